@@ -1,0 +1,232 @@
+// The commands that look at a TV or change it.
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <charconv>
+#include <random>
+#include <set>
+
+#include "simulator/cli/Commands.h"
+#include "simulator/cli/Names.h"
+#include "simulator/tv/ChannelList.h"
+#include "simulator/tv/Error.h"
+#include "simulator/tv/Tv.h"
+
+namespace fs = std::filesystem;
+
+namespace cli {
+
+namespace {
+
+using Row = sim::ServiceDb::Row;
+
+std::string randomSerial() {
+    return fmt::format("{:08X}", std::random_device()());
+}
+
+template <typename Number>
+Number toNumber(const std::string& text) {
+    Number number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (text.empty() || error != std::errc() || end != text.data() + text.size()) {
+        throw sim::Error(fmt::format("'{}' is not a number that fits here", text));
+    }
+    return number;
+}
+
+std::vector<std::string> split(const std::string& text, char separator) {
+    std::vector<std::string> parts(1);
+    for (const char c : text) {
+        if (c == separator) {
+            parts.emplace_back();
+        } else {
+            parts.back() += c;
+        }
+    }
+    return parts;
+}
+
+// The parts of a value such as "2/0".
+std::vector<std::string> parts(const std::string& value, std::size_t count, const char* form) {
+    std::vector<std::string> result = split(value, '/');
+    if (result.size() != count) {
+        throw sim::Error(fmt::format("'{}' is not of the form {}", value, form));
+    }
+    return result;
+}
+
+void require(bool isKnown, const std::string& what, const std::string& value) {
+    if (!isKnown) {
+        throw sim::Error(fmt::format("the TV has no {} '{}'; see: halcyon-tv status --services", what, value));
+    }
+}
+
+void setSetting(sim::Tv& tv, const std::string& key, const std::string& type, const std::string& value) {
+    const std::set<std::string> types = {"int", "bool", "double", "string"};
+    if (types.count(type) == 0) {
+        throw sim::Error(fmt::format("'{}' is no type of a setting; one of: {}", type, fmt::join(types, ", ")));
+    }
+    if (!tv.setSetting(key, type, value)) {
+        throw sim::Error(fmt::format("setting {} holds a value of another type than {}", key, type));
+    }
+}
+
+void setViewing(sim::Tv& tv, const std::string& name, const std::string& value) {
+    sim::Viewing viewing = tv.viewing();
+    if (name == "mode") {
+        const std::vector<std::string> modes = parts(value, 2, "ANTENNA/SERVICE, such as 2/0");
+        viewing.antennaMode = toNumber<int>(modes[0]);
+        viewing.serviceMode = toNumber<int>(modes[1]);
+        require(tv.hasMode(viewing.antennaMode, viewing.serviceMode), name, value);
+    } else if (name == "service") {
+        viewing.serviceId = toNumber<std::uint64_t>(value);
+        require(tv.serviceDb().exists(viewing.serviceId), name, value);
+    } else if (name == "source") {
+        viewing.source = toNumber<int>(value);
+        require(tv.hasSource(viewing.source), name, value);
+    } else {
+        const std::vector<std::string> codes = parts(value, 3, "CODE/PARAM/SORT, such as 1/2/0");
+        viewing.category = toNumber<int>(codes[0]);
+        viewing.categoryParam = toNumber<std::uint64_t>(codes[1]);
+        viewing.sortMode = toNumber<int>(codes[2]);
+        require(tv.hasCategory(viewing.category, viewing.categoryParam, viewing.sortMode), name, value);
+    }
+    tv.setViewing(viewing);
+}
+
+std::string serviceLine(const Row& service) {
+    return fmt::format("{:>5}  {:<28} {:<5} {:<24} {}", service.at("number"), service.at("name"), service.at("type"),
+                       service.at("identity"), service.at("channel_group_name"));
+}
+
+std::string currentService(const sim::Tv& tv, std::uint64_t id) {
+    for (const Row& service : tv.serviceDb().services()) {
+        if (service.at("id") == std::to_string(id)) {
+            return fmt::format("{} {} ({})", service.at("number"), service.at("name"), id);
+        }
+    }
+    return fmt::format("none: the channel list has no service {}", id);
+}
+
+std::string favourite(sim::Tv& tv, int list) {
+    return tv.setting(sim::Tv::favouriteKey(list), "string").value_or("");
+}
+
+// Prints whether one part of two set-ups is the same; true when it is.
+template <typename Part>
+bool compare(const std::string& what, const Part& one, const Part& other, const std::string& shown) {
+    const bool same = one == other;
+    fmt::print("  {:<10} {:<10} {}\n", what, same ? "same" : "DIFFERENT", shown);
+    return same;
+}
+
+bool compareServices(const sim::Tv& one, const sim::Tv& other) {
+    const std::vector<Row> ones = one.serviceDb().services();
+    const std::vector<Row> others = other.serviceDb().services();
+    std::size_t differing = 0;
+    for (std::size_t i = 0; i < std::max(ones.size(), others.size()); ++i) {
+        if (i < ones.size() && i < others.size() && ones[i] == others[i]) {
+            continue;
+        }
+        ++differing;
+        fmt::print("  - {}\n  + {}\n", i < ones.size() ? serviceLine(ones[i]) : "no such service",
+                   i < others.size() ? serviceLine(others[i]) : "no such service");
+    }
+    const std::string shown = fmt::format("{} and {} services, each compared in every column; {} differ", ones.size(),
+                                          others.size(), differing);
+    return compare("channels", differing, std::size_t{0}, shown);
+}
+
+auto tied(const sim::Viewing& v) {
+    return std::make_tuple(v.antennaMode, v.serviceMode, v.serviceId, v.source, v.category, v.categoryParam,
+                           v.sortMode);
+}
+
+}  // namespace
+
+int init(const Place& place, const fs::path& channels, const std::string& serial) {
+    const sim::ChannelList list = sim::readChannelList(channels);
+    for (const std::string& problem : list.problems) {
+        fmt::print(stderr, "{}\n", problem);
+    }
+    sim::Tv::create(place.home, list, serial.empty() ? randomSerial() : serial);
+    fmt::print("Made a factory-fresh TV at {}: {} services in {} groups, {} lines skipped.\n", place.home.string(),
+               list.services.size(), list.groups.size(), list.problems.size());
+    return DONE;
+}
+
+int status(const Place& place, bool withServices) {
+    sim::Tv tv(place.home);
+    const sim::Viewing viewing = tv.viewing();
+    const std::vector<Row> services = tv.serviceDb().services();
+    const auto radios = std::count_if(services.begin(), services.end(),
+                                      [](const Row& service) { return service.at("type") == "radio"; });
+    fmt::print("TV at {}\n", place.home.string());
+    fmt::print("  channels   {} services, {} of them radio, in {} groups\n", services.size(), radios,
+               tv.serviceDb().groupCount());
+    fmt::print("  watching   {}\n", currentService(tv, viewing.serviceId));
+    fmt::print("  mode       {}\n", nameOfMode(viewing));
+    fmt::print("  source     {}\n", nameOfSource(viewing));
+    fmt::print("  category   {}\n", nameOfCategory(viewing));
+    fmt::print("  antenna    status codes {}\n", fmt::join(tv.antenna(), ", "));
+    fmt::print("  scan       {}\n", tv.isScanning() ? "running" : "not running");
+    for (int i = 1; i <= sim::FAVOURITE_LISTS; ++i) {
+        fmt::print("  favname{}   {}\n", i, favourite(tv, i));
+    }
+    for (const auto& [key, value] : tv.issDb().entries()) {
+        fmt::print("  iss        {} = {}\n", key, value);
+    }
+    for (const auto& [name, content] : tv.ciModule().files()) {
+        fmt::print("  CI file    {}, {} bytes\n", name, content.size());
+    }
+    fmt::print("  ipsrv      {} bytes, this set's own\n", tv.serviceDb().ipServices().size());
+    if (withServices) {
+        fmt::print("\n{:>5}  {:<28} {:<5} {:<24} {}\n", "no.", "name", "type", "identity", "group");
+        for (const Row& service : services) {
+            fmt::print("{}\n", serviceLine(service));
+        }
+    }
+    return DONE;
+}
+
+int set(const Place& place, const std::string& name, const std::string& value) {
+    sim::Tv tv(place.home);
+    const std::vector<std::string> words = split(name, ':');
+    if (name == "mode" || name == "service" || name == "source" || name == "category") {
+        setViewing(tv, name, value);
+    } else if (name == "antenna") {
+        std::set<int> statuses;
+        for (const std::string& status : split(value, ',')) {
+            statuses.insert(toNumber<int>(status));
+        }
+        tv.setAntenna(statuses);
+    } else if (name == "scan" && (value == "on" || value == "off")) {
+        tv.setScanning(value == "on");
+    } else if (words.size() == 3 && words[0] == "setting") {
+        setSetting(tv, words[2], words[1], value);
+    } else if (name.size() == 8 && name.compare(0, 7, "favname") == 0 && name[7] >= '1' && name[7] <= '5') {
+        setSetting(tv, sim::Tv::favouriteKey(name[7] - '0'), "string", value);
+    } else {
+        throw sim::Error(fmt::format("cannot set '{}' to '{}'; see: halcyon-tv set --help", name, value));
+    }
+    return DONE;
+}
+
+int diff(const Place& place, const fs::path& other) {
+    sim::Tv one(place.home);
+    sim::Tv two(fs::absolute(other));
+    fmt::print("Channel set-up of {} and {}:\n", place.home.string(), other.string());
+    bool same = compareServices(one, two);
+    for (int i = 1; i <= sim::FAVOURITE_LISTS; ++i) {
+        same &= compare(fmt::format("favname{}", i), favourite(one, i), favourite(two, i), favourite(two, i));
+    }
+    same &= compare("CI files", one.ciModule().files(), two.ciModule().files(),
+                    fmt::format("{} files, each compared byte by byte", two.ciModule().files().size()));
+    same &= compare("iss", one.issDb().entries(), two.issDb().entries(),
+                    fmt::format("{} entries", two.issDb().entries().size()));
+    same &= compare("viewing", tied(one.viewing()), tied(two.viewing()), currentService(two, two.viewing().serviceId));
+    return same ? DONE : FAILED;
+}
+
+}  // namespace cli

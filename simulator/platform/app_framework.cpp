@@ -1,0 +1,218 @@
+#include "platform/app_framework.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "simulator/tv/Device.h"
+
+struct app_control_s {
+    std::string caller;
+    std::map<std::string, std::string> extras;
+    bool replyRequested = false;
+};
+
+namespace {
+
+using sim::Device;
+
+constexpr int USAGE_ERROR = 2;
+constexpr int BAD_HANDLE = -1;
+constexpr int NOT_THERE = -2;
+
+// The handles that the application may use. A handle that was destroyed is refused, not followed.
+std::set<app_control_s*>& live() {
+    static std::set<app_control_s*> handles;
+    return handles;
+}
+
+bool isLive(app_control_s* control) {
+    return live().count(control) != 0;
+}
+
+app_control_s* make(app_control_s control) {
+    return *live().insert(new app_control_s(std::move(control))).first;
+}
+
+// The launch request on the command line. An exit code instead: there is nothing to launch.
+std::optional<int> parse(int argc, char** argv, app_control_s& request, bool& pause) {
+    Device& device = Device::current();
+    CLI::App app(
+        "Backs a TV's channel set-up up to the cloud, or restores it (operation=restore), on the simulated TV\n"
+        "at $HALCYON_TV_HOME.");
+    std::vector<std::string> extras;
+    bool realtime = false;
+    request.caller = "command-line";
+    app.add_option("extra", extras, "extra values of the launch request, each key=value");
+    app.add_flag("--reply", request.replyRequested, "request a reply");
+    app.add_option("--caller", request.caller, "id of the caller")->capture_default_str();
+    app.add_option("--backup", device.chosenBackup, "the backup that the cloud shall hand out (default: the newest)");
+    app.add_flag("--realtime", realtime, "wait for responses as long as on a TV");
+    app.add_flag("--pause", pause, "pause and resume the application once after the launch");
+    try {
+        app.parse(argc, argv);
+        for (const std::string& extra : extras) {
+            const std::size_t equals = extra.find('=');
+            if (equals == std::string::npos || equals == 0) {
+                throw CLI::ValidationError(extra, "not of the form key=value");
+            }
+            request.extras[extra.substr(0, equals)] = extra.substr(equals + 1);
+        }
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : USAGE_ERROR;
+    }
+    device.loop.setRealtime(realtime);
+    return std::nullopt;
+}
+
+std::string operationOf(const app_control_s& request) {
+    const auto operation = request.extras.find("operation");
+    const bool isRestore =
+        operation != request.extras.end() && (operation->second == "restore" || operation->second == "RESTORE");
+    return isRestore ? "restore" : "backup";
+}
+
+// Runs the main loop and records how it ended.
+void runLoop(Device& device) {
+    if (device.loop.run()) {
+        device.record.ended(sim::Ended::EXIT, "");
+    } else if (device.awaited.empty()) {
+        device.record.ended(sim::Ended::RECLAIMED, "");
+    } else {
+        device.record.ended(sim::Ended::WAITING, fmt::format("for {}", fmt::join(device.awaited, ", ")));
+    }
+}
+
+int run(int argc, char** argv, const ui_app_callbacks& callbacks, void* userData) {
+    Device& device = Device::current();
+    app_control_s launch;
+    bool pause = false;
+    if (const std::optional<int> refused = parse(argc, argv, launch, pause)) {
+        device.record.ended(sim::Ended::REFUSED, "command line");
+        return *refused;
+    }
+    device.record.launched(operationOf(launch), launch.replyRequested);
+    sim::platformNotice("app.create", "");
+    if (!callbacks.create(userData)) {
+        device.record.ended(sim::Ended::REFUSED, "create");
+        return 0;
+    }
+    app_control_s* request = make(launch);
+    sim::platformNotice("app.control", fmt::format("{}", fmt::join(launch.extras, ", ")));
+    callbacks.control(request, userData);
+    live().erase(request);
+    delete request;
+    if (pause) {
+        callbacks.pause(userData);
+        callbacks.resume(userData);
+    }
+    runLoop(device);
+    sim::platformNotice("app.terminate", "");
+    callbacks.terminate(userData);
+    return 0;
+}
+
+// A call that gives a text of `control` out.
+int giveText(const char* call, app_control_s* control, const std::string& arguments, char** out,
+             const std::optional<std::string>& text) {
+    return sim::platformCall(call, arguments, [&] {
+        if (!isLive(control)) {
+            return BAD_HANDLE;
+        }
+        if (!text) {
+            return NOT_THERE;
+        }
+        *out = ::strdup(text->c_str());
+        return 0;
+    });
+}
+
+}  // namespace
+
+int ui_app_main(int argc, char** argv, const ui_app_callbacks* callbacks, void* userData) {
+    Device& device = Device::current();
+    if (const auto hit = sim::nextFailure(device, "ui_app_main", "")) {
+        device.record.call("ui_app_main", "", sim::toJournal(hit->failure.number), hit->rule);
+        device.record.ended(sim::Ended::REFUSED, "main loop");
+        return hit->failure.number;
+    }
+    sim::platformNotice("ui_app_main", "");
+    return run(argc, argv, *callbacks, userData);
+}
+
+void ui_app_exit() {
+    sim::platformNotice("ui_app_exit", "");
+    Device::current().loop.quit();
+}
+
+int app_control_get_caller(app_control_s* request, char** callerId) {
+    return giveText("app_control_get_caller", request, "", callerId,
+                    isLive(request) ? std::optional(request->caller) : std::nullopt);
+}
+
+int app_control_get_extra_data(app_control_s* request, const char* key, char** value) {
+    std::optional<std::string> text;
+    if (isLive(request) && request->extras.count(key) != 0) {
+        text = request->extras.at(key);
+    }
+    return giveText("app_control_get_extra_data", request, key, value, text);
+}
+
+int app_control_clone(app_control_s** clone, app_control_s* request) {
+    return sim::platformCall("app_control_clone", "", [&] {
+        if (!isLive(request)) {
+            return BAD_HANDLE;
+        }
+        *clone = make(*request);
+        return 0;
+    });
+}
+
+int app_control_is_reply_requested(app_control_s* request, bool* requested) {
+    return sim::platformCall("app_control_is_reply_requested", "", [&] {
+        if (!isLive(request)) {
+            return BAD_HANDLE;
+        }
+        *requested = request->replyRequested;
+        return 0;
+    });
+}
+
+int app_control_create(app_control_s** control) {
+    return sim::platformCall("app_control_create", "", [&] {
+        *control = make({});
+        return 0;
+    });
+}
+
+int app_control_reply_to_launch_request(app_control_s* reply, app_control_s* request, int result) {
+    return sim::platformCall("app_control_reply_to_launch_request", std::to_string(result), [&] {
+        if (!isLive(reply) || !isLive(request)) {
+            return BAD_HANDLE;
+        }
+        if (!request->replyRequested) {
+            return NOT_THERE;
+        }
+        Device::current().record.replied(result);
+        return 0;
+    });
+}
+
+int app_control_destroy(app_control_s* control) {
+    return sim::platformCall("app_control_destroy", "", [&] {
+        if (live().erase(control) == 0) {
+            return BAD_HANDLE;
+        }
+        delete control;
+        return 0;
+    });
+}

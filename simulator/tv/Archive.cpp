@@ -1,0 +1,96 @@
+#include "simulator/tv/Archive.h"
+
+#include <fmt/format.h>
+#include <zip.h>
+
+#include <array>
+#include <fstream>
+#include <memory>
+
+#include "simulator/tv/Error.h"
+
+namespace fs = std::filesystem;
+
+namespace sim {
+
+namespace {
+
+using Zip = std::unique_ptr<zip_t, decltype(&zip_discard)>;
+
+Zip open(const fs::path& archive, int flags) {
+    int code = 0;
+    Zip zip(zip_open(archive.c_str(), flags, &code), &zip_discard);
+    if (!zip) {
+        zip_error_t error;
+        zip_error_init_with_code(&error, code);
+        const std::string reason = zip_error_strerror(&error);
+        zip_error_fini(&error);
+        throw Error(fmt::format("{}: no usable zip archive: {}", archive.string(), reason));
+    }
+    return zip;
+}
+
+[[noreturn]] void fail(const fs::path& archive, zip_t* zip) {
+    throw Error(fmt::format("{}: {}", archive.string(), zip_strerror(zip)));
+}
+
+}  // namespace
+
+void writeArchive(const fs::path& archive, const std::vector<fs::path>& files) {
+    Zip zip = open(archive, ZIP_CREATE | ZIP_TRUNCATE);
+    for (const fs::path& file : files) {
+        zip_source_t* source = zip_source_file(zip.get(), file.c_str(), 0, -1);
+        if (source == nullptr ||
+            zip_file_add(zip.get(), file.filename().c_str(), source, ZIP_FL_OVERWRITE | ZIP_FL_ENC_UTF_8) < 0) {
+            zip_source_free(source);
+            fail(archive, zip.get());
+        }
+    }
+    if (zip_close(zip.get()) != 0) {
+        fail(archive, zip.get());
+    }
+    static_cast<void>(zip.release());  // closing has freed it
+}
+
+std::vector<ArchiveEntry> listArchive(const fs::path& archive) {
+    const Zip zip = open(archive, ZIP_RDONLY);
+    std::vector<ArchiveEntry> entries;
+    const zip_int64_t count = zip_get_num_entries(zip.get(), 0);
+    for (zip_int64_t i = 0; i < count; ++i) {
+        zip_stat_t stat;
+        if (zip_stat_index(zip.get(), static_cast<zip_uint64_t>(i), 0, &stat) != 0) {
+            fail(archive, zip.get());
+        }
+        entries.push_back({stat.name, stat.size});
+    }
+    return entries;
+}
+
+bool extractEntry(const fs::path& archive, const std::string& name, const fs::path& target) {
+    const Zip zip = open(archive, ZIP_RDONLY);
+    const zip_int64_t index = zip_name_locate(zip.get(), name.c_str(), 0);
+    if (index < 0) {
+        return false;
+    }
+    const std::unique_ptr<zip_file_t, decltype(&zip_fclose)> entry(
+        zip_fopen_index(zip.get(), static_cast<zip_uint64_t>(index), 0), &zip_fclose);
+    if (!entry) {
+        fail(archive, zip.get());
+    }
+    std::ofstream file(target, std::ios::binary | std::ios::trunc);
+    std::array<char, 65536> buffer;
+    zip_int64_t count = 0;
+    while ((count = zip_fread(entry.get(), buffer.data(), buffer.size())) > 0) {
+        file.write(buffer.data(), count);
+    }
+    if (count < 0) {
+        throw Error(fmt::format("{}: entry {}: {}", archive.string(), name, zip_file_strerror(entry.get())));
+    }
+    file.close();
+    if (!file) {
+        throw Error(fmt::format("{}: cannot write the unpacked entry {}", target.string(), name));
+    }
+    return true;
+}
+
+}  // namespace sim

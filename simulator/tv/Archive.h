@@ -1,0 +1,28 @@
+// Zip archives as the TV service and the cloud see them: written and read by another library than the application's.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+struct ArchiveEntry {
+    std::string name;
+    std::uint64_t size;  // bytes, unpacked
+};
+
+// Every function throws Error when the archive cannot be written, read or trusted.
+
+// Writes an archive of these files, each under its own file name. The archive is there whole or not at all.
+void writeArchive(const std::filesystem::path& archive, const std::vector<std::filesystem::path>& files);
+
+// The archive's entries in its own order.
+std::vector<ArchiveEntry> listArchive(const std::filesystem::path& archive);
+
+// Unpacks the one entry `name` into the file `target`, checksum checked. Other entries are not looked at, so that no
+// name in the archive decides where something is written. False: there is no such entry.
+bool extractEntry(const std::filesystem::path& archive, const std::string& name, const std::filesystem::path& target);
+
+}  // namespace sim

@@ -1,0 +1,268 @@
+#include "simulator/tv/ChannelList.h"
+
+#include <fmt/format.h>
+#include <iconv.h>
+
+#include <algorithm>
+#include <charconv>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <unordered_map>
+
+#include "simulator/tv/Error.h"
+#include "simulator/tv/Files.h"
+
+namespace sim {
+
+namespace {
+
+constexpr int MAX_PID = 0x1FFF;
+constexpr int MAX_ID = 0xFFFF;
+
+std::vector<std::string> split(std::string_view text, char separator) {
+    std::vector<std::string> parts;
+    for (;;) {
+        const std::size_t end = text.find(separator);
+        parts.emplace_back(text.substr(0, end));
+        if (end == std::string_view::npos) {
+            return parts;
+        }
+        text.remove_prefix(end + 1);
+    }
+}
+
+// The text in UTF-8; nothing when it is not in the encoding `from`.
+std::optional<std::string> toUtf8(std::string text, const char* from) {
+    iconv_t converter = iconv_open("UTF-8", from);
+    std::string converted(2 * text.size(), '\0');
+    char* in = text.data();
+    std::size_t inLeft = text.size();
+    char* out = converted.data();
+    std::size_t outLeft = converted.size();
+    const bool isValid = iconv(converter, &in, &inLeft, &out, &outLeft) != static_cast<std::size_t>(-1);
+    iconv_close(converter);
+    if (!isValid) {
+        return std::nullopt;
+    }
+    converted.resize(converted.size() - outLeft);
+    return converted;
+}
+
+template <typename Number>
+std::optional<Number> toNumber(std::string_view text, int base = 10) {
+    Number number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+    if (error != std::errc() || end != text.data() + text.size()) {
+        return std::nullopt;
+    }
+    return number;
+}
+
+int numberField(const std::string& text, const char* field, int max) {
+    const std::optional<int> number = toNumber<int>(text);
+    if (!number || *number < 0 || *number > max) {
+        throw Error(fmt::format("{} '{}' is not a number from 0 to {}", field, text, max));
+    }
+    return *number;
+}
+
+// The first pid of a field such as "163+164=2" or "104=deu@3,105;106".
+int firstPid(const std::string& text, const char* field) {
+    return numberField(text.substr(0, text.find_first_of("+=,;@")), field, MAX_PID);
+}
+
+std::vector<int> conditionalAccess(const std::string& text) {
+    std::vector<int> systems;
+    for (const std::string& part : split(text, ',')) {
+        const std::optional<int> system = toNumber<int>(part, 16);
+        if (!system || *system < 0 || *system > MAX_ID) {
+            throw Error(fmt::format("conditional access '{}' is not a list of hexadecimal numbers to FFFF", text));
+        }
+        systems.push_back(*system);
+    }
+    return systems;
+}
+
+bool isSatellite(const std::string& source) {
+    return source.front() == 'S';
+}
+
+std::string sourceField(const std::string& text) {
+    const bool isKnown = !text.empty() && std::string_view("ACIPSTV").find(text.front()) != std::string_view::npos;
+    const bool isPlaced = text.size() > 1 || (isKnown && !isSatellite(text));
+    const bool isPlain = text.find_first_not_of("0123456789.EW", 1) == std::string::npos;
+    if (!isKnown || !isPlaced || !isPlain) {
+        throw Error(fmt::format("source '{}' is not one such as S19.2E, C or T", text));
+    }
+    return text;
+}
+
+// Satellites are given in MHz; the others in MHz, kHz or Hz, told apart by size.
+std::uint64_t toHz(std::uint64_t given, const std::string& source) {
+    if (isSatellite(source)) {
+        return given * 1'000'000;
+    }
+    while (given <= 1'000'000) {
+        given *= 1000;
+    }
+    return given;
+}
+
+// What stands for the transport stream in the identity where network and transport stream are both 0.
+std::uint64_t transponder(const Service& service) {
+    std::uint64_t megahertz = service.frequency / 1'000'000;
+    if (isSatellite(service.source)) {
+        const std::size_t polarization = service.parameters.find_first_of("HVLRhvlr");
+        if (polarization != std::string::npos) {
+            megahertz += (std::string_view("HVLRhvlr").find(service.parameters[polarization]) % 4 + 1) * 100'000;
+        }
+    }
+    return megahertz;
+}
+
+std::string identity(const Service& service) {
+    const bool hasIds = service.nid != 0 || service.tid != 0;
+    return fmt::format("{}-{}-{}-{}-{}", service.source, service.nid,
+                       hasIds ? static_cast<std::uint64_t>(service.tid) : transponder(service), service.sid,
+                       service.rid);
+}
+
+// "Name,Short;Provider", with '|' for ':'.
+void readNames(std::string text, Service& service) {
+    std::replace(text.begin(), text.end(), '|', ':');
+    const std::size_t semicolon = text.find(';');
+    if (semicolon != std::string::npos) {
+        service.provider = text.substr(semicolon + 1);
+        text.erase(semicolon);
+    }
+    const std::size_t comma = text.rfind(',');  // a long name may hold commas of its own
+    if (comma != std::string::npos) {
+        service.shortName = text.substr(comma + 1);
+        text.erase(comma);
+    }
+    if (text.empty()) {
+        throw Error("the name is empty");
+    }
+    service.name = text;
+}
+
+Service readService(const std::string& line) {
+    const std::vector<std::string> fields = split(line, ':');
+    if (fields.size() != 12 && fields.size() != 13) {
+        throw Error(fmt::format("{} fields where a service has 13", fields.size()));
+    }
+    Service service;
+    readNames(fields[0], service);
+    service.parameters = fields[2];
+    service.source = sourceField(fields[3]);
+    const std::optional<std::uint32_t> frequency = toNumber<std::uint32_t>(fields[1]);
+    if (!frequency || *frequency == 0) {
+        throw Error(fmt::format("frequency '{}' is not a number above 0", fields[1]));
+    }
+    service.frequency = toHz(*frequency, service.source);
+    service.symbolRate = numberField(fields[4], "symbol rate", 100'000);
+    service.videoPid = fields[5];
+    service.audioPids = fields[6];
+    service.textPids = fields[7];
+    service.radio = firstPid(service.videoPid, "video pid") == 0;
+    firstPid(service.audioPids, "audio pid");
+    firstPid(service.textPids, "teletext pid");
+    service.conditionalAccess = conditionalAccess(fields[8]);
+    service.sid = numberField(fields[9], "service id", MAX_ID);
+    service.nid = numberField(fields[10], "network id", MAX_ID);
+    service.tid = numberField(fields[11], "transport stream id", MAX_ID);
+    service.rid = fields.size() == 13 ? numberField(fields[12], "radio id", MAX_PID) : 0;
+    service.identity = identity(service);
+    return service;
+}
+
+// Takes the lines in their order, and numbers what they hold.
+class Reader {
+public:
+    explicit Reader(std::string file) : m_file(std::move(file)) {}
+
+    void take(const std::string& line) {
+        ++m_line;
+        if (line.empty()) {
+            return;
+        }
+        if (line.front() == ':') {
+            takeGroup(line.substr(1));
+            return;
+        }
+        try {
+            takeService(readService(line));
+        } catch (const Error& error) {
+            m_list.problems.push_back(fmt::format("{}:{}: {}; line skipped", m_file, m_line, error.what()));
+        }
+    }
+
+    ChannelList finish() { return std::move(m_list); }
+
+private:
+    // "text", "@number text" or "@number", which names no group but sets the next service's number.
+    void takeGroup(std::string text) {
+        if (!text.empty() && text.front() == '@') {
+            const std::size_t end = std::min(text.find_first_not_of("0123456789", 1), text.size());
+            const std::optional<int> number = toNumber<int>(std::string_view(text).substr(1, end - 1));
+            if (number && *number > m_number) {
+                m_number = *number - 1;
+            }
+            text.erase(0, std::min(text.find_first_not_of(' ', end), text.size()));
+        }
+        if (!text.empty()) {
+            m_list.groups.push_back(text);
+        }
+    }
+
+    void takeService(Service service) {
+        const auto [known, isNew] = m_lines.emplace(service.identity, m_line);
+        if (!isNew) {
+            throw Error(fmt::format("the service {} stands in line {} already", service.identity, known->second));
+        }
+        service.number = ++m_number;
+        service.group = static_cast<int>(m_list.groups.size());
+        m_list.services.push_back(std::move(service));
+    }
+
+    std::string m_file;
+    int m_line = 0;
+    int m_number = 0;
+    std::unordered_map<std::string, int> m_lines;  // by identity
+    ChannelList m_list;
+};
+
+}  // namespace
+
+ChannelList readChannelList(const std::filesystem::path& file) {
+    std::string text;
+    try {
+        text = readFile(file);
+    } catch (const std::filesystem::filesystem_error& error) {
+        throw Error(fmt::format("{}: {}; give a channel list in the channels.conf format", file.string(),
+                                error.code().message()));
+    }
+    const std::optional<std::string> utf8 = toUtf8(text, "UTF-8");
+    text = utf8 ? *utf8 : toUtf8(text, "ISO-8859-1").value();
+
+    Reader reader(file.string());
+    for (std::string& line : split(text, '\n')) {
+        if (!line.empty() && line.back() == '\r') {
+            line.pop_back();
+        }
+        reader.take(line);
+    }
+    ChannelList list = reader.finish();
+    if (list.services.empty()) {
+        std::string message =
+            fmt::format("{}: not one service in it; give a channel list in the channels.conf format", file.string());
+        for (const std::string& problem : list.problems) {
+            message += "\n" + problem;
+        }
+        throw Error(message);
+    }
+    return list;
+}
+
+}  // namespace sim

@@ -1,0 +1,99 @@
+#include "simulator/tv/Device.h"
+
+#include <cxxabi.h>
+#include <fmt/format.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <stdexcept>
+
+#include "simulator/tv/Error.h"
+#include "simulator/tv/Files.h"
+
+namespace sim {
+
+namespace {
+
+// Inside a function, because the device is opened before main(), where the order of initialisation is open.
+std::unique_ptr<Device>& slot() {
+    static std::unique_ptr<Device> device;
+    return device;
+}
+
+std::string currentExceptionType() {
+    const std::type_info* type = abi::__cxa_current_exception_type();
+    if (type == nullptr) {
+        return "terminated";
+    }
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> name(abi::__cxa_demangle(type->name(), nullptr, nullptr, &status),
+                                                           &std::free);
+    return status == 0 ? name.get() : type->name();
+}
+
+// An exception that has left the application ends it; the record says which it was.
+[[noreturn]] void recordCrash() {
+    std::string detail = currentExceptionType();
+    try {
+        if (std::current_exception()) {
+            std::rethrow_exception(std::current_exception());
+        }
+    } catch (const std::exception& exception) {
+        detail += fmt::format(": {}", exception.what());
+    } catch (...) {
+    }
+    if (slot()) {
+        slot()->record.ended(Ended::CRASHED, detail);
+    }
+    std::fprintf(stderr, "halcyon-lineup crashed: %s\n", detail.c_str());
+    std::abort();
+}
+
+void cutPowerWhereRuled() {
+    if (slot() && slot()->faults.next("disk")) {
+        slot()->record.call("disk", "", "power cut", std::nullopt);
+        std::raise(SIGKILL);
+    }
+}
+
+}  // namespace
+
+Device::Device(const std::filesystem::path& home)
+    : tv(home), cloud(Tv::defaultCloud(home)), record(tv.database()), faults(tv.database()) {
+    onDiskStep(&cutPowerWhereRuled);
+    std::set_terminate(&recordCrash);
+}
+
+Device& Device::current() {
+    if (!slot()) {
+        try {
+            slot().reset(new Device(Tv::defaultHome()));
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "halcyon-lineup: %s\n", error.what());
+            std::_Exit(EXIT_NO_TV);
+        }
+    }
+    return *slot();
+}
+
+void Device::close() {
+    slot().reset();
+}
+
+std::optional<FaultInjector::Hit> nextFailure(Device& device, const std::string& name, const std::string& arguments) {
+    const std::optional<FaultInjector::Hit> hit = device.faults.next(name);
+    if (hit && hit->failure.kind == Failure::Kind::Throw) {
+        device.record.call(name, arguments, "exception", hit->rule);
+        throw std::runtime_error(fmt::format("{} failed on demand", name));
+    }
+    return hit;
+}
+
+void platformNotice(const std::string& name, const std::string& arguments) {
+    Device::current().record.call(name, arguments, "", std::nullopt);
+}
+
+}  // namespace sim

@@ -1,0 +1,87 @@
+// The TV as the application's process sees it: what all platform services share.
+#pragma once
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "simulator/tv/CloudStore.h"
+#include "simulator/tv/EventLoop.h"
+#include "simulator/tv/Faults.h"
+#include "simulator/tv/RunRecord.h"
+#include "simulator/tv/Tv.h"
+
+namespace sim {
+
+class Device {
+public:
+    // The process's device, opened at the first use, which may be before main(). Where there is no TV, that use ends
+    // the process with a message and EXIT_NO_TV.
+    static Device& current();
+
+    // Closes it: the next use opens anew, and begins a new run.
+    static void close();
+
+    static constexpr int EXIT_NO_TV = 3;
+
+    Tv tv;
+    CloudStore cloud;
+    RunRecorder record;
+    FaultInjector faults;
+    EventLoop loop;
+    std::string chosenBackup;       // id of the backup that a restore shall get; empty: the newest
+    std::set<std::string> awaited;  // what the application is still bound to: open sessions, subscriptions
+
+private:
+    explicit Device(const std::filesystem::path& home);
+};
+
+// The failure that a call shall have now, if any. Throws when the failure is an exception, or kills the process when it
+// is a power cut; both are in the record then.
+std::optional<FaultInjector::Hit> nextFailure(Device& device, const std::string& name, const std::string& arguments);
+
+// How results stand in the journal.
+inline std::string toJournal(int result) {
+    return std::to_string(result);
+}
+inline std::string toJournal(bool result) {
+    return result ? "true" : "false";
+}
+inline std::string toJournal(const char* result) {
+    return result != nullptr ? fmt::format("\"{}\"", result) : "null";
+}
+inline std::string toJournal(const void* result) {
+    return result != nullptr ? "object" : "null";
+}
+
+// A platform call: does what `body` does, unless a fault rule says otherwise, and journals it. `damage` damages what
+// the call has made, in the way it is told.
+template <typename Body>
+auto platformCall(const std::string& name, const std::string& arguments, Body body,
+                  const std::function<void(const std::string& how)>& damage = {}) -> decltype(body()) {
+    using Result = decltype(body());
+    Device& device = Device::current();
+    const std::optional<FaultInjector::Hit> hit = nextFailure(device, name, arguments);
+    Result result{};
+    if (!hit || hit->failure.kind == Failure::Kind::Damage) {
+        result = body();
+    } else if constexpr (!std::is_pointer_v<Result>) {
+        result = static_cast<Result>(hit->failure.number);
+    }
+    if (hit && hit->failure.kind == Failure::Kind::Damage) {
+        damage(hit->failure.text);
+    }
+    device.record.call(name, arguments, toJournal(result), hit ? std::optional(hit->rule) : std::nullopt);
+    return result;
+}
+
+// The same for a call that has no result and cannot fail.
+void platformNotice(const std::string& name, const std::string& arguments);
+
+}  // namespace sim

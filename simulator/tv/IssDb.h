@@ -1,0 +1,29 @@
+// The TV service's iss database.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+namespace sim {
+
+// As with the channel database, the file is only ever put in place whole.
+class IssDb {
+public:
+    using Entries = std::map<std::string, std::string>;
+
+    explicit IssDb(std::filesystem::path file) : m_file(std::move(file)) {}
+
+    // These throw on failure.
+    void create(const Entries& entries) const;
+    void snapshot(const std::filesystem::path& archive) const;
+    Entries entries() const;
+
+    // Replaces the database by the archive's. False: the archive holds no whole one; nothing has changed.
+    bool restore(const std::filesystem::path& archive) const;
+
+private:
+    std::filesystem::path m_file;
+};
+
+}  // namespace sim

@@ -1,0 +1,180 @@
+#include "simulator/tv/ServiceDb.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <SQLiteCpp/VariadicBind.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "simulator/tv/Archive.h"
+#include "simulator/tv/ChannelList.h"
+#include "simulator/tv/Error.h"
+#include "simulator/tv/Files.h"
+
+namespace fs = std::filesystem;
+
+namespace sim {
+
+namespace {
+
+constexpr char SCHEMA[] = R"(
+CREATE TABLE meta(service_count INTEGER NOT NULL);
+CREATE TABLE channel_groups(number INTEGER PRIMARY KEY, name TEXT NOT NULL);
+CREATE TABLE services(
+    id INTEGER PRIMARY KEY, number INTEGER NOT NULL UNIQUE, identity TEXT NOT NULL UNIQUE, name TEXT NOT NULL,
+    short_name TEXT NOT NULL, provider TEXT NOT NULL, type TEXT NOT NULL CHECK(type IN ('tv', 'radio')),
+    channel_group INTEGER REFERENCES channel_groups(number), source TEXT NOT NULL, frequency_hz INTEGER NOT NULL,
+    symbol_rate INTEGER NOT NULL, parameters TEXT NOT NULL, video_pid TEXT NOT NULL, audio_pids TEXT NOT NULL,
+    text_pids TEXT NOT NULL, conditional_access TEXT NOT NULL, sid INTEGER NOT NULL, nid INTEGER NOT NULL,
+    tid INTEGER NOT NULL, rid INTEGER NOT NULL);
+)";
+
+SQLite::Database openReadOnly(const fs::path& path) {
+    return SQLite::Database(path.string(), SQLite::OPEN_READONLY);
+}
+
+void insertServices(SQLite::Database& database, const ChannelList& list) {
+    SQLite::Statement insertGroup(database, "INSERT INTO channel_groups(name) VALUES(?)");
+    for (const std::string& name : list.groups) {
+        insertGroup.bind(1, name);
+        insertGroup.exec();
+        insertGroup.reset();
+    }
+    SQLite::Statement insert(
+        database,
+        "INSERT INTO services VALUES(NULL, ?, ?, ?, ?, ?, ?, nullif(?, 0), ?, ?, ?, ?, ?, ?, ?, ?, ?, "
+        "?, ?, ?)");
+    for (const Service& service : list.services) {
+        SQLite::bind(insert, service.number, service.identity, service.name, service.shortName, service.provider,
+                     service.radio ? "radio" : "tv", service.group, service.source,
+                     static_cast<std::int64_t>(service.frequency), service.symbolRate, service.parameters,
+                     service.videoPid, service.audioPids, service.textPids,
+                     fmt::format("{:04X}", fmt::join(service.conditionalAccess, ",")), service.sid, service.nid,
+                     service.tid, service.rid);
+        insert.exec();
+        insert.reset();
+    }
+}
+
+std::optional<ReplaceStatus> check(const fs::path& path) {
+    try {
+        const SQLite::Database database = openReadOnly(path);
+        SQLite::Statement integrity(database, "PRAGMA integrity_check");
+        if (!integrity.executeStep() || integrity.getColumn(0).getString() != "ok") {
+            return ReplaceStatus::DatabaseDamaged;
+        }
+        if (!database.tableExists("meta") || !database.tableExists("services") ||
+            !database.tableExists("channel_groups")) {
+            return ReplaceStatus::TablesMissing;
+        }
+        SQLite::Statement counts(database, "SELECT (SELECT count(*) FROM services), (SELECT service_count FROM meta)");
+        counts.executeStep();
+        if (counts.getColumn(0).getInt() != counts.getColumn(1).getInt()) {
+            return ReplaceStatus::CountDiffers;
+        }
+    } catch (const SQLite::Exception&) {
+        return ReplaceStatus::DatabaseDamaged;
+    }
+    return std::nullopt;
+}
+
+std::uint64_t scalar(const fs::path& path, const char* query) {
+    SQLite::Database database = openReadOnly(path);
+    return static_cast<std::uint64_t>(database.execAndGet(query).getInt64());
+}
+
+}  // namespace
+
+void ServiceDb::create(const ChannelList& list, const std::string& ipServices) const {
+    const ScratchFolder scratch(m_folder);
+    {
+        SQLite::Database database((scratch / "services.db").string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+        SQLite::Transaction transaction(database);
+        database.exec(SCHEMA);
+        insertServices(database, list);
+        database.exec("INSERT INTO meta SELECT count(*) FROM services");
+        transaction.commit();
+    }
+    writeFile(scratch / "ipsrv", ipServices);
+    putInPlace(scratch / "ipsrv", ipsrv());
+    putInPlace(scratch / "services.db", database());
+}
+
+void ServiceDb::snapshot(const fs::path& archive) const {
+    const ScratchFolder scratch(m_folder);
+    const fs::path copy = scratch / "services.db";
+    {
+        const SQLite::Database database = openReadOnly(this->database());
+        SQLite::Statement vacuum(database, "VACUUM INTO ?");
+        vacuum.bind(1, copy.string());
+        vacuum.exec();
+    }
+    writeArchive(archive, {copy, ipsrv()});
+}
+
+std::optional<ReplaceStatus> ServiceDb::replace(const fs::path& archive) const {
+    const ScratchFolder scratch(m_folder);
+    const fs::path built = scratch / "services.db";
+    try {
+        if (!extractEntry(archive, "services.db", built)) {
+            return ReplaceStatus::NoDatabase;
+        }
+    } catch (const Error&) {
+        return ReplaceStatus::ArchiveUnreadable;
+    }
+    if (const std::optional<ReplaceStatus> problem = check(built)) {
+        return problem;
+    }
+    try {
+        putInPlace(built, database());
+    } catch (const fs::filesystem_error&) {
+        return ReplaceStatus::NotPutInPlace;
+    }
+    return std::nullopt;
+}
+
+bool ServiceDb::exists(std::uint64_t serviceId) const {
+    const SQLite::Database database = openReadOnly(this->database());
+    SQLite::Statement query(database, "SELECT 1 FROM services WHERE id = ?");
+    query.bind(1, static_cast<std::int64_t>(serviceId));
+    return query.executeStep();
+}
+
+std::uint64_t ServiceDb::firstService() const {
+    return scalar(database(), "SELECT id FROM services ORDER BY number LIMIT 1");
+}
+
+std::uint64_t ServiceDb::groupCount() const {
+    return scalar(database(), "SELECT count(*) FROM channel_groups");
+}
+
+std::vector<ServiceDb::Row> ServiceDb::services() const {
+    const SQLite::Database database = openReadOnly(this->database());
+    SQLite::Statement query(database,
+                            "SELECT services.*, coalesce(channel_groups.name, '') AS channel_group_name FROM services "
+                            "LEFT JOIN channel_groups ON channel_groups.number = channel_group ORDER BY id");
+    std::vector<Row> rows;
+    while (query.executeStep()) {
+        Row row;
+        for (int i = 0; i < query.getColumnCount(); ++i) {
+            row.emplace(query.getColumnName(i), query.getColumn(i).getString());
+        }
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+std::string ServiceDb::ipServices() const {
+    return readFile(ipsrv());
+}
+
+std::uint64_t ServiceDb::countInBundle(const fs::path& bundle) {
+    const ScratchFolder scratch(fs::temp_directory_path());
+    const fs::path archive = scratch / "ServiceDB.zip";
+    const fs::path database = scratch / "services.db";
+    if (!extractEntry(bundle, "ServiceDB.zip", archive) || !extractEntry(archive, "services.db", database)) {
+        throw Error(fmt::format("{}: no channel database in it", bundle.string()));
+    }
+    return scalar(database, "SELECT count(*) FROM services");
+}
+
+}  // namespace sim
