@@ -11,8 +11,8 @@ struct app_control_s;  // a launch request or a reply; opaque
 struct ui_app_callbacks {
     bool (*create)(void* userData);     // once, before anything else; false ends the application at once
     void (*terminate)(void* userData);  // once, after the main loop has ended
-    void (*pause)(void* userData);
-    void (*resume)(void* userData);
+    void (*pause)(void* userData);      // the application goes to the background
+    void (*resume)(void* userData);     // and comes back
     void (*control)(app_control_s* request, void* userData);  // the request is valid during the call only
 };
 

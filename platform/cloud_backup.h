@@ -27,10 +27,14 @@ typedef void (*bnr_response_cb)(bnr_response_e response, bnr_resp_data_s* data, 
 
 extern "C" {
 
+// Opens the session of the client `id`; its requests are about backups of `category`.
 int bnr_init(const char* id, const char* category);
+
+// Closes it. A request that is still open is not answered any more.
 int bnr_deinit(const char* id);
 
-// Registers the callback for responses to `id`; the handler id deregisters it.
+// Registers the callback for responses to `id`. It gets `userData` as given, which must hold until the callback is
+// deregistered by the handler id.
 int bnr_callback_register(const char* id, bnr_response_cb callback, void* userData, int* handlerId);
 int bnr_callback_deregister(int handlerId);
 

@@ -1,8 +1,8 @@
 // TV service: tuner, channel database, viewing state, scan and signals.
 //
 // Unless a call says otherwise, an int result above 0 is success, and 0 or less is failure; an
-// out-parameter is left as it was on failure. Every factory may give null. Factories that take a
-// profile are called with profile 1 and option 0. All calls are made on the main loop or before main().
+// out-parameter is left as it was on failure. Factories that take a profile are called with profile 1
+// and option 0; other options are 0 too. All calls are made on the main loop or before main().
 #pragma once
 
 #include <cstdint>
@@ -43,7 +43,7 @@ class TCCriteriaHelper {
 public:
     TCCriteriaHelper();
     ~TCCriteriaHelper();
-    void Fetch(int field);
+    void Fetch(int field);  // adds a field
     bool IsFetched(int field) const;
 
 private:
@@ -56,7 +56,7 @@ public:
     TCServiceData();
     ~TCServiceData();
     bool GetField(int field, std::uint64_t& value) const;  // false: no field record, or no such field
-    void SetField(int field, std::uint64_t value);
+    void SetField(int field, std::uint64_t value);         // adds the field, or changes its value
 
 private:
     std::map<int, std::uint64_t> m_fields;
@@ -99,7 +99,11 @@ class IServiceNavigation {
 public:
     virtual int GetTvMode(TSTvMode& mode) = 0;
     virtual int SetTvMode(TSTvMode mode, int option) = 0;
+
+    // Adds the fields that `criteria` names to `data`, as far as the current service of `mode` has them.
     virtual int GetCurrentServiceInfo(TSTvMode mode, const TCCriteriaHelper& criteria, TCServiceData& data) = 0;
+
+    // Fails for a service that the channel database does not have.
     virtual int SetCurrentServiceInfo(TSTvMode mode, const std::uint64_t& serviceId) = 0;
 
     // Forgets the current service: the TV picks one.
@@ -113,6 +117,8 @@ class ISourceControl {
 public:
     // Input sources: 0 is the TV's own tuner.
     virtual int GetCurrentSourceInfo(std::int32_t& source) = 0;
+
+    // Selects an input source, the tuner with a service to show. An empty option asks for nothing special.
     virtual int SetSource(std::int32_t source, std::uint64_t serviceId, std::string option) = 0;
 
 protected:
@@ -142,6 +148,8 @@ typedef int (*SignalCallback)(ESignalType, EProfile, unsigned short, TSSignalDat
 
 class ISignalSubscriber {
 public:
+    // Lets `callback` be called with `appData`, as given, at each signal of `type`. It must hold until the subscription
+    // is undone by Unsubscribe() with the same arguments or by TVServiceAPI::DestroySignalSubscriber().
     virtual int Subscribe(ESignalType type, void* appData, int profile, int option, SignalCallback callback) = 0;
     virtual int Unsubscribe(ESignalType type, int profile, int option, SignalCallback callback) = 0;
 
@@ -154,10 +162,12 @@ public:
     // 0 is success; `util` may be null even then. Released with Destroy().
     static int CreateUtil(IUtil** util);
 
-    // The tuner control is the platform's own; nobody releases it.
+    // 0 is success, but `tuner` alone tells: it is left as it was where there is none. The control is the
+    // platform's own; nobody releases it.
     static int CreateTunerControl(EProfile profile, int option, ITunerControl** tuner);
 
-    // One subscriber a callback, released with DestroySignalSubscriber().
+    // 0 is success, but `subscriber` alone tells: it is left as it was where there is none. One subscriber a
+    // callback, released with DestroySignalSubscriber().
     static int CreateSignalSubscriber(SignalCallback callback, ISignalSubscriber** subscriber);
     static int DestroySignalSubscriber(SignalCallback callback);
 
@@ -172,6 +182,7 @@ public:
     CTVSApiWrapper(const CTVSApiWrapper&) = delete;
     CTVSApiWrapper& operator=(const CTVSApiWrapper&) = delete;
 
+    // Each gives null where there is no such control.
     IServiceNavigation* CreateServiceNavigation(EProfile profile, int option);
     ISourceControl* CreateSourceControl(EProfile profile, int option);
     IScanData* CreateScanData(EProfile profile, int option);
@@ -184,10 +195,10 @@ private:
 
 class CCCategoryUtil {
 public:
-    // The platform's own object; nobody releases it.
+    // The platform's own object, which nobody releases; null where there is none.
     static CCCategoryUtil* GetInstance();
 
-    // True is success.
+    // The category shown in `mode`; true is success. A call that fails may have changed `info`.
     virtual bool GetCurrentCategory(TSTvMode mode, CCNavigationModeInfo& info) = 0;
     virtual bool SetCurrentCategory(TSTvMode mode, CCNavigationModeInfo info) = 0;
 

@@ -75,8 +75,9 @@ int AntennaBits(int status) {
     }
 }
 
-void RestoreService(IServiceNavigation& navigation, TSTvMode mode, unsigned long long serviceId) {
-    if (navigation.SetCurrentServiceInfo(mode, serviceId) > 0) {
+void RestoreService(IServiceNavigation& navigation, TSTvMode mode, const std::uint64_t& id) {
+    const unsigned long long serviceId = id;
+    if (navigation.SetCurrentServiceInfo(mode, id) > 0) {
         LOG_IN("RestoreServiceSetting", PROGRESS, "SetCurrentServiceInfo[%d/%d %llu] success", mode.antennaMode,
                mode.serviceMode, serviceId);
         return;
@@ -216,7 +217,7 @@ void CJsonSchema::RestoreServiceSetting() {
         return;
     }
     LOG(PROGRESS, "SetTvMode[%d/%d] success", m_tvMode.antennaMode, m_tvMode.serviceMode);
-    RestoreService(*navigation, m_tvMode, serviceId);
+    RestoreService(*navigation, m_tvMode, m_ullServiceId);
     RestoreSource(wrapper, m_nSource, serviceId);
     RestoreCategory(m_tvMode, m_navigationModeInfo);
 }

@@ -2,7 +2,6 @@
 
 #include <minizip/unzip.h>
 #include <minizip/zip.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <array>
