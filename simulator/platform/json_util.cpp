@@ -1,6 +1,6 @@
 #include "platform/json_util.h"
 
-#include <iterator>
+#include <sstream>
 
 #include "simulator/tv/Device.h"
 #include "simulator/tv/Json.h"
@@ -11,9 +11,10 @@ bool JsonUtil::StringToJson(const std::string& text, Json::Value& value) {
 }
 
 bool JsonUtil::StreamToJson(std::istream& stream, Json::Value& value) {
-    const std::string text((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+    std::ostringstream text;
+    text << stream.rdbuf();  // unlike the stream's iterators, never throws
     value = Json::Value();
-    return sim::platformCall("JsonUtil::StreamToJson", text, [&] { return sim::parseJson(text, value); });
+    return sim::platformCall("JsonUtil::StreamToJson", text.str(), [&] { return sim::parseJson(text.str(), value); });
 }
 
 std::string JsonUtil::JsonToString(const Json::Value& value) {

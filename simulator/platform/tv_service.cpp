@@ -377,7 +377,7 @@ int TVServiceAPI::CreateSignalSubscriber(SignalCallback callback, ISignalSubscri
             subscribers().push_back(new SignalSubscriber(callback));
         }
         *subscriber = *findSubscriber(callback);
-        return 1;
+        return 0;
     });
 }
 

@@ -2,9 +2,13 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <SQLiteCpp/VariadicBind.h>
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 
 #include "simulator/tv/Error.h"
@@ -28,7 +32,8 @@ std::vector<FaultTarget> makeTargets() {
     const Strings status = Strings{"result=-1"} + thrown;                // 0 is success
     const Strings positive = Strings{"result=0", "result=-1"} + thrown;  // above 0 is success
     const Strings pointer = Strings{"null"} + thrown;
-    const Strings damage = {"damage=truncate", "damage=corrupt", "damage=empty", "damage=missing"};
+    const Strings damage = {"damage=truncate", "damage=corrupt",  "damage=empty",
+                            "damage=missing",  "damage=dangling", "damage=unwritable"};
     const Strings event = {"null", "lost", "delay=60000"};
     return {
         {"ui_app_main", {"result=1"}},
@@ -98,6 +103,19 @@ std::vector<FaultTarget> makeTargets() {
 
 std::string kindOf(const std::string& failure) {
     return failure.substr(0, failure.find('='));
+}
+
+// A copy in memory that nothing can change any more. It lives as long as the process.
+fs::path sealedCopy(const fs::path& file) {
+    const std::string content = readFile(file);
+    const int copy = ::memfd_create("sealed", MFD_ALLOW_SEALING);
+    const bool sealed = copy >= 0 &&
+                        ::write(copy, content.data(), content.size()) == static_cast<ssize_t>(content.size()) &&
+                        ::fcntl(copy, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) == 0;
+    if (!sealed) {
+        throw fs::filesystem_error("cannot seal a copy of", file, std::error_code(errno, std::generic_category()));
+    }
+    return fmt::format("/proc/self/fd/{}", copy);
 }
 
 void check(const FaultRule& rule) {
@@ -205,6 +223,12 @@ std::optional<FaultInjector::Hit> FaultInjector::next(const std::string& call) {
 void damageFile(const fs::path& file, const std::string& how) {
     if (how == "damage=missing") {
         fs::remove(file);
+        return;
+    }
+    if (how == "damage=dangling" || how == "damage=unwritable") {
+        const fs::path target = how == "damage=dangling" ? fs::path("nowhere") : sealedCopy(file);
+        fs::remove(file);
+        fs::create_symlink(target, file);
         return;
     }
     if (how == "damage=empty") {

@@ -18,7 +18,7 @@ struct Failure {
         Result,  // the call returns `number` and does nothing else; of an event: it carries that code
         Null,    // the call returns null; of an event: it comes with null user data
         Throw,   // the call throws std::runtime_error
-        Damage,  // the file that the call makes is damaged: `text` is truncate, corrupt, empty or missing
+        Damage,  // the file that the call makes is damaged, see damageFile()
         Delay,   // the event comes `number` milliseconds later
         Lost,    // the event never comes
         NoData,  // the event comes with null data
@@ -73,7 +73,8 @@ private:
     std::map<std::string, int> m_counts;
 };
 
-// Damages a file as `how` says.
+// Damages a file: "damage=" and truncate (its second half goes), corrupt (some bytes are wrong), empty, missing,
+// dangling (a link to nowhere), unwritable (it can be read, but not be written again, not even by root).
 void damageFile(const std::filesystem::path& file, const std::string& how);
 
 }  // namespace sim
