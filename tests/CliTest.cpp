@@ -1,0 +1,157 @@
+// The command line as a person and a script use it.
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "tests/support/TestTv.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+struct Answer {
+    int code;
+    std::string text;  // both streams
+};
+
+class Cli : public ::testing::Test {
+protected:
+    Cli() {
+        test::write(folder / "list.conf",
+                    ":Group\nEins:11361:HC23:S19.2E:22000:101:102:0:0:1001:1:1:0\nbad line\n"
+                    "Radio:11361:HC23:S19.2E:22000:0:202:0:0:1002:1:1:0\n");
+    }
+
+    Answer tv(const std::string& words, const std::string& home = "tv") const {
+        return shell(fmt::format("{} --home {} --cloud {} {}", HALCYON_TV, (folder / home).string(),
+                                 (folder / "cloud").string(), words));
+    }
+
+    static Answer shell(const std::string& command) {
+        FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
+        std::string text;
+        for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
+            text += static_cast<char>(c);
+        }
+        return {WEXITSTATUS(::pclose(pipe)), text};
+    }
+
+    Answer init(const std::string& home = "tv") const {
+        return tv("init --channels " + (folder / "list.conf").string(), home);
+    }
+
+    test::TempFolder folder;
+};
+
+TEST_F(Cli, MakesATvAndSaysWhatItSkipped) {
+    const Answer made = init();
+    EXPECT_EQ(made.code, 0);
+    EXPECT_THAT(made.text, AllOf(HasSubstr("list.conf:3: 1 fields where a service has 13; line skipped"),
+                                 HasSubstr("2 services in 1 groups, 1 lines skipped")));
+    const Answer shown = tv("status --services");
+    EXPECT_THAT(shown.text, AllOf(HasSubstr("2 services, 1 of them radio"), HasSubstr("1 Eins (1)"),
+                                  HasSubstr("favname5   Favourites 5"), HasSubstr("S19.2E-1-1-1002-0")));
+    const Answer again = init();
+    EXPECT_EQ(again.code, 3);
+    EXPECT_THAT(again.text, HasSubstr("there is a TV at"));
+    const Answer nowhere = tv("status", "nowhere");
+    EXPECT_EQ(nowhere.code, 3);
+    EXPECT_THAT(nowhere.text, AllOf(HasSubstr("no TV at"), HasSubstr("init --channels")));
+}
+
+TEST_F(Cli, BacksUpRestoresAndCompares) {
+    init();
+    init("other");
+    EXPECT_EQ(tv("set favname1 Mine").code, 0);
+    EXPECT_EQ(tv("diff " + (folder / "other").string()).code, 1);
+    const Answer backup = tv("run -q");
+    EXPECT_EQ(backup.code, 0) << backup.text;
+    EXPECT_THAT(backup.text, AllOf(HasSubstr("response   101 (backup completed)"), HasSubstr("outcome    succeeded")));
+    EXPECT_THAT(tv("cloud list").text, HasSubstr("000001"));
+    EXPECT_THAT(tv("cloud show").text,
+                AllOf(HasSubstr("ServiceDB.zip"), HasSubstr("2 services"), HasSubstr("issDB.zip"),
+                      HasSubstr("vconf.json"), HasSubstr("ci/ci_profile.bin")));
+    const Answer restore = tv("run operation=restore", "other");
+    EXPECT_EQ(restore.code, 0);
+    EXPECT_THAT(restore.text, AllOf(HasSubstr("W/halcyon-lineup: "), HasSubstr("reply      0 (success)"),
+                                    HasSubstr("reclaimed by the framework")));
+    EXPECT_THAT(restore.text, ::testing::Not(HasSubstr("\x1b["))) << "colour on a terminal only";
+    const Answer same = tv("diff " + (folder / "other").string());
+    EXPECT_EQ(same.code, 0) << same.text;
+    EXPECT_THAT(same.text, ::testing::Not(HasSubstr("DIFFERENT")));
+    EXPECT_THAT(tv("record --calls --log", "other").text,
+                AllOf(HasSubstr("IUtil::ReplaceServiceDb("), HasSubstr("logger HalcyonLineup: m_Restore(")));
+    EXPECT_THAT(tv("record --all", "other").text, HasSubstr("restore  succeeded"));
+}
+
+TEST_F(Cli, InjectsFaultsAndTellsWhatBecameOfTheRun) {
+    init();
+    EXPECT_EQ(tv("fault add bnr_backup result=6").code, 0);
+    EXPECT_EQ(tv("fault add vconf_get_str null --nth 2").code, 0);
+    const Answer crashed = tv("run -q");
+    EXPECT_EQ(crashed.code, 1);
+    EXPECT_THAT(crashed.text, HasSubstr("crashed: Json::LogicError"));
+    const Answer postponed = tv("run -q");
+    EXPECT_EQ(postponed.code, 1);
+    EXPECT_THAT(postponed.text, HasSubstr("outcome    failed"));
+    EXPECT_THAT(tv("fault list").text, AllOf(HasSubstr("bnr_backup result=6, from call 1 of a run, 1 times; fired 1"),
+                                             HasSubstr("vconf_get_str null, from call 2 of a run, 1 times; fired 1")));
+    EXPECT_THAT(tv("record --calls").text, HasSubstr("[fault rule 1]"));
+    EXPECT_EQ(tv("fault clear").code, 0);
+    EXPECT_EQ(tv("run -q").code, 0);
+    EXPECT_THAT(tv("fault calls").text, HasSubstr("IUtil::GetServiceDb"));
+}
+
+struct Mistake {
+    const char* words;
+    int code;
+    const char* text;
+};
+
+class CliMistake : public Cli, public ::testing::WithParamInterface<Mistake> {};
+
+TEST_P(CliMistake, IsExplained) {
+    init();
+    const Answer answer = tv(GetParam().words);
+    EXPECT_EQ(answer.code, GetParam().code) << answer.text;
+    EXPECT_THAT(answer.text, HasSubstr(GetParam().text));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cli, CliMistake,
+    ::testing::Values(Mistake{"", 2, "A subcommand is required"}, Mistake{"dance", 2, "Run with --help"},
+                      Mistake{"set service 99", 3, "the TV has no service '99'"},
+                      Mistake{"set source 9", 3, "the TV has no source '9'"},
+                      Mistake{"set mode 2", 3, "not of the form ANTENNA/SERVICE"},
+                      Mistake{"set category 2/7/0", 3, "the TV has no category '2/7/0'"},
+                      Mistake{"set antenna x", 3, "'x' is not a number"},
+                      Mistake{"set volume 3", 3, "cannot set 'volume' to '3'"},
+                      Mistake{"set setting:text:k v", 3, "'text' is no type of a setting"},
+                      Mistake{"run restore", 3, "'restore' is not of the form key=value"},
+                      Mistake{"run --backup 000009 operation=restore", 3, "holds no backup 000009"},
+                      Mistake{"record", 3, "no run yet"}, Mistake{"record 5", 3, "no run 5"},
+                      Mistake{"cloud show 000001", 3, "holds no backup 000001"},
+                      Mistake{"cloud list", 0, "No backup in"},
+                      Mistake{"fault add bnr_backup null", 3, "bnr_backup cannot fail with 'null'"}));
+
+TEST_F(Cli, TheApplicationAloneExplainsItselfToo) {
+    const std::string home = "HALCYON_TV_HOME=" + (folder / "tv").string() + " ";
+    const Answer nowhere = Cli::shell(home + HALCYON_LINEUP);
+    EXPECT_EQ(nowhere.code, 3);
+    EXPECT_THAT(nowhere.text, AllOf(HasSubstr("no TV at"), HasSubstr("init --channels")));
+    init();
+    const Answer usage = Cli::shell(home + HALCYON_LINEUP + " restore");
+    EXPECT_EQ(usage.code, 2);
+    EXPECT_THAT(usage.text, HasSubstr("restore: not of the form key=value"));
+    EXPECT_EQ(Cli::shell(home + HALCYON_LINEUP + " operation=backup").code, 0);
+}
+
+}  // namespace

@@ -1,0 +1,359 @@
+#include "src/ZipUtil.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <zip.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <random>
+
+#include "simulator/tv/Archive.h"
+#include "tests/support/TestTv.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+using test::read;
+using test::tree;
+using test::write;
+using ::testing::ElementsAre;
+using ::testing::UnorderedElementsAre;
+
+// The little-endian number of `size` bytes at an offset of an archive.
+std::uint64_t number(const std::string& bytes, std::size_t offset, std::size_t size) {
+    std::uint64_t value = 0;
+    for (std::size_t i = size; i-- > 0;) {
+        value = value << 8 | static_cast<unsigned char>(bytes.at(offset + i));
+    }
+    return value;
+}
+
+void setNumber(std::string& bytes, std::size_t offset, std::size_t size, std::uint64_t value) {
+    for (std::size_t i = 0; i < size; ++i) {
+        bytes.at(offset + i) = static_cast<char>(value >> (8 * i) & 0xFF);
+    }
+}
+
+// Writes an archive as other tools make them, entries stored as they are: the names are taken as given.
+void makeArchive(const fs::path& path, const std::vector<std::pair<std::string, std::string>>& entries) {
+    zip_t* zip = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, nullptr);
+    ASSERT_NE(zip, nullptr) << path;
+    for (const auto& [name, content] : entries) {
+        zip_source_t* source = zip_source_buffer(zip, content.data(), content.size(), 0);
+        const zip_int64_t index = zip_file_add(zip, name.c_str(), source, 0);
+        ASSERT_GE(index, 0) << name;
+        zip_set_file_compression(zip, static_cast<zip_uint64_t>(index), ZIP_CM_STORE, 0);
+    }
+    ASSERT_EQ(zip_close(zip), 0);
+}
+
+Lines entryNames(const fs::path& archive) {
+    Lines names;
+    for (const sim::ArchiveEntry& entry : sim::listArchive(archive)) {
+        names.push_back(entry.name);
+    }
+    return names;
+}
+
+constexpr std::size_t DISK_SIZE = 2U << 20;
+
+// No file grows beyond DISK_SIZE within the scope.
+class SmallDisk {
+public:
+    SmallDisk() : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &m_limit);
+        const rlimit limit = {DISK_SIZE, m_limit.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~SmallDisk() {
+        ::setrlimit(RLIMIT_FSIZE, &m_limit);
+        std::signal(SIGXFSZ, m_handler);
+    }
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+
+private:
+    void (*m_handler)(int);
+    rlimit m_limit = {};
+};
+
+std::string incompressible(std::size_t size) {
+    std::minstd_rand random(1);
+    std::string text(size, '\0');
+    std::generate(text.begin(), text.end(), [&] { return static_cast<char>(random() >> 8); });
+    return text;
+}
+
+class ZipUtil : public test::InProcess {
+protected:
+    std::string at(const std::string& name) const { return folder / name; }
+
+    CZipUtil zip;
+};
+
+TEST_F(ZipUtil, PacksAFolderAndUnpacksItAgain) {
+    const std::map<std::string, std::string> files = {
+        {"empty", ""},
+        {"one-buffer", std::string(512, 'a')},
+        {"sub/two-and-a-bit", std::string(1025, 'b')},
+        {"sub/deeper/binary", std::string("\0\r\n\x1a\xff", 5)},
+    };
+    for (const auto& [name, content] : files) {
+        write(at("in/" + name), content);
+    }
+    fs::create_directories(at("in/hollow"));
+
+    ASSERT_TRUE(zip.CreateZipFile(at("in/"), at("out.zip")));
+    EXPECT_FALSE(fs::exists(at("in"))) << "the packed folder is consumed";
+    EXPECT_THAT(entryNames(at("out.zip")),
+                UnorderedElementsAre("empty", "one-buffer", "sub/two-and-a-bit", "sub/deeper/binary"));
+
+    ASSERT_TRUE(zip.UnzipFile(at("out.zip"), at("back/")));
+    for (const auto& [name, content] : files) {
+        EXPECT_EQ(read(at("back/" + name)), content) << name;
+    }
+    EXPECT_FALSE(fs::exists(at("back/hollow")));
+}
+
+// The layout that the program's archives have, read from the bytes.
+TEST_F(ZipUtil, WritesBareDeflatedEntries) {
+    write(at("in/name"), std::string(2000, 'x'));
+    ASSERT_TRUE(zip.CreateZipFile(at("in/"), at("out.zip")));
+    const std::string bytes = read(at("out.zip"));
+
+    constexpr std::size_t END_SIZE = 22;
+    const std::size_t end = bytes.size() - END_SIZE;
+    EXPECT_EQ(number(bytes, end, 4), 0x06054b50U);
+    EXPECT_EQ(number(bytes, end + 10, 2), 1U) << "entries";
+    EXPECT_EQ(number(bytes, end + 20, 2), 0U) << "archive comment";
+
+    const std::size_t central = number(bytes, end + 16, 4);
+    EXPECT_EQ(number(bytes, central, 4), 0x02014b50U);
+    EXPECT_EQ(number(bytes, central + 10, 2), 8U) << "method";
+    EXPECT_EQ(number(bytes, central + 12, 4), 0U) << "date and time";
+    EXPECT_EQ(number(bytes, central + 24, 4), 2000U) << "size, not in a zip64 extension";
+    EXPECT_EQ(number(bytes, central + 28, 2), 4U) << "length of the name";
+    EXPECT_EQ(number(bytes, central + 30, 4), 0U) << "extra field and comment";
+    EXPECT_EQ(number(bytes, central + 36, 2) & ~1U, 0U) << "internal attributes, but for the library's text hint";
+    EXPECT_EQ(number(bytes, central + 38, 4), 0U) << "external attributes";
+
+    EXPECT_EQ(number(bytes, 0, 4), 0x04034b50U);
+    EXPECT_EQ(number(bytes, 10, 4), 0U) << "date and time";
+    EXPECT_EQ(number(bytes, 28, 2), 0U) << "local extra field";
+    EXPECT_EQ(bytes.substr(30, 4), "name");
+}
+
+TEST_F(ZipUtil, NamesEntriesByCuttingTheFolderTextOff) {
+    write(at("in/sub/b"), "");
+    ASSERT_TRUE(zip.CreateZipFile(at("in"), at("out.zip")));
+    EXPECT_THAT(entryNames(at("out.zip")), ElementsAre("/sub/b"));
+
+    // A text that the members' paths do not hold: the file goes in under its bare name.
+    write(at("in/c"), "");
+    fs::create_directories(at("other"));
+    ASSERT_TRUE(zip.CreateZipFile(at("in//"), at("flat.zip")));
+    EXPECT_THAT(entryNames(at("flat.zip")), ElementsAre("c"));
+    EXPECT_THAT(log(), ::testing::IsSupersetOf(Lines{
+                           "ZipUtil m_CreateZipFile(87) 5 File to zip=[/sub/b]",
+                           "ZipUtil m_CreateZipFile(102) 5 Read file [{folder}/in/sub/b]",
+                       }));
+}
+
+TEST_F(ZipUtil, PacksAnEmptyFolderIntoAnEmptyArchive) {
+    fs::create_directories(at("in"));
+    EXPECT_TRUE(zip.CreateZipFile(at("in/"), at("out.zip")));
+    EXPECT_FALSE(fs::exists(at("in")));
+    EXPECT_EQ(fs::file_size(at("out.zip")), 22U);
+    // The library cannot open an archive whose end record stands at its very begin.
+    EXPECT_FALSE(zip.UnzipFile(at("out.zip"), at("back")));
+    EXPECT_EQ(log().back(), "ZipUtil UnzipFile(146) 6 Cannot open {folder}/out.zip.");
+}
+
+TEST_F(ZipUtil, LeavesEverythingWhereTheArchiveCannotBeOpened) {
+    write(at("in/a"), "x");
+    EXPECT_FALSE(zip.CreateZipFile(at("in/"), at("missing/out.zip")));
+    EXPECT_TRUE(fs::exists(at("in/a")));
+    EXPECT_EQ(log(), (Lines{"ZipUtil CreateZipFile(27) 6 zipOpen64 error"}));
+}
+
+TEST_F(ZipUtil, RemovesBothWhenTheSourceIsNoFolder) {
+    write(at("in"), "x");
+    EXPECT_FALSE(zip.CreateZipFile(at("in"), at("out.zip")));
+    EXPECT_FALSE(fs::exists(at("in")));
+    EXPECT_FALSE(fs::exists(at("out.zip")));
+    EXPECT_EQ(log(), (Lines{"ZipUtil CreateZipFile(42) 6 tempPath[{folder}/in] is not directory",
+                            "FileUtil RemoveAll(50) 5 remove_all({folder}/in) success",
+                            "FileUtil Remove(65) 5 remove({folder}/out.zip) success"}));
+}
+
+TEST_F(ZipUtil, RemovesBothWhenAFileCannotBeRead) {
+    fs::create_directories(at("in/sub"));
+    fs::create_symlink(at("nowhere"), at("in/sub/dangling"));
+    EXPECT_FALSE(zip.CreateZipFile(at("in/"), at("out.zip")));
+    EXPECT_FALSE(fs::exists(at("in")));
+    EXPECT_FALSE(fs::exists(at("out.zip")));
+    EXPECT_EQ(log(), (Lines{"ZipUtil m_CreateZipFile(87) 5 File to zip=[sub/dangling]",
+                            "ZipUtil m_CreateZipFile(99) 6 Cannot open {folder}/in/sub/dangling for archiving.",
+                            "ZipUtil CreateZipFile(37) 6 m_CreateZipFile fail",
+                            "FileUtil RemoveAll(50) 5 remove_all({folder}/in/) success",
+                            "FileUtil Remove(65) 5 remove({folder}/out.zip) success"}));
+}
+
+TEST_F(ZipUtil, RemovesBothWhenTheDiskIsFull) {
+    write(at("in/large"), incompressible(2 * DISK_SIZE));
+    {
+        const SmallDisk disk;
+        EXPECT_FALSE(zip.CreateZipFile(at("in/"), at("out.zip")));
+    }
+    EXPECT_FALSE(fs::exists(at("in")));
+    EXPECT_FALSE(fs::exists(at("out.zip")));
+    EXPECT_EQ(log(),
+              (Lines{"ZipUtil m_CreateZipFile(87) 5 File to zip=[large]",
+                     "ZipUtil m_CreateZipFile(102) 5 Read file [{folder}/in/large]",
+                     "ZipUtil m_CreateZipFile(110) 6 failed when archiving {folder}/in/large",
+                     "ZipUtil CreateZipFile(37) 6 m_CreateZipFile fail", "ZipUtil CreateZipFile(47) 6 zipClose fail",
+                     "FileUtil RemoveAll(50) 5 remove_all({folder}/in/) success",
+                     "FileUtil Remove(65) 5 remove({folder}/out.zip) success"}));
+}
+
+TEST_F(ZipUtil, TellsWhatIsNoArchive) {
+    EXPECT_FALSE(zip.UnzipFile(at("missing"), at("to")));
+    fs::create_directories(at("folder"));
+    EXPECT_FALSE(zip.UnzipFile(at("folder"), at("to")));
+    write(at("text"), "no archive at all");
+    EXPECT_FALSE(zip.UnzipFile(at("text"), at("to")));
+    EXPECT_FALSE(fs::exists(at("to")));
+    makeArchive(at("good.zip"), {{"a", "x"}});
+    EXPECT_FALSE(zip.UnzipFile(at("good.zip"), at("text")));
+    EXPECT_EQ(log(),
+              (Lines{"ZipUtil UnzipFile(131) 6 exists({folder}/missing) fail [0][Success]",
+                     "ZipUtil UnzipFile(138) 6 {folder}/folder is directory. Cannot unzip. [0][Success]",
+                     "ZipUtil UnzipFile(146) 6 Cannot open {folder}/text.",
+                     "ZipUtil UnzipFile(160) 5 opened zip file {folder}/good.zip with (1) files for extracting",
+                     "FileUtil CreateDirectories(27) 6 create_directories({folder}/text) fail [20][Not a directory]"}));
+}
+
+TEST_F(ZipUtil, ReportsEachEntryOnceItIsThere) {
+    makeArchive(at("two.zip"), {{"a", "1"}, {"sub/b", "22"}});
+    write(at("to/a"), "something longer that was there");
+    ASSERT_TRUE(zip.UnzipFile(at("two.zip"), at("to/")));
+    EXPECT_EQ(read(at("to/a")), "1");
+    EXPECT_EQ(log(), (Lines{"ZipUtil UnzipFile(160) 5 opened zip file {folder}/two.zip with (2) files for extracting",
+                            "ZipUtil UnzipFile(246) 5 extracted file a from {folder}/two.zip",
+                            "FileUtil CreateDirectories(32) 5 create_directories({folder}/to/sub) success",
+                            "ZipUtil UnzipFile(246) 5 extracted file sub/b from {folder}/two.zip",
+                            "ZipUtil UnzipFile(256) 5 closed zip file {folder}/two.zip"}));
+}
+
+// Names are taken as they stand.
+TEST_F(ZipUtil, FollowsNamesThatLeadOutOfTheFolder) {
+    makeArchive(at("out.zip"), {{"../sibling", "1"}, {at("absolute/file"), "2"}});
+    ASSERT_TRUE(zip.UnzipFile(at("out.zip"), at("to")));
+    EXPECT_EQ(read(at("sibling")), "1");
+    EXPECT_EQ(read(at("absolute/file")), "2");
+}
+
+TEST_F(ZipUtil, StopsAtAFolderEntry) {
+    zip_t* archive = zip_open(at("dir.zip").c_str(), ZIP_CREATE, nullptr);
+    ASSERT_GE(zip_dir_add(archive, "made/", 0), 0);
+    ASSERT_EQ(zip_close(archive), 0);
+    EXPECT_FALSE(zip.UnzipFile(at("dir.zip"), at("to/")));
+    EXPECT_EQ(tree(at("to")), (Lines{"made/"}));
+    EXPECT_EQ(log().back(), "ZipUtil UnzipFile(197) 6 cannot extract {folder}/to/made/ [made/] on {folder}/to/");
+}
+
+// A name of up to 255 bytes is whole; a longer one is cut to 255, for the library does not end it.
+TEST_F(ZipUtil, CutsNamesThatFillTheBuffer) {
+    for (const std::size_t length : {255U, 256U, 300U}) {
+        const std::string name(length, 'n');
+        makeArchive(at("long.zip"), {{name, "x"}});
+        ASSERT_TRUE(zip.UnzipFile(at("long.zip"), at("to"))) << length;
+        EXPECT_EQ(tree(at("to")), (Lines{name.substr(0, 255)})) << length;
+        fs::remove_all(at("to"));
+    }
+}
+
+// Damages of an archive with the entries "first" and "second", each of 1000 bytes, stored.
+struct Damage {
+    const char* name;
+    void (*apply)(std::string& bytes);
+    const char* lastLine;
+    Lines left;
+};
+
+constexpr std::size_t LOCAL_HEADER = 30;
+
+// The offset of the central directory's n-th record.
+std::size_t centralRecord(const std::string& bytes, std::size_t n) {
+    std::size_t at = number(bytes, bytes.size() - 22 + 16, 4);
+    for (; n > 0; --n) {
+        at += 46 + number(bytes, at + 28, 2) + number(bytes, at + 30, 2) + number(bytes, at + 32, 2);
+    }
+    return at;
+}
+
+class DamagedZip : public ZipUtil, public ::testing::WithParamInterface<Damage> {};
+
+TEST_P(DamagedZip, StopsThere) {
+    makeArchive(at("x.zip"), {{"first", std::string(1000, '1')}, {"second", std::string(1000, '2')}});
+    std::string bytes = read(at("x.zip"));
+    GetParam().apply(bytes);
+    write(at("x.zip"), bytes);
+    EXPECT_FALSE(zip.UnzipFile(at("x.zip"), at("to/")));
+    EXPECT_EQ(log().back(), GetParam().lastLine);
+    EXPECT_EQ(tree(at("to")), GetParam().left);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ZipUtil, DamagedZip,
+    ::testing::Values(Damage{"Checksum",
+                             [](std::string& bytes) { bytes[LOCAL_HEADER + 5 + 500] = '!'; },
+                             "ZipUtil UnzipFile(233) 6 error while closing file first from {folder}/x.zip",
+                             {"first"}},
+                      Damage{"LocalHeaderOfTheSecond",
+                             [](std::string& bytes) { bytes[LOCAL_HEADER + 5 + 1000] = '!'; },
+                             "ZipUtil UnzipFile(186) 6 error while opening file from {folder}/x.zip",
+                             {"first"}},
+                      Damage{"CentralRecordOfTheSecond",
+                             [](std::string& bytes) { bytes[centralRecord(bytes, 1)] = '!'; },
+                             "ZipUtil UnzipFile(242) 6 error while moving to next file from {folder}/x.zip",
+                             {"first"}},
+                      Damage{"CentralRecordOfTheFirst",
+                             [](std::string& bytes) { bytes[centralRecord(bytes, 0)] = '!'; },
+                             "ZipUtil UnzipFile(178) 6 error while reading file info from {folder}/x.zip",
+                             {}},
+                      Damage{"MoreInTheEntryThanItsData",
+                             // Both headers promise 2000 unpacked bytes; 1000 are there.
+                             [](std::string& bytes) {
+                                 setNumber(bytes, 22, 4, 2000);
+                                 setNumber(bytes, centralRecord(bytes, 0) + 24, 4, 2000);
+                             },
+                             "ZipUtil UnzipFile(217) 6 EOF while decompressing file first from {folder}/x.zip",
+                             {"first"}},
+                      Damage{"NotDeflated",
+                             // What was stored is said to be deflated.
+                             [](std::string& bytes) {
+                                 setNumber(bytes, 8, 2, 8);
+                                 setNumber(bytes, centralRecord(bytes, 0) + 10, 2, 8);
+                             },
+                             "ZipUtil UnzipFile(211) 6 error while decompressing file first from {folder}/x.zip",
+                             {"first"}}),
+    [](const auto& each) { return each.param.name; });
+
+TEST_F(ZipUtil, StopsWhereTheDiskIsFull) {
+    makeArchive(at("x.zip"), {{"large", std::string(2 * DISK_SIZE, 'x')}});
+    {
+        const SmallDisk disk;
+        EXPECT_FALSE(zip.UnzipFile(at("x.zip"), at("to/")));
+    }
+    EXPECT_EQ(log().back(), "ZipUtil UnzipFile(224) 6 error while writing file large from {folder}/x.zip");
+}
+
+}  // namespace

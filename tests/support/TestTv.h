@@ -1,0 +1,124 @@
+// A simulated TV for tests, in a temporary folder of its own, with what a tester does to it as verbs.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "simulator/tv/Faults.h"
+#include "simulator/tv/RunRecord.h"
+#include "simulator/tv/ServiceDb.h"
+#include "simulator/tv/Tv.h"
+
+namespace test {
+
+// A folder that is removed with all it holds at the end of the scope.
+class TempFolder {
+public:
+    TempFolder();
+    ~TempFolder();
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+
+    const std::filesystem::path& path() const { return m_path; }
+    std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
+
+private:
+    std::filesystem::path m_path;
+};
+
+void write(const std::filesystem::path& file, const std::string& text);
+std::string read(const std::filesystem::path& file);
+
+// The files below a folder, relative to it, sorted; folders end in '/'.
+std::vector<std::string> tree(const std::filesystem::path& folder);
+
+// What a run of the application left in its record. Log lines read "<priority> <message>"; folders of the TV read
+// {data}, {tmp} and {home} in them and in calls, and the unique name {name}.
+struct Outcome {
+    sim::Run run;
+    int exitStatus = 0;  // as waitpid() gives it
+    std::vector<std::string> log;
+    std::vector<sim::CallRecord> calls;
+
+    bool says(const std::string& line) const;
+    int count(const std::string& call) const;
+
+    // The names of the calls from the first `from` on, to the first `to` after it.
+    std::vector<std::string> callsBetween(const std::string& from, const std::string& to) const;
+
+    // The log from the first line `from` on, to the first line `to` after it.
+    std::vector<std::string> logBetween(const std::string& from, const std::string& to) const;
+};
+
+// What a restore changes and a backup must not.
+struct ChannelSetUp {
+    std::vector<sim::ServiceDb::Row> services;
+    sim::IssDb::Entries iss;
+    sim::CiModule::Files ci;
+    std::vector<std::string> favourites;
+
+    bool operator==(const ChannelSetUp& other) const {
+        return services == other.services && iss == other.iss && ci == other.ci && favourites == other.favourites;
+    }
+};
+
+class TestTv {
+public:
+    // Makes a factory-fresh TV below `folder`; the TVs of a folder share its cloud.
+    TestTv(const std::filesystem::path& folder, const std::string& name, const std::string& channels);
+
+    // Runs the application as a process of its own, in any case checks that each log record was written twice.
+    Outcome launch(const std::vector<std::string>& arguments);
+    Outcome backUp() { return launch({"--reply"}); }
+    Outcome restore() { return launch({"operation=restore", "--reply"}); }
+
+    void fault(const std::string& call, const std::string& failure, int nth = 1);
+    void clearFaults();
+    // How often the rules have fired since they were last cleared.
+    int faultsFired();
+
+    ChannelSetUp setUp();
+    sim::Tv open() const { return sim::Tv(home); }
+    std::vector<std::string> dataFiles() const { return tree(data); }
+    std::vector<std::string> failureFiles() const { return tree(failures); }
+
+    std::filesystem::path home;
+    std::filesystem::path cloud;
+    std::filesystem::path data;      // the application's working folder
+    std::filesystem::path failures;  // where it keeps the archives of failed operations
+};
+
+// A folder with TV A, which has a list of its own and settings of its own, and the factory-fresh TV B.
+class TwoTvs : public ::testing::Test {
+protected:
+    TwoTvs();
+
+    // The newest backup's folder in the cloud store.
+    std::filesystem::path storedBackup(const std::string& id = "000001") const;
+
+    TempFolder folder;
+    TestTv a;
+    TestTv b;
+};
+
+// The application's classes in this process, on a factory-fresh TV.
+class InProcess : public ::testing::Test {
+protected:
+    InProcess();
+    ~InProcess() override;
+
+    // The log of this test so far, a record a line: "<file> <function>(<line>) <priority> <message>".
+    std::vector<std::string> log();
+    // The same without the place: "<priority> <message>".
+    std::vector<std::string> messages();
+
+    TempFolder folder;
+    TestTv tv;
+};
+
+}  // namespace test
