@@ -23,7 +23,7 @@ namespace {
 
 // The application beside this program.
 fs::path applicationPath() {
-    const fs::path path = fs::read_symlink("/proc/self/exe").parent_path() / "halcyon-lineup";
+    fs::path path = fs::read_symlink("/proc/self/exe").parent_path() / "halcyon-lineup";
     if (!fs::exists(path)) {
         throw sim::Error(
             fmt::format("{} is not there; build or install the application beside halcyon-tv", path.string()));
@@ -53,6 +53,7 @@ struct Ending {
 };
 Ending execute(std::vector<std::string> words, bool quiet) {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }

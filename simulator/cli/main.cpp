@@ -1,4 +1,3 @@
-#include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -16,9 +15,7 @@ constexpr char FOOTER[] =
     "Exit codes: 0 done; 1 the run did not succeed, or the TVs differ; 2 wrong usage; 3 a file, folder or value that\n"
     "cannot be used.";
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int dispatch(int argc, char** argv) {
     CLI::App app("A simulated TV for halcyon-lineup.");
     app.footer(FOOTER);
     app.require_subcommand(1);
@@ -120,13 +117,19 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? cli::DONE : cli::USAGE;
     }
+    cli::Place place;
+    place.home = home.empty() ? sim::Tv::defaultHome() : std::filesystem::absolute(home);
+    place.cloud = cloud.empty() ? sim::Tv::defaultCloud(place.home) : std::filesystem::absolute(cloud);
+    return command(place);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
     try {
-        cli::Place place;
-        place.home = home.empty() ? sim::Tv::defaultHome() : std::filesystem::absolute(home);
-        place.cloud = cloud.empty() ? sim::Tv::defaultCloud(place.home) : std::filesystem::absolute(cloud);
-        return command(place);
+        return dispatch(argc, argv);
     } catch (const std::exception& error) {
-        fmt::print(stderr, "halcyon-tv: {}\n", error.what());
+        std::fprintf(stderr, "halcyon-tv: %s\n", error.what());
         return cli::UNUSABLE;
     }
 }

@@ -43,6 +43,14 @@ app_control_s* make(app_control_s control) {
     return *live().insert(new app_control_s(std::move(control))).first;
 }
 
+// Releases what the application has left of its controls.
+void takeBack() {
+    for (app_control_s* control : live()) {
+        delete control;
+    }
+    live().clear();
+}
+
 // The launch request on the command line. An exit code instead: there is nothing to launch.
 std::optional<int> parse(int argc, char** argv, app_control_s& request, bool& pause) {
     Device& device = Device::current();
@@ -118,6 +126,7 @@ int run(int argc, char** argv, const ui_app_callbacks& callbacks, void* userData
     runLoop(device);
     sim::platformNotice("app.terminate", "");
     callbacks.terminate(userData);
+    takeBack();
     return 0;
 }
 

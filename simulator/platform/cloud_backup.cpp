@@ -18,7 +18,7 @@ namespace {
 
 using sim::Device;
 using sim::Failure;
-using std::chrono_literals::operator""ms;
+using namespace std::chrono_literals;
 
 constexpr int NO_SESSION = -1;
 constexpr int NOT_THERE = -2;

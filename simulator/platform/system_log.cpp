@@ -5,11 +5,11 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -18,14 +18,13 @@
 namespace {
 
 std::string formatted(const char* format, va_list arguments) {
-    va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, arguments);
-    std::string text(static_cast<std::size_t>(std::max(length, 0)) + 1, '\0');
-    std::vsnprintf(text.data(), text.size(), format, again);
-    va_end(again);
-    text.pop_back();
-    return text;
+    char* buffer = nullptr;
+    const int length = ::vasprintf(&buffer, format, arguments);
+    if (length < 0) {
+        return format;
+    }
+    const std::unique_ptr<char, decltype(&std::free)> text(buffer, &std::free);
+    return {text.get(), static_cast<std::size_t>(length)};
 }
 
 char letter(int priority) {

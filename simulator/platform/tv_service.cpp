@@ -18,7 +18,7 @@ using sim::Failure;
 using sim::platformCall;
 using sim::platformNotice;
 using sim::Viewing;
-using std::chrono_literals::operator""ms;
+using namespace std::chrono_literals;
 
 constexpr int FIELD_SERVICE_ID = 12;
 constexpr int FIELD_ANTENNA_MODE = 13;

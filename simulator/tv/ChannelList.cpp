@@ -17,8 +17,7 @@ namespace sim {
 
 namespace {
 
-constexpr int MAX_PID = 0x1FFF;
-constexpr int MAX_ID = 0xFFFF;
+constexpr int MAX_ID = 0xFFFF;  // of pids too: real lists have some that no stream could
 
 std::vector<std::string> split(std::string_view text, char separator) {
     std::vector<std::string> parts;
@@ -69,7 +68,7 @@ int numberField(const std::string& text, const char* field, int max) {
 
 // The first pid of a field such as "163+164=2" or "104=deu@3,105;106".
 int firstPid(const std::string& text, const char* field) {
-    return numberField(text.substr(0, text.find_first_of("+=,;@")), field, MAX_PID);
+    return numberField(text.substr(0, text.find_first_of("+=,;@")), field, MAX_ID);
 }
 
 std::vector<int> conditionalAccess(const std::string& text) {
@@ -172,7 +171,7 @@ Service readService(const std::string& line) {
     service.sid = numberField(fields[9], "service id", MAX_ID);
     service.nid = numberField(fields[10], "network id", MAX_ID);
     service.tid = numberField(fields[11], "transport stream id", MAX_ID);
-    service.rid = fields.size() == 13 ? numberField(fields[12], "radio id", MAX_PID) : 0;
+    service.rid = fields.size() == 13 ? numberField(fields[12], "radio id", MAX_ID) : 0;
     service.identity = identity(service);
     return service;
 }

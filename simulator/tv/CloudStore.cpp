@@ -73,7 +73,7 @@ std::string CloudStore::put(const std::string& clientId, const std::string& cate
 
     const std::vector<std::string> ids = backupIds(parent);
     for (int number = ids.empty() ? 1 : std::stoi(ids.back()) + 1;; ++number) {
-        const std::string id = fmt::format("{:0{}}", number, ID_DIGITS);
+        std::string id = fmt::format("{:0{}}", number, ID_DIGITS);
         if (putInPlace(built, parent / id)) {
             return id;
         }

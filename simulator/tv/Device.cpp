@@ -84,7 +84,7 @@ void Device::close() {
 }
 
 std::optional<FaultInjector::Hit> nextFailure(Device& device, const std::string& name, const std::string& arguments) {
-    const std::optional<FaultInjector::Hit> hit = device.faults.next(name);
+    std::optional<FaultInjector::Hit> hit = device.faults.next(name);
     if (hit && hit->failure.kind == Failure::Kind::Throw) {
         device.record.call(name, arguments, "exception", hit->rule);
         throw std::runtime_error(fmt::format("{} failed on demand", name));
