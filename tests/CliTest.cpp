@@ -9,13 +9,10 @@
 
 #include "tests/support/TestTv.h"
 
-namespace fs = std::filesystem;
-
 namespace {
 
 using ::testing::AllOf;
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 struct Answer {
     int code;
@@ -120,6 +117,7 @@ class CliMistake : public Cli, public ::testing::WithParamInterface<Mistake> {};
 
 TEST_P(CliMistake, IsExplained) {
     init();
+    SCOPED_TRACE(GetParam().words);
     const Answer answer = tv(GetParam().words);
     EXPECT_EQ(answer.code, GetParam().code) << answer.text;
     EXPECT_THAT(answer.text, HasSubstr(GetParam().text));

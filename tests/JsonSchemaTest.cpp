@@ -69,6 +69,7 @@ struct Failing {
 class CaptureFailure : public JsonSchema, public ::testing::WithParamInterface<Failing> {};
 
 TEST_P(CaptureFailure, LeavesTheRestKnown) {
+    SCOPED_TRACE(std::string(GetParam().call) + " " + GetParam().failure);
     fault(GetParam().call, GetParam().failure);
     CJsonSchema schema;
     EXPECT_EQ(summary(schema), GetParam().summary);

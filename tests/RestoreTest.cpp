@@ -356,6 +356,7 @@ struct Item {
 class RestoreItem : public Restore, public ::testing::WithParamInterface<Item> {};
 
 TEST_P(RestoreItem, IsBestEffort) {
+    SCOPED_TRACE(std::string(GetParam().call) + " " + GetParam().failure);
     b.fault(GetParam().call, GetParam().failure, GetParam().nth);
     const Outcome run = b.restore();
     EXPECT_TRUE(run.run.succeeded());

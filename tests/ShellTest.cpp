@@ -11,7 +11,6 @@ using Lines = std::vector<std::string>;
 using test::Outcome;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::IsSupersetOf;
 
 class Shell : public test::TwoTvs {};
 

@@ -1,4 +1,5 @@
 // What the simulator promises by itself.
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -112,7 +113,7 @@ TEST_F(ChannelListFile, ReportsBadLinesAndLoadsTheOthers) {
         {"N:410:M64:Z:6900:1:2:3:0:1:1:1:0", "source 'Z'"},
         {"N:12000:H:S:6900:1:2:3:0:1:1:1:0", "source 'S'"},
         {"N:410:M64:C:-1:1:2:3:0:1:1:1:0", "symbol rate '-1'"},
-        {"N:410:M64:C:6900:8192:2:3:0:1:1:1:0", "video pid '8192'"},
+        {"N:410:M64:C:6900:65536:2:3:0:1:1:1:0", "video pid '65536'"},
         {"N:410:M64:C:6900:1:deu:3:0:1:1:1:0", "audio pid 'deu'"},
         {"N:410:M64:C:6900:1:2::0:1:1:1:0", "teletext pid ''"},
         {"N:410:M64:C:6900:1:2:3:9C4,G:1:1:1:0", "conditional access '9C4,G'"},
@@ -121,7 +122,7 @@ TEST_F(ChannelListFile, ReportsBadLinesAndLoadsTheOthers) {
         {"Again:474:M64:C:6900:1:2:3:0:1:1:1:0", "the service C-1-1-1-0 stands in line 1 already"},
     };
     for (const auto& [line, reason] : lines) {
-        const sim::ChannelList list = parse(good + "\n" + line + "\nLast:410:M64:C:6900:1:2:3:0:2:1:1:0\n");
+        const sim::ChannelList list = parse(fmt::format("{}\n{}\nLast:410:M64:C:6900:1:2:3:0:2:1:1:0\n", good, line));
         EXPECT_THAT(list.services, SizeIs(2)) << line;
         ASSERT_THAT(list.problems, SizeIs(1)) << line;
         EXPECT_THAT(list.problems[0], HasSubstr("list.conf:2: " + reason)) << line;

@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <regex>
 
 #include "simulator/tv/ChannelList.h"
 #include "simulator/tv/Device.h"
@@ -29,12 +28,26 @@ std::string replaceAll(std::string text, const std::string& from, const std::str
     return text;
 }
 
+// Of the form 22112026_074056.
+std::string replaceUniqueNames(std::string text) {
+    constexpr std::size_t DATE = 8;
+    constexpr std::size_t LENGTH = 15;
+    for (std::size_t at = text.find('_'); at != std::string::npos; at = text.find('_', at + 1)) {
+        const std::string name = at < DATE ? "" : text.substr(at - DATE, LENGTH);
+        const bool isName = name.size() == LENGTH && name.find_first_not_of("0123456789") == DATE &&
+                            name.find_first_not_of("0123456789", DATE + 1) == std::string::npos;
+        if (isName) {
+            text.replace(at - DATE, LENGTH, "{name}");
+        }
+    }
+    return text;
+}
+
 std::string readable(const std::string& text, const TestTv& tv) {
     std::string result = replaceAll(text, tv.data.string(), "{data}");
     result = replaceAll(result, tv.failures.string(), "{tmp}");
     result = replaceAll(result, tv.home.string() + "/", "{home}");
-    static const std::regex uniqueName("[0-9]{8}_[0-9]{6}");
-    return std::regex_replace(result, uniqueName, "{name}");
+    return replaceUniqueNames(result);
 }
 
 // Each record stands twice: the prefixed line of the system log, then the logger's with the same place and message.
@@ -53,6 +66,7 @@ void expectTwins(const std::vector<sim::LogRecord>& log) {
 
 std::vector<std::string> messagesOf(const std::vector<sim::LogRecord>& log) {
     std::vector<std::string> messages;
+    messages.reserve(log.size() / 2);
     for (std::size_t i = 0; i + 1 < log.size(); i += 2) {
         messages.push_back(fmt::format("{} {}", log[i].priority, log[i + 1].message));
     }
@@ -66,6 +80,7 @@ int spawn(const std::vector<std::string>& words, const std::vector<std::string>&
     }
     const auto pointers = [](const std::vector<std::string>& texts) {
         std::vector<char*> result;
+        result.reserve(texts.size() + 1);
         for (const std::string& text : texts) {
             result.push_back(const_cast<char*>(text.c_str()));
         }
@@ -177,6 +192,10 @@ Outcome TestTv::launch(const std::vector<std::string>& arguments) {
         return outcome;
     }
     outcome.run = *run;
+    const bool isCrash = run->ended == sim::Ended::CRASHED;
+    EXPECT_EQ(WIFSIGNALED(outcome.exitStatus), isCrash) << read(home.parent_path() / "stderr");
+    EXPECT_TRUE(isCrash || run->ended == sim::Ended::REFUSED || outcome.exitStatus == 0)
+        << read(home.parent_path() / "stderr");
     const std::vector<sim::LogRecord> log = sim::listLog(tv.database(), run->id);
     expectTwins(log);
     for (const std::string& message : messagesOf(log)) {
