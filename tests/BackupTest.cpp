@@ -90,9 +90,9 @@ TEST_F(Backup, BringsEverythingIntoTheCloud) {
     EXPECT_EQ(run.run.reply, std::nullopt) << "a backup never replies";
     EXPECT_THAT(bundleEntries(), UnorderedElementsAre("ServiceDB.zip", "vconf.json", "issDB.zip", "ci/ci_profile.bin",
                                                       "ci/ci_operator.xml"));
-    EXPECT_EQ(test::read(storedBackup() / "metadata.json"), METADATA);
+    EXPECT_EQ(test::readFile(storedBackup() / "metadata.json"), METADATA);
     EXPECT_EQ(sim::ServiceDb::countInBundle(storedBackup() / "bundle.zip"), 3U);
-    EXPECT_EQ(test::read(bundleEntry("ci/ci_profile.bin")), before.ci.at("ci_profile.bin"));
+    EXPECT_EQ(test::readFile(bundleEntry("ci/ci_profile.bin")), before.ci.at("ci_profile.bin"));
     EXPECT_EQ(a.setUp(), before);
     EXPECT_THAT(a.dataFiles(), IsEmpty()) << "neither staging folder nor bundle stays";
 }
@@ -107,7 +107,7 @@ TEST_F(Backup, FiltersTheIpServicesAndNothingElse) {
 
 TEST_F(Backup, WritesTheSettingsInTheOrderOfTheList) {
     a.backUp();
-    const std::string text = test::read(bundleEntry("vconf.json"));
+    const std::string text = test::readFile(bundleEntry("vconf.json"));
     EXPECT_THAT(text, StartsWith("{\n\t\"data\" : \n\t[\n\t\t{\n\t\t\t\"path\" : "));
     Json::Value root;
     ASSERT_TRUE(sim::parseJson(text, root));
@@ -212,7 +212,7 @@ TEST_F(Backup, IsNamedAfterTheLocalTime) {
     a.backUp();
     const std::time_t after = std::time(nullptr);
     Json::Value info;
-    ASSERT_TRUE(sim::parseJson(test::read(storedBackup() / "info.json"), info));
+    ASSERT_TRUE(sim::parseJson(test::readFile(storedBackup() / "info.json"), info));
     const std::string name = info["name"].asString();
     std::tm local = {};
     std::istringstream(name) >> std::get_time(&local, "%d%m%Y_%H%M%S");

@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 namespace {
 
 using Lines = std::vector<std::string>;
-using test::read;
+using test::readFile;
 using test::write;
 using ::testing::AllOf;
 using ::testing::EndsWith;
@@ -76,7 +76,7 @@ TEST_F(FileUtil, CopiesAFileIntoAFolderUnderItsOwnName) {
     EXPECT_TRUE(CFileUtil::Copy(at("from/file"), at("to")));
     write(at("to/file"), "old");
     EXPECT_TRUE(CFileUtil::Copy(at("from/file"), at("to/")));
-    EXPECT_EQ(read(at("to/file")), "new");
+    EXPECT_EQ(readFile(at("to/file")), "new");
     EXPECT_EQ(log(), (Lines{"FileUtil CreateDirectories(32) 5 create_directories({folder}/to) success",
                             "FileUtil Copy(94) 5 copy_file({folder}/from/file, {folder}/to/file) success",
                             "FileUtil Copy(94) 5 copy_file({folder}/from/file, {folder}/to/file) success"}));
@@ -122,7 +122,7 @@ TEST_F(FileUtil, TakesAwayTheFolderThatAFailedCopyMade) {
 TEST_F(FileUtil, MovesByCopyAndDelete) {
     write(at("file"), "x");
     EXPECT_TRUE(CFileUtil::Move(at("file"), at("to/")));
-    EXPECT_EQ(read(at("to/file")), "x");
+    EXPECT_EQ(readFile(at("to/file")), "x");
     EXPECT_FALSE(fs::exists(at("file")));
     EXPECT_FALSE(CFileUtil::Move(at("file"), at("to/")));
 

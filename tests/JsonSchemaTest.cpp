@@ -12,6 +12,7 @@
 namespace {
 
 using Lines = std::vector<std::string>;
+using test::messages;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::Not;

@@ -126,7 +126,7 @@ TEST_F(Restore, LogsEachStep) {
                                                        "4 Last line",
                                                        "5 BNR Callback called [102]",
                                                        "5 RestoreData download json schema[" +
-                                                           test::read(storedBackup() / "metadata.json") +
+                                                           test::readFile(storedBackup() / "metadata.json") +
                                                            "] filePath[" + zip + "]",
                                                        "4 FUNC BEGIN",
                                                        "4 FUNC BEGIN",
@@ -301,7 +301,7 @@ TEST_F(Restore, FailsWithoutTheTvServicesUtility) {
 TEST_F(Restore, FailsWhereTheTvServiceRefusesTheDatabase) {
     const auto corruptDatabase = [](const fs::path& work) {
         ASSERT_TRUE(sim::extractEntry(work / "ServiceDB.zip", "services.db", work / "services.db"));
-        std::string bytes = test::read(work / "services.db");
+        std::string bytes = test::readFile(work / "services.db");
         bytes.replace(bytes.size() / 2, bytes.size() / 2, std::string(bytes.size() / 2, '\xff'));
         test::write(work / "services.db", bytes);
         sim::writeArchive(work / "ServiceDB.zip", {work / "services.db"});
@@ -310,7 +310,7 @@ TEST_F(Restore, FailsWhereTheTvServiceRefusesTheDatabase) {
     const auto without = [](const fs::path& work) { sim::writeArchive(work / "ServiceDB.zip", {work / "vconf.json"}); };
     const auto missing = [](const fs::path& work) { fs::remove(work / "ServiceDB.zip"); };
     const auto noArchive = [](const fs::path& work) { test::write(work / "ServiceDB.zip", "text"); };
-    const std::string pristine = test::read(storedBackup() / "bundle.zip");
+    const std::string pristine = test::readFile(storedBackup() / "bundle.zip");
     const std::vector<std::pair<std::function<void(const fs::path&)>, int>> changes = {
         {missing, 1}, {noArchive, 1}, {without, 2}, {corruptDatabase, 3}};
     for (const auto& [change, status] : changes) {

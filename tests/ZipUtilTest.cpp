@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 namespace {
 
 using Lines = std::vector<std::string>;
-using test::read;
+using test::readFile;
 using test::tree;
 using test::write;
 using ::testing::ElementsAre;
@@ -117,7 +117,7 @@ TEST_F(ZipUtil, PacksAFolderAndUnpacksItAgain) {
 
     ASSERT_TRUE(zip.UnzipFile(at("out.zip"), at("back/")));
     for (const auto& [name, content] : files) {
-        EXPECT_EQ(read(at("back/" + name)), content) << name;
+        EXPECT_EQ(readFile(at("back/" + name)), content) << name;
     }
     EXPECT_FALSE(fs::exists(at("back/hollow")));
 }
@@ -126,7 +126,7 @@ TEST_F(ZipUtil, PacksAFolderAndUnpacksItAgain) {
 TEST_F(ZipUtil, WritesBareDeflatedEntries) {
     write(at("in/name"), std::string(2000, 'x'));
     ASSERT_TRUE(zip.CreateZipFile(at("in/"), at("out.zip")));
-    const std::string bytes = read(at("out.zip"));
+    const std::string bytes = readFile(at("out.zip"));
 
     constexpr std::size_t END_SIZE = 22;
     const std::size_t end = bytes.size() - END_SIZE;
@@ -244,7 +244,7 @@ TEST_F(ZipUtil, ReportsEachEntryOnceItIsThere) {
     makeArchive(at("two.zip"), {{"a", "1"}, {"sub/b", "22"}});
     write(at("to/a"), "something longer that was there");
     ASSERT_TRUE(zip.UnzipFile(at("two.zip"), at("to/")));
-    EXPECT_EQ(read(at("to/a")), "1");
+    EXPECT_EQ(readFile(at("to/a")), "1");
     EXPECT_EQ(log(), (Lines{"ZipUtil UnzipFile(160) 5 opened zip file {folder}/two.zip with (2) files for extracting",
                             "ZipUtil UnzipFile(246) 5 extracted file a from {folder}/two.zip",
                             "FileUtil CreateDirectories(32) 5 create_directories({folder}/to/sub) success",
@@ -256,8 +256,8 @@ TEST_F(ZipUtil, ReportsEachEntryOnceItIsThere) {
 TEST_F(ZipUtil, FollowsNamesThatLeadOutOfTheFolder) {
     makeArchive(at("out.zip"), {{"../sibling", "1"}, {at("absolute/file"), "2"}});
     ASSERT_TRUE(zip.UnzipFile(at("out.zip"), at("to")));
-    EXPECT_EQ(read(at("sibling")), "1");
-    EXPECT_EQ(read(at("absolute/file")), "2");
+    EXPECT_EQ(readFile(at("sibling")), "1");
+    EXPECT_EQ(readFile(at("absolute/file")), "2");
 }
 
 TEST_F(ZipUtil, StopsAtAFolderEntry) {
@@ -303,7 +303,7 @@ class DamagedZip : public ZipUtil, public ::testing::WithParamInterface<Damage> 
 
 TEST_P(DamagedZip, StopsThere) {
     makeArchive(at("x.zip"), {{"first", std::string(1000, '1')}, {"second", std::string(1000, '2')}});
-    std::string bytes = read(at("x.zip"));
+    std::string bytes = readFile(at("x.zip"));
     GetParam().apply(bytes);
     write(at("x.zip"), bytes);
     EXPECT_FALSE(zip.UnzipFile(at("x.zip"), at("to/")));

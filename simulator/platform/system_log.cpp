@@ -35,7 +35,8 @@ char letter(int priority) {
 
 // A line as a person's terminal shows it: by priority.
 std::string coloured(int priority, const std::string& line) {
-    static const bool isColoured = ::isatty(STDERR_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr;
+    static const char* const noColour = std::getenv("NO_COLOR");
+    static const bool isColoured = ::isatty(STDERR_FILENO) == 1 && (noColour == nullptr || *noColour == '\0');
     if (!isColoured) {
         return line;
     }

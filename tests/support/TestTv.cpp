@@ -115,28 +115,9 @@ std::vector<std::string> between(const Items& items, const std::string& from, co
 
 }  // namespace
 
-TempFolder::TempFolder() {
-    std::string name = fs::temp_directory_path() / "halcyon-test-XXXXXX";
-    if (::mkdtemp(name.data()) == nullptr) {
-        throw std::runtime_error("cannot make a temporary folder at " + name);
-    }
-    m_path = name;
-}
-
-TempFolder::~TempFolder() {
-    std::error_code ignored;
-    fs::remove_all(m_path, ignored);
-}
-
 void write(const fs::path& file, const std::string& text) {
     fs::create_directories(file.parent_path());
     std::ofstream(file, std::ios::binary) << text;
-}
-
-std::string read(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    EXPECT_TRUE(stream.is_open()) << file;
-    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 std::vector<std::string> tree(const fs::path& folder) {
@@ -188,14 +169,14 @@ Outcome TestTv::launch(const std::vector<std::string>& arguments) {
     EXPECT_EQ(::waitpid(pid, &outcome.exitStatus, 0), pid);
     const std::optional<sim::Run> run = sim::closeRun(tv.database(), before, pid, "ended");
     if (!run) {
-        ADD_FAILURE() << "no run began: " << read(home.parent_path() / "stderr");
+        ADD_FAILURE() << "no run began: " << readFile(home.parent_path() / "stderr");
         return outcome;
     }
     outcome.run = *run;
     const bool isCrash = run->ended == sim::Ended::CRASHED;
-    EXPECT_EQ(WIFSIGNALED(outcome.exitStatus), isCrash) << read(home.parent_path() / "stderr");
+    EXPECT_EQ(WIFSIGNALED(outcome.exitStatus), isCrash) << readFile(home.parent_path() / "stderr");
     EXPECT_TRUE(isCrash || run->ended == sim::Ended::REFUSED || outcome.exitStatus == 0)
-        << read(home.parent_path() / "stderr");
+        << readFile(home.parent_path() / "stderr");
     const std::vector<sim::LogRecord> log = sim::listLog(tv.database(), run->id);
     expectTwins(log);
     for (const std::string& message : messagesOf(log)) {
@@ -258,6 +239,11 @@ fs::path TwoTvs::storedBackup(const std::string& id) const {
     return a.cloud / "Qr7tLw2ZkA/OOBERFChannelList" / id;
 }
 
+std::vector<std::string> messages() {
+    SQLite::Database& database = sim::Device::current().tv.database();
+    return messagesOf(sim::listLog(database, sim::newestRun(database)));
+}
+
 InProcess::InProcess() : tv(folder.path(), "tv", "Welcome:11361:HC23:S19.2E:22000:501=27:502:0:0:5001:1:5:0\n") {
     ::setenv("HALCYON_TV_HOME", tv.home.c_str(), 1);
     ::setenv("HALCYON_CLOUD", tv.cloud.c_str(), 1);
@@ -279,11 +265,6 @@ std::vector<std::string> InProcess::log() {
                                    folder.path().string(), "{folder}"));
     }
     return lines;
-}
-
-std::vector<std::string> InProcess::messages() {
-    SQLite::Database& database = sim::Device::current().tv.database();
-    return messagesOf(sim::listLog(database, sim::newestRun(database)));
 }
 
 }  // namespace test

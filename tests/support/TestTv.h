@@ -10,29 +10,20 @@
 #include <vector>
 
 #include "simulator/tv/Faults.h"
+#include "simulator/tv/Files.h"
 #include "simulator/tv/RunRecord.h"
 #include "simulator/tv/ServiceDb.h"
 #include "simulator/tv/Tv.h"
 
 namespace test {
 
-// A folder that is removed with all it holds at the end of the scope.
-class TempFolder {
-public:
-    TempFolder();
-    ~TempFolder();
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-
-    const std::filesystem::path& path() const { return m_path; }
-    std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
-
-private:
-    std::filesystem::path m_path;
+// A temporary folder that is removed with all it holds at the end of the scope.
+struct TempFolder : sim::ScratchFolder {
+    TempFolder() : ScratchFolder(std::filesystem::temp_directory_path()) {}
 };
 
 void write(const std::filesystem::path& file, const std::string& text);
-std::string read(const std::filesystem::path& file);
+using sim::readFile;
 
 // The files below a folder, relative to it, sorted; folders end in '/'.
 std::vector<std::string> tree(const std::filesystem::path& folder);
@@ -106,6 +97,9 @@ protected:
     TestTv b;
 };
 
+// The log of this process so far, a record a line: "<priority> <message>".
+std::vector<std::string> messages();
+
 // The application's classes in this process, on a factory-fresh TV.
 class InProcess : public ::testing::Test {
 protected:
@@ -114,9 +108,6 @@ protected:
 
     // The log of this test so far, a record a line: "<file> <function>(<line>) <priority> <message>".
     std::vector<std::string> log();
-    // The same without the place: "<priority> <message>".
-    std::vector<std::string> messages();
-
     TempFolder folder;
     TestTv tv;
 };
