@@ -384,9 +384,19 @@ INSTANTIATE_TEST_SUITE_P(
         Item{"CIM::ICIGeneral::BackupFileDone", "result=2", 1, "6 CIM::ICIGeneral::BackupFileDone fail"}));
 
 TEST_F(Restore, HandsEveryMemberOfTheCiFolderOver) {
-    // A folder among the files, as another tool may put it there; the module refuses it, and so takes nothing.
+    changeBundle([](const fs::path&) {});  // the new bundle has no ci/
+    fs::create_directories(b.data / "temp/ci");
+    EXPECT_EQ(b.restore().count("CIM::TCCIService::CIGeneralInstance"), 0) << "an empty folder";
+
+    fs::create_directories(b.data / "temp/ci/folder");
+    const Outcome run = b.restore();
+    EXPECT_THAT(run.calls,
+                Contains(::testing::AllOf(::testing::Field(&sim::CallRecord::name, "CIM::ICIGeneral::BackupFileDone"),
+                                          ::testing::Field(&sim::CallRecord::arguments, "{data}temp/ci/folder"))));
+    EXPECT_TRUE(run.says("6 CIM::ICIGeneral::BackupFileDone fail")) << "the module takes files only";
+
     changeBundle([&](const fs::path& work) { test::write(work / "ci", "no folder"); });
-    EXPECT_EQ(b.restore().count("CIM::TCCIService::CIGeneralInstance"), 0) << "no folder, nothing to hand over";
+    EXPECT_EQ(b.restore().count("CIM::TCCIService::CIGeneralInstance"), 0);
     EXPECT_EQ(b.setUp().ci, fresh.ci);
 }
 
