@@ -348,7 +348,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Item{"CIM::TCCIService::CIGeneralInstance", "null", 1, "", NO_CI},
         Item{"CIM::ICIGeneral::GetBackupFilePaths", "result=0", 1, "6 CIM::ICIGeneral::GetBackupFilePaths fail", NO_CI},
-        Item{"CIM::ICIGeneral::GetBackupFilePaths", "result=2", 1, "6 CIM::ICIGeneral::GetBackupFilePaths fail", NO_CI},
+        Item{"CIM::ICIGeneral::GetBackupFilePaths", "answer=2", 1, "6 CIM::ICIGeneral::GetBackupFilePaths fail", NO_CI},
         Item{"CIM::ICIGeneral::GetBackupFilePaths", "result=1", 1, "6 CIM::ICIGeneral::GetBackupFilePaths fail", NO_CI},
         // What was copied before the file that is not there stays.
         Item{"CIM::ICIGeneral::GetBackupFilePaths", "damage=missing", 1,

@@ -238,6 +238,18 @@ TEST_F(Services, OfTheCiModuleAreTakenOverAllOrNone) {
     EXPECT_EQ(module.files().at("ci_operator.xml"), before.at("ci_operator.xml"));
 }
 
+// A TV whose own files are gone fails its calls; it does not take the application with it.
+TEST_F(Services, ThatAreGoneFailTheCalls) {
+    fs::remove(b.home / "service-db/services.db");
+    fs::remove_all(b.home / "ci");
+    const test::Outcome run = b.backUp();
+    EXPECT_EQ(run.run.ended, sim::Ended::EXIT);
+    EXPECT_TRUE(run.says("6 IUtil::GetServiceDb({data}{name}/ServiceDB.zip) fail"));
+    a.backUp();
+    fs::remove(storedBackup() / "metadata.json");
+    EXPECT_EQ(a.restore().run.response, 500) << "a backup that the cloud cannot read";
+}
+
 TEST_F(Services, MakeAFaultRuleOnlyOfWhatCanHappen) {
     EXPECT_THAT([&] { a.fault("no_such_call", "throw"); }, ThrowsMessage<sim::Error>(HasSubstr("no call")));
     EXPECT_THAT([&] { a.fault("bnr_init", "damage=empty"); }, ThrowsMessage<sim::Error>(HasSubstr("cannot fail with")));

@@ -46,19 +46,23 @@ std::string sessionName(const std::string& id) {
     return fmt::format("the cloud service ({})", id);
 }
 
-// What the cloud hands out for a restore. Nothing: it has no such backup, or it cannot be written.
+// What the cloud hands out for a restore. Nothing: it has no such backup, or cannot read or deliver it.
 struct Download {
     std::string metadata;
     std::string path;
 };
 std::optional<Download> download(const std::string& category, const std::string& id, const fs::path& folder) {
     const Device& device = Device::current();
-    const std::optional<sim::StoredBackup> backup = device.cloud.find(id, category, device.chosenBackup);
-    std::error_code error;
-    if (!backup || !fs::copy_file(backup->bundle, folder / backup->name, fs::copy_options::overwrite_existing, error)) {
+    try {
+        const std::optional<sim::StoredBackup> backup = device.cloud.find(id, category, device.chosenBackup);
+        if (!backup) {
+            return std::nullopt;
+        }
+        fs::copy_file(backup->bundle, folder / backup->name, fs::copy_options::overwrite_existing);
+        return Download{backup->metadata, folder / backup->name};
+    } catch (const fs::filesystem_error&) {
         return std::nullopt;
     }
-    return Download{backup->metadata, folder / backup->name};
 }
 
 struct Response {
@@ -171,11 +175,7 @@ int bnr_backup(const char* id, const char* metadata, const char* filePath) {
             respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_SCHEMA_ERROR, std::nullopt);
             return 0;
         }
-        try {
-            Device::current().cloud.put(id, client().sessions[id], metadata, filePath);
-        } catch (const fs::filesystem_error&) {
-            return NOT_THERE;
-        }
+        Device::current().cloud.put(id, client().sessions[id], metadata, filePath);
         respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_COMPLETED, std::nullopt);
         return 0;
     });

@@ -33,22 +33,15 @@ std::string toText(const CCNavigationModeInfo& info) {
     return fmt::format("{}/{}/{}", info.category, info.param, info.sortMode);
 }
 
-// What the TV service answers to an action that throws: a file or database that it could not handle.
-int resultOf(const std::function<void()>& action) {
-    try {
-        action();
-        return 1;
-    } catch (const std::exception&) {
-        return 0;
-    }
-}
-
 class Util final : public IUtil {
 public:
     int GetServiceDb(const std::string& path) override {
         return platformCall(
             "IUtil::GetServiceDb", path,
-            [&] { return resultOf([&] { Device::current().tv.serviceDb().snapshot(path); }); },
+            [&] {
+                Device::current().tv.serviceDb().snapshot(path);
+                return 1;
+            },
             [&](const std::string& how) { sim::damageFile(path, how); });
     }
 
@@ -69,7 +62,14 @@ public:
     int GetIssDbArchive(const std::string& path) override {
         return platformCall(
             "IUtil::GetIssDbArchive", path,
-            [&] { return resultOf([&] { Device::current().tv.issDb().snapshot(path); }); },
+            [&] {
+                try {
+                    Device::current().tv.issDb().snapshot(path);
+                    return 1;
+                } catch (const std::exception&) {
+                    return 0;  // a negative result would be success here
+                }
+            },
             [&](const std::string& how) { sim::damageFile(path, how); });
     }
 

@@ -50,7 +50,7 @@ StoredBackup load(const fs::path& folder) {
     backup.category = folder.parent_path().filename();
     backup.clientId = folder.parent_path().parent_path().filename();
     backup.time = info["time"].asString();
-    backup.name = info["name"].asString();
+    backup.name = fs::path(info["name"].asString()).filename();
     backup.metadata = readFile(folder / "metadata.json");
     backup.bundle = folder / "bundle.zip";
     return backup;

@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -60,24 +61,37 @@ inline std::string toJournal(const void* result) {
     return result != nullptr ? "object" : "null";
 }
 
-// A platform call: does what `body` does, unless a fault rule says otherwise, and journals it. `damage` damages what
-// the call has made, in the way it is told.
+// A platform call: does what `body` does, unless a fault rule says otherwise, and journals it. Where the TV's own files
+// are unusable, so that `body` throws, the call fails with -1, false or null. `damage` damages what the call has made,
+// in the way it is told.
 template <typename Body>
 auto platformCall(const std::string& name, const std::string& arguments, Body body,
                   const std::function<void(const std::string& how)>& damage = {}) -> decltype(body()) {
     using Result = decltype(body());
     Device& device = Device::current();
     const std::optional<FaultInjector::Hit> hit = nextFailure(device, name, arguments);
+    const auto fails = [&](Failure::Kind kind) { return hit && hit->failure.kind == kind; };
     Result result{};
-    if (!hit || hit->failure.kind == Failure::Kind::Damage) {
-        result = body();
-    } else if constexpr (!std::is_pointer_v<Result>) {
-        result = static_cast<Result>(hit->failure.number);
+    std::string reason;
+    if (!fails(Failure::Kind::Result) && !fails(Failure::Kind::Null)) {
+        try {
+            result = body();
+            if (fails(Failure::Kind::Damage)) {
+                damage(hit->failure.text);
+            }
+        } catch (const std::exception& error) {
+            if constexpr (std::is_same_v<Result, int>) {
+                result = -1;
+            }
+            reason = fmt::format(" ({})", error.what());
+        }
     }
-    if (hit && hit->failure.kind == Failure::Kind::Damage) {
-        damage(hit->failure.text);
+    if constexpr (!std::is_pointer_v<Result>) {
+        if (fails(Failure::Kind::Result) || fails(Failure::Kind::Answer)) {
+            result = static_cast<Result>(hit->failure.number);
+        }
     }
-    device.record.call(name, arguments, toJournal(result), hit ? std::optional(hit->rule) : std::nullopt);
+    device.record.call(name, arguments, toJournal(result) + reason, hit ? std::optional(hit->rule) : std::nullopt);
     return result;
 }
 

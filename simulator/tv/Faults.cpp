@@ -93,7 +93,7 @@ std::vector<FaultTarget> makeTargets() {
         {"CCCategoryUtil::GetCurrentCategory", Strings{"result=0"} + thrown},
         {"CCCategoryUtil::SetCurrentCategory", Strings{"result=0"} + thrown},
         {"CIM::TCCIService::CIGeneralInstance", pointer},
-        {"CIM::ICIGeneral::GetBackupFilePaths", positive + Strings{"result=1", "damage=missing"}},
+        {"CIM::ICIGeneral::GetBackupFilePaths", positive + Strings{"result=1", "answer=2", "damage=missing"}},
         {"CIM::ICIGeneral::BackupFileDone", positive},
         {"JsonUtil::StringToJson", {"result=0"}},
         {"JsonUtil::StreamToJson", {"result=0"}},
@@ -126,7 +126,7 @@ void check(const FaultRule& rule) {
     }
     const std::string kind = kindOf(rule.failure);
     const auto fits = [&](const std::string& each) {
-        const bool hasFreeNumber = kind == "result" || kind == "delay";
+        const bool hasFreeNumber = kind == "result" || kind == "answer" || kind == "delay";
         return hasFreeNumber ? kindOf(each) == kind : each == rule.failure;
     };
     if (std::none_of(target->failures.begin(), target->failures.end(), fits)) {
@@ -155,6 +155,9 @@ Failure parseFailure(const std::string& text) {
     };
     if (kind == "result") {
         return {Failure::Kind::Result, number(), text};
+    }
+    if (kind == "answer") {
+        return {Failure::Kind::Answer, number(), text};
     }
     if (kind == "delay") {
         return {Failure::Kind::Delay, number(), text};

@@ -16,6 +16,7 @@ namespace sim {
 struct Failure {
     enum class Kind {
         Result,  // the call returns `number` and does nothing else; of an event: it carries that code
+        Answer,  // the call does what it should, and then returns `number`
         Null,    // the call returns null; of an event: it comes with null user data
         Throw,   // the call throws std::runtime_error
         Damage,  // the file that the call makes is damaged, see damageFile()
