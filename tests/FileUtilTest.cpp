@@ -64,9 +64,15 @@ TEST_F(FileUtil, OpensOnlyTheLastFolderOfAChainToEverybody) {
     EXPECT_TRUE(CFileUtil::CreateDirectories(at("a/b")));
     EXPECT_EQ(modeOf(at("a/b")), 0750U) << "a folder that is there keeps its mode";
 
+    // A folder below one with the set-group-id bit is made with that bit, which does not stay.
+    ASSERT_EQ(::chmod(at("a/b").c_str(), 02750), 0);
+    EXPECT_TRUE(CFileUtil::CreateDirectories(at("a/b/d")));
+    EXPECT_EQ(modeOf(at("a/b/d")), 0777U) << "replaced, not added to";
+
     write(at("file"), "x");
     EXPECT_FALSE(CFileUtil::CreateDirectories(at("file")));
     EXPECT_EQ(log(), (Lines{"FileUtil CreateDirectories(32) 5 create_directories({folder}/a/b/c/) success",
+                            "FileUtil CreateDirectories(32) 5 create_directories({folder}/a/b/d) success",
                             "FileUtil CreateDirectories(27) 6 create_directories({folder}/file) fail [20][Not a "
                             "directory]"}));
 }
