@@ -43,7 +43,7 @@ int app_control_create(app_control_s** control);
 // Sends `reply` with the result code `result` to the sender of `request`. Takes over neither handle.
 int app_control_reply_to_launch_request(app_control_s* reply, app_control_s* request, int result);
 
-// Releases a control made by app_control_create() or app_control_clone().
+// Releases a control made by app_control_create() or app_control_clone(). Fails for null and for one released before.
 int app_control_destroy(app_control_s* control);
 
 }  // extern "C"

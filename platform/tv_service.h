@@ -98,9 +98,12 @@ protected:
 class IServiceNavigation {
 public:
     virtual int GetTvMode(TSTvMode& mode) = 0;
+
+    // Fails for a mode that the TV does not have.
     virtual int SetTvMode(TSTvMode mode, int option) = 0;
 
-    // Adds the fields that `criteria` names to `data`, as far as the current service of `mode` has them.
+    // Adds the fields that `criteria` names to `data`, as far as the current service of `mode` has them. Fails
+    // where there is no current service.
     virtual int GetCurrentServiceInfo(TSTvMode mode, const TCCriteriaHelper& criteria, TCServiceData& data) = 0;
 
     // Fails for a service that the channel database does not have.
@@ -136,7 +139,7 @@ protected:
 
 class IScanControl {
 public:
-    // Asks the running scan to stop; signal 18 says when it has.
+    // Asks the running scan to stop; signal 18 says when it has. Fails where none is running.
     virtual int StopAutoScan(int option) = 0;
 
 protected:
@@ -171,6 +174,7 @@ public:
     static int CreateSignalSubscriber(SignalCallback callback, ISignalSubscriber** subscriber);
     static int DestroySignalSubscriber(SignalCallback callback);
 
+    // `util` may be null.
     static void Destroy(IUtil* util);
 };
 
