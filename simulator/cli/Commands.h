@@ -51,7 +51,7 @@ int cloudShow(const Place& place, const std::string& id);
 
 int faultAdd(const Place& place, const std::string& call, const std::string& failure, int nth, int times);
 int faultList(const Place& place);
-int faultClear(const Place& place);
+int faultClear(const Place& place, std::optional<std::int64_t> rule);
 int faultCalls();
 
 }  // namespace cli

@@ -9,7 +9,7 @@ namespace cli {
 
 std::string nameOfResponse(int code);
 
-// "satellite/all (2/0)" and the like.
+// "satellite, all services (2/0)" and the like.
 std::string nameOfMode(const sim::Viewing& viewing);
 std::string nameOfSource(const sim::Viewing& viewing);
 std::string nameOfCategory(const sim::Viewing& viewing);

@@ -1,12 +1,14 @@
 // The commands that launch the application and show what became of it.
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "simulator/cli/Commands.h"
 #include "simulator/cli/Names.h"
@@ -42,16 +44,17 @@ std::vector<std::string> commandLine(const RunOptions& options) {
     if (!options.backup.empty()) {
         words.insert(words.end(), {"--backup", options.backup});
     }
+    words.emplace_back("--");  // what follows is extra values, whatever it looks like
     words.insert(words.end(), options.extras.begin(), options.extras.end());
     return words;
 }
 
-// Starts a command and waits for its end. Gives its process id and how it ended.
+// Starts a command with its standard error going to `errors`, and waits for its end.
 struct Ending {
     int pid;
     int status;
 };
-Ending execute(std::vector<std::string> words, bool quiet) {
+Ending execute(std::vector<std::string> words, FILE* errors) {
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
@@ -59,11 +62,14 @@ Ending execute(std::vector<std::string> words, bool quiet) {
     }
     arguments.push_back(nullptr);
     std::fflush(nullptr);
+    // A key that interrupts the application must not keep its end from being recorded.
+    std::signal(SIGINT, SIG_IGN);
+    std::signal(SIGQUIT, SIG_IGN);
     const int pid = ::fork();
     if (pid == 0) {
-        if (quiet) {
-            ::dup2(::open("/dev/null", O_WRONLY), STDERR_FILENO);
-        }
+        std::signal(SIGINT, SIG_DFL);
+        std::signal(SIGQUIT, SIG_DFL);
+        ::dup2(::fileno(errors), STDERR_FILENO);
         ::execv(arguments.front(), arguments.data());
         ::_exit(UNUSABLE);
     }
@@ -72,6 +78,15 @@ Ending execute(std::vector<std::string> words, bool quiet) {
         throw sim::Error(fmt::format("cannot launch {}: {}", words.front(), std::strerror(errno)));
     }
     return {pid, status};
+}
+
+std::string content(FILE* file) {
+    std::rewind(file);
+    std::string text;
+    for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file)) {
+        text += static_cast<char>(c);
+    }
+    return text;
 }
 
 std::string describe(int status) {
@@ -102,6 +117,13 @@ std::string describeEnd(const sim::Run& run) {
     return run.detail.empty() ? text : fmt::format("{}: {}", text, run.detail);
 }
 
+std::string outcome(const sim::Run& run) {
+    if (run.ended == sim::Ended::RUNNING) {
+        return "open";
+    }
+    return run.succeeded() ? "succeeded" : "failed";
+}
+
 void print(const sim::Run& run) {
     fmt::print("run {} of {}\n", run.id, run.started);
     fmt::print("  operation  {}\n", run.operation.empty() ? "none" : run.operation);
@@ -110,7 +132,7 @@ void print(const sim::Run& run) {
     fmt::print("  reported   {}\n", run.reported.empty() ? "nothing" : run.reported);
     fmt::print("  reply      {}\n", describeReply(run));
     fmt::print("  ended      {}\n", describeEnd(run));
-    fmt::print("  outcome    {}\n", run.succeeded() ? "succeeded" : "failed");
+    fmt::print("  outcome    {}\n", outcome(run));
 }
 
 // The text on one line.
@@ -135,17 +157,8 @@ void print(const sim::LogRecord& log) {
     }
 }
 
-void checkExtras(const std::vector<std::string>& extras) {
-    for (const std::string& extra : extras) {
-        if (extra.find('=') == std::string::npos || extra.front() == '=') {
-            throw sim::Error(
-                fmt::format("extra value '{}' is not of the form key=value, such as operation=restore", extra));
-        }
-    }
-}
-
 void checkBackup(const Place& place, const std::string& id) {
-    for (const sim::StoredBackup& backup : sim::CloudStore(place.cloud).list()) {
+    for (const sim::StoredBackup& backup : sim::CloudStore(place.cloud).list().backups) {
         if (backup.id == id) {
             return;
         }
@@ -157,18 +170,18 @@ void checkBackup(const Place& place, const std::string& id) {
 
 int run(const Place& place, const RunOptions& options) {
     sim::Tv tv(place.home);
-    checkExtras(options.extras);
     if (!options.backup.empty()) {
         checkBackup(place, options.backup);
     }
     ::setenv("HALCYON_TV_HOME", place.home.c_str(), 1);
     ::setenv("HALCYON_CLOUD", place.cloud.c_str(), 1);
     const std::int64_t before = sim::newestRun(tv.database());
-    const Ending ending = execute(commandLine(options), options.quiet);
+    const std::unique_ptr<FILE, decltype(&std::fclose)> log(options.quiet ? std::tmpfile() : nullptr, &std::fclose);
+    const Ending ending = execute(commandLine(options), log ? log.get() : stderr);
     const std::optional<sim::Run> run = sim::closeRun(tv.database(), before, ending.pid, describe(ending.status));
     if (!run) {
-        throw sim::Error(fmt::format("the application did not start on the TV at {}: {}", place.home.string(),
-                                     describe(ending.status)));
+        throw sim::Error(fmt::format("the application did not start on the TV at {}: {}{}", place.home.string(),
+                                     describe(ending.status), log ? "\n" + content(log.get()) : ""));
     }
     print(*run);
     return run->succeeded() ? DONE : FAILED;
@@ -176,6 +189,7 @@ int run(const Place& place, const RunOptions& options) {
 
 int record(const Place& place, std::optional<std::int64_t> id, bool withCalls, bool withLog) {
     sim::Tv tv(place.home);
+    sim::closeAbandonedRuns(tv.database());
     const std::int64_t chosen = id ? *id : sim::newestRun(tv.database());
     const std::optional<sim::Run> run = sim::findRun(tv.database(), chosen);
     if (!run) {
@@ -200,9 +214,9 @@ int record(const Place& place, std::optional<std::int64_t> id, bool withCalls, b
 
 int listRecords(const Place& place) {
     sim::Tv tv(place.home);
+    sim::closeAbandonedRuns(tv.database());
     for (const sim::Run& run : sim::listRuns(tv.database())) {
-        fmt::print("{:>4}  {}  {:<8} {:<10} {}\n", run.id, run.started, run.operation,
-                   run.succeeded() ? "succeeded" : "failed", describeEnd(run));
+        fmt::print("{:>4}  {}  {:<8} {:<10} {}\n", run.id, run.started, run.operation, outcome(run), describeEnd(run));
     }
     return DONE;
 }

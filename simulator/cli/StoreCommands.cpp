@@ -26,10 +26,19 @@ void printEntries(const sim::StoredBackup& backup) {
     }
 }
 
+// The backups that are whole; the others are reported.
+std::vector<sim::StoredBackup> listBackups(const Place& place) {
+    const sim::CloudStore::Listing listing = sim::CloudStore(place.cloud).list();
+    for (const std::string& problem : listing.problems) {
+        fmt::print(stderr, "{}\n", problem);
+    }
+    return listing.backups;
+}
+
 }  // namespace
 
 int cloudList(const Place& place) {
-    const std::vector<sim::StoredBackup> backups = sim::CloudStore(place.cloud).list();
+    const std::vector<sim::StoredBackup> backups = listBackups(place);
     if (backups.empty()) {
         fmt::print("No backup in {}.\n", place.cloud.string());
         return DONE;
@@ -43,20 +52,22 @@ int cloudList(const Place& place) {
 }
 
 int cloudShow(const Place& place, const std::string& id) {
-    const std::vector<sim::StoredBackup> backups = sim::CloudStore(place.cloud).list();
-    for (auto backup = backups.rbegin(); backup != backups.rend(); ++backup) {
-        if (!id.empty() && backup->id != id) {
-            continue;
-        }
-        fmt::print("backup {} of {}/{}\n", backup->id, backup->clientId, backup->category);
-        fmt::print("  time       {}\n", backup->time);
-        fmt::print("  bundle     {}, {} bytes\n", backup->bundle.string(), fs::file_size(backup->bundle));
-        fmt::print("  metadata   {}\n", backup->metadata);
-        printEntries(*backup);
-        return DONE;
+    const std::vector<sim::StoredBackup> backups = listBackups(place);
+    const sim::StoredBackup* chosen = nullptr;
+    for (const sim::StoredBackup& backup : backups) {
+        const bool isWanted = id.empty() ? chosen == nullptr || chosen->time <= backup.time : backup.id == id;
+        chosen = isWanted ? &backup : chosen;
     }
-    throw sim::Error(fmt::format("{} holds no backup{}; see: halcyon-tv cloud list", place.cloud.string(),
-                                 id.empty() ? "" : " " + id));
+    if (chosen == nullptr) {
+        throw sim::Error(fmt::format("{} holds no backup{}; see: halcyon-tv cloud list", place.cloud.string(),
+                                     id.empty() ? "" : " " + id));
+    }
+    fmt::print("backup {} of {}/{}\n", chosen->id, chosen->clientId, chosen->category);
+    fmt::print("  time       {}\n", chosen->time);
+    fmt::print("  bundle     {}, {} bytes\n", chosen->bundle.string(), fs::file_size(chosen->bundle));
+    fmt::print("  metadata   {}\n", chosen->metadata);
+    printEntries(*chosen);
+    return DONE;
 }
 
 int faultAdd(const Place& place, const std::string& call, const std::string& failure, int nth, int times) {
@@ -80,8 +91,13 @@ int faultList(const Place& place) {
     return DONE;
 }
 
-int faultClear(const Place& place) {
-    sim::clearFaults(sim::Tv(place.home).database());
+int faultClear(const Place& place, std::optional<std::int64_t> rule) {
+    sim::Tv tv(place.home);
+    if (!rule) {
+        sim::clearFaults(tv.database());
+    } else if (!sim::removeFault(tv.database(), *rule)) {
+        throw sim::Error(fmt::format("no rule {}; see: halcyon-tv fault list", *rule));
+    }
     return DONE;
 }
 

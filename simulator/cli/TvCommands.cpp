@@ -3,7 +3,6 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <charconv>
 #include <random>
 #include <set>
 
@@ -11,6 +10,7 @@
 #include "simulator/cli/Names.h"
 #include "simulator/tv/ChannelList.h"
 #include "simulator/tv/Error.h"
+#include "simulator/tv/Text.h"
 #include "simulator/tv/Tv.h"
 
 namespace fs = std::filesystem;
@@ -26,30 +26,17 @@ std::string randomSerial() {
 }
 
 template <typename Number>
-Number toNumber(const std::string& text) {
-    Number number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size()) {
+Number number(const std::string& text) {
+    const std::optional<Number> parsed = sim::toNumber<Number>(text);
+    if (!parsed) {
         throw sim::Error(fmt::format("'{}' is not a number that fits here", text));
     }
-    return number;
-}
-
-std::vector<std::string> split(const std::string& text, char separator) {
-    std::vector<std::string> parts(1);
-    for (const char c : text) {
-        if (c == separator) {
-            parts.emplace_back();
-        } else {
-            parts.back() += c;
-        }
-    }
-    return parts;
+    return *parsed;
 }
 
 // The parts of a value such as "2/0".
 std::vector<std::string> parts(const std::string& value, std::size_t count, const char* form) {
-    std::vector<std::string> result = split(value, '/');
+    std::vector<std::string> result = sim::split(value, '/');
     if (result.size() != count) {
         throw sim::Error(fmt::format("'{}' is not of the form {}", value, form));
     }
@@ -67,32 +54,46 @@ void setSetting(sim::Tv& tv, const std::string& key, const std::string& type, co
     if (types.count(type) == 0) {
         throw sim::Error(fmt::format("'{}' is no type of a setting; one of: {}", type, fmt::join(types, ", ")));
     }
+    const bool fits = type == "string" || (type == "int" && sim::toNumber<int>(value)) ||
+                      (type == "double" && sim::toNumber<double>(value)) ||
+                      (type == "bool" && (value == "0" || value == "1"));
+    if (!fits) {
+        throw sim::Error(fmt::format("'{}' is no value of the type {}", value, type));
+    }
     if (!tv.setSetting(key, type, value)) {
         throw sim::Error(fmt::format("setting {} holds a value of another type than {}", key, type));
     }
 }
 
-void setViewing(sim::Tv& tv, const std::string& name, const std::string& value) {
-    sim::Viewing viewing = tv.viewing();
+// "setting:TYPE:KEY"; a key may hold colons of its own.
+void setAnySetting(sim::Tv& tv, const std::string& name, const std::string& value) {
+    const std::size_t type = name.find(':') + 1;
+    const std::size_t key = name.find(':', type);
+    if (key == std::string::npos || key + 1 == name.size()) {
+        throw sim::Error(fmt::format("'{}' is not of the form setting:TYPE:KEY", name));
+    }
+    setSetting(tv, name.substr(key + 1), name.substr(type, key - type), value);
+}
+
+void setViewing(const sim::Tv& tv, sim::Viewing& viewing, const std::string& name, const std::string& value) {
     if (name == "mode") {
         const std::vector<std::string> modes = parts(value, 2, "ANTENNA/SERVICE, such as 2/0");
-        viewing.antennaMode = toNumber<int>(modes[0]);
-        viewing.serviceMode = toNumber<int>(modes[1]);
+        viewing.antennaMode = number<int>(modes[0]);
+        viewing.serviceMode = number<int>(modes[1]);
         require(tv.hasMode(viewing.antennaMode, viewing.serviceMode), name, value);
     } else if (name == "service") {
-        viewing.serviceId = toNumber<std::uint64_t>(value);
+        viewing.serviceId = number<std::uint64_t>(value);
         require(tv.serviceDb().exists(viewing.serviceId), name, value);
     } else if (name == "source") {
-        viewing.source = toNumber<int>(value);
+        viewing.source = number<int>(value);
         require(tv.hasSource(viewing.source), name, value);
     } else {
         const std::vector<std::string> codes = parts(value, 3, "CODE/PARAM/SORT, such as 1/2/0");
-        viewing.category = toNumber<int>(codes[0]);
-        viewing.categoryParam = toNumber<std::uint64_t>(codes[1]);
-        viewing.sortMode = toNumber<int>(codes[2]);
+        viewing.category = number<int>(codes[0]);
+        viewing.categoryParam = number<std::uint64_t>(codes[1]);
+        viewing.sortMode = number<int>(codes[2]);
         require(tv.hasCategory(viewing.category, viewing.categoryParam, viewing.sortMode), name, value);
     }
-    tv.setViewing(viewing);
 }
 
 std::string serviceLine(const Row& service) {
@@ -109,16 +110,47 @@ std::string currentService(const sim::Tv& tv, std::uint64_t id) {
     return fmt::format("none: the channel list has no service {}", id);
 }
 
+// What is on, in a line.
+std::string describe(sim::Tv& tv) {
+    const sim::Viewing viewing = tv.viewing();
+    return fmt::format("{}; {}; {}", currentService(tv, viewing.serviceId), nameOfMode(viewing),
+                       nameOfCategory(viewing));
+}
+
 std::string favourite(sim::Tv& tv, int list) {
     return tv.setting(sim::Tv::favouriteKey(list), "string").value_or("");
 }
 
 // Prints whether one part of two set-ups is the same; true when it is.
-template <typename Part>
-bool compare(const std::string& what, const Part& one, const Part& other, const std::string& shown) {
-    const bool same = one == other;
-    fmt::print("  {:<10} {:<10} {}\n", what, same ? "same" : "DIFFERENT", shown);
+bool compare(const std::string& what, bool same, const std::string& one, const std::string& other) {
+    fmt::print("  {:<10} {:<10} {}\n", what, same ? "same" : "DIFFERENT", same ? other : one + " | " + other);
     return same;
+}
+
+// The keys under which two maps differ.
+template <typename Map>
+std::set<std::string> differing(const Map& one, const Map& other) {
+    std::set<std::string> keys;
+    const auto collect = [&](const Map& from, const Map& in) {
+        for (const auto& [key, value] : from) {
+            const auto found = in.find(key);
+            if (found == in.end() || found->second != value) {
+                keys.insert(key);
+            }
+        }
+    };
+    collect(one, other);
+    collect(other, one);
+    return keys;
+}
+
+template <typename Map>
+bool compareMaps(const std::string& what, const Map& one, const Map& other, const char* unit) {
+    const std::set<std::string> keys = differing(one, other);
+    const std::string size = fmt::format("{} {}", other.size(), unit);
+    return keys.empty() ? compare(what, true, size, size)
+                        : compare(what, false, fmt::format("{} {}", one.size(), unit),
+                                  fmt::format("{}; in: {}", size, fmt::join(keys, ", ")));
 }
 
 bool compareServices(const sim::Tv& one, const sim::Tv& other) {
@@ -135,7 +167,8 @@ bool compareServices(const sim::Tv& one, const sim::Tv& other) {
     }
     const std::string shown = fmt::format("{} and {} services, each compared in every column; {} differ", ones.size(),
                                           others.size(), differing);
-    return compare("channels", differing, std::size_t{0}, shown);
+    fmt::print("  {:<10} {:<10} {}\n", "channels", differing == 0 ? "same" : "DIFFERENT", shown);
+    return differing == 0;
 }
 
 auto tied(const sim::Viewing& v) {
@@ -147,8 +180,12 @@ auto tied(const sim::Viewing& v) {
 
 int init(const Place& place, const fs::path& channels, const std::string& serial) {
     const sim::ChannelList list = sim::readChannelList(channels);
-    for (const std::string& problem : list.problems) {
-        fmt::print(stderr, "{}\n", problem);
+    constexpr std::size_t MOST = 20;
+    for (std::size_t i = 0; i < std::min(MOST, list.problems.size()); ++i) {
+        fmt::print(stderr, "{}\n", list.problems[i]);
+    }
+    if (list.problems.size() > MOST) {
+        fmt::print(stderr, "and {} more lines skipped\n", list.problems.size() - MOST);
     }
     sim::Tv::create(place.home, list, serial.empty() ? randomSerial() : serial);
     fmt::print("Made a factory-fresh TV at {}: {} services in {} groups, {} lines skipped.\n", place.home.string(),
@@ -192,19 +229,18 @@ int status(const Place& place, bool withServices) {
 
 int set(const Place& place, const std::string& name, const std::string& value) {
     sim::Tv tv(place.home);
-    const std::vector<std::string> words = split(name, ':');
     if (name == "mode" || name == "service" || name == "source" || name == "category") {
-        setViewing(tv, name, value);
+        tv.changeViewing([&](sim::Viewing& viewing) { setViewing(tv, viewing, name, value); });
     } else if (name == "antenna") {
         std::set<int> statuses;
-        for (const std::string& status : split(value, ',')) {
-            statuses.insert(toNumber<int>(status));
+        for (const std::string& status : sim::split(value, ',')) {
+            statuses.insert(number<int>(status));
         }
         tv.setAntenna(statuses);
     } else if (name == "scan" && (value == "on" || value == "off")) {
         tv.setScanning(value == "on");
-    } else if (words.size() == 3 && words[0] == "setting") {
-        setSetting(tv, words[2], words[1], value);
+    } else if (name.compare(0, 8, "setting:") == 0) {
+        setAnySetting(tv, name, value);
     } else if (name.size() == 8 && name.compare(0, 7, "favname") == 0 && name[7] >= '1' && name[7] <= '5') {
         setSetting(tv, sim::Tv::favouriteKey(name[7] - '0'), "string", value);
     } else {
@@ -215,17 +251,17 @@ int set(const Place& place, const std::string& name, const std::string& value) {
 
 int diff(const Place& place, const fs::path& other) {
     sim::Tv one(place.home);
-    sim::Tv two(fs::absolute(other));
+    sim::Tv two(sim::Tv::normalised(other));
     fmt::print("Channel set-up of {} and {}:\n", place.home.string(), other.string());
     bool same = compareServices(one, two);
     for (int i = 1; i <= sim::FAVOURITE_LISTS; ++i) {
-        same &= compare(fmt::format("favname{}", i), favourite(one, i), favourite(two, i), favourite(two, i));
+        const std::string names[] = {favourite(one, i), favourite(two, i)};
+        same &= compare(fmt::format("favname{}", i), names[0] == names[1], names[0], names[1]);
     }
-    same &= compare("CI files", one.ciModule().files(), two.ciModule().files(),
-                    fmt::format("{} files, each compared byte by byte", two.ciModule().files().size()));
-    same &= compare("iss", one.issDb().entries(), two.issDb().entries(),
-                    fmt::format("{} entries", two.issDb().entries().size()));
-    same &= compare("viewing", tied(one.viewing()), tied(two.viewing()), currentService(two, two.viewing().serviceId));
+    same &=
+        compareMaps("CI files", one.ciModule().files(), two.ciModule().files(), "files, each compared byte by byte");
+    same &= compareMaps("iss", one.issDb().entries(), two.issDb().entries(), "entries");
+    same &= compare("viewing", tied(one.viewing()) == tied(two.viewing()), describe(one), describe(two));
     return same ? DONE : FAILED;
 }
 

@@ -1,3 +1,4 @@
+#include <SQLiteCpp/Exception.h>
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -5,6 +6,7 @@
 #include <functional>
 
 #include "simulator/cli/Commands.h"
+#include "simulator/tv/Error.h"
 #include "simulator/tv/Tv.h"
 
 namespace {
@@ -43,7 +45,9 @@ int dispatch(int argc, char** argv) {
     CLI::App* set = app.add_subcommand("set", "Set a part of the TV's state");
     set->add_option("name", name,
                     "mode (ANTENNA/SERVICE), service (id), source, category (CODE/PARAM/SORT), antenna (status codes\n"
-                    "separated by commas), scan (on or off), favname1 to favname5, setting:TYPE:KEY")
+                    "separated by commas, 0 to 4 are known), scan (on or off), favname1 to favname5, setting:TYPE:KEY "
+                    "with a type\n"
+                    "int, bool (0 or 1), double or string")
         ->required();
     set->add_option("value", value, "the new value")->required();
     set->callback([&] { command = [&](const cli::Place& place) { return cli::set(place, name, value); }; });
@@ -51,7 +55,13 @@ int dispatch(int argc, char** argv) {
     cli::RunOptions options;
     bool noReply = false;
     CLI::App* run = app.add_subcommand("run", "Launch the application: a backup, or operation=restore");
-    run->add_option("extra", options.extras, "extra values of the launch request, each key=value");
+    run->add_option("extra", options.extras, "extra values of the launch request, each key=value")
+        ->check([](const std::string& extra) {
+            const std::size_t equals = extra.find('=');
+            return equals == std::string::npos || equals == 0
+                       ? "'" + extra + "' is not of the form key=value, such as operation=restore"
+                       : std::string();
+        });
     run->add_option("--backup", options.backup, "the backup to restore (default: the newest)");
     run->add_flag("--no-reply", noReply, "do not request a reply");
     run->add_flag("--realtime", options.realtime, "wait for responses as long as on a TV");
@@ -107,7 +117,14 @@ int dispatch(int argc, char** argv) {
     fault->add_subcommand("list", "List the rules and how often each fired")->callback([&] {
         command = &cli::faultList;
     });
-    fault->add_subcommand("clear", "Remove all rules")->callback([&] { command = &cli::faultClear; });
+    std::int64_t rule = 0;
+    CLI::App* clear = fault->add_subcommand("clear", "Remove a rule, or all of them");
+    CLI::Option* clearRule = clear->add_option("rule", rule, "number of the rule (default: all)");
+    clear->callback([&] {
+        command = [&](const cli::Place& place) {
+            return cli::faultClear(place, clearRule->count() != 0 ? std::optional<std::int64_t>(rule) : std::nullopt);
+        };
+    });
     fault->add_subcommand("calls", "List the calls that can fail, and how")->callback([&] {
         command = [](const cli::Place&) { return cli::faultCalls(); };
     });
@@ -118,8 +135,8 @@ int dispatch(int argc, char** argv) {
         return app.exit(error) == 0 ? cli::DONE : cli::USAGE;
     }
     cli::Place place;
-    place.home = home.empty() ? sim::Tv::defaultHome() : std::filesystem::absolute(home);
-    place.cloud = cloud.empty() ? sim::Tv::defaultCloud(place.home) : std::filesystem::absolute(cloud);
+    place.home = home.empty() ? sim::Tv::defaultHome() : sim::Tv::normalised(home);
+    place.cloud = cloud.empty() ? sim::Tv::defaultCloud(place.home) : sim::Tv::normalised(cloud);
     return command(place);
 }
 
@@ -127,7 +144,18 @@ int dispatch(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     try {
-        return dispatch(argc, argv);
+        const int code = dispatch(argc, argv);
+        if (std::fflush(stdout) != 0) {
+            throw sim::Error("cannot write to standard output; nothing else is wrong");
+        }
+        return code;
+    } catch (const SQLite::Exception& error) {
+        std::fprintf(
+            stderr,
+            "halcyon-tv: a database of the TV is missing, damaged, locked or not writable: %s; make another TV "
+            "with: halcyon-tv --home FOLDER init --channels FILE\n",
+            error.what());
+        return cli::UNUSABLE;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "halcyon-tv: %s\n", error.what());
         return cli::UNUSABLE;

@@ -120,8 +120,12 @@ int run(int argc, char** argv, const ui_app_callbacks& callbacks, void* userData
     live().erase(request);
     delete request;
     if (pause) {
-        callbacks.pause(userData);
-        callbacks.resume(userData);
+        device.loop.post(sim::EventLoop::Milliseconds(0), [&] {
+            sim::platformNotice("app.pause", "");
+            callbacks.pause(userData);
+            sim::platformNotice("app.resume", "");
+            callbacks.resume(userData);
+        });
     }
     runLoop(device);
     sim::platformNotice("app.terminate", "");

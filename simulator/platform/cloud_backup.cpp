@@ -4,6 +4,7 @@
 #include <json/value.h>
 
 #include <chrono>
+#include <exception>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -58,9 +59,11 @@ std::optional<Download> download(const std::string& category, const std::string&
         if (!backup) {
             return std::nullopt;
         }
-        fs::copy_file(backup->bundle, folder / backup->name, fs::copy_options::overwrite_existing);
-        return Download{backup->metadata, folder / backup->name};
-    } catch (const fs::filesystem_error&) {
+        const fs::path target = folder / backup->name;
+        fs::remove(target);  // or a link there would lead the download elsewhere
+        fs::copy_file(backup->bundle, target);
+        return Download{backup->metadata, target};
+    } catch (const std::exception&) {
         return std::nullopt;
     }
 }
@@ -81,10 +84,14 @@ void deliver(Response response) {
     if (fails(response, Failure::Kind::Result)) {
         response.code = static_cast<bnr_response_e>(response.hit->failure.number);
     }
+    const auto session = client().sessions.find(response.id);
+    if (session == client().sessions.end()) {
+        return;  // closed in the meantime
+    }
     std::optional<Download> downloaded;
     bnr_resp_data_s data = {};
     if (response.code == BNR_RESPONSE_RESTORE_DATA && response.folder) {
-        downloaded = download(client().sessions[response.id], response.id, *response.folder);
+        downloaded = download(session->second, response.id, *response.folder);
         if (!downloaded) {
             response.code = BNR_RESPONSE_ERROR;
         } else if (fails(response, Failure::Kind::Damage)) {
@@ -137,14 +144,16 @@ int report(const char* call, const char* id, const char* outcome) {
 int bnr_init(const char* id, const char* category) {
     return sim::platformCall("bnr_init", fmt::format("{}, {}", id, category), [&] {
         const bool isNew = client().sessions.emplace(id, category).second;
-        Device::current().awaited.insert(sessionName(id));
+        if (isNew) {
+            Device::current().awaited.insert(sessionName(id));
+        }
         return isNew ? 0 : NO_SESSION;
     });
 }
 
 int bnr_deinit(const char* id) {
     return sim::platformCall("bnr_deinit", id, [&] {
-        Device::current().awaited.erase(sessionName(id));
+        Device::current().noLongerAwaited(sessionName(id));
         return client().sessions.erase(id) == 1 ? 0 : NO_SESSION;
     });
 }

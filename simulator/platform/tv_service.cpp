@@ -94,10 +94,7 @@ int change(bool isKnown, const std::function<void(Viewing&)>& action) {
     if (!isKnown) {
         return 0;
     }
-    sim::Tv& tv = Device::current().tv;
-    Viewing viewing = tv.viewing();
-    action(viewing);
-    tv.setViewing(viewing);
+    Device::current().tv.changeViewing(action);
     return 1;
 }
 
@@ -203,7 +200,8 @@ public:
 
     int Unsubscribe(ESignalType type, int profile, int option, SignalCallback callback) override {
         return platformCall("ISignalSubscriber::Unsubscribe", fmt::format("{}, {}, {}", type, profile, option), [&] {
-            if (!calls(callback) || !m_subscription || m_subscription->type != type) {
+            if (!calls(callback) || !m_subscription || m_subscription->type != type ||
+                m_subscription->profile != profile) {
                 return 0;
             }
             forget();
@@ -236,7 +234,7 @@ private:
 
     void forget() {
         if (m_subscription) {
-            Device::current().awaited.erase(name());
+            Device::current().noLongerAwaited(name());
             m_subscription.reset();
         }
     }
@@ -259,7 +257,10 @@ void signalScanStopped(const std::optional<sim::FaultInjector::Hit>& hit) {
     Device::current().tv.setScanning(false);
     const std::vector<SignalSubscriber*> present = subscribers();
     for (SignalSubscriber* subscriber : present) {
-        subscriber->signal(SIGNAL_SCAN_STOPPED, hit);
+        const auto& now = subscribers();
+        if (std::find(now.begin(), now.end(), subscriber) != now.end()) {  // a callback may have destroyed it
+            subscriber->signal(SIGNAL_SCAN_STOPPED, hit);
+        }
     }
 }
 

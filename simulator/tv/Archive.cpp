@@ -17,6 +17,8 @@ namespace {
 
 using Zip = std::unique_ptr<zip_t, decltype(&zip_discard)>;
 
+constexpr zip_int64_t MOST_BYTES = 64 << 20;  // far more than any TV's database
+
 Zip open(const fs::path& archive, int flags) {
     int code = 0;
     Zip zip(zip_open(archive.c_str(), flags, &code), &zip_discard);
@@ -80,8 +82,13 @@ bool extractEntry(const fs::path& archive, const std::string& name, const fs::pa
     std::ofstream file(target, std::ios::binary | std::ios::trunc);
     std::array<char, 65536> buffer;
     zip_int64_t count = 0;
+    zip_int64_t size = 0;
     while ((count = zip_fread(entry.get(), buffer.data(), buffer.size())) > 0) {
         file.write(buffer.data(), count);
+        size += count;
+        if (size > MOST_BYTES) {
+            throw Error(fmt::format("{}: entry {} unpacks to more than {} bytes", archive.string(), name, MOST_BYTES));
+        }
     }
     if (count < 0) {
         throw Error(fmt::format("{}: entry {}: {}", archive.string(), name, zip_file_strerror(entry.get())));

@@ -4,7 +4,6 @@
 #include <iconv.h>
 
 #include <algorithm>
-#include <charconv>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -12,24 +11,14 @@
 
 #include "simulator/tv/Error.h"
 #include "simulator/tv/Files.h"
+#include "simulator/tv/Text.h"
 
 namespace sim {
 
 namespace {
 
+constexpr int MAX_NUMBER = 999'999;
 constexpr int MAX_ID = 0xFFFF;  // of pids too: real lists have some that no stream could
-
-std::vector<std::string> split(std::string_view text, char separator) {
-    std::vector<std::string> parts;
-    for (;;) {
-        const std::size_t end = text.find(separator);
-        parts.emplace_back(text.substr(0, end));
-        if (end == std::string_view::npos) {
-            return parts;
-        }
-        text.remove_prefix(end + 1);
-    }
-}
 
 // The text in UTF-8; nothing when it is not in the encoding `from`.
 std::optional<std::string> toUtf8(std::string text, const char* from) {
@@ -48,20 +37,10 @@ std::optional<std::string> toUtf8(std::string text, const char* from) {
     return converted;
 }
 
-template <typename Number>
-std::optional<Number> toNumber(std::string_view text, int base = 10) {
-    Number number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-    if (error != std::errc() || end != text.data() + text.size()) {
-        return std::nullopt;
-    }
-    return number;
-}
-
 int numberField(const std::string& text, const char* field, int max) {
     const std::optional<int> number = toNumber<int>(text);
     if (!number || *number < 0 || *number > max) {
-        throw Error(fmt::format("{} '{}' is not a number from 0 to {}", field, text, max));
+        throw Error(fmt::format("{} {} is not a number from 0 to {}", field, inQuotes(text), max));
     }
     return *number;
 }
@@ -76,7 +55,8 @@ std::vector<int> conditionalAccess(const std::string& text) {
     for (const std::string& part : split(text, ',')) {
         const std::optional<int> system = toNumber<int>(part, 16);
         if (!system || *system < 0 || *system > MAX_ID) {
-            throw Error(fmt::format("conditional access '{}' is not a list of hexadecimal numbers to FFFF", text));
+            throw Error(
+                fmt::format("conditional access {} is not a list of hexadecimal numbers to FFFF", inQuotes(text)));
         }
         systems.push_back(*system);
     }
@@ -92,7 +72,7 @@ std::string sourceField(const std::string& text) {
     const bool isPlaced = text.size() > 1 || (isKnown && !isSatellite(text));
     const bool isPlain = text.find_first_not_of("0123456789.EW", 1) == std::string::npos;
     if (!isKnown || !isPlaced || !isPlain) {
-        throw Error(fmt::format("source '{}' is not one such as S19.2E, C or T", text));
+        throw Error(fmt::format("source {} is not one such as S19.2E, C or T", inQuotes(text)));
     }
     return text;
 }
@@ -157,7 +137,7 @@ Service readService(const std::string& line) {
     service.source = sourceField(fields[3]);
     const std::optional<std::uint32_t> frequency = toNumber<std::uint32_t>(fields[1]);
     if (!frequency || *frequency == 0) {
-        throw Error(fmt::format("frequency '{}' is not a number above 0", fields[1]));
+        throw Error(fmt::format("frequency {} is not a number above 0", inQuotes(fields[1])));
     }
     service.frequency = toHz(*frequency, service.source);
     service.symbolRate = numberField(fields[4], "symbol rate", 100'000);
@@ -186,12 +166,12 @@ public:
         if (line.empty()) {
             return;
         }
-        if (line.front() == ':') {
-            takeGroup(line.substr(1));
-            return;
-        }
         try {
-            takeService(readService(line));
+            if (line.front() == ':') {
+                takeGroup(line.substr(1));
+            } else {
+                takeService(readService(line));
+            }
         } catch (const Error& error) {
             m_list.problems.push_back(fmt::format("{}:{}: {}; line skipped", m_file, m_line, error.what()));
         }
@@ -205,7 +185,10 @@ private:
         if (!text.empty() && text.front() == '@') {
             const std::size_t end = std::min(text.find_first_not_of("0123456789", 1), text.size());
             const std::optional<int> number = toNumber<int>(std::string_view(text).substr(1, end - 1));
-            if (number && *number > m_number) {
+            if (!number || *number > MAX_NUMBER) {
+                throw Error(fmt::format("{} sets no number from 1 to {}", inQuotes(text), MAX_NUMBER));
+            }
+            if (*number > m_number) {
                 m_number = *number - 1;
             }
             text.erase(0, std::min(text.find_first_not_of(' ', end), text.size()));
@@ -242,15 +225,15 @@ ChannelList readChannelList(const std::filesystem::path& file) {
         throw Error(fmt::format("{}: {}; give a channel list in the channels.conf format", file.string(),
                                 error.code().message()));
     }
-    const std::optional<std::string> utf8 = toUtf8(text, "UTF-8");
-    text = utf8 ? *utf8 : toUtf8(text, "ISO-8859-1").value();
-
+    constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
+    if (text.compare(0, BYTE_ORDER_MARK.size(), BYTE_ORDER_MARK) == 0) {
+        text.erase(0, BYTE_ORDER_MARK.size());
+    }
     Reader reader(file.string());
     for (std::string& line : split(text, '\n')) {
-        if (!line.empty() && line.back() == '\r') {
-            line.pop_back();
-        }
-        reader.take(line);
+        line.erase(line.find_last_not_of(" \t\r") + 1);
+        const std::optional<std::string> utf8 = toUtf8(line, "UTF-8");
+        reader.take(utf8 ? *utf8 : toUtf8(line, "ISO-8859-1").value());
     }
     ChannelList list = reader.finish();
     if (list.services.empty()) {

@@ -45,6 +45,7 @@ bool CiModule::takeOver(const std::list<std::string>& paths) const {
         for (const std::string& path : paths) {
             copyFile(path, scratch / fs::path(path).filename());
         }
+        fs::permissions(scratch.path(), fs::status(m_folder).permissions());
         exchange(scratch.path(), m_folder);
     } catch (const fs::filesystem_error&) {
         return false;

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "simulator/tv/Clock.h"
+#include "simulator/tv/Error.h"
 #include "simulator/tv/Files.h"
 #include "simulator/tv/Json.h"
 
@@ -44,14 +45,21 @@ std::vector<std::string> backupIds(const fs::path& category) {
 
 StoredBackup load(const fs::path& folder) {
     Json::Value info;
-    parseJson(readFile(folder / "info.json"), info);
     StoredBackup backup;
+    try {
+        const bool isObject = parseJson(readFile(folder / "info.json"), info) && info.isObject();
+        if (!isObject || !info["time"].isString() || !info["name"].isString()) {
+            throw Error(fmt::format("{}: no whole backup: info.json is damaged; remove the folder", folder.string()));
+        }
+        backup.metadata = readFile(folder / "metadata.json");
+    } catch (const fs::filesystem_error& error) {
+        throw Error(fmt::format("{}: no whole backup: {}; remove the folder", folder.string(), error.what()));
+    }
     backup.id = folder.filename();
     backup.category = folder.parent_path().filename();
     backup.clientId = folder.parent_path().parent_path().filename();
     backup.time = info["time"].asString();
     backup.name = fs::path(info["name"].asString()).filename();
-    backup.metadata = readFile(folder / "metadata.json");
     backup.bundle = folder / "bundle.zip";
     return backup;
 }
@@ -90,16 +98,20 @@ std::optional<StoredBackup> CloudStore::find(const std::string& clientId, const 
     return load(parent / (id.empty() ? ids.back() : id));
 }
 
-std::vector<StoredBackup> CloudStore::list() const {
-    std::vector<StoredBackup> backups;
+CloudStore::Listing CloudStore::list() const {
+    Listing listing;
     for (const std::string& client : folderNames(m_folder)) {
         for (const std::string& category : folderNames(m_folder / client)) {
             for (const std::string& id : backupIds(m_folder / client / category)) {
-                backups.push_back(load(m_folder / client / category / id));
+                try {
+                    listing.backups.push_back(load(m_folder / client / category / id));
+                } catch (const Error& error) {
+                    listing.problems.emplace_back(error.what());
+                }
             }
         }
     }
-    return backups;
+    return listing;
 }
 
 }  // namespace sim

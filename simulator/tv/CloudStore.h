@@ -28,12 +28,15 @@ public:
     std::string put(const std::string& clientId, const std::string& category, const std::string& metadata,
                     const std::filesystem::path& bundle) const;
 
-    // The newest backup, or the one of the given id. Nothing when there is none.
+    // The newest backup, or the one of the given id. Nothing when there is none. Throws Error where it is not whole.
     std::optional<StoredBackup> find(const std::string& clientId, const std::string& category,
                                      const std::string& id) const;
 
-    // All backups, oldest first within their category.
-    std::vector<StoredBackup> list() const;
+    struct Listing {
+        std::vector<StoredBackup> backups;  // oldest first within their category
+        std::vector<std::string> problems;  // a line for each that is not whole
+    };
+    Listing list() const;
 
     const std::filesystem::path& folder() const { return m_folder; }
 

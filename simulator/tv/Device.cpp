@@ -45,10 +45,14 @@ std::string currentExceptionType() {
         detail += fmt::format(": {}", exception.what());
     } catch (...) {
     }
-    if (slot()) {
-        slot()->record.ended(Ended::CRASHED, detail);
-    }
     std::fprintf(stderr, "halcyon-lineup crashed: %s\n", detail.c_str());
+    try {
+        if (slot()) {
+            slot()->record.ended(Ended::CRASHED, detail);
+        }
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "and the crash could not be recorded: %s\n", error.what());
+    }
     std::abort();
 }
 
@@ -65,6 +69,7 @@ Device::Device(const std::filesystem::path& home)
     : tv(home), cloud(Tv::defaultCloud(home)), record(tv.database()), faults(tv.database()) {
     onDiskStep(&cutPowerWhereRuled);
     std::set_terminate(&recordCrash);
+    std::signal(SIGPIPE, SIG_IGN);  // a reader of the log that goes away does not end the application
 }
 
 Device& Device::current() {
@@ -77,6 +82,13 @@ Device& Device::current() {
         }
     }
     return *slot();
+}
+
+void Device::noLongerAwaited(const std::string& what) {
+    const auto found = awaited.find(what);
+    if (found != awaited.end()) {
+        awaited.erase(found);
+    }
 }
 
 void Device::close() {

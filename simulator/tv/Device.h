@@ -36,15 +36,16 @@ public:
     RunRecorder record;
     FaultInjector faults;
     EventLoop loop;
-    std::string chosenBackup;       // id of the backup that a restore shall get; empty: the newest
-    std::set<std::string> awaited;  // what the application is still bound to: open sessions, subscriptions
+    std::string chosenBackup;            // id of the backup that a restore shall get; empty: the newest
+    std::multiset<std::string> awaited;  // what the application is still bound to: open sessions, subscriptions
+
+    void noLongerAwaited(const std::string& what);
 
 private:
     explicit Device(const std::filesystem::path& home);
 };
 
-// The failure that a call shall have now, if any. Throws when the failure is an exception, or kills the process when it
-// is a power cut; both are in the record then.
+// The failure that a call shall have now, if any. Throws when it is an exception, which is in the record then.
 std::optional<FaultInjector::Hit> nextFailure(Device& device, const std::string& name, const std::string& arguments);
 
 // How results stand in the journal.

@@ -9,10 +9,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 
 #include "simulator/tv/Error.h"
 #include "simulator/tv/Files.h"
+#include "simulator/tv/Text.h"
 
 namespace fs = std::filesystem;
 
@@ -146,12 +146,11 @@ Failure parseFailure(const std::string& text) {
     const std::string kind = kindOf(text);
     const std::string value = equals == std::string::npos ? "" : text.substr(equals + 1);
     const auto number = [&] {
-        int parsed = 0;
-        const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), parsed);
-        if (value.empty() || error != std::errc() || end != value.data() + value.size()) {
+        const std::optional<int> parsed = toNumber<int>(value);
+        if (!parsed) {
             throw Error(fmt::format("failure '{}': '{}' is not a number", text, value));
         }
-        return parsed;
+        return *parsed;
     };
     if (kind == "result") {
         return {Failure::Kind::Result, number(), text};
@@ -160,6 +159,9 @@ Failure parseFailure(const std::string& text) {
         return {Failure::Kind::Answer, number(), text};
     }
     if (kind == "delay") {
+        if (number() < 0) {
+            throw Error(fmt::format("failure '{}': nothing comes before its time", text));
+        }
         return {Failure::Kind::Delay, number(), text};
     }
     if (kind == "damage") {
@@ -199,6 +201,12 @@ std::vector<FaultRule> listFaults(SQLite::Database& database) {
                          query.getColumn(4), query.getColumn(5)});
     }
     return rules;
+}
+
+bool removeFault(SQLite::Database& database, std::int64_t id) {
+    SQLite::Statement remove(database, "DELETE FROM faults WHERE id = ?");
+    remove.bind(1, id);
+    return remove.exec() == 1;
 }
 
 void clearFaults(SQLite::Database& database) {

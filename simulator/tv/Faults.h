@@ -53,6 +53,7 @@ struct FaultRule {
 // Rules are kept in the TV. These throw Error for a call or a failure that there is not.
 std::int64_t addFault(SQLite::Database& database, const FaultRule& rule);
 std::vector<FaultRule> listFaults(SQLite::Database& database);
+bool removeFault(SQLite::Database& database, std::int64_t id);  // false: there is no such rule
 void clearFaults(SQLite::Database& database);
 
 // The rules as they bear on one run.

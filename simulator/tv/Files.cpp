@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <sys/file.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -55,6 +56,32 @@ void syncTree(const fs::path& path) {
     sync(path);
 }
 
+constexpr char PREFIX[] = "halcyon-building-";
+
+// The descriptor that holds a folder's lock; -1 when somebody else holds it, or it is gone.
+int lock(const fs::path& folder) {
+    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor >= 0 && ::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        ::close(descriptor);
+        return -1;
+    }
+    return descriptor;
+}
+
+void removeAbandoned(const fs::path& parent) {
+    for (const fs::directory_entry& member : fs::directory_iterator(parent)) {
+        if (member.path().filename().string().compare(0, sizeof PREFIX - 1, PREFIX) != 0) {
+            continue;
+        }
+        const int held = lock(member.path());
+        if (held >= 0) {
+            std::error_code ignored;
+            fs::remove_all(member.path(), ignored);
+            ::close(held);
+        }
+    }
+}
+
 }  // namespace
 
 void onDiskStep(std::function<void()> hook) {
@@ -62,6 +89,9 @@ void onDiskStep(std::function<void()> hook) {
 }
 
 std::string readFile(const fs::path& path) {
+    if (fs::is_directory(path)) {
+        fail("cannot read", path, EISDIR);
+    }
     std::ifstream file(path, std::ios::binary);
     std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
     if (!file.is_open() || file.bad()) {
@@ -111,18 +141,30 @@ void exchange(const fs::path& one, const fs::path& other) {
     sync(other.parent_path());
 }
 
+// A folder belongs to who holds its lock, and to nobody after a kill.
 ScratchFolder::ScratchFolder(const fs::path& parent) {
     fs::create_directories(parent);
-    std::string name = parent / "building-XXXXXX";
-    if (::mkdtemp(name.data()) == nullptr) {
-        fail("cannot make a folder in", parent, errno);
+    removeAbandoned(parent);
+    for (;;) {
+        std::string name = parent / (PREFIX + std::string("XXXXXX"));
+        if (::mkdtemp(name.data()) == nullptr) {
+            fail("cannot make a folder in", parent, errno);
+        }
+        m_path = name;
+        m_lock = lock(m_path);
+        if (m_lock >= 0 && fs::exists(m_path)) {
+            return;
+        }
+        if (m_lock >= 0) {
+            ::close(m_lock);  // another process took it for an abandoned one
+        }
     }
-    m_path = name;
 }
 
 ScratchFolder::~ScratchFolder() {
     std::error_code ignored;
     fs::remove_all(m_path, ignored);
+    ::close(m_lock);
 }
 
 }  // namespace sim

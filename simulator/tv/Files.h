@@ -31,7 +31,8 @@ void exchange(const std::filesystem::path& one, const std::filesystem::path& oth
 // A folder of its own for what is being built, removed with all it holds at the end of the scope.
 class ScratchFolder {
 public:
-    // Makes the folder inside `parent`, which is made too when it is missing.
+    // Makes the folder inside `parent`, which is made too when it is missing, and removes those there that a killed
+    // process has left.
     explicit ScratchFolder(const std::filesystem::path& parent);
     ~ScratchFolder();
     ScratchFolder(const ScratchFolder&) = delete;
@@ -42,6 +43,7 @@ public:
 
 private:
     std::filesystem::path m_path;
+    int m_lock = -1;
 };
 
 }  // namespace sim

@@ -6,6 +6,7 @@
 #include "simulator/tv/Archive.h"
 #include "simulator/tv/Error.h"
 #include "simulator/tv/Files.h"
+#include "simulator/tv/Sqlite.h"
 
 namespace fs = std::filesystem;
 
@@ -15,9 +16,9 @@ namespace {
 
 bool isWhole(const fs::path& path) {
     try {
-        const SQLite::Database database(path.string(), SQLite::OPEN_READONLY);
-        SQLite::Statement integrity(database, "PRAGMA integrity_check");
-        return integrity.executeStep() && integrity.getColumn(0).getString() == "ok" && database.tableExists("iss");
+        SQLite::Database database = openReadOnly(path);
+        const SQLite::Statement entries(database, "SELECT key, value FROM iss");
+        return isIntact(database);
     } catch (const SQLite::Exception&) {
         return false;
     }
@@ -29,7 +30,7 @@ void IssDb::create(const Entries& entries) const {
     const ScratchFolder scratch(m_file.parent_path());
     const fs::path built = scratch / "iss.db";
     {
-        SQLite::Database database(built.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+        SQLite::Database database = openNew(built);
         SQLite::Transaction transaction(database);
         database.exec("CREATE TABLE iss(key TEXT PRIMARY KEY, value TEXT NOT NULL)");
         for (const auto& [key, value] : entries) {
@@ -45,17 +46,12 @@ void IssDb::create(const Entries& entries) const {
 void IssDb::snapshot(const fs::path& archive) const {
     const ScratchFolder scratch(m_file.parent_path());
     const fs::path copy = scratch / "iss.db";
-    {
-        const SQLite::Database database(m_file.string(), SQLite::OPEN_READONLY);
-        SQLite::Statement vacuum(database, "VACUUM INTO ?");
-        vacuum.bind(1, copy.string());
-        vacuum.exec();
-    }
+    snapshotDatabase(m_file, copy);
     writeArchive(archive, {copy});
 }
 
 IssDb::Entries IssDb::entries() const {
-    const SQLite::Database database(m_file.string(), SQLite::OPEN_READONLY);
+    const SQLite::Database database = openReadOnly(m_file);
     SQLite::Statement query(database, "SELECT key, value FROM iss");
     Entries entries;
     while (query.executeStep()) {
@@ -66,11 +62,13 @@ IssDb::Entries IssDb::entries() const {
 
 bool IssDb::restore(const fs::path& archive) const {
     const ScratchFolder scratch(m_file.parent_path());
+    const fs::path received = scratch / "received.db";
     const fs::path built = scratch / "iss.db";
     try {
-        if (!extractEntry(archive, "iss.db", built) || !isWhole(built)) {
+        if (!extractEntry(archive, "iss.db", received) || !isWhole(received)) {
             return false;
         }
+        snapshotDatabase(received, built);  // without a journal of its own
         putInPlace(built, m_file);
     } catch (const Error&) {
         return false;

@@ -19,7 +19,8 @@ public:
     void snapshot(const std::filesystem::path& archive) const;
     Entries entries() const;
 
-    // Replaces the database by the archive's. False: the archive holds no whole one; nothing has changed.
+    // Replaces the database by the archive's. False: the archive holds no whole one; nothing has changed. Throws when
+    // there is no place to build it in.
     bool restore(const std::filesystem::path& archive) const;
 
 private:

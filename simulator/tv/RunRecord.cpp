@@ -5,13 +5,15 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
+
+#include "platform/cloud_backup.h"
 #include "simulator/tv/Clock.h"
 
 namespace sim {
 
 namespace {
-
-constexpr int RESPONSE_BACKUP_COMPLETED = 101;
 
 std::int64_t beginRun(SQLite::Database& database) {
     SQLite::Statement insert(database, "INSERT INTO runs(pid, started) VALUES(?, ?)");
@@ -27,6 +29,7 @@ std::optional<int> optionalInt(const SQLite::Column& column) {
 Run readRun(SQLite::Statement& query) {
     Run run;
     run.id = query.getColumn("id");
+    run.pid = query.getColumn("pid");
     run.started = query.getColumn("started").getString();
     run.operation = query.getColumn("operation").getString();
     run.replyRequested = query.getColumn("reply_requested").getInt() != 0;
@@ -42,7 +45,7 @@ Run readRun(SQLite::Statement& query) {
 
 bool Run::succeeded() const {
     if (operation == "backup") {
-        return ended == Ended::EXIT && response == RESPONSE_BACKUP_COMPLETED;
+        return ended == Ended::EXIT && response == BNR_RESPONSE_BACKUP_COMPLETED;
     }
     return reported == "success" && (ended == Ended::EXIT || ended == Ended::RECLAIMED);
 }
@@ -155,6 +158,14 @@ std::vector<LogRecord> listLog(SQLite::Database& database, std::int64_t run) {
     return records;
 }
 
+void closeAbandonedRuns(SQLite::Database& database) {
+    for (const Run& run : listRuns(database)) {
+        if (run.ended == Ended::RUNNING && ::kill(run.pid, 0) != 0 && errno == ESRCH) {
+            closeRun(database, run.id - 1, run.pid, "its process is gone");
+        }
+    }
+}
+
 std::int64_t newestRun(SQLite::Database& database) {
     return database.execAndGet("SELECT coalesce(max(id), 0) FROM runs").getInt64();
 }
@@ -166,6 +177,7 @@ std::optional<Run> closeRun(SQLite::Database& database, std::int64_t after, int 
         return std::nullopt;
     }
     const std::int64_t id = find.getColumn(0);
+    find.reset();  // or the write below would be refused where another process has written meanwhile
     SQLite::Statement close(database, "UPDATE runs SET ended = ?, detail = ? WHERE id = ? AND ended = ?");
     SQLite::bind(close, Ended::CRASHED, detail, id, Ended::RUNNING);
     close.exec();

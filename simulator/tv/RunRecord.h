@@ -13,6 +13,7 @@ namespace sim {
 
 struct Run {
     std::int64_t id = 0;
+    int pid = 0;
     std::string started;    // UTC, ISO 8601
     std::string operation;  // "backup" or "restore"; empty when the launch request did not get that far
     bool replyRequested = false;
@@ -87,6 +88,9 @@ std::vector<Run> listRuns(SQLite::Database& database);
 std::optional<Run> findRun(SQLite::Database& database, std::int64_t id);
 std::vector<CallRecord> listCalls(SQLite::Database& database, std::int64_t run);
 std::vector<LogRecord> listLog(SQLite::Database& database, std::int64_t run);
+
+// Records runs as crashed that have not ended, though their process has.
+void closeAbandonedRuns(SQLite::Database& database);
 
 // The newest run's id; 0 before the first.
 std::int64_t newestRun(SQLite::Database& database);

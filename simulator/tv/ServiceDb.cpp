@@ -9,6 +9,7 @@
 #include "simulator/tv/ChannelList.h"
 #include "simulator/tv/Error.h"
 #include "simulator/tv/Files.h"
+#include "simulator/tv/Sqlite.h"
 
 namespace fs = std::filesystem;
 
@@ -27,10 +28,6 @@ CREATE TABLE services(
     text_pids TEXT NOT NULL, conditional_access TEXT NOT NULL, sid INTEGER NOT NULL, nid INTEGER NOT NULL,
     tid INTEGER NOT NULL, rid INTEGER NOT NULL);
 )";
-
-SQLite::Database openReadOnly(const fs::path& path) {
-    return SQLite::Database(path.string(), SQLite::OPEN_READONLY);
-}
 
 void insertServices(SQLite::Database& database, const ChannelList& list) {
     SQLite::Statement insertGroup(database, "INSERT INTO channel_groups(name) VALUES(?)");
@@ -55,24 +52,41 @@ void insertServices(SQLite::Database& database, const ChannelList& list) {
     }
 }
 
-std::optional<ReplaceStatus> check(const fs::path& path) {
+// Judges a database from outside, and rebuilds it in tables of this TV's own making, so that nothing but rows comes in.
+std::optional<ReplaceStatus> adopt(const fs::path& received, const fs::path& built) {
     try {
-        const SQLite::Database database = openReadOnly(path);
-        SQLite::Statement integrity(database, "PRAGMA integrity_check");
-        if (!integrity.executeStep() || integrity.getColumn(0).getString() != "ok") {
+        SQLite::Database database = openReadOnly(received);
+        if (!isIntact(database)) {
             return ReplaceStatus::DatabaseDamaged;
-        }
-        if (!database.tableExists("meta") || !database.tableExists("services") ||
-            !database.tableExists("channel_groups")) {
-            return ReplaceStatus::TablesMissing;
-        }
-        SQLite::Statement counts(database, "SELECT (SELECT count(*) FROM services), (SELECT service_count FROM meta)");
-        counts.executeStep();
-        if (counts.getColumn(0).getInt() != counts.getColumn(1).getInt()) {
-            return ReplaceStatus::CountDiffers;
         }
     } catch (const SQLite::Exception&) {
         return ReplaceStatus::DatabaseDamaged;
+    }
+    try {
+        SQLite::Database database = openNew(built);
+        database.exec(SCHEMA);
+        SQLite::Statement attach(database, "ATTACH ? AS received");
+        attach.bind(1, received.string());
+        attach.exec();
+        SQLite::Transaction transaction(database);
+        database.exec("INSERT INTO channel_groups SELECT number, name FROM received.channel_groups");
+        database.exec(
+            "INSERT INTO services SELECT id, number, identity, name, short_name, provider, type, channel_group, "
+            "source, "
+            "frequency_hz, symbol_rate, parameters, video_pid, audio_pids, text_pids, conditional_access, sid, nid, "
+            "tid, "
+            "rid FROM received.services");
+        database.exec("INSERT INTO meta SELECT service_count FROM received.meta");
+        SQLite::Statement counts(database, "SELECT (SELECT count(*) FROM services), (SELECT service_count FROM meta)");
+        counts.executeStep();
+        const int count = counts.getColumn(0);
+        if (count == 0 || count != counts.getColumn(1).getInt()) {
+            return ReplaceStatus::CountDiffers;
+        }
+        counts.reset();
+        transaction.commit();
+    } catch (const SQLite::Exception&) {
+        return ReplaceStatus::TablesDiffer;
     }
     return std::nullopt;
 }
@@ -87,7 +101,7 @@ std::uint64_t scalar(const fs::path& path, const char* query) {
 void ServiceDb::create(const ChannelList& list, const std::string& ipServices) const {
     const ScratchFolder scratch(m_folder);
     {
-        SQLite::Database database((scratch / "services.db").string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+        SQLite::Database database = openNew(scratch / "services.db");
         SQLite::Transaction transaction(database);
         database.exec(SCHEMA);
         insertServices(database, list);
@@ -102,26 +116,22 @@ void ServiceDb::create(const ChannelList& list, const std::string& ipServices) c
 void ServiceDb::snapshot(const fs::path& archive) const {
     const ScratchFolder scratch(m_folder);
     const fs::path copy = scratch / "services.db";
-    {
-        const SQLite::Database database = openReadOnly(this->database());
-        SQLite::Statement vacuum(database, "VACUUM INTO ?");
-        vacuum.bind(1, copy.string());
-        vacuum.exec();
-    }
+    snapshotDatabase(database(), copy);
     writeArchive(archive, {copy, ipsrv()});
 }
 
 std::optional<ReplaceStatus> ServiceDb::replace(const fs::path& archive) const {
     const ScratchFolder scratch(m_folder);
+    const fs::path received = scratch / "received.db";
     const fs::path built = scratch / "services.db";
     try {
-        if (!extractEntry(archive, "services.db", built)) {
+        if (!extractEntry(archive, "services.db", received)) {
             return ReplaceStatus::NoDatabase;
         }
     } catch (const Error&) {
         return ReplaceStatus::ArchiveUnreadable;
     }
-    if (const std::optional<ReplaceStatus> problem = check(built)) {
+    if (const std::optional<ReplaceStatus> problem = adopt(received, built)) {
         return problem;
     }
     try {

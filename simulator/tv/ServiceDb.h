@@ -13,14 +13,13 @@ namespace sim {
 
 struct ChannelList;
 
-// What ReplaceServiceDb() reports in its status.
+// What ReplaceServiceDb() reports in its status. Below 1: it has not come so far as to look at the archive.
 enum class ReplaceStatus : int {
-    NotExamined = 0,
     ArchiveUnreadable = 1,
     NoDatabase = 2,       // the archive holds no services.db
     DatabaseDamaged = 3,  // no SQLite database, or one that fails its integrity check
-    TablesMissing = 4,
-    CountDiffers = 5,  // other than stored with it
+    TablesDiffer = 4,     // not the tables of a channel database, or rows that do not fit them
+    CountDiffers = 5,     // other services than stored with it, or none at all
     NotPutInPlace = 6,
 };
 
@@ -39,7 +38,8 @@ public:
     // Writes the database and ipsrv as a zip archive. Throws on failure.
     void snapshot(const std::filesystem::path& archive) const;
 
-    // Replaces the database by the archive's, if it is a whole one; this set's ipsrv stays. Nothing on success.
+    // Replaces the database by the archive's, if it is a whole one; this set's ipsrv stays. Nothing on success. Throws
+    // when there is no place to build it in.
     std::optional<ReplaceStatus> replace(const std::filesystem::path& archive) const;
 
     bool exists(std::uint64_t serviceId) const;

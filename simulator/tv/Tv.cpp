@@ -11,6 +11,7 @@
 #include "simulator/tv/ChannelList.h"
 #include "simulator/tv/Error.h"
 #include "simulator/tv/Files.h"
+#include "simulator/tv/Sqlite.h"
 
 namespace fs = std::filesystem;
 
@@ -51,8 +52,8 @@ fs::path databaseOf(const fs::path& home) {
 
 SQLite::Database openExisting(const fs::path& home) {
     if (!fs::exists(databaseOf(home))) {
-        throw Error(fmt::format("no TV at {}; make one with: halcyon-tv --home {} init --channels FILE", home.string(),
-                                home.string()));
+        throw Error(fmt::format("no TV at {}; make one with: halcyon-tv --home '{}' init --channels FILE",
+                                home.string(), home.string()));
     }
     SQLite::Database database(databaseOf(home).string(), SQLite::OPEN_READWRITE, BUSY_TIMEOUT_MS);
     database.exec("PRAGMA synchronous = NORMAL");
@@ -70,56 +71,64 @@ int antennaModeOf(const std::string& source) {
     }
 }
 
+void createDatabase(const fs::path& path, int antennaMode) {
+    SQLite::Database database = openNew(path);
+    database.exec("PRAGMA journal_mode = WAL");
+    SQLite::Transaction transaction(database);
+    database.exec(SCHEMA);
+    SQLite::Statement state(database, "INSERT INTO state VALUES(?, 0, 1, 0, 0, 0, 0, '0', 0)");
+    SQLite::bind(state, antennaMode);
+    state.exec();
+    for (int i = 1; i <= FAVOURITE_LISTS; ++i) {
+        SQLite::Statement setting(database, "INSERT INTO settings VALUES(?, 'string', ?)");
+        SQLite::bind(setting, Tv::favouriteKey(i), fmt::format("Favourites {}", i));
+        setting.exec();
+    }
+    transaction.commit();
+}
+
 }  // namespace
+
+fs::path Tv::normalised(const fs::path& folder) {
+    const fs::path path = fs::absolute(folder).lexically_normal();
+    return path.has_filename() ? path : path.parent_path();
+}
 
 fs::path Tv::defaultHome() {
     if (const std::string home = environment("HALCYON_TV_HOME"); !home.empty()) {
-        return fs::absolute(home);
+        return normalised(home);
     }
-    if (const std::string state = environment("XDG_STATE_HOME"); !state.empty()) {
-        return fs::path(state) / "halcyon-tv";
+    if (const fs::path state = environment("XDG_STATE_HOME"); state.is_absolute()) {
+        return state / "halcyon-tv";
     }
-    return fs::path(environment("HOME")) / ".local/state/halcyon-tv";
+    if (const fs::path user = environment("HOME"); user.is_absolute()) {
+        return user / ".local/state/halcyon-tv";
+    }
+    throw Error("no folder for the TV; set HALCYON_TV_HOME or HOME, or give --home to halcyon-tv");
 }
 
 fs::path Tv::defaultCloud(const fs::path& home) {
     if (const std::string cloud = environment("HALCYON_CLOUD"); !cloud.empty()) {
-        return fs::absolute(cloud);
+        return normalised(cloud);
     }
     return home.parent_path() / "cloud";
 }
 
 void Tv::create(const fs::path& home, const ChannelList& list, const std::string& serial) {
-    if (fs::exists(databaseOf(home))) {
-        throw Error(fmt::format("there is a TV at {} already; remove that folder, or choose another with --home",
+    fs::create_directories(home.parent_path());
+    const ScratchFolder scratch(home.parent_path());
+    const fs::path built = scratch / "tv";
+    fs::create_directory(built);
+    ServiceDb(built / "service-db")
+        .create(list, fmt::format("set={}\nservice=http://set-{}.invalid/live\n", serial, serial));
+    IssDb(built / "iss.db").create({{"set", serial}, {"layout", "list"}, {"last_group", "0"}});
+    CiModule(built / "ci")
+        .create({{"ci_profile.bin", "CI\x01" + serial}, {"ci_operator.xml", "<operator set=\"" + serial + "\"/>\n"}});
+    createDatabase(databaseOf(built), antennaModeOf(list.services.front().source));
+    if (!putInPlace(built, home)) {
+        throw Error(fmt::format("there is something at {} already; remove that folder, or choose another with --home",
                                 home.string()));
     }
-    fs::create_directories(home);
-    ServiceDb(home / "service-db")
-        .create(list, fmt::format("set={}\nservice=http://set-{}.invalid/live\n", serial, serial));
-    IssDb(home / "iss.db").create({{"set", serial}, {"layout", "list"}, {"last_group", "0"}});
-    CiModule(home / "ci")
-        .create({{"ci_profile.bin", "CI\x01" + serial}, {"ci_operator.xml", "<operator set=\"" + serial + "\"/>\n"}});
-
-    // Last, and in one step: a home without tv.db is no TV yet.
-    const ScratchFolder scratch(home);
-    const fs::path built = scratch / "tv.db";
-    {
-        SQLite::Database database(built.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
-        database.exec("PRAGMA journal_mode = WAL");
-        SQLite::Transaction transaction(database);
-        database.exec(SCHEMA);
-        SQLite::Statement state(database, "INSERT INTO state VALUES(?, 0, 1, 0, 0, 0, 0, '0', 0)");
-        SQLite::bind(state, antennaModeOf(list.services.front().source));
-        state.exec();
-        for (int i = 1; i <= FAVOURITE_LISTS; ++i) {
-            SQLite::Statement setting(database, "INSERT INTO settings VALUES(?, 'string', ?)");
-            SQLite::bind(setting, favouriteKey(i), fmt::format("Favourites {}", i));
-            setting.exec();
-        }
-        transaction.commit();
-    }
-    putInPlace(built, databaseOf(home));
 }
 
 Tv::Tv(const fs::path& home)
@@ -143,13 +152,17 @@ Viewing Tv::viewing() {
     return viewing;
 }
 
-void Tv::setViewing(const Viewing& viewing) {
+void Tv::changeViewing(const std::function<void(Viewing&)>& change) {
+    SQLite::Transaction transaction(m_database, SQLite::TransactionBehavior::IMMEDIATE);
+    Viewing viewing = this->viewing();
+    change(viewing);
     SQLite::Statement update(m_database,
                              "UPDATE state SET antenna_mode = ?, service_mode = ?, service_id = ?, source = ?, "
                              "category = ?, category_param = ?, sort_mode = ?");
     SQLite::bind(update, viewing.antennaMode, viewing.serviceMode, static_cast<std::int64_t>(viewing.serviceId),
                  viewing.source, viewing.category, static_cast<std::int64_t>(viewing.categoryParam), viewing.sortMode);
     update.exec();
+    transaction.commit();
 }
 
 bool Tv::hasMode(int antennaMode, int serviceMode) const {

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -38,21 +39,26 @@ constexpr int FAVOURITE_LISTS = 5;
 
 class Tv {
 public:
-    // $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv, else ~/.local/state/halcyon-tv.
+    // A folder's path, absolute and without a '/' at its end.
+    static std::filesystem::path normalised(const std::filesystem::path& folder);
+
+    // $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv, else ~/.local/state/halcyon-tv. Throws Error without any of
+    // them.
     static std::filesystem::path defaultHome();
 
     // $HALCYON_CLOUD, else "cloud" beside the TV home.
     static std::filesystem::path defaultCloud(const std::filesystem::path& home);
 
-    // Makes a factory-fresh TV with this channel list; `serial` tells its own files from another set's. Throws Error
-    // when there is one already.
+    // Makes a factory-fresh TV with this channel list, whole or not at all; `serial` tells its own files from another
+    // set's. Throws Error when there is anything at `home` already.
     static void create(const std::filesystem::path& home, const ChannelList& list, const std::string& serial);
 
     // Opens a TV. Throws Error when there is none.
     explicit Tv(const std::filesystem::path& home);
 
     Viewing viewing();
-    void setViewing(const Viewing& viewing);
+    // Reads, changes and writes in one transaction. What `change` throws leaves the state as it was.
+    void changeViewing(const std::function<void(Viewing&)>& change);
 
     // Whether the TV has what a setter is given.
     bool hasMode(int antennaMode, int serviceMode) const;
