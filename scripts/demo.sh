@@ -8,10 +8,7 @@ shift
 root=$(dirname "$(dirname "$(realpath "$0")")")
 channels=$root/data/channels.conf
 if [ "${1:-}" = --channels ]; then
-    channels=$(realpath "${2:?--channels needs a file in the channels.conf format}")
-elif [ $# -gt 0 ]; then
-    echo "demo: '$1' is no option; the one there is: --channels FILE" >&2
-    exit 2
+    channels=$(realpath -e "$2")
 fi
 
 stage=$root/build/demo
