@@ -58,7 +58,7 @@ TEST_F(Cli, MakesATvAndSaysWhatItSkipped) {
                                   HasSubstr("favname5   Favourites 5"), HasSubstr("S19.2E-1-1-1002-0")));
     const Answer again = init();
     EXPECT_EQ(again.code, 3);
-    EXPECT_THAT(again.text, HasSubstr("there is a TV at"));
+    EXPECT_THAT(again.text, HasSubstr("there is something at"));
     const Answer nowhere = tv("status", "nowhere");
     EXPECT_EQ(nowhere.code, 3);
     EXPECT_THAT(nowhere.text, AllOf(HasSubstr("no TV at"), HasSubstr("init --channels")));
@@ -68,7 +68,9 @@ TEST_F(Cli, BacksUpRestoresAndCompares) {
     init();
     init("other");
     EXPECT_EQ(tv("set favname1 Mine").code, 0);
-    EXPECT_EQ(tv("diff " + (folder / "other").string()).code, 1);
+    const Answer different = tv("diff " + (folder / "other").string());
+    EXPECT_EQ(different.code, 1);
+    EXPECT_THAT(different.text, HasSubstr("favname1   DIFFERENT  Mine | Favourites 1"));
     const Answer backup = tv("run -q");
     EXPECT_EQ(backup.code, 0) << backup.text;
     EXPECT_THAT(backup.text, AllOf(HasSubstr("response   101 (backup completed)"), HasSubstr("outcome    succeeded")));
@@ -125,20 +127,20 @@ TEST_P(CliMistake, IsExplained) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cli, CliMistake,
-    ::testing::Values(Mistake{"", 2, "A subcommand is required"}, Mistake{"dance", 2, "Run with --help"},
-                      Mistake{"set service 99", 3, "the TV has no service '99'"},
-                      Mistake{"set source 9", 3, "the TV has no source '9'"},
-                      Mistake{"set mode 2", 3, "not of the form ANTENNA/SERVICE"},
-                      Mistake{"set category 2/7/0", 3, "the TV has no category '2/7/0'"},
-                      Mistake{"set antenna x", 3, "'x' is not a number"},
-                      Mistake{"set volume 3", 3, "cannot set 'volume' to '3'"},
-                      Mistake{"set setting:text:k v", 3, "'text' is no type of a setting"},
-                      Mistake{"run restore", 3, "'restore' is not of the form key=value"},
-                      Mistake{"run --backup 000009 operation=restore", 3, "holds no backup 000009"},
-                      Mistake{"record", 3, "no run yet"}, Mistake{"record 5", 3, "no run 5"},
-                      Mistake{"cloud show 000001", 3, "holds no backup 000001"},
-                      Mistake{"cloud list", 0, "No backup in"},
-                      Mistake{"fault add bnr_backup null", 3, "bnr_backup cannot fail with 'null'"}));
+    ::testing::Values(
+        Mistake{"", 2, "A subcommand is required"}, Mistake{"dance", 2, "Run with --help"},
+        Mistake{"set service 99", 3, "the TV has no service '99'"},
+        Mistake{"set source 9", 3, "the TV has no source '9'"},
+        Mistake{"set mode 2", 3, "not of the form ANTENNA/SERVICE"},
+        Mistake{"set category 2/7/0", 3, "the TV has no category '2/7/0'"},
+        Mistake{"set antenna x", 3, "'x' is not a number"}, Mistake{"set volume 3", 3, "cannot set 'volume' to '3'"},
+        Mistake{"set setting:text:k v", 3, "'text' is no type of a setting"},
+        Mistake{"set setting:bool:k maybe", 3, "'maybe' is no value of the type bool"},
+        Mistake{"fault clear 7", 3, "no rule 7"}, Mistake{"run restore", 2, "'restore' is not of the form key=value"},
+        Mistake{"run --backup 000009 operation=restore", 3, "holds no backup 000009"},
+        Mistake{"record", 3, "no run yet"}, Mistake{"record 5", 3, "no run 5"},
+        Mistake{"cloud show 000001", 3, "holds no backup 000001"}, Mistake{"cloud list", 0, "No backup in"},
+        Mistake{"fault add bnr_backup null", 3, "bnr_backup cannot fail with 'null'"}));
 
 TEST_F(Cli, TheApplicationAloneExplainsItselfToo) {
     const std::string home = "HALCYON_TV_HOME=" + (folder / "tv").string() + " ";

@@ -40,20 +40,17 @@ protected:
         tv.fault(call, failure);
         sim::Device::close();
     }
-    void setViewing(const sim::Viewing& viewing) { sim::Device::current().tv.setViewing(viewing); }
     void setAntenna(const std::set<int>& statuses) { sim::Device::current().tv.setAntenna(statuses); }
 };
 
 TEST_F(JsonSchema, CapturesTheTv) {
-    sim::Viewing viewing;
-    viewing.antennaMode = 2;
-    viewing.serviceMode = 1;
-    viewing.serviceId = 1;
-    viewing.source = 3;
-    viewing.category = 1;
-    viewing.categoryParam = 5;
-    viewing.sortMode = 2;
-    setViewing(viewing);
+    sim::Device::current().tv.changeViewing([](sim::Viewing& viewing) {
+        viewing.serviceMode = 1;
+        viewing.source = 3;
+        viewing.category = 1;
+        viewing.categoryParam = 5;
+        viewing.sortMode = 2;
+    });
     CJsonSchema schema;
     EXPECT_EQ(summary(schema), "1 2/1 3 1 1/5/2");
     EXPECT_THAT(messages(), ElementsAre("4 FUNC BEGIN", "5 [OUT]antennaStatus=[1]", "4 FUNC BEGIN",

@@ -10,6 +10,7 @@
 #include "platform/settings_store.h"
 #include "simulator/tv/Archive.h"
 #include "simulator/tv/ChannelList.h"
+#include "simulator/tv/CloudStore.h"
 #include "simulator/tv/Error.h"
 #include "simulator/tv/EventLoop.h"
 #include "simulator/tv/Json.h"
@@ -100,6 +101,7 @@ TEST_F(ChannelListFile, ReadsBothEncodings) {
     const std::string tail = ":410:M64:C:6900:1:2:3:0:1:1:1:0";
     EXPECT_EQ(service("M\xc3\xbchle" + tail).name, "Mühle");
     EXPECT_EQ(service("M\xfchle" + tail).name, "Mühle");
+    EXPECT_THAT(parse("\xef\xbb\xbf:Group\nA" + tail + " \r\n").groups, ElementsAre("Group"));
 }
 
 TEST_F(ChannelListFile, ReportsBadLinesAndLoadsTheOthers) {
@@ -119,6 +121,7 @@ TEST_F(ChannelListFile, ReportsBadLinesAndLoadsTheOthers) {
         {"N:410:M64:C:6900:1:2:3:9C4,G:1:1:1:0", "conditional access '9C4,G'"},
         {"N:410:M64:C:6900:1:2:3:0:65536:1:1:0", "service id '65536'"},
         {"N:410:M64:C:6900:1:2:3:0:1:1:1:", "radio id ''"},
+        {":@2147483647 Far", "'@2147483647 Far' sets no number"},
         {"Again:474:M64:C:6900:1:2:3:0:1:1:1:0", "the service C-1-1-1-0 stands in line 1 already"},
     };
     for (const auto& [line, reason] : lines) {
@@ -206,9 +209,11 @@ TEST_F(Services, RefusesAWrongCountAndMissingTables) {
         return tv.serviceDb().replace(folder / "changed.zip");
     };
     EXPECT_EQ(statusOf("DELETE FROM services WHERE id = 1"), sim::ReplaceStatus::CountDiffers);
-    EXPECT_EQ(statusOf("DROP TABLE channel_groups"), sim::ReplaceStatus::TablesMissing);
+    EXPECT_EQ(statusOf("DELETE FROM services; UPDATE meta SET service_count = 0"), sim::ReplaceStatus::CountDiffers);
+    EXPECT_EQ(statusOf("ALTER TABLE services RENAME COLUMN tid TO other"), sim::ReplaceStatus::TablesDiffer);
+    EXPECT_EQ(statusOf("DROP TABLE channel_groups"), sim::ReplaceStatus::TablesDiffer);
     EXPECT_THAT(tv.serviceDb().services(), SizeIs(1)) << "the old one stays";
-    EXPECT_EQ(statusOf("UPDATE services SET name = 'New' WHERE id = 1"), std::nullopt);
+    EXPECT_EQ(statusOf("PRAGMA journal_mode = WAL"), std::nullopt) << "only its rows come in";
     EXPECT_THAT(tv.serviceDb().services(), SizeIs(3));
 }
 
@@ -248,6 +253,12 @@ TEST_F(Services, ThatAreGoneFailTheCalls) {
     a.backUp();
     fs::remove(storedBackup() / "metadata.json");
     EXPECT_EQ(a.restore().run.response, 500) << "a backup that the cloud cannot read";
+    test::write(storedBackup("000002") / "info.json", R"({"time":"","name":"../../../iss.db"})");
+    test::write(storedBackup("000002") / "metadata.json", "{}");
+    test::write(storedBackup("000002") / "bundle.zip", "");
+    EXPECT_EQ(a.restore().run.response, 102);
+    EXPECT_THAT(a.setUp().iss, SizeIs(3)) << "a name in the store does not lead out of the folder";
+    EXPECT_THAT(sim::CloudStore(a.cloud).list().problems, ElementsAre(HasSubstr("000001: no whole backup")));
 }
 
 TEST_F(Services, MakeAFaultRuleOnlyOfWhatCanHappen) {
@@ -255,6 +266,7 @@ TEST_F(Services, MakeAFaultRuleOnlyOfWhatCanHappen) {
     EXPECT_THAT([&] { a.fault("bnr_init", "damage=empty"); }, ThrowsMessage<sim::Error>(HasSubstr("cannot fail with")));
     EXPECT_THAT([&] { a.fault("bnr_init", "result=x"); }, ThrowsMessage<sim::Error>(HasSubstr("not a number")));
     EXPECT_THAT([&] { a.fault("bnr_init", "sulk"); }, ThrowsMessage<sim::Error>(HasSubstr("no failure")));
+    EXPECT_THAT([&] { a.fault("bnr_response", "delay=-1"); }, ThrowsMessage<sim::Error>(HasSubstr("before its time")));
     EXPECT_THAT([&] { a.fault("bnr_init", "result=1", 0); }, ThrowsMessage<sim::Error>(HasSubstr("from 1")));
     EXPECT_EQ(a.faultsFired(), 0);
 }

@@ -224,13 +224,13 @@ TwoTvs::TwoTvs()
         ":Second\nRadio Drei;P:12266:VC34:S19.2E:27500:0:301=deu@3:0:0:1003:1:2:0\n"),
       b(folder.path(), "b", "Welcome:11361:HC23:S19.2E:22000:501=27:502:0:0:5001:1:5:0\n") {
     sim::Tv tv = a.open();
-    sim::Viewing viewing = tv.viewing();
-    viewing.serviceMode = 1;
-    viewing.serviceId = 2;
-    viewing.category = 2;
-    viewing.categoryParam = 2;
-    viewing.sortMode = 1;
-    tv.setViewing(viewing);
+    tv.changeViewing([](sim::Viewing& viewing) {
+        viewing.serviceMode = 1;
+        viewing.serviceId = 2;
+        viewing.category = 2;
+        viewing.categoryParam = 2;
+        viewing.sortMode = 1;
+    });
     tv.setSetting(sim::Tv::favouriteKey(1), "string", "Für Oma");
     tv.setSetting(sim::Tv::favouriteKey(5), "string", "");
 }
