@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <sstream>
+#include <tuple>
 
 #include "simulator/tv/ChannelList.h"
 #include "simulator/tv/Error.h"
@@ -88,6 +89,13 @@ void createDatabase(const fs::path& path, int antennaMode) {
 }
 
 }  // namespace
+
+bool operator==(const Viewing& one, const Viewing& other) {
+    const auto tied = [](const Viewing& v) {
+        return std::tie(v.antennaMode, v.serviceMode, v.serviceId, v.source, v.category, v.categoryParam, v.sortMode);
+    };
+    return tied(one) == tied(other);
+}
 
 fs::path Tv::normalised(const fs::path& folder) {
     const fs::path path = fs::absolute(folder).lexically_normal();

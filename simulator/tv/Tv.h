@@ -35,6 +35,8 @@ struct Viewing {
     int sortMode = 0;                 // 0 by number, 1 by name, 2 by provider
 };
 
+bool operator==(const Viewing& one, const Viewing& other);
+
 constexpr int FAVOURITE_LISTS = 5;
 
 class Tv {
