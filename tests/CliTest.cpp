@@ -87,7 +87,8 @@ TEST_F(Cli, BacksUpRestoresAndCompares) {
     EXPECT_EQ(same.code, 0) << same.text;
     EXPECT_THAT(same.text, ::testing::Not(HasSubstr("DIFFERENT")));
     EXPECT_THAT(tv("record --calls --log", "other").text,
-                AllOf(HasSubstr("IUtil::ReplaceServiceDb("), HasSubstr("logger HalcyonLineup: m_Restore(")));
+                AllOf(HasSubstr("ITunerControl::GetAntennaConnectionStatus() = 1, {0}\n"),
+                      HasSubstr("IUtil::ReplaceServiceDb("), HasSubstr("logger HalcyonLineup: m_Restore(")));
     EXPECT_THAT(tv("record --all", "other").text, HasSubstr("restore  succeeded"));
 }
 

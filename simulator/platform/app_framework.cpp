@@ -89,6 +89,15 @@ std::string operationOf(const app_control_s& request) {
     return isRestore ? "restore" : "backup";
 }
 
+// The extra values as they are given on the command line.
+std::string extrasOf(const app_control_s& request) {
+    std::vector<std::string> extras;
+    for (const auto& [key, value] : request.extras) {
+        extras.push_back(fmt::format("{}={}", key, value));
+    }
+    return fmt::format("{}", fmt::join(extras, " "));
+}
+
 // Runs the main loop and records how it ended.
 void runLoop(Device& device) {
     if (device.loop.run()) {
@@ -115,7 +124,7 @@ int run(int argc, char** argv, const ui_app_callbacks& callbacks, void* userData
         return 0;
     }
     app_control_s* request = make(launch);
-    sim::platformNotice("app.control", fmt::format("{}", fmt::join(launch.extras, ", ")));
+    sim::platformNotice("app.control", extrasOf(launch));
     callbacks.control(request, userData);
     live().erase(request);
     delete request;
@@ -137,7 +146,7 @@ int run(int argc, char** argv, const ui_app_callbacks& callbacks, void* userData
 // A call that gives a text of `control` out.
 int giveText(const char* call, app_control_s* control, const std::string& arguments, char** out,
              const std::optional<std::string>& text) {
-    return sim::platformCall(call, arguments, [&] {
+    return sim::platformCall(call, arguments, [&](sim::Given& given) {
         if (!isLive(control)) {
             return BAD_HANDLE;
         }
@@ -145,6 +154,7 @@ int giveText(const char* call, app_control_s* control, const std::string& argume
             return NOT_THERE;
         }
         *out = ::strdup(text->c_str());
+        given.text = sim::toJournal(*out);
         return 0;
     });
 }
@@ -191,11 +201,12 @@ int app_control_clone(app_control_s** clone, app_control_s* request) {
 }
 
 int app_control_is_reply_requested(app_control_s* request, bool* requested) {
-    return sim::platformCall("app_control_is_reply_requested", "", [&] {
+    return sim::platformCall("app_control_is_reply_requested", "", [&](sim::Given& given) {
         if (!isLive(request)) {
             return BAD_HANDLE;
         }
         *requested = request->replyRequested;
+        given.text = sim::toJournal(*requested);
         return 0;
     });
 }

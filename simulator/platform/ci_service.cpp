@@ -12,8 +12,9 @@ public:
     int GetBackupFilePaths(std::list<std::string>& paths) override {
         return sim::platformCall(
             "CIM::ICIGeneral::GetBackupFilePaths", "",
-            [&] {
+            [&](sim::Given& given) {
                 paths.splice(paths.end(), sim::Device::current().tv.ciModule().paths());
+                given.text = fmt::format("{}", fmt::join(paths, ", "));
                 return 1;
             },
             // The module names a file that is not there, after those that are.

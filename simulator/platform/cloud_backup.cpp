@@ -159,12 +159,13 @@ int bnr_deinit(const char* id) {
 }
 
 int bnr_callback_register(const char* id, bnr_response_cb callback, void* userData, int* handlerId) {
-    return sim::platformCall("bnr_callback_register", id, [&] {
+    return sim::platformCall("bnr_callback_register", id, [&](sim::Given& given) {
         if (client().sessions.count(id) == 0) {
             return NO_SESSION;
         }
         *handlerId = ++client().lastHandler;
         client().handlers[*handlerId] = {id, callback, userData};
+        given.text = std::to_string(*handlerId);
         return 0;
     });
 }
@@ -175,7 +176,7 @@ int bnr_callback_deregister(int handlerId) {
 }
 
 int bnr_backup(const char* id, const char* metadata, const char* filePath) {
-    return sim::platformCall("bnr_backup", fmt::format("{}, {}, {}", id, metadata, filePath), [&] {
+    return sim::platformCall("bnr_backup", fmt::format("{}, {}, {}", id, metadata, filePath), [&](sim::Given& given) {
         if (client().sessions.count(id) == 0) {
             return NO_SESSION;
         }
@@ -184,7 +185,7 @@ int bnr_backup(const char* id, const char* metadata, const char* filePath) {
             respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_SCHEMA_ERROR, std::nullopt);
             return 0;
         }
-        Device::current().cloud.put(id, client().sessions[id], metadata, filePath);
+        given.text = "backup " + Device::current().cloud.put(id, client().sessions[id], metadata, filePath);
         respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_COMPLETED, std::nullopt);
         return 0;
     });

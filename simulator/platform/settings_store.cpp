@@ -12,12 +12,13 @@ namespace {
 
 template <typename Value, typename Convert>
 int get(const char* call, const char* type, const char* key, Value* out, Convert convert) {
-    return sim::platformCall(call, key, [&] {
+    return sim::platformCall(call, key, [&](sim::Given& given) {
         const std::optional<std::string> value = sim::Device::current().tv.setting(key, type);
         if (!value) {
             return -1;
         }
         *out = convert(*value);
+        given.text = *value;
         return 0;
     });
 }

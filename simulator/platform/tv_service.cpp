@@ -1,6 +1,7 @@
 #include "platform/tv_service.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <chrono>
@@ -15,6 +16,7 @@ namespace {
 
 using sim::Device;
 using sim::Failure;
+using sim::Given;
 using sim::platformCall;
 using sim::platformNotice;
 using sim::Viewing;
@@ -46,10 +48,11 @@ public:
     }
 
     int ReplaceServiceDb(const std::string& path, int* status) override {
-        return platformCall("IUtil::ReplaceServiceDb", path, [&] {
+        return platformCall("IUtil::ReplaceServiceDb", path, [&](Given& given) {
             const std::optional<sim::ReplaceStatus> problem = Device::current().tv.serviceDb().replace(path);
             if (problem) {
                 *status = static_cast<int>(*problem);
+                given.text = fmt::format("status {}", *status);
                 return 0;
             }
             return 1;
@@ -82,8 +85,9 @@ public:
 class TunerControl final : public ITunerControl {
 public:
     int GetAntennaConnectionStatus(std::set<int>& statuses) override {
-        return platformCall("ITunerControl::GetAntennaConnectionStatus", "", [&] {
+        return platformCall("ITunerControl::GetAntennaConnectionStatus", "", [&](Given& given) {
             statuses.merge(Device::current().tv.antenna());
+            given.text = fmt::format("{{{}}}", fmt::join(statuses, ", "));
             return 1;
         });
     }
@@ -101,10 +105,11 @@ int change(bool isKnown, const std::function<void(Viewing&)>& action) {
 class ServiceNavigation final : public IServiceNavigation {
 public:
     int GetTvMode(TSTvMode& mode) override {
-        return platformCall("IServiceNavigation::GetTvMode", "", [&] {
+        return platformCall("IServiceNavigation::GetTvMode", "", [&](Given& given) {
             const Viewing viewing = Device::current().tv.viewing();
             mode.antennaMode = static_cast<EAntennaMode>(viewing.antennaMode);
             mode.serviceMode = static_cast<EServiceMode>(viewing.serviceMode);
+            given.text = toText(mode);
             return 1;
         });
     }
@@ -119,7 +124,7 @@ public:
     }
 
     int GetCurrentServiceInfo(TSTvMode mode, const TCCriteriaHelper& criteria, TCServiceData& data) override {
-        return platformCall("IServiceNavigation::GetCurrentServiceInfo", toText(mode), [&] {
+        return platformCall("IServiceNavigation::GetCurrentServiceInfo", toText(mode), [&](Given& given) {
             sim::Tv& tv = Device::current().tv;
             const Viewing viewing = tv.viewing();
             if (!tv.serviceDb().exists(viewing.serviceId)) {
@@ -127,6 +132,7 @@ public:
             }
             if (criteria.IsFetched(FIELD_SERVICE_ID)) {
                 data.SetField(FIELD_SERVICE_ID, viewing.serviceId);
+                given.text = fmt::format("service {}", viewing.serviceId);
             }
             if (criteria.IsFetched(FIELD_ANTENNA_MODE)) {
                 data.SetField(FIELD_ANTENNA_MODE, static_cast<std::uint64_t>(viewing.antennaMode));
@@ -154,8 +160,9 @@ public:
 class SourceControl final : public ISourceControl {
 public:
     int GetCurrentSourceInfo(std::int32_t& source) override {
-        return platformCall("ISourceControl::GetCurrentSourceInfo", "", [&] {
+        return platformCall("ISourceControl::GetCurrentSourceInfo", "", [&](Given& given) {
             source = Device::current().tv.viewing().source;
+            given.text = std::to_string(source);
             return 1;
         });
     }
@@ -172,8 +179,9 @@ public:
 class ScanData final : public IScanData {
 public:
     int IsScanActivated(bool& activated, int option) override {
-        return platformCall("IScanData::IsScanActivated", std::to_string(option), [&] {
+        return platformCall("IScanData::IsScanActivated", std::to_string(option), [&](Given& given) {
             activated = Device::current().tv.isScanning();
+            given.text = sim::toJournal(activated);
             return 1;
         });
     }
@@ -289,11 +297,12 @@ public:
 class CategoryUtil final : public CCCategoryUtil {
 public:
     bool GetCurrentCategory(TSTvMode mode, CCNavigationModeInfo& info) override {
-        return platformCall("CCCategoryUtil::GetCurrentCategory", toText(mode), [&] {
+        return platformCall("CCCategoryUtil::GetCurrentCategory", toText(mode), [&](Given& given) {
             const Viewing viewing = Device::current().tv.viewing();
             info.category = static_cast<ECategory>(viewing.category);
             info.param = viewing.categoryParam;
             info.sortMode = static_cast<ESortMode>(viewing.sortMode);
+            given.text = toText(info);
             return true;
         });
     }

@@ -62,21 +62,36 @@ inline std::string toJournal(const void* result) {
     return result != nullptr ? "object" : "null";
 }
 
+// What a call gives out beside its result, as it stands in the journal.
+struct Given {
+    std::string text;
+};
+
+// The body of a platform call, which may say what it gives out.
+template <typename Body>
+auto perform(Body& body, Given& given) {
+    if constexpr (std::is_invocable_v<Body, Given&>) {
+        return body(given);
+    } else {
+        return body();
+    }
+}
+
 // A platform call: does what `body` does, unless a fault rule says otherwise, and journals it. Where the TV's own files
 // are unusable, so that `body` throws, the call fails with -1, false or null. `damage` damages what the call has made,
 // in the way it is told.
 template <typename Body>
 auto platformCall(const std::string& name, const std::string& arguments, Body body,
-                  const std::function<void(const std::string& how)>& damage = {}) -> decltype(body()) {
-    using Result = decltype(body());
+                  const std::function<void(const std::string& how)>& damage = {}) {
+    Given given;
+    using Result = decltype(perform(body, given));
     Device& device = Device::current();
     const std::optional<FaultInjector::Hit> hit = nextFailure(device, name, arguments);
     const auto fails = [&](Failure::Kind kind) { return hit && hit->failure.kind == kind; };
     Result result{};
-    std::string reason;
     if (!fails(Failure::Kind::Result) && !fails(Failure::Kind::Null)) {
         try {
-            result = body();
+            result = perform(body, given);
             if (fails(Failure::Kind::Damage)) {
                 damage(hit->failure.text);
             }
@@ -84,7 +99,7 @@ auto platformCall(const std::string& name, const std::string& arguments, Body bo
             if constexpr (std::is_same_v<Result, int>) {
                 result = -1;
             }
-            reason = fmt::format(" ({})", error.what());
+            given.text = error.what();
         }
     }
     if constexpr (!std::is_pointer_v<Result>) {
@@ -92,7 +107,8 @@ auto platformCall(const std::string& name, const std::string& arguments, Body bo
             result = static_cast<Result>(hit->failure.number);
         }
     }
-    device.record.call(name, arguments, toJournal(result) + reason, hit ? std::optional(hit->rule) : std::nullopt);
+    device.record.call(name, arguments, toJournal(result) + (given.text.empty() ? "" : ", " + given.text),
+                       hit ? std::optional(hit->rule) : std::nullopt);
     return result;
 }
 
