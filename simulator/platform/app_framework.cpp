@@ -92,6 +92,7 @@ std::string operationOf(const app_control_s& request) {
 // The extra values as they are given on the command line.
 std::string extrasOf(const app_control_s& request) {
     std::vector<std::string> extras;
+    extras.reserve(request.extras.size());
     for (const auto& [key, value] : request.extras) {
         extras.push_back(fmt::format("{}={}", key, value));
     }
