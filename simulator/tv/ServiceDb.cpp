@@ -29,6 +29,16 @@ CREATE TABLE services(
     tid INTEGER NOT NULL, rid INTEGER NOT NULL);
 )";
 
+// By name, so that the order of the received columns does not matter.
+constexpr char ADOPT[] = R"(
+INSERT INTO channel_groups SELECT number, name FROM received.channel_groups;
+INSERT INTO services
+    SELECT id, number, identity, name, short_name, provider, type, channel_group, source, frequency_hz, symbol_rate,
+        parameters, video_pid, audio_pids, text_pids, conditional_access, sid, nid, tid, rid
+    FROM received.services;
+INSERT INTO meta SELECT service_count FROM received.meta;
+)";
+
 void insertServices(SQLite::Database& database, const ChannelList& list) {
     SQLite::Statement insertGroup(database, "INSERT INTO channel_groups(name) VALUES(?)");
     for (const std::string& name : list.groups) {
@@ -38,8 +48,7 @@ void insertServices(SQLite::Database& database, const ChannelList& list) {
     }
     SQLite::Statement insert(
         database,
-        "INSERT INTO services VALUES(NULL, ?, ?, ?, ?, ?, ?, nullif(?, 0), ?, ?, ?, ?, ?, ?, ?, ?, ?, "
-        "?, ?, ?)");
+        "INSERT INTO services VALUES(NULL, ?, ?, ?, ?, ?, ?, nullif(?, 0), ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     for (const Service& service : list.services) {
         SQLite::bind(insert, service.number, service.identity, service.name, service.shortName, service.provider,
                      service.radio ? "radio" : "tv", service.group, service.source,
@@ -69,14 +78,7 @@ std::optional<ReplaceStatus> adopt(const fs::path& received, const fs::path& bui
         attach.bind(1, received.string());
         attach.exec();
         SQLite::Transaction transaction(database);
-        database.exec("INSERT INTO channel_groups SELECT number, name FROM received.channel_groups");
-        database.exec(
-            "INSERT INTO services SELECT id, number, identity, name, short_name, provider, type, channel_group, "
-            "source, "
-            "frequency_hz, symbol_rate, parameters, video_pid, audio_pids, text_pids, conditional_access, sid, nid, "
-            "tid, "
-            "rid FROM received.services");
-        database.exec("INSERT INTO meta SELECT service_count FROM received.meta");
+        database.exec(ADOPT);
         SQLite::Statement counts(database, "SELECT (SELECT count(*) FROM services), (SELECT service_count FROM meta)");
         counts.executeStep();
         const int count = counts.getColumn(0);
