@@ -17,6 +17,12 @@ constexpr char FOOTER[] =
     "Exit codes: 0 done; 1 the run did not succeed, or the TVs differ; 2 wrong usage; 3 a file, folder or value that\n"
     "cannot be used.";
 
+constexpr char SETTABLE[] =
+    R"(mode (ANTENNA/SERVICE), service (id), source, category (CODE/PARAM/SORT),
+antenna (status codes separated by commas, 0 to 4 are known),
+scan (on or off), favname1 to favname5,
+setting:TYPE:KEY with a type int, bool (0 or 1), double or string)";
+
 int dispatch(int argc, char** argv) {
     CLI::App app("A simulated TV for halcyon-lineup.");
     app.footer(FOOTER);
@@ -43,12 +49,7 @@ int dispatch(int argc, char** argv) {
     std::string name;
     std::string value;
     CLI::App* set = app.add_subcommand("set", "Set a part of the TV's state");
-    set->add_option("name", name,
-                    "mode (ANTENNA/SERVICE), service (id), source, category (CODE/PARAM/SORT), antenna (status codes\n"
-                    "separated by commas, 0 to 4 are known), scan (on or off), favname1 to favname5, setting:TYPE:KEY "
-                    "with a type\n"
-                    "int, bool (0 or 1), double or string")
-        ->required();
+    set->add_option("name", name, SETTABLE)->required();
     set->add_option("value", value, "the new value")->required();
     set->callback([&] { command = [&](const cli::Place& place) { return cli::set(place, name, value); }; });
 
