@@ -10,8 +10,8 @@
 #include <iomanip>
 #include <sstream>
 
-#include "simulator/tv/Archive.h"
-#include "simulator/tv/Json.h"
+#include "simulator/base/Archive.h"
+#include "simulator/base/Json.h"
 #include "tests/support/TestTv.h"
 
 namespace fs = std::filesystem;

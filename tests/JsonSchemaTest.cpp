@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 #include <json/value.h>
 
-#include "simulator/tv/Device.h"
-#include "simulator/tv/Json.h"
+#include "simulator/base/Json.h"
+#include "simulator/platform/Device.h"
 #include "tests/support/TestTv.h"
 
 namespace {

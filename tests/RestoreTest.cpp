@@ -5,7 +5,7 @@
 
 #include <functional>
 
-#include "simulator/tv/Archive.h"
+#include "simulator/base/Archive.h"
 #include "tests/support/TestTv.h"
 
 namespace fs = std::filesystem;

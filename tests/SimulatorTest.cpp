@@ -8,12 +8,12 @@
 
 #include "platform/json_util.h"
 #include "platform/settings_store.h"
-#include "simulator/tv/Archive.h"
+#include "simulator/base/Archive.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Json.h"
+#include "simulator/cloud/CloudStore.h"
+#include "simulator/platform/EventLoop.h"
 #include "simulator/tv/ChannelList.h"
-#include "simulator/tv/CloudStore.h"
-#include "simulator/tv/Error.h"
-#include "simulator/tv/EventLoop.h"
-#include "simulator/tv/Json.h"
 #include "tests/support/TestTv.h"
 
 namespace fs = std::filesystem;

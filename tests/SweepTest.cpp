@@ -9,8 +9,8 @@
 #include <map>
 #include <tuple>
 
-#include "simulator/tv/Archive.h"
-#include "simulator/tv/CloudStore.h"
+#include "simulator/base/Archive.h"
+#include "simulator/cloud/CloudStore.h"
 #include "tests/support/TestTv.h"
 
 namespace fs = std::filesystem;

@@ -12,7 +12,7 @@
 #include <map>
 #include <random>
 
-#include "simulator/tv/Archive.h"
+#include "simulator/base/Archive.h"
 #include "tests/support/TestTv.h"
 
 namespace fs = std::filesystem;

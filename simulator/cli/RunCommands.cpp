@@ -10,10 +10,10 @@
 #include <cstring>
 #include <memory>
 
+#include "simulator/base/Error.h"
 #include "simulator/cli/Commands.h"
 #include "simulator/cli/Names.h"
-#include "simulator/tv/CloudStore.h"
-#include "simulator/tv/Error.h"
+#include "simulator/cloud/CloudStore.h"
 #include "simulator/tv/RunRecord.h"
 #include "simulator/tv/Tv.h"
 

@@ -2,10 +2,10 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "simulator/base/Archive.h"
+#include "simulator/base/Error.h"
 #include "simulator/cli/Commands.h"
-#include "simulator/tv/Archive.h"
-#include "simulator/tv/CloudStore.h"
-#include "simulator/tv/Error.h"
+#include "simulator/cloud/CloudStore.h"
 #include "simulator/tv/Faults.h"
 #include "simulator/tv/ServiceDb.h"
 #include "simulator/tv/Tv.h"

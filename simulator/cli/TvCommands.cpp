@@ -6,11 +6,11 @@
 #include <random>
 #include <set>
 
+#include "simulator/base/Error.h"
+#include "simulator/base/Text.h"
 #include "simulator/cli/Commands.h"
 #include "simulator/cli/Names.h"
 #include "simulator/tv/ChannelList.h"
-#include "simulator/tv/Error.h"
-#include "simulator/tv/Text.h"
 #include "simulator/tv/Tv.h"
 
 namespace fs = std::filesystem;

@@ -5,8 +5,8 @@
 #include <exception>
 #include <functional>
 
+#include "simulator/base/Error.h"
 #include "simulator/cli/Commands.h"
-#include "simulator/tv/Error.h"
 #include "simulator/tv/Tv.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/tv/Device.h"
+#include "simulator/platform/Device.h"
 
 struct app_control_s {
     std::string caller;

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "simulator/tv/Device.h"
+#include "simulator/platform/Device.h"
 
 namespace {
 

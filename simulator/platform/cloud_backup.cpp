@@ -10,8 +10,8 @@
 #include <optional>
 #include <string>
 
-#include "simulator/tv/Device.h"
-#include "simulator/tv/Json.h"
+#include "simulator/base/Json.h"
+#include "simulator/platform/Device.h"
 
 namespace fs = std::filesystem;
 

@@ -2,8 +2,8 @@
 
 #include <sstream>
 
-#include "simulator/tv/Device.h"
-#include "simulator/tv/Json.h"
+#include "simulator/base/Json.h"
+#include "simulator/platform/Device.h"
 
 bool JsonUtil::StringToJson(const std::string& text, Json::Value& value) {
     value = Json::Value();

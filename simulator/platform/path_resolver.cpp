@@ -5,7 +5,7 @@
 #include <set>
 #include <string>
 
-#include "simulator/tv/Device.h"
+#include "simulator/platform/Device.h"
 
 namespace {
 

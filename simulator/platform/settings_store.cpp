@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "simulator/tv/Device.h"
+#include "simulator/platform/Device.h"
 
 namespace {
 

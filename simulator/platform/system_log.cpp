@@ -13,7 +13,7 @@
 #include <string>
 #include <string_view>
 
-#include "simulator/tv/Device.h"
+#include "simulator/platform/Device.h"
 
 namespace {
 

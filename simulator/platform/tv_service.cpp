@@ -10,7 +10,7 @@
 #include <optional>
 #include <vector>
 
-#include "simulator/tv/Device.h"
+#include "simulator/platform/Device.h"
 
 namespace {
 

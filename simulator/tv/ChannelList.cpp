@@ -9,9 +9,9 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "simulator/tv/Error.h"
-#include "simulator/tv/Files.h"
-#include "simulator/tv/Text.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+#include "simulator/base/Text.h"
 
 namespace sim {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "simulator/tv/Files.h"
+#include "simulator/base/Files.h"
 
 namespace fs = std::filesystem;
 

@@ -10,9 +10,9 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "simulator/tv/Error.h"
-#include "simulator/tv/Files.h"
-#include "simulator/tv/Text.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+#include "simulator/base/Text.h"
 
 namespace fs = std::filesystem;
 

@@ -3,9 +3,9 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <SQLiteCpp/VariadicBind.h>
 
-#include "simulator/tv/Archive.h"
-#include "simulator/tv/Error.h"
-#include "simulator/tv/Files.h"
+#include "simulator/base/Archive.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 #include "simulator/tv/Sqlite.h"
 
 namespace fs = std::filesystem;

@@ -9,7 +9,7 @@
 #include <csignal>
 
 #include "platform/cloud_backup.h"
-#include "simulator/tv/Clock.h"
+#include "simulator/base/Clock.h"
 
 namespace sim {
 

@@ -5,10 +5,10 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "simulator/tv/Archive.h"
+#include "simulator/base/Archive.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 #include "simulator/tv/ChannelList.h"
-#include "simulator/tv/Error.h"
-#include "simulator/tv/Files.h"
 #include "simulator/tv/Sqlite.h"
 
 namespace fs = std::filesystem;

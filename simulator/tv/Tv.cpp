@@ -9,9 +9,9 @@
 #include <sstream>
 #include <tuple>
 
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 #include "simulator/tv/ChannelList.h"
-#include "simulator/tv/Error.h"
-#include "simulator/tv/Files.h"
 #include "simulator/tv/Sqlite.h"
 
 namespace fs = std::filesystem;

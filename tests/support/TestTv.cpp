@@ -12,8 +12,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "simulator/platform/Device.h"
 #include "simulator/tv/ChannelList.h"
-#include "simulator/tv/Device.h"
 
 namespace fs = std::filesystem;
 

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "simulator/base/Files.h"
 #include "simulator/tv/Faults.h"
-#include "simulator/tv/Files.h"
 #include "simulator/tv/RunRecord.h"
 #include "simulator/tv/ServiceDb.h"
 #include "simulator/tv/Tv.h"

@@ -12,8 +12,8 @@
 #include <type_traits>
 #include <utility>
 
-#include "simulator/tv/CloudStore.h"
-#include "simulator/tv/EventLoop.h"
+#include "simulator/cloud/CloudStore.h"
+#include "simulator/platform/EventLoop.h"
 #include "simulator/tv/Faults.h"
 #include "simulator/tv/RunRecord.h"
 #include "simulator/tv/Tv.h"

@@ -1,4 +1,4 @@
-#include "simulator/tv/Clock.h"
+#include "simulator/base/Clock.h"
 
 #include <fmt/chrono.h>
 

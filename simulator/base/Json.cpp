@@ -1,4 +1,4 @@
-#include "simulator/tv/Json.h"
+#include "simulator/base/Json.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <json/reader.h>

@@ -1,4 +1,4 @@
-#include "simulator/tv/Archive.h"
+#include "simulator/base/Archive.h"
 
 #include <fmt/format.h>
 #include <zip.h>
@@ -7,7 +7,7 @@
 #include <fstream>
 #include <memory>
 
-#include "simulator/tv/Error.h"
+#include "simulator/base/Error.h"
 
 namespace fs = std::filesystem;
 

@@ -1,4 +1,4 @@
-#include "simulator/tv/Files.h"
+#include "simulator/base/Files.h"
 
 #include <fcntl.h>
 #include <linux/fs.h>

@@ -1,4 +1,4 @@
-#include "simulator/tv/Device.h"
+#include "simulator/platform/Device.h"
 
 #include <cxxabi.h>
 #include <fmt/format.h>
@@ -10,8 +10,8 @@
 #include <memory>
 #include <stdexcept>
 
-#include "simulator/tv/Error.h"
-#include "simulator/tv/Files.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "simulator/tv/Text.h"
+#include "simulator/base/Text.h"
 
 #include <algorithm>
 

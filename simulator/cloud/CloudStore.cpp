@@ -1,14 +1,14 @@
-#include "simulator/tv/CloudStore.h"
+#include "simulator/cloud/CloudStore.h"
 
 #include <fmt/format.h>
 #include <json/value.h>
 
 #include <algorithm>
 
-#include "simulator/tv/Clock.h"
-#include "simulator/tv/Error.h"
-#include "simulator/tv/Files.h"
-#include "simulator/tv/Json.h"
+#include "simulator/base/Clock.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+#include "simulator/base/Json.h"
 
 namespace fs = std::filesystem;
 

@@ -1,4 +1,4 @@
-#include "simulator/tv/EventLoop.h"
+#include "simulator/platform/EventLoop.h"
 
 #include <thread>
 
