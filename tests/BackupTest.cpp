@@ -12,6 +12,7 @@
 
 #include "simulator/base/Archive.h"
 #include "simulator/base/Json.h"
+#include "simulator/reports/BackupReport.h"
 #include "tests/support/TestTv.h"
 
 namespace fs = std::filesystem;
@@ -49,13 +50,13 @@ protected:
 
     // Runs a backup that fails as told. It must leave the session closed, the cloud empty and the TV as it was.
     Outcome failingBackup(const std::string& call, const std::string& failure, int nth = 1) {
-        const test::ChannelSetUp before = a.setUp();
+        const sim::SetUp before = a.setUp();
         a.fault(call, failure, nth);
         Outcome run = a.backUp();
         EXPECT_THAT(run.logBetween("5 operation fail", "4 Last line"), ElementsAre("5 operation fail", "4 Last line"));
         EXPECT_EQ(run.count("bnr_deinit"), 1);
-        EXPECT_EQ(run.run.ended, sim::Ended::EXIT);
-        EXPECT_FALSE(run.run.succeeded());
+        EXPECT_EQ(run.ended, sim::RunEnd::Exit);
+        EXPECT_FALSE(run.succeeded());
         EXPECT_FALSE(fs::exists(storedBackup()));
         EXPECT_EQ(a.setUp(), before);
         return run;
@@ -84,14 +85,14 @@ protected:
 };
 
 TEST_F(Backup, BringsEverythingIntoTheCloud) {
-    const test::ChannelSetUp before = a.setUp();
+    const sim::SetUp before = a.setUp();
     const Outcome run = a.backUp();
-    EXPECT_TRUE(run.run.succeeded());
-    EXPECT_EQ(run.run.reply, std::nullopt) << "a backup never replies";
+    EXPECT_TRUE(run.succeeded());
+    EXPECT_EQ(run.reply, std::nullopt) << "a backup never replies";
     EXPECT_THAT(bundleEntries(), UnorderedElementsAre("ServiceDB.zip", "vconf.json", "issDB.zip", "ci/ci_profile.bin",
                                                       "ci/ci_operator.xml"));
     EXPECT_EQ(test::readFile(storedBackup() / "metadata.json"), METADATA);
-    EXPECT_EQ(sim::ServiceDb::countInBundle(storedBackup() / "bundle.zip"), 3U);
+    EXPECT_EQ(sim::countServices(storedBackup() / "bundle.zip"), 3U);
     EXPECT_EQ(test::readFile(bundleEntry("ci/ci_profile.bin")), before.ci.at("ci_profile.bin"));
     EXPECT_EQ(a.setUp(), before);
     EXPECT_THAT(a.dataFiles(), IsEmpty()) << "neither staging folder nor bundle stays";
@@ -202,7 +203,7 @@ TEST_F(Backup, LogsEachStep) {
                     "bnr_callback_deregister", "bnr_deinit", "ui_app_exit", "app.terminate"));
     const auto init =
         std::find_if(run.calls.begin(), run.calls.end(), [](const auto& c) { return c.name == "bnr_init"; });
-    EXPECT_EQ(init->arguments, "Qr7tLw2ZkA, OOBERFChannelList");
+    EXPECT_EQ(init->arguments, R"("Qr7tLw2ZkA", "OOBERFChannelList")");
 }
 
 TEST_F(Backup, IsNamedAfterTheLocalTime) {
@@ -309,7 +310,7 @@ TEST_F(Backup, ARefusedBundleIsKeptInTheFailureFolder) {
                             "5 remove({data}{name}.zip) success", closing[0], closing[1], closing[2], closing[3]));
     EXPECT_THAT(a.dataFiles(), IsEmpty());
     ASSERT_EQ(a.failureFiles().size(), 1U);
-    EXPECT_EQ(sim::ServiceDb::countInBundle(a.failures / a.failureFiles()[0]), 3U);
+    EXPECT_EQ(sim::countServices(a.failures / a.failureFiles()[0]), 3U);
 }
 
 // The items are best effort: one that fails is left out, and the bundle is sent.
@@ -328,7 +329,7 @@ TEST_P(BackupItem, IsBestEffort) {
     SCOPED_TRACE(std::string(item.call) + " " + item.failure);
     a.fault(item.call, item.failure, item.nth);
     const Outcome run = a.backUp();
-    EXPECT_TRUE(run.run.succeeded());
+    EXPECT_TRUE(run.succeeded());
     Lines entries = item.entries;
     entries.insert(entries.end(), {"ServiceDB.zip", "vconf.json"});
     EXPECT_THAT(bundleEntries(), ::testing::UnorderedElementsAreArray(entries));
@@ -366,7 +367,7 @@ TEST_F(Backup, SendsTheBundleWithoutSettingsThatCannotBeWritten) {
     makeFolders("/vconf.json");
     const Outcome run = a.backUp();
     EXPECT_TRUE(run.says("5 CHalcyonLineup::m_BackupVconf problem with opening file \n"));
-    EXPECT_TRUE(run.run.succeeded());
+    EXPECT_TRUE(run.succeeded());
     EXPECT_THAT(bundleEntries(),
                 UnorderedElementsAre("ServiceDB.zip", "issDB.zip", "ci/ci_profile.bin", "ci/ci_operator.xml"));
 }
@@ -374,16 +375,16 @@ TEST_F(Backup, SendsTheBundleWithoutSettingsThatCannotBeWritten) {
 TEST_F(Backup, DiesOfASettingThatCannotBeRead) {
     a.fault("vconf_get_str", "null", 3);
     const Outcome run = a.backUp();
-    EXPECT_EQ(run.run.ended, sim::Ended::CRASHED);
-    EXPECT_THAT(run.run.detail, StartsWith("Json::LogicError"));
+    EXPECT_EQ(run.ended, sim::RunEnd::Crashed);
+    EXPECT_THAT(run.detail, StartsWith("Json::LogicError"));
     EXPECT_FALSE(fs::exists(storedBackup()));
 }
 
 TEST_F(Backup, EachBackupIsKeptBesideTheOthers) {
     a.backUp();
     b.backUp();
-    EXPECT_EQ(sim::ServiceDb::countInBundle(storedBackup("000001") / "bundle.zip"), 3U);
-    EXPECT_EQ(sim::ServiceDb::countInBundle(storedBackup("000002") / "bundle.zip"), 1U);
+    EXPECT_EQ(sim::countServices(storedBackup("000001") / "bundle.zip"), 3U);
+    EXPECT_EQ(sim::countServices(storedBackup("000002") / "bundle.zip"), 1U);
 }
 
 }  // namespace

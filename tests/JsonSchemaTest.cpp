@@ -45,11 +45,9 @@ protected:
 
 TEST_F(JsonSchema, CapturesTheTv) {
     sim::Device::current().tv.changeViewing([](sim::Viewing& viewing) {
-        viewing.serviceMode = 1;
-        viewing.source = 3;
-        viewing.category = 1;
-        viewing.categoryParam = 5;
-        viewing.sortMode = 2;
+        viewing.mode.service = sim::ServiceMode::Television;
+        viewing.source = sim::Source::Input3;
+        viewing.category = {sim::CategoryKind::FavouriteList, 5, sim::SortMode::Provider};
     });
     CJsonSchema schema;
     EXPECT_EQ(summary(schema), "1 2/1 3 1 1/5/2");

@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 namespace {
 
 using Lines = std::vector<std::string>;
-using test::ChannelSetUp;
+using sim::SetUp;
 using test::Outcome;
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -35,14 +35,17 @@ Lines operator+(Lines left, const Lines& right) {
 class Restore : public test::TwoTvs {
 protected:
     Restore() {
-        EXPECT_TRUE(a.backUp().run.succeeded());
+        EXPECT_TRUE(a.backUp().succeeded());
         fresh = b.setUp();
         freshViewing = b.open().viewing();
         ipServices = b.open().serviceDb().ipServices();
     }
 
+    // All but the viewing state.
     void expectRestored() {
-        EXPECT_EQ(b.setUp(), a.setUp());
+        sim::SetUp expected = a.setUp();
+        expected.viewing = b.open().viewing();
+        EXPECT_EQ(b.setUp(), expected);
         EXPECT_EQ(b.open().serviceDb().ipServices(), ipServices) << "the IP services are the set's own";
         EXPECT_THAT(b.dataFiles(), IsEmpty());
         EXPECT_THAT(b.failureFiles(), IsEmpty());
@@ -56,10 +59,10 @@ protected:
     // B was refused the backup before anything was changed, and keeps its archive.
     void expectRefused(const Outcome& run) {
         expectUntouched();
-        EXPECT_EQ(run.run.reply, -1);
+        EXPECT_EQ(run.reply, -1);
         EXPECT_EQ(run.count("app_control_reply_to_launch_request"), 1);
-        EXPECT_EQ(run.run.reported, "failure");
-        EXPECT_EQ(run.run.ended, sim::Ended::EXIT);
+        EXPECT_EQ(run.reported, "failure");
+        EXPECT_EQ(run.ended, sim::RunEnd::Exit);
         EXPECT_THAT(b.failureFiles(), SizeIs(1));
     }
 
@@ -87,17 +90,17 @@ protected:
         return b.restore();
     }
 
-    ChannelSetUp fresh;
+    sim::SetUp fresh;
     sim::Viewing freshViewing;
     std::string ipServices;
 };
 
 TEST_F(Restore, BringsTheChannelSetUpBack) {
     const Outcome run = b.restore();
-    EXPECT_TRUE(run.run.succeeded());
-    EXPECT_EQ(run.run.reply, 0);
-    EXPECT_EQ(run.run.reported, "success");
-    EXPECT_EQ(run.run.ended, sim::Ended::RECLAIMED) << "it does not end itself";
+    EXPECT_TRUE(run.succeeded());
+    EXPECT_EQ(run.reply, 0);
+    EXPECT_EQ(run.reported, "success");
+    EXPECT_EQ(run.ended, sim::RunEnd::Reclaimed) << "it does not end itself";
     EXPECT_EQ(run.exitStatus, 0);
     expectRestored();
     EXPECT_TRUE(b.open().viewing() == a.open().viewing());
@@ -175,7 +178,7 @@ TEST_F(Restore, EndsWithoutReplyWhereTheRequestCannotBeKept) {
     const Outcome run = b.restore();
     EXPECT_THAT(run.logBetween("5 Do restore", "4 Last line"),
                 ElementsAre("5 Do restore", "6 app_control_clone fail[-9]", "5 operation fail", "4 Last line"));
-    EXPECT_EQ(run.run.reply, std::nullopt);
+    EXPECT_EQ(run.reply, std::nullopt);
     EXPECT_EQ(run.count("bnr_init"), 0);
 }
 
@@ -186,7 +189,7 @@ TEST_F(Restore, RepliesFailureWhereTheCloudCannotBeAsked) {
                 ElementsAre("6 bnr_init fail[-1]", "6 m_BnrInitialize() fail",
                             "5 app_control_reply_to_launch_request(-1) success", "5 operation fail", "4 Last line"));
     EXPECT_EQ(unopened.count("bnr_deinit"), 0);
-    EXPECT_EQ(unopened.run.reply, -1);
+    EXPECT_EQ(unopened.reply, -1);
 
     b.clearFaults();
     b.fault("bnr_restore", "result=-4");
@@ -194,7 +197,7 @@ TEST_F(Restore, RepliesFailureWhereTheCloudCannotBeAsked) {
     EXPECT_EQ(refused.logBetween("6 bnr_restore(Qr7tLw2ZkA, {data}) error [-4]", "4 Last line"),
               Lines{"6 bnr_restore(Qr7tLw2ZkA, {data}) error [-4]"} + CLOSING +
                   Lines({"5 app_control_reply_to_launch_request(-1) success", "5 operation fail", "4 Last line"}));
-    EXPECT_EQ(refused.run.reply, -1);
+    EXPECT_EQ(refused.reply, -1);
     b.clearFaults();
 
     fs::remove_all(b.data);
@@ -212,18 +215,18 @@ TEST_F(Restore, TellsTheCallerThatTheCloudHasNothing) {
     fs::remove_all(b.cloud);
     const Outcome run = b.restore();
     EXPECT_TRUE(run.says("6 Error happened"));
-    EXPECT_EQ(run.run.reply, -1);
+    EXPECT_EQ(run.reply, -1);
     expectUntouched();
 }
 
 TEST_F(Restore, TakesTheNewestBackupOrTheChosenOne) {
-    a.open().setSetting(sim::Tv::favouriteKey(1), "string", "Later");
+    a.open().settings().setFavouriteName(1, "Later");
     a.backUp();
     b.restore();
     EXPECT_EQ(b.setUp().favourites[0], "Later");
     b.launch({"operation=restore", "--backup", "000001"});
     EXPECT_EQ(b.setUp().favourites[0], "Für Oma");
-    EXPECT_EQ(b.launch({"operation=restore", "--backup", "000003"}).run.response, 500);
+    EXPECT_EQ(b.launch({"operation=restore", "--backup", "000003"}).response, sim::Response::Error);
 }
 
 // --- what refuses the data ---
@@ -254,7 +257,7 @@ TEST_F(Restore, RefusesAnotherVersionAndWhatIsNoMetadata) {
     EXPECT_THAT(none.callsBetween("JsonUtil::StringToJson", "bnr_report_failure"),
                 ElementsAre("JsonUtil::StringToJson", "bnr_report_failure"))
         << "the antenna is not asked";
-    EXPECT_EQ(none.run.reply, -1);
+    EXPECT_EQ(none.reply, -1);
 }
 
 TEST_F(Restore, RefusesADamagedBundleAndLeavesTheUnpackFolder) {
@@ -275,7 +278,7 @@ TEST_F(Restore, HasNothingToKeepWithoutData) {
     EXPECT_EQ(run.logBetween("6 bnr_resp_data_s *respdata is nullptr", "5 response came. Finish app"),
               Lines({"6 bnr_resp_data_s *respdata is nullptr", "6 m_Restore fail"}) + ENDING);
     EXPECT_THAT(b.failureFiles(), IsEmpty());
-    EXPECT_EQ(run.run.reply, -1);
+    EXPECT_EQ(run.reply, -1);
     expectUntouched();
 }
 
@@ -330,8 +333,8 @@ TEST_F(Restore, SkipsWhatTheBundleDoesNotHold) {
         fs::remove(work / "issDB.zip");
     });
     const Outcome run = b.restore();
-    EXPECT_EQ(run.run.reply, 0);
-    const ChannelSetUp now = b.setUp();
+    EXPECT_EQ(run.reply, 0);
+    const sim::SetUp now = b.setUp();
     EXPECT_EQ(now.services, a.setUp().services);
     EXPECT_EQ(now.favourites, fresh.favourites);
     EXPECT_EQ(now.iss, fresh.iss);
@@ -354,8 +357,8 @@ TEST_P(RestoreItem, IsBestEffort) {
     SCOPED_TRACE(std::string(GetParam().call) + " " + GetParam().failure);
     b.fault(GetParam().call, GetParam().failure, GetParam().nth);
     const Outcome run = b.restore();
-    EXPECT_TRUE(run.run.succeeded());
-    EXPECT_EQ(run.run.reply, 0);
+    EXPECT_TRUE(run.succeeded());
+    EXPECT_EQ(run.reply, 0);
     EXPECT_EQ(b.faultsFired(), 1);
     EXPECT_EQ(b.setUp().services, a.setUp().services);
     EXPECT_FALSE(b.setUp() == a.setUp());
@@ -385,9 +388,9 @@ TEST_F(Restore, HandsEveryMemberOfTheCiFolderOver) {
 
     fs::create_directories(b.data / "temp/ci/folder");
     const Outcome run = b.restore();
-    EXPECT_THAT(run.calls,
-                Contains(::testing::AllOf(::testing::Field(&sim::CallRecord::name, "CIM::ICIGeneral::BackupFileDone"),
-                                          ::testing::Field(&sim::CallRecord::arguments, "{data}temp/ci/folder"))));
+    EXPECT_THAT(run.calls, Contains(::testing::AllOf(
+                               ::testing::Field(&sim::CallRecord::name, "CIM::ICIGeneral::BackupFileDone"),
+                               ::testing::Field(&sim::CallRecord::arguments, R"(["{data}temp/ci/folder"])"))));
     EXPECT_TRUE(run.says("6 CIM::ICIGeneral::BackupFileDone fail")) << "the module takes files only";
 
     changeBundle([&](const fs::path& work) { test::write(work / "ci", "no folder"); });
@@ -402,17 +405,17 @@ TEST_F(Restore, SetsEachTypeOfSetting) {
         {"path":"i","type":0,"value":-5},{"path":"s","type":1,"value":"text"},{"path":"b","type":2,"value":1},
         {"path":"d","type":3,"value":2.5},{"path":"j","type":4,"value":6},{"path":"x","type":7,"value":0},
         {"path":"t","type":2,"value":true}]})");
-    EXPECT_TRUE(run.run.succeeded());
+    EXPECT_TRUE(run.succeeded());
     EXPECT_THAT(run.logBetween("5 vconf_path: i", "5 vconf_path: t"),
                 ElementsAre("5 vconf_path: i", "5 vconf_path: s", "5 vconf_path: b", "5 vconf_path: d",
                             "5 vconf_path: j", "5 vconf_path: x", "6 unrecognized type\n", "5 vconf_path: t"));
-    sim::Tv tv = b.open();
-    EXPECT_EQ(tv.setting("i", "int"), "-5");
-    EXPECT_EQ(tv.setting("s", "string"), "text");
-    EXPECT_EQ(tv.setting("b", "bool"), "1");
-    EXPECT_EQ(tv.setting("d", "double"), "2.5");
-    EXPECT_EQ(tv.setting("j", "int"), "6");
-    EXPECT_EQ(tv.setting("t", "bool"), "1");
+    sim::Tv tv(b.home);
+    EXPECT_EQ(tv.settings().get("i", sim::SettingType::Int), "-5");
+    EXPECT_EQ(tv.settings().get("s", sim::SettingType::String), "text");
+    EXPECT_EQ(tv.settings().get("b", sim::SettingType::Bool), "1");
+    EXPECT_EQ(tv.settings().get("d", sim::SettingType::Double), "2.5");
+    EXPECT_EQ(tv.settings().get("j", sim::SettingType::Int), "6");
+    EXPECT_EQ(tv.settings().get("t", sim::SettingType::Bool), "1");
 }
 
 TEST_F(Restore, LogsEachSettingThatCannotBeSet) {
@@ -426,14 +429,14 @@ TEST_F(Restore, LogsEachSettingThatCannotBeSet) {
                 ElementsAre("5 vconf_path: i", "5 vconf_set_int of i failed!", "5 vconf_path: s",
                             "5 vconf_set_str of s failed!", "5 vconf_path: b", "5 vconf_set_bool of b failed!",
                             "5 vconf_path: d", "5 vconf_set_dbl of d failed!"));
-    EXPECT_TRUE(run.run.succeeded());
+    EXPECT_TRUE(run.succeeded());
 }
 
 TEST_F(Restore, SetsNothingWhereTheSettingsFileCountsNone) {
     for (const std::string text : {R"({"dataSize":0,"data":[{"path":"p","type":0,"value":1}]})", R"({"dataSize":-1})",
                                    R"({"data":[]})", "{}", "no JSON", ""}) {
         const Outcome run = restoreSettings(text);
-        EXPECT_TRUE(run.run.succeeded()) << text;
+        EXPECT_TRUE(run.succeeded()) << text;
         EXPECT_THAT(run.log, Not(Contains(StartsWith("5 vconf_path")))) << text;
         fs::remove_all(folder / "bundle");
     }
@@ -446,7 +449,7 @@ TEST_F(Restore, LogsASettingsFileThatCannotBeOpened) {
     ASSERT_EQ(::mknod((b.data / "temp/vconf.json").c_str(), S_IFSOCK | 0600, 0), 0);
     const Outcome run = b.restore();
     EXPECT_TRUE(run.says("6 ChannelListCloudUtil::m_RestoreVconf(): ERROR with opening file.\n"));
-    EXPECT_TRUE(run.run.succeeded());
+    EXPECT_TRUE(run.succeeded());
 }
 
 // What the JSON library raises is not caught: the run dies, after the caller has learnt that the channels are back.
@@ -459,9 +462,9 @@ TEST_F(Restore, DiesOfASettingsFileThatDoesNotHoldWhatItCounts) {
           R"({"dataSize":1,"data":[{"path":"p","type":1,"value":5}]})",
           R"({"dataSize":1,"data":[{"path":"p","type":1}]})"}) {
         const Outcome run = restoreSettings(text);
-        EXPECT_EQ(run.run.ended, sim::Ended::CRASHED) << text;
-        EXPECT_THAT(run.run.detail, StartsWith("Json::LogicError")) << text;
-        EXPECT_EQ(run.run.reply, 0) << text;
+        EXPECT_EQ(run.ended, sim::RunEnd::Crashed) << text;
+        EXPECT_THAT(run.detail, StartsWith("Json::LogicError")) << text;
+        EXPECT_EQ(run.reply, 0) << text;
         EXPECT_EQ(b.setUp().services, a.setUp().services) << text;
         fs::remove_all(folder / "bundle");
     }
@@ -487,7 +490,7 @@ TEST_F(RestoreViewing, StaysWhereTheModeIsUnknown) {
         setMetadata(metadata(setting));
         const Outcome run = b.restore();
         EXPECT_THAT(viewingLog(run), ElementsAre(StartsWith("4 tvMode[")));
-        EXPECT_EQ(run.run.ended, sim::Ended::RECLAIMED);
+        EXPECT_EQ(run.ended, sim::RunEnd::Reclaimed);
         EXPECT_EQ(run.count("IServiceNavigation::SetTvMode"), 0);
     }
     EXPECT_TRUE(b.open().viewing() == freshViewing);
@@ -511,7 +514,7 @@ TEST_F(RestoreViewing, EndsAfterTheModeForAnExternalSource) {
                                              "5 Cannot set non-TV type source [2]"));
     EXPECT_THAT(run.callsBetween("IServiceNavigation::SetTvMode", "app.terminate"),
                 ElementsAre("IServiceNavigation::SetTvMode", "CTVSApiWrapper::~CTVSApiWrapper", "app.terminate"));
-    EXPECT_EQ(b.open().viewing().antennaMode, 1);
+    EXPECT_EQ(b.open().viewing().mode.antenna, sim::AntennaMode::Cable);
 }
 
 TEST_F(RestoreViewing, FallsBackWhereTheServiceCannotBeSet) {
@@ -565,8 +568,8 @@ protected:
     void expectNoViewing(const Outcome& run, const Lines& lines) {
         EXPECT_EQ(run.logBetween("5 bnr_deinit success", "5 response came. Finish app"),
                   Lines{"5 bnr_deinit success"} + lines + Lines{"5 response came. Finish app"});
-        EXPECT_EQ(run.run.ended, sim::Ended::EXIT);
-        EXPECT_EQ(run.run.reply, 0);
+        EXPECT_EQ(run.ended, sim::RunEnd::Exit);
+        EXPECT_EQ(run.reply, 0);
         EXPECT_EQ(run.count("app_control_reply_to_launch_request"), 1);
         EXPECT_EQ(run.count("IServiceNavigation::SetTvMode"), 0);
         expectRestored();
@@ -594,7 +597,7 @@ TEST_F(RestoreWithScan, StopsItAndWaitsForTheSignal) {
         }
     }
     EXPECT_EQ(run.count("ISignalSubscriber::Unsubscribe"), 0);
-    EXPECT_EQ(run.run.ended, sim::Ended::EXIT);
+    EXPECT_EQ(run.ended, sim::RunEnd::Exit);
     expectRestored();
     EXPECT_TRUE(b.open().viewing() == a.open().viewing());
     EXPECT_FALSE(b.open().isScanning());
@@ -644,7 +647,7 @@ TEST_F(RestoreWithScan, EndsOnAnotherSignalWithoutTheViewingState) {
     const Outcome run = restoreWithScan();
     EXPECT_THAT(run.logBetween("5 StopAutoScan success", "5 signal came. Finish app"),
                 ElementsAre("5 StopAutoScan success", "4 FUNC BEGIN", "5 signal came. Finish app"));
-    EXPECT_EQ(run.run.ended, sim::Ended::EXIT);
+    EXPECT_EQ(run.ended, sim::RunEnd::Exit);
     EXPECT_TRUE(b.open().viewing() == freshViewing);
 }
 
@@ -652,25 +655,25 @@ TEST_F(RestoreWithScan, WaitsWhereTheSignalDoesNotReachIt) {
     b.fault("tv_signal", "null");
     const Outcome nobody = restoreWithScan();
     EXPECT_TRUE(nobody.says(R"(6 Assertion failed: 0 && "pAppData")"));
-    EXPECT_EQ(nobody.run.ended, sim::Ended::WAITING);
-    EXPECT_EQ(nobody.run.detail, "for signal 18 of the TV service");
+    EXPECT_EQ(nobody.ended, sim::RunEnd::Waiting);
+    EXPECT_EQ(nobody.detail, "for signal 18 of the TV service");
 
     b.clearFaults();
     b.open().setScanning(true);
     b.fault("tv_signal", "lost");
-    EXPECT_EQ(restoreWithScan().run.ended, sim::Ended::WAITING);
+    EXPECT_EQ(restoreWithScan().ended, sim::RunEnd::Waiting);
 
     b.clearFaults();
     b.open().setScanning(true);
     b.fault("bnr_response", "lost");
     const Outcome unanswered = restoreWithScan();
-    EXPECT_EQ(unanswered.run.ended, sim::Ended::WAITING);
-    EXPECT_EQ(unanswered.run.detail, "for the cloud service (Qr7tLw2ZkA)");
-    EXPECT_EQ(unanswered.run.reply, std::nullopt);
+    EXPECT_EQ(unanswered.ended, sim::RunEnd::Waiting);
+    EXPECT_EQ(unanswered.detail, "for the cloud service (Qr7tLw2ZkA)");
+    EXPECT_EQ(unanswered.reply, std::nullopt);
 
     b.clearFaults();
     b.fault("tv_signal", "delay=86400000");
-    EXPECT_TRUE(restoreWithScan().run.succeeded()) << "a day later";
+    EXPECT_TRUE(restoreWithScan().succeeded()) << "a day later";
 }
 
 }  // namespace

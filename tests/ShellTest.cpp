@@ -53,7 +53,7 @@ TEST_F(Shell, RestoresOnlyWhenAskedToTheLetter) {
 TEST_F(Shell, DoesWithoutTheCallersId) {
     a.fault("app_control_get_caller", "result=-1");
     const Outcome run = a.backUp();
-    EXPECT_TRUE(run.run.succeeded());
+    EXPECT_TRUE(run.succeeded());
     EXPECT_THAT(run.log, ::testing::Not(Contains(::testing::StartsWith("4 app_control_get_caller"))));
 }
 
@@ -103,7 +103,7 @@ TEST_F(Shell, GoesOnWhenTheCloudSessionCannotBeClosed) {
         run.logBetween("5 BNR Callback called [101]", "5 response came. Finish app"),
         ElementsAre("5 BNR Callback called [101]", "5 Backup is completed (nil)", "6 Failed to unset bnr callback [-3]",
                     "6 Failed bnr_deinit [-4]", "6 m_appCaller == nullptr", "5 response came. Finish app"));
-    EXPECT_TRUE(run.run.succeeded());
+    EXPECT_TRUE(run.succeeded());
 }
 
 // Every code but the one that brings restore data: a message, the session closed, a failure reply, the end.
@@ -135,7 +135,7 @@ TEST_F(Shell, EndsOnEachResponseCode) {
             ElementsAre("bnr_response", "bnr_callback_deregister", "bnr_deinit", "app_control_is_reply_requested",
                         "app_control_create", "app_control_reply_to_launch_request", "app_control_destroy",
                         "app_control_destroy", "ui_app_exit"));
-        EXPECT_EQ(run.run.reply, -1) << code;
+        EXPECT_EQ(run.reply, -1) << code;
     }
 }
 
@@ -147,8 +147,8 @@ TEST_F(Shell, NeitherClosesNorRepliesWithoutItsInstance) {
                 ElementsAre("5 BNR Callback called [102]", "6 pThis==nullptr", "5 response came. Finish app"));
     EXPECT_THAT(run.callsBetween("bnr_response", "ui_app_exit"),
                 ElementsAre("bnr_response", "bnr_report_failure", "ui_app_exit"));
-    EXPECT_EQ(run.run.reply, std::nullopt);
-    EXPECT_EQ(run.run.reported, "failure");
+    EXPECT_EQ(run.reply, std::nullopt);
+    EXPECT_EQ(run.reported, "failure");
 }
 
 TEST_F(Shell, RestoreDataInABackupRunIsAFailureWithoutReply) {
@@ -158,8 +158,8 @@ TEST_F(Shell, RestoreDataInABackupRunIsAFailureWithoutReply) {
                 ElementsAre("5 BNR Callback called [102]", "6 bnr_resp_data_s *respdata is nullptr", "6 m_Restore fail",
                             "5 bnr_callback_deregister success. Handler=[1]", "5 bnr_deinit success",
                             "6 m_appCaller == nullptr", "5 response came. Finish app"));
-    EXPECT_EQ(run.run.reported, "failure");
-    EXPECT_FALSE(run.run.succeeded());
+    EXPECT_EQ(run.reported, "failure");
+    EXPECT_FALSE(run.succeeded());
 }
 
 // The reply: what can fail about it is logged, and the kept request is released whatever happens.
@@ -173,7 +173,7 @@ TEST_F(Shell, ReleasesTheRequestWhateverBecomesOfTheReply) {
     const Outcome unasked = fail("app_control_is_reply_requested", "result=-5");
     EXPECT_TRUE(unasked.says("6 app_control_is_reply_requested fail[-5]"));
     EXPECT_EQ(unasked.count("app_control_destroy"), 1);
-    EXPECT_EQ(unasked.run.reply, std::nullopt);
+    EXPECT_EQ(unasked.reply, std::nullopt);
 
     const Outcome unsent = fail("app_control_reply_to_launch_request", "result=-6");
     EXPECT_TRUE(unsent.says("6 app_control_reply_to_launch_request(-1) fail[-6]"));

@@ -56,13 +56,13 @@ TEST_F(ChannelListFile, ReadsEveryField) {
     EXPECT_EQ(tv.videoPid, "163+164=2");
     EXPECT_EQ(tv.audioPids, "104=deu@3,105;106=deu");
     EXPECT_EQ(tv.textPids, "105");
-    EXPECT_THAT(tv.conditionalAccess, ElementsAre(0x9c4, 0x1702, 0xa));
+    EXPECT_EQ(tv.conditionalAccess, "9C4,1702,a");
     EXPECT_EQ(tv.identity, "S19.2E-1-1089-12003-2");
-    EXPECT_FALSE(tv.radio);
+    EXPECT_EQ(tv.type, "tv");
     EXPECT_EQ(tv.number, 1);
 
     const sim::Service radio = service("R:12187:h:S19.2E:27500:0:104:0:0:1:2:3");
-    EXPECT_TRUE(radio.radio);
+    EXPECT_EQ(radio.type, "radio");
     EXPECT_EQ(radio.identity, "S19.2E-2-3-1-0") << "12 fields: no radio id";
 }
 
@@ -199,12 +199,12 @@ class Services : public test::TwoTvs {};
 
 // An archive that lies about its services is refused, whatever else is right with it.
 TEST_F(Services, RefusesAWrongCountAndMissingTables) {
-    const sim::Tv tv = b.open();
+    const sim::Tv tv(b.home);
     const auto statusOf = [&](const std::string& statement) {
         const fs::path file = folder / "services.db";
         a.open().serviceDb().snapshot(folder / "a.zip");
         EXPECT_TRUE(sim::extractEntry(folder / "a.zip", "services.db", file));
-        SQLite::Database(file.string(), SQLite::OPEN_READWRITE).exec(statement);
+        sim::Database(file, sim::Database::Access::Change).run(statement);
         sim::writeArchive(folder / "changed.zip", {file});
         return tv.serviceDb().replace(folder / "changed.zip");
     };
@@ -248,17 +248,17 @@ TEST_F(Services, ThatAreGoneFailTheCalls) {
     fs::remove(b.home / "service-db/services.db");
     fs::remove_all(b.home / "ci");
     const test::Outcome run = b.backUp();
-    EXPECT_EQ(run.run.ended, sim::Ended::EXIT);
+    EXPECT_EQ(run.ended, sim::RunEnd::Exit);
     EXPECT_TRUE(run.says("6 IUtil::GetServiceDb({data}{name}/ServiceDB.zip) fail"));
     a.backUp();
     fs::remove(storedBackup() / "metadata.json");
-    EXPECT_EQ(a.restore().run.response, 500) << "a backup that the cloud cannot read";
+    EXPECT_EQ(a.restore().response, sim::Response::Error) << "a backup that the cloud cannot read";
     test::write(storedBackup("000002") / "info.json", R"({"time":"","name":"../../../iss.db"})");
     test::write(storedBackup("000002") / "metadata.json", "{}");
     test::write(storedBackup("000002") / "bundle.zip", "");
-    EXPECT_EQ(a.restore().run.response, 102);
+    EXPECT_EQ(a.restore().response, sim::Response::RestoreData);
     EXPECT_THAT(a.setUp().iss, SizeIs(3)) << "a name in the store does not lead out of the folder";
-    EXPECT_THAT(sim::CloudStore(a.cloud).list().problems, ElementsAre(HasSubstr("000001: no whole backup")));
+    EXPECT_THAT(sim::openCloud(a.cloud)->list().at(0).damage, HasSubstr("000001/metadata.json: cannot read"));
 }
 
 TEST_F(Services, MakeAFaultRuleOnlyOfWhatCanHappen) {

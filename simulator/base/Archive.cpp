@@ -4,10 +4,13 @@
 #include <zip.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <memory>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/Text.h"
 
 namespace fs = std::filesystem;
 
@@ -19,6 +22,12 @@ using Zip = std::unique_ptr<zip_t, decltype(&zip_discard)>;
 
 constexpr zip_int64_t MOST_BYTES = 64 << 20;  // far more than any TV's database
 
+// An error of the system's is that; any other is the archive's.
+Error::Kind kindOf(zip_error_t* error) {
+    return zip_error_system_type(error) == ZIP_ET_SYS ? kindOfErrno(zip_error_code_system(error))
+                                                      : Error::Kind::Damaged;
+}
+
 Zip open(const fs::path& archive, int flags) {
     int code = 0;
     Zip zip(zip_open(archive.c_str(), flags, &code), &zip_discard);
@@ -26,14 +35,15 @@ Zip open(const fs::path& archive, int flags) {
         zip_error_t error;
         zip_error_init_with_code(&error, code);
         const std::string reason = zip_error_strerror(&error);
+        const Error::Kind kind = kindOf(&error);
         zip_error_fini(&error);
-        throw Error(fmt::format("{}: no usable zip archive: {}", archive.string(), reason));
+        throw Error(kind, fmt::format("{}: no usable zip archive: {}", archive.string(), reason));
     }
     return zip;
 }
 
 [[noreturn]] void fail(const fs::path& archive, zip_t* zip) {
-    throw Error(fmt::format("{}: {}", archive.string(), zip_strerror(zip)));
+    throw Error(kindOf(zip_get_error(zip)), fmt::format("{}: {}", archive.string(), zip_strerror(zip)));
 }
 
 }  // namespace
@@ -87,15 +97,18 @@ bool extractEntry(const fs::path& archive, const std::string& name, const fs::pa
         file.write(buffer.data(), count);
         size += count;
         if (size > MOST_BYTES) {
-            throw Error(fmt::format("{}: entry {} unpacks to more than {} bytes", archive.string(), name, MOST_BYTES));
+            throw Error(Error::Kind::Damaged, fmt::format("{}: entry {} unpacks to more than {} bytes",
+                                                          archive.string(), inQuotes(name), MOST_BYTES));
         }
     }
     if (count < 0) {
-        throw Error(fmt::format("{}: entry {}: {}", archive.string(), name, zip_file_strerror(entry.get())));
+        zip_error_t* error = zip_file_get_error(entry.get());
+        throw Error(kindOf(error),
+                    fmt::format("{}: entry {}: {}", archive.string(), inQuotes(name), zip_error_strerror(error)));
     }
     file.close();
     if (!file) {
-        throw Error(fmt::format("{}: cannot write the unpacked entry {}", target.string(), name));
+        throw Error(kindOfErrno(errno), fmt::format("{}: cannot write: {}", target.string(), std::strerror(errno)));
     }
     return true;
 }

@@ -1,14 +1,32 @@
-// What the simulator reports to the person who runs it.
+// What the simulator reports to the person who runs it. No other exception leaves one of its rooms on purpose.
 #pragma once
 
 #include <stdexcept>
+#include <string>
 
 namespace sim {
 
 // The message says what was wrong, with which file or value, and what to do.
 class Error : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    enum class Kind {
+        Missing,   // it is not there
+        Damaged,   // it is there, but not what it should be
+        Locked,    // somebody else holds it
+        Full,      // the disk, or a limit on it, leaves no room
+        Unusable,  // anything else: a value that does not fit, a permission, a file of another kind
+    };
+
+    Error(Kind kind, const std::string& message) : std::runtime_error(message), m_kind(kind) {}
+    explicit Error(const std::string& message) : Error(Kind::Unusable, message) {}
+
+    Kind kind() const { return m_kind; }
+
+private:
+    Kind m_kind;
 };
+
+// The kind that an error number of the system stands for.
+Error::Kind kindOfErrno(int error);
 
 }  // namespace sim

@@ -1,16 +1,23 @@
 #include "simulator/base/Files.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <linux/fs.h>
 #include <sys/file.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
+#include <string_view>
+#include <system_error>
 #include <utility>
+
+#include "simulator/base/Error.h"
 
 namespace fs = std::filesystem;
 
@@ -30,8 +37,14 @@ void diskStep() {
     }
 }
 
-[[noreturn]] void fail(const std::string& what, const fs::path& path, int error) {
-    throw fs::filesystem_error(what, path, std::error_code(error, std::generic_category()));
+[[noreturn]] void fail(const char* what, const fs::path& path, int error) {
+    throw Error(kindOfErrno(error), fmt::format("{}: {}: {}", path.string(), what, std::strerror(error)));
+}
+
+void check(const char* what, const fs::path& path, const std::error_code& error) {
+    if (error) {
+        fail(what, path, error.value());
+    }
 }
 
 // Waits until a file, or a folder's list of names, is on the disk.
@@ -48,15 +61,15 @@ void sync(const fs::path& path) {
 }
 
 void syncTree(const fs::path& path) {
-    if (fs::is_directory(path)) {
-        for (const fs::directory_entry& member : fs::directory_iterator(path)) {
-            syncTree(member.path());
-        }
+    for (const fs::path& member : membersOf(path)) {
+        syncTree(member);
     }
     sync(path);
 }
 
-constexpr char PREFIX[] = "halcyon-building-";
+constexpr std::string_view SCRATCH_PREFIX = "halcyon-building-";
+constexpr char SCRATCH_RANDOM[] = "XXXXXX";
+constexpr char SCRATCH_MARK[] = ".halcyon-building";
 
 // The descriptor that holds a folder's lock; -1 when somebody else holds it, or it is gone.
 int lock(const fs::path& folder) {
@@ -68,15 +81,21 @@ int lock(const fs::path& folder) {
     return descriptor;
 }
 
+bool isScratch(const fs::path& folder) {
+    const std::string name = folder.filename();
+    std::error_code ignored;
+    return name.size() == SCRATCH_PREFIX.size() + sizeof SCRATCH_RANDOM - 1 &&
+           name.compare(0, SCRATCH_PREFIX.size(), SCRATCH_PREFIX) == 0 &&
+           fs::is_directory(fs::symlink_status(folder, ignored)) &&
+           fs::is_regular_file(fs::symlink_status(folder / SCRATCH_MARK, ignored));
+}
+
 void removeAbandoned(const fs::path& parent) {
-    for (const fs::directory_entry& member : fs::directory_iterator(parent)) {
-        if (member.path().filename().string().compare(0, sizeof PREFIX - 1, PREFIX) != 0) {
-            continue;
-        }
-        const int held = lock(member.path());
+    for (const fs::path& member : membersOf(parent)) {
+        const int held = isScratch(member) ? lock(member) : -1;
         if (held >= 0) {
             std::error_code ignored;
-            fs::remove_all(member.path(), ignored);
+            fs::remove_all(member, ignored);
             ::close(held);
         }
     }
@@ -89,7 +108,8 @@ void onDiskStep(std::function<void()> hook) {
 }
 
 std::string readFile(const fs::path& path) {
-    if (fs::is_directory(path)) {
+    std::error_code ignored;
+    if (fs::is_directory(path, ignored)) {
         fail("cannot read", path, EISDIR);
     }
     std::ifstream file(path, std::ios::binary);
@@ -98,6 +118,34 @@ std::string readFile(const fs::path& path) {
         fail("cannot read", path, errno);
     }
     return text;
+}
+
+std::uint64_t sizeOf(const fs::path& path) {
+    std::error_code error;
+    const std::uintmax_t size = fs::file_size(path, error);
+    check("cannot read", path, error);
+    return size;
+}
+
+std::vector<fs::path> membersOf(const fs::path& folder) {
+    std::vector<fs::path> members;
+    std::error_code error;
+    if (!fs::is_directory(folder, error)) {
+        return members;
+    }
+    for (auto member = fs::directory_iterator(folder, error); !error && member != fs::directory_iterator();
+         member.increment(error)) {
+        members.push_back(member->path());
+    }
+    check("cannot read", folder, error);
+    std::sort(members.begin(), members.end());
+    return members;
+}
+
+void makeFolders(const fs::path& folder) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    check("cannot make the folder", folder, error);
 }
 
 void writeFile(const fs::path& path, const std::string& text) {
@@ -113,7 +161,12 @@ void writeFile(const fs::path& path, const std::string& text) {
 
 void copyFile(const fs::path& from, const fs::path& to) {
     diskStep();
-    fs::copy_file(from, to, fs::copy_options::overwrite_existing);
+    std::error_code error;
+    fs::copy_file(from, to, fs::copy_options::overwrite_existing, error);
+    if (error) {
+        throw Error(kindOfErrno(error.value()),
+                    fmt::format("{}: cannot copy to {}: {}", from.string(), to.string(), error.message()));
+    }
     sync(to);
 }
 
@@ -141,30 +194,34 @@ void exchange(const fs::path& one, const fs::path& other) {
     sync(other.parent_path());
 }
 
-// A folder belongs to who holds its lock, and to nobody after a kill.
+// A folder belongs to who holds its lock, and to nobody after a kill. Nobody removes it before it has its mark, and
+// then it is locked.
 ScratchFolder::ScratchFolder(const fs::path& parent) {
-    fs::create_directories(parent);
+    makeFolders(parent);
     removeAbandoned(parent);
-    for (;;) {
-        std::string name = parent / (PREFIX + std::string("XXXXXX"));
-        if (::mkdtemp(name.data()) == nullptr) {
-            fail("cannot make a folder in", parent, errno);
-        }
-        m_path = name;
-        m_lock = lock(m_path);
-        if (m_lock >= 0 && fs::exists(m_path)) {
-            return;
-        }
-        if (m_lock >= 0) {
-            ::close(m_lock);  // another process took it for an abandoned one
-        }
+    std::string name = parent / fmt::format("{}{}", SCRATCH_PREFIX, SCRATCH_RANDOM);
+    if (::mkdtemp(name.data()) == nullptr) {
+        fail("cannot make a folder in", parent, errno);
+    }
+    m_path = name;
+    m_lock = lock(m_path);
+    if (m_lock < 0 || !std::ofstream(m_path / SCRATCH_MARK).is_open()) {
+        const int error = errno;
+        removeAll();
+        fail("cannot make a file in", m_path, error);
     }
 }
 
 ScratchFolder::~ScratchFolder() {
+    removeAll();
+}
+
+void ScratchFolder::removeAll() {
     std::error_code ignored;
     fs::remove_all(m_path, ignored);
-    ::close(m_lock);
+    if (m_lock >= 0) {
+        ::close(m_lock);
+    }
 }
 
 }  // namespace sim

@@ -2,18 +2,28 @@
 // moment.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace sim {
 
 // Called before each step that changes what a restarted TV would find. Faults use it to cut the power there.
 void onDiskStep(std::function<void()> hook);
 
-// Every function below throws std::filesystem::filesystem_error, which names the path, when it fails.
+// Every function below throws Error, which names the path, when it fails.
 
 std::string readFile(const std::filesystem::path& path);
+
+std::uint64_t sizeOf(const std::filesystem::path& path);
+
+// The paths of what is directly in a folder, sorted; none where there is no folder.
+std::vector<std::filesystem::path> membersOf(const std::filesystem::path& folder);
+
+// Makes a folder and those above it that are missing.
+void makeFolders(const std::filesystem::path& folder);
 
 // Writes a file and waits until it is on the disk. Not atomic by itself: for files that are still beside their place.
 void writeFile(const std::filesystem::path& path, const std::string& text);
@@ -32,7 +42,7 @@ void exchange(const std::filesystem::path& one, const std::filesystem::path& oth
 class ScratchFolder {
 public:
     // Makes the folder inside `parent`, which is made too when it is missing, and removes those there that a killed
-    // process has left.
+    // process has left. What only has such a name, but not the mark of this class inside, stays.
     explicit ScratchFolder(const std::filesystem::path& parent);
     ~ScratchFolder();
     ScratchFolder(const ScratchFolder&) = delete;
@@ -42,6 +52,8 @@ public:
     std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
 
 private:
+    void removeAll();
+
     std::filesystem::path m_path;
     int m_lock = -1;
 };

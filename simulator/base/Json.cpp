@@ -1,8 +1,9 @@
 #include "simulator/base/Json.h"
 
-#include <SQLiteCpp/SQLiteCpp.h>
 #include <json/reader.h>
 #include <json/writer.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
 
 #include <memory>
 
@@ -10,14 +11,15 @@ namespace sim {
 
 namespace {
 
-// jsoncpp takes some texts that are not JSON ("-01", a line break inside a string); SQLite does not, except that a text
-// ends for both at its first NUL.
+// jsoncpp takes some texts that are not JSON ("-01", a line break inside a string); this reader does not, but that a
+// NUL ends the text for it.
 bool isJson(const std::string& text) {
-    static SQLite::Database database(":memory:", SQLite::OPEN_READWRITE);
-    SQLite::Statement query(database, "SELECT json_valid(?)");
-    query.bind(1, text);
-    query.executeStep();
-    return text.find('\0') == std::string::npos && query.getColumn(0).getInt() != 0;
+    if (text.find('\0') != std::string::npos) {
+        return false;
+    }
+    rapidjson::MemoryStream stream(text.data(), text.size());
+    rapidjson::BaseReaderHandler<> ignore;
+    return !rapidjson::Reader().Parse<rapidjson::kParseIterativeFlag>(stream, ignore).IsError();
 }
 
 }  // namespace

@@ -1,8 +1,73 @@
 #include "simulator/base/Text.h"
 
+#include <fmt/format.h>
+#include <utf8proc.h>
+
 #include <algorithm>
+#include <iterator>
 
 namespace sim {
+
+namespace {
+
+// A character at the begin of a text; one that is no UTF-8 is a single byte with a negative code.
+struct Character {
+    utf8proc_int32_t code = -1;
+    std::string_view bytes;
+};
+
+Character firstOf(std::string_view text) {
+    Character first;
+    const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                                         static_cast<utf8proc_ssize_t>(text.size()), &first.code);
+    first.bytes = text.substr(0, length > 0 ? static_cast<std::size_t>(length) : 1);
+    return first;
+}
+
+template <typename Visit>
+void forEachCharacter(std::string_view text, Visit visit) {
+    while (!text.empty()) {
+        const Character character = firstOf(text);
+        visit(character);
+        text.remove_prefix(character.bytes.size());
+    }
+}
+
+// Control and format characters, line separators, and what has no meaning of its own.
+bool isSafe(utf8proc_int32_t code) {
+    switch (utf8proc_category(code)) {
+        case UTF8PROC_CATEGORY_CC:
+        case UTF8PROC_CATEGORY_CF:
+        case UTF8PROC_CATEGORY_CN:
+        case UTF8PROC_CATEGORY_CO:
+        case UTF8PROC_CATEGORY_CS:
+        case UTF8PROC_CATEGORY_ZL:
+        case UTF8PROC_CATEGORY_ZP:
+            return false;
+        default:
+            return true;
+    }
+}
+
+void append(std::string& text, const Character& character) {
+    if (character.code == '\n' || character.code == '\t') {
+        text += character.code == '\n' ? "\\n" : "\\t";
+    } else if (character.code < 0 || (character.code < 0x100 && !isSafe(character.code))) {
+        for (const char byte : character.bytes) {
+            fmt::format_to(std::back_inserter(text), "\\x{:02x}", static_cast<unsigned char>(byte));
+        }
+    } else if (!isSafe(character.code)) {
+        fmt::format_to(std::back_inserter(text), "\\u{{{:x}}}", character.code);
+    } else {
+        text += character.bytes;
+    }
+}
+
+std::size_t columnsOf(const Character& character) {
+    return character.code < 0 ? 1 : static_cast<std::size_t>(std::max(utf8proc_charwidth(character.code), 0));
+}
+
+}  // namespace
 
 std::vector<std::string> split(std::string_view text, char separator) {
     std::vector<std::string> parts;
@@ -16,12 +81,62 @@ std::vector<std::string> split(std::string_view text, char separator) {
     }
 }
 
+std::string toUtf8(std::string_view text) {
+    bool isUtf8 = true;
+    forEachCharacter(text, [&](const Character& character) { isUtf8 = isUtf8 && character.code >= 0; });
+    if (isUtf8) {
+        return std::string(text);
+    }
+    std::string converted;
+    for (const char byte : text) {
+        utf8proc_uint8_t encoded[4];
+        const auto length = utf8proc_encode_char(static_cast<unsigned char>(byte), encoded);
+        converted.append(reinterpret_cast<const char*>(encoded), static_cast<std::size_t>(length));
+    }
+    return converted;
+}
+
+std::string shown(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    forEachCharacter(text, [&](const Character& character) { append(result, character); });
+    return result;
+}
+
 std::string inQuotes(std::string_view text) {
     constexpr std::size_t MOST = 40;
-    std::string shown(text.substr(0, MOST));
-    std::replace_if(
-        shown.begin(), shown.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-    return "'" + shown + (text.size() > MOST ? "...'" : "'");
+    std::string cut;
+    bool isCut = false;
+    forEachCharacter(text, [&](const Character& character) {
+        isCut = isCut || cut.size() + character.bytes.size() > MOST;
+        if (!isCut) {
+            cut += character.bytes;
+        }
+    });
+    return "'" + shown(cut) + (isCut ? "...'" : "'");
+}
+
+std::size_t columnsOf(std::string_view text) {
+    std::size_t columns = 0;
+    forEachCharacter(text, [&](const Character& character) { columns += columnsOf(character); });
+    return columns;
+}
+
+std::string inColumns(std::string_view text, std::size_t columns) {
+    std::string safe = shown(text);
+    const std::size_t width = columnsOf(safe);
+    if (width <= columns) {
+        return safe.append(columns - width, ' ');
+    }
+    std::string cut;
+    std::size_t taken = 0;
+    forEachCharacter(safe, [&](const Character& character) {
+        taken += columnsOf(character);
+        if (taken < columns) {
+            cut += character.bytes;
+        }
+    });
+    return inColumns(cut + "…", columns);
 }
 
 }  // namespace sim

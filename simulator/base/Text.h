@@ -2,6 +2,7 @@
 #pragma once
 
 #include <charconv>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,7 +28,20 @@ std::optional<Number> toNumber(std::string_view text, int base = 10) {
     return isWhole ? std::optional<Number>(number) : std::nullopt;
 }
 
-// A foreign text as a message may show it: in quotes, of a bearable length, with '?' for what would control a terminal.
+// The text itself where it is UTF-8; otherwise each of its bytes taken for a character of ISO 8859-1.
+std::string toUtf8(std::string_view text);
+
+// A text from anywhere as a person's terminal may show it: what would control the terminal, reorder the line or is no
+// UTF-8 stands there visibly instead, as \n, \x1b, \u{202e}.
+std::string shown(std::string_view text);
+
+// The same in quotes and of a bearable length, for messages.
 std::string inQuotes(std::string_view text);
+
+// How many columns of a terminal a shown text takes.
+std::size_t columnsOf(std::string_view text);
+
+// A shown text with blanks at its end up to a number of columns; a longer one is cut, and says so with "…".
+std::string inColumns(std::string_view text, std::size_t columns);
 
 }  // namespace sim

@@ -1,20 +1,17 @@
 // The commands that launch the application and show what became of it.
-#include <fmt/format.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 
 #include "simulator/base/Error.h"
-#include "simulator/cli/Commands.h"
-#include "simulator/cli/Names.h"
+#include "simulator/base/Process.h"
+#include "simulator/cli/Command.h"
+#include "simulator/cli/Print.h"
 #include "simulator/cloud/CloudStore.h"
-#include "simulator/tv/RunRecord.h"
+#include "simulator/reports/RunReport.h"
+#include "simulator/tv/Application.h"
 #include "simulator/tv/Tv.h"
 
 namespace fs = std::filesystem;
@@ -23,64 +20,46 @@ namespace cli {
 
 namespace {
 
+struct RunOptions {
+    std::vector<std::string> extras;  // key=value each
+    std::string backup;
+    bool noReply = false;
+    bool realtime = false;
+    bool quiet = false;
+};
+
 // The application beside this program.
 fs::path applicationPath() {
-    fs::path path = fs::read_symlink("/proc/self/exe").parent_path() / "halcyon-lineup";
+    fs::path path = fs::read_symlink("/proc/self/exe").parent_path() / sim::application::NAME;
     if (!fs::exists(path)) {
         throw sim::Error(
+            sim::Error::Kind::Missing,
             fmt::format("{} is not there; build or install the application beside halcyon-tv", path.string()));
     }
     return path;
 }
 
-std::vector<std::string> commandLine(const RunOptions& options) {
-    std::vector<std::string> words = {applicationPath(), "--caller", "halcyon-tv"};
-    if (options.reply) {
-        words.emplace_back("--reply");
+sim::Launch launchOf(const Place& place, const RunOptions& options) {
+    sim::Launch launch;
+    launch.words = {applicationPath(), "--caller", "halcyon-tv"};
+    if (!options.noReply) {
+        launch.words.emplace_back("--reply");
     }
     if (options.realtime) {
-        words.emplace_back("--realtime");
+        launch.words.emplace_back("--realtime");
     }
     if (!options.backup.empty()) {
-        words.insert(words.end(), {"--backup", options.backup});
+        launch.words.insert(launch.words.end(), {"--backup", options.backup});
     }
-    words.emplace_back("--");  // what follows is extra values, whatever it looks like
-    words.insert(words.end(), options.extras.begin(), options.extras.end());
-    return words;
+    launch.words.emplace_back("--");  // what follows is extra values, whatever it looks like
+    launch.words.insert(launch.words.end(), options.extras.begin(), options.extras.end());
+    launch.environment = {{"HALCYON_TV_HOME", place.home}, {"HALCYON_CLOUD", place.cloud}};
+    return launch;
 }
 
-// Starts a command with its standard error going to `errors`, and waits for its end.
-struct Ending {
-    int pid;
-    int status;
-};
-Ending execute(std::vector<std::string> words, FILE* errors) {
-    std::vector<char*> arguments;
-    arguments.reserve(words.size() + 1);
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
-    std::fflush(nullptr);
-    // A key that interrupts the application must not keep its end from being recorded.
-    std::signal(SIGINT, SIG_IGN);
-    std::signal(SIGQUIT, SIG_IGN);
-    const int pid = ::fork();
-    if (pid == 0) {
-        std::signal(SIGINT, SIG_DFL);
-        std::signal(SIGQUIT, SIG_DFL);
-        ::dup2(::fileno(errors), STDERR_FILENO);
-        ::execv(arguments.front(), arguments.data());
-        ::_exit(UNUSABLE);
-    }
-    int status = 0;
-    if (pid < 0 || ::waitpid(pid, &status, 0) != pid) {
-        throw sim::Error(fmt::format("cannot launch {}: {}", words.front(), std::strerror(errno)));
-    }
-    return {pid, status};
-}
+using File = std::unique_ptr<std::FILE, decltype(&std::fclose)>;
 
-std::string content(FILE* file) {
+std::string content(std::FILE* file) {
     std::rewind(file);
     std::string text;
     for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file)) {
@@ -89,136 +68,136 @@ std::string content(FILE* file) {
     return text;
 }
 
-std::string describe(int status) {
-    return WIFSIGNALED(status)
-               ? fmt::format("killed by signal {} ({})", WTERMSIG(status), ::strsignal(WTERMSIG(status)))
-               : fmt::format("ended with code {}", WEXITSTATUS(status));
+void printRun(const sim::RunReport& report) {
+    print("run {} of {}\n", report.run.id, report.run.started);
+    print("  operation  {}\n", report.run.operation.empty() ? "none" : report.run.operation);
+    print("  response   {}\n", report.response);
+    print("  reported   {}\n", report.run.reported.empty() ? "nothing" : report.run.reported);
+    print("  reply      {}\n", report.reply);
+    print("  ended      {}\n", report.end);
+    print("  outcome    {}\n", sim::nameOf(report.outcome));
 }
 
-std::string describeReply(const sim::Run& run) {
-    if (run.reply) {
-        return fmt::format("{} ({})", *run.reply, *run.reply == 0 ? "success" : "failure");
-    }
-    if (!run.replyRequested) {
-        return "none requested";
-    }
-    return run.operation == "backup" ? "none: a backup never replies" : "none, though one was requested";
-}
-
-std::string describeEnd(const sim::Run& run) {
-    std::string text = run.ended;
-    if (run.ended == sim::Ended::EXIT) {
-        text = "own exit";
-    } else if (run.ended == sim::Ended::RECLAIMED) {
-        text = "reclaimed by the framework: nothing left to wait for";
-    } else if (run.ended == sim::Ended::WAITING) {
-        text = "still waiting for what will never come";
-    }
-    return run.detail.empty() ? text : fmt::format("{}: {}", text, run.detail);
-}
-
-std::string outcome(const sim::Run& run) {
-    if (run.ended == sim::Ended::RUNNING) {
-        return "open";
-    }
-    return run.succeeded() ? "succeeded" : "failed";
-}
-
-void print(const sim::Run& run) {
-    fmt::print("run {} of {}\n", run.id, run.started);
-    fmt::print("  operation  {}\n", run.operation.empty() ? "none" : run.operation);
-    fmt::print("  response   {}\n",
-               run.response ? fmt::format("{} ({})", *run.response, nameOfResponse(*run.response)) : "none");
-    fmt::print("  reported   {}\n", run.reported.empty() ? "nothing" : run.reported);
-    fmt::print("  reply      {}\n", describeReply(run));
-    fmt::print("  ended      {}\n", describeEnd(run));
-    fmt::print("  outcome    {}\n", outcome(run));
-}
-
-// The text on one line.
-std::string flat(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\t'; }, ' ');
-    return text;
-}
-
-void print(const sim::CallRecord& call) {
+void printCall(const sim::CallRecord& call) {
     const std::string fault = call.fault ? fmt::format("   [fault rule {}]", *call.fault) : "";
     const std::string result = call.result.empty() ? "" : fmt::format(" = {}", call.result);
-    fmt::print("{:>5}  {}({}){}{}\n", call.seq, call.name, flat(call.arguments), result, fault);
+    print("{:>5}  {}({}){}{}\n", call.seq, call.name, call.arguments, result, fault);
 }
 
-void print(const sim::LogRecord& log) {
+void printLog(const sim::LogRecord& log) {
     const std::string message = log.message.substr(0, log.message.find_last_not_of(" \n") + 1);
     if (log.sink == "system") {
-        fmt::print("{:>5}  system {} {}: {}\n", log.seq, log.priority, log.tag, message);
+        print("{:>5}  system {} {}: {}\n", log.seq, log.priority, log.tag, message);
     } else {
-        fmt::print("{:>5}  logger {}: {}({}): {}\n", log.seq, log.file, log.function, log.line, message);
+        print("{:>5}  logger {}: {}({}): {}\n", log.seq, log.file, log.function, log.line, message);
     }
 }
 
-void checkBackup(const Place& place, const std::string& id) {
-    for (const sim::StoredBackup& backup : sim::CloudStore(place.cloud).list().backups) {
+void requireBackup(const Place& place, const std::string& id) {
+    for (const sim::StoredBackup& backup : sim::openCloud(place.cloud)->list()) {
         if (backup.id == id) {
             return;
         }
     }
-    throw sim::Error(fmt::format("{} holds no backup {}; see: halcyon-tv cloud list", place.cloud.string(), id));
+    throw sim::Error(sim::Error::Kind::Missing,
+                     fmt::format("{} holds no backup {}; see: halcyon-tv cloud list", place.cloud, id));
 }
-
-}  // namespace
 
 int run(const Place& place, const RunOptions& options) {
     sim::Tv tv(place.home);
     if (!options.backup.empty()) {
-        checkBackup(place, options.backup);
+        requireBackup(place, options.backup);
     }
-    ::setenv("HALCYON_TV_HOME", place.home.c_str(), 1);
-    ::setenv("HALCYON_CLOUD", place.cloud.c_str(), 1);
-    const std::int64_t before = sim::newestRun(tv.database());
-    const std::unique_ptr<FILE, decltype(&std::fclose)> log(options.quiet ? std::tmpfile() : nullptr, &std::fclose);
-    const Ending ending = execute(commandLine(options), log ? log.get() : stderr);
-    const std::optional<sim::Run> run = sim::closeRun(tv.database(), before, ending.pid, describe(ending.status));
-    if (!run) {
-        throw sim::Error(fmt::format("the application did not start on the TV at {}: {}{}", place.home.string(),
-                                     describe(ending.status), log ? "\n" + content(log.get()) : ""));
+    const std::int64_t before = tv.runs().newest();
+    const File log(options.quiet ? std::tmpfile() : nullptr, &std::fclose);
+    sim::Launch launch = launchOf(place, options);
+    launch.errors = log ? ::fileno(log.get()) : -1;
+    // A key that interrupts the application must not keep its end from being recorded.
+    std::signal(SIGINT, SIG_IGN);
+    std::signal(SIGQUIT, SIG_IGN);
+    const sim::Process application(launch);
+    const std::string end = sim::describeEnd(application.wait());
+    const std::optional<sim::Run> ended = tv.runs().close(before, application.id(), end);
+    if (!ended) {
+        throw sim::Error(fmt::format("the application did not start on the TV at {}: {}{}", place.home.string(), end,
+                                     log ? "\n" + content(log.get()) : ""));
     }
-    print(*run);
-    return run->succeeded() ? DONE : FAILED;
+    const sim::RunReport report = sim::reportOn(*ended);
+    printRun(report);
+    return report.outcome == sim::Outcome::Succeeded ? DONE : FAILED;
 }
 
-int record(const Place& place, std::optional<std::int64_t> id, bool withCalls, bool withLog) {
-    sim::Tv tv(place.home);
-    sim::closeAbandonedRuns(tv.database());
-    const std::int64_t chosen = id ? *id : sim::newestRun(tv.database());
-    const std::optional<sim::Run> run = sim::findRun(tv.database(), chosen);
-    if (!run) {
-        throw sim::Error(id ? fmt::format("no run {}; see: halcyon-tv record --all", *id)
-                            : std::string("no run yet; launch one with: halcyon-tv run"));
+struct RecordOptions {
+    std::int64_t id = 0;  // 0: the newest
+    bool withCalls = false;
+    bool withLog = false;
+    bool all = false;
+};
+
+int listRecords(const sim::Tv& tv) {
+    for (const sim::Run& run : tv.runs().list()) {
+        const sim::RunReport report = sim::reportOn(run);
+        print("{:>4}  {}  {:<8} {:<10} {}\n", run.id, run.started, run.operation, sim::nameOf(report.outcome),
+              report.end);
     }
-    print(*run);
-    if (withCalls) {
-        fmt::print("platform calls:\n");
-        for (const sim::CallRecord& call : sim::listCalls(tv.database(), run->id)) {
-            print(call);
+    return DONE;
+}
+
+int record(const Place& place, const RecordOptions& options) {
+    sim::Tv tv(place.home);
+    tv.runs().closeAbandoned();
+    if (options.all) {
+        return listRecords(tv);
+    }
+    const std::optional<sim::Run> run = tv.runs().find(options.id != 0 ? options.id : tv.runs().newest());
+    if (!run) {
+        throw sim::Error(sim::Error::Kind::Missing,
+                         options.id != 0 ? fmt::format("no run {}; see: halcyon-tv record --all", options.id)
+                                         : std::string("no run yet; launch one with: halcyon-tv run"));
+    }
+    printRun(sim::reportOn(*run));
+    if (options.withCalls) {
+        print("platform calls:\n");
+        for (const sim::CallRecord& call : tv.runs().calls(run->id)) {
+            printCall(call);
         }
     }
-    if (withLog) {
-        fmt::print("log:\n");
-        for (const sim::LogRecord& log : sim::listLog(tv.database(), run->id)) {
-            print(log);
+    if (options.withLog) {
+        print("log:\n");
+        for (const sim::LogRecord& log : tv.runs().log(run->id)) {
+            printLog(log);
         }
     }
     return DONE;
 }
 
-int listRecords(const Place& place) {
-    sim::Tv tv(place.home);
-    sim::closeAbandonedRuns(tv.database());
-    for (const sim::Run& run : sim::listRuns(tv.database())) {
-        fmt::print("{:>4}  {}  {:<8} {:<10} {}\n", run.id, run.started, run.operation, outcome(run), describeEnd(run));
-    }
-    return DONE;
+std::string checkExtra(const std::string& extra) {
+    const std::size_t equals = extra.find('=');
+    return equals == std::string::npos || equals == 0
+               ? sim::inQuotes(extra) + " is not of the form key=value, such as operation=restore"
+               : std::string();
+}
+
+}  // namespace
+
+void addRunCommands(CLI::App& app, Action& chosen) {
+    const auto options = std::make_shared<RunOptions>();
+    CLI::App* running = addCommand(app, "run", "Launch the application: a backup, or operation=restore", chosen,
+                                   [options](const Place& place) { return run(place, *options); });
+    running->add_option("extra", options->extras, "extra values of the launch request, each key=value")
+        ->check(&checkExtra);
+    running->add_option("--backup", options->backup, "the backup to restore (default: the newest)");
+    running->add_flag("--no-reply", options->noReply, "do not request a reply");
+    running->add_flag("--realtime", options->realtime, "wait for responses as long as on a TV");
+    running->add_flag("--quiet,-q", options->quiet, "without the log");
+
+    const auto which = std::make_shared<RecordOptions>();
+    CLI::App* recording = addCommand(app, "record", "Show the record of a run", chosen,
+                                     [which](const Place& place) { return record(place, *which); });
+    recording->add_option("run", which->id, "number of the run (default: the newest)")->check(CLI::PositiveNumber);
+    recording->add_flag("--calls", which->withCalls, "with each platform call and its result");
+    recording->add_flag("--log", which->withLog, "with each log record");
+    recording->add_flag("--all", which->all, "list all runs, a line each");
 }
 
 }  // namespace cli

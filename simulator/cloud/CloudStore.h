@@ -1,9 +1,9 @@
-// The cloud store: a folder that TVs share. It takes a backup whole or not at all.
-//
-//   <client id>/<category>/<backup id>/{bundle.zip, metadata.json, info.json}
+// The cloud store that TVs share: backups by client id and category, each taken whole or not at all.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,37 +11,43 @@
 namespace sim {
 
 struct StoredBackup {
-    std::string id;  // six digits, counted up in its category
+    std::string id;  // digits, counted up in its category: the newest has the highest
     std::string clientId;
     std::string category;
-    std::string time;      // UTC, ISO 8601
-    std::string name;      // file name of the bundle as it was handed over
-    std::string metadata;  // JSON text
-    std::filesystem::path bundle;
+    std::string time;        // UTC, ISO 8601
+    std::string name;        // file name of the bundle as it was handed over
+    std::string metadata;    // JSON text
+    std::uint64_t size = 0;  // of the bundle, bytes
+    std::string damage;      // why it cannot be handed out; empty: it can, and all of the above is known
 };
 
+// What is wrong with the store itself is thrown as Error.
 class CloudStore {
 public:
-    explicit CloudStore(std::filesystem::path folder) : m_folder(std::move(folder)) {}
+    CloudStore() = default;
+    virtual ~CloudStore() = default;
+    CloudStore(const CloudStore&) = delete;
+    CloudStore& operator=(const CloudStore&) = delete;
 
-    // Takes a copy of the bundle and the metadata. Gives the new backup's id; throws on failure.
-    std::string put(const std::string& clientId, const std::string& category, const std::string& metadata,
-                    const std::filesystem::path& bundle) const;
+    // Where it is, as a person says it.
+    virtual std::string place() const = 0;
 
-    // The newest backup, or the one of the given id. Nothing when there is none. Throws Error where it is not whole.
-    std::optional<StoredBackup> find(const std::string& clientId, const std::string& category,
-                                     const std::string& id) const;
+    // Takes a copy of the bundle and the metadata. Gives the new backup's id.
+    virtual std::string put(const std::string& clientId, const std::string& category, const std::string& metadata,
+                            const std::filesystem::path& bundle) = 0;
 
-    struct Listing {
-        std::vector<StoredBackup> backups;  // oldest first within their category
-        std::vector<std::string> problems;  // a line for each that is not whole
-    };
-    Listing list() const;
+    // The newest backup, or the one of the given id. Nothing when there is none.
+    virtual std::optional<StoredBackup> find(const std::string& clientId, const std::string& category,
+                                             const std::string& id) const = 0;
 
-    const std::filesystem::path& folder() const { return m_folder; }
+    // All of them, oldest first within their category.
+    virtual std::vector<StoredBackup> list() const = 0;
 
-private:
-    std::filesystem::path m_folder;
+    // Brings the bundle of an undamaged backup into the file `target`, in the place of what is there.
+    virtual void fetch(const StoredBackup& backup, const std::filesystem::path& target) const = 0;
 };
+
+// The store at a place: a folder.
+std::unique_ptr<CloudStore> openCloud(const std::string& place);
 
 }  // namespace sim

@@ -12,6 +12,7 @@
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
+#include "simulator/base/Places.h"
 
 namespace sim {
 
@@ -46,19 +47,15 @@ std::string currentExceptionType() {
     } catch (...) {
     }
     std::fprintf(stderr, "halcyon-lineup crashed: %s\n", detail.c_str());
-    try {
-        if (slot()) {
-            slot()->record.ended(Ended::CRASHED, detail);
-        }
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "and the crash could not be recorded: %s\n", error.what());
+    if (slot()) {
+        slot()->record.ended(RunEnd::Crashed, detail);
     }
     std::abort();
 }
 
 void cutPowerWhereRuled() {
-    if (slot() && slot()->faults.next("disk")) {
-        slot()->record.call("disk", "", "power cut", std::nullopt);
+    if (slot() && slot()->faults.next(calls::disk)) {
+        slot()->record.call(calls::disk.name, "", "power cut", std::nullopt);
         std::raise(SIGKILL);
     }
 }
@@ -66,7 +63,7 @@ void cutPowerWhereRuled() {
 }  // namespace
 
 Device::Device(const std::filesystem::path& home)
-    : tv(home), cloud(Tv::defaultCloud(home)), record(tv.database()), faults(tv.database()) {
+    : tv(home), cloud(openCloud(defaultCloud(home))), record(tv.runs()), faults(tv.faults()) {
     onDiskStep(&cutPowerWhereRuled);
     std::set_terminate(&recordCrash);
     std::signal(SIGPIPE, SIG_IGN);  // a reader of the log that goes away does not end the application
@@ -75,7 +72,7 @@ Device::Device(const std::filesystem::path& home)
 Device& Device::current() {
     if (!slot()) {
         try {
-            slot().reset(new Device(Tv::defaultHome()));
+            slot().reset(new Device(defaultHome()));
         } catch (const std::exception& error) {
             std::fprintf(stderr, "halcyon-lineup: %s\n", error.what());
             std::_Exit(EXIT_NO_TV);
@@ -93,19 +90,6 @@ void Device::noLongerAwaited(const std::string& what) {
 
 void Device::close() {
     slot().reset();
-}
-
-std::optional<FaultInjector::Hit> nextFailure(Device& device, const std::string& name, const std::string& arguments) {
-    std::optional<FaultInjector::Hit> hit = device.faults.next(name);
-    if (hit && hit->failure.kind == Failure::Kind::Throw) {
-        device.record.call(name, arguments, "exception", hit->rule);
-        throw std::runtime_error(fmt::format("{} failed on demand", name));
-    }
-    return hit;
-}
-
-void platformNotice(const std::string& name, const std::string& arguments) {
-    Device::current().record.call(name, arguments, "", std::nullopt);
 }
 
 }  // namespace sim

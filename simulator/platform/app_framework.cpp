@@ -13,7 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/platform/Device.h"
+#include "simulator/platform/PlatformCall.h"
+#include "simulator/tv/Application.h"
 
 struct app_control_s {
     std::string caller;
@@ -83,9 +84,8 @@ std::optional<int> parse(int argc, char** argv, app_control_s& request, bool& pa
 }
 
 std::string operationOf(const app_control_s& request) {
-    const auto operation = request.extras.find("operation");
-    const bool isRestore =
-        operation != request.extras.end() && (operation->second == "restore" || operation->second == "RESTORE");
+    const auto operation = request.extras.find(sim::application::OPERATION);
+    const bool isRestore = operation != request.extras.end() && sim::application::isRestore(operation->second);
     return isRestore ? "restore" : "backup";
 }
 
@@ -102,11 +102,11 @@ std::string extrasOf(const app_control_s& request) {
 // Runs the main loop and records how it ended.
 void runLoop(Device& device) {
     if (device.loop.run()) {
-        device.record.ended(sim::Ended::EXIT, "");
+        device.record.ended(sim::RunEnd::Exit, "");
     } else if (device.awaited.empty()) {
-        device.record.ended(sim::Ended::RECLAIMED, "");
+        device.record.ended(sim::RunEnd::Reclaimed, "");
     } else {
-        device.record.ended(sim::Ended::WAITING, fmt::format("for {}", fmt::join(device.awaited, ", ")));
+        device.record.ended(sim::RunEnd::Waiting, fmt::format("for {}", fmt::join(device.awaited, ", ")));
     }
 }
 
@@ -115,37 +115,38 @@ int run(int argc, char** argv, const ui_app_callbacks& callbacks, void* userData
     app_control_s launch;
     bool pause = false;
     if (const std::optional<int> refused = parse(argc, argv, launch, pause)) {
-        device.record.ended(sim::Ended::REFUSED, "command line");
+        device.record.ended(sim::RunEnd::Refused, "command line");
         return *refused;
     }
     device.record.launched(operationOf(launch), launch.replyRequested);
-    sim::platformNotice("app.create", "");
+    sim::platformNotice(sim::calls::app_create);
     if (!callbacks.create(userData)) {
-        device.record.ended(sim::Ended::REFUSED, "create");
+        device.record.ended(sim::RunEnd::Refused, "create");
         return 0;
     }
     app_control_s* request = make(launch);
-    sim::platformNotice("app.control", extrasOf(launch));
+    sim::platformNotice(sim::calls::app_control, extrasOf(launch));
     callbacks.control(request, userData);
     live().erase(request);
     delete request;
     if (pause) {
         device.loop.post(sim::EventLoop::Milliseconds(0), [&] {
-            sim::platformNotice("app.pause", "");
+            sim::platformNotice(sim::calls::app_pause);
             callbacks.pause(userData);
-            sim::platformNotice("app.resume", "");
+            sim::platformNotice(sim::calls::app_resume);
             callbacks.resume(userData);
         });
     }
     runLoop(device);
-    sim::platformNotice("app.terminate", "");
+    sim::platformNotice(sim::calls::app_terminate);
     callbacks.terminate(userData);
     takeBack();
     return 0;
 }
 
 // A call that gives a text of `control` out.
-int giveText(const char* call, app_control_s* control, const std::string& arguments, char** out,
+template <typename Arguments>
+int giveText(const sim::PlatformCall& call, const Arguments& arguments, app_control_s* control, char** out,
              const std::optional<std::string>& text) {
     return sim::platformCall(call, arguments, [&](sim::Given& given) {
         if (!isLive(control)) {
@@ -164,22 +165,22 @@ int giveText(const char* call, app_control_s* control, const std::string& argume
 
 int ui_app_main(int argc, char** argv, const ui_app_callbacks* callbacks, void* userData) {
     Device& device = Device::current();
-    if (const auto hit = sim::nextFailure(device, "ui_app_main", "")) {
-        device.record.call("ui_app_main", "", sim::toJournal(hit->failure.number), hit->rule);
-        device.record.ended(sim::Ended::REFUSED, "main loop");
+    if (const auto hit = sim::nextFailure(device, sim::calls::ui_app_main, "")) {
+        device.record.call(sim::calls::ui_app_main.name, "", sim::toJournal(hit->failure.number), hit->rule);
+        device.record.ended(sim::RunEnd::Refused, "main loop");
         return hit->failure.number;
     }
-    sim::platformNotice("ui_app_main", "");
+    sim::platformNotice(sim::calls::ui_app_main);
     return run(argc, argv, *callbacks, userData);
 }
 
 void ui_app_exit() {
-    sim::platformNotice("ui_app_exit", "");
+    sim::platformNotice(sim::calls::ui_app_exit);
     Device::current().loop.quit();
 }
 
 int app_control_get_caller(app_control_s* request, char** callerId) {
-    return giveText("app_control_get_caller", request, "", callerId,
+    return giveText(sim::calls::app_control_get_caller, std::tuple(), request, callerId,
                     isLive(request) ? std::optional(request->caller) : std::nullopt);
 }
 
@@ -188,11 +189,11 @@ int app_control_get_extra_data(app_control_s* request, const char* key, char** v
     if (isLive(request) && request->extras.count(key) != 0) {
         text = request->extras.at(key);
     }
-    return giveText("app_control_get_extra_data", request, key, value, text);
+    return giveText(sim::calls::app_control_get_extra_data, std::tuple(key), request, value, text);
 }
 
 int app_control_clone(app_control_s** clone, app_control_s* request) {
-    return sim::platformCall("app_control_clone", "", [&] {
+    return sim::platformCall(sim::calls::app_control_clone, std::tuple(), [&] {
         if (!isLive(request)) {
             return BAD_HANDLE;
         }
@@ -202,7 +203,7 @@ int app_control_clone(app_control_s** clone, app_control_s* request) {
 }
 
 int app_control_is_reply_requested(app_control_s* request, bool* requested) {
-    return sim::platformCall("app_control_is_reply_requested", "", [&](sim::Given& given) {
+    return sim::platformCall(sim::calls::app_control_is_reply_requested, std::tuple(), [&](sim::Given& given) {
         if (!isLive(request)) {
             return BAD_HANDLE;
         }
@@ -213,14 +214,14 @@ int app_control_is_reply_requested(app_control_s* request, bool* requested) {
 }
 
 int app_control_create(app_control_s** control) {
-    return sim::platformCall("app_control_create", "", [&] {
+    return sim::platformCall(sim::calls::app_control_create, std::tuple(), [&] {
         *control = make({});
         return 0;
     });
 }
 
 int app_control_reply_to_launch_request(app_control_s* reply, app_control_s* request, int result) {
-    return sim::platformCall("app_control_reply_to_launch_request", std::to_string(result), [&] {
+    return sim::platformCall(sim::calls::app_control_reply_to_launch_request, std::tuple(result), [&] {
         if (!isLive(reply) || !isLive(request)) {
             return BAD_HANDLE;
         }
@@ -233,7 +234,7 @@ int app_control_reply_to_launch_request(app_control_s* reply, app_control_s* req
 }
 
 int app_control_destroy(app_control_s* control) {
-    return sim::platformCall("app_control_destroy", "", [&] {
+    return sim::platformCall(sim::calls::app_control_destroy, std::tuple(), [&] {
         if (live().erase(control) == 0) {
             return BAD_HANDLE;
         }

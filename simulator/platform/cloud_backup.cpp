@@ -11,14 +11,13 @@
 #include <string>
 
 #include "simulator/base/Json.h"
-#include "simulator/platform/Device.h"
+#include "simulator/platform/PlatformCall.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
 using sim::Device;
-using sim::Failure;
 using namespace std::chrono_literals;
 
 constexpr int NO_SESSION = -1;
@@ -47,6 +46,15 @@ std::string sessionName(const std::string& id) {
     return fmt::format("the cloud service ({})", id);
 }
 
+std::optional<Handler> handlerOf(const std::string& id) {
+    for (const auto& [number, handler] : client().handlers) {
+        if (handler.id == id) {
+            return handler;
+        }
+    }
+    return std::nullopt;
+}
+
 // What the cloud hands out for a restore. Nothing: it has no such backup, or cannot read or deliver it.
 struct Download {
     std::string metadata;
@@ -55,82 +63,60 @@ struct Download {
 std::optional<Download> download(const std::string& category, const std::string& id, const fs::path& folder) {
     const Device& device = Device::current();
     try {
-        const std::optional<sim::StoredBackup> backup = device.cloud.find(id, category, device.chosenBackup);
-        if (!backup) {
+        const std::optional<sim::StoredBackup> backup = device.cloud->find(id, category, device.chosenBackup);
+        if (!backup || !backup->damage.empty()) {
             return std::nullopt;
         }
         const fs::path target = folder / backup->name;
-        fs::remove(target);  // or a link there would lead the download elsewhere
-        fs::copy_file(backup->bundle, target);
+        device.cloud->fetch(*backup, target);
         return Download{backup->metadata, target};
     } catch (const std::exception&) {
         return std::nullopt;
     }
 }
 
-struct Response {
-    std::string id;
-    bnr_response_e code;
-    std::optional<fs::path> folder;  // where the answer to a restore request puts the backup
-    std::optional<sim::FaultInjector::Hit> hit;
-};
-
-bool fails(const Response& response, Failure::Kind kind) {
-    return response.hit && response.hit->failure.kind == kind;
-}
-
-void deliver(Response response) {
-    Device& device = Device::current();
-    if (fails(response, Failure::Kind::Result)) {
-        response.code = static_cast<bnr_response_e>(response.hit->failure.number);
-    }
-    const auto session = client().sessions.find(response.id);
-    if (session == client().sessions.end()) {
-        return;  // closed in the meantime
-    }
-    std::optional<Download> downloaded;
-    bnr_resp_data_s data = {};
-    if (response.code == BNR_RESPONSE_RESTORE_DATA && response.folder) {
-        downloaded = download(session->second, response.id, *response.folder);
-        if (!downloaded) {
-            response.code = BNR_RESPONSE_ERROR;
-        } else if (fails(response, Failure::Kind::Damage)) {
-            sim::damageFile(downloaded->path, response.hit->failure.text);
-        }
-    }
-    if (downloaded) {
-        data = {downloaded->metadata.c_str(), downloaded->path.c_str()};
-    }
-    const bool hasData = downloaded && !fails(response, Failure::Kind::NoData);
-    for (const auto& [number, handler] : client().handlers) {
-        if (handler.id == response.id) {
-            const Handler called = handler;  // it may deregister itself
-            device.record.responded(response.code);
-            device.record.call("bnr_response",
-                               fmt::format("{}, {}", response.code, hasData ? data.filePath : "no data"), "",
-                               response.hit ? std::optional(response.hit->rule) : std::nullopt);
-            called.callback(response.code, hasData ? &data : nullptr,
-                            fails(response, Failure::Kind::Null) ? nullptr : called.userData);
-            return;
-        }
-    }
-}
-
-void respondLater(sim::EventLoop::Milliseconds delay, const std::string& id, bnr_response_e code,
-                  const std::optional<fs::path>& folder) {
-    Device& device = Device::current();
-    const Response response{id, code, folder, sim::nextFailure(device, "bnr_response", id)};
-    if (fails(response, Failure::Kind::Lost)) {
+// Calls the client's callback. It may deregister itself.
+void respond(const std::string& id, const sim::Arrival& arrival, const std::optional<Download>& downloaded) {
+    const std::optional<Handler> handler = handlerOf(id);
+    if (!handler) {
         return;
     }
-    if (fails(response, Failure::Kind::Delay)) {
-        delay += sim::EventLoop::Milliseconds(response.hit->failure.number);
+    bnr_resp_data_s data = {};
+    const bool hasData = downloaded && arrival.hasData;
+    if (hasData) {
+        data = {downloaded->metadata.c_str(), downloaded->path.c_str()};
     }
-    device.loop.post(delay, [response] { deliver(response); });
+    Device& device = Device::current();
+    device.record.responded(arrival.code);
+    device.record.call(sim::calls::bnr_response.name, sim::toJournal(std::tuple(arrival.code, data.filePath)), "",
+                       arrival.fault);
+    handler->callback(static_cast<bnr_response_e>(arrival.code), hasData ? &data : nullptr,
+                      arrival.hasUserData ? handler->userData : nullptr);
 }
 
-int report(const char* call, const char* id, const char* outcome) {
-    return sim::platformCall(call, id, [&] {
+// Answers a request on the main loop; that for a restore brings the backup into `folder`.
+void respondLater(std::chrono::milliseconds delay, const std::string& id, bnr_response_e code,
+                  const std::optional<fs::path>& folder) {
+    sim::platformEvent(sim::calls::bnr_response, id, delay, code, [id, folder](sim::Arrival arrival) {
+        const auto session = client().sessions.find(id);
+        if (session == client().sessions.end()) {
+            return;  // closed in the meantime
+        }
+        std::optional<Download> downloaded;
+        if (arrival.code == BNR_RESPONSE_RESTORE_DATA && folder) {
+            downloaded = download(session->second, id, *folder);
+            if (!downloaded) {
+                arrival.code = BNR_RESPONSE_ERROR;
+            } else if (arrival.damage) {
+                sim::damageFile(downloaded->path, *arrival.damage);
+            }
+        }
+        respond(id, arrival, downloaded);
+    });
+}
+
+int report(const sim::PlatformCall& call, const char* id, const char* outcome) {
+    return sim::platformCall(call, std::tuple(id), [&] {
         if (client().sessions.count(id) == 0) {
             return NO_SESSION;
         }
@@ -142,7 +128,7 @@ int report(const char* call, const char* id, const char* outcome) {
 }  // namespace
 
 int bnr_init(const char* id, const char* category) {
-    return sim::platformCall("bnr_init", fmt::format("{}, {}", id, category), [&] {
+    return sim::platformCall(sim::calls::bnr_init, std::tuple(id, category), [&] {
         const bool isNew = client().sessions.emplace(id, category).second;
         if (isNew) {
             Device::current().awaited.insert(sessionName(id));
@@ -152,47 +138,50 @@ int bnr_init(const char* id, const char* category) {
 }
 
 int bnr_deinit(const char* id) {
-    return sim::platformCall("bnr_deinit", id, [&] {
+    return sim::platformCall(sim::calls::bnr_deinit, std::tuple(id), [&] {
         Device::current().noLongerAwaited(sessionName(id));
         return client().sessions.erase(id) == 1 ? 0 : NO_SESSION;
     });
 }
 
 int bnr_callback_register(const char* id, bnr_response_cb callback, void* userData, int* handlerId) {
-    return sim::platformCall("bnr_callback_register", id, [&](sim::Given& given) {
+    return sim::platformCall(sim::calls::bnr_callback_register, std::tuple(id), [&](sim::Given& given) {
         if (client().sessions.count(id) == 0) {
             return NO_SESSION;
         }
         *handlerId = ++client().lastHandler;
         client().handlers[*handlerId] = {id, callback, userData};
-        given.text = std::to_string(*handlerId);
+        given.text = sim::toJournal(*handlerId);
         return 0;
     });
 }
 
 int bnr_callback_deregister(int handlerId) {
-    return sim::platformCall("bnr_callback_deregister", std::to_string(handlerId),
+    return sim::platformCall(sim::calls::bnr_callback_deregister, std::tuple(handlerId),
                              [&] { return client().handlers.erase(handlerId) == 1 ? 0 : NOT_THERE; });
 }
 
 int bnr_backup(const char* id, const char* metadata, const char* filePath) {
-    return sim::platformCall("bnr_backup", fmt::format("{}, {}, {}", id, metadata, filePath), [&](sim::Given& given) {
-        if (client().sessions.count(id) == 0) {
-            return NO_SESSION;
-        }
-        Json::Value parsed;
-        if (!sim::parseJson(metadata, parsed)) {
-            respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_SCHEMA_ERROR, std::nullopt);
+    return sim::platformCall(
+        sim::calls::bnr_backup, std::tuple(id, metadata, filePath),
+        [&](sim::Given& given) {
+            if (client().sessions.count(id) == 0) {
+                return NO_SESSION;
+            }
+            Json::Value parsed;
+            if (!sim::parseJson(metadata, parsed)) {
+                respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_SCHEMA_ERROR, std::nullopt);
+                return 0;
+            }
+            given.text = "backup " + Device::current().cloud->put(id, client().sessions[id], metadata, filePath);
+            respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_COMPLETED, std::nullopt);
             return 0;
-        }
-        given.text = "backup " + Device::current().cloud.put(id, client().sessions[id], metadata, filePath);
-        respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_COMPLETED, std::nullopt);
-        return 0;
-    });
+        },
+        [&](sim::Damage damage) { sim::damageFile(filePath, damage); });
 }
 
 int bnr_restore(const char* id, const char* folder) {
-    return sim::platformCall("bnr_restore", fmt::format("{}, {}", id, folder), [&] {
+    return sim::platformCall(sim::calls::bnr_restore, std::tuple(id, folder), [&] {
         if (client().sessions.count(id) == 0) {
             return NO_SESSION;
         }
@@ -205,9 +194,9 @@ int bnr_restore(const char* id, const char* folder) {
 }
 
 int bnr_report_success(const char* id) {
-    return report("bnr_report_success", id, "success");
+    return report(sim::calls::bnr_report_success, id, "success");
 }
 
 int bnr_report_failure(const char* id) {
-    return report("bnr_report_failure", id, "failure");
+    return report(sim::calls::bnr_report_failure, id, "failure");
 }

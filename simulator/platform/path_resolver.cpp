@@ -5,7 +5,7 @@
 #include <set>
 #include <string>
 
-#include "simulator/platform/Device.h"
+#include "simulator/platform/PlatformCall.h"
 
 namespace {
 
@@ -29,6 +29,6 @@ const char* platform_path_resolve(int variable, const char* relative) {
     static std::set<std::string> resolved;  // never shrinks: the texts live as long as the process
     const std::string& path =
         *resolved.insert((sim::Device::current().tv.home() / baseFolder(variable) / relative).string()).first;
-    sim::platformNotice("platform_path_resolve", fmt::format("{}, \"{}\"", variable, relative));
+    sim::platformNotice(sim::calls::platform_path_resolve, variable, relative);
     return path.c_str();
 }

@@ -7,16 +7,26 @@
 #include <chrono>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <vector>
 
-#include "simulator/platform/Device.h"
+#include "simulator/platform/PlatformCall.h"
+
+// Found by the journal through their arguments' own namespace.
+static std::string toJournal(const TSTvMode& mode) {
+    return fmt::format("{}/{}", mode.antennaMode, mode.serviceMode);
+}
+
+static std::string toJournal(const CCNavigationModeInfo& info) {
+    return fmt::format("{}/{}/{}", info.category, info.param, info.sortMode);
+}
 
 namespace {
 
 using sim::Device;
-using sim::Failure;
 using sim::Given;
+namespace calls = sim::calls;
 using sim::platformCall;
 using sim::platformNotice;
 using sim::Viewing;
@@ -27,28 +37,28 @@ constexpr int FIELD_ANTENNA_MODE = 13;
 constexpr auto SIGNAL_SCAN_STOPPED = static_cast<ESignalType>(18);
 constexpr auto SCAN_STOP_TAKES = 800ms;
 
-std::string toText(TSTvMode mode) {
-    return fmt::format("{}/{}", mode.antennaMode, mode.serviceMode);
+sim::TvMode modeOf(const TSTvMode& mode) {
+    return {static_cast<sim::AntennaMode>(mode.antennaMode), static_cast<sim::ServiceMode>(mode.serviceMode)};
 }
 
-std::string toText(const CCNavigationModeInfo& info) {
-    return fmt::format("{}/{}/{}", info.category, info.param, info.sortMode);
+sim::Category categoryOf(const CCNavigationModeInfo& info) {
+    return {static_cast<sim::CategoryKind>(info.category), info.param, static_cast<sim::SortMode>(info.sortMode)};
 }
 
 class Util final : public IUtil {
 public:
     int GetServiceDb(const std::string& path) override {
         return platformCall(
-            "IUtil::GetServiceDb", path,
+            calls::get_service_db, std::tuple(path),
             [&] {
                 Device::current().tv.serviceDb().snapshot(path);
                 return 1;
             },
-            [&](const std::string& how) { sim::damageFile(path, how); });
+            [&](sim::Damage damage) { sim::damageFile(path, damage); });
     }
 
     int ReplaceServiceDb(const std::string& path, int* status) override {
-        return platformCall("IUtil::ReplaceServiceDb", path, [&](Given& given) {
+        return platformCall(calls::replace_service_db, std::tuple(path), [&](Given& given) {
             const std::optional<sim::ReplaceStatus> problem = Device::current().tv.serviceDb().replace(path);
             if (problem) {
                 *status = static_cast<int>(*problem);
@@ -64,7 +74,7 @@ public:
 
     int GetIssDbArchive(const std::string& path) override {
         return platformCall(
-            "IUtil::GetIssDbArchive", path,
+            calls::get_iss_db_archive, std::tuple(path),
             [&] {
                 try {
                     Device::current().tv.issDb().snapshot(path);
@@ -73,11 +83,11 @@ public:
                     return 0;  // a negative result would be success here
                 }
             },
-            [&](const std::string& how) { sim::damageFile(path, how); });
+            [&](sim::Damage damage) { sim::damageFile(path, damage); });
     }
 
     int RestoreIssDbArchive(const std::string& path) override {
-        return platformCall("IUtil::RestoreIssDbArchive", path,
+        return platformCall(calls::restore_iss_db_archive, std::tuple(path),
                             [&] { return Device::current().tv.issDb().restore(path) ? 1 : 0; });
     }
 };
@@ -85,7 +95,7 @@ public:
 class TunerControl final : public ITunerControl {
 public:
     int GetAntennaConnectionStatus(std::set<int>& statuses) override {
-        return platformCall("ITunerControl::GetAntennaConnectionStatus", "", [&](Given& given) {
+        return platformCall(calls::get_antenna_connection_status, std::tuple(), [&](Given& given) {
             statuses.merge(Device::current().tv.antenna());
             given.text = fmt::format("{{{}}}", fmt::join(statuses, ", "));
             return 1;
@@ -105,29 +115,27 @@ int change(bool isKnown, const std::function<void(Viewing&)>& action) {
 class ServiceNavigation final : public IServiceNavigation {
 public:
     int GetTvMode(TSTvMode& mode) override {
-        return platformCall("IServiceNavigation::GetTvMode", "", [&](Given& given) {
+        return platformCall(calls::get_tv_mode, std::tuple(), [&](Given& given) {
             const Viewing viewing = Device::current().tv.viewing();
-            mode.antennaMode = static_cast<EAntennaMode>(viewing.antennaMode);
-            mode.serviceMode = static_cast<EServiceMode>(viewing.serviceMode);
-            given.text = toText(mode);
+            mode.antennaMode = static_cast<EAntennaMode>(viewing.mode.antenna);
+            mode.serviceMode = static_cast<EServiceMode>(viewing.mode.service);
+            given.text = toJournal(mode);
             return 1;
         });
     }
 
     int SetTvMode(TSTvMode mode, int option) override {
-        return platformCall("IServiceNavigation::SetTvMode", fmt::format("{}, {}", toText(mode), option), [&] {
-            return change(Device::current().tv.hasMode(mode.antennaMode, mode.serviceMode), [&](Viewing& viewing) {
-                viewing.antennaMode = mode.antennaMode;
-                viewing.serviceMode = mode.serviceMode;
-            });
+        return platformCall(calls::set_tv_mode, std::tuple(mode, option), [&] {
+            return change(Device::current().tv.has(modeOf(mode)),
+                          [&](Viewing& viewing) { viewing.mode = modeOf(mode); });
         });
     }
 
     int GetCurrentServiceInfo(TSTvMode mode, const TCCriteriaHelper& criteria, TCServiceData& data) override {
-        return platformCall("IServiceNavigation::GetCurrentServiceInfo", toText(mode), [&](Given& given) {
+        return platformCall(calls::get_current_service_info, std::tuple(mode), [&](Given& given) {
             sim::Tv& tv = Device::current().tv;
             const Viewing viewing = tv.viewing();
-            if (!tv.serviceDb().exists(viewing.serviceId)) {
+            if (!tv.serviceDb().find(viewing.serviceId)) {
                 return 0;
             }
             if (criteria.IsFetched(FIELD_SERVICE_ID)) {
@@ -135,24 +143,22 @@ public:
                 given.text = fmt::format("service {}", viewing.serviceId);
             }
             if (criteria.IsFetched(FIELD_ANTENNA_MODE)) {
-                data.SetField(FIELD_ANTENNA_MODE, static_cast<std::uint64_t>(viewing.antennaMode));
+                data.SetField(FIELD_ANTENNA_MODE, static_cast<std::uint64_t>(viewing.mode.antenna));
             }
             return 1;
         });
     }
 
     int SetCurrentServiceInfo(TSTvMode mode, const std::uint64_t& serviceId) override {
-        return platformCall("IServiceNavigation::SetCurrentServiceInfo", fmt::format("{}, {}", toText(mode), serviceId),
-                            [&] {
-                                return change(Device::current().tv.serviceDb().exists(serviceId),
-                                              [&](Viewing& viewing) { viewing.serviceId = serviceId; });
-                            });
+        return platformCall(calls::set_current_service_info, std::tuple(mode, serviceId), [&] {
+            return change(Device::current().tv.serviceDb().find(serviceId).has_value(),
+                          [&](Viewing& viewing) { viewing.serviceId = serviceId; });
+        });
     }
 
     int ResetCurrentServiceInfo() override {
-        return platformCall("IServiceNavigation::ResetCurrentServiceInfo", "", [&] {
-            return change(
-                true, [](Viewing& viewing) { viewing.serviceId = Device::current().tv.serviceDb().firstService(); });
+        return platformCall(calls::reset_current_service_info, std::tuple(), [&] {
+            return change(true, [](Viewing& viewing) { viewing.serviceId = Device::current().tv.serviceDb().first(); });
         });
     }
 };
@@ -160,18 +166,19 @@ public:
 class SourceControl final : public ISourceControl {
 public:
     int GetCurrentSourceInfo(std::int32_t& source) override {
-        return platformCall("ISourceControl::GetCurrentSourceInfo", "", [&](Given& given) {
-            source = Device::current().tv.viewing().source;
+        return platformCall(calls::get_current_source_info, std::tuple(), [&](Given& given) {
+            source = static_cast<std::int32_t>(Device::current().tv.viewing().source);
             given.text = std::to_string(source);
             return 1;
         });
     }
 
     int SetSource(std::int32_t source, std::uint64_t serviceId, std::string option) override {
-        return platformCall("ISourceControl::SetSource", fmt::format("{}, {}, \"{}\"", source, serviceId, option), [&] {
+        return platformCall(calls::set_source, std::tuple(source, serviceId, option), [&] {
             const sim::Tv& tv = Device::current().tv;
-            return change(tv.hasSource(source) && (source != 0 || tv.serviceDb().exists(serviceId)),
-                          [&](Viewing& viewing) { viewing.source = source; });
+            const auto selected = static_cast<sim::Source>(source);
+            const bool isShowable = selected != sim::Source::Tuner || tv.serviceDb().find(serviceId).has_value();
+            return change(tv.has(selected) && isShowable, [&](Viewing& viewing) { viewing.source = selected; });
         });
     }
 };
@@ -179,7 +186,7 @@ public:
 class ScanData final : public IScanData {
 public:
     int IsScanActivated(bool& activated, int option) override {
-        return platformCall("IScanData::IsScanActivated", std::to_string(option), [&](Given& given) {
+        return platformCall(calls::is_scan_activated, std::tuple(option), [&](Given& given) {
             activated = Device::current().tv.isScanning();
             given.text = sim::toJournal(activated);
             return 1;
@@ -196,7 +203,7 @@ public:
     bool calls(SignalCallback callback) const { return callback == m_callback; }
 
     int Subscribe(ESignalType type, void* appData, int profile, int option, SignalCallback callback) override {
-        return platformCall("ISignalSubscriber::Subscribe", fmt::format("{}, {}, {}", type, profile, option), [&] {
+        return platformCall(calls::subscribe, std::tuple(type, profile, option), [&] {
             if (!calls(callback) || m_subscription) {
                 return 0;
             }
@@ -207,7 +214,7 @@ public:
     }
 
     int Unsubscribe(ESignalType type, int profile, int option, SignalCallback callback) override {
-        return platformCall("ISignalSubscriber::Unsubscribe", fmt::format("{}, {}, {}", type, profile, option), [&] {
+        return platformCall(calls::unsubscribe, std::tuple(type, profile, option), [&] {
             if (!calls(callback) || !m_subscription || m_subscription->type != type ||
                 m_subscription->profile != profile) {
                 return 0;
@@ -218,17 +225,15 @@ public:
     }
 
     // Calls the subscriber if it waits for signals of `type`; a fault may let another type arrive.
-    void signal(ESignalType type, const std::optional<sim::FaultInjector::Hit>& hit) {
+    void signal(ESignalType type, const sim::Arrival& arrival) {
         if (!m_subscription || m_subscription->type != type) {
             return;
         }
         const Subscription subscription = *m_subscription;
-        const ESignalType arriving =
-            hit && hit->failure.kind == Failure::Kind::Result ? static_cast<ESignalType>(hit->failure.number) : type;
-        const bool isNull = hit && hit->failure.kind == Failure::Kind::Null;
-        Device::current().record.call("tv_signal", std::to_string(arriving), "",
-                                      hit ? std::optional(hit->rule) : std::nullopt);
-        m_callback(arriving, subscription.profile, 0, TSSignalData{0}, isNull ? nullptr : subscription.appData);
+        Device::current().record.call(calls::tv_signal.name, sim::toJournal(std::tuple(arrival.code)), "",
+                                      arrival.fault);
+        m_callback(static_cast<ESignalType>(arrival.code), subscription.profile, 0, TSSignalData{0},
+                   arrival.hasUserData ? subscription.appData : nullptr);
     }
 
 private:
@@ -261,13 +266,13 @@ auto findSubscriber(SignalCallback callback) {
                         [&](const SignalSubscriber* each) { return each->calls(callback); });
 }
 
-void signalScanStopped(const std::optional<sim::FaultInjector::Hit>& hit) {
+void signalScanStopped(const sim::Arrival& arrival) {
     Device::current().tv.setScanning(false);
     const std::vector<SignalSubscriber*> present = subscribers();
     for (SignalSubscriber* subscriber : present) {
         const auto& now = subscribers();
         if (std::find(now.begin(), now.end(), subscriber) != now.end()) {  // a callback may have destroyed it
-            subscriber->signal(SIGNAL_SCAN_STOPPED, hit);
+            subscriber->signal(SIGNAL_SCAN_STOPPED, arrival);
         }
     }
 }
@@ -275,20 +280,11 @@ void signalScanStopped(const std::optional<sim::FaultInjector::Hit>& hit) {
 class ScanControl final : public IScanControl {
 public:
     int StopAutoScan(int option) override {
-        return platformCall("IScanControl::StopAutoScan", std::to_string(option), [&] {
-            Device& device = Device::current();
-            if (!device.tv.isScanning()) {
+        return platformCall(calls::stop_auto_scan, std::tuple(option), [&] {
+            if (!Device::current().tv.isScanning()) {
                 return 0;
             }
-            const std::optional<sim::FaultInjector::Hit> hit = sim::nextFailure(device, "tv_signal", "");
-            if (hit && hit->failure.kind == Failure::Kind::Lost) {
-                return 1;
-            }
-            sim::EventLoop::Milliseconds due = SCAN_STOP_TAKES;
-            if (hit && hit->failure.kind == Failure::Kind::Delay) {
-                due += sim::EventLoop::Milliseconds(hit->failure.number);
-            }
-            device.loop.post(due, [hit] { signalScanStopped(hit); });
+            sim::platformEvent(calls::tv_signal, "", SCAN_STOP_TAKES, SIGNAL_SCAN_STOPPED, &signalScanStopped);
             return 1;
         });
     }
@@ -297,33 +293,24 @@ public:
 class CategoryUtil final : public CCCategoryUtil {
 public:
     bool GetCurrentCategory(TSTvMode mode, CCNavigationModeInfo& info) override {
-        return platformCall("CCCategoryUtil::GetCurrentCategory", toText(mode), [&](Given& given) {
+        return platformCall(calls::get_current_category, std::tuple(mode), [&](Given& given) {
             const Viewing viewing = Device::current().tv.viewing();
-            info.category = static_cast<ECategory>(viewing.category);
-            info.param = viewing.categoryParam;
-            info.sortMode = static_cast<ESortMode>(viewing.sortMode);
-            given.text = toText(info);
+            info.category = static_cast<ECategory>(viewing.category.kind);
+            info.param = viewing.category.param;
+            info.sortMode = static_cast<ESortMode>(viewing.category.sort);
+            given.text = toJournal(info);
             return true;
         });
     }
 
     bool SetCurrentCategory(TSTvMode mode, CCNavigationModeInfo info) override {
-        return platformCall("CCCategoryUtil::SetCurrentCategory", fmt::format("{}, {}", toText(mode), toText(info)),
-                            [&] {
-                                const sim::Tv& tv = Device::current().tv;
-                                const bool isKnown = tv.hasCategory(info.category, info.param, info.sortMode);
-                                return change(isKnown, [&](Viewing& viewing) {
-                                           viewing.category = info.category;
-                                           viewing.categoryParam = info.param;
-                                           viewing.sortMode = info.sortMode;
-                                       }) > 0;
-                            });
+        return platformCall(calls::set_current_category, std::tuple(mode, info), [&] {
+            const sim::Category category = categoryOf(info);
+            return change(Device::current().tv.has(category), [&](Viewing& viewing) { viewing.category = category; }) >
+                   0;
+        });
     }
 };
-
-std::string profileAndOption(EProfile profile, int option) {
-    return fmt::format("{}, {}", profile, option);
-}
 
 }  // namespace
 
@@ -362,19 +349,19 @@ void TCServiceData::SetField(int field, std::uint64_t value) {
 }
 
 int TVServiceAPI::CreateUtil(IUtil** util) {
-    return platformCall("TVServiceAPI::CreateUtil", "", [&] {
+    return platformCall(calls::create_util, std::tuple(), [&] {
         *util = new Util;
         return 0;
     });
 }
 
 void TVServiceAPI::Destroy(IUtil* util) {
-    platformNotice("TVServiceAPI::Destroy", "");
+    platformNotice(calls::destroy_util);
     delete static_cast<Util*>(util);
 }
 
 int TVServiceAPI::CreateTunerControl(EProfile profile, int option, ITunerControl** tuner) {
-    return platformCall("TVServiceAPI::CreateTunerControl", profileAndOption(profile, option), [&] {
+    return platformCall(calls::create_tuner_control, std::tuple(profile, option), [&] {
         static TunerControl control;
         *tuner = &control;
         return 0;
@@ -382,7 +369,7 @@ int TVServiceAPI::CreateTunerControl(EProfile profile, int option, ITunerControl
 }
 
 int TVServiceAPI::CreateSignalSubscriber(SignalCallback callback, ISignalSubscriber** subscriber) {
-    return platformCall("TVServiceAPI::CreateSignalSubscriber", "", [&] {
+    return platformCall(calls::create_signal_subscriber, std::tuple(), [&] {
         if (findSubscriber(callback) == subscribers().end()) {
             subscribers().push_back(new SignalSubscriber(callback));
         }
@@ -392,7 +379,7 @@ int TVServiceAPI::CreateSignalSubscriber(SignalCallback callback, ISignalSubscri
 }
 
 int TVServiceAPI::DestroySignalSubscriber(SignalCallback callback) {
-    return platformCall("TVServiceAPI::DestroySignalSubscriber", "", [&] {
+    return platformCall(calls::destroy_signal_subscriber, std::tuple(), [&] {
         const auto found = findSubscriber(callback);
         if (found == subscribers().end()) {
             return 0;
@@ -411,35 +398,35 @@ struct CTVSApiWrapper::Impl {
 };
 
 CTVSApiWrapper::CTVSApiWrapper() : m_impl(new Impl) {
-    platformNotice("CTVSApiWrapper::CTVSApiWrapper", "");
+    platformNotice(calls::make_wrapper);
 }
 
 CTVSApiWrapper::~CTVSApiWrapper() {
-    platformNotice("CTVSApiWrapper::~CTVSApiWrapper", "");
+    platformNotice(calls::destroy_wrapper);
     delete m_impl;
 }
 
 IServiceNavigation* CTVSApiWrapper::CreateServiceNavigation(EProfile profile, int option) {
-    return platformCall("CTVSApiWrapper::CreateServiceNavigation", profileAndOption(profile, option),
+    return platformCall(calls::create_service_navigation, std::tuple(profile, option),
                         [&]() -> IServiceNavigation* { return &m_impl->serviceNavigation; });
 }
 
 ISourceControl* CTVSApiWrapper::CreateSourceControl(EProfile profile, int option) {
-    return platformCall("CTVSApiWrapper::CreateSourceControl", profileAndOption(profile, option),
+    return platformCall(calls::create_source_control, std::tuple(profile, option),
                         [&]() -> ISourceControl* { return &m_impl->sourceControl; });
 }
 
 IScanData* CTVSApiWrapper::CreateScanData(EProfile profile, int option) {
-    return platformCall("CTVSApiWrapper::CreateScanData", profileAndOption(profile, option),
+    return platformCall(calls::create_scan_data, std::tuple(profile, option),
                         [&]() -> IScanData* { return &m_impl->scanData; });
 }
 
 IScanControl* CTVSApiWrapper::CreateScanControl(EProfile profile, int option) {
-    return platformCall("CTVSApiWrapper::CreateScanControl", profileAndOption(profile, option),
+    return platformCall(calls::create_scan_control, std::tuple(profile, option),
                         [&]() -> IScanControl* { return &m_impl->scanControl; });
 }
 
 CCCategoryUtil* CCCategoryUtil::GetInstance() {
     static CategoryUtil util;
-    return platformCall("CCCategoryUtil::GetInstance", "", []() -> CCCategoryUtil* { return &util; });
+    return platformCall(calls::get_category_util, std::tuple(), []() -> CCCategoryUtil* { return &util; });
 }

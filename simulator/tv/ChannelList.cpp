@@ -1,7 +1,6 @@
 #include "simulator/tv/ChannelList.h"
 
 #include <fmt/format.h>
-#include <iconv.h>
 
 #include <algorithm>
 #include <memory>
@@ -20,23 +19,6 @@ namespace {
 constexpr int MAX_NUMBER = 999'999;
 constexpr int MAX_ID = 0xFFFF;  // of pids too: real lists have some that no stream could
 
-// The text in UTF-8; nothing when it is not in the encoding `from`.
-std::optional<std::string> toUtf8(std::string text, const char* from) {
-    iconv_t converter = iconv_open("UTF-8", from);
-    std::string converted(2 * text.size(), '\0');
-    char* in = text.data();
-    std::size_t inLeft = text.size();
-    char* out = converted.data();
-    std::size_t outLeft = converted.size();
-    const bool isValid = iconv(converter, &in, &inLeft, &out, &outLeft) != static_cast<std::size_t>(-1);
-    iconv_close(converter);
-    if (!isValid) {
-        return std::nullopt;
-    }
-    converted.resize(converted.size() - outLeft);
-    return converted;
-}
-
 int numberField(const std::string& text, const char* field, int max) {
     const std::optional<int> number = toNumber<int>(text);
     if (!number || *number < 0 || *number > max) {
@@ -50,17 +32,15 @@ int firstPid(const std::string& text, const char* field) {
     return numberField(text.substr(0, text.find_first_of("+=,;@")), field, MAX_ID);
 }
 
-std::vector<int> conditionalAccess(const std::string& text) {
-    std::vector<int> systems;
+std::string conditionalAccess(const std::string& text) {
     for (const std::string& part : split(text, ',')) {
         const std::optional<int> system = toNumber<int>(part, 16);
         if (!system || *system < 0 || *system > MAX_ID) {
             throw Error(
                 fmt::format("conditional access {} is not a list of hexadecimal numbers to FFFF", inQuotes(text)));
         }
-        systems.push_back(*system);
     }
-    return systems;
+    return text;
 }
 
 bool isSatellite(const std::string& source) {
@@ -144,7 +124,7 @@ Service readService(const std::string& line) {
     service.videoPid = fields[5];
     service.audioPids = fields[6];
     service.textPids = fields[7];
-    service.radio = firstPid(service.videoPid, "video pid") == 0;
+    service.type = firstPid(service.videoPid, "video pid") == 0 ? "radio" : "tv";
     firstPid(service.audioPids, "audio pid");
     firstPid(service.textPids, "teletext pid");
     service.conditionalAccess = conditionalAccess(fields[8]);
@@ -205,6 +185,7 @@ private:
         }
         service.number = ++m_number;
         service.group = static_cast<int>(m_list.groups.size());
+        service.groupName = m_list.groups.empty() ? "" : m_list.groups.back();
         m_list.services.push_back(std::move(service));
     }
 
@@ -221,9 +202,8 @@ ChannelList readChannelList(const std::filesystem::path& file) {
     std::string text;
     try {
         text = readFile(file);
-    } catch (const std::filesystem::filesystem_error& error) {
-        throw Error(fmt::format("{}: {}; give a channel list in the channels.conf format", file.string(),
-                                error.code().message()));
+    } catch (const Error& error) {
+        throw Error(error.kind(), fmt::format("{}; give a channel list in the channels.conf format", error.what()));
     }
     constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
     if (text.compare(0, BYTE_ORDER_MARK.size(), BYTE_ORDER_MARK) == 0) {
@@ -232,8 +212,7 @@ ChannelList readChannelList(const std::filesystem::path& file) {
     Reader reader(file.string());
     for (std::string& line : split(text, '\n')) {
         line.erase(line.find_last_not_of(" \t\r") + 1);
-        const std::optional<std::string> utf8 = toUtf8(line, "UTF-8");
-        reader.take(utf8 ? *utf8 : toUtf8(line, "ISO-8859-1").value());
+        reader.take(toUtf8(line));
     }
     ChannelList list = reader.finish();
     if (list.services.empty()) {

@@ -1,7 +1,8 @@
 #include "simulator/tv/CiModule.h"
 
-#include <algorithm>
+#include <fmt/format.h>
 
+#include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 
 namespace fs = std::filesystem;
@@ -9,7 +10,7 @@ namespace fs = std::filesystem;
 namespace sim {
 
 void CiModule::create(const Files& files) const {
-    fs::create_directories(m_folder);
+    makeFolders(m_folder);
     for (const auto& [name, content] : files) {
         writeFile(m_folder / name, content);
     }
@@ -24,29 +25,34 @@ CiModule::Files CiModule::files() const {
 }
 
 std::list<std::string> CiModule::paths() const {
-    std::list<std::string> paths;
-    for (const fs::directory_entry& member : fs::directory_iterator(m_folder)) {
-        paths.push_back(fs::absolute(member.path()));
+    if (!fs::is_directory(m_folder)) {
+        throw Error(Error::Kind::Missing, fmt::format("{}: the CI module's folder is not there", m_folder.string()));
     }
-    paths.sort();
+    std::list<std::string> paths;
+    for (const fs::path& member : membersOf(m_folder)) {
+        paths.push_back(fs::absolute(member));
+    }
     return paths;
 }
 
 bool CiModule::takeOver(const std::list<std::string>& paths) const {
-    const auto isRegular = [](const std::string& path) { return fs::is_regular_file(path); };
     try {
-        if (!std::all_of(paths.begin(), paths.end(), isRegular)) {
-            return false;
-        }
         const ScratchFolder scratch(m_folder.parent_path());
+        const fs::path built = scratch / "ci";
+        fs::create_directory(built);
         for (const std::string& path : this->paths()) {
-            copyFile(path, scratch / fs::path(path).filename());
+            copyFile(path, built / fs::path(path).filename());
         }
         for (const std::string& path : paths) {
-            copyFile(path, scratch / fs::path(path).filename());
+            if (!fs::is_regular_file(path)) {
+                return false;
+            }
+            copyFile(path, built / fs::path(path).filename());
         }
-        fs::permissions(scratch.path(), fs::status(m_folder).permissions());
-        exchange(scratch.path(), m_folder);
+        fs::permissions(built, fs::status(m_folder).permissions());
+        exchange(built, m_folder);
+    } catch (const Error&) {
+        return false;
     } catch (const fs::filesystem_error&) {
         return false;
     }

@@ -1,16 +1,17 @@
-// Faults as data: rules that make a platform call fail.
+// Faults as data: rules that make a platform call fail. They are kept in the TV.
 #pragma once
 
-#include <SQLiteCpp/Database.h>
-
 #include <cstdint>
-#include <filesystem>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "simulator/tv/Codes.h"
+#include "simulator/tv/PlatformCalls.h"
+
 namespace sim {
+
+class Database;
 
 // What happens instead of, or on top of, what a healthy TV does.
 struct Failure {
@@ -19,7 +20,7 @@ struct Failure {
         Answer,  // the call does what it should, and then returns `number`
         Null,    // the call returns null; of an event: it comes with null user data
         Throw,   // the call throws std::runtime_error
-        Damage,  // the file that the call makes is damaged, see damageFile()
+        Damage,  // the file that the call makes is damaged
         Delay,   // the event comes `number` milliseconds later
         Lost,    // the event never comes
         NoData,  // the event comes with null data
@@ -27,19 +28,24 @@ struct Failure {
     };
     Kind kind;
     int number = 0;
-    std::string text;  // as it is written: "result=6", "null", "damage=truncate"
+    Damage damage = Damage::Missing;
 };
 
-// Reads "result=6" and the like. Throws Error.
+template <>
+inline constexpr std::array<Name<Failure::Kind>, 9> NAMES<Failure::Kind>{{
+    {Failure::Kind::Result, "result"},
+    {Failure::Kind::Answer, "answer"},
+    {Failure::Kind::Null, "null"},
+    {Failure::Kind::Throw, "throw"},
+    {Failure::Kind::Damage, "damage"},
+    {Failure::Kind::Delay, "delay"},
+    {Failure::Kind::Lost, "lost"},
+    {Failure::Kind::NoData, "no-data"},
+    {Failure::Kind::Cut, "cut"},
+}};
+
+// Reads "result=6", "damage=empty", "null" and the like. Throws Error.
 Failure parseFailure(const std::string& text);
-
-// A call or event that can fail, with each kind of failure that it can have. "result" takes other numbers than those
-// here.
-struct FaultTarget {
-    std::string call;
-    std::vector<std::string> failures;
-};
-const std::vector<FaultTarget>& faultTargets();
 
 struct FaultRule {
     std::int64_t id = 0;
@@ -50,33 +56,20 @@ struct FaultRule {
     int fired = 0;
 };
 
-// Rules are kept in the TV. These throw Error for a call or a failure that there is not.
-std::int64_t addFault(SQLite::Database& database, const FaultRule& rule);
-std::vector<FaultRule> listFaults(SQLite::Database& database);
-bool removeFault(SQLite::Database& database, std::int64_t id);  // false: there is no such rule
-void clearFaults(SQLite::Database& database);
-
-// The rules as they bear on one run.
-class FaultInjector {
+class Faults {
 public:
-    struct Hit {
-        std::int64_t rule;
-        Failure failure;
-    };
+    explicit Faults(Database& database) : m_database(database) {}
 
-    explicit FaultInjector(SQLite::Database& database);
-
-    // Counts a call, and gives the failure that it shall have.
-    std::optional<Hit> next(const std::string& call);
+    // Gives the new rule's id. Throws Error for a call or a failure that there is not; of the kinds with a number, any
+    // number will do.
+    std::int64_t add(const FaultRule& rule);
+    std::vector<FaultRule> list() const;
+    void countFired(std::int64_t id);
+    bool remove(std::int64_t id);  // false: there is no such rule
+    void clear();
 
 private:
-    SQLite::Database& m_database;
-    std::vector<FaultRule> m_rules;
-    std::map<std::string, int> m_counts;
+    Database& m_database;
 };
-
-// Damages a file: "damage=" and truncate (its second half goes), corrupt (some bytes are wrong), empty, missing,
-// dangling (a link to nowhere), unwritable (it can be read, but not be written again, not even by root).
-void damageFile(const std::filesystem::path& file, const std::string& how);
 
 }  // namespace sim

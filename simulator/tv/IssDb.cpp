@@ -1,12 +1,11 @@
 #include "simulator/tv/IssDb.h"
 
-#include <SQLiteCpp/SQLiteCpp.h>
-#include <SQLiteCpp/VariadicBind.h>
+#include <fmt/format.h>
 
 #include "simulator/base/Archive.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
-#include "simulator/tv/Sqlite.h"
+#include "simulator/tv/ReceivedDatabase.h"
 
 namespace fs = std::filesystem;
 
@@ -14,65 +13,66 @@ namespace sim {
 
 namespace {
 
-bool isWhole(const fs::path& path) {
-    try {
-        SQLite::Database database = openReadOnly(path);
-        const SQLite::Statement entries(database, "SELECT key, value FROM iss");
-        return isIntact(database);
-    } catch (const SQLite::Exception&) {
-        return false;
-    }
+constexpr char DATABASE[] = "iss.db";
+
+Database makeBeside(const fs::path& path) {
+    Database database(path, Database::Access::Create);
+    database.run("PRAGMA journal_mode = MEMORY; PRAGMA synchronous = OFF");
+    database.run("CREATE TABLE iss(key TEXT PRIMARY KEY, value TEXT NOT NULL) STRICT");
+    return database;
 }
 
 }  // namespace
 
+void adoptIss(const fs::path& archive, const fs::path& built) {
+    const ScratchFolder scratch(built.parent_path());
+    if (!extractEntry(archive, DATABASE, scratch / DATABASE)) {
+        throw Error(Error::Kind::Damaged, fmt::format("{}: holds no {}", archive.string(), DATABASE));
+    }
+    const ReceivedDatabase received(scratch / DATABASE);
+    Database database = makeBeside(built);
+    Transaction transaction(database);
+    received.copy({"iss", {"key", "value"}}, database);
+    transaction.commit();
+}
+
 void IssDb::create(const Entries& entries) const {
     const ScratchFolder scratch(m_file.parent_path());
-    const fs::path built = scratch / "iss.db";
     {
-        SQLite::Database database = openNew(built);
-        SQLite::Transaction transaction(database);
-        database.exec("CREATE TABLE iss(key TEXT PRIMARY KEY, value TEXT NOT NULL)");
+        Database database = makeBeside(scratch / DATABASE);
+        Transaction transaction(database);
         for (const auto& [key, value] : entries) {
-            SQLite::Statement insert(database, "INSERT INTO iss VALUES(?, ?)");
-            SQLite::bind(insert, key, value);
-            insert.exec();
+            database.change("INSERT INTO iss VALUES(?, ?)", key, value);
         }
         transaction.commit();
     }
-    putInPlace(built, m_file);
+    putInPlace(scratch / DATABASE, m_file);
 }
 
 void IssDb::snapshot(const fs::path& archive) const {
     const ScratchFolder scratch(m_file.parent_path());
-    const fs::path copy = scratch / "iss.db";
-    snapshotDatabase(m_file, copy);
+    const fs::path copy = scratch / DATABASE;
+    Database(m_file, Database::Access::Look).snapshot(copy);
     writeArchive(archive, {copy});
 }
 
 IssDb::Entries IssDb::entries() const {
-    const SQLite::Database database = openReadOnly(m_file);
-    SQLite::Statement query(database, "SELECT key, value FROM iss");
+    const Database database(m_file, Database::Access::Look);
+    Statement query(database, "SELECT key, value FROM iss");
     Entries entries;
-    while (query.executeStep()) {
-        entries.emplace(query.getColumn(0).getString(), query.getColumn(1).getString());
+    while (query.next()) {
+        entries.emplace(query.text(0), query.text(1));
     }
     return entries;
 }
 
 bool IssDb::restore(const fs::path& archive) const {
     const ScratchFolder scratch(m_file.parent_path());
-    const fs::path received = scratch / "received.db";
-    const fs::path built = scratch / "iss.db";
+    const fs::path built = scratch / DATABASE;
     try {
-        if (!extractEntry(archive, "iss.db", received) || !isWhole(received)) {
-            return false;
-        }
-        snapshotDatabase(received, built);  // without a journal of its own
+        adoptIss(archive, built);
         putInPlace(built, m_file);
     } catch (const Error&) {
-        return false;
-    } catch (const fs::filesystem_error&) {
         return false;
     }
     return true;

@@ -14,7 +14,7 @@ public:
 
     explicit IssDb(std::filesystem::path file) : m_file(std::move(file)) {}
 
-    // These throw on failure.
+    // These throw Error on failure.
     void create(const Entries& entries) const;
     void snapshot(const std::filesystem::path& archive) const;
     Entries entries() const;
@@ -26,5 +26,9 @@ public:
 private:
     std::filesystem::path m_file;
 };
+
+// Rebuilds the database of an archive from outside in a table of our own, as `built`. Throws Error, of the kind Damaged
+// where the archive holds no whole one.
+void adoptIss(const std::filesystem::path& archive, const std::filesystem::path& built);
 
 }  // namespace sim

@@ -1,15 +1,12 @@
 #include "simulator/tv/ServiceDb.h"
 
-#include <SQLiteCpp/SQLiteCpp.h>
-#include <SQLiteCpp/VariadicBind.h>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include "simulator/base/Archive.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/tv/ChannelList.h"
-#include "simulator/tv/Sqlite.h"
+#include "simulator/tv/ReceivedDatabase.h"
 
 namespace fs = std::filesystem;
 
@@ -17,176 +14,209 @@ namespace sim {
 
 namespace {
 
+constexpr char DATABASE[] = "services.db";
+
+// Strict, so that what a received row holds is of the type that this program reads.
 constexpr char SCHEMA[] = R"(
-CREATE TABLE meta(service_count INTEGER NOT NULL);
-CREATE TABLE channel_groups(number INTEGER PRIMARY KEY, name TEXT NOT NULL);
+CREATE TABLE meta(service_count INTEGER NOT NULL) STRICT;
+CREATE TABLE channel_groups(number INTEGER PRIMARY KEY, name TEXT NOT NULL) STRICT;
 CREATE TABLE services(
     id INTEGER PRIMARY KEY, number INTEGER NOT NULL UNIQUE, identity TEXT NOT NULL UNIQUE, name TEXT NOT NULL,
     short_name TEXT NOT NULL, provider TEXT NOT NULL, type TEXT NOT NULL CHECK(type IN ('tv', 'radio')),
     channel_group INTEGER REFERENCES channel_groups(number), source TEXT NOT NULL, frequency_hz INTEGER NOT NULL,
     symbol_rate INTEGER NOT NULL, parameters TEXT NOT NULL, video_pid TEXT NOT NULL, audio_pids TEXT NOT NULL,
     text_pids TEXT NOT NULL, conditional_access TEXT NOT NULL, sid INTEGER NOT NULL, nid INTEGER NOT NULL,
-    tid INTEGER NOT NULL, rid INTEGER NOT NULL);
+    tid INTEGER NOT NULL, rid INTEGER NOT NULL) STRICT;
 )";
 
-// By name, so that the order of the received columns does not matter.
-constexpr char ADOPT[] = R"(
-INSERT INTO channel_groups SELECT number, name FROM received.channel_groups;
-INSERT INTO services
-    SELECT id, number, identity, name, short_name, provider, type, channel_group, source, frequency_hz, symbol_rate,
-        parameters, video_pid, audio_pids, text_pids, conditional_access, sid, nid, tid, rid
-    FROM received.services;
-INSERT INTO meta SELECT service_count FROM received.meta;
-)";
+const ReceivedDatabase::Table META = {"meta", {"service_count"}};
+const ReceivedDatabase::Table GROUPS = {"channel_groups", {"number", "name"}};
+const ReceivedDatabase::Table SERVICES = {"services",
+                                          {"id",         "number",       "identity",    "name",
+                                           "short_name", "provider",     "type",        "channel_group",
+                                           "source",     "frequency_hz", "symbol_rate", "parameters",
+                                           "video_pid",  "audio_pids",   "text_pids",   "conditional_access",
+                                           "sid",        "nid",          "tid",         "rid"}};
 
-void insertServices(SQLite::Database& database, const ChannelList& list) {
-    SQLite::Statement insertGroup(database, "INSERT INTO channel_groups(name) VALUES(?)");
+constexpr char SELECT[] =
+    "SELECT id, services.number, identity, services.name, short_name, provider, type, channel_group, "
+    "channel_groups.name, source, frequency_hz, symbol_rate, parameters, video_pid, audio_pids, text_pids, "
+    "conditional_access, sid, nid, tid, rid "
+    "FROM services LEFT JOIN channel_groups ON channel_groups.number = channel_group ";
+
+Service readService(const Statement& query) {
+    const auto number = [&](int column) { return static_cast<int>(query.integer(column)); };
+    return {static_cast<std::uint64_t>(query.integer(0)),
+            number(1),
+            query.text(2),
+            query.text(3),
+            query.text(4),
+            query.text(5),
+            query.text(6),
+            number(7),
+            query.text(8),
+            query.text(9),
+            static_cast<std::uint64_t>(query.integer(10)),
+            number(11),
+            query.text(12),
+            query.text(13),
+            query.text(14),
+            query.text(15),
+            query.text(16),
+            number(17),
+            number(18),
+            number(19),
+            number(20)};
+}
+
+// A database that is still beside its place, and gone after a crash: it needs no journal on the disk, and is synced
+// whole before it is put in place.
+Database makeBeside(const fs::path& path) {
+    Database database(path, Database::Access::Create);
+    database.run("PRAGMA journal_mode = MEMORY; PRAGMA synchronous = OFF; PRAGMA foreign_keys = ON");
+    database.run(SCHEMA);
+    return database;
+}
+
+void insertAll(Database& database, const ChannelList& list) {
     for (const std::string& name : list.groups) {
-        insertGroup.bind(1, name);
-        insertGroup.exec();
-        insertGroup.reset();
+        database.change("INSERT INTO channel_groups(name) VALUES(?)", name);
     }
-    SQLite::Statement insert(
+    Statement insert(
         database,
         "INSERT INTO services VALUES(NULL, ?, ?, ?, ?, ?, ?, nullif(?, 0), ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    for (const Service& service : list.services) {
-        SQLite::bind(insert, service.number, service.identity, service.name, service.shortName, service.provider,
-                     service.radio ? "radio" : "tv", service.group, service.source,
-                     static_cast<std::int64_t>(service.frequency), service.symbolRate, service.parameters,
-                     service.videoPid, service.audioPids, service.textPids,
-                     fmt::format("{:04X}", fmt::join(service.conditionalAccess, ",")), service.sid, service.nid,
-                     service.tid, service.rid);
-        insert.exec();
-        insert.reset();
+    for (const Service& s : list.services) {
+        insert
+            .bind(s.number, s.identity, s.name, s.shortName, s.provider, s.type, s.group, s.source, s.frequency,
+                  s.symbolRate, s.parameters, s.videoPid, s.audioPids, s.textPids, s.conditionalAccess, s.sid, s.nid,
+                  s.tid, s.rid)
+            .run();
+    }
+    database.run("INSERT INTO meta SELECT count(*) FROM services");
+}
+
+// A failure of what was received, and not of the place where it is worked on.
+template <typename Step>
+bool isRefused(Step step) {
+    try {
+        step();
+        return false;
+    } catch (const Error& error) {
+        if (error.kind() != Error::Kind::Damaged && error.kind() != Error::Kind::Missing) {
+            throw;
+        }
+        return true;
     }
 }
 
-// Judges a database from outside, and rebuilds it in tables of this TV's own making, so that nothing but rows comes in.
-std::optional<ReplaceStatus> adopt(const fs::path& received, const fs::path& built) {
-    try {
-        SQLite::Database database = openReadOnly(received);
-        if (!isIntact(database)) {
-            return ReplaceStatus::DatabaseDamaged;
-        }
-    } catch (const SQLite::Exception&) {
-        return ReplaceStatus::DatabaseDamaged;
-    }
-    try {
-        SQLite::Database database = openNew(built);
-        database.exec(SCHEMA);
-        SQLite::Statement attach(database, "ATTACH ? AS received");
-        attach.bind(1, received.string());
-        attach.exec();
-        SQLite::Transaction transaction(database);
-        database.exec(ADOPT);
-        SQLite::Statement counts(database, "SELECT (SELECT count(*) FROM services), (SELECT service_count FROM meta)");
-        counts.executeStep();
-        const int count = counts.getColumn(0);
-        if (count == 0 || count != counts.getColumn(1).getInt()) {
-            return ReplaceStatus::CountDiffers;
-        }
-        counts.reset();
-        transaction.commit();
-    } catch (const SQLite::Exception&) {
+// The rows of a received database in tables of our own.
+std::optional<ReplaceStatus> adoptRows(const ReceivedDatabase& received, const fs::path& built) {
+    Database database = makeBeside(built);
+    Transaction transaction(database);
+    std::uint64_t count = 0;
+    if (isRefused([&] {
+            received.copy(GROUPS, database);
+            count = received.copy(SERVICES, database);
+            received.copy(META, database);
+        })) {
         return ReplaceStatus::TablesDiffer;
     }
+    if (count == 0 || database.integer("SELECT service_count FROM meta") != static_cast<std::int64_t>(count)) {
+        return ReplaceStatus::CountDiffers;
+    }
+    transaction.commit();
     return std::nullopt;
-}
-
-std::uint64_t scalar(const fs::path& path, const char* query) {
-    SQLite::Database database = openReadOnly(path);
-    return static_cast<std::uint64_t>(database.execAndGet(query).getInt64());
 }
 
 }  // namespace
 
+std::optional<ReplaceStatus> adoptServices(const fs::path& archive, const fs::path& built) {
+    const ScratchFolder scratch(built.parent_path());
+    bool isThere = false;
+    if (isRefused([&] { isThere = extractEntry(archive, DATABASE, scratch / DATABASE); })) {
+        return ReplaceStatus::ArchiveUnreadable;
+    }
+    if (!isThere) {
+        return ReplaceStatus::NoDatabase;
+    }
+    std::optional<ReceivedDatabase> received;
+    if (isRefused([&] { received.emplace(scratch / DATABASE); })) {
+        return ReplaceStatus::DatabaseDamaged;
+    }
+    return adoptRows(*received, built);
+}
+
 void ServiceDb::create(const ChannelList& list, const std::string& ipServices) const {
     const ScratchFolder scratch(m_folder);
     {
-        SQLite::Database database = openNew(scratch / "services.db");
-        SQLite::Transaction transaction(database);
-        database.exec(SCHEMA);
-        insertServices(database, list);
-        database.exec("INSERT INTO meta SELECT count(*) FROM services");
+        Database database = makeBeside(scratch / DATABASE);
+        Transaction transaction(database);
+        insertAll(database, list);
         transaction.commit();
     }
     writeFile(scratch / "ipsrv", ipServices);
     putInPlace(scratch / "ipsrv", ipsrv());
-    putInPlace(scratch / "services.db", database());
+    putInPlace(scratch / DATABASE, database());
 }
 
 void ServiceDb::snapshot(const fs::path& archive) const {
     const ScratchFolder scratch(m_folder);
-    const fs::path copy = scratch / "services.db";
-    snapshotDatabase(database(), copy);
+    const fs::path copy = scratch / DATABASE;
+    Database(database(), Database::Access::Look).snapshot(copy);
     writeArchive(archive, {copy, ipsrv()});
 }
 
 std::optional<ReplaceStatus> ServiceDb::replace(const fs::path& archive) const {
     const ScratchFolder scratch(m_folder);
-    const fs::path received = scratch / "received.db";
-    const fs::path built = scratch / "services.db";
-    try {
-        if (!extractEntry(archive, "services.db", received)) {
-            return ReplaceStatus::NoDatabase;
-        }
-    } catch (const Error&) {
-        return ReplaceStatus::ArchiveUnreadable;
-    }
-    if (const std::optional<ReplaceStatus> problem = adopt(received, built)) {
+    const fs::path built = scratch / DATABASE;
+    if (const std::optional<ReplaceStatus> problem = adoptServices(archive, built)) {
         return problem;
     }
     try {
         putInPlace(built, database());
-    } catch (const fs::filesystem_error&) {
+    } catch (const Error&) {
         return ReplaceStatus::NotPutInPlace;
     }
     return std::nullopt;
 }
 
-bool ServiceDb::exists(std::uint64_t serviceId) const {
-    const SQLite::Database database = openReadOnly(this->database());
-    SQLite::Statement query(database, "SELECT 1 FROM services WHERE id = ?");
-    query.bind(1, static_cast<std::int64_t>(serviceId));
-    return query.executeStep();
+ServiceDb::Counts ServiceDb::counts() const {
+    const Database database(this->database(), Database::Access::Look);
+    Statement query(database,
+                    "SELECT count(*), coalesce(sum(type = 'radio'), 0), (SELECT count(*) FROM channel_groups) "
+                    "FROM services");
+    query.next();
+    const auto count = [&](int column) { return static_cast<std::uint64_t>(query.integer(column)); };
+    return {count(0), count(1), count(2)};
 }
 
-std::uint64_t ServiceDb::firstService() const {
-    return scalar(database(), "SELECT id FROM services ORDER BY number LIMIT 1");
+std::optional<Service> ServiceDb::find(std::uint64_t id) const {
+    const Database database(this->database(), Database::Access::Look);
+    Statement query(database, std::string(SELECT) + "WHERE id = ?");
+    return query.bind(id).next() ? std::optional(readService(query)) : std::nullopt;
 }
 
-std::uint64_t ServiceDb::groupCount() const {
-    return scalar(database(), "SELECT count(*) FROM channel_groups");
+std::uint64_t ServiceDb::first() const {
+    const Database database(this->database(), Database::Access::Look);
+    return static_cast<std::uint64_t>(database.integer("SELECT id FROM services ORDER BY number").value_or(0));
 }
 
-std::vector<ServiceDb::Row> ServiceDb::services() const {
-    const SQLite::Database database = openReadOnly(this->database());
-    SQLite::Statement query(database,
-                            "SELECT services.*, coalesce(channel_groups.name, '') AS channel_group_name FROM services "
-                            "LEFT JOIN channel_groups ON channel_groups.number = channel_group ORDER BY id");
-    std::vector<Row> rows;
-    while (query.executeStep()) {
-        Row row;
-        for (int i = 0; i < query.getColumnCount(); ++i) {
-            row.emplace(query.getColumnName(i), query.getColumn(i).getString());
-        }
-        rows.push_back(std::move(row));
+void ServiceDb::forEach(const std::function<void(const Service&)>& visit) const {
+    const Database database(this->database(), Database::Access::Look);
+    Statement query(database, std::string(SELECT) + "ORDER BY services.number");
+    while (query.next()) {
+        visit(readService(query));
     }
-    return rows;
+}
+
+std::vector<Service> ServiceDb::services() const {
+    std::vector<Service> services;
+    forEach([&](const Service& service) { services.push_back(service); });
+    return services;
 }
 
 std::string ServiceDb::ipServices() const {
     return readFile(ipsrv());
-}
-
-std::uint64_t ServiceDb::countInBundle(const fs::path& bundle) {
-    const ScratchFolder scratch(fs::temp_directory_path());
-    const fs::path archive = scratch / "ServiceDB.zip";
-    const fs::path database = scratch / "services.db";
-    if (!extractEntry(bundle, "ServiceDB.zip", archive) || !extractEntry(archive, "services.db", database)) {
-        throw Error(fmt::format("{}: no channel database in it", bundle.string()));
-    }
-    return scalar(database, "SELECT count(*) FROM services");
 }
 
 }  // namespace sim

@@ -4,10 +4,12 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <map>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "simulator/tv/Service.h"
 
 namespace sim {
 
@@ -27,29 +29,34 @@ enum class ReplaceStatus : int {
 // for its own.
 class ServiceDb {
 public:
-    // A service's columns by name, as text.
-    using Row = std::map<std::string, std::string>;
-
     explicit ServiceDb(std::filesystem::path folder) : m_folder(std::move(folder)) {}
 
-    // Makes the database of a channel list, its ids counted from 1, and the set's own ipsrv. Throws on failure.
+    // These throw Error on failure.
+
+    // Makes the database of a channel list, its ids counted from 1, and the set's own ipsrv.
     void create(const ChannelList& list, const std::string& ipServices) const;
 
-    // Writes the database and ipsrv as a zip archive. Throws on failure.
+    // Writes the database and ipsrv as a zip archive.
     void snapshot(const std::filesystem::path& archive) const;
 
     // Replaces the database by the archive's, if it is a whole one; this set's ipsrv stays. Nothing on success. Throws
     // when there is no place to build it in.
     std::optional<ReplaceStatus> replace(const std::filesystem::path& archive) const;
 
-    bool exists(std::uint64_t serviceId) const;
-    std::uint64_t firstService() const;
-    std::uint64_t groupCount() const;
-    std::vector<Row> services() const;
-    std::string ipServices() const;
+    struct Counts {
+        std::uint64_t services = 0;
+        std::uint64_t radios = 0;  // of the services
+        std::uint64_t groups = 0;
+    };
+    Counts counts() const;
+    std::optional<Service> find(std::uint64_t id) const;
+    std::uint64_t first() const;  // the id of the service with the lowest number
 
-    // The number of services in the "ServiceDB.zip" of a bundle. Throws Error when there is no such.
-    static std::uint64_t countInBundle(const std::filesystem::path& bundle);
+    // In the order of their numbers.
+    void forEach(const std::function<void(const Service&)>& visit) const;
+    std::vector<Service> services() const;
+
+    std::string ipServices() const;
 
 private:
     std::filesystem::path database() const { return m_folder / "services.db"; }
@@ -57,5 +64,9 @@ private:
 
     std::filesystem::path m_folder;
 };
+
+// Rebuilds the database of an archive from outside in tables of this TV's own making, as `built`, so that nothing but
+// rows comes in. Nothing on success. Throws Error when there is no place for it.
+std::optional<ReplaceStatus> adoptServices(const std::filesystem::path& archive, const std::filesystem::path& built);
 
 }  // namespace sim

@@ -1,26 +1,21 @@
 #include "simulator/tv/Tv.h"
 
-#include <SQLiteCpp/SQLiteCpp.h>
-#include <SQLiteCpp/VariadicBind.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <cstdlib>
-#include <sstream>
 #include <tuple>
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
+#include "simulator/base/Text.h"
+#include "simulator/tv/Application.h"
 #include "simulator/tv/ChannelList.h"
-#include "simulator/tv/Sqlite.h"
 
 namespace fs = std::filesystem;
 
 namespace sim {
 
 namespace {
-
-constexpr int BUSY_TIMEOUT_MS = 10'000;
 
 constexpr char SCHEMA[] = R"(
 CREATE TABLE state(
@@ -42,91 +37,67 @@ CREATE TABLE log(
     line INTEGER, message TEXT NOT NULL, PRIMARY KEY(run, seq)) WITHOUT ROWID;
 )";
 
-std::string environment(const char* name) {
-    const char* value = std::getenv(name);
-    return value != nullptr ? value : "";
-}
-
 fs::path databaseOf(const fs::path& home) {
     return home / "tv.db";
 }
 
-SQLite::Database openExisting(const fs::path& home) {
+Database openExisting(const fs::path& home, Database::Access access) {
     if (!fs::exists(databaseOf(home))) {
-        throw Error(fmt::format("no TV at {}; make one with: halcyon-tv --home '{}' init --channels FILE",
+        throw Error(Error::Kind::Missing,
+                    fmt::format("no TV at {}; make one with: halcyon-tv --home '{}' init --channels FILE",
                                 home.string(), home.string()));
     }
-    SQLite::Database database(databaseOf(home).string(), SQLite::OPEN_READWRITE, BUSY_TIMEOUT_MS);
-    database.exec("PRAGMA synchronous = NORMAL");
+    Database database(databaseOf(home), access);
+    // A power cut may take the last records of a run with it, but nothing is ever half there; waiting for the disk at
+    // each of hundreds of records would make a run many times slower.
+    database.run("PRAGMA synchronous = NORMAL");
     return database;
 }
 
-int antennaModeOf(const std::string& source) {
+AntennaMode antennaModeOf(const std::string& source) {
     switch (source.front()) {
         case 'S':
-            return 2;
+            return AntennaMode::Satellite;
         case 'C':
-            return 1;
+            return AntennaMode::Cable;
         default:
-            return 0;
+            return AntennaMode::Terrestrial;
     }
 }
 
-void createDatabase(const fs::path& path, int antennaMode) {
-    SQLite::Database database = openNew(path);
-    database.exec("PRAGMA journal_mode = WAL");
-    SQLite::Transaction transaction(database);
-    database.exec(SCHEMA);
-    SQLite::Statement state(database, "INSERT INTO state VALUES(?, 0, 1, 0, 0, 0, 0, '0', 0)");
-    SQLite::bind(state, antennaMode);
-    state.exec();
-    for (int i = 1; i <= FAVOURITE_LISTS; ++i) {
-        SQLite::Statement setting(database, "INSERT INTO settings VALUES(?, 'string', ?)");
-        SQLite::bind(setting, Tv::favouriteKey(i), fmt::format("Favourites {}", i));
-        setting.exec();
+void createDatabase(const fs::path& path, AntennaMode antennaMode) {
+    Database database(path, Database::Access::Create);
+    // With a write-ahead log, who looks at a TV never waits for the run that writes to it, nor holds it up.
+    database.run("PRAGMA journal_mode = WAL");
+    Transaction transaction(database);
+    database.run(SCHEMA);
+    database.change("INSERT INTO state VALUES(?, 0, 1, 0, 0, 0, 0, '0', 0)", static_cast<int>(antennaMode));
+    Settings settings(database);
+    for (int i = 1; i <= application::FAVOURITE_LISTS; ++i) {
+        settings.setFavouriteName(i, fmt::format("Favourites {}", i));
     }
     transaction.commit();
 }
 
 }  // namespace
 
+bool operator==(const TvMode& one, const TvMode& other) {
+    return one.antenna == other.antenna && one.service == other.service;
+}
+
+bool operator==(const Category& one, const Category& other) {
+    return one.kind == other.kind && one.param == other.param && one.sort == other.sort;
+}
+
 bool operator==(const Viewing& one, const Viewing& other) {
-    const auto tied = [](const Viewing& v) {
-        return std::tie(v.antennaMode, v.serviceMode, v.serviceId, v.source, v.category, v.categoryParam, v.sortMode);
-    };
-    return tied(one) == tied(other);
-}
-
-fs::path Tv::normalised(const fs::path& folder) {
-    const fs::path path = fs::absolute(folder).lexically_normal();
-    return path.has_filename() ? path : path.parent_path();
-}
-
-fs::path Tv::defaultHome() {
-    if (const std::string home = environment("HALCYON_TV_HOME"); !home.empty()) {
-        return normalised(home);
-    }
-    if (const fs::path state = environment("XDG_STATE_HOME"); state.is_absolute()) {
-        return state / "halcyon-tv";
-    }
-    if (const fs::path user = environment("HOME"); user.is_absolute()) {
-        return user / ".local/state/halcyon-tv";
-    }
-    throw Error("no folder for the TV; set HALCYON_TV_HOME or HOME, or give --home to halcyon-tv");
-}
-
-fs::path Tv::defaultCloud(const fs::path& home) {
-    if (const std::string cloud = environment("HALCYON_CLOUD"); !cloud.empty()) {
-        return normalised(cloud);
-    }
-    return home.parent_path() / "cloud";
+    return one.mode == other.mode && one.serviceId == other.serviceId && one.source == other.source &&
+           one.category == other.category;
 }
 
 void Tv::create(const fs::path& home, const ChannelList& list, const std::string& serial) {
-    fs::create_directories(home.parent_path());
     const ScratchFolder scratch(home.parent_path());
     const fs::path built = scratch / "tv";
-    fs::create_directory(built);
+    makeFolders(built);
     ServiceDb(built / "service-db")
         .create(list, fmt::format("set={}\nservice=http://set-{}.invalid/live\n", serial, serial));
     IssDb(built / "iss.db").create({{"set", serial}, {"layout", "list"}, {"last_group", "0"}});
@@ -139,109 +110,88 @@ void Tv::create(const fs::path& home, const ChannelList& list, const std::string
     }
 }
 
-Tv::Tv(const fs::path& home)
+Tv::Tv(const fs::path& home, Database::Access access)
     : m_home(home),
-      m_database(openExisting(home)),
+      m_database(openExisting(home, access)),
+      m_settings(m_database),
+      m_faults(m_database),
+      m_runs(m_database),
       m_serviceDb(home / "service-db"),
       m_issDb(home / "iss.db"),
       m_ciModule(home / "ci") {}
 
-Viewing Tv::viewing() {
-    SQLite::Statement query(m_database, "SELECT * FROM state");
-    query.executeStep();
-    Viewing viewing;
-    viewing.antennaMode = query.getColumn(0);
-    viewing.serviceMode = query.getColumn(1);
-    viewing.serviceId = static_cast<std::uint64_t>(query.getColumn(2).getInt64());
-    viewing.source = query.getColumn(3);
-    viewing.category = query.getColumn(4);
-    viewing.categoryParam = static_cast<std::uint64_t>(query.getColumn(5).getInt64());
-    viewing.sortMode = query.getColumn(6);
-    return viewing;
+Viewing Tv::viewing() const {
+    Statement query(m_database,
+                    "SELECT antenna_mode, service_mode, service_id, source, category, category_param, sort_mode "
+                    "FROM state");
+    query.next();
+    const auto code = [&](int column) { return static_cast<int>(query.integer(column)); };
+    return {{static_cast<AntennaMode>(code(0)), static_cast<ServiceMode>(code(1))},
+            static_cast<std::uint64_t>(query.integer(2)),
+            static_cast<Source>(code(3)),
+            {static_cast<CategoryKind>(code(4)), static_cast<std::uint64_t>(query.integer(5)),
+             static_cast<SortMode>(code(6))}};
 }
 
 void Tv::changeViewing(const std::function<void(Viewing&)>& change) {
-    SQLite::Transaction transaction(m_database, SQLite::TransactionBehavior::IMMEDIATE);
+    Transaction transaction(m_database);
     Viewing viewing = this->viewing();
     change(viewing);
-    SQLite::Statement update(m_database,
-                             "UPDATE state SET antenna_mode = ?, service_mode = ?, service_id = ?, source = ?, "
-                             "category = ?, category_param = ?, sort_mode = ?");
-    SQLite::bind(update, viewing.antennaMode, viewing.serviceMode, static_cast<std::int64_t>(viewing.serviceId),
-                 viewing.source, viewing.category, static_cast<std::int64_t>(viewing.categoryParam), viewing.sortMode);
-    update.exec();
+    m_database.change(
+        "UPDATE state SET antenna_mode = ?, service_mode = ?, service_id = ?, source = ?, category = ?, "
+        "category_param = ?, sort_mode = ?",
+        static_cast<int>(viewing.mode.antenna), static_cast<int>(viewing.mode.service), viewing.serviceId,
+        static_cast<int>(viewing.source), static_cast<int>(viewing.category.kind), viewing.category.param,
+        static_cast<int>(viewing.category.sort));
     transaction.commit();
 }
 
-bool Tv::hasMode(int antennaMode, int serviceMode) const {
-    return antennaMode >= 0 && antennaMode <= 2 && serviceMode >= 0 && serviceMode <= 2;
+bool Tv::has(const TvMode& mode) const {
+    return isKnown(mode.antenna) && isKnown(mode.service);
 }
 
-bool Tv::hasSource(int source) const {
-    return source >= 0 && source <= 4;
+bool Tv::has(Source source) const {
+    return isKnown(source);
 }
 
-bool Tv::hasCategory(int category, std::uint64_t param, int sortMode) const {
-    if (sortMode < 0 || sortMode > 2) {
+bool Tv::has(const Category& category) const {
+    if (!isKnown(category.sort)) {
         return false;
     }
-    switch (category) {
-        case 0:
-            return param == 0;
-        case 1:
-            return param >= 1 && param <= FAVOURITE_LISTS;
-        case 2:
-            return param >= 1 && param <= m_serviceDb.groupCount();
+    switch (category.kind) {
+        case CategoryKind::All:
+            return category.param == 0;
+        case CategoryKind::FavouriteList:
+            return category.param >= 1 && category.param <= application::FAVOURITE_LISTS;
+        case CategoryKind::Group:
+            return category.param >= 1 && category.param <= m_serviceDb.counts().groups;
         default:
             return false;
     }
 }
 
-std::set<int> Tv::antenna() {
-    std::istringstream text(m_database.execAndGet("SELECT antenna FROM state").getString());
+std::set<int> Tv::antenna() const {
+    Statement query(m_database, "SELECT antenna FROM state");
+    query.next();
     std::set<int> statuses;
-    for (std::string status; std::getline(text, status, ',');) {
-        statuses.insert(std::stoi(status));
+    for (const std::string& status : split(query.text(0), ',')) {
+        if (const std::optional<int> code = toNumber<int>(status)) {
+            statuses.insert(*code);
+        }
     }
     return statuses;
 }
 
 void Tv::setAntenna(const std::set<int>& statuses) {
-    SQLite::Statement update(m_database, "UPDATE state SET antenna = ?");
-    update.bind(1, fmt::format("{}", fmt::join(statuses, ",")));
-    update.exec();
+    m_database.change("UPDATE state SET antenna = ?", fmt::format("{}", fmt::join(statuses, ",")));
 }
 
-bool Tv::isScanning() {
-    return m_database.execAndGet("SELECT scanning FROM state").getInt() != 0;
+bool Tv::isScanning() const {
+    return m_database.integer("SELECT scanning FROM state").value_or(0) != 0;
 }
 
 void Tv::setScanning(bool scanning) {
-    SQLite::Statement update(m_database, "UPDATE state SET scanning = ?");
-    update.bind(1, scanning ? 1 : 0);
-    update.exec();
-}
-
-std::optional<std::string> Tv::setting(const std::string& key, const std::string& type) {
-    SQLite::Statement query(m_database, "SELECT value FROM settings WHERE key = ? AND type = ?");
-    SQLite::bind(query, key, type);
-    if (!query.executeStep()) {
-        return std::nullopt;
-    }
-    return query.getColumn(0).getString();
-}
-
-bool Tv::setSetting(const std::string& key, const std::string& type, const std::string& value) {
-    SQLite::Statement upsert(
-        m_database,
-        "INSERT INTO settings VALUES(?, ?, ?) ON CONFLICT(key) DO UPDATE SET value = excluded.value "
-        "WHERE type = excluded.type");
-    SQLite::bind(upsert, key, type, value);
-    return upsert.exec() == 1;
-}
-
-std::string Tv::favouriteKey(int list) {
-    return fmt::format("db/menu/broadcasting/channel_manager/favname{}", list);
+    m_database.change("UPDATE state SET scanning = ?", scanning ? 1 : 0);
 }
 
 }  // namespace sim

@@ -1,9 +1,7 @@
 #include "tests/support/TestTv.h"
 
-#include <SQLiteCpp/SQLiteCpp.h>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,7 +10,9 @@
 #include <fstream>
 #include <iterator>
 
+#include "simulator/base/Process.h"
 #include "simulator/platform/Device.h"
+#include "simulator/tv/Application.h"
 #include "simulator/tv/ChannelList.h"
 
 namespace fs = std::filesystem;
@@ -73,31 +73,6 @@ std::vector<std::string> messagesOf(const std::vector<sim::LogRecord>& log) {
     return messages;
 }
 
-int spawn(const std::vector<std::string>& words, const std::vector<std::string>& settings, const fs::path& errors) {
-    std::vector<std::string> environment = settings;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        environment.emplace_back(*entry);
-    }
-    const auto pointers = [](const std::vector<std::string>& texts) {
-        std::vector<char*> result;
-        result.reserve(texts.size() + 1);
-        for (const std::string& text : texts) {
-            result.push_back(const_cast<char*>(text.c_str()));
-        }
-        result.push_back(nullptr);
-        return result;
-    };
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    pid_t pid = 0;
-    const int error = posix_spawn(&pid, words.front().c_str(), &actions, nullptr, pointers(words).data(),
-                                  pointers(environment).data());
-    posix_spawn_file_actions_destroy(&actions);
-    EXPECT_EQ(error, 0) << words.front();
-    return pid;
-}
-
 template <typename Items, typename Name>
 std::vector<std::string> between(const Items& items, const std::string& from, const std::string& to, Name name) {
     std::vector<std::string> result;
@@ -131,6 +106,10 @@ std::vector<std::string> tree(const fs::path& folder) {
     return paths;
 }
 
+bool Outcome::succeeded() const {
+    return sim::application::succeeded(*this);
+}
+
 bool Outcome::says(const std::string& line) const {
     return std::find(log.begin(), log.end(), line) != log.end();
 }
@@ -161,28 +140,29 @@ TestTv::TestTv(const fs::path& folder, const std::string& name, const std::strin
 Outcome TestTv::launch(const std::vector<std::string>& arguments) {
     std::vector<std::string> words = {HALCYON_LINEUP};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    sim::Tv tv = open();
-    const std::int64_t before = sim::newestRun(tv.database());
-    const int pid = spawn(words, {"HALCYON_TV_HOME=" + home.string(), "HALCYON_CLOUD=" + cloud.string()},
-                          home.parent_path() / "stderr");
+    sim::Tv tv(home);
+    const std::int64_t before = tv.runs().newest();
+    const fs::path errors = home.parent_path() / "stderr";
+    const int descriptor = ::open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const sim::Process process({words, {{"HALCYON_TV_HOME", home}, {"HALCYON_CLOUD", cloud}}, -1, descriptor});
+    ::close(descriptor);
     Outcome outcome;
-    EXPECT_EQ(::waitpid(pid, &outcome.exitStatus, 0), pid);
-    const std::optional<sim::Run> run = sim::closeRun(tv.database(), before, pid, "ended");
+    outcome.exitStatus = process.wait();
+    const std::optional<sim::Run> run = tv.runs().close(before, process.id(), "ended");
     if (!run) {
-        ADD_FAILURE() << "no run began: " << readFile(home.parent_path() / "stderr");
+        ADD_FAILURE() << "no run began: " << readFile(errors);
         return outcome;
     }
-    outcome.run = *run;
-    const bool isCrash = run->ended == sim::Ended::CRASHED;
-    EXPECT_EQ(WIFSIGNALED(outcome.exitStatus), isCrash) << readFile(home.parent_path() / "stderr");
-    EXPECT_TRUE(isCrash || run->ended == sim::Ended::REFUSED || outcome.exitStatus == 0)
-        << readFile(home.parent_path() / "stderr");
-    const std::vector<sim::LogRecord> log = sim::listLog(tv.database(), run->id);
+    static_cast<sim::Run&>(outcome) = *run;
+    const bool isCrash = run->ended == sim::RunEnd::Crashed;
+    EXPECT_EQ(WIFSIGNALED(outcome.exitStatus), isCrash) << readFile(errors);
+    EXPECT_TRUE(isCrash || run->ended == sim::RunEnd::Refused || outcome.exitStatus == 0) << readFile(errors);
+    const std::vector<sim::LogRecord> log = tv.runs().log(run->id);
     expectTwins(log);
     for (const std::string& message : messagesOf(log)) {
         outcome.log.push_back(readable(message, *this));
     }
-    for (sim::CallRecord& call : outcome.calls = sim::listCalls(tv.database(), run->id)) {
+    for (sim::CallRecord& call : outcome.calls = tv.runs().calls(run->id)) {
         call.arguments = readable(call.arguments, *this);
     }
     return outcome;
@@ -193,28 +173,23 @@ void TestTv::fault(const std::string& call, const std::string& failure, int nth)
     rule.call = call;
     rule.failure = failure;
     rule.nth = nth;
-    sim::addFault(open().database(), rule);
+    sim::Tv(home).faults().add(rule);
 }
 
 void TestTv::clearFaults() {
-    sim::clearFaults(open().database());
+    sim::Tv(home).faults().clear();
 }
 
 int TestTv::faultsFired() {
     int fired = 0;
-    for (const sim::FaultRule& rule : sim::listFaults(open().database())) {
+    for (const sim::FaultRule& rule : sim::Tv(home).faults().list()) {
         fired += rule.fired;
     }
     return fired;
 }
 
-ChannelSetUp TestTv::setUp() {
-    sim::Tv tv = open();
-    ChannelSetUp result{tv.serviceDb().services(), tv.issDb().entries(), tv.ciModule().files(), {}};
-    for (int i = 1; i <= sim::FAVOURITE_LISTS; ++i) {
-        result.favourites.push_back(tv.setting(sim::Tv::favouriteKey(i), "string").value());
-    }
-    return result;
+sim::SetUp TestTv::setUp() const {
+    return sim::setUpOf(sim::Tv(home));
 }
 
 TwoTvs::TwoTvs()
@@ -225,14 +200,12 @@ TwoTvs::TwoTvs()
       b(folder.path(), "b", "Welcome:11361:HC23:S19.2E:22000:501=27:502:0:0:5001:1:5:0\n") {
     sim::Tv tv = a.open();
     tv.changeViewing([](sim::Viewing& viewing) {
-        viewing.serviceMode = 1;
+        viewing.mode.service = sim::ServiceMode::Television;
         viewing.serviceId = 2;
-        viewing.category = 2;
-        viewing.categoryParam = 2;
-        viewing.sortMode = 1;
+        viewing.category = {sim::CategoryKind::Group, 2, sim::SortMode::Name};
     });
-    tv.setSetting(sim::Tv::favouriteKey(1), "string", "Für Oma");
-    tv.setSetting(sim::Tv::favouriteKey(5), "string", "");
+    tv.settings().setFavouriteName(1, "Für Oma");
+    tv.settings().setFavouriteName(5, "");
 }
 
 fs::path TwoTvs::storedBackup(const std::string& id) const {
@@ -240,8 +213,8 @@ fs::path TwoTvs::storedBackup(const std::string& id) const {
 }
 
 std::vector<std::string> messages() {
-    SQLite::Database& database = sim::Device::current().tv.database();
-    return messagesOf(sim::listLog(database, sim::newestRun(database)));
+    const sim::Runs& runs = sim::Device::current().tv.runs();
+    return messagesOf(runs.log(runs.newest()));
 }
 
 InProcess::InProcess() : tv(folder.path(), "tv", "Welcome:11361:HC23:S19.2E:22000:501=27:502:0:0:5001:1:5:0\n") {
@@ -255,8 +228,8 @@ InProcess::~InProcess() {
 }
 
 std::vector<std::string> InProcess::log() {
-    SQLite::Database& database = sim::Device::current().tv.database();
-    const std::vector<sim::LogRecord> records = sim::listLog(database, sim::newestRun(database));
+    const sim::Runs& runs = sim::Device::current().tv.runs();
+    const std::vector<sim::LogRecord> records = runs.log(runs.newest());
     expectTwins(records);
     std::vector<std::string> lines;
     for (std::size_t i = 0; i + 1 < records.size(); i += 2) {

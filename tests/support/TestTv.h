@@ -10,9 +10,7 @@
 #include <vector>
 
 #include "simulator/base/Files.h"
-#include "simulator/tv/Faults.h"
-#include "simulator/tv/RunRecord.h"
-#include "simulator/tv/ServiceDb.h"
+#include "simulator/reports/SetUp.h"
 #include "simulator/tv/Tv.h"
 
 namespace test {
@@ -30,12 +28,12 @@ std::vector<std::string> tree(const std::filesystem::path& folder);
 
 // What a run of the application left in its record. Log lines read "<priority> <message>"; folders of the TV read
 // {data}, {tmp} and {home} in them and in calls, and the unique name {name}.
-struct Outcome {
-    sim::Run run;
+struct Outcome : sim::Run {
     int exitStatus = 0;  // as waitpid() gives it
     std::vector<std::string> log;
     std::vector<sim::CallRecord> calls;
 
+    bool succeeded() const;
     bool says(const std::string& line) const;
     int count(const std::string& call) const;
 
@@ -44,18 +42,6 @@ struct Outcome {
 
     // The log from the first line `from` on, to the first line `to` after it.
     std::vector<std::string> logBetween(const std::string& from, const std::string& to) const;
-};
-
-// What a restore changes and a backup must not.
-struct ChannelSetUp {
-    std::vector<sim::ServiceDb::Row> services;
-    sim::IssDb::Entries iss;
-    sim::CiModule::Files ci;
-    std::vector<std::string> favourites;
-
-    bool operator==(const ChannelSetUp& other) const {
-        return services == other.services && iss == other.iss && ci == other.ci && favourites == other.favourites;
-    }
 };
 
 class TestTv {
@@ -73,7 +59,7 @@ public:
     // How often the rules have fired since they were last cleared.
     int faultsFired();
 
-    ChannelSetUp setUp();
+    sim::SetUp setUp() const;
     sim::Tv open() const { return sim::Tv(home); }
     std::vector<std::string> dataFiles() const { return tree(data); }
     std::vector<std::string> failureFiles() const { return tree(failures); }

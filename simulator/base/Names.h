@@ -1,0 +1,58 @@
+// Closed sets: enumerations whose values have names. A set says its names once, in a specialisation of NAMES; a code
+// from outside that is no value of its set stays representable, and is called "unknown".
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <string_view>
+#include <type_traits>
+
+namespace sim {
+
+template <typename Enum>
+struct Name {
+    Enum value;
+    std::string_view name;
+};
+
+// A std::array<Name<Enum>, N>.
+template <typename Enum>
+constexpr std::nullptr_t NAMES = nullptr;
+
+template <typename Enum>
+constexpr std::underlying_type_t<Enum> codeOf(Enum value) {
+    return static_cast<std::underlying_type_t<Enum>>(value);
+}
+
+template <typename Enum>
+bool isKnown(Enum value) {
+    for (const Name<Enum>& each : NAMES<Enum>) {
+        if (each.value == value) {
+            return true;
+        }
+    }
+    return false;
+}
+
+template <typename Enum>
+std::string_view nameOf(Enum value) {
+    for (const Name<Enum>& each : NAMES<Enum>) {
+        if (each.value == value) {
+            return each.name;
+        }
+    }
+    return "unknown";
+}
+
+template <typename Enum>
+std::optional<Enum> fromName(std::string_view name) {
+    for (const Name<Enum>& each : NAMES<Enum>) {
+        if (each.name == name) {
+            return each.value;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace sim

@@ -1,0 +1,75 @@
+// The commands on fault rules.
+#include <fmt/ranges.h>
+
+#include <memory>
+
+#include "simulator/base/Error.h"
+#include "simulator/cli/Command.h"
+#include "simulator/cli/Print.h"
+#include "simulator/tv/Tv.h"
+
+namespace cli {
+
+namespace {
+
+int add(const Place& place, const sim::FaultRule& rule) {
+    print("rule {}\n", sim::Tv(place.home).faults().add(rule));
+    return DONE;
+}
+
+int list(const Place& place) {
+    const sim::Tv tv(place.home, sim::Database::Access::Look);
+    for (const sim::FaultRule& rule : tv.faults().list()) {
+        const std::string limit = rule.times == 0 ? "for ever" : fmt::format("{} times", rule.times);
+        print("{:>4}  {} {}, from call {} of a run, {}; fired {} times\n", rule.id, rule.call, rule.failure, rule.nth,
+              limit, rule.fired);
+    }
+    return DONE;
+}
+
+int clear(const Place& place, std::int64_t rule) {
+    sim::Tv tv(place.home);
+    if (rule == 0) {
+        tv.faults().clear();
+    } else if (!tv.faults().remove(rule)) {
+        throw sim::Error(fmt::format("no rule {}; see: halcyon-tv fault list", rule));
+    }
+    return DONE;
+}
+
+int listCalls(const Place& /*place*/) {
+    for (const sim::PlatformCall* call : sim::platformCalls()) {
+        if (!call->failures.empty()) {
+            print("{:<46} {}\n", call->name, call->failures);
+        }
+    }
+    return DONE;
+}
+
+}  // namespace
+
+void addFaultCommands(CLI::App& app, Action& chosen) {
+    CLI::App* fault = app.add_subcommand("fault", "Make platform calls fail");
+    fault->require_subcommand(1);
+
+    const auto rule = std::make_shared<sim::FaultRule>();
+    CLI::App* adding =
+        addCommand(*fault, "add", "Add a rule", chosen, [rule](const Place& place) { return add(place, *rule); });
+    adding->add_option("call", rule->call, "the call, as 'fault calls' lists it")->required();
+    adding->add_option("failure", rule->failure, "its failure, such as result=6, null, throw, damage=truncate")
+        ->required();
+    adding->add_option("--nth", rule->nth, "the first call of a run that fails")->capture_default_str();
+    adding->add_option("--times", rule->times, "how often the rule fires, 0 for ever")->capture_default_str();
+
+    addCommand(*fault, "list", "List the rules and how often each fired", chosen, &list);
+
+    const auto id = std::make_shared<std::int64_t>(0);
+    addCommand(*fault, "clear", "Remove a rule, or all of them", chosen,
+               [id](const Place& place) { return clear(place, *id); })
+        ->add_option("rule", *id, "number of the rule (default: all)")
+        ->check(CLI::PositiveNumber);
+
+    addCommand(*fault, "calls", "List the calls that can fail, and how", chosen, &listCalls);
+}
+
+}  // namespace cli

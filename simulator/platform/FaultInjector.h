@@ -1,0 +1,38 @@
+// The fault rules as they bear on one run.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "simulator/tv/Faults.h"
+
+namespace sim {
+
+class FaultInjector {
+public:
+    struct Hit {
+        std::int64_t rule;
+        Failure failure;
+    };
+
+    explicit FaultInjector(Faults& faults) : m_faults(faults), m_rules(faults.list()) {}
+
+    // Counts a call, and gives the failure that it shall have.
+    std::optional<Hit> next(const PlatformCall& call);
+
+private:
+    Faults& m_faults;
+    std::vector<FaultRule> m_rules;
+    std::map<std::string_view, int> m_counts;
+};
+
+bool fails(const std::optional<FaultInjector::Hit>& hit, Failure::Kind kind);
+
+// Damages a file. Throws Error where that cannot be.
+void damageFile(const std::filesystem::path& file, Damage damage);
+
+}  // namespace sim

@@ -1,0 +1,24 @@
+// A channel set-up: what a backup carries and a restore brings back.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "simulator/tv/Tv.h"
+
+namespace sim {
+
+struct SetUp {
+    std::vector<Service> services;        // in the order of their numbers
+    std::vector<std::string> favourites;  // the lists' names
+    IssDb::Entries iss;
+    CiModule::Files ci;
+    Viewing viewing;
+};
+
+bool operator==(const SetUp& one, const SetUp& other);
+
+// The TV's own. Throws Error where a part cannot be read.
+SetUp setUpOf(const Tv& tv);
+
+}  // namespace sim

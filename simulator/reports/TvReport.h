@@ -1,0 +1,31 @@
+// How a TV stands.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "simulator/tv/Tv.h"
+
+namespace sim {
+
+struct TvReport {
+    std::string home;
+    ServiceDb::Counts counts;
+    Viewing viewing;
+    std::optional<Service> watching;  // nothing: the channel list has no such service
+    std::set<int> antenna;
+    bool isScanning = false;
+    std::vector<std::string> favourites;  // the lists' names
+    IssDb::Entries iss;
+    std::map<std::string, std::uint64_t> ciFiles;  // size in bytes by name
+    std::uint64_t ipServices = 0;                  // bytes
+};
+
+// Throws Error where a part cannot be read.
+TvReport reportOn(const Tv& tv);
+
+}  // namespace sim

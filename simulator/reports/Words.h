@@ -1,0 +1,16 @@
+// How a TV's codes read.
+#pragma once
+
+#include <string>
+
+#include "simulator/tv/Tv.h"
+
+namespace sim {
+
+// "satellite, all services (2/0)" and the like: the names, and the codes as `halcyon-tv set` takes them.
+std::string words(const TvMode& mode);
+std::string words(Source source);
+std::string words(const Category& category);
+std::string words(Response response);
+
+}  // namespace sim

@@ -1,0 +1,39 @@
+// What the simulator knows of the application that runs on the TV.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace sim {
+
+struct Run;
+
+namespace application {
+
+constexpr char NAME[] = "halcyon-lineup";
+
+// Its working folder, and the one that keeps the archives of failed operations, below the TV home.
+constexpr char DATA_FOLDER[] = "apps/com.kestrel.tv.halcyon-lineup/data";
+constexpr char FAILURE_FOLDER[] = "tmp/halcyon-lineup";
+
+// The extra value of a launch request that tells what to do, and whether it makes the run a restore.
+constexpr char OPERATION[] = "operation";
+bool isRestore(std::string_view operation);
+
+// The entries of a bundle: the channel database and the iss database as archives, the settings, and the CI module's
+// files below a folder.
+constexpr char SERVICE_DB_ENTRY[] = "ServiceDB.zip";
+constexpr char ISS_DB_ENTRY[] = "issDB.zip";
+constexpr char SETTINGS_ENTRY[] = "vconf.json";
+constexpr char CI_PREFIX[] = "ci/";
+
+// The settings that it carries: the names of the favourite lists, counted from 1.
+constexpr int FAVOURITE_LISTS = 5;
+std::string favouriteKey(int list);
+
+// The channel set-up is in the cloud, or back from it, and the application ended as it should.
+bool succeeded(const Run& run);
+
+}  // namespace application
+
+}  // namespace sim

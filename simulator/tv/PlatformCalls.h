@@ -1,0 +1,38 @@
+// The platform's calls and events as data. The journal, the fault rules and who sweeps faults take them from here.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sim {
+
+struct PlatformCall {
+    std::string_view name;
+    std::string_view failures;  // as fault rules write them, blanks between; of numbers, those worth a test
+
+    std::vector<std::string> failureList() const;
+};
+
+namespace calls {
+// How calls fail that report a status (0 is success), a number (above 0 is success) or an object; how files are damaged
+// that a call makes; and what can become of an event.
+#define STATUS "result=-1 throw"
+#define POSITIVE "result=0 result=-1 throw"
+#define POINTER "null throw"
+#define DAMAGE "damage=truncate damage=corrupt damage=empty damage=missing damage=dangling damage=unwritable"
+#define EVENT "null lost delay=60000"
+#define PLATFORM_CALL(identifier, name, failures) inline constexpr PlatformCall identifier{name, failures};
+#include "simulator/tv/PlatformCalls.inc"
+#undef PLATFORM_CALL
+#undef STATUS
+#undef POSITIVE
+#undef POINTER
+#undef DAMAGE
+#undef EVENT
+}  // namespace calls
+
+// All of them.
+const std::vector<const PlatformCall*>& platformCalls();
+
+}  // namespace sim

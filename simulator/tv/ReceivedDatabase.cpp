@@ -1,0 +1,100 @@
+#include "simulator/tv/ReceivedDatabase.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <set>
+
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+
+namespace fs = std::filesystem;
+
+namespace sim {
+
+namespace {
+
+// Far above what any TV's row needs.
+constexpr int MOST_BYTES_OF_A_ROW = 64 * 1024;
+constexpr int MOST_COLUMNS = 100;
+constexpr int MOST_STEPS_OF_A_STATEMENT = 10'000;
+
+// A byte of a plain table costs about a step, for checking and copying it; what takes more is no plain table.
+constexpr std::uint64_t STEPS_AT_LEAST = 2'000'000;
+constexpr std::uint64_t STEPS_A_BYTE = 4;
+constexpr int STEPS_BETWEEN_CHECKS = 1000;
+
+std::int64_t checksFor(std::uint64_t bytes) {
+    return static_cast<std::int64_t>((STEPS_AT_LEAST + STEPS_A_BYTE * bytes) / STEPS_BETWEEN_CHECKS);
+}
+
+// Called every STEPS_BETWEEN_CHECKS steps; non-zero interrupts.
+int spend(void* checksLeft) {
+    return --*static_cast<std::int64_t*>(checksLeft) < 0 ? 1 : 0;
+}
+
+void confine(sqlite3* database) {
+    sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+    sqlite3_limit(database, SQLITE_LIMIT_LENGTH, MOST_BYTES_OF_A_ROW);
+    sqlite3_limit(database, SQLITE_LIMIT_SQL_LENGTH, MOST_BYTES_OF_A_ROW);
+    sqlite3_limit(database, SQLITE_LIMIT_COLUMN, MOST_COLUMNS);
+    sqlite3_limit(database, SQLITE_LIMIT_VDBE_OP, MOST_STEPS_OF_A_STATEMENT);
+    sqlite3_limit(database, SQLITE_LIMIT_ATTACHED, 0);
+}
+
+std::string list(const std::vector<std::string>& columns) {
+    return fmt::format("\"{}\"", fmt::join(columns, "\", \""));
+}
+
+}  // namespace
+
+ReceivedDatabase::ReceivedDatabase(const fs::path& file)
+    : m_database(file, Database::Access::Look), m_checksLeft(checksFor(sizeOf(file))) {
+    confine(m_database.m_database.get());
+    sqlite3_progress_handler(m_database.m_database.get(), STEPS_BETWEEN_CHECKS, &spend, &m_checksLeft);
+    Statement check(m_database, "PRAGMA integrity_check(1)");
+    if (!check.next() || check.text(0) != "ok") {
+        throw Error(Error::Kind::Damaged, fmt::format("{}: {}", file.string(), check.text(0)));
+    }
+}
+
+std::uint64_t ReceivedDatabase::copy(const Table& table, Database& target) const {
+    requireReal(table);
+    Statement rows(m_database, fmt::format("SELECT {} FROM \"{}\" NOT INDEXED", list(table.columns), table.name));
+    const std::vector<std::string> parameters(table.columns.size(), "?");
+    Statement insert(target, fmt::format("INSERT INTO \"{}\"({}) VALUES({})", table.name, list(table.columns),
+                                         fmt::join(parameters, ", ")));
+    std::uint64_t count = 0;
+    for (; rows.next(); ++count) {
+        insert.reset();
+        for (int i = 0; i < static_cast<int>(table.columns.size()); ++i) {
+            sqlite3_bind_value(insert.m_statement.get(), i + 1, sqlite3_column_value(rows.m_statement.get(), i));
+        }
+        insert.run();
+    }
+    return count;
+}
+
+// Neither a view nor a virtual table, and none of the columns computed.
+void ReceivedDatabase::requireReal(const Table& table) const {
+    Statement real(m_database, "SELECT 1 FROM sqlite_schema WHERE type = 'table' AND name = ? AND rootpage > 0");
+    Statement columns(m_database, "SELECT name FROM pragma_table_xinfo(?) WHERE hidden = 0");
+    std::set<std::string> present;
+    bool isReal = real.bind(table.name).next();
+    for (columns.bind(table.name); isReal && columns.next();) {
+        present.insert(columns.text(0));
+    }
+    isReal = isReal && std::all_of(table.columns.begin(), table.columns.end(),
+                                   [&](const std::string& column) { return present.count(column) == 1; });
+    if (!isReal) {
+        throw Error(Error::Kind::Damaged, fmt::format("{}: no table {} with the columns {}", m_database.m_name,
+                                                      table.name, list(table.columns)));
+    }
+}
+
+}  // namespace sim

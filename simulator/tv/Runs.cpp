@@ -1,0 +1,122 @@
+#include "simulator/tv/Runs.h"
+
+#include <cerrno>
+#include <csignal>
+
+namespace sim {
+
+namespace {
+
+constexpr char COLUMNS[] =
+    "SELECT id, pid, started, operation, reply_requested, reply, response, reported, ended, detail FROM runs ";
+
+Run readRun(const Statement& query) {
+    Run run;
+    run.id = query.integer(0);
+    run.pid = static_cast<int>(query.integer(1));
+    run.started = query.text(2);
+    run.operation = query.text(3);
+    run.replyRequested = query.integer(4) != 0;
+    if (const std::optional<std::int64_t> reply = query.optionalInteger(5)) {
+        run.reply = static_cast<int>(*reply);
+    }
+    if (const std::optional<std::int64_t> response = query.optionalInteger(6)) {
+        run.response = static_cast<Response>(*response);
+    }
+    run.reported = query.text(7);
+    run.ended = fromName<RunEnd>(query.text(8)).value_or(RunEnd::Crashed);
+    run.detail = query.text(9);
+    return run;
+}
+
+}  // namespace
+
+std::vector<Run> Runs::list() const {
+    Statement query(m_database, std::string(COLUMNS) + "ORDER BY id");
+    std::vector<Run> runs;
+    while (query.next()) {
+        runs.push_back(readRun(query));
+    }
+    return runs;
+}
+
+std::optional<Run> Runs::find(std::int64_t id) const {
+    Statement query(m_database, std::string(COLUMNS) + "WHERE id = ?");
+    return query.bind(id).next() ? std::optional(readRun(query)) : std::nullopt;
+}
+
+std::int64_t Runs::newest() const {
+    return m_database.integer("SELECT coalesce(max(id), 0) FROM runs").value_or(0);
+}
+
+std::vector<CallRecord> Runs::calls(std::int64_t run) const {
+    Statement query(m_database, "SELECT seq, name, arguments, result, fault FROM calls WHERE run = ? ORDER BY seq");
+    std::vector<CallRecord> calls;
+    for (query.bind(run); query.next();) {
+        calls.push_back({static_cast<int>(query.integer(0)), query.text(1), query.text(2), query.text(3),
+                         query.optionalInteger(4)});
+    }
+    return calls;
+}
+
+std::vector<LogRecord> Runs::log(std::int64_t run) const {
+    Statement query(
+        m_database,
+        "SELECT seq, sink, priority, tag, file, function, line, message FROM log WHERE run = ? ORDER BY seq");
+    std::vector<LogRecord> records;
+    for (query.bind(run); query.next();) {
+        records.push_back({static_cast<int>(query.integer(0)), query.text(1), static_cast<int>(query.integer(2)),
+                           query.text(3), query.text(4), query.text(5), static_cast<int>(query.integer(6)),
+                           query.text(7)});
+    }
+    return records;
+}
+
+std::int64_t Runs::begin(int pid, const std::string& started) {
+    m_database.change("INSERT INTO runs(pid, started) VALUES(?, ?)", pid, started);
+    return m_database.lastRow();
+}
+
+void Runs::save(const Run& run) {
+    const std::optional<int> response = run.response ? std::optional(static_cast<int>(*run.response)) : std::nullopt;
+    m_database.change(
+        "UPDATE runs SET operation = ?, reply_requested = ?, reply = ?, response = ?, reported = ?, ended = ?, "
+        "detail = ? WHERE id = ?",
+        run.operation, run.replyRequested ? 1 : 0, run.reply, response, run.reported, nameOf(run.ended), run.detail,
+        run.id);
+}
+
+void Runs::add(std::int64_t run, const CallRecord& call) {
+    if (!m_addCall) {
+        m_addCall.emplace(m_database, "INSERT INTO calls VALUES(?, ?, ?, ?, ?, ?)");
+    }
+    m_addCall->bind(run, call.seq, call.name, call.arguments, call.result, call.fault).run();
+}
+
+void Runs::add(std::int64_t run, const LogRecord& log) {
+    if (!m_addLog) {
+        m_addLog.emplace(m_database, "INSERT INTO log VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    }
+    m_addLog->bind(run, log.seq, log.sink, log.priority, log.tag, log.file, log.function, log.line, log.message).run();
+}
+
+std::optional<Run> Runs::close(std::int64_t after, int pid, const std::string& detail) {
+    const std::optional<std::int64_t> id =
+        m_database.integer("SELECT id FROM runs WHERE id > ? AND pid = ?", after, pid);
+    if (!id) {
+        return std::nullopt;
+    }
+    m_database.change("UPDATE runs SET ended = ?, detail = ? WHERE id = ? AND ended = ?", nameOf(RunEnd::Crashed),
+                      detail, *id, nameOf(RunEnd::Running));
+    return find(*id);
+}
+
+void Runs::closeAbandoned() {
+    for (const Run& run : list()) {
+        if (run.ended == RunEnd::Running && ::kill(run.pid, 0) != 0 && errno == ESRCH) {
+            close(run.id - 1, run.pid, "its process is gone");
+        }
+    }
+}
+
+}  // namespace sim

@@ -1,0 +1,28 @@
+#include "simulator/tv/Settings.h"
+
+#include "simulator/tv/Application.h"
+#include "simulator/tv/Database.h"
+
+namespace sim {
+
+std::optional<std::string> Settings::get(const std::string& key, SettingType type) const {
+    Statement query(m_database, "SELECT value FROM settings WHERE key = ? AND type = ?");
+    return query.bind(key, nameOf(type)).next() ? std::optional(query.text(0)) : std::nullopt;
+}
+
+bool Settings::set(const std::string& key, SettingType type, const std::string& value) {
+    return m_database.change(
+               "INSERT INTO settings VALUES(?, ?, ?) ON CONFLICT(key) DO UPDATE SET value = excluded.value "
+               "WHERE type = excluded.type",
+               key, nameOf(type), value) == 1;
+}
+
+std::string Settings::favouriteName(int list) const {
+    return get(application::favouriteKey(list), SettingType::String).value_or("");
+}
+
+void Settings::setFavouriteName(int list, const std::string& name) {
+    set(application::favouriteKey(list), SettingType::String, name);
+}
+
+}  // namespace sim
