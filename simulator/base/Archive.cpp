@@ -10,6 +10,8 @@
 #include <memory>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+#include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 
 namespace fs = std::filesystem;
@@ -19,8 +21,6 @@ namespace sim {
 namespace {
 
 using Zip = std::unique_ptr<zip_t, decltype(&zip_discard)>;
-
-constexpr zip_int64_t MOST_BYTES = 64 << 20;  // far more than any TV's database
 
 // An error of the system's is that; any other is the archive's.
 Error::Kind kindOf(zip_error_t* error) {
@@ -51,6 +51,7 @@ Zip open(const fs::path& archive, int flags) {
 void writeArchive(const fs::path& archive, const std::vector<fs::path>& files) {
     Zip zip = open(archive, ZIP_CREATE | ZIP_TRUNCATE);
     for (const fs::path& file : files) {
+        limits::require(fmt::format("{}: bytes", file.string()), sizeOf(file), limits::ENTRY_BYTES);
         zip_source_t* source = zip_source_file(zip.get(), file.c_str(), 0, -1);
         if (source == nullptr ||
             zip_file_add(zip.get(), file.filename().c_str(), source, ZIP_FL_OVERWRITE | ZIP_FL_ENC_UTF_8) < 0) {
@@ -68,6 +69,8 @@ std::vector<ArchiveEntry> listArchive(const fs::path& archive) {
     const Zip zip = open(archive, ZIP_RDONLY);
     std::vector<ArchiveEntry> entries;
     const zip_int64_t count = zip_get_num_entries(zip.get(), 0);
+    limits::require(fmt::format("{}: entries", archive.string()), static_cast<std::uint64_t>(count),
+                    limits::ARCHIVE_ENTRIES);
     for (zip_int64_t i = 0; i < count; ++i) {
         zip_stat_t stat;
         if (zip_stat_index(zip.get(), static_cast<zip_uint64_t>(i), 0, &stat) != 0) {
@@ -92,14 +95,12 @@ bool extractEntry(const fs::path& archive, const std::string& name, const fs::pa
     std::ofstream file(target, std::ios::binary | std::ios::trunc);
     std::array<char, 65536> buffer;
     zip_int64_t count = 0;
-    zip_int64_t size = 0;
+    std::uint64_t size = 0;
     while ((count = zip_fread(entry.get(), buffer.data(), buffer.size())) > 0) {
         file.write(buffer.data(), count);
-        size += count;
-        if (size > MOST_BYTES) {
-            throw Error(Error::Kind::Damaged, fmt::format("{}: entry {} unpacks to more than {} bytes",
-                                                          archive.string(), inQuotes(name), MOST_BYTES));
-        }
+        size += static_cast<std::uint64_t>(count);
+        limits::require(fmt::format("{}: bytes that entry {} unpacks to", archive.string(), inQuotes(name)), size,
+                        limits::ENTRY_BYTES);
     }
     if (count < 0) {
         zip_error_t* error = zip_file_get_error(entry.get());

@@ -22,8 +22,8 @@ void writeArchive(const std::filesystem::path& archive, const std::vector<std::f
 std::vector<ArchiveEntry> listArchive(const std::filesystem::path& archive);
 
 // Unpacks the one entry `name` into the file `target`, checksum checked. Other entries are not looked at, so that no
-// name in the archive decides where something is written, and an entry that unpacks to more than 64 MiB is refused.
-// False: there is no such entry.
+// name in the archive decides where something is written, and an entry that unpacks to more than limits::ENTRY_BYTES is
+// refused. False: there is no such entry.
 bool extractEntry(const std::filesystem::path& archive, const std::string& name, const std::filesystem::path& target);
 
 }  // namespace sim

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <linux/fs.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -146,6 +147,13 @@ void makeFolders(const fs::path& folder) {
     std::error_code error;
     fs::create_directories(folder, error);
     check("cannot make the folder", folder, error);
+}
+
+void makePrivateFolder(const fs::path& folder) {
+    makeFolders(folder.parent_path());
+    if (::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+        fail("cannot make the folder", folder, errno);
+    }
 }
 
 void writeFile(const fs::path& path, const std::string& text) {

@@ -25,6 +25,10 @@ std::vector<std::filesystem::path> membersOf(const std::filesystem::path& folder
 // Makes a folder and those above it that are missing.
 void makeFolders(const std::filesystem::path& folder);
 
+// Makes a folder that nobody else can read or write, and those above it that are missing. One that is there stays as it
+// is.
+void makePrivateFolder(const std::filesystem::path& folder);
+
 // Writes a file and waits until it is on the disk. Not atomic by itself: for files that are still beside their place.
 void writeFile(const std::filesystem::path& path, const std::string& text);
 

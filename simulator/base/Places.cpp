@@ -9,14 +9,10 @@ namespace fs = std::filesystem;
 
 namespace sim {
 
-namespace {
-
 std::string environment(const char* name) {
     const char* value = std::getenv(name);
     return value != nullptr ? value : "";
 }
-
-}  // namespace
 
 fs::path normalised(const fs::path& folder) {
     const fs::path path = fs::absolute(folder).lexically_normal();
@@ -24,7 +20,7 @@ fs::path normalised(const fs::path& folder) {
 }
 
 fs::path defaultHome() {
-    if (const std::string home = environment("HALCYON_TV_HOME"); !home.empty()) {
+    if (const std::string home = environment(HOME_VARIABLE); !home.empty()) {
         return normalised(home);
     }
     if (const fs::path state = environment("XDG_STATE_HOME"); state.is_absolute()) {
@@ -37,7 +33,7 @@ fs::path defaultHome() {
 }
 
 fs::path defaultCloud(const fs::path& home) {
-    if (const std::string cloud = environment("HALCYON_CLOUD"); !cloud.empty()) {
+    if (const std::string cloud = environment(CLOUD_VARIABLE); !cloud.empty()) {
         return normalised(cloud);
     }
     return home.parent_path() / "cloud";

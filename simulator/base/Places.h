@@ -2,14 +2,26 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 
 namespace sim {
+
+// How halcyon-tv tells the application what it cannot say on the command line, which is read after the TV is opened.
+constexpr char HOME_VARIABLE[] = "HALCYON_TV_HOME";
+constexpr char CLOUD_VARIABLE[] = "HALCYON_CLOUD";
+constexpr char LOCK_VARIABLE[] = "HALCYON_TV_LOCK";        // descriptor that holds the lock of the TV home
+constexpr char WAIT_VARIABLE[] = "HALCYON_TV_WAIT";        // seconds to wait for that lock
+constexpr char KEEP_VARIABLE[] = "HALCYON_TV_KEEP";        // how many runs' records stay
+constexpr char SANDBOX_VARIABLE[] = "HALCYON_TV_SANDBOX";  // "off": the application is not confined
 
 // A folder's path, absolute and without a '/' at its end.
 std::filesystem::path normalised(const std::filesystem::path& folder);
 
 // $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv, else ~/.local/state/halcyon-tv. Throws Error without any of them.
 std::filesystem::path defaultHome();
+
+// The value of an environment variable; empty where there is none.
+std::string environment(const char* name);
 
 // $HALCYON_CLOUD, else the folder "cloud" beside the TV.
 std::filesystem::path defaultCloud(const std::filesystem::path& home);

@@ -52,6 +52,9 @@ public:
         if (launch.errors >= 0) {
             posix_spawn_file_actions_adddup2(&actions, launch.errors, STDERR_FILENO);
         }
+        for (const int descriptor : launch.handedDown) {
+            posix_spawn_file_actions_adddup2(&actions, descriptor, descriptor);
+        }
         posix_spawnattr_init(&attributes);
         sigset_t signals;
         sigemptyset(&signals);

@@ -16,6 +16,7 @@ constexpr int DONE = 0;
 constexpr int FAILED = 1;  // the run did not succeed; the TVs differ
 constexpr int USAGE = 2;
 constexpr int UNUSABLE = 3;  // a file, folder or value that cannot be used
+constexpr int BUSY = 8;      // another run is under way on the TV, or somebody holds its database
 
 // Where a command works.
 struct Place {

@@ -1,4 +1,5 @@
 // The commands that launch the application and show what became of it.
+#include <fmt/ranges.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -6,11 +7,15 @@
 #include <memory>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/FolderLock.h"
+#include "simulator/base/Limits.h"
+#include "simulator/base/Places.h"
 #include "simulator/base/Process.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
 #include "simulator/cloud/CloudStore.h"
 #include "simulator/reports/RunReport.h"
+#include "simulator/reports/TvReport.h"
 #include "simulator/tv/Application.h"
 #include "simulator/tv/Tv.h"
 
@@ -26,6 +31,9 @@ struct RunOptions {
     bool noReply = false;
     bool realtime = false;
     bool quiet = false;
+    bool noSandbox = false;
+    int wait = 0;  // seconds
+    int keep = sim::limits::RUNS_KEPT;
 };
 
 // The application beside this program.
@@ -39,7 +47,7 @@ fs::path applicationPath() {
     return path;
 }
 
-sim::Launch launchOf(const Place& place, const RunOptions& options) {
+sim::Launch launchOf(const Place& place, const RunOptions& options, const sim::FolderLock& lock) {
     sim::Launch launch;
     launch.words = {applicationPath(), "--caller", "halcyon-tv"};
     if (!options.noReply) {
@@ -53,7 +61,12 @@ sim::Launch launchOf(const Place& place, const RunOptions& options) {
     }
     launch.words.emplace_back("--");  // what follows is extra values, whatever it looks like
     launch.words.insert(launch.words.end(), options.extras.begin(), options.extras.end());
-    launch.environment = {{"HALCYON_TV_HOME", place.home}, {"HALCYON_CLOUD", place.cloud}};
+    launch.handedDown = {lock.descriptor()};
+    launch.environment = {{sim::HOME_VARIABLE, place.home},
+                          {sim::CLOUD_VARIABLE, place.cloud},
+                          {sim::LOCK_VARIABLE, std::to_string(lock.descriptor())},
+                          {sim::KEEP_VARIABLE, std::to_string(options.keep)},
+                          {sim::SANDBOX_VARIABLE, options.noSandbox ? "off" : "on"}};
     return launch;
 }
 
@@ -103,19 +116,55 @@ void requireBackup(const Place& place, const std::string& id) {
                      fmt::format("{} holds no backup {}; see: halcyon-tv cloud list", place.cloud, id));
 }
 
+// Files that a refused restore has left, and that a later one applies where its bundle has none of the name.
+void warnOfLeftovers(const sim::Tv& tv) {
+    const std::vector<std::string> leftovers = sim::leftoversOf(tv);
+    if (!leftovers.empty()) {
+        const std::string folder = sim::unpackFolderOf(tv);
+        print(stderr,
+              "An earlier run left {} in {}; a restore applies what its bundle does not have itself. To be rid of it: "
+              "rm -r '{}'\n",
+              fmt::format("{}", fmt::join(leftovers, ", ")), folder, folder);
+    }
+}
+
+// While it lives, the signals that would end this process go to another one, whose end is waited for.
+class Forwarding {
+public:
+    explicit Forwarding(int process) {
+        s_process = process;
+        struct sigaction action = {};
+        action.sa_handler = [](int signal) { ::kill(s_process, signal); };
+        for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
+            ::sigaction(signal, &action, nullptr);
+        }
+    }
+    ~Forwarding() {
+        for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
+            std::signal(signal, SIG_DFL);
+        }
+    }
+    Forwarding(const Forwarding&) = delete;
+    Forwarding& operator=(const Forwarding&) = delete;
+
+private:
+    static volatile std::sig_atomic_t s_process;
+};
+volatile std::sig_atomic_t Forwarding::s_process = 0;
+
 int run(const Place& place, const RunOptions& options) {
+    const sim::FolderLock lock = sim::lockTv(place.home, std::chrono::seconds(options.wait));
     sim::Tv tv(place.home);
+    warnOfLeftovers(tv);
     if (!options.backup.empty()) {
         requireBackup(place, options.backup);
     }
     const std::int64_t before = tv.runs().newest();
     const File log(options.quiet ? std::tmpfile() : nullptr, &std::fclose);
-    sim::Launch launch = launchOf(place, options);
+    sim::Launch launch = launchOf(place, options, lock);
     launch.errors = log ? ::fileno(log.get()) : -1;
-    // A key that interrupts the application must not keep its end from being recorded.
-    std::signal(SIGINT, SIG_IGN);
-    std::signal(SIGQUIT, SIG_IGN);
     const sim::Process application(launch);
+    const Forwarding forwarding(application.id());
     const std::string end = sim::describeEnd(application.wait());
     const std::optional<sim::Run> ended = tv.runs().close(before, application.id(), end);
     if (!ended) {
@@ -190,6 +239,12 @@ void addRunCommands(CLI::App& app, Action& chosen) {
     running->add_flag("--no-reply", options->noReply, "do not request a reply");
     running->add_flag("--realtime", options->realtime, "wait for responses as long as on a TV");
     running->add_flag("--quiet,-q", options->quiet, "without the log");
+    running->add_option("--wait", options->wait, "seconds to wait for a run that is under way on the TV")
+        ->check(CLI::NonNegativeNumber);
+    running->add_option("--keep", options->keep, "how many runs' records to keep, this one included")
+        ->capture_default_str()
+        ->check(CLI::PositiveNumber);
+    running->add_flag("--no-sandbox", options->noSandbox, "let the application write outside the TV and the cloud");
 
     const auto which = std::make_shared<RecordOptions>();
     CLI::App* recording = addCommand(app, "record", "Show the record of a run", chosen,

@@ -12,7 +12,30 @@ constexpr char FOOTER[] =
     "The TV is the folder --home, else $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv, else\n"
     "~/.local/state/halcyon-tv. The cloud is --cloud, else $HALCYON_CLOUD, else cloud/ beside the TV.\n"
     "Exit codes: 0 done; 1 the run did not succeed, or the TVs differ; 2 wrong usage; 3 a file, folder or value that\n"
-    "cannot be used.";
+    "cannot be used; 8 the TV is busy.";
+
+// A message of several lines keeps them.
+void printError(std::string_view message) {
+    const char* prefix = "halcyon-tv: ";
+    for (const std::string& line : sim::split(message, '\n')) {
+        cli::print(stderr, "{}{}\n", prefix, line);
+        prefix = "";
+    }
+}
+
+int codeFor(const sim::Error& error) {
+    switch (error.kind()) {
+        case sim::Error::Kind::Full:
+            printError(fmt::format("{}; make room on the disk that it is on", error.what()));
+            return cli::UNUSABLE;
+        case sim::Error::Kind::Locked:
+            printError(error.what());
+            return cli::BUSY;
+        default:
+            printError(error.what());
+            return cli::UNUSABLE;
+    }
+}
 
 int dispatch(int argc, char** argv) {
     CLI::App app("A simulated TV for halcyon-lineup.");
@@ -30,21 +53,16 @@ int dispatch(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? cli::DONE : cli::USAGE;
+        if (error.get_exit_code() == 0) {
+            return app.exit(error);
+        }
+        printError(std::string(error.what()) + "\nRun with --help for more information.");
+        return cli::USAGE;
     }
     cli::Place place;
     place.home = home.empty() ? sim::defaultHome() : sim::normalised(home);
     place.cloud = cloud.empty() ? sim::defaultCloud(place.home) : sim::normalised(cloud);
     return chosen(place);
-}
-
-// A message of several lines keeps them.
-void printError(std::string_view message) {
-    const char* prefix = "halcyon-tv: ";
-    for (const std::string& line : sim::split(message, '\n')) {
-        cli::print(stderr, "{}{}\n", prefix, line);
-        prefix = "";
-    }
 }
 
 }  // namespace
@@ -56,6 +74,8 @@ int main(int argc, char** argv) {
             throw sim::Error("cannot write to standard output; nothing else is wrong");
         }
         return code;
+    } catch (const sim::Error& error) {
+        return codeFor(error);
     } catch (const std::exception& error) {
         printError(error.what());
         return cli::UNUSABLE;

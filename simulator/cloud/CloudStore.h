@@ -32,6 +32,9 @@ public:
     // Where it is, as a person says it.
     virtual std::string place() const = 0;
 
+    // The folders of this machine that it writes to. They are made where they are missing.
+    virtual std::vector<std::filesystem::path> makeLocalFolders() const = 0;
+
     // Takes a copy of the bundle and the metadata. Gives the new backup's id.
     virtual std::string put(const std::string& clientId, const std::string& category, const std::string& metadata,
                             const std::filesystem::path& bundle) = 0;

@@ -80,8 +80,14 @@ std::unique_ptr<CloudStore> openCloud(const std::string& place) {
     return std::make_unique<FolderStore>(place);
 }
 
+std::vector<fs::path> FolderStore::makeLocalFolders() const {
+    makePrivateFolder(m_folder);
+    return {m_folder};
+}
+
 std::string FolderStore::put(const std::string& clientId, const std::string& category, const std::string& metadata,
                              const fs::path& bundle) {
+    makePrivateFolder(m_folder);
     const fs::path parent = m_folder / clientId / category;
     const ScratchFolder scratch(parent);
     const fs::path built = scratch / "backup";

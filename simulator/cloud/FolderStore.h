@@ -16,6 +16,7 @@ public:
     explicit FolderStore(std::filesystem::path folder) : m_folder(std::move(folder)) {}
 
     std::string place() const override { return m_folder; }
+    std::vector<std::filesystem::path> makeLocalFolders() const override;
     std::string put(const std::string& clientId, const std::string& category, const std::string& metadata,
                     const std::filesystem::path& bundle) override;
     std::optional<StoredBackup> find(const std::string& clientId, const std::string& category,

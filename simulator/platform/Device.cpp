@@ -13,6 +13,8 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Places.h"
+#include "simulator/base/Sandbox.h"
+#include "simulator/base/Text.h"
 
 namespace sim {
 
@@ -46,11 +48,23 @@ std::string currentExceptionType() {
         detail += fmt::format(": {}", exception.what());
     } catch (...) {
     }
-    std::fprintf(stderr, "halcyon-lineup crashed: %s\n", detail.c_str());
+    std::fprintf(stderr, "halcyon-lineup crashed: %s\n", shown(detail).c_str());
     if (slot()) {
         slot()->record.ended(RunEnd::Crashed, detail);
     }
     std::abort();
+}
+
+bool isConfinedWhenOpened = false;
+
+// Nothing where whoever launched this process holds the lock.
+FolderLock lockHome(const std::filesystem::path& home) {
+    const std::optional<int> handedDown = toNumber<int>(environment(LOCK_VARIABLE));
+    if (handedDown && FolderLock::isOf(home, *handedDown)) {
+        return {};
+    }
+    const std::chrono::seconds patience(toNumber<int>(environment(WAIT_VARIABLE)).value_or(0));
+    return lockTv(home, patience);
 }
 
 void cutPowerWhereRuled() {
@@ -63,19 +77,48 @@ void cutPowerWhereRuled() {
 }  // namespace
 
 Device::Device(const std::filesystem::path& home)
-    : tv(home), cloud(openCloud(defaultCloud(home))), record(tv.runs()), faults(tv.faults()) {
+    : lock(lockHome(home)), tv(home), cloud(openCloud(defaultCloud(home))), record(tv.runs()), faults(tv.faults()) {
+    if (isConfinedWhenOpened) {
+        confine();
+    }
     onDiskStep(&cutPowerWhereRuled);
     std::set_terminate(&recordCrash);
-    std::signal(SIGPIPE, SIG_IGN);  // a reader of the log that goes away does not end the application
+    // Neither a reader of the log that goes away nor a limit on the size of files ends the application.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+Device::~Device() {
+    if (record.dropped() > 0) {
+        std::fprintf(stderr, "halcyon-lineup: %d records of this run could not be written: %s\n", record.dropped(),
+                     shown(record.reason()).c_str());
+    }
+}
+
+void Device::confine() const {
+    if (environment(SANDBOX_VARIABLE) == "off") {
+        return;
+    }
+    std::vector<std::filesystem::path> folders = cloud->makeLocalFolders();
+    folders.push_back(tv.home());
+    if (!confineWritingTo(folders)) {
+        std::fprintf(stderr,
+                     "halcyon-lineup: this kernel cannot confine a process (Landlock): names in a bundle may lead out "
+                     "of the TV\n");
+    }
+}
+
+void Device::confineWhenOpened() {
+    isConfinedWhenOpened = true;
 }
 
 Device& Device::current() {
     if (!slot()) {
         try {
             slot().reset(new Device(defaultHome()));
-        } catch (const std::exception& error) {
-            std::fprintf(stderr, "halcyon-lineup: %s\n", error.what());
-            std::_Exit(EXIT_NO_TV);
+        } catch (const Error& error) {
+            std::fprintf(stderr, "halcyon-lineup: %s\n", shown(error.what()).c_str());
+            std::_Exit(error.kind() == Error::Kind::Locked ? EXIT_BUSY : EXIT_NO_TV);
         }
     }
     return *slot();

@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 
+#include "simulator/base/FolderLock.h"
 #include "simulator/cloud/CloudStore.h"
 #include "simulator/platform/EventLoop.h"
 #include "simulator/platform/FaultInjector.h"
@@ -16,15 +17,22 @@ namespace sim {
 
 class Device {
 public:
-    // The process's device, opened at the first use, which may be before main(). Where there is no TV, that use ends
-    // the process with a message and EXIT_NO_TV.
+    // The process's device, opened at the first use, which may be before main(). Where there is no TV, or another run
+    // is under way on it, that use ends the process with a message and EXIT_NO_TV or EXIT_BUSY.
     static Device& current();
+
+    // Lets the process confine itself when the device is opened.
+    static void confineWhenOpened();
 
     // Closes it: the next use opens anew, and begins a new run.
     static void close();
 
     static constexpr int EXIT_NO_TV = 3;
+    static constexpr int EXIT_BUSY = 8;
 
+    ~Device();
+
+    FolderLock lock;  // of the TV home; holds nothing where who launched this process has it
     Tv tv;
     std::unique_ptr<CloudStore> cloud;
     Recorder record;
@@ -37,6 +45,8 @@ public:
 
 private:
     explicit Device(const std::filesystem::path& home);
+
+    void confine() const;
 };
 
 }  // namespace sim

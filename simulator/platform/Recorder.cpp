@@ -4,11 +4,23 @@
 
 #include "simulator/base/Clock.h"
 #include "simulator/base/Error.h"
+#include "simulator/base/Limits.h"
+#include "simulator/base/Places.h"
+#include "simulator/base/Text.h"
 
 namespace sim {
 
+namespace {
+
+int keptRuns() {
+    return toNumber<int>(environment(KEEP_VARIABLE)).value_or(limits::RUNS_KEPT);
+}
+
+}  // namespace
+
 Recorder::Recorder(Runs& runs) : m_runs(runs) {
     m_run.id = m_runs.begin(static_cast<int>(::getpid()), utcNow());
+    attempt([&] { m_runs.keep(keptRuns()); });
 }
 
 void Recorder::launched(const std::string& operation, bool replyRequested) {
@@ -40,15 +52,20 @@ void Recorder::ended(RunEnd end, const std::string& detail) {
 
 void Recorder::call(std::string_view name, const std::string& arguments, const std::string& result,
                     const std::optional<std::int64_t>& fault) {
-    attempt([&] { m_runs.add(m_run.id, CallRecord{++m_seq, std::string(name), arguments, result, fault}); });
+    attempt([&] {
+        m_runs.add(m_run.id,
+                   CallRecord{++m_seq, std::string(name), limits::cut(arguments), limits::cut(result), fault});
+    });
 }
 
 void Recorder::systemLog(int priority, const std::string& tag, const std::string& text) {
-    attempt([&] { m_runs.add(m_run.id, LogRecord{++m_seq, "system", priority, tag, "", "", 0, text}); });
+    attempt([&] { m_runs.add(m_run.id, LogRecord{++m_seq, "system", priority, tag, "", "", 0, limits::cut(text)}); });
 }
 
 void Recorder::logger(const std::string& file, const std::string& function, int line, const std::string& message) {
-    attempt([&] { m_runs.add(m_run.id, LogRecord{++m_seq, "logger", 0, "", file, function, line, message}); });
+    attempt([&] {
+        m_runs.add(m_run.id, LogRecord{++m_seq, "logger", 0, "", file, function, line, limits::cut(message)});
+    });
 }
 
 void Recorder::save() {

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "simulator/base/Text.h"
 #include "simulator/platform/PlatformCall.h"
 #include "simulator/tv/Application.h"
 
@@ -77,7 +78,11 @@ std::optional<int> parse(int argc, char** argv, app_control_s& request, bool& pa
             request.extras[extra.substr(0, equals)] = extra.substr(equals + 1);
         }
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : USAGE_ERROR;
+        if (error.get_exit_code() == 0) {
+            return app.exit(error);
+        }
+        std::fprintf(stderr, "halcyon-lineup: %s; see: halcyon-lineup --help\n", sim::shown(error.what()).c_str());
+        return USAGE_ERROR;
     }
     device.loop.setRealtime(realtime);
     return std::nullopt;

@@ -13,6 +13,8 @@
 #include <string>
 #include <string_view>
 
+#include "simulator/base/Limits.h"
+#include "simulator/base/Text.h"
 #include "simulator/platform/Device.h"
 
 namespace {
@@ -57,7 +59,8 @@ std::string timeOfDay() {
 
 void print(int priority, const char* tag, std::string_view text) {
     const std::size_t end = text.find_last_not_of(" \n");
-    const std::string line = fmt::format("{} {}/{}: {}", timeOfDay(), letter(priority), tag, text.substr(0, end + 1));
+    const std::string line = fmt::format("{} {}/{}: {}", timeOfDay(), letter(priority), tag,
+                                         sim::shown(sim::limits::cut(text.substr(0, end + 1))));
     std::fprintf(stderr, "%s\n", coloured(priority, line).c_str());
 }
 

@@ -3,7 +3,26 @@
 #include "simulator/base/Files.h"
 #include "simulator/tv/Application.h"
 
+namespace fs = std::filesystem;
+
 namespace sim {
+
+fs::path unpackFolderOf(const Tv& tv) {
+    return tv.home() / application::DATA_FOLDER / application::UNPACK_FOLDER;
+}
+
+std::vector<std::string> leftoversOf(const Tv& tv) {
+    std::vector<std::string> leftovers;
+    const fs::path folder = unpackFolderOf(tv);
+    std::error_code error;
+    for (auto file = fs::recursive_directory_iterator(folder, error);
+         !error && file != fs::recursive_directory_iterator(); file.increment(error)) {
+        if (!file->is_directory(error)) {
+            leftovers.push_back(file->path().lexically_relative(folder));
+        }
+    }
+    return leftovers;
+}
 
 TvReport reportOn(const Tv& tv) {
     TvReport report;
@@ -18,7 +37,7 @@ TvReport reportOn(const Tv& tv) {
     }
     report.iss = tv.issDb().entries();
     for (const std::string& path : tv.ciModule().paths()) {
-        report.ciFiles.emplace(std::filesystem::path(path).filename(), sizeOf(path));
+        report.ciFiles.emplace(fs::path(path).filename(), sizeOf(path));
     }
     report.ipServices = tv.serviceDb().ipServices().size();
     return report;

@@ -25,6 +25,10 @@ struct TvReport {
     std::uint64_t ipServices = 0;                  // bytes
 };
 
+// Where a restore unpacks its bundle, and what is there between runs: paths below it.
+std::filesystem::path unpackFolderOf(const Tv& tv);
+std::vector<std::string> leftoversOf(const Tv& tv);
+
 // Throws Error where a part cannot be read.
 TvReport reportOn(const Tv& tv);
 

@@ -14,6 +14,7 @@ constexpr char NAME[] = "halcyon-lineup";
 
 // Its working folder, and the one that keeps the archives of failed operations, below the TV home.
 constexpr char DATA_FOLDER[] = "apps/com.kestrel.tv.halcyon-lineup/data";
+constexpr char UNPACK_FOLDER[] = "temp";  // below the working folder
 constexpr char FAILURE_FOLDER[] = "tmp/halcyon-lineup";
 
 // The extra value of a launch request that tells what to do, and whether it makes the run a restore.

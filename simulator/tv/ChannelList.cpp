@@ -3,13 +3,17 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <memory>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <functional>
 #include <optional>
 #include <string_view>
 #include <unordered_map>
 
 #include "simulator/base/Error.h"
-#include "simulator/base/Files.h"
+#include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 
 namespace sim {
@@ -196,23 +200,41 @@ private:
     ChannelList m_list;
 };
 
+// The lines of a file, which may be a pipe, or a device without an end. Throws Error beyond the limits.
+void forEachLine(const std::filesystem::path& file, const std::function<void(std::string)>& take) {
+    std::error_code ignored;
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream || std::filesystem::is_directory(file, ignored)) {
+        const int error = stream ? EISDIR : errno;
+        throw Error(kindOfErrno(error), fmt::format("{}: cannot read: {}", file.string(), std::strerror(error)));
+    }
+    constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
+    std::array<char, limits::CHANNEL_LINE_BYTES + 2> buffer;  // with its line break and an end
+    std::uint64_t total = 0;
+    while (stream.getline(buffer.data(), buffer.size()) || stream.gcount() > 0) {
+        const auto length = static_cast<std::size_t>(stream.gcount());
+        limits::require(fmt::format("{}: bytes of a line", file.string()), length, limits::CHANNEL_LINE_BYTES);
+        limits::require(fmt::format("{}: bytes", file.string()), total + length, limits::CHANNEL_LIST_BYTES);
+        std::string line(buffer.data(), stream.eof() ? length : length - 1);
+        if (total == 0 && line.compare(0, BYTE_ORDER_MARK.size(), BYTE_ORDER_MARK) == 0) {
+            line.erase(0, BYTE_ORDER_MARK.size());
+        }
+        total += length;
+        take(std::move(line));
+    }
+}
+
 }  // namespace
 
 ChannelList readChannelList(const std::filesystem::path& file) {
-    std::string text;
+    Reader reader(file.string());
     try {
-        text = readFile(file);
+        forEachLine(file, [&](std::string line) {
+            line.erase(line.find_last_not_of(" \t\r") + 1);
+            reader.take(toUtf8(line));
+        });
     } catch (const Error& error) {
         throw Error(error.kind(), fmt::format("{}; give a channel list in the channels.conf format", error.what()));
-    }
-    constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
-    if (text.compare(0, BYTE_ORDER_MARK.size(), BYTE_ORDER_MARK) == 0) {
-        text.erase(0, BYTE_ORDER_MARK.size());
-    }
-    Reader reader(file.string());
-    for (std::string& line : split(text, '\n')) {
-        line.erase(line.find_last_not_of(" \t\r") + 1);
-        reader.take(toUtf8(line));
     }
     ChannelList list = reader.finish();
     if (list.services.empty()) {

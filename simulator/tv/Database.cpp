@@ -49,6 +49,15 @@ Error::Kind kindOf(int code, int systemError) {
     throw Error(kindOf(code, systemError), fmt::format("{}: {}", name, reason));
 }
 
+std::string immutableUri(const fs::path& file) {
+    std::string uri = "file:";
+    for (const char c : fs::absolute(file).string()) {
+        uri += c == '?' || c == '#' || c == '%' ? fmt::format("%{:02x}", static_cast<unsigned char>(c))
+                                                : std::string(1, c);
+    }
+    return uri + "?immutable=1";
+}
+
 int flagsFor(Database::Access access) {
     switch (access) {
         case Database::Access::Look:
@@ -128,14 +137,30 @@ void Database::Close::operator()(sqlite3* database) const {
 }
 
 Database::Database(const fs::path& file, Access access) : m_name(file.string()) {
+    open(file.string(), flagsFor(access));
+    // A write-ahead log wants a file beside it even of a reader. Where nobody can make one, and none is there, nobody
+    // writes either.
+    std::error_code ignored;
+    if (access == Access::Look && !canRead() && !fs::exists(file.string() + "-wal", ignored)) {
+        open(immutableUri(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+    }
+}
+
+void Database::open(const std::string& name, int flags) {
     sqlite3* database = nullptr;
-    const int code = sqlite3_open_v2(file.c_str(), &database, flagsFor(access), nullptr);
+    const int code = sqlite3_open_v2(name.c_str(), &database, flags, nullptr);
     m_database.reset(database);
     if (code != SQLITE_OK) {
         fail(database, m_name);
     }
     sqlite3_extended_result_codes(database, 1);
     sqlite3_busy_timeout(database, BUSY_TIMEOUT_MS);
+    sqlite3_exec(database, "PRAGMA temp_store = MEMORY", nullptr, nullptr, nullptr);  // no files outside the TV
+}
+
+bool Database::canRead() const {
+    const int code = sqlite3_exec(m_database.get(), "PRAGMA schema_version", nullptr, nullptr, nullptr) & 0xFF;
+    return code != SQLITE_CANTOPEN && code != SQLITE_READONLY;
 }
 
 void Database::run(const std::string& script) {

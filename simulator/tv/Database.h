@@ -101,6 +101,8 @@ private:
     friend class Transaction;
     friend class ReceivedDatabase;
 
+    void open(const std::string& name, int flags);
+    bool canRead() const;
     std::int64_t changes() const;
 
     struct Close {

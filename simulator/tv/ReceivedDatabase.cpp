@@ -9,6 +9,7 @@
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
+#include "simulator/base/Limits.h"
 
 namespace fs = std::filesystem;
 
@@ -16,8 +17,7 @@ namespace sim {
 
 namespace {
 
-// Far above what any TV's row needs.
-constexpr int MOST_BYTES_OF_A_ROW = 64 * 1024;
+constexpr int MOST_BYTES_OF_A_ROW = limits::ROW_BYTES;
 constexpr int MOST_COLUMNS = 100;
 constexpr int MOST_STEPS_OF_A_STATEMENT = 10'000;
 

@@ -77,6 +77,15 @@ std::int64_t Runs::begin(int pid, const std::string& started) {
     return m_database.lastRow();
 }
 
+void Runs::keep(int count) {
+    Transaction transaction(m_database);
+    for (const char* table : {"calls WHERE run", "log WHERE run", "runs WHERE id"}) {
+        m_database.change(
+            std::string("DELETE FROM ") + table + " NOT IN (SELECT id FROM runs ORDER BY id DESC LIMIT ?)", count);
+    }
+    transaction.commit();
+}
+
 void Runs::save(const Run& run) {
     const std::optional<int> response = run.response ? std::optional(static_cast<int>(*run.response)) : std::nullopt;
     m_database.change(

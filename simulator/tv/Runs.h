@@ -58,6 +58,9 @@ public:
     // A new run of the process `pid`; its id.
     std::int64_t begin(int pid, const std::string& started);
 
+    // Forgets all but the newest runs, with their calls and logs.
+    void keep(int count);
+
     // Writes all that a run is but its id, process and start.
     void save(const Run& run);
 

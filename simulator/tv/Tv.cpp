@@ -7,6 +7,7 @@
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
+#include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 #include "simulator/tv/Application.h"
 #include "simulator/tv/ChannelList.h"
@@ -41,17 +42,48 @@ fs::path databaseOf(const fs::path& home) {
     return home / "tv.db";
 }
 
-Database openExisting(const fs::path& home, Database::Access access) {
-    if (!fs::exists(databaseOf(home))) {
+void requireTv(const fs::path& home) {
+    std::error_code error;
+    if (!fs::exists(databaseOf(home), error)) {
         throw Error(Error::Kind::Missing,
                     fmt::format("no TV at {}; make one with: halcyon-tv --home '{}' init --channels FILE",
                                 home.string(), home.string()));
     }
+    // The application opens its working folder to everybody; a link planted there would lead it anywhere.
+    constexpr auto OTHERS = fs::perms::group_write | fs::perms::others_write;
+    if ((fs::status(home, error).permissions() & OTHERS) != fs::perms::none) {
+        throw Error(fmt::format("others can write to the TV at {}; close it with: chmod go-w '{}'", home.string(),
+                                home.string()));
+    }
+}
+
+Database openExisting(const fs::path& home, Database::Access access) {
+    requireTv(home);
     Database database(databaseOf(home), access);
     // A power cut may take the last records of a run with it, but nothing is ever half there; waiting for the disk at
     // each of hundreds of records would make a run many times slower.
     database.run("PRAGMA synchronous = NORMAL");
     return database;
+}
+
+std::string inXml(const std::string& text) {
+    std::string escaped;
+    for (const char c : text) {
+        switch (c) {
+            case '&':
+                escaped += "&amp;";
+                break;
+            case '<':
+                escaped += "&lt;";
+                break;
+            case '"':
+                escaped += "&quot;";
+                break;
+            default:
+                escaped += c;
+        }
+    }
+    return escaped;
 }
 
 AntennaMode antennaModeOf(const std::string& source) {
@@ -94,15 +126,33 @@ bool operator==(const Viewing& one, const Viewing& other) {
            one.category == other.category;
 }
 
+FolderLock lockTv(const fs::path& home, std::chrono::milliseconds patience) {
+    requireTv(home);
+    FolderLock lock = FolderLock::take(home, patience);
+    if (!lock.isHeld()) {
+        const Tv tv(home, Database::Access::Look);
+        const std::optional<Run> other = tv.runs().find(tv.runs().newest());
+        throw Error(Error::Kind::Locked,
+                    fmt::format("run {} (process {}) is under way on the TV at {}; wait for it with --wait SECONDS",
+                                other ? other->id : 0, other ? other->pid : 0, home.string()));
+    }
+    return lock;
+}
+
 void Tv::create(const fs::path& home, const ChannelList& list, const std::string& serial) {
+    if (home.string().size() > limits::HOME_PATH_BYTES) {
+        throw Error(fmt::format("the path of a TV home has at most {} bytes, and {} has {}", limits::HOME_PATH_BYTES,
+                                inQuotes(home.string()), home.string().size()));
+    }
     const ScratchFolder scratch(home.parent_path());
     const fs::path built = scratch / "tv";
-    makeFolders(built);
+    makePrivateFolder(built);
     ServiceDb(built / "service-db")
         .create(list, fmt::format("set={}\nservice=http://set-{}.invalid/live\n", serial, serial));
     IssDb(built / "iss.db").create({{"set", serial}, {"layout", "list"}, {"last_group", "0"}});
     CiModule(built / "ci")
-        .create({{"ci_profile.bin", "CI\x01" + serial}, {"ci_operator.xml", "<operator set=\"" + serial + "\"/>\n"}});
+        .create({{"ci_profile.bin", "CI\x01" + serial},
+                 {"ci_operator.xml", "<operator set=\"" + inXml(serial) + "\"/>\n"}});
     createDatabase(databaseOf(built), antennaModeOf(list.services.front().source));
     if (!putInPlace(built, home)) {
         throw Error(fmt::format("there is something at {} already; remove that folder, or choose another with --home",

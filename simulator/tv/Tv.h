@@ -7,12 +7,14 @@
 //   apps/, tmp/   what the path variables for application and temporary data stand for
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <set>
 #include <string>
 
+#include "simulator/base/FolderLock.h"
 #include "simulator/tv/CiModule.h"
 #include "simulator/tv/Codes.h"
 #include "simulator/tv/Database.h"
@@ -48,6 +50,10 @@ struct Viewing {
 bool operator==(const TvMode& one, const TvMode& other);
 bool operator==(const Category& one, const Category& other);
 bool operator==(const Viewing& one, const Viewing& other);
+
+// Takes a TV for a run; there is one at a time. Throws Error, of the kind Locked and with the other run's number and
+// process, where another one still has it after `patience`. Looking at a TV takes no lock.
+FolderLock lockTv(const std::filesystem::path& home, std::chrono::milliseconds patience);
 
 class Tv {
 public:

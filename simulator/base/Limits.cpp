@@ -1,0 +1,20 @@
+#include "simulator/base/Limits.h"
+
+#include <fmt/format.h>
+
+#include "simulator/base/Error.h"
+
+namespace sim::limits {
+
+void require(std::string_view what, std::uint64_t value, std::uint64_t limit) {
+    if (value > limit) {
+        throw Error(Error::Kind::Damaged, fmt::format("{}: {}, and the limit is {}", what, value, limit));
+    }
+}
+
+std::string cut(std::string_view text) {
+    return text.size() <= RECORD_BYTES ? std::string(text)
+                                       : fmt::format("{}... ({} bytes)", text.substr(0, RECORD_BYTES), text.size());
+}
+
+}  // namespace sim::limits

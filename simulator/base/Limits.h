@@ -1,0 +1,37 @@
+// How much of what comes from outside is taken. Each is far above what a TV needs; what is above a limit is refused
+// with both numbers.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace sim::limits {
+
+constexpr std::uint64_t CHANNEL_LIST_BYTES = 256U << 20;
+constexpr std::uint64_t CHANNEL_LINE_BYTES = 16U << 10;
+
+// Of a database, as an entry of an archive: what is packed is accepted back.
+constexpr std::uint64_t ENTRY_BYTES = 1U << 30;
+constexpr std::uint64_t ARCHIVE_ENTRIES = 65'535;
+
+// Of a row of a received database: more than a line of a channel list makes.
+constexpr std::uint64_t ROW_BYTES = 64U << 10;
+
+// Of a text in the journal or the log; the rest is cut off there, which says so.
+constexpr std::size_t RECORD_BYTES = 16U << 10;
+
+// Of a TV home's path. SQLite takes 512 for each file in it.
+constexpr std::size_t HOME_PATH_BYTES = 400;
+
+// How many runs a TV keeps the records of.
+constexpr int RUNS_KEPT = 200;
+
+// Throws Error, of the kind Damaged, where there is more of `what` than a limit allows.
+void require(std::string_view what, std::uint64_t value, std::uint64_t limit);
+
+// The text itself, or its begin and how long it was.
+std::string cut(std::string_view text);
+
+}  // namespace sim::limits
