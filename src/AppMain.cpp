@@ -1,8 +1,8 @@
-#include <cstdlib>
-#include <cstring>
+#include <string>
 
 #include "HalcyonLineup.h"
 #include "Log.h"
+#include "PlatformText.h"
 #include "platform/app_framework.h"
 
 namespace {
@@ -28,24 +28,24 @@ void app_control(app_control_s* request, void*) {
     LOG_FUNC_BEGIN();
     char* callerId = nullptr;
     app_control_get_caller(request, &callerId);
-    if (callerId != nullptr) {
+    if (const PlatformText owner(callerId); owner != nullptr) {
         LOG(DETAIL, "app_control_get_caller success. callerID=[%s]", callerId);
-        std::free(callerId);
     }
 
     // Static: the cloud and the TV service hold its address after this handler has returned.
     static CHalcyonLineup lineup;
-    char* operation = nullptr;
-    const bool isRead = app_control_get_extra_data(request, "operation", &operation) == 0 && operation != nullptr;
+    char* extra = nullptr;
+    const bool isRead = app_control_get_extra_data(request, "operation", &extra) == 0;
+    const PlatformText owner(extra);
+    const std::string operation = isRead && owner != nullptr ? owner.get() : "";
     bool started = false;
-    if (isRead && (std::strcmp(operation, "restore") == 0 || std::strcmp(operation, "RESTORE") == 0)) {
+    if (operation == "restore" || operation == "RESTORE") {
         LOG(PROGRESS, "Do restore");
         started = lineup.Restore(request);
     } else {
         LOG(PROGRESS, "Do backup");
         started = lineup.Backup();
     }
-    std::free(operation);
     if (!started) {
         LOG(PROGRESS, "operation fail");
         ui_app_exit();

@@ -4,7 +4,7 @@
 #include <json/writer.h>
 
 #include <chrono>
-#include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -16,6 +16,7 @@
 
 #include "FileUtil.h"
 #include "Log.h"
+#include "PlatformText.h"
 #include "ZipUtil.h"
 #include "platform/ci_service.h"
 #include "platform/json_util.h"
@@ -44,6 +45,18 @@ constexpr auto PROFILE = static_cast<EProfile>(1);
 constexpr int NO_OPTION = 0;
 constexpr auto SIGNAL_SCAN_STOPPED = static_cast<ESignalType>(18);
 
+// By number, because the names in the service's enumeration are the SDK's own, and the numbers the protocol's.
+enum Response : int {
+    RESPONSE_UNHANDLED = 0,
+    RESPONSE_BACKUP_COMPLETED = 101,
+    RESPONSE_RESTORE_DATA = 102,
+    RESPONSE_LIST_DEVICES_COMPLETED = 103,
+    RESPONSE_ERROR = 500,
+    RESPONSE_BACKUP_SCHEMA_ERROR = 502,
+    RESPONSE_SERVER_NOT_RESPONDING = 503,
+    RESPONSE_DUPLICATED_DATA = 504,
+};
+
 enum SettingsType : std::int32_t {
     SETTING_INT = 0,
     SETTING_STRING = 1,
@@ -52,26 +65,30 @@ enum SettingsType : std::int32_t {
     SETTING_INT_TOO = 4,
 };
 
+struct UtilDestroyer {
+    void operator()(IUtil* util) const { TVServiceAPI::Destroy(util); }
+};
+using Util = std::unique_ptr<IUtil, UtilDestroyer>;
+
 // Null when the TV service gives none.
-IUtil* CreateUtil() {
+Util CreateUtil() {
     IUtil* util = nullptr;
-    return TVServiceAPI::CreateUtil(&util) == 0 ? util : nullptr;
+    return Util(TVServiceAPI::CreateUtil(&util) == 0 ? util : nullptr);
 }
 
 // --- steps of Backup() ---
 
 bool FetchServiceDb(const std::string& archive) {
-    IUtil* util = CreateUtil();
+    Util util = CreateUtil();
     if (util == nullptr) {
         LOG_IN("Backup", FAILURE, "TVServiceAPI::CreateUtil fail");
         return false;
     }
     if (util->GetServiceDb(archive) <= 0) {
         LOG_IN("Backup", FAILURE, "IUtil::GetServiceDb(%s) fail", archive.c_str());
-        TVServiceAPI::Destroy(util);
         return false;
     }
-    TVServiceAPI::Destroy(util);
+    util.reset();  // the record of the success comes after the release
     LOG_IN("Backup", PROGRESS, "IUtil::GetServiceDb(%s) success", archive.c_str());
     return true;
 }
@@ -127,6 +144,69 @@ bool HandOver(const std::string& bundle) {
     }
 }
 
+// --- steps of Restore() ---
+
+bool ReadScanActivated(app_control_s* request) {
+    char* extra = nullptr;
+    app_control_get_extra_data(request, "scan_activated", &extra);
+    const PlatformText value(extra);
+    const bool activated = value != nullptr && std::strcmp(value.get(), "0") != 0;
+    LOG_IN("Restore", DETAIL, "pScanActivated=[%s], m_bScanActivated=[%d]", value != nullptr ? value.get() : "(null)",
+           activated);
+    return activated;
+}
+
+// True when the service accepted the request.
+bool RequestBackup() {
+    if (!CFileUtil::CreateDirectories(CHANNEL_MAP_DIR_PATH)) {
+        LOG_IN("Restore", FAILURE, "m_CreateDirectories(%s) fail", CHANNEL_MAP_DIR_PATH);
+        return false;
+    }
+    const int requested = bnr_restore(BNR_ID, CHANNEL_MAP_DIR_PATH);
+    if (requested != 0) {
+        LOG_IN("Restore", FAILURE, "bnr_restore(%s, %s) error [%d]", BNR_ID, CHANNEL_MAP_DIR_PATH, requested);
+        return false;
+    }
+    LOG_IN("Restore", PROGRESS, "Restore requested successfully.");
+    return true;
+}
+
+// --- steps of sm_BnrCallback() ---
+
+// The responses that end a run with a record and nothing else.
+void LogResponse(int code, bnr_resp_data_s* data) {
+    switch (code) {
+        case RESPONSE_UNHANDLED:
+            LOG_IN("sm_BnrCallback", FAILURE, "Unhandled response");
+            break;
+        case RESPONSE_BACKUP_COMPLETED:
+            LOG_IN("sm_BnrCallback", PROGRESS, "Backup is completed %p", static_cast<void*>(data));
+            break;
+        case RESPONSE_LIST_DEVICES_COMPLETED:
+            LOG_IN("sm_BnrCallback", PROGRESS, "ListDevices is completed");
+            break;
+        case RESPONSE_ERROR:
+            LOG_IN("sm_BnrCallback", FAILURE, "Error happened");
+            break;
+        case RESPONSE_BACKUP_SCHEMA_ERROR:
+            LOG_IN("sm_BnrCallback", FAILURE, "Backup Schema error");
+            break;
+        case RESPONSE_SERVER_NOT_RESPONDING:
+            LOG_IN("sm_BnrCallback", FAILURE, "Server is not responding. Try again later.");
+            break;
+        case RESPONSE_DUPLICATED_DATA:
+            LOG_IN("sm_BnrCallback", FAILURE, "Duplicated data error");
+            break;
+        default:  // 501 too, deliberately
+            LOG_IN("sm_BnrCallback", FAILURE, "INVALID value[%d]", code);
+    }
+}
+
+void FinishOnResponse() {
+    LOG_IN("sm_BnrCallback", PROGRESS, "response came. Finish app");
+    ui_app_exit();
+}
+
 // --- steps of m_Restore() ---
 
 bool ReplaceServiceDb(IUtil& util, const std::string& archive) {
@@ -172,9 +252,9 @@ void ReadSetting(const SSettingsEntry& entry, LastRead& last, Json::Value& eleme
                    last.integer);
             break;
         case SETTING_STRING: {
-            const std::unique_ptr<char, decltype(&std::free)> text(vconf_get_str(key), &std::free);
-            element["value"] =
-                text.get();  // a failed read is not guarded against: null raises the JSON library's error
+            const PlatformText text(vconf_get_str(key));
+            // A failed read is not guarded against: null raises the JSON library's error.
+            element["value"] = text.get();
             LOG_IN("m_BackupVconf", DETAIL, "CHalcyonLineup::m_BackupVconf vconf_get_str %s value %s \n", key,
                    text.get());
             break;
@@ -273,92 +353,51 @@ bool CHalcyonLineup::Restore(app_control_s* request) {
         LOG(FAILURE, "app_control_clone fail[%d]", cloned);
         return false;
     }
-    char* scanActivated = nullptr;
-    app_control_get_extra_data(m_appCaller, "scan_activated", &scanActivated);
-    m_bScanActivated = scanActivated != nullptr && std::string(scanActivated) != "0";
-    LOG(DETAIL, "pScanActivated=[%s], m_bScanActivated=[%d]", scanActivated != nullptr ? scanActivated : "(null)",
-        m_bScanActivated);
-    std::free(scanActivated);
-
+    m_bScanActivated = ReadScanActivated(m_appCaller);
     if (!m_BnrInitialize()) {
         LOG(FAILURE, "m_BnrInitialize() fail");
         m_SendMessageToCaller(false);
         return false;
     }
-    if (!CFileUtil::CreateDirectories(CHANNEL_MAP_DIR_PATH)) {
-        LOG(FAILURE, "m_CreateDirectories(%s) fail", CHANNEL_MAP_DIR_PATH);
-    } else {
-        const int requested = bnr_restore(BNR_ID, CHANNEL_MAP_DIR_PATH);
-        if (requested == 0) {
-            LOG(PROGRESS, "Restore requested successfully.");
-            return true;
-        }
-        LOG(FAILURE, "bnr_restore(%s, %s) error [%d]", BNR_ID, CHANNEL_MAP_DIR_PATH, requested);
+    if (!RequestBackup()) {
+        m_BnrDeinitialize();
+        m_SendMessageToCaller(false);
+        return false;
     }
-    m_BnrDeinitialize();
-    m_SendMessageToCaller(false);
-    return false;
+    return true;  // the session stays open for the response
 }
 
+// An exception of the JSON or the file-system library that a damaged item raises may leave through here: the platform
+// calls back from its main loop, nothing catches it there, and it ends the process.
 void CHalcyonLineup::sm_BnrCallback(bnr_response_e response, bnr_resp_data_s* data, void* pThis) {
     const int code = response;
     LOG(PROGRESS, "BNR Callback called [%d]", code);
     if (pThis == nullptr) {
         bnr_report_failure(BNR_ID);
         LOG(FAILURE, "pThis==nullptr");
-        LOG(PROGRESS, "response came. Finish app");
-        ui_app_exit();
+        FinishOnResponse();
         return;
     }
     auto* self = static_cast<CHalcyonLineup*>(pThis);
-    bool restored = false;
-    switch (code) {
-        case 0:
-            LOG(FAILURE, "Unhandled response");
-            break;
-        case 101:
-            LOG(PROGRESS, "Backup is completed %p", static_cast<void*>(data));
-            break;
-        case 102:
-            restored = self->m_Restore(data);
-            if (restored) {
-                bnr_report_success(BNR_ID);
-            } else {
-                LOG(FAILURE, "m_Restore fail");
-                bnr_report_failure(BNR_ID);
-            }
-            break;
-        case 103:
-            LOG(PROGRESS, "ListDevices is completed");
-            break;
-        case 500:
-            LOG(FAILURE, "Error happened");
-            break;
-        case 502:
-            LOG(FAILURE, "Backup Schema error");
-            break;
-        case 503:
-            LOG(FAILURE, "Server is not responding. Try again later.");
-            break;
-        case 504:
-            LOG(FAILURE, "Duplicated data error");
-            break;
-        default:  // 501 too, deliberately
-            LOG(FAILURE, "INVALID value[%d]", code);
+    if (code != RESPONSE_RESTORE_DATA) {
+        LogResponse(code, data);
+    } else if (self->m_Restore(data)) {
+        bnr_report_success(BNR_ID);
+        self->m_BnrDeinitialize();
+        if (!m_bScanActivated) {
+            // Deliberately without an exit: the framework reclaims the application.
+            m_jsonSchema.RestoreServiceSetting();
+        } else if (!self->m_StopScan()) {
+            FinishOnResponse();
+        }
+        return;  // a stopped scan's signal goes on
+    } else {
+        LOG(FAILURE, "m_Restore fail");
+        bnr_report_failure(BNR_ID);
     }
     self->m_BnrDeinitialize();
-
-    if (!restored) {
-        self->m_SendMessageToCaller(false);
-    } else if (!m_bScanActivated) {
-        // Deliberately without an exit: the framework reclaims the application.
-        m_jsonSchema.RestoreServiceSetting();
-        return;
-    } else if (self->m_StopScan()) {
-        return;  // the signal goes on
-    }
-    LOG(PROGRESS, "response came. Finish app");
-    ui_app_exit();
+    self->m_SendMessageToCaller(false);
+    FinishOnResponse();
 }
 
 int CHalcyonLineup::sm_SignalCallback(ESignalType type, EProfile, unsigned short, TSSignalData, void* pAppData) {
@@ -426,7 +465,7 @@ bool CHalcyonLineup::m_Restore(const bnr_resp_data_s* data) {
     }
 
     bool replaced = false;
-    if (IUtil* util = CreateUtil()) {
+    if (const Util util = CreateUtil()) {
         replaced = ReplaceServiceDb(*util, unpackFolder + "ServiceDB.zip");
         if (replaced) {
             m_SendMessageToCaller(true);
@@ -439,7 +478,6 @@ bool CHalcyonLineup::m_Restore(const bnr_resp_data_s* data) {
             }
             m_RestoreCiFile(unpackFolder + "ci/");
         }
-        TVServiceAPI::Destroy(util);
     } else {
         LOG(FAILURE, "TVServiceAPI::CreateUtil fail");
     }
@@ -638,7 +676,7 @@ void CHalcyonLineup::m_RestoreCiFile(const std::string& ciFolder) {
 }
 
 void CHalcyonLineup::m_BackupIssDB(const std::string& archivePath) {
-    IUtil* util = CreateUtil();
+    const Util util = CreateUtil();
     if (util == nullptr) {
         LOG(FAILURE, "CHalcyonLineup::%s Failed to create pUtil!", __func__);
         return;
@@ -649,11 +687,10 @@ void CHalcyonLineup::m_BackupIssDB(const std::string& archivePath) {
     } else {
         LOG(FAILURE, "Failed to get zip archive with iss database!");
     }
-    TVServiceAPI::Destroy(util);
 }
 
 bool CHalcyonLineup::m_RestoreIssDB(const std::string& archivePath) {
-    IUtil* util = CreateUtil();
+    const Util util = CreateUtil();
     if (util == nullptr) {
         LOG(FAILURE, "CHalcyonLineup::%s Failed to create pUtil!", __func__);
         return false;
@@ -664,6 +701,5 @@ bool CHalcyonLineup::m_RestoreIssDB(const std::string& archivePath) {
     } else {
         LOG(FAILURE, "Failed to restore iss database!");
     }
-    TVServiceAPI::Destroy(util);
     return restored;
 }

@@ -23,9 +23,22 @@ const Json::Value& Member(const Json::Value& parent, const char* key) {
     return parent.isObject() ? parent[key] : Json::Value::nullSingleton();
 }
 
+// A member as the JSON library converts it. `absent` where there is none, or where it cannot: a record is read as far
+// as it goes.
+template <typename Value>
+Value Read(const Json::Value& parent, const char* key, Value (Json::Value::*convert)() const, Value absent) {
+    if (!parent.isObject() || !parent.isMember(key)) {
+        return absent;
+    }
+    try {
+        return (parent[key].*convert)();
+    } catch (const Json::Exception&) {
+        return absent;
+    }
+}
+
 int ReadInt(const Json::Value& parent, const char* key) {
-    const Json::Value& value = Member(parent, key);
-    return value.isInt() ? value.asInt() : -1;
+    return Read(parent, key, &Json::Value::asInt, -1);
 }
 
 std::uint64_t ReadDigits(const Json::Value& parent, const char* key, std::uint64_t absent) {
@@ -137,10 +150,7 @@ CJsonSchema::CJsonSchema(const std::string& json) {
         LOG(FAILURE, "Json parse fail");
         return;
     }
-    const Json::Value& version = Member(root, "version");
-    if (version.isString()) {
-        m_strVersion = version.asString();
-    }
+    m_strVersion = Read(root, "version", &Json::Value::asString, std::string());
     const Json::Value& setting = Member(root, "setting");
     if (!setting.isObject()) {
         LOG(FAILURE, "Check json schema from server");

@@ -11,8 +11,8 @@ public:
     // Captures the TV's present state. What cannot be read is logged and stays unknown.
     CJsonSchema();
 
-    // Reads a record from its JSON text. Never throws: what is absent, of another JSON type or out of range is unknown,
-    // and a text that is not JSON gives a record without a version.
+    // Reads a record from its JSON text. Never throws: what is absent, or cannot be converted to the member's type, is
+    // unknown, and a text that is not JSON gives a record without a version.
     CJsonSchema(const std::string& json);
 
     CJsonSchema& operator=(const CJsonSchema& other);

@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "tests/support/TestTv.h"
+#include "tests/support/WithoutPrivileges.h"
 
 namespace fs = std::filesystem;
 
@@ -51,6 +52,20 @@ TEST_F(FileUtil, RemovesATree) {
     EXPECT_FALSE(CFileUtil::RemoveAll(at("tree/")));
     EXPECT_EQ(log(), (Lines{"FileUtil RemoveAll(50) 5 remove_all({folder}/tree/) success",
                             "FileUtil RemoveAll(54) 6 remove_all({folder}/tree/) fail [0][Success]"}));
+}
+
+// What is gone in part counts as removed.
+TEST_F(FileUtil, TakesAPartForTheWholeTree) {
+    write(at("tree/gone"), "x");
+    write(at("tree/kept/file"), "x");
+    ASSERT_EQ(::chmod(at("tree/kept").c_str(), 0500), 0);
+    {
+        const test::WithoutPrivileges unprivileged;
+        EXPECT_TRUE(CFileUtil::RemoveAll(at("tree")));
+    }
+    EXPECT_TRUE(fs::exists(at("tree/kept/file")));
+    EXPECT_EQ(log(), (Lines{"FileUtil RemoveAll(50) 5 remove_all({folder}/tree) success"}));
+    ASSERT_EQ(::chmod(at("tree/kept").c_str(), 0700), 0);
 }
 
 TEST_F(FileUtil, OpensOnlyTheLastFolderOfAChainToEverybody) {

@@ -124,15 +124,19 @@ TEST_F(JsonSchema, ReadsWhatItWrites) {
     EXPECT_THAT(messages(), Not(Contains(::testing::StartsWith("6 "))));
 }
 
-// What is absent, of another type or out of range, wherever it stands, is unknown.
-TEST_F(JsonSchema, TakesNothingButWhatFits) {
+// A member counts as the JSON library converts it; what is absent, or it cannot convert, is unknown.
+TEST_F(JsonSchema, TakesWhatCanBeConverted) {
     const auto setting = [](const std::string& members) { return R"({"version":"0.3","setting":{)" + members + "}}"; };
     const std::vector<std::pair<std::string, std::string>> documents = {
         {setting(""), UNKNOWN},
         {setting(R"("antenna":"1","source":[])"), UNKNOWN},
         {setting(R"("antenna":2147483648,"source":-2147483649)"), UNKNOWN},
-        {setting(R"("antenna":1e300,"source":1.5)"), UNKNOWN},
-        {setting(R"("antenna":true,"source":null)"), UNKNOWN},
+        {setting(R"("antenna":1e300,"source":1.5)"), std::string("-1 -1/-1 1 ") + ALL_ONES + " -1/0/-1"},
+        {setting(R"("antenna":true,"source":null)"), std::string("1 -1/-1 0 ") + ALL_ONES + " -1/0/-1"},
+        {setting(R"("tvmode":{"antenna_mode":1.9,"service_mode":false},"category":{"mode":null,"sort":2.0})"),
+         std::string("-1 1/0 -1 ") + ALL_ONES + " 0/0/2"},
+        {setting(R"("antenna":{},"tvmode":{"antenna_mode":"2","service_mode":{}},"category":{"mode":[],"sort":"x"})"),
+         UNKNOWN},
         {setting(R"("tvmode":3,"category":"x")"), UNKNOWN},
         {setting(R"("tvmode":[1],"category":[1])"), UNKNOWN},
         {setting(R"("service_id":7,"category":{"param":7})"), UNKNOWN},
@@ -186,8 +190,12 @@ TEST_F(JsonSchema, FitsOnlyTheSameVersionAndAntenna) {
     }
     EXPECT_FALSE(fits("", 1));
     EXPECT_EQ(messages().back(), "6 json schema version mismatch []!=[0.3]");
-    EXPECT_FALSE(fits(R"("version":3,)", 1));
-    EXPECT_EQ(messages().back(), "6 json schema version mismatch []!=[0.3]");
+    const std::vector<std::pair<std::string, std::string>> conversions = {
+        {"3", "3"}, {"true", "true"}, {"null", ""}, {"[]", ""}, {R"({"0.3":1})", ""}};
+    for (const auto& [version, converted] : conversions) {
+        EXPECT_FALSE(fits("\"version\":" + version + ",", 1)) << version;
+        EXPECT_EQ(messages().back(), "6 json schema version mismatch [" + converted + "]!=[0.3]");
+    }
 
     setAntenna({1, 2, 3});
     EXPECT_FALSE(fits(R"("version":"0.3",)", 0x0f)) << "a subset is another set-up";

@@ -201,6 +201,12 @@ TEST_F(ZipUtil, RemovesBothWhenAFileCannotBeRead) {
                             "FileUtil Remove(65) 5 remove({folder}/out.zip) success"}));
 }
 
+TEST_F(ZipUtil, ThrowsWhereAMembersStatusCannotBeRead) {
+    fs::create_directories(at("in"));
+    fs::create_symlink("itself", at("in/itself"));
+    EXPECT_THROW(zip.CreateZipFile(at("in/"), at("out.zip")), fs::filesystem_error);
+}
+
 TEST_F(ZipUtil, RemovesBothWhenTheDiskIsFull) {
     write(at("in/large"), incompressible(2 * DISK_SIZE));
     {
