@@ -51,8 +51,7 @@ TEST_F(Shell, RestoresOnlyWhenAskedToTheLetter) {
 }
 
 TEST_F(Shell, DoesWithoutTheCallersId) {
-    a.fault("app_control_get_caller", "result=-1");
-    const Outcome run = a.backUp();
+    const Outcome run = a.backUpUnder("app_control_get_caller", "result=-1");
     EXPECT_TRUE(run.succeeded());
     EXPECT_THAT(run.log, ::testing::Not(Contains(::testing::StartsWith("4 app_control_get_caller"))));
 }
@@ -66,8 +65,7 @@ TEST_F(Shell, PassesThroughItsLifecycle) {
 }
 
 TEST_F(Shell, EndsWithTheMainLoopsResult) {
-    a.fault("ui_app_main", "result=5");
-    const Outcome run = a.backUp();
+    const Outcome run = a.backUpUnder("ui_app_main", "result=5");
     EXPECT_THAT(
         run.logBetween("5 halcyon-lineup main start", "5 main function,ret=5"),
         ElementsAre("5 halcyon-lineup main start", "6 ui_app_main() is failed. err=5", "5 main function,ret=5"));
@@ -76,17 +74,13 @@ TEST_F(Shell, EndsWithTheMainLoopsResult) {
 
 // The session: each failure of opening it ends the run; one of closing it is only logged.
 TEST_F(Shell, EndsWhenTheCloudSessionCannotBeOpened) {
-    a.fault("bnr_init", "result=-7");
-    const Outcome refused = a.backUp();
+    const Outcome refused = a.backUpUnder("bnr_init", "result=-7");
     EXPECT_THAT(refused.logBetween("5 Do backup", "4 Last line"),
                 ElementsAre("5 Do backup", "6 bnr_init fail[-7]", "6 m_BnrInitialize() fail", "5 operation fail",
                             "4 Last line"));
     EXPECT_THAT(refused.callsBetween("bnr_init", "app.terminate"),
                 ElementsAre("bnr_init", "ui_app_exit", "app.terminate"));
-    a.clearFaults();
-
-    a.fault("bnr_callback_register", "result=-8");
-    const Outcome unregistered = a.backUp();
+    const Outcome unregistered = a.backUpUnder("bnr_callback_register", "result=-8");
     EXPECT_THAT(unregistered.logBetween("5 Do backup", "4 Last line"),
                 ElementsAre("5 Do backup", "4 bnr init success", "6 Failed to set bnr callback [-8]",
                             "6 m_BnrInitialize() fail", "5 operation fail", "4 Last line"));
@@ -122,9 +116,7 @@ TEST_F(Shell, EndsOnEachResponseCode) {
         {-1, "6 INVALID value[-1]"},
     };
     for (const auto& [code, message] : codes) {
-        b.clearFaults();
-        b.fault("bnr_response", "result=" + std::to_string(code));
-        const Outcome run = b.restore();
+        const Outcome run = b.restoreUnder("bnr_response", "result=" + std::to_string(code));
         const std::string called = "5 BNR Callback called [" + std::to_string(code) + "]";
         EXPECT_THAT(
             run.logBetween(called, "5 response came. Finish app"),
@@ -141,8 +133,7 @@ TEST_F(Shell, EndsOnEachResponseCode) {
 
 TEST_F(Shell, NeitherClosesNorRepliesWithoutItsInstance) {
     a.backUp();
-    b.fault("bnr_response", "null");
-    const Outcome run = b.restore();
+    const Outcome run = b.restoreUnder("bnr_response", "null");
     EXPECT_THAT(run.logBetween("5 BNR Callback called [102]", "5 response came. Finish app"),
                 ElementsAre("5 BNR Callback called [102]", "6 pThis==nullptr", "5 response came. Finish app"));
     EXPECT_THAT(run.callsBetween("bnr_response", "ui_app_exit"),
@@ -152,8 +143,7 @@ TEST_F(Shell, NeitherClosesNorRepliesWithoutItsInstance) {
 }
 
 TEST_F(Shell, RestoreDataInABackupRunIsAFailureWithoutReply) {
-    a.fault("bnr_response", "result=102");
-    const Outcome run = a.backUp();
+    const Outcome run = a.backUpUnder("bnr_response", "result=102");
     EXPECT_THAT(run.logBetween("5 BNR Callback called [102]", "5 response came. Finish app"),
                 ElementsAre("5 BNR Callback called [102]", "6 bnr_resp_data_s *respdata is nullptr", "6 m_Restore fail",
                             "5 bnr_callback_deregister success. Handler=[1]", "5 bnr_deinit success",

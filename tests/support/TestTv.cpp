@@ -9,11 +9,13 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <map>
 
 #include "simulator/base/Process.h"
 #include "simulator/platform/Device.h"
 #include "simulator/tv/Application.h"
 #include "simulator/tv/ChannelList.h"
+#include "tests/support/LogRecords.h"
 
 namespace fs = std::filesystem;
 
@@ -50,20 +52,6 @@ std::string readable(const std::string& text, const TestTv& tv) {
     return replaceUniqueNames(result);
 }
 
-// Each record stands twice: the prefixed line of the system log, then the logger's with the same place and message.
-void expectTwins(const std::vector<sim::LogRecord>& log) {
-    ASSERT_EQ(log.size() % 2, 0U);
-    for (std::size_t i = 0; i < log.size(); i += 2) {
-        const sim::LogRecord& system = log[i];
-        const sim::LogRecord& logger = log[i + 1];
-        EXPECT_EQ(system.sink + " " + logger.sink, "system logger") << system.message;
-        EXPECT_EQ(system.tag, "halcyon-lineup");
-        const std::string prefix = fmt::format("{}: {}({}) > ", logger.file, logger.function, logger.line);
-        const bool isBegin = logger.message == "FUNC BEGIN";
-        EXPECT_EQ(system.message, prefix + (isBegin ? "" : logger.message + "\n"));
-    }
-}
-
 std::vector<std::string> messagesOf(const std::vector<sim::LogRecord>& log) {
     std::vector<std::string> messages;
     messages.reserve(log.size() / 2);
@@ -71,6 +59,39 @@ std::vector<std::string> messagesOf(const std::vector<sim::LogRecord>& log) {
         messages.push_back(fmt::format("{} {}", log[i].priority, log[i + 1].message));
     }
     return messages;
+}
+
+// The two operations have some messages in common.
+void expectOneOperation(const Outcome& outcome, const std::vector<sim::LogRecord>& log) {
+    const std::string other = outcome.says("5 Do backup") ? "Restore" : "Backup";
+    for (const sim::LogRecord& record : log) {
+        EXPECT_NE(record.function, other) << record.message;
+    }
+}
+
+// Calls and log records in their order, a line each.
+std::vector<std::string> timelineOf(const std::vector<sim::CallRecord>& calls, const std::vector<sim::LogRecord>& log,
+                                    const TestTv& tv) {
+    std::map<int, std::string> lines;
+    for (const sim::CallRecord& call : calls) {
+        lines[call.seq] = fmt::format("call {}({}){}", call.name, call.arguments,
+                                      call.result.empty() ? "" : " = " + readable(call.result, tv));
+    }
+    for (std::size_t i = 0; i + 1 < log.size(); i += 2) {
+        lines[log[i].seq] = fmt::format("log  {} {} {} {}", log[i + 1].file, log[i + 1].function, log[i].priority,
+                                        readable(log[i + 1].message, tv));
+    }
+    std::vector<std::string> timeline;
+    timeline.reserve(lines.size());
+    for (const auto& [seq, line] : lines) {
+        timeline.push_back(replaceAll(replaceAll(line, "\n", "\\n"), "\t", "\\t"));
+    }
+    return timeline;
+}
+
+std::vector<sim::LogRecord> newestLog() {
+    const sim::Runs& runs = sim::Device::current().tv.runs();
+    return runs.log(runs.newest());
 }
 
 template <typename Items, typename Name>
@@ -158,13 +179,23 @@ Outcome TestTv::launch(const std::vector<std::string>& arguments) {
     EXPECT_EQ(WIFSIGNALED(outcome.exitStatus), isCrash) << readFile(errors);
     EXPECT_TRUE(isCrash || run->ended == sim::RunEnd::Refused || outcome.exitStatus == 0) << readFile(errors);
     const std::vector<sim::LogRecord> log = tv.runs().log(run->id);
-    expectTwins(log);
+    expectListedRecords(log);
     for (const std::string& message : messagesOf(log)) {
         outcome.log.push_back(readable(message, *this));
     }
     for (sim::CallRecord& call : outcome.calls = tv.runs().calls(run->id)) {
         call.arguments = readable(call.arguments, *this);
     }
+    expectOneOperation(outcome, log);
+    outcome.timeline = timelineOf(outcome.calls, log, *this);
+    return outcome;
+}
+
+Outcome TestTv::launchUnder(const std::string& call, const std::string& failure, const Strings& arguments, int nth) {
+    fault(call, failure, nth);
+    Outcome outcome = launch(arguments);
+    EXPECT_EQ(faultsFired(), 1) << call << " " << failure;
+    clearFaults();
     return outcome;
 }
 
@@ -192,7 +223,7 @@ sim::SetUp TestTv::setUp() const {
     return sim::setUpOf(sim::Tv(home));
 }
 
-TwoTvs::TwoTvs()
+TvPair::TvPair()
     : a(folder.path(), "a",
         ":First\nEins,1;P:11361:HC23:S19.2E:22000:101=27:102=deu@3:0:0:1001:1:1:0\n"
         "Zwei;P:11361:HC23:S19.2E:22000:201=27:202=deu@3:0:9C4:1002:1:1:0\n"
@@ -208,13 +239,12 @@ TwoTvs::TwoTvs()
     tv.settings().setFavouriteName(5, "");
 }
 
-fs::path TwoTvs::storedBackup(const std::string& id) const {
+fs::path TvPair::storedBackup(const std::string& id) const {
     return a.cloud / "Qr7tLw2ZkA/OOBERFChannelList" / id;
 }
 
 std::vector<std::string> messages() {
-    const sim::Runs& runs = sim::Device::current().tv.runs();
-    return messagesOf(runs.log(runs.newest()));
+    return messagesOf(newestLog());
 }
 
 InProcess::InProcess() : tv(folder.path(), "tv", "Welcome:11361:HC23:S19.2E:22000:501=27:502:0:0:5001:1:5:0\n") {
@@ -224,13 +254,12 @@ InProcess::InProcess() : tv(folder.path(), "tv", "Welcome:11361:HC23:S19.2E:2200
 }
 
 InProcess::~InProcess() {
+    expectListedRecords(newestLog());
     sim::Device::close();
 }
 
 std::vector<std::string> InProcess::log() {
-    const sim::Runs& runs = sim::Device::current().tv.runs();
-    const std::vector<sim::LogRecord> records = runs.log(runs.newest());
-    expectTwins(records);
+    const std::vector<sim::LogRecord> records = newestLog();
     std::vector<std::string> lines;
     for (std::size_t i = 0; i + 1 < records.size(); i += 2) {
         lines.push_back(replaceAll(fmt::format("{} {}({}) {} {}", records[i + 1].file, records[i + 1].function,

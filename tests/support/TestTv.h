@@ -20,6 +20,8 @@ struct TempFolder : sim::ScratchFolder {
     TempFolder() : ScratchFolder(std::filesystem::temp_directory_path()) {}
 };
 
+using Strings = std::vector<std::string>;
+
 void write(const std::filesystem::path& file, const std::string& text);
 using sim::readFile;
 
@@ -32,6 +34,10 @@ struct Outcome : sim::Run {
     int exitStatus = 0;  // as waitpid() gives it
     std::vector<std::string> log;
     std::vector<sim::CallRecord> calls;
+
+    // Calls and log records in their order: "call <name>(<arguments>) = <result>" and "log  <file> <function>
+    // <priority> <message>".
+    std::vector<std::string> timeline;
 
     bool succeeded() const;
     bool says(const std::string& line) const;
@@ -49,10 +55,19 @@ public:
     // Makes a factory-fresh TV below `folder`; the TVs of a folder share its cloud.
     TestTv(const std::filesystem::path& folder, const std::string& name, const std::string& channels);
 
-    // Runs the application as a process of its own, in any case checks that each log record was written twice.
-    Outcome launch(const std::vector<std::string>& arguments);
+    // Runs the application as a process of its own, and checks where each of its log records comes from.
+    Outcome launch(const Strings& arguments);
     Outcome backUp() { return launch({"--reply"}); }
     Outcome restore() { return launch({"operation=restore", "--reply"}); }
+
+    // The same with one call, the nth of its name, failing.
+    Outcome launchUnder(const std::string& call, const std::string& failure, const Strings& arguments, int nth = 1);
+    Outcome backUpUnder(const std::string& call, const std::string& failure, int nth = 1) {
+        return launchUnder(call, failure, {"--reply"}, nth);
+    }
+    Outcome restoreUnder(const std::string& call, const std::string& failure, int nth = 1) {
+        return launchUnder(call, failure, {"operation=restore", "--reply"}, nth);
+    }
 
     void fault(const std::string& call, const std::string& failure, int nth = 1);
     void clearFaults();
@@ -70,10 +85,13 @@ public:
     std::filesystem::path failures;  // where it keeps the archives of failed operations
 };
 
-// A folder with TV A, which has a list of its own and settings of its own, and the factory-fresh TV B.
-class TwoTvs : public ::testing::Test {
-protected:
-    TwoTvs();
+// A folder with two TVs.
+//   A  three services in two groups, the last one a radio; watches service 2 in mode 2/1 (satellite, television),
+//   category
+//      2/2/1 (the second group, by name); favname1 "Für Oma", favname5 empty
+//   B  fresh from the factory: one service, mode 2/0
+struct TvPair {
+    TvPair();
 
     // The newest backup's folder in the cloud store.
     std::filesystem::path storedBackup(const std::string& id = "000001") const;
@@ -82,6 +100,8 @@ protected:
     TestTv a;
     TestTv b;
 };
+
+class TwoTvs : public ::testing::Test, protected TvPair {};
 
 // The log of this process so far, a record a line: "<priority> <message>".
 std::vector<std::string> messages();

@@ -1,0 +1,69 @@
+// What ends a restore before the data come.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/Restore.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Lines = test::Strings;
+using test::operator+;
+using test::CLOSING;
+using test::Outcome;
+using test::Restore;
+using ::testing::ElementsAre;
+
+TEST_F(Restore, EndsWithoutReplyWhereTheRequestCannotBeKept) {
+    const Outcome run = b.restoreUnder("app_control_clone", "result=-9");
+    EXPECT_THAT(run.logBetween("5 Do restore", "4 Last line"),
+                ElementsAre("5 Do restore", "6 app_control_clone fail[-9]", "5 operation fail", "4 Last line"));
+    EXPECT_EQ(run.reply, std::nullopt);
+    EXPECT_EQ(run.count("bnr_init"), 0);
+}
+
+TEST_F(Restore, RepliesFailureWhereTheCloudCannotBeAsked) {
+    const Outcome unopened = b.restoreUnder("bnr_init", "result=-1");
+    EXPECT_THAT(unopened.logBetween("6 bnr_init fail[-1]", "4 Last line"),
+                ElementsAre("6 bnr_init fail[-1]", "6 m_BnrInitialize() fail",
+                            "5 app_control_reply_to_launch_request(-1) success", "5 operation fail", "4 Last line"));
+    EXPECT_EQ(unopened.count("bnr_deinit"), 0);
+    EXPECT_EQ(unopened.reply, -1);
+
+    const Outcome refused = b.restoreUnder("bnr_restore", "result=-4");
+    EXPECT_EQ(refused.logBetween("6 bnr_restore(Qr7tLw2ZkA, {data}) error [-4]", "4 Last line"),
+              Lines{"6 bnr_restore(Qr7tLw2ZkA, {data}) error [-4]"} + CLOSING +
+                  Lines({"5 app_control_reply_to_launch_request(-1) success", "5 operation fail", "4 Last line"}));
+    EXPECT_EQ(refused.reply, -1);
+
+    fs::remove_all(b.data);
+    test::write(b.data.parent_path(), "in the place of the working folder");
+    const Outcome homeless = b.restore();
+    EXPECT_EQ(homeless.logBetween("6 create_directories({data}) fail [17][File exists]", "4 Last line"),
+              Lines({"6 create_directories({data}) fail [17][File exists]", "6 m_CreateDirectories({data}) fail"}) +
+                  CLOSING +
+                  Lines({"5 app_control_reply_to_launch_request(-1) success", "5 operation fail", "4 Last line"}));
+    EXPECT_EQ(homeless.count("bnr_restore"), 0);
+    expectUntouched();
+}
+
+TEST_F(Restore, TellsTheCallerThatTheCloudHasNothing) {
+    fs::remove_all(b.cloud);
+    const Outcome run = b.restore();
+    EXPECT_TRUE(run.says("6 Error happened"));
+    EXPECT_EQ(run.reply, -1);
+    expectUntouched();
+}
+
+TEST_F(Restore, TakesTheNewestBackupOrTheChosenOne) {
+    a.open().settings().setFavouriteName(1, "Later");
+    a.backUp();
+    b.restore();
+    EXPECT_EQ(b.setUp().favourites[0], "Later");
+    b.launch({"operation=restore", "--backup", "000001"});
+    EXPECT_EQ(b.setUp().favourites[0], "Für Oma");
+    EXPECT_EQ(b.launch({"operation=restore", "--backup", "000003"}).response, sim::Response::Error);
+}
+
+}  // namespace
