@@ -2,51 +2,17 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
-#include <cstdlib>
-
-#include "tests/support/TestTv.h"
+#include "tests/support/CommandLine.h"
 
 namespace {
 
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 
-struct Answer {
-    int code;
-    std::string text;  // both streams
-};
+using test::Answer;
 
-class Cli : public ::testing::Test {
-protected:
-    Cli() {
-        test::write(folder / "list.conf",
-                    ":Group\nEins:11361:HC23:S19.2E:22000:101:102:0:0:1001:1:1:0\nbad line\n"
-                    "Radio:11361:HC23:S19.2E:22000:0:202:0:0:1002:1:1:0\n");
-    }
-
-    Answer tv(const std::string& words, const std::string& home = "tv") const {
-        return shell(fmt::format("{} --home {} --cloud {} {}", HALCYON_TV, (folder / home).string(),
-                                 (folder / "cloud").string(), words));
-    }
-
-    static Answer shell(const std::string& command) {
-        FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
-        std::string text;
-        for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
-            text += static_cast<char>(c);
-        }
-        return {WEXITSTATUS(::pclose(pipe)), text};
-    }
-
-    Answer init(const std::string& home = "tv") const {
-        return tv("init --channels " + (folder / "list.conf").string(), home);
-    }
-
-    test::TempFolder folder;
-};
+class Cli : public test::CommandLine {};
 
 TEST_F(Cli, MakesATvAndSaysWhatItSkipped) {
     const Answer made = init();
@@ -144,15 +110,14 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"fault add bnr_backup null", 3, "bnr_backup cannot fail with 'null'"}));
 
 TEST_F(Cli, TheApplicationAloneExplainsItselfToo) {
-    const std::string home = "HALCYON_TV_HOME=" + (folder / "tv").string() + " ";
-    const Answer nowhere = Cli::shell(home + HALCYON_LINEUP);
+    const Answer nowhere = test::shell(environment() + HALCYON_LINEUP);
     EXPECT_EQ(nowhere.code, 3);
     EXPECT_THAT(nowhere.text, AllOf(HasSubstr("no TV at"), HasSubstr("init --channels")));
     init();
-    const Answer usage = Cli::shell(home + HALCYON_LINEUP + " restore");
+    const Answer usage = test::shell(environment() + HALCYON_LINEUP + " restore");
     EXPECT_EQ(usage.code, 2);
     EXPECT_THAT(usage.text, HasSubstr("restore: not of the form key=value"));
-    EXPECT_EQ(Cli::shell(home + HALCYON_LINEUP + " operation=backup").code, 0);
+    EXPECT_EQ(test::shell(environment() + HALCYON_LINEUP + " operation=backup").code, 0);
 }
 
 }  // namespace

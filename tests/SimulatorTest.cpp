@@ -4,13 +4,17 @@
 #include <gtest/gtest.h>
 #include <json/value.h>
 
+#include <chrono>
+#include <cstdlib>
 #include <sstream>
+#include <tuple>
 
 #include "platform/json_util.h"
 #include "platform/settings_store.h"
 #include "simulator/base/Archive.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Json.h"
+#include "simulator/base/Places.h"
 #include "simulator/cloud/CloudStore.h"
 #include "simulator/platform/EventLoop.h"
 #include "simulator/tv/ChannelList.h"
@@ -153,6 +157,38 @@ TEST(EventLoop, JumpsFromOneDueTimeToTheNext) {
     EXPECT_FALSE(sim::EventLoop().run()) << "nothing to wait for";
 }
 
+TEST(EventLoop, WaitsInThePersonsTimeWhereItIsAskedTo) {
+    using std::chrono_literals::operator""ms;
+    sim::EventLoop loop;
+    loop.setRealtime(true);
+    loop.post(2ms, [&] { loop.quit(); });
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(loop.run());
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 2ms);
+}
+
+TEST(Places, ComeFromTheEnvironment) {
+    const std::vector<std::tuple<const char*, const char*, const char*, std::string>> environments = {
+        {"/given/tv/", "/state", "/user", "/given/tv"},
+        {"", "/state", "/user", "/state/halcyon-tv"},
+        {"", "relative", "/user", "/user/.local/state/halcyon-tv"},
+        {"", "", "/user", "/user/.local/state/halcyon-tv"},
+    };
+    const std::string user = sim::environment("HOME");
+    for (const auto& [home, state, userHome, expected] : environments) {
+        ::setenv("HALCYON_TV_HOME", home, 1);
+        ::setenv("XDG_STATE_HOME", state, 1);
+        ::setenv("HOME", userHome, 1);
+        EXPECT_EQ(sim::defaultHome(), expected);
+    }
+    ::setenv("HOME", "", 1);
+    EXPECT_THAT([] { sim::defaultHome(); }, ThrowsMessage<sim::Error>(HasSubstr("set HALCYON_TV_HOME or HOME")));
+    ::setenv("HOME", user.c_str(), 1);
+    ::unsetenv("XDG_STATE_HOME");
+    ::unsetenv("HALCYON_TV_HOME");
+    EXPECT_EQ(sim::defaultCloud("/some/tv"), "/some/cloud");
+}
+
 class Platform : public test::InProcess {};
 
 TEST_F(Platform, TellsJsonFromOtherTexts) {
@@ -196,26 +232,6 @@ TEST_F(Platform, KeepsSettingsByType) {
 }
 
 class Services : public test::TwoTvs {};
-
-// An archive that lies about its services is refused, whatever else is right with it.
-TEST_F(Services, RefusesAWrongCountAndMissingTables) {
-    const sim::Tv tv(b.home);
-    const auto statusOf = [&](const std::string& statement) {
-        const fs::path file = folder / "services.db";
-        a.open().serviceDb().snapshot(folder / "a.zip");
-        EXPECT_TRUE(sim::extractEntry(folder / "a.zip", "services.db", file));
-        sim::Database(file, sim::Database::Access::Change).run(statement);
-        sim::writeArchive(folder / "changed.zip", {file});
-        return tv.serviceDb().replace(folder / "changed.zip");
-    };
-    EXPECT_EQ(statusOf("DELETE FROM services WHERE id = 1"), sim::ReplaceStatus::CountDiffers);
-    EXPECT_EQ(statusOf("DELETE FROM services; UPDATE meta SET service_count = 0"), sim::ReplaceStatus::CountDiffers);
-    EXPECT_EQ(statusOf("ALTER TABLE services RENAME COLUMN tid TO other"), sim::ReplaceStatus::TablesDiffer);
-    EXPECT_EQ(statusOf("DROP TABLE channel_groups"), sim::ReplaceStatus::TablesDiffer);
-    EXPECT_THAT(tv.serviceDb().services(), SizeIs(1)) << "the old one stays";
-    EXPECT_EQ(statusOf("PRAGMA journal_mode = WAL"), std::nullopt) << "only its rows come in";
-    EXPECT_THAT(tv.serviceDb().services(), SizeIs(3));
-}
 
 // No name in an archive decides where something is written.
 TEST_F(Services, AreTakenFromTheirOwnEntryOnly) {
@@ -269,6 +285,14 @@ TEST_F(Services, MakeAFaultRuleOnlyOfWhatCanHappen) {
     EXPECT_THAT([&] { a.fault("bnr_response", "delay=-1"); }, ThrowsMessage<sim::Error>(HasSubstr("before its time")));
     EXPECT_THAT([&] { a.fault("bnr_init", "result=1", 0); }, ThrowsMessage<sim::Error>(HasSubstr("from 1")));
     EXPECT_EQ(a.faultsFired(), 0);
+}
+
+TEST_F(Services, FailForEverWhereARuleSaysSo) {
+    sim::Tv(a.home).faults().add({0, "vconf_get_str", "throw", 1, 0, 0});
+    for (int run = 1; run <= 2; ++run) {
+        EXPECT_EQ(a.backUp().ended, sim::RunEnd::Crashed);
+        EXPECT_EQ(a.faultsFired(), run);
+    }
 }
 
 }  // namespace

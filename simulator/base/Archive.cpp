@@ -87,6 +87,11 @@ bool extractEntry(const fs::path& archive, const std::string& name, const fs::pa
     if (index < 0) {
         return false;
     }
+    const std::string what = fmt::format("{}: bytes of entry {}", archive.string(), inQuotes(name));
+    zip_stat_t stat;
+    if (zip_stat_index(zip.get(), static_cast<zip_uint64_t>(index), 0, &stat) == 0) {
+        limits::require(what, stat.size, limits::ENTRY_BYTES);
+    }
     const std::unique_ptr<zip_file_t, decltype(&zip_fclose)> entry(
         zip_fopen_index(zip.get(), static_cast<zip_uint64_t>(index), 0), &zip_fclose);
     if (!entry) {
@@ -99,8 +104,7 @@ bool extractEntry(const fs::path& archive, const std::string& name, const fs::pa
     while ((count = zip_fread(entry.get(), buffer.data(), buffer.size())) > 0) {
         file.write(buffer.data(), count);
         size += static_cast<std::uint64_t>(count);
-        limits::require(fmt::format("{}: bytes that entry {} unpacks to", archive.string(), inQuotes(name)), size,
-                        limits::ENTRY_BYTES);
+        limits::require(what, size, limits::ENTRY_BYTES);
     }
     if (count < 0) {
         zip_error_t* error = zip_file_get_error(entry.get());

@@ -128,29 +128,31 @@ void warnOfLeftovers(const sim::Tv& tv) {
     }
 }
 
-// While it lives, the signals that would end this process go to another one, whose end is waited for.
-class Forwarding {
-public:
-    explicit Forwarding(int process) {
-        s_process = process;
-        struct sigaction action = {};
-        action.sa_handler = [](int signal) { ::kill(s_process, signal); };
-        for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
-            ::sigaction(signal, &action, nullptr);
-        }
-    }
-    ~Forwarding() {
-        for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
-            std::signal(signal, SIG_DFL);
-        }
-    }
-    Forwarding(const Forwarding&) = delete;
-    Forwarding& operator=(const Forwarding&) = delete;
+volatile std::sig_atomic_t launched = 0;
 
-private:
-    static volatile std::sig_atomic_t s_process;
+// Launches the application and waits for its end. Signals that would end this process go to the application instead,
+// from its start on.
+struct Ended {
+    int pid;
+    std::string how;
 };
-volatile std::sig_atomic_t Forwarding::s_process = 0;
+Ended execute(const sim::Launch& launch) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
+        sigaddset(&signals, signal);
+    }
+    ::sigprocmask(SIG_BLOCK, &signals, nullptr);
+    const sim::Process application(launch);
+    launched = application.id();
+    struct sigaction forward = {};
+    forward.sa_handler = [](int signal) { ::kill(launched, signal); };
+    for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
+        ::sigaction(signal, &forward, nullptr);
+    }
+    ::sigprocmask(SIG_UNBLOCK, &signals, nullptr);
+    return {application.id(), sim::describeEnd(application.wait())};
+}
 
 int run(const Place& place, const RunOptions& options) {
     const sim::FolderLock lock = sim::lockTv(place.home, std::chrono::seconds(options.wait));
@@ -163,13 +165,11 @@ int run(const Place& place, const RunOptions& options) {
     const File log(options.quiet ? std::tmpfile() : nullptr, &std::fclose);
     sim::Launch launch = launchOf(place, options, lock);
     launch.errors = log ? ::fileno(log.get()) : -1;
-    const sim::Process application(launch);
-    const Forwarding forwarding(application.id());
-    const std::string end = sim::describeEnd(application.wait());
-    const std::optional<sim::Run> ended = tv.runs().close(before, application.id(), end);
+    const Ended end = execute(launch);
+    const std::optional<sim::Run> ended = tv.runs().close(before, end.pid, end.how);
     if (!ended) {
-        throw sim::Error(fmt::format("the application did not start on the TV at {}: {}{}", place.home.string(), end,
-                                     log ? "\n" + content(log.get()) : ""));
+        throw sim::Error(fmt::format("the application did not start on the TV at {}: {}{}", place.home.string(),
+                                     end.how, log ? "\n" + content(log.get()) : ""));
     }
     const sim::RunReport report = sim::reportOn(*ended);
     printRun(report);

@@ -1,0 +1,150 @@
+// Databases that are made to do harm: refused or harmless, with the TV's own untouched.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "simulator/base/Archive.h"
+#include "simulator/base/Error.h"
+#include "simulator/tv/ReceivedDatabase.h"
+#include "tests/support/TestTv.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using sim::Database;
+using sim::ReplaceStatus;
+
+struct Hostile {
+    const char* name;
+    const char* statements;                // what is done to a database that is in order
+    std::optional<ReplaceStatus> refusal;  // nothing: only its rows come in
+};
+
+// An endless query in the place of a table, and beside one.
+#define ENDLESS "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i FROM n"
+
+class Received : public test::TwoTvs, public ::testing::WithParamInterface<Hostile> {
+protected:
+    // TV A's own database of the kind with the statements run on it, in an archive.
+    fs::path archiveOf(const char* name, const fs::path& original, const char* statements) const {
+        const fs::path file = folder / name;
+        fs::copy_file(original, file);
+        Database(file, Database::Access::Change).run(statements);
+        sim::writeArchive(folder / "received.zip", {file});
+        return folder / "received.zip";
+    }
+};
+
+std::string nameOf(const ::testing::TestParamInfo<Hostile>& each) {
+    return each.param.name;
+}
+
+class ReceivedServices : public Received {};
+
+TEST_P(ReceivedServices, BringRowsOrNothing) {
+    const fs::path archive = archiveOf("services.db", a.home / "service-db/services.db", GetParam().statements);
+    const sim::SetUp before = b.setUp();
+    EXPECT_EQ(b.open().serviceDb().replace(archive), GetParam().refusal);
+    if (GetParam().refusal) {
+        EXPECT_EQ(b.setUp(), before);
+    } else {
+        EXPECT_EQ(b.setUp().services, a.setUp().services);
+    }
+    const Database now(b.home / "service-db/services.db", Database::Access::Look);
+    EXPECT_EQ(now.integer("SELECT count(*) FROM sqlite_schema WHERE type <> 'index'"), 3) << "its own tables alone";
+    EXPECT_EQ(test::tree(b.home / "service-db"), (test::Strings{"ipsrv", "services.db"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Hostile, ReceivedServices,
+    ::testing::Values(
+        Hostile{"ViewInThePlaceOfATable", "DROP TABLE meta; CREATE VIEW meta(service_count) AS " ENDLESS,
+                ReplaceStatus::TablesDiffer},
+        Hostile{"ViewBesideTheTables", "CREATE VIEW more AS " ENDLESS, std::nullopt},
+        Hostile{"Trigger", "CREATE TRIGGER t AFTER INSERT ON services BEGIN DELETE FROM services; END", std::nullopt},
+        Hostile{"GeneratedColumn",
+                "ALTER TABLE services DROP COLUMN provider; ALTER TABLE services ADD COLUMN provider TEXT AS "
+                "(printf('%.*c', "
+                "100000000, 'x'))",
+                ReplaceStatus::TablesDiffer},
+        Hostile{"HugeBlob", "UPDATE services SET name = CAST(zeroblob(50000000) AS TEXT) WHERE id = 1",
+                ReplaceStatus::TablesDiffer},
+        Hostile{"LargeName", "UPDATE services SET name = printf('%.*c', 70000, 'x') WHERE id = 1",
+                ReplaceStatus::TablesDiffer},
+        Hostile{"ForeignGroup", "PRAGMA foreign_keys = OFF; UPDATE services SET channel_group = 99",
+                ReplaceStatus::TablesDiffer},
+        Hostile{
+            "LooseTypes",
+            "CREATE TABLE loose AS SELECT * FROM services; DROP TABLE services; ALTER TABLE loose RENAME TO services; "
+            "UPDATE services SET sid = 'text'",
+            ReplaceStatus::TablesDiffer},
+        Hostile{
+            "Nulls",
+            "CREATE TABLE loose AS SELECT * FROM services; DROP TABLE services; ALTER TABLE loose RENAME TO services; "
+            "UPDATE services SET name = NULL",
+            ReplaceStatus::TablesDiffer},
+        Hostile{
+            "MoreTablesAndColumns",
+            "CREATE TABLE more(x); INSERT INTO more VALUES(zeroblob(1000)); ALTER TABLE services ADD COLUMN more TEXT",
+            std::nullopt},
+        Hostile{"IndexOnAnExpression", "CREATE INDEX expensive ON services(length(hex(name)))", std::nullopt},
+        Hostile{"VirtualTable", "DROP TABLE meta; CREATE VIRTUAL TABLE meta USING fts5(service_count)",
+                ReplaceStatus::TablesDiffer},
+        Hostile{"DamagedSchema",
+                "PRAGMA writable_schema = ON; UPDATE sqlite_schema SET sql = 'CREATE TABLE meta(' WHERE name = 'meta'",
+                ReplaceStatus::DatabaseDamaged},
+        Hostile{"WrongCount", "DELETE FROM services WHERE id = 1", ReplaceStatus::CountDiffers},
+        Hostile{"NoService", "DELETE FROM services; UPDATE meta SET service_count = 0", ReplaceStatus::CountDiffers},
+        Hostile{"OtherColumn", "ALTER TABLE services RENAME COLUMN tid TO other", ReplaceStatus::TablesDiffer},
+        Hostile{"NoGroups", "PRAGMA foreign_keys = OFF; DROP TABLE channel_groups", ReplaceStatus::TablesDiffer},
+        Hostile{"WithItsOwnLog", "PRAGMA journal_mode = WAL", std::nullopt}),
+    &nameOf);
+
+class ReceivedIss : public Received {};
+
+TEST_P(ReceivedIss, BringsRowsOrNothing) {
+    const fs::path archive = archiveOf("iss.db", a.home / "iss.db", GetParam().statements);
+    const sim::IssDb::Entries before = b.setUp().iss;
+    EXPECT_EQ(b.open().issDb().restore(archive), !GetParam().refusal);
+    EXPECT_EQ(b.setUp().iss, GetParam().refusal ? before : a.setUp().iss);
+    const Database now(b.home / "iss.db", Database::Access::Look);
+    EXPECT_EQ(now.integer("SELECT count(*) FROM sqlite_schema WHERE type <> 'index'"), 1) << "its own table alone";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Hostile, ReceivedIss,
+    ::testing::Values(
+        Hostile{"ViewInThePlaceOfTheTable",
+                "DROP TABLE iss; CREATE VIEW iss(key, value) AS SELECT i, i FROM (" ENDLESS ")",
+                ReplaceStatus::TablesDiffer},
+        Hostile{"ViewBesideTheTable", "CREATE VIEW more AS " ENDLESS, std::nullopt},
+        Hostile{"Trigger", "CREATE TRIGGER t AFTER INSERT ON iss BEGIN SELECT 1; END", std::nullopt},
+        Hostile{"GeneratedColumn",
+                "DROP TABLE iss; CREATE TABLE iss(key TEXT, value TEXT AS (printf('%.*c', 100000000, 'x'))); INSERT "
+                "INTO iss "
+                "VALUES('a')",
+                ReplaceStatus::TablesDiffer},
+        Hostile{"HugeBlob", "UPDATE iss SET value = CAST(zeroblob(50000000) AS TEXT)", ReplaceStatus::DatabaseDamaged},
+        Hostile{"Nulls", "DROP TABLE iss; CREATE TABLE iss(key, value); INSERT INTO iss VALUES('a', NULL)",
+                ReplaceStatus::TablesDiffer}),
+    &nameOf);
+
+// What is no plain table, and yet looks like one, runs out of steps: its constraints can be as long as one likes.
+TEST_F(Received, SpendsABudgetOfSteps) {
+    const fs::path file = folder / "slow.db";
+    std::string check = "x";
+    for (int i = 0; i < 900; ++i) {
+        check += " + 1";
+    }
+    Database(file, Database::Access::Create)
+        .run("PRAGMA synchronous = OFF; CREATE TABLE t(x CHECK(" + check + " > 0), y CHECK(" + check +
+             " > 1)); WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 3000) INSERT INTO t(x) "
+             "SELECT "
+             "i FROM n");
+    EXPECT_THAT([&] { sim::ReceivedDatabase{file}; },
+                ::testing::ThrowsMessage<sim::Error>(::testing::HasSubstr("interrupted")));
+}
+
+}  // namespace

@@ -1,0 +1,38 @@
+#include "tests/support/CommandLine.h"
+
+#include <fmt/format.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+
+namespace test {
+
+Answer shell(const std::string& command) {
+    FILE* pipe = ::popen(("{ " + command + "; } 2>&1").c_str(), "r");
+    std::string text;
+    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
+        text += static_cast<char>(c);
+    }
+    return {WEXITSTATUS(::pclose(pipe)), text};
+}
+
+CommandLine::CommandLine() {
+    write(folder / "list.conf",
+          ":Group\nEins:11361:HC23:S19.2E:22000:101:102:0:0:1001:1:1:0\nbad line\n"
+          "Radio:11361:HC23:S19.2E:22000:0:202:0:0:1002:1:1:0\n");
+}
+
+Answer CommandLine::tv(const std::string& words, const std::string& home) const {
+    return shell(fmt::format("{} --home {} --cloud {} {}", HALCYON_TV, (folder / home).string(),
+                             (folder / "cloud").string(), words));
+}
+
+Answer CommandLine::init(const std::string& home) const {
+    return tv("init --channels " + (folder / "list.conf").string(), home);
+}
+
+std::string CommandLine::environment(const std::string& home) const {
+    return fmt::format("HALCYON_TV_HOME={} HALCYON_CLOUD={} ", (folder / home).string(), (folder / "cloud").string());
+}
+
+}  // namespace test
