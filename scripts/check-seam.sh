@@ -1,8 +1,17 @@
 #!/usr/bin/env bash
-# Builds the application alone, as for a TV, against a copy of platform/ and nothing else of this project. What its objects
+# Checks that src/ includes nothing but its own headers, platform/, minizip, jsoncpp and the standard library. Then builds the
+# application alone, as for a TV, against a copy of platform/ and nothing else of this project. What its objects
 # then leave undefined must be declared in platform/ or belong to minizip, jsoncpp or the language's runtime.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+# The standard library's headers have no '.' but for C's own.
+allowed='"[A-Za-z]+\.h"|"platform/[a-z_]+\.h"|<minizip/(un)?zip\.h>|<json/[a-z]+\.h>|<[a-z_]+>'
+foreign=$(grep -rnE '#include' src | grep -vE "#include ($allowed)\$" || true)
+for header in $(grep -rhoE '#include "[A-Za-z]+\.h"' src | grep -oE '[A-Za-z]+\.h' | sort -u); do
+    [ -e "src/$header" ] || foreign+="$header, which is not in src/"$'\n'
+done
+[ -z "$foreign" ] || { printf 'check-seam: src/ may not include:\n%s\n' "$foreign" >&2; exit 1; }
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -13,7 +22,8 @@ cmake -S "$work" -B "$work/build" -G Ninja -DHALCYON_PLATFORM_SDK="$work/sdk" >"
 cmake --build "$work/build" --target lineup >"$work/log" || { cat "$work/log"; exit 1; }
 ninja -C "$work/build" CMakeFiles/halcyon-lineup.dir/src/AppMain.cpp.o >"$work/log" || { cat "$work/log"; exit 1; }
 mapfile -t objects < <(find "$work/build" -name '*.o')
-[ ${#objects[@]} -eq 5 ] || { echo "check-seam: 5 objects expected, found ${#objects[@]}" >&2; exit 1; }
+mains=$(nm --print-file-name --defined-only --extern-only "${objects[@]}" | grep -c ' T main$')
+[ "$mains" -eq 1 ] || { echo "check-seam: main() is in $mains objects" >&2; exit 1; }
 
 names() { awk '{print $NF}' | sed 's/@.*//' | sort -u; }
 nm --undefined-only "${objects[@]}" | grep ' U ' | names >"$work/undefined"
