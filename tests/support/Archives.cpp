@@ -3,7 +3,25 @@
 #include <gtest/gtest.h>
 #include <zip.h>
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace test {
+
+#ifdef __SANITIZE_ADDRESS__
+LeavesHandles::LeavesHandles() {
+    __lsan_disable();
+}
+
+LeavesHandles::~LeavesHandles() {
+    __lsan_enable();
+}
+#else
+LeavesHandles::LeavesHandles() = default;
+
+LeavesHandles::~LeavesHandles() = default;
+#endif
 
 std::uint64_t number(const std::string& bytes, std::size_t offset, std::size_t size) {
     std::uint64_t value = 0;

@@ -165,7 +165,12 @@ Outcome TestTv::launch(const std::vector<std::string>& arguments) {
     const std::int64_t before = tv.runs().newest();
     const fs::path errors = home.parent_path() / "stderr";
     const int descriptor = ::open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    const sim::Process process({words, {{"HALCYON_TV_HOME", home}, {"HALCYON_CLOUD", cloud}}, -1, descriptor});
+    const sim::Process process({words,
+                                {{"HALCYON_TV_HOME", home},
+                                 {"HALCYON_CLOUD", cloud},
+                                 {"LSAN_OPTIONS", "suppressions=" TEST_DATA "/../lsan.supp:print_suppressions=0"}},
+                                -1,
+                                descriptor});
     ::close(descriptor);
     Outcome outcome;
     outcome.exitStatus = process.wait();
