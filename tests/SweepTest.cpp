@@ -18,7 +18,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using sim::RunEnd;
-using sim::SetUp;
 using test::Outcome;
 
 enum class Kind { Backup, Restore, RestoreWithScan };
@@ -56,8 +55,8 @@ struct World : test::TvPair {
         return tv.launch({"operation=restore", scan, "--reply"});
     }
 
-    SetUp before;  // of B
-    SetUp after;   // of A, and so of B after a restore
+    sim::SetUp before;  // of B
+    sim::SetUp after;   // of A, and so of B after a restore
 };
 
 // One world a process: each sweep resets what it has changed.
@@ -125,8 +124,8 @@ void expectEither(const Part& now, const Part& before, const Part& after, const 
 }
 
 // Each part of the TV is as it was or as it is restored.
-void expectWholeTv(const test::TestTv& tv, const SetUp& before, const SetUp& after) {
-    const SetUp now = tv.setUp();
+void expectWholeTv(const test::TestTv& tv, const sim::SetUp& before, const sim::SetUp& after) {
+    const sim::SetUp now = tv.setUp();
     expectEither(now.services, before.services, after.services, "services");
     expectEither(now.iss, before.iss, after.iss, "iss");
     expectEither(now.ci, before.ci, after.ci, "CI files");
