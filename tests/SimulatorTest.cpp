@@ -186,6 +186,7 @@ TEST(Places, ComeFromTheEnvironment) {
     ::setenv("HOME", user.c_str(), 1);
     ::unsetenv("XDG_STATE_HOME");
     ::unsetenv("HALCYON_TV_HOME");
+    ::unsetenv("HALCYON_CLOUD");
     EXPECT_EQ(sim::defaultCloud("/some/tv"), "/some/cloud");
 }
 

@@ -2,24 +2,18 @@
 
 #include <json/reader.h>
 #include <json/writer.h>
-#include <rapidjson/memorystream.h>
-#include <rapidjson/reader.h>
 
 #include <memory>
+#include <nlohmann/json.hpp>
 
 namespace sim {
 
 namespace {
 
-// jsoncpp takes some texts that are not JSON ("-01", a line break inside a string); this reader does not, but that a
-// NUL ends the text for it.
+// jsoncpp takes some texts that are not JSON ("-01", a line break inside a string); this parser does not, but that a NUL
+// ends the text for it.
 bool isJson(const std::string& text) {
-    if (text.find('\0') != std::string::npos) {
-        return false;
-    }
-    rapidjson::MemoryStream stream(text.data(), text.size());
-    rapidjson::BaseReaderHandler<> ignore;
-    return !rapidjson::Reader().Parse<rapidjson::kParseIterativeFlag>(stream, ignore).IsError();
+    return text.find('\0') == std::string::npos && nlohmann::json::accept(text);
 }
 
 }  // namespace

@@ -19,7 +19,7 @@
 
 namespace {
 
-std::string formatted(const char* format, va_list arguments) {
+__attribute__((format(printf, 1, 0))) std::string formatted(const char* format, va_list arguments) {
     char* buffer = nullptr;
     const int length = ::vasprintf(&buffer, format, arguments);
     if (length < 0) {

@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# Runs fuzz targets side by side, each in a folder of its own that it is confined to, from seeds that a simulated TV makes.
+#   fuzz.sh BIN SECONDS TARGET...
+# What is found stays in build/fuzz-findings/; exit code 1 then.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bin=$(realpath "$1")
+seconds=$2
+shift 2
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+findings=$PWD/build/fuzz-findings
+mkdir -p "$findings"
+
+# A backup of a TV has a seed for each target.
+export HALCYON_TV_HOME=$work/tv HALCYON_CLOUD=$work/cloud
+"$bin/halcyon-tv" init --channels data/channels.conf >/dev/null
+"$bin/halcyon-tv" run -q >/dev/null
+backup=$(dirname "$(find "$work/cloud" -name bundle.zip)")
+unzip -q "$backup/bundle.zip" -d "$work/bundle"
+seed() { mkdir -p "$work/seeds/$1"; cp "${@:2}" "$work/seeds/$1/"; }
+seed extractor "$backup/bundle.zip" "$work/bundle/issDB.zip"
+seed metadata "$backup/metadata.json"
+seed settings "$work/bundle/vconf.json"
+seed channels data/channels.conf data/factory.conf
+seed services "$work/tv/service-db/services.db"
+seed iss "$work/tv/iss.db"
+
+fuzz() {
+    local target=$1 log=$work/$1.log
+    mkdir -p "$work/$target" "$findings/$target"
+    ulimit -f 65536  # 32 MiB: an entry may say that it unpacks to anything
+    (cd "$findings/$target" && FUZZ_FOLDER=$work/$target ASAN_OPTIONS=detect_leaks=0 "$bin/fuzz-$target" \
+        -max_total_time="$seconds" -max_len=65536 -rss_limit_mb=2048 -timeout=10 -close_fd_mask=2 -print_final_stats=1 \
+        -dict="$OLDPWD/fuzz/dictionaries/$target" "$work/seeds/$target" >"$log" 2>&1) || { cat "$log" >&2; return 1; }
+    awk -v target="$target" '/number_of_executed_units/ { runs = $2 } /cov: / { for (i = 1; i < NF; ++i) if ($i == "cov:") cov = $(i + 1) }
+        END { printf "fuzz %-10s %8d inputs, %d places covered, nothing found\n", target, runs, cov }' "$log"
+}
+
+failed=0
+running=()
+for target in "$@"; do
+    fuzz "$target" &
+    running+=($!)
+    if [ ${#running[@]} -ge "$(nproc)" ]; then
+        wait "${running[0]}" || failed=1
+        running=("${running[@]:1}")
+    fi
+done
+for process in "${running[@]}"; do
+    wait "$process" || failed=1
+done
+[ "$failed" -eq 0 ] || echo "fuzz: what was found is in $findings" >&2
+exit "$failed"
