@@ -1,24 +1,46 @@
 #!/usr/bin/env bash
-# Checks that includes between the simulator's rooms run one way, and that libraries stay in the rooms that they belong to.
+# Names each include of the simulator that goes against the arrows between its rooms, or takes a library out of its room.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-failed=0
-# allow FOLDER PATTERN REASON: what the sources of the folder include of this project or its libraries must match.
-allow() {
-    local found
-    found=$(grep -rnE '#include [<"]' "$1" --include='*.h' --include='*.cpp' --include='*.inc' |
-        grep -E "[<\"]($PROJECT)" | grep -vE "[<\"]($2)" || true)
-    [ -z "$found" ] || { printf 'check-arrows: %s:\n%s\n' "$3" "$found" >&2; failed=1; }
-}
-PROJECT='src/|platform/|simulator/|tests/|sqlite3|SQLiteCpp/|curl/'
+# What a room may include of the simulator.
+declare -A may=(
+    [base]="base"
+    [cloud]="cloud base"
+    [tv]="tv base"
+    [platform]="platform tv cloud base"
+    [reports]="reports tv cloud base"
+    [web]="web reports base"
+    [cli]="cli reports tv cloud base"
+)
+# The room that a library stays in.
+declare -A home=([sqlite3.h]=tv [curl]=cloud)
 
-allow simulator/base     'simulator/base/'                                            'base/ includes base/ alone'
-allow simulator/tv       'simulator/(base|tv)/|sqlite3'                               'tv/ includes base/, and SQLite'
-allow simulator/cloud    'simulator/(base|cloud)/|curl/'                              'cloud/ includes base/, and libcurl'
-allow simulator/reports  'simulator/(base|tv|cloud|reports)/'                         'reports/ includes tv/, cloud/, base/'
-allow simulator/cli      'simulator/(base|tv|cloud|reports|cli)/'                     'cli/ includes reports/ and what is below'
-allow simulator/platform 'simulator/(base|tv|cloud|platform)/|platform/'              'platform/ includes tv/, cloud/, base/'
-allow platform           'platform/'                                                  'the platform headers include each other alone'
-[ "$failed" -eq 0 ] && echo "check-arrows: includes run one way"
-exit "$failed"
+# broken_rule ROOM INCLUDE: the rule that a room breaks by an include such as <sqlite3.h>; nothing where it may.
+broken_rule() {
+    local room=$1 include=$2 target first
+    target=$(tr -d '"<>' <<<"$include")
+    first=${target%%/*}
+    case $include in
+        *src/* | *../*) echo "the simulator knows nothing of src/, and no room reaches around another" ;;
+        \"simulator/*)
+            target=${target#simulator/}
+            [[ " ${may[$room]:-} " == *" ${target%%/*} "* ]] || echo "$room/ may include of: ${may[$room]:-nothing}"
+            ;;
+        \"platform/*) [ "$room" = platform ] || echo "simulator/platform/ alone implements platform/" ;;
+        \"* | \<simulator/* | \<platform/*) echo "own headers are named from the root, as \"simulator/...\"" ;;
+        *) [ "${home[$first]:-$room}" = "$room" ] || echo "<$first> stays inside ${home[$first]}/" ;;
+    esac
+}
+
+status=0
+while IFS=: read -r file line directive; do
+    room=${file#simulator/}
+    include=$(grep -oE '["<][^">]+[">]' <<<"$directive" | head -n 1) || include=$directive
+    rule=$(broken_rule "${room%%/*}" "$include")
+    [ -n "$rule" ] || continue
+    echo "check-arrows: $file:$line includes $include; $rule" >&2
+    status=1
+done < <(grep -rnE --include='*.h' --include='*.cpp' --include='*.inc' '^[[:space:]]*#[[:space:]]*include' simulator)
+[ $status -eq 0 ] && echo "check-arrows: includes run one way"
+exit $status
