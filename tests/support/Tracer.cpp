@@ -1,0 +1,257 @@
+#include "tests/support/Tracer.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <seccomp.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <system_error>
+
+namespace fs = std::filesystem;
+
+namespace test {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto HUNG_AFTER = 30s;
+
+[[noreturn]] void fail(const char* what, int error) {
+    throw std::system_error(error, std::generic_category(), what);
+}
+
+int check(const char* what, int result) {
+    if (result < 0) {
+        fail(what, errno);
+    }
+    return result;
+}
+
+class Descriptor {
+public:
+    explicit Descriptor(int number) : m_number(number) {}
+    ~Descriptor() { ::close(m_number); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    int number() const { return m_number; }
+
+private:
+    int m_number;
+};
+
+// Where a call names what it changes: an open file, or a path, which may be relative to an open folder.
+struct Place {
+    int descriptor = -1;  // number of the argument
+    int path = -1;
+    int flags = -1;  // of those that only count when they open for writing
+};
+
+struct Watched {
+    int call;
+    Place place;
+};
+
+const Watched WATCHED[] = {
+    {SCMP_SYS(write), {0}},           {SCMP_SYS(pwrite64), {0}},    {SCMP_SYS(writev), {0}},
+    {SCMP_SYS(pwritev), {0}},         {SCMP_SYS(pwritev2), {0}},    {SCMP_SYS(sendfile), {0}},
+    {SCMP_SYS(copy_file_range), {2}}, {SCMP_SYS(splice), {2}},      {SCMP_SYS(ftruncate), {0}},
+    {SCMP_SYS(truncate), {-1, 0}},    {SCMP_SYS(fallocate), {0}},   {SCMP_SYS(fsync), {0}},
+    {SCMP_SYS(fdatasync), {0}},       {SCMP_SYS(open), {-1, 0, 1}}, {SCMP_SYS(openat), {0, 1, 2}},
+    {SCMP_SYS(creat), {-1, 0}},       {SCMP_SYS(mkdir), {-1, 0}},   {SCMP_SYS(mkdirat), {0, 1}},
+    {SCMP_SYS(rmdir), {-1, 0}},       {SCMP_SYS(unlink), {-1, 0}},  {SCMP_SYS(unlinkat), {0, 1}},
+    {SCMP_SYS(rename), {-1, 0}},      {SCMP_SYS(renameat), {0, 1}}, {SCMP_SYS(renameat2), {0, 1}},
+    {SCMP_SYS(link), {-1, 0}},        {SCMP_SYS(linkat), {0, 1}},   {SCMP_SYS(symlink), {-1, 1}},
+    {SCMP_SYS(symlinkat), {1, 2}},
+};
+
+using Filter = std::unique_ptr<void, decltype(&seccomp_release)>;
+
+// Reports the watched calls, and lets all others pass at full speed.
+Filter makeFilter() {
+    Filter filter(seccomp_init(SCMP_ACT_ALLOW), &seccomp_release);
+    const auto watch = [&](int call, const std::vector<scmp_arg_cmp>& condition) {
+        const int result = seccomp_rule_add_array(filter.get(), SCMP_ACT_NOTIFY, call,
+                                                  static_cast<unsigned int>(condition.size()), condition.data());
+        if (result != 0) {
+            fail("cannot watch a system call", -result);
+        }
+    };
+    for (const auto& [call, place] : WATCHED) {
+        if (place.flags >= 0) {
+            for (const int flag : {O_WRONLY, O_RDWR, O_CREAT, O_TRUNC}) {
+                const auto bits = static_cast<scmp_datum_t>(flag);
+                watch(call, {{static_cast<unsigned int>(place.flags), SCMP_CMP_MASKED_EQ, bits, bits}});
+            }
+        } else if (place.path < 0) {
+            watch(call, {{static_cast<unsigned int>(place.descriptor), SCMP_CMP_GT, STDERR_FILENO, 0}});
+        } else {
+            watch(call, {});
+        }
+    }
+    return filter;
+}
+
+union Passed {
+    cmsghdr header;
+    std::array<char, CMSG_SPACE(sizeof(int))> space;
+};
+
+msghdr messageWith(Passed& passed, iovec& content) {
+    msghdr message = {};
+    message.msg_iov = &content;
+    message.msg_iovlen = 1;
+    message.msg_control = passed.space.data();
+    message.msg_controllen = passed.space.size();
+    return message;
+}
+
+void sendDescriptor(int channel, int descriptor) {
+    char byte = 0;
+    iovec content = {&byte, 1};
+    Passed passed = {};
+    const msghdr message = messageWith(passed, content);
+    passed.header.cmsg_level = SOL_SOCKET;
+    passed.header.cmsg_type = SCM_RIGHTS;
+    passed.header.cmsg_len = CMSG_LEN(sizeof descriptor);
+    std::memcpy(CMSG_DATA(&passed.header), &descriptor, sizeof descriptor);
+    ::sendmsg(channel, &message, 0);
+}
+
+int receiveDescriptor(int channel) {
+    char byte = 0;
+    iovec content = {&byte, 1};
+    Passed passed = {};
+    msghdr message = messageWith(passed, content);
+    if (::recvmsg(channel, &message, MSG_CMSG_CLOEXEC) != 1) {
+        fail("cannot watch system calls here", EPERM);
+    }
+    int descriptor = -1;
+    std::memcpy(&descriptor, CMSG_DATA(&passed.header), sizeof descriptor);
+    return descriptor;
+}
+
+// In the new process.
+[[noreturn]] void become(const sim::Launch& launch, void* filter, int channel) {
+    for (const auto& [name, value] : launch.environment) {
+        ::setenv(name.c_str(), value.c_str(), 1);
+    }
+    ::dup2(launch.errors, STDERR_FILENO);
+    std::vector<char*> words;
+    for (const std::string& word : launch.words) {
+        words.push_back(const_cast<char*>(word.c_str()));
+    }
+    words.push_back(nullptr);
+    if (seccomp_load(filter) == 0) {
+        sendDescriptor(channel, seccomp_notify_fd(filter));
+        ::execv(words.front(), words.data());
+    }
+    ::_exit(127);
+}
+
+// What a call is about, looked up in the process that waits in it.
+std::string textAt(int process, std::uint64_t address) {
+    std::ifstream memory(fmt::format("/proc/{}/mem", process), std::ios::binary);
+    memory.seekg(static_cast<std::streamoff>(address));
+    std::string text;
+    std::getline(memory, text, '\0');
+    return text;
+}
+
+std::string pathOf(const seccomp_notif& event, const Place& place) {
+    fs::path path;
+    const fs::path process = fmt::format("/proc/{}", event.pid);
+    std::error_code ignored;
+    const auto argument = [&](int number) { return event.data.args[number]; };
+    if (place.path >= 0) {
+        path = textAt(static_cast<int>(event.pid), argument(place.path));
+    }
+    if (place.descriptor >= 0 && path.is_relative()) {
+        const int descriptor = static_cast<int>(argument(place.descriptor));
+        const fs::path link = descriptor == AT_FDCWD ? process / "cwd" : process / "fd" / std::to_string(descriptor);
+        path = place.path >= 0 ? fs::read_symlink(link, ignored) / path : fs::read_symlink(link, ignored);
+    }
+    return path;
+}
+
+std::string nameOf(const seccomp_notif& event) {
+    const std::unique_ptr<char, decltype(&std::free)> name(
+        seccomp_syscall_resolve_num_arch(event.data.arch, event.data.nr), &std::free);
+    return name.get();
+}
+
+// Nothing where the call changes no file below the folder.
+std::optional<DiskCall> diskCall(const seccomp_notif& event, const fs::path& folder) {
+    const auto watched = std::find_if(std::begin(WATCHED), std::end(WATCHED),
+                                      [&](const Watched& each) { return each.call == event.data.nr; });
+    const std::string path = pathOf(event, watched->place);
+    for (const std::string& root : {folder.string(), fs::canonical(folder).string()}) {
+        if (path.rfind(root + "/", 0) == 0) {
+            return DiskCall{nameOf(event), path.substr(root.size() + 1)};
+        }
+    }
+    return std::nullopt;
+}
+
+void answer(int listener, const seccomp_notif& event, int error) {
+    seccomp_notif_resp response = {};
+    response.id = event.id;
+    response.error = -error;
+    response.flags = error == 0 ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0;
+    seccomp_notify_respond(listener, &response);
+}
+
+// Answers the calls of a process until it has ended, or hangs.
+void follow(int listener, const fs::path& folder, const Fate& fate) {
+    for (;;) {
+        pollfd state = {listener, POLLIN, 0};
+        const int ready = ::poll(&state, 1, static_cast<int>(std::chrono::milliseconds(HUNG_AFTER).count()));
+        seccomp_notif event = {};
+        if (ready <= 0 || (state.revents & POLLIN) == 0 || seccomp_notify_receive(listener, &event) != 0) {
+            return;
+        }
+        const std::optional<DiskCall> call = diskCall(event, folder);
+        answer(listener, event, call ? fate(*call) : 0);
+    }
+}
+
+}  // namespace
+
+int runTraced(const sim::Launch& launch, const fs::path& folder, const Fate& fate) {
+    const Filter filter = makeFilter();
+    std::array<int, 2> ends;
+    check("cannot make a socket", ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()));
+    const Descriptor ours(ends[0]);
+    int id = 0;
+    {
+        const Descriptor theirs(ends[1]);
+        id = check("cannot fork", ::fork());
+        if (id == 0) {
+            become(launch, filter.get(), theirs.number());
+        }
+    }
+    const Descriptor listener(receiveDescriptor(ours.number()));
+    follow(listener.number(), folder, fate);
+    ::kill(id, SIGKILL);  // no harm where it has ended
+    int status = 0;
+    check("cannot wait", ::waitpid(id, &status, 0));
+    return status;
+}
+
+}  // namespace test
