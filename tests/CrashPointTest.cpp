@@ -1,0 +1,276 @@
+// A backup and a restore whose disk fails them at a system call: they are killed there, or the call fails, or the disk
+// is full from there on. The TV and the cloud stay whole, nobody is told a thing that is not so, and the next run
+// works.
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <set>
+#include <tuple>
+
+#include "simulator/base/Archive.h"
+#include "simulator/reports/BackupReport.h"
+#include "tests/support/TestTv.h"
+#include "tests/support/Tracer.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using test::DiskCall;
+
+enum class Operation { Backup, Restore };
+
+std::string nameOf(Operation operation) {
+    return operation == Operation::Backup ? "Backup" : "Restore";
+}
+
+// Hundreds in a row, and not the same number each time.
+bool writesRecord(const DiskCall& call) {
+    return call.name == "pwrite64" && call.path.find("/tv.db") != std::string::npos;
+}
+
+bool needsSpace(const DiskCall& call) {
+    static const std::set<std::string> FREE = {"unlink", "unlinkat", "rmdir", "fsync", "fdatasync", "ftruncate"};
+    return FREE.count(call.name) == 0;
+}
+
+template <typename Part>
+void expectEither(const Part& now, const Part& before, const Part& after, const char* part) {
+    EXPECT_TRUE(now == before || now == after) << part;
+}
+
+// TV A with a backup of its own in the cloud makes another one, or the fresh TV B restores it.
+class DiskCase : public test::TwoTvs {
+protected:
+    explicit DiskCase(Operation operation)
+        : m_operation(operation), m_tv(operation == Operation::Backup ? a : b), m_before(m_tv.setUp()) {
+        EXPECT_TRUE(a.backUp().succeeded());
+        m_after = a.setUp();
+        m_ipServices = m_tv.open().serviceDb().ipServices();
+        m_runs = m_tv.open().runs().newest();
+    }
+
+    // The TV and its cloud as they are on the disk now, in another place.
+    test::TestTv copyOfAll() const {
+        const fs::path place = folder / "copy";
+        fs::remove_all(place);
+        test::TestTv copy = m_tv;
+        copy.home = place / m_tv.home.filename();
+        copy.cloud = place / m_tv.cloud.filename();
+        fs::create_directory(place);
+        fs::copy(m_tv.home, copy.home, fs::copy_options::recursive);
+        fs::copy(m_tv.cloud, copy.cloud, fs::copy_options::recursive);
+        return copy;
+    }
+
+    int run(const test::TestTv& tv, const test::Fate& fate) const {
+        const int errors = ::open((folder / "stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const bool isBackup = m_operation == Operation::Backup;
+        const sim::Launch launch = {
+            {HALCYON_LINEUP, "--reply", isBackup ? "operation=backup" : "operation=restore"},
+            {{"HALCYON_TV_HOME", tv.home}, {"HALCYON_CLOUD", tv.cloud}, {"ASAN_OPTIONS", "detect_leaks=0"}},
+            -1,
+            errors};
+        const int status = test::runTraced(launch, folder.path(), fate);
+        ::close(errors);
+        return status;
+    }
+
+    // Each part of the TV is as it was or as it is restored.
+    void expectWholeTv(const test::TestTv& tv) const {
+        const sim::SetUp now = tv.setUp();
+        expectEither(now.services, m_before.services, m_after.services, "services");
+        expectEither(now.iss, m_before.iss, m_after.iss, "iss");
+        for (std::size_t i = 0; i < now.favourites.size(); ++i) {
+            expectEither(now.favourites[i], m_before.favourites[i], m_after.favourites[i], "favourites");
+        }
+        expectEither(now.viewing.mode, m_before.viewing.mode, m_after.viewing.mode, "mode");
+        expectEither(now.viewing.source, m_before.viewing.source, m_after.viewing.source, "source");
+        expectEither(now.viewing.serviceId, m_before.viewing.serviceId, m_after.viewing.serviceId, "service");
+        expectEither(now.viewing.category, m_before.viewing.category, m_after.viewing.category, "category");
+        EXPECT_EQ(tv.open().serviceDb().ipServices(), m_ipServices);
+    }
+
+    // Every backup in the store can be read to its end.
+    void expectWholeCloud(const test::TestTv& tv) const {
+        const std::unique_ptr<sim::CloudStore> store = sim::openCloud(tv.cloud);
+        for (const sim::StoredBackup& backup : store->list()) {
+            ASSERT_EQ(backup.damage, "");
+            const sim::BackupReport report = sim::reportOn(*store, backup);
+            EXPECT_EQ(report.services, m_after.services.size()) << backup.id;
+            EXPECT_EQ(backup.metadata.front(), '{') << backup.id;
+            const fs::path bundle = tv.cloud / backup.clientId / backup.category / backup.id / "bundle.zip";
+            for (const sim::ArchiveEntry& entry : report.entries) {
+                EXPECT_TRUE(sim::extractEntry(bundle, entry.name, folder / "entry")) << backup.id << entry.name;
+            }
+        }
+    }
+
+    // What the record says that the caller and the cloud were told is so. Records may be missing.
+    void expectTruth(const test::TestTv& tv) const {
+        const sim::Tv opened = tv.open();
+        const std::int64_t newest = opened.runs().newest();
+        const sim::Run run = newest > m_runs ? *opened.runs().find(newest) : sim::Run();
+        const bool isReplaced = tv.setUp().services == m_after.services;
+        const bool isStored = sim::openCloud(tv.cloud)->list().size() == 2;
+        if (m_operation == Operation::Restore) {
+            EXPECT_EQ(run.reply.value_or(isReplaced ? 0 : -1), isReplaced ? 0 : -1);
+            EXPECT_THAT(run.reported, ::testing::AnyOf("", isReplaced ? "success" : "failure"));
+            EXPECT_FALSE(isStored);
+        } else if (newest > m_runs) {
+            EXPECT_TRUE(isStored || run.response != sim::Response::BackupCompleted);
+            EXPECT_FALSE(isStored && saysFailure(opened.runs().log(newest)));
+        }
+    }
+
+    static bool saysFailure(const std::vector<sim::LogRecord>& log) {
+        return std::any_of(log.begin(), log.end(),
+                           [](const auto& record) { return record.message == "operation fail"; });
+    }
+
+    // The next run succeeds, and leaves nothing half-made.
+    void expectRecovery(test::TestTv& tv) const {
+        EXPECT_TRUE((m_operation == Operation::Backup ? tv.backUp() : tv.restore()).succeeded());
+        EXPECT_TRUE(tv.setUp() == m_after);
+        expectWholeCloud(tv);
+        EXPECT_THAT(test::tree(tv.home / "service-db"), ::testing::ElementsAre("ipsrv", "services.db"));
+        for (const fs::path& place : {tv.home, tv.cloud / "Qr7tLw2ZkA/OOBERFChannelList"}) {
+            for (const fs::path& member : sim::membersOf(place)) {
+                EXPECT_THAT(member.filename(), ::testing::Not(::testing::StartsWith("halcyon-building")));
+            }
+        }
+    }
+
+    const Operation m_operation;
+    const test::TestTv& m_tv;
+    const sim::SetUp m_before;
+    sim::SetUp m_after;
+    std::string m_ipServices;
+    std::int64_t m_runs = 0;
+};
+
+class Kill : public DiskCase, public ::testing::WithParamInterface<Operation> {
+protected:
+    Kill() : DiskCase(GetParam()) {}
+};
+
+// What is on the disk when a call is reached is what a kill there leaves: one run shows the remains of all kills.
+TEST_P(Kill, AtEachCall) {
+    int points = 0;
+    bool isNew = true;  // the remains differ from those before by more than the record
+    const int status = run(m_tv, [&](const DiskCall& call) {
+        SCOPED_TRACE(fmt::format("{} {} {}", ++points, call.name, call.path));
+        test::TestTv left = copyOfAll();
+        expectWholeTv(left);
+        EXPECT_THAT(left.setUp().ci, ::testing::AnyOf(m_before.ci, m_after.ci));
+        expectTruth(left);
+        if (isNew) {
+            expectRecovery(left);
+        }
+        isNew = !writesRecord(call);
+        return 0;
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_GT(points, 300);
+    std::cout << "crash points: " << points << " killed\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(CrashPoint, Kill, ::testing::Values(Operation::Backup, Operation::Restore),
+                         [](const auto& each) { return nameOf(each.param); });
+
+struct Refusal {
+    const char* name;
+    int error;
+    bool isLasting;
+
+    bool concerns(const DiskCall& call) const { return error != ENOSPC || needsSpace(call); }
+};
+
+class Refuse : public DiskCase, public ::testing::WithParamInterface<std::tuple<Operation, Refusal>> {
+protected:
+    Refuse() : DiskCase(std::get<0>(GetParam())) {}
+
+    // Which calls to refuse, of those that do not write the record, from 1: of a name and a file the last, where
+    // streams write what they still hold.
+    std::vector<int> points() const {
+        std::map<std::pair<std::string, std::string>, int> last;
+        int count = 0;
+        run(copyOfAll(), [&](const DiskCall& call) {
+            count += writesRecord(call) ? 0 : 1;
+            if (refusal.concerns(call) && !writesRecord(call)) {
+                last[{call.name, call.path}] = count;
+            }
+            return 0;
+        });
+        std::vector<int> points;
+        std::transform(last.begin(), last.end(), std::back_inserter(points),
+                       [](const auto& each) { return each.second; });
+        return points;
+    }
+
+    // By itself, or with an exception of the standard library's or the JSON library's that the application lets out.
+    void expectEnd(int status) const {
+        const std::string errors = test::readFile(folder / "stderr");
+        if (WIFSIGNALED(status)) {
+            EXPECT_EQ(WTERMSIG(status), SIGABRT) << errors;
+            EXPECT_THAT(errors, ::testing::ContainsRegex("crashed: (std::filesystem|Json)"));
+        } else {
+            EXPECT_THAT(WEXITSTATUS(status), ::testing::AnyOf(0, 3)) << errors;
+        }
+    }
+
+    // The application does not see the last bytes of a file that it unpacks fail to reach the disk.
+    void expectCiFiles(const test::TestTv& tv) const {
+        for (const auto& [name, content] : tv.setUp().ci) {
+            EXPECT_TRUE(content == m_before.ci.at(name) || m_after.ci.at(name).rfind(content, 0) == 0) << name;
+        }
+    }
+
+    const Refusal refusal = std::get<1>(GetParam());
+};
+
+TEST_P(Refuse, EachCall) {
+    const std::vector<int> all = points();
+    for (const int point : all) {
+        test::TestTv tv = copyOfAll();
+        int count = 0;
+        std::string refused = "none";
+        const int status = run(tv, [&](const DiskCall& call) {
+            count += writesRecord(call) ? 0 : 1;
+            const bool isHit = count == point && !writesRecord(call);
+            if (isHit) {
+                refused = fmt::format("{} {} {}", point, call.name, call.path);
+            }
+            return (isHit || (refusal.isLasting && count >= point)) && refusal.concerns(call) ? refusal.error : 0;
+        });
+        SCOPED_TRACE(refused);
+        EXPECT_NE(refused, "none");
+        expectEnd(status);
+        expectWholeTv(tv);
+        expectCiFiles(tv);
+        expectTruth(tv);
+        expectRecovery(tv);
+    }
+    EXPECT_GT(all.size(), 40U);
+    std::cout << "crash points: " << all.size() << " " << refusal.name << "\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    CrashPoint, Refuse,
+    ::testing::Combine(::testing::Values(Operation::Backup, Operation::Restore),
+                       ::testing::Values(Refusal{"ENOSPC", ENOSPC, false}, Refusal{"ENOSPC_for_ever", ENOSPC, true},
+                                         Refusal{"EIO", EIO, false})),
+    [](const auto& each) { return nameOf(std::get<0>(each.param)) + "_" + std::get<1>(each.param).name; });
+
+}  // namespace
