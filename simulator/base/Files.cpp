@@ -14,6 +14,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -61,6 +62,15 @@ void sync(const fs::path& path) {
     }
 }
 
+// Of a folder in which something has just been put in place: there it is, whatever the disk says, and so must what is
+// answered.
+void syncNames(const fs::path& folder) {
+    try {
+        sync(folder);
+    } catch (const Error&) {
+    }
+}
+
 void syncTree(const fs::path& path) {
     for (const fs::path& member : membersOf(path)) {
         syncTree(member);
@@ -68,9 +78,11 @@ void syncTree(const fs::path& path) {
     sync(path);
 }
 
+// A scratch folder has a name of this prefix and six hexadecimal digits. Its mark is its mode, which no folder has by
+// chance, and which it has from the moment it is made to the moment it is gone.
 constexpr std::string_view SCRATCH_PREFIX = "halcyon-building-";
-constexpr char SCRATCH_RANDOM[] = "XXXXXX";
-constexpr char SCRATCH_MARK[] = ".halcyon-building";
+constexpr std::size_t SCRATCH_DIGITS = 6;
+constexpr mode_t SCRATCH_MODE = S_IRWXU | S_ISVTX;
 
 // The descriptor that holds a folder's lock; -1 when somebody else holds it, or it is gone.
 int lock(const fs::path& folder) {
@@ -84,11 +96,25 @@ int lock(const fs::path& folder) {
 
 bool isScratch(const fs::path& folder) {
     const std::string name = folder.filename();
-    std::error_code ignored;
-    return name.size() == SCRATCH_PREFIX.size() + sizeof SCRATCH_RANDOM - 1 &&
+    struct stat status = {};
+    return name.size() == SCRATCH_PREFIX.size() + SCRATCH_DIGITS &&
            name.compare(0, SCRATCH_PREFIX.size(), SCRATCH_PREFIX) == 0 &&
-           fs::is_directory(fs::symlink_status(folder, ignored)) &&
-           fs::is_regular_file(fs::symlink_status(folder / SCRATCH_MARK, ignored));
+           name.find_first_not_of("0123456789abcdef", SCRATCH_PREFIX.size()) == std::string::npos &&
+           ::lstat(folder.c_str(), &status) == 0 && status.st_mode == (S_IFDIR | SCRATCH_MODE) &&
+           status.st_uid == ::geteuid();
+}
+
+fs::path makeScratch(const fs::path& parent) {
+    static std::random_device random;
+    for (;;) {
+        fs::path path = parent / fmt::format("{}{:0{}x}", SCRATCH_PREFIX, random() & 0xFFFFFFU, SCRATCH_DIGITS);
+        if (::mkdir(path.c_str(), SCRATCH_MODE) == 0) {
+            return path;
+        }
+        if (errno != EEXIST) {
+            fail("cannot make a folder in", parent, errno);
+        }
+    }
 }
 
 void removeAbandoned(const fs::path& parent) {
@@ -188,7 +214,7 @@ bool putInPlace(const fs::path& built, const fs::path& target) {
         fail("cannot put in place", target, errno);
     }
     diskStep();
-    sync(target.parent_path());
+    syncNames(target.parent_path());
     return true;
 }
 
@@ -199,36 +225,32 @@ void exchange(const fs::path& one, const fs::path& other) {
         fail("cannot exchange", other, errno);
     }
     diskStep();
-    sync(other.parent_path());
+    syncNames(other.parent_path());
 }
 
-// A folder belongs to who holds its lock, and to nobody after a kill. Nobody removes it before it has its mark, and
-// then it is locked.
+// A folder belongs to who holds its lock, and to nobody after a kill. Who makes one may lose it to another process
+// before it holds the lock, and then makes another.
 ScratchFolder::ScratchFolder(const fs::path& parent) {
     makeFolders(parent);
     removeAbandoned(parent);
-    std::string name = parent / fmt::format("{}{}", SCRATCH_PREFIX, SCRATCH_RANDOM);
-    if (::mkdtemp(name.data()) == nullptr) {
-        fail("cannot make a folder in", parent, errno);
-    }
-    m_path = name;
-    m_lock = lock(m_path);
-    if (m_lock < 0 || !std::ofstream(m_path / SCRATCH_MARK).is_open()) {
-        const int error = errno;
-        removeAll();
-        fail("cannot make a file in", m_path, error);
-    }
+    std::error_code ignored;
+    do {
+        release();
+        m_path = makeScratch(parent);
+        m_lock = lock(m_path);
+    } while (m_lock < 0 || !fs::exists(m_path, ignored));
 }
 
 ScratchFolder::~ScratchFolder() {
-    removeAll();
-}
-
-void ScratchFolder::removeAll() {
     std::error_code ignored;
     fs::remove_all(m_path, ignored);
+    release();
+}
+
+void ScratchFolder::release() {
     if (m_lock >= 0) {
         ::close(m_lock);
+        m_lock = -1;
     }
 }
 

@@ -46,7 +46,7 @@ void exchange(const std::filesystem::path& one, const std::filesystem::path& oth
 class ScratchFolder {
 public:
     // Makes the folder inside `parent`, which is made too when it is missing, and removes those there that a killed
-    // process has left. What only has such a name, but not the mark of this class inside, stays.
+    // process has left. What only has such a name, but not the mark of this class, stays.
     explicit ScratchFolder(const std::filesystem::path& parent);
     ~ScratchFolder();
     ScratchFolder(const ScratchFolder&) = delete;
@@ -56,7 +56,7 @@ public:
     std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
 
 private:
-    void removeAll();
+    void release();
 
     std::filesystem::path m_path;
     int m_lock = -1;

@@ -19,6 +19,9 @@ constexpr std::uint64_t ARCHIVE_ENTRIES = 65'535;
 // Of a row of a received database: more than a line of a channel list makes.
 constexpr std::uint64_t ROW_BYTES = 64U << 10;
 
+// Of a value of the settings store, and of its key.
+constexpr std::uint64_t SETTING_BYTES = 64U << 10;
+
 // Of a text in the journal or the log; the rest is cut off there, which says so.
 constexpr std::size_t RECORD_BYTES = 16U << 10;
 

@@ -1,5 +1,6 @@
 #include "simulator/tv/Settings.h"
 
+#include "simulator/base/Limits.h"
 #include "simulator/tv/Application.h"
 #include "simulator/tv/Database.h"
 
@@ -11,6 +12,7 @@ std::optional<std::string> Settings::get(const std::string& key, SettingType typ
 }
 
 bool Settings::set(const std::string& key, SettingType type, const std::string& value) {
+    limits::require("bytes of a setting and its key", key.size() + value.size(), limits::SETTING_BYTES);
     return m_database.change(
                "INSERT INTO settings VALUES(?, ?, ?) ON CONFLICT(key) DO UPDATE SET value = excluded.value "
                "WHERE type = excluded.type",

@@ -17,7 +17,7 @@ public:
     // Nothing: no value of that type under the key.
     std::optional<std::string> get(const std::string& key, SettingType type) const;
 
-    // False: the key holds a value of another type.
+    // False: the key holds a value of another type. Throws Error beyond the limit.
     bool set(const std::string& key, SettingType type, const std::string& value);
 
     // The name of a favourite list, 1 to application::FAVOURITE_LISTS; empty where there is none.
