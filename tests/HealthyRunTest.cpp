@@ -12,7 +12,6 @@ namespace {
 
 using test::Outcome;
 using test::Strings;
-using ::testing::IsEmpty;
 
 // A record about one of a folder's members, whose order is the file system's.
 bool isOfMember(const std::string& line) {

@@ -12,7 +12,7 @@ namespace {
 
 using Lines = test::Strings;
 using test::ENDING;
-using test::operator+;
+using test::joined;
 using test::Outcome;
 using test::Restore;
 using ::testing::Contains;
@@ -25,10 +25,10 @@ TEST_F(Restore, RefusesAnotherAntennaBeforeAnythingIsTouched) {
     expectRefused(run);
     const std::string message = "6 Current antenna status=[0x5] != Backup antenna status=[0x1]";
     EXPECT_EQ(run.logBetween(message, "5 response came. Finish app"),
-              Lines({message, "6 m_CheckMetaData fail", "5 create_directories({tmp}) success",
-                     "5 copy_file({data}{name}.zip, {tmp}{name}.zip) success", "5 remove({data}{name}.zip) success",
-                     "6 m_Restore fail", "6 m_Restore fail"}) +
-                  ENDING);
+              joined({{message, "6 m_CheckMetaData fail", "5 create_directories({tmp}) success",
+                       "5 copy_file({data}{name}.zip, {tmp}{name}.zip) success", "5 remove({data}{name}.zip) success",
+                       "6 m_Restore fail", "6 m_Restore fail"},
+                      ENDING}));
     EXPECT_THAT(b.dataFiles(), IsEmpty()) << "nothing was unpacked";
     // Both the operation and the callback say so, in this order.
     EXPECT_THAT(run.timeline, ::testing::IsSupersetOf(Lines{"log  HalcyonLineup m_Restore 6 m_Restore fail",
@@ -55,17 +55,17 @@ TEST_F(Restore, RefusesADamagedBundleAndLeavesTheUnpackFolder) {
     const Outcome run = b.restoreUnder("bnr_response", "damage=corrupt");
     expectRefused(run);
     EXPECT_EQ(run.logBetween("6 Unzip file fail", "5 response came. Finish app"),
-              Lines({"6 Unzip file fail", "5 create_directories({tmp}) success",
-                     "5 copy_file({data}{name}.zip, {tmp}{name}.zip) success", "5 remove({data}{name}.zip) success",
-                     "6 m_Restore fail", "6 m_Restore fail"}) +
-                  ENDING);
+              joined({{"6 Unzip file fail", "5 create_directories({tmp}) success",
+                       "5 copy_file({data}{name}.zip, {tmp}{name}.zip) success", "5 remove({data}{name}.zip) success",
+                       "6 m_Restore fail", "6 m_Restore fail"},
+                      ENDING}));
     EXPECT_THAT(b.dataFiles(), Contains("temp/"));
 }
 
 TEST_F(Restore, HasNothingToKeepWithoutData) {
     const Outcome run = b.restoreUnder("bnr_response", "no-data");
     EXPECT_EQ(run.logBetween("6 bnr_resp_data_s *respdata is nullptr", "5 response came. Finish app"),
-              Lines({"6 bnr_resp_data_s *respdata is nullptr", "6 m_Restore fail"}) + ENDING);
+              joined({{"6 bnr_resp_data_s *respdata is nullptr", "6 m_Restore fail"}, ENDING}));
     EXPECT_THAT(b.failureFiles(), IsEmpty());
     EXPECT_EQ(run.reply, -1);
     expectUntouched();

@@ -9,8 +9,8 @@ namespace fs = std::filesystem;
 namespace {
 
 using Lines = test::Strings;
-using test::operator+;
 using test::CLOSING;
+using test::joined;
 using test::Outcome;
 using test::Restore;
 using ::testing::ElementsAre;
@@ -33,17 +33,18 @@ TEST_F(Restore, RepliesFailureWhereTheCloudCannotBeAsked) {
 
     const Outcome refused = b.restoreUnder("bnr_restore", "result=-4");
     EXPECT_EQ(refused.logBetween("6 bnr_restore(Qr7tLw2ZkA, {data}) error [-4]", "4 Last line"),
-              Lines{"6 bnr_restore(Qr7tLw2ZkA, {data}) error [-4]"} + CLOSING +
-                  Lines({"5 app_control_reply_to_launch_request(-1) success", "5 operation fail", "4 Last line"}));
+              joined({{"6 bnr_restore(Qr7tLw2ZkA, {data}) error [-4]"},
+                      CLOSING,
+                      {"5 app_control_reply_to_launch_request(-1) success", "5 operation fail", "4 Last line"}}));
     EXPECT_EQ(refused.reply, -1);
 
     fs::remove_all(b.data);
     test::write(b.data.parent_path(), "in the place of the working folder");
     const Outcome homeless = b.restore();
     EXPECT_EQ(homeless.logBetween("6 create_directories({data}) fail [17][File exists]", "4 Last line"),
-              Lines({"6 create_directories({data}) fail [17][File exists]", "6 m_CreateDirectories({data}) fail"}) +
-                  CLOSING +
-                  Lines({"5 app_control_reply_to_launch_request(-1) success", "5 operation fail", "4 Last line"}));
+              joined({{"6 create_directories({data}) fail [17][File exists]", "6 m_CreateDirectories({data}) fail"},
+                      CLOSING,
+                      {"5 app_control_reply_to_launch_request(-1) success", "5 operation fail", "4 Last line"}}));
     EXPECT_EQ(homeless.count("bnr_restore"), 0);
     expectUntouched();
 }

@@ -9,7 +9,7 @@
 namespace {
 
 using Lines = test::Strings;
-using test::operator+;
+using test::joined;
 using test::Outcome;
 using test::Restore;
 using ::testing::ElementsAre;
@@ -29,7 +29,7 @@ protected:
     // The run after the channels are back, whose scan does not come to its stop: it ends without the viewing state.
     void expectNoViewing(const Outcome& run, const Lines& lines) {
         EXPECT_EQ(run.logBetween("5 bnr_deinit success", "5 response came. Finish app"),
-                  Lines{"5 bnr_deinit success"} + lines + Lines{"5 response came. Finish app"});
+                  joined({{"5 bnr_deinit success"}, lines, {"5 response came. Finish app"}}));
         EXPECT_EQ(run.ended, sim::RunEnd::Exit);
         EXPECT_EQ(run.reply, 0);
         EXPECT_EQ(run.count("app_control_reply_to_launch_request"), 1);

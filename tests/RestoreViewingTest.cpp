@@ -7,7 +7,7 @@
 namespace {
 
 using Lines = test::Strings;
-using test::operator+;
+using test::joined;
 using test::Outcome;
 using test::Restore;
 using ::testing::ElementsAre;
@@ -61,10 +61,10 @@ TEST_F(RestoreViewing, FallsBackWhereTheServiceCannotBeSet) {
     const Lines head = {"4 tvMode[2/0], service id[99], source[0], category[0/0/0]", "5 SetTvMode[2/0] success",
                         "6 SetCurrentServiceInfo[2/0 99] fail"};
     const Lines tail = {"6 SetSource(0, 99) fail", "5 SetCurrentCategory[0/0/0] success"};
-    EXPECT_EQ(viewingLog(b.restore()), head + Lines{"6 ResetCurrentServiceInfo success"} + tail);
+    EXPECT_EQ(viewingLog(b.restore()), joined({head, {"6 ResetCurrentServiceInfo success"}, tail}));
     EXPECT_EQ(b.open().viewing().serviceId, 1U) << "the first one";
     const Outcome run = b.restoreUnder("IServiceNavigation::ResetCurrentServiceInfo", "result=0");
-    EXPECT_EQ(viewingLog(run), head + Lines{"6 ResetCurrentServiceInfo fail"} + tail);
+    EXPECT_EQ(viewingLog(run), joined({head, {"6 ResetCurrentServiceInfo fail"}, tail}));
     EXPECT_EQ(run.count("IServiceNavigation::ResetCurrentServiceInfo"), 1);
 }
 
@@ -72,8 +72,8 @@ TEST_F(RestoreViewing, GoesOnAfterTheSource) {
     const Lines head = {"4 tvMode[2/1], service id[2], source[0], category[2/2/1]", "5 SetTvMode[2/1] success",
                         "5 SetCurrentServiceInfo[2/1 2] success"};
     const Lines tail = {"6 SetSource(0, 2) fail", "5 SetCurrentCategory[2/2/1] success"};
-    EXPECT_EQ(viewingLog(b.restoreUnder("CTVSApiWrapper::CreateSourceControl", "null", 2)), head + tail);
-    EXPECT_EQ(viewingLog(b.restoreUnder("ISourceControl::SetSource", "result=0")), head + tail);
+    EXPECT_EQ(viewingLog(b.restoreUnder("CTVSApiWrapper::CreateSourceControl", "null", 2)), joined({head, tail}));
+    EXPECT_EQ(viewingLog(b.restoreUnder("ISourceControl::SetSource", "result=0")), joined({head, tail}));
 }
 
 TEST_F(RestoreViewing, EndsWithTheCategory) {

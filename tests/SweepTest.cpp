@@ -76,14 +76,14 @@ int callsIn(Kind kind, const sim::PlatformCall& call) {
 
 // How runs end under faults; the first row that fits counts. Where none does, a backup, a restore that failed and one
 // with a scan end themselves, and any other restore is reclaimed.
-struct Rule {
+struct End {
     const char* call;  // "": any
     const char* failure;
     std::vector<Kind> kinds;
     RunEnd end;
 };
 const std::vector<Kind> ANY = {Kind::Backup, Kind::Restore, Kind::RestoreWithScan};
-const std::vector<Rule> RULES = {
+const std::vector<End> ENDS = {
     {"", "throw", ANY, RunEnd::Crashed},
     {"vconf_get_str", "", ANY, RunEnd::Crashed},
     {"ui_app_main", "", ANY, RunEnd::Refused},
@@ -93,7 +93,7 @@ const std::vector<Rule> RULES = {
 };
 
 RunEnd expectedEnd(Kind kind, const sim::FaultRule& fault, const Outcome& run) {
-    for (const Rule& rule : RULES) {
+    for (const End& rule : ENDS) {
         if ((*rule.call == '\0' || rule.call == fault.call) &&
             (*rule.failure == '\0' || rule.failure == fault.failure) &&
             std::find(rule.kinds.begin(), rule.kinds.end(), kind) != rule.kinds.end()) {

@@ -9,8 +9,6 @@
 #include "tests/support/Archives.h"
 #include "tests/support/TestTv.h"
 
-namespace fs = std::filesystem;
-
 namespace {
 
 using test::centralRecord;

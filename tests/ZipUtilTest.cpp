@@ -24,7 +24,6 @@ using Lines = std::vector<std::string>;
 using test::makeArchive;
 using test::number;
 using test::readFile;
-using test::tree;
 using test::write;
 using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;

@@ -9,19 +9,23 @@
 
 namespace test {
 
+namespace {
+
+void setLeaksReported([[maybe_unused]] bool reported) {
 #ifdef __SANITIZE_ADDRESS__
+    reported ? __lsan_enable() : __lsan_disable();
+#endif
+}
+
+}  // namespace
+
 LeavesHandles::LeavesHandles() {
-    __lsan_disable();
+    setLeaksReported(false);
 }
 
 LeavesHandles::~LeavesHandles() {
-    __lsan_enable();
+    setLeaksReported(true);
 }
-#else
-LeavesHandles::LeavesHandles() = default;
-
-LeavesHandles::~LeavesHandles() = default;
-#endif
 
 std::uint64_t number(const std::string& bytes, std::size_t offset, std::size_t size) {
     std::uint64_t value = 0;

@@ -18,9 +18,13 @@ inline const Strings CLOSING = {"5 bnr_callback_deregister success. Handler=[1]"
 inline const Strings ENDING = {"5 bnr_callback_deregister success. Handler=[1]", "5 bnr_deinit success",
                                "5 app_control_reply_to_launch_request(-1) success", "5 response came. Finish app"};
 
-inline Strings operator+(Strings left, const Strings& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
+// The lines of all of them.
+inline Strings joined(const std::vector<Strings>& parts) {
+    Strings all;
+    for (const Strings& part : parts) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
 }
 
 // TV A's backup is in the cloud; TV B is fresh.
