@@ -12,7 +12,7 @@
 
 #include "simulator/base/Archive.h"
 #include "simulator/base/Json.h"
-#include "simulator/reports/BackupReport.h"
+#include "simulator/reports/Bundle.h"
 #include "tests/support/TestTv.h"
 
 namespace fs = std::filesystem;
@@ -91,7 +91,7 @@ TEST_F(Backup, BringsEverythingIntoTheCloud) {
     EXPECT_THAT(bundleEntries(), UnorderedElementsAre("ServiceDB.zip", "vconf.json", "issDB.zip", "ci/ci_profile.bin",
                                                       "ci/ci_operator.xml"));
     EXPECT_EQ(test::readFile(storedBackup() / "metadata.json"), METADATA);
-    EXPECT_EQ(sim::countServices(storedBackup() / "bundle.zip"), 3U);
+    EXPECT_EQ(test::servicesIn(storedBackup() / "bundle.zip"), 3U);
     EXPECT_EQ(test::readFile(bundleEntry("ci/ci_profile.bin")), before.ci.at("ci_profile.bin"));
     EXPECT_EQ(a.setUp(), before);
     EXPECT_THAT(a.dataFiles(), IsEmpty()) << "neither staging folder nor bundle stays";
@@ -231,7 +231,7 @@ TEST_F(Backup, ARefusedBundleIsKeptInTheFailureFolder) {
                             "5 remove({data}{name}.zip) success", closing[0], closing[1], closing[2], closing[3]));
     EXPECT_THAT(a.dataFiles(), IsEmpty());
     ASSERT_EQ(a.failureFiles().size(), 1U);
-    EXPECT_EQ(sim::countServices(a.failures / a.failureFiles()[0]), 3U);
+    EXPECT_EQ(test::servicesIn(a.failures / a.failureFiles()[0]), 3U);
 }
 
 // The items are best effort: one that fails is left out, and the bundle is sent.
@@ -302,8 +302,8 @@ TEST_F(Backup, DiesOfASettingThatCannotBeRead) {
 TEST_F(Backup, EachBackupIsKeptBesideTheOthers) {
     a.backUp();
     b.backUp();
-    EXPECT_EQ(sim::countServices(storedBackup("000001") / "bundle.zip"), 3U);
-    EXPECT_EQ(sim::countServices(storedBackup("000002") / "bundle.zip"), 1U);
+    EXPECT_EQ(test::servicesIn(storedBackup("000001") / "bundle.zip"), 3U);
+    EXPECT_EQ(test::servicesIn(storedBackup("000002") / "bundle.zip"), 1U);
 }
 
 }  // namespace

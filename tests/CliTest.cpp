@@ -39,7 +39,7 @@ TEST_F(Cli, BacksUpRestoresAndCompares) {
     EXPECT_THAT(different.text, HasSubstr("favname1   DIFFERENT  Mine | Favourites 1"));
     const Answer backup = tv("run -q");
     EXPECT_EQ(backup.code, 0) << backup.text;
-    EXPECT_THAT(backup.text, AllOf(HasSubstr("response   101 (backup completed)"), HasSubstr("outcome    succeeded")));
+    EXPECT_THAT(backup.text, AllOf(HasSubstr("response   101 (backup completed)"), HasSubstr("outcome    done")));
     EXPECT_THAT(tv("cloud list").text, HasSubstr("000001"));
     EXPECT_THAT(tv("cloud show").text,
                 AllOf(HasSubstr("ServiceDB.zip"), HasSubstr("2 services"), HasSubstr("issDB.zip"),
@@ -54,8 +54,8 @@ TEST_F(Cli, BacksUpRestoresAndCompares) {
     EXPECT_THAT(same.text, ::testing::Not(HasSubstr("DIFFERENT")));
     EXPECT_THAT(tv("record --calls --log", "other").text,
                 AllOf(HasSubstr("ITunerControl::GetAntennaConnectionStatus() = 1, {0}\n"),
-                      HasSubstr("IUtil::ReplaceServiceDb("), HasSubstr("logger HalcyonLineup: m_Restore(")));
-    EXPECT_THAT(tv("record --all", "other").text, HasSubstr("restore  succeeded"));
+                      HasSubstr("IUtil::ReplaceServiceDb("), HasSubstr("log 5 HalcyonLineup: m_Restore(")));
+    EXPECT_THAT(tv("record --all", "other").text, HasSubstr("restore  done"));
 }
 
 TEST_F(Cli, InjectsFaultsAndTellsWhatBecameOfTheRun) {

@@ -19,7 +19,7 @@
 #include <tuple>
 
 #include "simulator/base/Archive.h"
-#include "simulator/reports/BackupReport.h"
+#include "simulator/reports/Bundle.h"
 #include "tests/support/TestTv.h"
 #include "tests/support/Tracer.h"
 
@@ -107,13 +107,11 @@ protected:
         const std::unique_ptr<sim::CloudStore> store = sim::openCloud(tv.cloud);
         for (const sim::StoredBackup& backup : store->list()) {
             ASSERT_EQ(backup.damage, "");
-            const sim::BackupReport report = sim::reportOn(*store, backup);
-            EXPECT_EQ(report.services, m_after.services.size()) << backup.id;
-            EXPECT_EQ(backup.metadata.front(), '{') << backup.id;
-            const fs::path bundle = tv.cloud / backup.clientId / backup.category / backup.id / "bundle.zip";
-            for (const sim::ArchiveEntry& entry : report.entries) {
-                EXPECT_TRUE(sim::extractEntry(bundle, entry.name, folder / "entry")) << backup.id << entry.name;
+            const sim::Bundle bundle = sim::Bundle::of(*store, backup);
+            for (const sim::ArchiveEntry& entry : bundle.entries()) {
+                EXPECT_EQ(entry.problem, "") << backup.id << entry.name;
             }
+            EXPECT_EQ(bundle.services().counts().services, m_after.services.size()) << backup.id;
         }
     }
 

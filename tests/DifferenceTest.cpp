@@ -60,7 +60,8 @@ TEST(Difference, NamesTheColumnsThatHaveChanged) {
     others[1].audioPids = "102=deu";
     const sim::ServiceDifference difference = sim::compareServices(ones, others);
     ASSERT_EQ(identities(difference.changed), "b");
-    EXPECT_THAT(difference.changed[0].columns, ::testing::ElementsAre("name", "audio pids"));
+    EXPECT_THAT(difference.changed[0].columns, ::testing::ElementsAre("audio pids"));
+    EXPECT_EQ(identities(difference.renamed), "b");
     EXPECT_FALSE(difference.isSame());
 }
 

@@ -10,7 +10,7 @@
 #include <memory>
 #include <tuple>
 
-#include "simulator/reports/BackupReport.h"
+#include "simulator/reports/Bundle.h"
 #include "tests/support/TestTv.h"
 
 namespace fs = std::filesystem;
@@ -45,6 +45,13 @@ struct World : test::TvPair {
             sim::Tv(tv.home).setScanning(true);
         }
         return tv;
+    }
+
+    // Puts the fresh TV back, but not the cloud.
+    test::TestTv& resetOther() {
+        fs::remove_all(b.home);
+        fs::copy(folder / "pristine" / b.home.filename(), b.home, fs::copy_options::recursive);
+        return b;
     }
 
     static Outcome run(test::TestTv& tv, Kind kind) {
@@ -113,7 +120,8 @@ void expectWholeCloud(std::size_t fewest, std::size_t most) {
     EXPECT_LE(backups.size(), most);
     for (const sim::StoredBackup& backup : backups) {
         ASSERT_EQ(backup.damage, "");
-        EXPECT_THAT(sim::reportOn(*store, backup).services, ::testing::AnyOf(3U, 1U)) << backup.id;
+        EXPECT_THAT(sim::Bundle::of(*store, backup).services().counts().services, ::testing::AnyOf(3U, 1U))
+            << backup.id;
         EXPECT_EQ(backup.metadata.front(), '{') << backup.id;
     }
 }
@@ -170,6 +178,78 @@ void expectArchive(const test::TestTv& tv, const Outcome& run, const std::string
     EXPECT_THAT(tv.dataFiles(), ::testing::Each(::testing::StartsWith("temp/")));
 }
 
+// Whether a part of two set-ups is the same, by the set-ups alone.
+bool isSame(sim::Item item, const sim::SetUp& one, const sim::SetUp& other) {
+    switch (item) {
+        case sim::Item::Channels:
+            return one.services == other.services;
+        case sim::Item::Iss:
+            return one.iss == other.iss;
+        case sim::Item::Ci:
+            return one.ci == other.ci;
+        case sim::Item::Viewing:
+            return one.viewing == other.viewing;
+        case sim::Item::IpServices:
+            return true;  // looked at by expectWholeTv()
+        default: {
+            const auto list = static_cast<std::size_t>(sim::codeOf(item) - sim::codeOf(sim::Item::Favourite1));
+            return one.favourites[list] == other.favourites[list];
+        }
+    }
+}
+
+// The outcome that follows from what the caller was told, and from whether each item is where it should be.
+void expectOutcome(const sim::Verdict& verdict, const Outcome& run, bool wasTold, bool isWhole) {
+    if (run.ended == RunEnd::Crashed) {
+        EXPECT_EQ(verdict.outcome, sim::Outcome::Crashed);
+    } else if (!wasTold) {
+        EXPECT_THAT(verdict.outcome, ::testing::AnyOf(sim::Outcome::Failed, sim::Outcome::Refused));
+    } else if (!isWhole) {
+        EXPECT_EQ(verdict.outcome, sim::Outcome::DoneInPart);
+    } else if (run.ended == RunEnd::Waiting || (run.replyRequested && run.operation == "restore" && !run.reply)) {
+        EXPECT_EQ(verdict.outcome, sim::Outcome::Failed);
+    } else {
+        EXPECT_EQ(verdict.outcome, sim::Outcome::Done);
+    }
+    if (verdict.outcome == sim::Outcome::Done) {
+        EXPECT_EQ(verdict.why, "");
+    } else {
+        EXPECT_THAT(verdict.why, ::testing::HasSubstr("fault rule 1 fired"));
+        EXPECT_NE(verdict.decisive, 0);
+    }
+}
+
+// The verdict on a restore says of each item what a comparison of the set-ups says.
+void expectVerdictOnRestore(const test::TestTv& tv, const Outcome& run) {
+    const sim::Verdict verdict = tv.verdict();
+    const sim::SetUp now = tv.setUp();
+    bool isWhole = true;
+    for (const sim::ItemVerdict& item : verdict.items) {
+        const bool same = isSame(item.item, now, world().after);
+        EXPECT_EQ(sim::isWell(item.state), same) << sim::nameOf(item.item) << ": " << item.detail;
+        isWhole = isWhole && same;
+    }
+    const bool wasHandedOut = !run.backup.empty() && run.count("bnr_backup") == 0;
+    EXPECT_EQ(verdict.items.size(), wasHandedOut ? sim::NAMES<sim::Item>.size() : 0U);
+    const bool wasTold = wasHandedOut && (run.reply == 0 || run.count("bnr_report_success") == 1);
+    expectOutcome(verdict, run, wasTold, isWhole);
+}
+
+// The verdict on a backup says that it is whole exactly where a restore of it brings everything back.
+void expectVerdictOnBackup(const test::TestTv& tv, const Outcome& run) {
+    const sim::Verdict verdict = tv.verdict();
+    bool isWhole = !verdict.items.empty();
+    for (const sim::ItemVerdict& item : verdict.items) {
+        isWhole = isWhole && sim::isWell(item.state);
+    }
+    expectOutcome(verdict, run, run.response == sim::Response::BackupCompleted, isWhole);
+    if (!run.backup.empty()) {
+        test::TestTv& other = world().resetOther();
+        other.launch({"operation=restore", "--backup", run.backup});
+        EXPECT_EQ(other.setUp() == world().after, isWhole) << verdict.why;
+    }
+}
+
 using Swept = std::tuple<Kind, const sim::PlatformCall*>;
 
 class Sweep : public ::testing::TestWithParam<Swept> {
@@ -184,6 +264,11 @@ protected:
         const Outcome run = World::run(tv, kind);
         EXPECT_EQ(tv.faultsFired(), 1);
         EXPECT_EQ(run.ended, expectedEnd(kind, fault, run));
+        if (kind != Kind::Backup) {
+            expectVerdictOnRestore(tv, run);
+        } else if (run.operation == "backup") {
+            expectVerdictOnBackup(tv, run);
+        }
         if (run.operation == "restore") {
             expectTruth(run, tv.setUp().services == world().after.services);
             expectArchive(tv, run, fault.failure);

@@ -3,11 +3,14 @@
 #include <fmt/format.h>
 #include <zip.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <memory>
+#include <set>
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
@@ -46,18 +49,57 @@ Zip open(const fs::path& archive, int flags) {
     throw Error(kindOf(zip_get_error(zip)), fmt::format("{}: {}", archive.string(), zip_strerror(zip)));
 }
 
+// Hands the bytes of an entry on as they are unpacked. `what` begins the messages of what it throws.
+void readEntry(zip_t* zip, zip_uint64_t index, const std::string& what,
+               const std::function<void(const char*, std::size_t)>& take) {
+    zip_stat_t stat;
+    if (zip_stat_index(zip, index, 0, &stat) != 0) {
+        throw Error(kindOf(zip_get_error(zip)), what + zip_strerror(zip));
+    }
+    limits::require(what + "bytes", stat.size, limits::ENTRY_BYTES);
+    const std::unique_ptr<zip_file_t, decltype(&zip_fclose)> entry(zip_fopen_index(zip, index, 0), &zip_fclose);
+    if (!entry) {
+        throw Error(kindOf(zip_get_error(zip)), what + zip_strerror(zip));
+    }
+    std::array<char, 65536> buffer;
+    zip_int64_t count = 0;
+    std::uint64_t size = 0;
+    while ((count = zip_fread(entry.get(), buffer.data(), buffer.size())) > 0) {
+        size += static_cast<std::uint64_t>(count);
+        limits::require(what + "bytes", size, limits::ENTRY_BYTES);
+        take(buffer.data(), static_cast<std::size_t>(count));
+    }
+    if (count < 0) {
+        zip_error_t* error = zip_file_get_error(entry.get());
+        throw Error(kindOf(error), what + zip_error_strerror(error));
+    }
+}
+
+std::string problemOfName(const std::string& name) {
+    constexpr std::size_t LONGEST = 255;
+    if (name.size() > LONGEST) {
+        return fmt::format("its name has more than {} bytes", LONGEST);
+    }
+    const std::vector<std::string> parts = split(name, '/');
+    const bool leads = name.empty() || name.front() == '/' || std::count(parts.begin(), parts.end(), "..") != 0;
+    return leads ? "its name leads out of the folder that it is unpacked in" : "";
+}
+
 }  // namespace
 
-void writeArchive(const fs::path& archive, const std::vector<fs::path>& files) {
+void writeArchive(const fs::path& archive, const std::vector<fs::path>& files, std::time_t time) {
     Zip zip = open(archive, ZIP_CREATE | ZIP_TRUNCATE);
     for (const fs::path& file : files) {
         limits::require(fmt::format("{}: bytes", file.string()), sizeOf(file), limits::ENTRY_BYTES);
         zip_source_t* source = zip_source_file(zip.get(), file.c_str(), 0, -1);
-        if (source == nullptr ||
-            zip_file_add(zip.get(), file.filename().c_str(), source, ZIP_FL_OVERWRITE | ZIP_FL_ENC_UTF_8) < 0) {
+        const zip_int64_t entry = source == nullptr ? -1
+                                                    : zip_file_add(zip.get(), file.filename().c_str(), source,
+                                                                   ZIP_FL_OVERWRITE | ZIP_FL_ENC_UTF_8);
+        if (entry < 0) {
             zip_source_free(source);
             fail(archive, zip.get());
         }
+        zip_file_set_mtime(zip.get(), static_cast<zip_uint64_t>(entry), time, 0);
     }
     if (zip_close(zip.get()) != 0) {
         fail(archive, zip.get());
@@ -76,7 +118,26 @@ std::vector<ArchiveEntry> listArchive(const fs::path& archive) {
         if (zip_stat_index(zip.get(), static_cast<zip_uint64_t>(i), 0, &stat) != 0) {
             fail(archive, zip.get());
         }
-        entries.push_back({stat.name, stat.size});
+        entries.push_back({stat.name, stat.size, stat.crc, ""});
+    }
+    return entries;
+}
+
+std::vector<ArchiveEntry> checkArchive(const fs::path& archive) {
+    std::vector<ArchiveEntry> entries = listArchive(archive);
+    const Zip zip = open(archive, ZIP_RDONLY);
+    std::set<std::string> names;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        ArchiveEntry& entry = entries[i];
+        try {
+            readEntry(zip.get(), i, "", [](const char*, std::size_t) {});
+            entry.problem = problemOfName(entry.name);
+            if (!names.insert(entry.name).second) {
+                entry.problem = "another entry has its name";
+            }
+        } catch (const Error& error) {
+            entry.problem = error.what();
+        }
     }
     return entries;
 }
@@ -87,30 +148,10 @@ bool extractEntry(const fs::path& archive, const std::string& name, const fs::pa
     if (index < 0) {
         return false;
     }
-    const std::string what = fmt::format("{}: bytes of entry {}", archive.string(), inQuotes(name));
-    zip_stat_t stat;
-    if (zip_stat_index(zip.get(), static_cast<zip_uint64_t>(index), 0, &stat) == 0) {
-        limits::require(what, stat.size, limits::ENTRY_BYTES);
-    }
-    const std::unique_ptr<zip_file_t, decltype(&zip_fclose)> entry(
-        zip_fopen_index(zip.get(), static_cast<zip_uint64_t>(index), 0), &zip_fclose);
-    if (!entry) {
-        fail(archive, zip.get());
-    }
     std::ofstream file(target, std::ios::binary | std::ios::trunc);
-    std::array<char, 65536> buffer;
-    zip_int64_t count = 0;
-    std::uint64_t size = 0;
-    while ((count = zip_fread(entry.get(), buffer.data(), buffer.size())) > 0) {
-        file.write(buffer.data(), count);
-        size += static_cast<std::uint64_t>(count);
-        limits::require(what, size, limits::ENTRY_BYTES);
-    }
-    if (count < 0) {
-        zip_error_t* error = zip_file_get_error(entry.get());
-        throw Error(kindOf(error),
-                    fmt::format("{}: entry {}: {}", archive.string(), inQuotes(name), zip_error_strerror(error)));
-    }
+    readEntry(zip.get(), static_cast<zip_uint64_t>(index),
+              fmt::format("{}: entry {}: ", archive.string(), inQuotes(name)),
+              [&](const char* bytes, std::size_t size) { file.write(bytes, static_cast<std::streamsize>(size)); });
     file.close();
     if (!file) {
         throw Error(kindOfErrno(errno), fmt::format("{}: cannot write: {}", target.string(), std::strerror(errno)));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -10,16 +11,24 @@ namespace sim {
 
 struct ArchiveEntry {
     std::string name;
-    std::uint64_t size;  // bytes, unpacked
+    std::uint64_t size;   // bytes, unpacked
+    std::uint32_t crc;    // CRC-32 of them
+    std::string problem;  // of checkArchive(): why it cannot be used; empty: it can
 };
 
 // Every function throws Error when the archive cannot be written, read or trusted.
 
-// Writes an archive of these files, each under its own file name. The archive is there whole or not at all.
-void writeArchive(const std::filesystem::path& archive, const std::vector<std::filesystem::path>& files);
+// Writes an archive of these files, each under its own file name and as of a time. The archive is there whole or not at
+// all.
+void writeArchive(const std::filesystem::path& archive, const std::vector<std::filesystem::path>& files,
+                  std::time_t time = std::time(nullptr));
 
 // The archive's entries in its own order.
 std::vector<ArchiveEntry> listArchive(const std::filesystem::path& archive);
+
+// The same after each byte of each entry was read, and each name looked at: one that leads out of the folder that the
+// archive is unpacked in, that is there twice or is too long is a problem too.
+std::vector<ArchiveEntry> checkArchive(const std::filesystem::path& archive);
 
 // Unpacks the one entry `name` into the file `target`, checksum checked. Other entries are not looked at, so that no
 // name in the archive decides where something is written, and an entry that unpacks to more than limits::ENTRY_BYTES is

@@ -2,12 +2,22 @@
 
 #include <fmt/chrono.h>
 
-#include <ctime>
-
 namespace sim {
 
+std::string toUtc(std::time_t time) {
+    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(time));
+}
+
+std::optional<std::time_t> fromUtc(const std::string& text) {
+    std::tm parts = {};
+    const char* end = ::strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    const bool isWhole = end != nullptr && *end == '\0';
+    const std::time_t time = ::timegm(&parts);
+    return isWhole && toUtc(time) == text ? std::optional(time) : std::nullopt;
+}
+
 std::string utcNow() {
-    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)));
+    return toUtc(std::time(nullptr));
 }
 
 }  // namespace sim

@@ -31,18 +31,21 @@ FolderLock::~FolderLock() {
 // There is no system call that waits for a lock for a while, so it is asked for again and again.
 FolderLock FolderLock::take(const std::filesystem::path& folder, std::chrono::milliseconds patience) {
     constexpr std::chrono::milliseconds BETWEEN{20};
-    FolderLock lock;
-    lock.m_descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (!lock.isHeld()) {
-        throw Error(kindOfErrno(errno), fmt::format("{}: cannot open: {}", folder.string(), std::strerror(errno)));
-    }
-    for (; ::flock(lock.m_descriptor, LOCK_EX | LOCK_NB) != 0; patience -= BETWEEN) {
+    for (;; patience -= BETWEEN) {
+        FolderLock lock;
+        lock.m_descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (!lock.isHeld()) {
+            throw Error(kindOfErrno(errno), fmt::format("{}: cannot open: {}", folder.string(), std::strerror(errno)));
+        }
+        // The folder may have been replaced by another since it was opened.
+        if (::flock(lock.m_descriptor, LOCK_EX | LOCK_NB) == 0 && isOf(folder, lock.m_descriptor)) {
+            return lock;
+        }
         if (patience <= std::chrono::milliseconds::zero()) {
             return {};
         }
         std::this_thread::sleep_for(BETWEEN);
     }
-    return lock;
 }
 
 bool FolderLock::isOf(const std::filesystem::path& folder, int descriptor) {

@@ -33,9 +33,9 @@ bool parseJson(const std::string& text, Json::Value& value) {
     return false;
 }
 
-std::string writeJson(const Json::Value& value) {
+std::string writeJson(const Json::Value& value, JsonStyle style) {
     Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
+    builder["indentation"] = style == JsonStyle::Indented ? "  " : "";
     builder["emitUTF8"] = true;
     return Json::writeString(builder, value);
 }

@@ -67,6 +67,25 @@ std::size_t columnsOf(const Character& character) {
     return character.code < 0 ? 1 : static_cast<std::size_t>(std::max(utf8proc_charwidth(character.code), 0));
 }
 
+// How many characters must be added, removed, replaced or exchanged with their neighbour to make one text the other.
+std::size_t editDistance(std::string_view one, std::string_view other) {
+    std::vector<std::vector<std::size_t>> distance(one.size() + 1, std::vector<std::size_t>(other.size() + 1));
+    for (std::size_t i = 0; i <= one.size(); ++i) {
+        for (std::size_t j = 0; j <= other.size(); ++j) {
+            if (i == 0 || j == 0) {
+                distance[i][j] = i + j;
+                continue;
+            }
+            const std::size_t replaced = distance[i - 1][j - 1] + (one[i - 1] == other[j - 1] ? 0 : 1);
+            distance[i][j] = std::min({distance[i - 1][j] + 1, distance[i][j - 1] + 1, replaced});
+            if (i > 1 && j > 1 && one[i - 1] == other[j - 2] && one[i - 2] == other[j - 1]) {
+                distance[i][j] = std::min(distance[i][j], distance[i - 2][j - 2] + 1);
+            }
+        }
+    }
+    return distance[one.size()][other.size()];
+}
+
 }  // namespace
 
 std::vector<std::string> split(std::string_view text, char separator) {
@@ -114,6 +133,18 @@ std::string inQuotes(std::string_view text) {
         }
     });
     return "'" + shown(cut) + (isCut ? "...'" : "'");
+}
+
+std::string didYouMean(std::string_view word, const std::vector<std::string>& candidates) {
+    std::size_t nearest = word.size() / 3 + 2;  // a word that is further away is another one
+    std::string best;
+    for (const std::string& candidate : candidates) {
+        if (const std::size_t distance = editDistance(word, candidate); distance < nearest) {
+            nearest = distance;
+            best = candidate;
+        }
+    }
+    return best.empty() ? "" : fmt::format("; did you mean {}?", inQuotes(best));
 }
 
 std::size_t columnsOf(std::string_view text) {

@@ -38,6 +38,9 @@ std::string shown(std::string_view text);
 // The same in quotes and of a bearable length, for messages.
 std::string inQuotes(std::string_view text);
 
+// "; did you mean 'x'?", where one of the candidates is near to a word; otherwise nothing.
+std::string didYouMean(std::string_view word, const std::vector<std::string>& candidates);
+
 // How many columns of a terminal a shown text takes.
 std::size_t columnsOf(std::string_view text);
 

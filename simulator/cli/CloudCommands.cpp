@@ -4,75 +4,114 @@
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
-#include "simulator/reports/BackupReport.h"
+#include "simulator/cli/Side.h"
+#include "simulator/reports/CloudReport.h"
+#include "simulator/reports/Json.h"
 #include "simulator/tv/Application.h"
 
 namespace cli {
 
 namespace {
 
+void printBackup(const sim::StoredBackup& backup) {
+    const std::string services = backup.services ? std::to_string(*backup.services) : "?";
+    if (backup.damage.empty()) {
+        print("{:<8} {:<21} {:>10} {:>9}  {:<16} {:<32} {}/{}\n", backup.id, backup.time, backup.size, services,
+              backup.device.empty() ? "?" : backup.device, sim::antennaOf(backup), backup.clientId, backup.category);
+    } else {
+        print("{:<8} {:<21} {}/{}: {}\n", backup.id, "DAMAGED", backup.clientId, backup.category, backup.damage);
+    }
+}
+
 int list(const Place& place) {
     const std::vector<sim::StoredBackup> backups = sim::openCloud(place.cloud)->list();
+    if (place.isJson) {
+        Json::Value value = asMember("backups", sim::toJson(backups));
+        value["cloud"] = sim::toUtf8(place.cloud);
+        printJson(value);
+        return DONE;
+    }
     if (backups.empty()) {
         print("No backup in {}.\n", place.cloud);
         return DONE;
     }
-    print("{:<8} {:<22} {:>12}  {}\n", "backup", "time", "bytes", "client/category");
+    print("{:<8} {:<21} {:>10} {:>9}  {:<16} {:<32} {}\n", "backup", "time", "bytes", "channels", "set", "antenna",
+          "client/category");
     for (const sim::StoredBackup& backup : backups) {
-        if (backup.damage.empty()) {
-            print("{:<8} {:<22} {:>12}  {}/{}\n", backup.id, backup.time, backup.size, backup.clientId,
-                  backup.category);
-        } else {
-            print("{:<8} {:<22} {:>12}  {}/{}: {}\n", backup.id, "damaged", "", backup.clientId, backup.category,
-                  backup.damage);
-        }
+        printBackup(backup);
     }
     return DONE;
 }
 
-// The newest, or the one of the id. A damaged one cannot be shown.
-sim::StoredBackup choose(const Place& place, const sim::CloudStore& store, const std::string& id) {
-    std::vector<sim::StoredBackup> backups = store.list();
-    for (auto backup = backups.rbegin(); backup != backups.rend(); ++backup) {
-        if (!id.empty() ? backup->id == id : backup->damage.empty()) {
-            if (!backup->damage.empty()) {
-                throw sim::Error(sim::Error::Kind::Damaged,
-                                 fmt::format("backup {} is damaged: {}", backup->id, backup->damage));
-            }
-            return *backup;
-        }
-    }
-    throw sim::Error(sim::Error::Kind::Missing, fmt::format("{} holds no backup{}; see: halcyon-tv cloud list",
-                                                            place.cloud, id.empty() ? "" : " " + id));
+struct ImportOptions {
+    std::string file;
+    std::string metadata;
+};
+
+// For a bundle whose metadata is not known: what lets this TV restore it, and leaves its viewing state alone.
+std::string makeMetadata(const Place& place) {
+    const sim::Tv tv(place.home, sim::Database::Access::Look);
+    print(
+        stderr,
+        "No metadata is known of the bundle. Made some up: the antenna inputs of the TV at {}, and no viewing state.\n",
+        place.home.string());
+    return sim::metadataFor(tv.antenna());
 }
 
-int show(const Place& place, const std::string& id) {
-    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
-    const sim::BackupReport report = sim::reportOn(*store, choose(place, *store, id));
-    print("backup {} of {}/{}\n", report.backup.id, report.backup.clientId, report.backup.category);
-    print("  time       {}\n", report.backup.time);
-    print("  bundle     {}, {} bytes\n", report.backup.name, report.backup.size);
-    print("  metadata   {}\n", report.backup.metadata);
-    print("  entries:\n");
-    for (const sim::ArchiveEntry& entry : report.entries) {
-        const bool isServices = entry.name == sim::application::SERVICE_DB_ENTRY;
-        const std::string count = isServices ? fmt::format("   {} services", report.services) : "";
-        print("    {:<24} {:>8} bytes{}\n", entry.name, entry.size, count);
+int import(const Place& place, const ImportOptions& options) {
+    const NamedBundle named = chooseBundle(place, options.file, options.metadata);
+    if (named.backup) {
+        throw sim::Error(sim::Error::Kind::Missing,
+                         fmt::format("{}: no such file; {} is a stored backup already", options.file, named.name));
     }
+    if (!named.bundle.problem().empty()) {
+        throw sim::Error(sim::Error::Kind::Damaged, fmt::format("{}; give a bundle", named.bundle.problem()));
+    }
+    for (const std::string& problem : named.bundle.problems()) {
+        print(stderr, "damaged: {}\n", problem);
+    }
+    sim::NewBackup backup{sim::application::CLIENT_ID, sim::application::CATEGORY,
+                          named.bundle.metadataText() ? *named.bundle.metadataText() : makeMetadata(place),
+                          sim::deviceOf(named.bundle), std::nullopt};
+    if (named.bundle.part(sim::Item::Channels).state == sim::PartState::Whole) {
+        backup.services = named.bundle.services().counts().services;
+    }
+    const std::string id = sim::openCloud(place.cloud)->put(backup, options.file);
+    if (place.isJson) {
+        printJson(asMember("backup", id));
+    } else {
+        print("backup {}\n", id);
+    }
+    return DONE;
+}
+
+int remove(const Place& place, const std::string& id) {
+    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
+    store->remove(chooseBackup(*store, id));
     return DONE;
 }
 
 }  // namespace
 
 void addCloudCommands(CLI::App& app, Action& chosen) {
-    CLI::App* store = app.add_subcommand("cloud", "Look into the cloud store");
-    store->require_subcommand(1);
-    addCommand(*store, "list", "List the backups", chosen, &list);
+    CLI::App* store = addGroup(app, "cloud", "Look into the cloud store, and change it");
+    addCommand(*store, "list", "List the backups: which set made each, with what antenna, how many channels",
+               "halcyon-tv cloud list --json", chosen, &list);
+    addBundleVerbs(*store, chosen);
+
+    const auto options = std::make_shared<ImportOptions>();
+    CLI::App* importing = addCommand(*store, "import", "Put a bundle file into the store as a new backup",
+                                     "halcyon-tv cloud import customer.zip", chosen,
+                                     [options](const Place& place) { return import(place, *options); });
+    importing->add_option("file", options->file, "the bundle")->required();
+    importing->add_option("--metadata", options->metadata,
+                          "file with its metadata (default: the one beside it; else some that fits this TV)");
 
     const auto id = std::make_shared<std::string>();
-    addCommand(*store, "show", "Show a backup with what its bundle holds", chosen, [id](const Place& place) {
-        return show(place, *id);
-    })->add_option("backup", *id, "id of the backup (default: the newest)");
+    addCommand(*store, "remove", "Remove a backup for good", "halcyon-tv cloud remove 000001", chosen,
+               [id](const Place& place) { return remove(place, *id); })
+        ->add_option("backup", *id, "its id")
+        ->required();
 }
 
 }  // namespace cli

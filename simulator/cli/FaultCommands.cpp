@@ -6,6 +6,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
+#include "simulator/reports/Json.h"
 #include "simulator/tv/Tv.h"
 
 namespace cli {
@@ -13,13 +14,22 @@ namespace cli {
 namespace {
 
 int add(const Place& place, const sim::FaultRule& rule) {
-    print("rule {}\n", sim::Tv(place.home).faults().add(rule));
+    const std::int64_t id = sim::Tv(place.home).faults().add(rule);
+    if (place.isJson) {
+        printJson(asMember("rule", Json::Int64(id)));
+    } else {
+        print("rule {}\n", id);
+    }
     return DONE;
 }
 
 int list(const Place& place) {
-    const sim::Tv tv(place.home, sim::Database::Access::Look);
-    for (const sim::FaultRule& rule : tv.faults().list()) {
+    const std::vector<sim::FaultRule> rules = sim::Tv(place.home, sim::Database::Access::Look).faults().list();
+    if (place.isJson) {
+        printJson(asMember("rules", sim::toJson(rules)));
+        return DONE;
+    }
+    for (const sim::FaultRule& rule : rules) {
         const std::string limit = rule.times == 0 ? "for ever" : fmt::format("{} times", rule.times);
         print("{:>4}  {} {}, from call {} of a run, {}; fired {} times\n", rule.id, rule.call, rule.failure, rule.nth,
               limit, rule.fired);
@@ -37,11 +47,19 @@ int clear(const Place& place, std::int64_t rule) {
     return DONE;
 }
 
-int listCalls(const Place& /*place*/) {
+int listCalls(const Place& place) {
+    std::vector<sim::PlatformCall> calls;
     for (const sim::PlatformCall* call : sim::platformCalls()) {
         if (!call->failures.empty()) {
-            print("{:<46} {}\n", call->name, call->failures);
+            calls.push_back(*call);
         }
+    }
+    if (place.isJson) {
+        printJson(asMember("calls", sim::toJson(calls)));
+        return DONE;
+    }
+    for (const sim::PlatformCall& call : calls) {
+        print("{:<46} {}\n", call.name, call.failures);
     }
     return DONE;
 }
@@ -49,27 +67,27 @@ int listCalls(const Place& /*place*/) {
 }  // namespace
 
 void addFaultCommands(CLI::App& app, Action& chosen) {
-    CLI::App* fault = app.add_subcommand("fault", "Make platform calls fail");
-    fault->require_subcommand(1);
+    CLI::App* fault = addGroup(app, "fault", "Make platform calls fail");
 
     const auto rule = std::make_shared<sim::FaultRule>();
     CLI::App* adding =
-        addCommand(*fault, "add", "Add a rule", chosen, [rule](const Place& place) { return add(place, *rule); });
+        addCommand(*fault, "add", "Add a rule", "halcyon-tv fault add IUtil::GetServiceDb damage=truncate --times 0",
+                   chosen, [rule](const Place& place) { return add(place, *rule); });
     adding->add_option("call", rule->call, "the call, as 'fault calls' lists it")->required();
     adding->add_option("failure", rule->failure, "its failure, such as result=6, null, throw, damage=truncate")
         ->required();
     adding->add_option("--nth", rule->nth, "the first call of a run that fails")->capture_default_str();
     adding->add_option("--times", rule->times, "how often the rule fires, 0 for ever")->capture_default_str();
 
-    addCommand(*fault, "list", "List the rules and how often each fired", chosen, &list);
+    addCommand(*fault, "list", "List the rules and how often each fired", "halcyon-tv fault list", chosen, &list);
 
     const auto id = std::make_shared<std::int64_t>(0);
-    addCommand(*fault, "clear", "Remove a rule, or all of them", chosen,
+    addCommand(*fault, "clear", "Remove a rule, or all of them", "halcyon-tv fault clear", chosen,
                [id](const Place& place) { return clear(place, *id); })
         ->add_option("rule", *id, "number of the rule (default: all)")
         ->check(CLI::PositiveNumber);
 
-    addCommand(*fault, "calls", "List the calls that can fail, and how", chosen, &listCalls);
+    addCommand(*fault, "calls", "List the calls that can fail, and how", "halcyon-tv fault calls", chosen, &listCalls);
 }
 
 }  // namespace cli

@@ -1,12 +1,14 @@
-// Printing for people.
+// Printing for people, and for scripts.
 #pragma once
 
 #include <fmt/format.h>
+#include <json/value.h>
 
 #include <cstdio>
 #include <string_view>
 #include <type_traits>
 
+#include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
 
 namespace cli {
@@ -29,6 +31,19 @@ void print(std::FILE* stream, std::string_view format, const Values&... values) 
 template <typename... Values>
 void print(std::string_view format, const Values&... values) {
     print(stdout, format, values...);
+}
+
+// Prints one JSON object.
+inline void printJson(const Json::Value& value) {
+    std::fputs(sim::writeJson(value, sim::JsonStyle::Indented).c_str(), stdout);
+    std::fputs("\n", stdout);
+}
+
+// The elements of a list as a member of an object, which is what is printed.
+inline Json::Value asMember(const char* name, const Json::Value& elements) {
+    Json::Value object;
+    object[name] = elements;
+    return object;
 }
 
 }  // namespace cli

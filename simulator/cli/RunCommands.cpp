@@ -13,7 +13,9 @@
 #include "simulator/base/Process.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
+#include "simulator/cli/Side.h"
 #include "simulator/cloud/CloudStore.h"
+#include "simulator/reports/Json.h"
 #include "simulator/reports/RunReport.h"
 #include "simulator/reports/TvReport.h"
 #include "simulator/tv/Application.h"
@@ -30,8 +32,9 @@ struct RunOptions {
     std::string backup;
     bool noReply = false;
     bool realtime = false;
-    bool quiet = false;
     bool noSandbox = false;
+    bool asIs = false;
+    bool expectFaults = false;
     int wait = 0;  // seconds
     int keep = sim::limits::RUNS_KEPT;
 };
@@ -81,39 +84,102 @@ std::string content(std::FILE* file) {
     return text;
 }
 
-void printRun(const sim::RunReport& report) {
+void printVerdict(const sim::RunReport& report) {
+    const sim::Verdict& verdict = report.verdict;
+    if (!verdict.why.empty()) {
+        print("{}: {}\n", sim::nameOf(verdict.outcome), verdict.why);
+    }
     print("run {} of {}\n", report.run.id, report.run.started);
     print("  operation  {}\n", report.run.operation.empty() ? "none" : report.run.operation);
+    print("  outcome    {}\n", sim::nameOf(verdict.outcome));
+    print("  backup     {}\n", report.run.backup.empty() ? "none" : report.run.backup);
     print("  response   {}\n", report.response);
     print("  reported   {}\n", report.run.reported.empty() ? "nothing" : report.run.reported);
     print("  reply      {}\n", report.reply);
     print("  ended      {}\n", report.end);
-    print("  outcome    {}\n", sim::nameOf(report.outcome));
+    if (!verdict.items.empty()) {
+        print("read back from the TV and the store:\n");
+    }
+    for (const sim::ItemVerdict& item : verdict.items) {
+        print("  {:<10} {:<13} {}\n", sim::nameOf(item.item), sim::nameOf(item.state), item.detail);
+    }
 }
 
-void printCall(const sim::CallRecord& call) {
+std::string momentText(const sim::CallRecord& call) {
     const std::string fault = call.fault ? fmt::format("   [fault rule {}]", *call.fault) : "";
     const std::string result = call.result.empty() ? "" : fmt::format(" = {}", call.result);
-    print("{:>5}  {}({}){}{}\n", call.seq, call.name, call.arguments, result, fault);
+    return fmt::format("call  {}({}){}{}", call.name, call.arguments, result, fault);
 }
 
-void printLog(const sim::LogRecord& log) {
+std::string momentText(const sim::LogRecord& log) {
     const std::string message = log.message.substr(0, log.message.find_last_not_of(" \n") + 1);
-    if (log.sink == "system") {
-        print("{:>5}  system {} {}: {}\n", log.seq, log.priority, log.tag, message);
-    } else {
-        print("{:>5}  logger {}: {}({}): {}\n", log.seq, log.file, log.function, log.line, message);
+    const std::string sink = log.sink == "both" ? "" : log.sink + " ";
+    if (log.file.empty()) {
+        return fmt::format("log {} {}{}: {}", log.priority, sink, log.tag, message);
+    }
+    return fmt::format("log {} {}{}: {}({}): {}", log.priority, sink, log.file, log.function, log.line, message);
+}
+
+void printTimeline(const std::vector<sim::Moment>& timeline) {
+    constexpr double MILLISECONDS = 1000;
+    print("{:>5} {:>9}\n", "no.", "seconds");
+    for (const sim::Moment& moment : timeline) {
+        print("{:>5} {:>9.3f}  {}{}\n", moment.seq, static_cast<double>(moment.at) / MILLISECONDS,
+              moment.call ? momentText(*moment.call) : momentText(*moment.log),
+              moment.isDecisive ? "   <=== this decided the outcome" : "");
     }
 }
 
-void requireBackup(const Place& place, const std::string& id) {
-    for (const sim::StoredBackup& backup : sim::openCloud(place.cloud)->list()) {
-        if (backup.id == id) {
-            return;
+// The exit code that says what became of a run.
+int codeOf(const sim::Verdict& verdict) {
+    switch (verdict.outcome) {
+        case sim::Outcome::Done:
+            return DONE;
+        case sim::Outcome::DoneInPart:
+            return IN_PART;
+        case sim::Outcome::Refused:
+            return INCOMPATIBLE;
+        default:
+            break;
+    }
+    switch (verdict.cause) {
+        case sim::Cause::Damage:
+            return DAMAGED;
+        case sim::Cause::Cloud:
+        case sim::Cause::NothingStored:
+            return NO_BACKUP;
+        default:
+            return FAILED;
+    }
+}
+
+// Whether the launch request makes a restore. Throws UsageError where it makes no sense, as a typing error would.
+bool checkRequest(const RunOptions& options) {
+    std::string operation = "backup";
+    for (const std::string& extra : options.extras) {
+        const std::string key = extra.substr(0, extra.find('='));
+        const std::string near =
+            key == sim::application::OPERATION || key == sim::application::SCAN_ACTIVATED
+                ? ""
+                : sim::didYouMean(key, {sim::application::OPERATION, sim::application::SCAN_ACTIVATED});
+        if (!near.empty() && !options.asIs) {
+            throw UsageError(
+                fmt::format("the application reads no {}{} --as-is launches it anyway", sim::inQuotes(key), near));
+        }
+        if (key == sim::application::OPERATION) {
+            operation = extra.substr(key.size() + 1);
         }
     }
-    throw sim::Error(sim::Error::Kind::Missing,
-                     fmt::format("{} holds no backup {}; see: halcyon-tv cloud list", place.cloud, id));
+    const bool isRestore = sim::application::isRestore(operation);
+    if (!options.asIs && !isRestore && operation != "backup") {
+        throw UsageError(fmt::format("operation {} would make a backup{} --as-is launches it anyway",
+                                     sim::inQuotes(operation), sim::didYouMean(operation, {"restore", "backup"})));
+    }
+    if (!options.asIs && !isRestore && !options.backup.empty()) {
+        throw UsageError(
+            "--backup means nothing for a backup; for a restore: halcyon-tv run operation=restore --backup ID");
+    }
+    return isRestore;
 }
 
 // Files that a refused restore has left, and that a later one applies where its bundle has none of the name.
@@ -154,15 +220,24 @@ Ended execute(const sim::Launch& launch) {
     return {application.id(), sim::describeEnd(application.wait())};
 }
 
-int run(const Place& place, const RunOptions& options) {
-    const sim::FolderLock lock = sim::lockTv(place.home, std::chrono::seconds(options.wait));
-    sim::Tv tv(place.home);
-    warnOfLeftovers(tv);
-    if (!options.backup.empty()) {
-        requireBackup(place, options.backup);
+// The rules that have not fired since they had fired as often as in `before`.
+std::vector<std::string> silentRules(const sim::Tv& tv, const std::vector<sim::FaultRule>& before) {
+    std::vector<std::string> silent;
+    for (const sim::FaultRule& rule : tv.faults().list()) {
+        for (const sim::FaultRule& was : before) {
+            if (was.id == rule.id && was.fired == rule.fired) {
+                silent.push_back(fmt::format("{} ({} {})", rule.id, rule.call, rule.failure));
+            }
+        }
     }
+    return silent;
+}
+
+// Launches the application, and gives the verdict on what it has made of the TV and the store.
+sim::RunReport launchAndJudge(const Place& place, const RunOptions& options, sim::Tv& tv, const sim::FolderLock& lock,
+                              const sim::CloudStore& store) {
     const std::int64_t before = tv.runs().newest();
-    const File log(options.quiet ? std::tmpfile() : nullptr, &std::fclose);
+    const File log(place.isQuiet ? std::tmpfile() : nullptr, &std::fclose);
     sim::Launch launch = launchOf(place, options, lock);
     launch.errors = log ? ::fileno(log.get()) : -1;
     const Ended end = execute(launch);
@@ -171,32 +246,84 @@ int run(const Place& place, const RunOptions& options) {
         throw sim::Error(fmt::format("the application did not start on the TV at {}: {}{}", place.home.string(),
                                      end.how, log ? "\n" + content(log.get()) : ""));
     }
-    const sim::RunReport report = sim::reportOn(*ended);
-    printRun(report);
-    return report.outcome == sim::Outcome::Succeeded ? DONE : FAILED;
+    const sim::RunReport report = sim::reportOn(tv, store, *ended);
+    tv.runs().add(ended->id, report.verdict);
+    return report;
+}
+
+int run(const Place& place, const RunOptions& options) {
+    checkRequest(options);
+    const sim::FolderLock lock = sim::lockTv(place.home, std::chrono::seconds(options.wait));
+    sim::Tv tv(place.home);
+    warnOfLeftovers(tv);
+    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
+    RunOptions chosen = options;
+    if (!options.backup.empty()) {
+        chosen.backup = chooseBackup(*store, options.backup).id;
+    }
+    const std::vector<sim::FaultRule> rules = tv.faults().list();
+    const sim::RunReport report = launchAndJudge(place, chosen, tv, lock, *store);
+    const std::vector<sim::Moment> timeline =
+        place.isVerbose ? sim::timelineOf(tv, report, {}) : std::vector<sim::Moment>();
+    if (place.isJson) {
+        Json::Value value = sim::toJson(report);
+        if (place.isVerbose) {
+            value["timeline"] = sim::toJson(timeline);
+        }
+        printJson(value);
+    } else {
+        printVerdict(report);
+    }
+    if (!timeline.empty() && !place.isJson) {
+        printTimeline(timeline);
+    }
+    const std::vector<std::string> silent = options.expectFaults ? silentRules(tv, rules) : std::vector<std::string>();
+    if (!silent.empty()) {
+        print(stderr, "Fault rules that did not fire: {}\n", fmt::format("{}", fmt::join(silent, ", ")));
+        return FAILED;
+    }
+    return codeOf(report.verdict);
 }
 
 struct RecordOptions {
     std::int64_t id = 0;  // 0: the newest
-    bool withCalls = false;
-    bool withLog = false;
+    bool calls = false;
+    bool log = false;
     bool all = false;
+    sim::TimelineFilter filter;
 };
 
-int listRecords(const sim::Tv& tv) {
+int listRecords(const Place& place, const sim::Tv& tv, const sim::CloudStore& store) {
+    Json::Value runs(Json::arrayValue);
     for (const sim::Run& run : tv.runs().list()) {
-        const sim::RunReport report = sim::reportOn(run);
-        print("{:>4}  {}  {:<8} {:<10} {}\n", run.id, run.started, run.operation, sim::nameOf(report.outcome),
-              report.end);
+        const sim::RunReport report = sim::reportOn(tv, store, run);
+        if (place.isJson) {
+            runs.append(sim::toJson(report));
+        } else {
+            print("{:>4}  {}  {:<8} {:<12} {}\n", run.id, run.started, run.operation,
+                  sim::nameOf(report.verdict.outcome), report.verdict.why);
+        }
+    }
+    if (place.isJson) {
+        printJson(asMember("runs", runs));
     }
     return DONE;
 }
 
+// To look at a TV takes no right to write to it; where there is one, runs whose process is gone are closed.
+sim::Tv openForRecord(const Place& place) {
+    try {
+        sim::Tv(place.home).runs().closeAbandoned();
+    } catch (const sim::Error&) {
+    }
+    return sim::Tv(place.home, sim::Database::Access::Look);
+}
+
 int record(const Place& place, const RecordOptions& options) {
-    sim::Tv tv(place.home);
-    tv.runs().closeAbandoned();
+    const sim::Tv tv = openForRecord(place);
+    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
     if (options.all) {
-        return listRecords(tv);
+        return listRecords(place, tv, *store);
     }
     const std::optional<sim::Run> run = tv.runs().find(options.id != 0 ? options.id : tv.runs().newest());
     if (!run) {
@@ -204,18 +331,20 @@ int record(const Place& place, const RecordOptions& options) {
                          options.id != 0 ? fmt::format("no run {}; see: halcyon-tv record --all", options.id)
                                          : std::string("no run yet; launch one with: halcyon-tv run"));
     }
-    printRun(sim::reportOn(*run));
-    if (options.withCalls) {
-        print("platform calls:\n");
-        for (const sim::CallRecord& call : tv.runs().calls(run->id)) {
-            printCall(call);
-        }
+    const sim::RunReport report = sim::reportOn(tv, *store, *run);
+    sim::TimelineFilter filter = options.filter;
+    filter.calls = options.calls || !(options.log || filter.priority > 0);
+    filter.log = options.log || !(options.calls || !filter.call.empty());
+    const std::vector<sim::Moment> timeline = sim::timelineOf(tv, report, filter);
+    if (place.isJson) {
+        Json::Value value = sim::toJson(report);
+        value["timeline"] = sim::toJson(timeline);
+        printJson(value);
+        return DONE;
     }
-    if (options.withLog) {
-        print("log:\n");
-        for (const sim::LogRecord& log : tv.runs().log(run->id)) {
-            printLog(log);
-        }
+    printVerdict(report);
+    if (!place.isQuiet) {
+        printTimeline(timeline);
     }
     return DONE;
 }
@@ -231,14 +360,18 @@ std::string checkExtra(const std::string& extra) {
 
 void addRunCommands(CLI::App& app, Action& chosen) {
     const auto options = std::make_shared<RunOptions>();
-    CLI::App* running = addCommand(app, "run", "Launch the application: a backup, or operation=restore", chosen,
+    CLI::App* running = addCommand(app, "run",
+                                   "Launch the application: a backup, or operation=restore; then look at what "
+                                   "it has made of the TV and the store",
+                                   "halcyon-tv run operation=restore --backup 000001", chosen,
                                    [options](const Place& place) { return run(place, *options); });
     running->add_option("extra", options->extras, "extra values of the launch request, each key=value")
         ->check(&checkExtra);
     running->add_option("--backup", options->backup, "the backup to restore (default: the newest)");
+    running->add_flag("--as-is", options->asIs, "launch it with what looks like a typing error, too");
+    running->add_flag("--expect-faults", options->expectFaults, "end with 1 where a fault rule did not fire");
     running->add_flag("--no-reply", options->noReply, "do not request a reply");
     running->add_flag("--realtime", options->realtime, "wait for responses as long as on a TV");
-    running->add_flag("--quiet,-q", options->quiet, "without the log");
     running->add_option("--wait", options->wait, "seconds to wait for a run that is under way on the TV")
         ->check(CLI::NonNegativeNumber);
     running->add_option("--keep", options->keep, "how many runs' records to keep, this one included")
@@ -247,11 +380,16 @@ void addRunCommands(CLI::App& app, Action& chosen) {
     running->add_flag("--no-sandbox", options->noSandbox, "let the application write outside the TV and the cloud");
 
     const auto which = std::make_shared<RecordOptions>();
-    CLI::App* recording = addCommand(app, "record", "Show the record of a run", chosen,
+    CLI::App* recording = addCommand(app, "record", "Show what became of a run, with its calls and log in their order",
+                                     "halcyon-tv record --priority 6", chosen,
                                      [which](const Place& place) { return record(place, *which); });
     recording->add_option("run", which->id, "number of the run (default: the newest)")->check(CLI::PositiveNumber);
-    recording->add_flag("--calls", which->withCalls, "with each platform call and its result");
-    recording->add_flag("--log", which->withLog, "with each log record");
+    recording->add_flag("--calls", which->calls, "calls only");
+    recording->add_flag("--log", which->log, "log records only");
+    recording->add_flag("--sinks", which->filter.sinks, "each log record once for each place that it went to");
+    recording->add_option("--priority", which->filter.priority, "log records of this priority and above only");
+    recording->add_option("--call", which->filter.call, "calls of this name only");
+    recording->add_option("--grep", which->filter.text, "only what has this text in it");
     recording->add_flag("--all", which->all, "list all runs, a line each");
 }
 

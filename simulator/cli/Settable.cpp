@@ -7,6 +7,7 @@
 #include <set>
 #include <vector>
 
+#include "simulator/base/Clock.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
 #include "simulator/tv/Application.h"
@@ -92,6 +93,10 @@ void setAntenna(sim::Tv& tv, const std::string& value) {
     tv.setAntenna(statuses);
 }
 
+void setNow(sim::Tv& tv, const std::string& value) {
+    tv.setTime(value == "running" ? std::nullopt : std::optional(parseTime(value)));
+}
+
 void setScan(sim::Tv& tv, const std::string& value) {
     if (value != "on" && value != "off") {
         throw sim::Error(fmt::format("a scan is on or off, not {}", sim::inQuotes(value)));
@@ -144,6 +149,7 @@ const std::vector<Settable>& settables() {
             {"category", "CODE/PARAM/SORT", &setCategory},
             {"antenna", "status codes separated by commas, 0 to 4 are known", &setAntenna},
             {"scan", "on or off", &setScan},
+            {"now", "a time such as 2026-01-31T18:00:00Z at which the clock stands, or running", &setNow},
         };
         for (int list = 1; list <= sim::application::FAVOURITE_LISTS; ++list) {
             table.push_back({fmt::format("favname{}", list), "a name", [list](sim::Tv& tv, const std::string& value) {
@@ -157,6 +163,14 @@ const std::vector<Settable>& settables() {
 
 }  // namespace
 
+std::time_t parseTime(const std::string& text) {
+    const std::optional<std::time_t> time = sim::fromUtc(text);
+    if (!time) {
+        throw sim::Error(fmt::format("{} is no time such as 2026-01-31T18:00:00Z", sim::inQuotes(text)));
+    }
+    return *time;
+}
+
 void set(sim::Tv& tv, const std::string& name, const std::string& value) {
     for (const Settable& settable : settables()) {
         if (settable.name == name) {
@@ -165,8 +179,12 @@ void set(sim::Tv& tv, const std::string& name, const std::string& value) {
         }
     }
     if (name.compare(0, SETTING_PREFIX.size(), SETTING_PREFIX) != 0) {
-        throw sim::Error(
-            fmt::format("cannot set {} to {}; see: halcyon-tv set --help", sim::inQuotes(name), sim::inQuotes(value)));
+        std::vector<std::string> names;
+        for (const Settable& settable : settables()) {
+            names.push_back(settable.name);
+        }
+        throw sim::Error(fmt::format("cannot set {} to {}{}; see: halcyon-tv set --help", sim::inQuotes(name),
+                                     sim::inQuotes(value), sim::didYouMean(name, names)));
     }
     setSetting(tv, name, value);
 }

@@ -1,6 +1,7 @@
 // What of a TV's state can be set by name.
 #pragma once
 
+#include <ctime>
 #include <string>
 
 #include "simulator/tv/Tv.h"
@@ -9,6 +10,9 @@ namespace cli {
 
 // Throws sim::Error where there is no such name, or the value does not fit.
 void set(sim::Tv& tv, const std::string& name, const std::string& value);
+
+// A time of the form 2026-01-31T18:00:00Z. Throws sim::Error for any other.
+std::time_t parseTime(const std::string& text);
 
 // The names with their values' forms, for a help text.
 std::string settableHelp();

@@ -8,12 +8,6 @@
 
 namespace {
 
-constexpr char FOOTER[] =
-    "The TV is the folder --home, else $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv, else\n"
-    "~/.local/state/halcyon-tv. The cloud is --cloud, else $HALCYON_CLOUD, else cloud/ beside the TV.\n"
-    "Exit codes: 0 done; 1 the run did not succeed, or the TVs differ; 2 wrong usage; 3 a file, folder or value that\n"
-    "cannot be used; 8 the TV is busy.";
-
 // A message of several lines keeps them.
 void printError(std::string_view message) {
     const char* prefix = "halcyon-tv: ";
@@ -37,32 +31,55 @@ int codeFor(const sim::Error& error) {
     }
 }
 
-int dispatch(int argc, char** argv) {
-    CLI::App app("A simulated TV for halcyon-lineup.");
-    app.footer(FOOTER);
-    app.require_subcommand(1);
-    std::string home;
-    std::string cloud;
-    app.add_option("--home", home, "folder of the TV");
-    app.add_option("--cloud", cloud, "folder of the cloud store");
-    cli::Action chosen;
-    for (const auto addCommands :
-         {&cli::addTvCommands, &cli::addRunCommands, &cli::addFaultCommands, &cli::addCloudCommands}) {
-        addCommands(app, chosen);
+// What stood where a command, or an option of the chosen one, was expected.
+std::string suggestion(const CLI::App& app, int argc, char** argv) {
+    const CLI::App* group = &app;
+    while (!group->get_subcommands().empty()) {
+        group = group->get_subcommands().front();
     }
+    std::vector<std::string> names;
+    for (const CLI::App* command : group->get_subcommands([](const CLI::App*) { return true; })) {
+        names.push_back(command->get_name());
+    }
+    for (const CLI::App* each = group; each != nullptr; each = each->get_parent()) {
+        for (const CLI::Option* option : each->get_options()) {
+            names.push_back(option->get_name());
+        }
+    }
+    for (int i = 1; i < argc; ++i) {
+        const bool isKnown = std::find(names.begin(), names.end(), argv[i]) != names.end();
+        const std::string near = isKnown ? "" : sim::didYouMean(argv[i], names);
+        if (!near.empty() && (argv[i][0] == '-' || group->get_name() != argv[i])) {
+            return fmt::format("{}{}\n", sim::inQuotes(argv[i]), near);
+        }
+    }
+    return "";
+}
+
+int usageError(const CLI::App& app, const std::string& message, int argc, char** argv) {
+    printError(fmt::format("{}\n{}Run with --help for more information.", message, suggestion(app, argc, argv)));
+    return cli::USAGE;
+}
+
+int dispatch(int argc, char** argv) {
+    CLI::App app;
+    cli::Place place;
+    std::string home;
+    cli::Action chosen;
+    cli::describe(app, place, home, chosen);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) {
-            return app.exit(error);
-        }
-        printError(std::string(error.what()) + "\nRun with --help for more information.");
+        return error.get_exit_code() == 0 ? app.exit(error) : usageError(app, error.what(), argc, argv);
+    }
+    place.home = home.empty() ? sim::defaultHome() : sim::normalised(home);
+    place.cloud = place.cloud.empty() ? sim::defaultCloud(place.home) : sim::normalised(place.cloud);
+    try {
+        return chosen(place);
+    } catch (const cli::UsageError& error) {
+        printError(error.what());
         return cli::USAGE;
     }
-    cli::Place place;
-    place.home = home.empty() ? sim::defaultHome() : sim::normalised(home);
-    place.cloud = cloud.empty() ? sim::defaultCloud(place.home) : sim::normalised(cloud);
-    return chosen(place);
 }
 
 }  // namespace

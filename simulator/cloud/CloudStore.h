@@ -14,11 +14,22 @@ struct StoredBackup {
     std::string id;  // digits, counted up in its category: the newest has the highest
     std::string clientId;
     std::string category;
-    std::string time;        // UTC, ISO 8601
-    std::string name;        // file name of the bundle as it was handed over
-    std::string metadata;    // JSON text
-    std::uint64_t size = 0;  // of the bundle, bytes
-    std::string damage;      // why it cannot be handed out; empty: it can, and all of the above is known
+    std::string time;                       // UTC, ISO 8601
+    std::string name;                       // file name of the bundle as it was handed over
+    std::string metadata;                   // JSON text
+    std::uint64_t size = 0;                 // of the bundle, bytes
+    std::string device;                     // serial number of the set that made it; empty: not known
+    std::optional<std::uint64_t> services;  // that the set had then
+    std::string damage;                     // why it cannot be handed out; empty: it can, and all of the above is known
+};
+
+// A backup that is handed over.
+struct NewBackup {
+    std::string clientId;
+    std::string category;
+    std::string metadata;
+    std::string device;  // as of StoredBackup
+    std::optional<std::uint64_t> services;
 };
 
 // What is wrong with the store itself is thrown as Error.
@@ -35,9 +46,11 @@ public:
     // The folders of this machine that it writes to. They are made where they are missing.
     virtual std::vector<std::filesystem::path> makeLocalFolders() const = 0;
 
-    // Takes a copy of the bundle and the metadata. Gives the new backup's id.
-    virtual std::string put(const std::string& clientId, const std::string& category, const std::string& metadata,
-                            const std::filesystem::path& bundle) = 0;
+    // Takes a copy of the bundle. Gives the new backup's id.
+    virtual std::string put(const NewBackup& backup, const std::filesystem::path& bundle) = 0;
+
+    // Removes a backup, whole or not at all. No later one gets its id.
+    virtual void remove(const StoredBackup& backup) = 0;
 
     // The newest backup, or the one of the given id. Nothing when there is none.
     virtual std::optional<StoredBackup> find(const std::string& clientId, const std::string& category,

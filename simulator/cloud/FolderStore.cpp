@@ -19,6 +19,7 @@ namespace sim {
 namespace {
 
 constexpr std::size_t ID_DIGITS = 6;  // at least
+constexpr char REMOVED[] = ".removed";
 
 // The number that an id is. Nothing: the name is that of no backup.
 std::optional<std::uint64_t> numberOf(const std::string& id) {
@@ -48,6 +49,17 @@ std::vector<std::string> backupIds(const fs::path& category) {
     return ids;
 }
 
+// Of those that are or were there; 0: none.
+std::uint64_t highestNumber(const fs::path& category) {
+    std::uint64_t highest = 0;
+    for (const fs::path& member : membersOf(category)) {
+        const std::string name = member.filename();
+        const bool wasRemoved = member.extension() == REMOVED;
+        highest = std::max(highest, numberOf(wasRemoved ? member.stem().string() : name).value_or(0));
+    }
+    return highest;
+}
+
 void load(const fs::path& folder, StoredBackup& backup) {
     Json::Value info;
     const bool isObject = parseJson(readFile(folder / "info.json"), info) && info.isObject();
@@ -57,6 +69,10 @@ void load(const fs::path& folder, StoredBackup& backup) {
     }
     backup.time = info["time"].asString();
     backup.name = fs::path(info["name"].asString()).filename();
+    backup.device = info["device"].isString() ? info["device"].asString() : "";
+    if (info["services"].isUInt64()) {
+        backup.services = info["services"].asUInt64();
+    }
     backup.metadata = readFile(folder / "metadata.json");
     backup.size = sizeOf(folder / "bundle.zip");
 }
@@ -85,27 +101,36 @@ std::vector<fs::path> FolderStore::makeLocalFolders() const {
     return {m_folder};
 }
 
-std::string FolderStore::put(const std::string& clientId, const std::string& category, const std::string& metadata,
-                             const fs::path& bundle) {
+std::string FolderStore::put(const NewBackup& backup, const fs::path& bundle) {
     makePrivateFolder(m_folder);
-    const fs::path parent = m_folder / clientId / category;
+    const fs::path parent = m_folder / backup.clientId / backup.category;
     const ScratchFolder scratch(parent);
     const fs::path built = scratch / "backup";
     makeFolders(built);
     copyFile(bundle, built / "bundle.zip");
-    writeFile(built / "metadata.json", metadata);
+    writeFile(built / "metadata.json", backup.metadata);
     Json::Value info;
     info["time"] = utcNow();
     info["name"] = bundle.filename().string();
+    info["device"] = backup.device;
+    if (backup.services) {
+        info["services"] = Json::Value::UInt64(*backup.services);
+    }
     writeFile(built / "info.json", writeJson(info));
 
-    const std::vector<std::string> ids = backupIds(parent);
-    for (std::uint64_t number = ids.empty() ? 1 : *numberOf(ids.back()) + 1;; ++number) {
+    for (std::uint64_t number = highestNumber(parent) + 1;; ++number) {
         std::string id = fmt::format("{:0{}}", number, ID_DIGITS);
         if (putInPlace(built, parent / id)) {
             return id;
         }
     }
+}
+
+void FolderStore::remove(const StoredBackup& backup) {
+    const fs::path parent = m_folder / backup.clientId / backup.category;
+    const ScratchFolder scratch(parent);
+    writeFile(parent / (backup.id + REMOVED), "");
+    putInPlace(parent / backup.id, scratch / "removed");
 }
 
 std::optional<StoredBackup> FolderStore::find(const std::string& clientId, const std::string& category,

@@ -1,6 +1,7 @@
 // A cloud store in a folder.
 //
 //   <client id>/<category>/<backup id>/{bundle.zip, metadata.json, info.json}
+//   <client id>/<category>/<backup id>.removed
 #pragma once
 
 #include <filesystem>
@@ -17,8 +18,8 @@ public:
 
     std::string place() const override { return m_folder; }
     std::vector<std::filesystem::path> makeLocalFolders() const override;
-    std::string put(const std::string& clientId, const std::string& category, const std::string& metadata,
-                    const std::filesystem::path& bundle) override;
+    std::string put(const NewBackup& backup, const std::filesystem::path& bundle) override;
+    void remove(const StoredBackup& backup) override;
     std::optional<StoredBackup> find(const std::string& clientId, const std::string& category,
                                      const std::string& id) const override;
     std::vector<StoredBackup> list() const override;

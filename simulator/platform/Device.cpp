@@ -15,6 +15,7 @@
 #include "simulator/base/Places.h"
 #include "simulator/base/Sandbox.h"
 #include "simulator/base/Text.h"
+#include "simulator/tv/Application.h"
 
 namespace sim {
 
@@ -77,7 +78,7 @@ void cutPowerWhereRuled() {
 }  // namespace
 
 Device::Device(const std::filesystem::path& home)
-    : lock(lockHome(home)), tv(home), cloud(openCloud(defaultCloud(home))), record(tv.runs()), faults(tv.faults()) {
+    : lock(lockHome(home)), tv(home), cloud(openCloud(defaultCloud(home))), record(tv, loop), faults(tv.faults()) {
     if (isConfinedWhenOpened) {
         confine();
     }
@@ -128,6 +129,19 @@ void Device::noLongerAwaited(const std::string& what) {
     const auto found = awaited.find(what);
     if (found != awaited.end()) {
         awaited.erase(found);
+    }
+}
+
+void Device::keepMetadata() const {
+    const std::filesystem::path kept = tv.home() / application::FAILURE_FOLDER / bundleName;
+    std::error_code error;
+    if (bundleName.empty() || !std::filesystem::is_regular_file(kept, error)) {
+        return;
+    }
+    try {
+        writeFile(kept.string() + application::METADATA_SUFFIX, bundleMetadata);
+    } catch (const Error& problem) {
+        std::fprintf(stderr, "halcyon-lineup: %s\n", shown(problem.what()).c_str());
     }
 }
 

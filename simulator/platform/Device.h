@@ -35,13 +35,19 @@ public:
     FolderLock lock;  // of the TV home; holds nothing where who launched this process has it
     Tv tv;
     std::unique_ptr<CloudStore> cloud;
+    EventLoop loop;
     Recorder record;
     FaultInjector faults;
-    EventLoop loop;
+    // Of the bundle that was handed over or out last: its file name and its metadata.
+    std::string bundleName;
+    std::string bundleMetadata;
     std::string chosenBackup;            // id of the backup that a restore shall get; empty: the newest
     std::multiset<std::string> awaited;  // what the application is still bound to: open sessions, subscriptions
 
     void noLongerAwaited(const std::string& what);
+
+    // Puts the metadata beside that bundle, where the application has kept it among those of failed operations.
+    void keepMetadata() const;
 
 private:
     explicit Device(const std::filesystem::path& home);

@@ -18,8 +18,8 @@ int keptRuns() {
 
 }  // namespace
 
-Recorder::Recorder(Runs& runs) : m_runs(runs) {
-    m_run.id = m_runs.begin(static_cast<int>(::getpid()), utcNow());
+Recorder::Recorder(Tv& tv, const EventLoop& loop) : m_tv(tv), m_runs(tv.runs()), m_loop(loop) {
+    m_run.id = m_runs.begin(static_cast<int>(::getpid()), toUtc(tv.now()));
     attempt([&] { m_runs.keep(keptRuns()); });
 }
 
@@ -27,6 +27,7 @@ void Recorder::launched(const std::string& operation, bool replyRequested) {
     m_run.operation = operation;
     m_run.replyRequested = replyRequested;
     save();
+    attempt([&] { m_runs.addBefore(m_run.id, fingerprintsOf(m_tv)); });
 }
 
 void Recorder::replied(int result) {
@@ -36,6 +37,13 @@ void Recorder::replied(int result) {
 
 void Recorder::responded(int code) {
     m_run.response = static_cast<Response>(code);
+    save();
+}
+
+void Recorder::used(const std::string& backup, const std::string& clientId, const std::string& category) {
+    m_run.clientId = clientId;
+    m_run.category = category;
+    m_run.backup = backup;
     save();
 }
 
@@ -54,17 +62,19 @@ void Recorder::call(std::string_view name, const std::string& arguments, const s
                     const std::optional<std::int64_t>& fault) {
     attempt([&] {
         m_runs.add(m_run.id,
-                   CallRecord{++m_seq, std::string(name), limits::cut(arguments), limits::cut(result), fault});
+                   CallRecord{++m_seq, now(), std::string(name), limits::cut(arguments), limits::cut(result), fault});
     });
 }
 
 void Recorder::systemLog(int priority, const std::string& tag, const std::string& text) {
-    attempt([&] { m_runs.add(m_run.id, LogRecord{++m_seq, "system", priority, tag, "", "", 0, limits::cut(text)}); });
+    attempt([&] {
+        m_runs.add(m_run.id, LogRecord{++m_seq, now(), "system", priority, tag, "", "", 0, limits::cut(text)});
+    });
 }
 
 void Recorder::logger(const std::string& file, const std::string& function, int line, const std::string& message) {
     attempt([&] {
-        m_runs.add(m_run.id, LogRecord{++m_seq, "logger", 0, "", file, function, line, limits::cut(message)});
+        m_runs.add(m_run.id, LogRecord{++m_seq, now(), "logger", 0, "", file, function, line, limits::cut(message)});
     });
 }
 

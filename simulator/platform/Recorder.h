@@ -6,7 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "simulator/tv/Runs.h"
+#include "simulator/platform/EventLoop.h"
+#include "simulator/tv/Tv.h"
 
 namespace sim {
 
@@ -15,11 +16,12 @@ namespace sim {
 class Recorder {
 public:
     // Throws Error where not even the run's begin can be written.
-    explicit Recorder(Runs& runs);
+    Recorder(Tv& tv, const EventLoop& loop);
 
     void launched(const std::string& operation, bool replyRequested);
     void replied(int result);
     void responded(int code);
+    void used(const std::string& backup, const std::string& clientId, const std::string& category);  // by the cloud
     void reported(const std::string& outcome);
     void ended(RunEnd end, const std::string& detail);
 
@@ -37,7 +39,11 @@ private:
     template <typename Write>
     void attempt(Write write);
 
+    std::int64_t now() const { return m_loop.now().count(); }
+
+    const Tv& m_tv;
     Runs& m_runs;
+    const EventLoop& m_loop;
     Run m_run;
     int m_seq = 0;
     int m_dropped = 0;

@@ -145,6 +145,7 @@ int run(int argc, char** argv, const ui_app_callbacks& callbacks, void* userData
     runLoop(device);
     sim::platformNotice(sim::calls::app_terminate);
     callbacks.terminate(userData);
+    device.keepMetadata();
     takeBack();
     return 0;
 }

@@ -61,7 +61,7 @@ struct Download {
     std::string path;
 };
 std::optional<Download> download(const std::string& category, const std::string& id, const fs::path& folder) {
-    const Device& device = Device::current();
+    Device& device = Device::current();
     try {
         const std::optional<sim::StoredBackup> backup = device.cloud->find(id, category, device.chosenBackup);
         if (!backup || !backup->damage.empty()) {
@@ -69,6 +69,9 @@ std::optional<Download> download(const std::string& category, const std::string&
         }
         const fs::path target = folder / backup->name;
         device.cloud->fetch(*backup, target);
+        device.record.used(backup->id, id, category);
+        device.bundleName = backup->name;
+        device.bundleMetadata = backup->metadata;
         return Download{backup->metadata, target};
     } catch (const std::exception&) {
         return std::nullopt;
@@ -162,6 +165,8 @@ int bnr_callback_deregister(int handlerId) {
 }
 
 int bnr_backup(const char* id, const char* metadata, const char* filePath) {
+    Device::current().bundleName = fs::path(filePath).filename();
+    Device::current().bundleMetadata = metadata;
     return sim::platformCall(
         sim::calls::bnr_backup, std::tuple(id, metadata, filePath),
         [&](sim::Given& given) {
@@ -173,7 +178,12 @@ int bnr_backup(const char* id, const char* metadata, const char* filePath) {
                 respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_SCHEMA_ERROR, std::nullopt);
                 return 0;
             }
-            given.text = "backup " + Device::current().cloud->put(id, client().sessions[id], metadata, filePath);
+            const std::string category = client().sessions[id];
+            Device& device = Device::current();
+            const std::string backup = device.cloud->put(
+                {id, category, metadata, device.tv.serial(), device.tv.serviceDb().counts().services}, filePath);
+            device.record.used(backup, id, category);
+            given.text = "backup " + backup;
             respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_COMPLETED, std::nullopt);
             return 0;
         },

@@ -51,7 +51,8 @@ public:
         return platformCall(
             calls::get_service_db, std::tuple(path),
             [&] {
-                Device::current().tv.serviceDb().snapshot(path);
+                const sim::Tv& tv = Device::current().tv;
+                tv.serviceDb().snapshot(path, tv.now());
                 return 1;
             },
             [&](sim::Damage damage) { sim::damageFile(path, damage); });
@@ -77,7 +78,8 @@ public:
             calls::get_iss_db_archive, std::tuple(path),
             [&] {
                 try {
-                    Device::current().tv.issDb().snapshot(path);
+                    const sim::Tv& tv = Device::current().tv;
+                    tv.issDb().snapshot(path, tv.now());
                     return 1;
                 } catch (const std::exception&) {
                     return 0;  // a negative result would be success here

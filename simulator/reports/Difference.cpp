@@ -4,8 +4,8 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <cstring>
 #include <set>
+#include <string_view>
 #include <unordered_map>
 
 #include "simulator/reports/Words.h"
@@ -14,14 +14,16 @@ namespace sim {
 
 namespace {
 
-bool isPosition(const ServiceColumn& column) {
-    return std::strcmp(column.name, "id") == 0 || std::strcmp(column.name, "number") == 0;
+// What a difference has a list of its own for.
+bool isListed(const ServiceColumn& column) {
+    const std::string_view name = column.name;
+    return name == "id" || name == "number" || name == "name";
 }
 
 std::vector<std::string> changedColumns(const Service& one, const Service& other) {
     std::vector<std::string> columns;
     for (const ServiceColumn& column : SERVICE_COLUMNS) {
-        if (!isPosition(column) && column.valueOf(one) != column.valueOf(other)) {
+        if (!isListed(column) && column.valueOf(one) != column.valueOf(other)) {
             columns.emplace_back(column.name);
         }
     }
@@ -51,13 +53,9 @@ std::vector<bool> longestAscending(const std::vector<std::size_t>& sequence) {
     return isIn;
 }
 
-std::string favouritePart(std::size_t index) {
-    return fmt::format("favname{}", index + 1);
-}
-
 // A part with its keys, and under which of them two sides differ.
 template <typename Map>
-PartDifference compareMaps(const std::string& part, const Map& one, const Map& other, const char* unit) {
+PartDifference compareMaps(Item item, const Map& one, const Map& other, const char* unit) {
     std::set<std::string> keys;
     for (const auto& [map, against] : {std::pair(&one, &other), std::pair(&other, &one)}) {
         for (const auto& [key, value] : *map) {
@@ -68,8 +66,26 @@ PartDifference compareMaps(const std::string& part, const Map& one, const Map& o
         }
     }
     const std::string size = fmt::format("{} {}", other.size(), unit);
-    return {part, keys.empty(), fmt::format("{} {}", one.size(), unit),
+    return {item, keys.empty(), fmt::format("{} {}", one.size(), unit),
             keys.empty() ? size : fmt::format("{}; in: {}", size, fmt::join(keys, ", "))};
+}
+
+// Which side lacks an item, and why. Empty: neither does.
+std::string lackingIn(Item item, const SetUp& one, const SetUp& other) {
+    std::string text;
+    for (const auto& [side, setUp] : {std::pair("first", &one), std::pair("second", &other)}) {
+        const auto found = setUp->lacking.find(item);
+        if (found != setUp->lacking.end()) {
+            text += fmt::format("{}the {}: {}", text.empty() ? "" : "; ", side, found->second);
+        }
+    }
+    return text;
+}
+
+// How a part reads where a side may lack it.
+std::string withLack(const std::string& text, Item item, const SetUp& setUp) {
+    const auto found = setUp.lacking.find(item);
+    return found == setUp.lacking.end() ? text : fmt::format("({})", found->second);
 }
 
 // What is on, in a line.
@@ -112,6 +128,9 @@ ServiceDifference compareServices(const std::vector<Service>& ones, const std::v
     for (std::size_t i = 0; i < paired.size(); ++i) {
         ServicePair pair{*paired[i], others[places[i]], {}};
         pair.columns = changedColumns(pair.one, pair.other);
+        if (pair.one.name != pair.other.name) {
+            difference.renamed.push_back(pair);
+        }
         if (!pair.columns.empty()) {
             difference.changed.push_back(pair);
         }
@@ -132,13 +151,21 @@ bool Difference::isSame() const {
 Difference compare(const SetUp& one, const SetUp& other) {
     Difference difference;
     difference.services = compareServices(one.services, other.services);
+    difference.services.lacking = lackingIn(Item::Channels, one, other);
     for (std::size_t i = 0; i < one.favourites.size(); ++i) {
-        difference.parts.push_back(
-            {favouritePart(i), one.favourites[i] == other.favourites[i], one.favourites[i], other.favourites[i]});
+        difference.parts.push_back({favouriteItem(static_cast<int>(i) + 1), one.favourites[i] == other.favourites[i],
+                                    one.favourites[i], other.favourites[i]});
     }
-    difference.parts.push_back(compareMaps("CI files", one.ci, other.ci, "files, each compared byte by byte"));
-    difference.parts.push_back(compareMaps("iss", one.iss, other.iss, "entries"));
-    difference.parts.push_back({"viewing", one.viewing == other.viewing, describe(one), describe(other)});
+    difference.parts.push_back(compareMaps(Item::Ci, one.ci, other.ci, "files, each compared byte by byte"));
+    difference.parts.push_back(compareMaps(Item::Iss, one.iss, other.iss, "entries"));
+    difference.parts.push_back({Item::Viewing, one.viewing == other.viewing, describe(one), describe(other)});
+    for (PartDifference& part : difference.parts) {
+        if (!lackingIn(part.item, one, other).empty()) {
+            part.one = withLack(part.one, part.item, one);
+            part.other = withLack(part.other, part.item, other);
+            part.isSame = false;
+        }
+    }
     return difference;
 }
 

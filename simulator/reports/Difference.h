@@ -13,21 +13,24 @@ namespace sim {
 struct ServicePair {
     Service one;
     Service other;
-    std::vector<std::string> columns;  // that differ, but for id and number
+    std::vector<std::string> columns;  // that differ, but for id, number and name
 };
 
 // Services are paired by their identity, wherever they stand.
 struct ServiceDifference {
     std::size_t ones = 0;  // how many there are on each side
     std::size_t others = 0;
-    std::vector<Service> removed;         // those that only the first side has
-    std::vector<Service> added;           // those that only the second side has
-    std::vector<ServicePair> changed;     // in some column
+    std::string lacking;           // one side has no list of services that can be read: which, and why
+    std::vector<Service> removed;  // those that only the first side has
+    std::vector<Service> added;    // those that only the second side has
+    std::vector<ServicePair> renamed;
+    std::vector<ServicePair> changed;     // in some other column
     std::vector<ServicePair> moved;       // to another place in the order
     std::vector<ServicePair> renumbered;  // in their place, with another number or id
 
     bool isSame() const {
-        return removed.empty() && added.empty() && changed.empty() && moved.empty() && renumbered.empty();
+        return lacking.empty() && removed.empty() && added.empty() && renamed.empty() && changed.empty() &&
+               moved.empty() && renumbered.empty();
     }
 };
 
@@ -35,7 +38,7 @@ ServiceDifference compareServices(const std::vector<Service>& ones, const std::v
 
 // Another part of a set-up, with how it reads on each side.
 struct PartDifference {
-    std::string part;
+    Item item;
     bool isSame = true;
     std::string one;
     std::string other;

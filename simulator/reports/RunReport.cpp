@@ -2,19 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
+#include "simulator/reports/Judge.h"
 #include "simulator/reports/Words.h"
 #include "simulator/tv/Application.h"
 
 namespace sim {
 
 namespace {
-
-Outcome outcomeOf(const Run& run) {
-    if (run.ended == RunEnd::Running) {
-        return Outcome::Open;
-    }
-    return application::succeeded(run) ? Outcome::Succeeded : Outcome::Failed;
-}
 
 std::string replyOf(const Run& run) {
     if (run.reply) {
@@ -38,10 +34,81 @@ std::string endOf(const Run& run) {
     return run.detail.empty() ? end : fmt::format("{}: {}", end, run.detail);
 }
 
+// Without looking at the TV, which has changed since.
+Verdict verdictByRecord(const Run& run) {
+    constexpr char UNSEEN[] = "nobody has looked at the TV at the end of this run";
+    switch (run.ended) {
+        case RunEnd::Running:
+            return {Outcome::Open, Cause::Other, UNSEEN, 0, {}};
+        case RunEnd::Crashed:
+            return {Outcome::Crashed, Cause::Exception, UNSEEN, 0, {}};
+        default:
+            return application::succeeded(run) ? Verdict{Outcome::Done, Cause::None, UNSEEN, 0, {}}
+                                               : Verdict{Outcome::Failed, Cause::Other, UNSEEN, 0, {}};
+    }
+}
+
+Verdict verdictOn(const Tv& tv, const CloudStore& store, const Run& run) {
+    if (std::optional<Verdict> given = tv.runs().verdict(run.id)) {
+        return *given;
+    }
+    return run.id == tv.runs().newest() ? judge(tv, store, run) : verdictByRecord(run);
+}
+
+// A record of the system log, and the logger's of the same message behind it, as one.
+std::vector<LogRecord> merged(const std::vector<LogRecord>& log) {
+    std::vector<LogRecord> records;
+    for (const LogRecord& record : log) {
+        LogRecord* last = records.empty() ? nullptr : &records.back();
+        if (record.sink == "logger" && last != nullptr && last->sink == "system" && last->seq + 1 == record.seq) {
+            const int seq = last->seq;
+            const int priority = last->priority;
+            const std::string tag = last->tag;
+            *last = record;
+            last->seq = seq;
+            last->sink = "both";
+            last->priority = priority;
+            last->tag = tag;
+        } else {
+            records.push_back(record);
+        }
+    }
+    return records;
+}
+
+bool passes(const TimelineFilter& filter, const LogRecord& record) {
+    return filter.log && record.priority >= filter.priority && record.message.find(filter.text) != std::string::npos;
+}
+
+bool passes(const TimelineFilter& filter, const CallRecord& call) {
+    const bool isNamed = filter.call.empty() || filter.call == call.name;
+    const std::string text = fmt::format("{}({}) = {}", call.name, call.arguments, call.result);
+    return filter.calls && isNamed && text.find(filter.text) != std::string::npos;
+}
+
 }  // namespace
 
-RunReport reportOn(const Run& run) {
-    return {run, outcomeOf(run), run.response ? words(*run.response) : "none", replyOf(run), endOf(run)};
+RunReport reportOn(const Tv& tv, const CloudStore& store, const Run& run) {
+    return {run, verdictOn(tv, store, run), run.response ? words(*run.response) : "none", replyOf(run), endOf(run)};
+}
+
+std::vector<Moment> timelineOf(const Tv& tv, const RunReport& report, const TimelineFilter& filter) {
+    std::vector<Moment> timeline;
+    const auto isDecisive = [&](int seq) { return seq == report.verdict.decisive; };
+    for (const CallRecord& call : tv.runs().calls(report.run.id)) {
+        if (passes(filter, call)) {
+            timeline.push_back({call.seq, call.at, call, std::nullopt, isDecisive(call.seq)});
+        }
+    }
+    const std::vector<LogRecord> log = tv.runs().log(report.run.id);
+    for (const LogRecord& record : filter.sinks ? log : merged(log)) {
+        if (passes(filter, record)) {
+            timeline.push_back({record.seq, record.at, std::nullopt, record, isDecisive(record.seq)});
+        }
+    }
+    std::sort(timeline.begin(), timeline.end(),
+              [](const Moment& one, const Moment& other) { return one.seq < other.seq; });
+    return timeline;
 }
 
 }  // namespace sim

@@ -6,11 +6,11 @@ namespace sim {
 
 bool operator==(const SetUp& one, const SetUp& other) {
     return one.services == other.services && one.favourites == other.favourites && one.iss == other.iss &&
-           one.ci == other.ci && one.viewing == other.viewing;
+           one.ci == other.ci && one.viewing == other.viewing && one.lacking == other.lacking;
 }
 
 SetUp setUpOf(const Tv& tv) {
-    SetUp setUp{tv.serviceDb().services(), {}, tv.issDb().entries(), tv.ciModule().files(), tv.viewing()};
+    SetUp setUp{tv.serviceDb().services(), {}, tv.issDb().entries(), tv.ciModule().files(), tv.viewing(), {}};
     for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
         setUp.favourites.push_back(tv.settings().favouriteName(list));
     }

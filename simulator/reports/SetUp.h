@@ -1,6 +1,7 @@
 // A channel set-up: what a backup carries and a restore brings back.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@ struct SetUp {
     IssDb::Entries iss;
     CiModule::Files ci;
     Viewing viewing;
+    std::map<Item, std::string> lacking;  // items that are not in it, or cannot be read: why; empty for a TV's own
 };
 
 bool operator==(const SetUp& one, const SetUp& other);

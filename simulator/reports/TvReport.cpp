@@ -1,5 +1,6 @@
 #include "simulator/reports/TvReport.h"
 
+#include "simulator/base/Clock.h"
 #include "simulator/base/Files.h"
 #include "simulator/tv/Application.h"
 
@@ -24,6 +25,17 @@ std::vector<std::string> leftoversOf(const Tv& tv) {
     return leftovers;
 }
 
+ChannelCounts countChannels(const ServiceDb& services) {
+    ChannelCounts counts;
+    services.forEach([&](const Service& service) {
+        ++counts.services;
+        ++counts.byType[service.type];
+        ++counts.byGroup[service.groupName];
+        ++counts.byProvider[service.provider];
+    });
+    return counts;
+}
+
 TvReport reportOn(const Tv& tv) {
     TvReport report;
     report.home = tv.home();
@@ -40,6 +52,10 @@ TvReport reportOn(const Tv& tv) {
         report.ciFiles.emplace(fs::path(path).filename(), sizeOf(path));
     }
     report.ipServices = tv.serviceDb().ipServices().size();
+    if (const std::optional<std::time_t> time = tv.fixedTime()) {
+        report.fixedTime = toUtc(*time);
+    }
+    report.leftovers = leftoversOf(tv);
     return report;
 }
 

@@ -23,7 +23,18 @@ struct TvReport {
     IssDb::Entries iss;
     std::map<std::string, std::uint64_t> ciFiles;  // size in bytes by name
     std::uint64_t ipServices = 0;                  // bytes
+    std::string fixedTime;                         // that its clock is stopped at; empty: it runs
+    std::vector<std::string> leftovers;            // of earlier runs, below unpackFolderOf()
 };
+
+// How many services of what kind there are.
+struct ChannelCounts {
+    std::uint64_t services = 0;
+    std::map<std::string, std::uint64_t> byType;
+    std::map<std::string, std::uint64_t> byGroup;
+    std::map<std::string, std::uint64_t> byProvider;
+};
+ChannelCounts countChannels(const ServiceDb& services);
 
 // Where a restore unpacks its bundle, and what is there between runs: paths below it.
 std::filesystem::path unpackFolderOf(const Tv& tv);

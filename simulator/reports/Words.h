@@ -1,6 +1,7 @@
 // How a TV's codes read.
 #pragma once
 
+#include <set>
 #include <string>
 
 #include "simulator/tv/Tv.h"
@@ -12,5 +13,10 @@ std::string words(const TvMode& mode);
 std::string words(Source source);
 std::string words(const Category& category);
 std::string words(Response response);
+std::string words(ReplaceStatus status);
+std::string words(const Viewing& viewing);
+
+// "terrestrial (0), satellite (2)".
+std::string antennaWords(const std::set<int>& inputs);
 
 }  // namespace sim

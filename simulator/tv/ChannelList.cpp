@@ -62,14 +62,13 @@ std::string sourceField(const std::string& text) {
 }
 
 // Satellites are given in MHz; the others in MHz, kHz or Hz, told apart by size.
-std::uint64_t toHz(std::uint64_t given, const std::string& source) {
-    if (isSatellite(source)) {
-        return given * 1'000'000;
+std::uint64_t unitOf(std::uint64_t given, const std::string& source) {
+    constexpr std::uint64_t KHZ = 1'000;
+    constexpr std::uint64_t MHZ = 1'000'000;
+    if (isSatellite(source) || given <= MHZ / KHZ) {
+        return MHZ;
     }
-    while (given <= 1'000'000) {
-        given *= 1000;
-    }
-    return given;
+    return given <= MHZ ? KHZ : 1;
 }
 
 // What stands for the transport stream in the identity where network and transport stream are both 0.
@@ -123,7 +122,8 @@ Service readService(const std::string& line) {
     if (!frequency || *frequency == 0) {
         throw Error(fmt::format("frequency {} is not a number above 0", inQuotes(fields[1])));
     }
-    service.frequency = toHz(*frequency, service.source);
+    service.frequencyUnit = unitOf(*frequency, service.source);
+    service.frequency = *frequency * service.frequencyUnit;
     service.symbolRate = numberField(fields[4], "symbol rate", 100'000);
     service.videoPid = fields[5];
     service.audioPids = fields[6];

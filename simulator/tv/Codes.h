@@ -34,6 +34,17 @@ inline constexpr std::array<Name<Source>, 5> NAMES<Source>{{
     {Source::Input4, "external input 4"},
 }};
 
+// What an antenna input that is connected reports.
+enum class AntennaInput : int { Terrestrial = 0, Cable = 1, Satellite = 2, Satellite2 = 3, Combined = 4 };
+template <>
+inline constexpr std::array<Name<AntennaInput>, 5> NAMES<AntennaInput>{{
+    {AntennaInput::Terrestrial, "terrestrial"},
+    {AntennaInput::Cable, "cable"},
+    {AntennaInput::Satellite, "satellite"},
+    {AntennaInput::Satellite2, "second satellite"},
+    {AntennaInput::Combined, "combined"},
+}};
+
 enum class CategoryKind : int { All = 0, FavouriteList = 1, Group = 2 };
 template <>
 inline constexpr std::array<Name<CategoryKind>, 3> NAMES<CategoryKind>{{

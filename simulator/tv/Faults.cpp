@@ -25,15 +25,20 @@ void check(const FaultRule& rule) {
     const auto call =
         std::find_if(calls.begin(), calls.end(), [&](const auto* each) { return each->name == rule.call; });
     if (call == calls.end() || (*call)->failures.empty()) {
-        throw Error(fmt::format("no call {} can fail; see: halcyon-tv fault calls", inQuotes(rule.call)));
+        std::vector<std::string> names;
+        for (const PlatformCall* each : calls) {
+            names.emplace_back(each->failures.empty() ? "" : each->name);
+        }
+        throw Error(fmt::format("no call {} can fail{}; see: halcyon-tv fault calls", inQuotes(rule.call),
+                                didYouMean(rule.call, names)));
     }
-    const bool hasNumber = takesNumber(parseFailure(rule.failure).kind);
     const std::vector<std::string> failures = (*call)->failureList();
+    const bool hasNumber = takesNumber(parseFailure(rule.failure, failures).kind);
     if (std::none_of(failures.begin(), failures.end(), [&](const std::string& each) {
             return hasNumber ? kindOf(each) == kindOf(rule.failure) : each == rule.failure;
         })) {
-        throw Error(
-            fmt::format("{} cannot fail with {}; see: halcyon-tv fault calls", rule.call, inQuotes(rule.failure)));
+        throw Error(fmt::format("{} cannot fail with {}{}; see: halcyon-tv fault calls", rule.call,
+                                inQuotes(rule.failure), didYouMean(rule.failure, failures)));
     }
     if (rule.nth < 1 || rule.times < 0) {
         throw Error(
@@ -52,7 +57,7 @@ int numberOf(const std::string& failure, const std::string& value) {
 
 }  // namespace
 
-Failure parseFailure(const std::string& text) {
+Failure parseFailure(const std::string& text, const std::vector<std::string>& candidates) {
     const std::optional<Failure::Kind> kind = fromName<Failure::Kind>(kindOf(text));
     const std::size_t equals = text.find('=');
     const std::string value = equals == std::string::npos ? "" : text.substr(equals + 1);
@@ -60,7 +65,8 @@ Failure parseFailure(const std::string& text) {
     const bool hasValue = equals != std::string::npos;
     const bool wantsValue = kind && (takesNumber(*kind) || *kind == Failure::Kind::Damage);
     if (!kind || hasValue != wantsValue || (*kind == Failure::Kind::Damage && !damage)) {
-        throw Error(fmt::format("no failure {}; see: halcyon-tv fault calls", inQuotes(text)));
+        throw Error(
+            fmt::format("no failure {}{}; see: halcyon-tv fault calls", inQuotes(text), didYouMean(text, candidates)));
     }
     Failure failure{*kind};
     if (takesNumber(*kind)) {

@@ -44,8 +44,8 @@ inline constexpr std::array<Name<Failure::Kind>, 9> NAMES<Failure::Kind>{{
     {Failure::Kind::Cut, "cut"},
 }};
 
-// Reads "result=6", "damage=empty", "null" and the like. Throws Error.
-Failure parseFailure(const std::string& text);
+// Reads "result=6", "damage=empty", "null" and the like. Throws Error, which names the nearest of the candidates.
+Failure parseFailure(const std::string& text, const std::vector<std::string>& candidates = {});
 
 struct FaultRule {
     std::int64_t id = 0;

@@ -32,7 +32,7 @@ void adoptIss(const fs::path& archive, const fs::path& built) {
     const ReceivedDatabase received(scratch / DATABASE);
     Database database = makeBeside(built);
     Transaction transaction(database);
-    received.copy({"iss", {"key", "value"}}, database);
+    received.copy({"iss", {"key", "value"}, {}}, database);
     transaction.commit();
 }
 
@@ -49,11 +49,11 @@ void IssDb::create(const Entries& entries) const {
     putInPlace(scratch / DATABASE, m_file);
 }
 
-void IssDb::snapshot(const fs::path& archive) const {
+void IssDb::snapshot(const fs::path& archive, std::time_t time) const {
     const ScratchFolder scratch(m_file.parent_path());
     const fs::path copy = scratch / DATABASE;
     Database(m_file, Database::Access::Look).snapshot(copy);
-    writeArchive(archive, {copy});
+    writeArchive(archive, {copy}, time);
 }
 
 IssDb::Entries IssDb::entries() const {

@@ -1,6 +1,7 @@
 // The TV service's iss database.
 #pragma once
 
+#include <ctime>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -16,7 +17,7 @@ public:
 
     // These throw Error on failure.
     void create(const Entries& entries) const;
-    void snapshot(const std::filesystem::path& archive) const;
+    void snapshot(const std::filesystem::path& archive, std::time_t time = std::time(nullptr)) const;
     Entries entries() const;
 
     // Replaces the database by the archive's. False: the archive holds no whole one; nothing has changed. Throws when

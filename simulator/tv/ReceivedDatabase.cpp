@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 
 #include "simulator/base/Error.h"
@@ -64,15 +65,15 @@ ReceivedDatabase::ReceivedDatabase(const fs::path& file)
 }
 
 std::uint64_t ReceivedDatabase::copy(const Table& table, Database& target) const {
-    requireReal(table);
-    Statement rows(m_database, fmt::format("SELECT {} FROM \"{}\" NOT INDEXED", list(table.columns), table.name));
-    const std::vector<std::string> parameters(table.columns.size(), "?");
-    Statement insert(target, fmt::format("INSERT INTO \"{}\"({}) VALUES({})", table.name, list(table.columns),
+    const std::vector<std::string> columns = realColumnsOf(table);
+    Statement rows(m_database, fmt::format("SELECT {} FROM \"{}\" NOT INDEXED", list(columns), table.name));
+    const std::vector<std::string> parameters(columns.size(), "?");
+    Statement insert(target, fmt::format("INSERT INTO \"{}\"({}) VALUES({})", table.name, list(columns),
                                          fmt::join(parameters, ", ")));
     std::uint64_t count = 0;
     for (; rows.next(); ++count) {
         insert.reset();
-        for (int i = 0; i < static_cast<int>(table.columns.size()); ++i) {
+        for (int i = 0; i < static_cast<int>(columns.size()); ++i) {
             sqlite3_bind_value(insert.m_statement.get(), i + 1, sqlite3_column_value(rows.m_statement.get(), i));
         }
         insert.run();
@@ -80,8 +81,8 @@ std::uint64_t ReceivedDatabase::copy(const Table& table, Database& target) const
     return count;
 }
 
-// Neither a view nor a virtual table, and none of the columns computed.
-void ReceivedDatabase::requireReal(const Table& table) const {
+// Those that are wanted, of neither a view nor a virtual table, and none of them computed.
+std::vector<std::string> ReceivedDatabase::realColumnsOf(const Table& table) const {
     Statement real(m_database, "SELECT 1 FROM sqlite_schema WHERE type = 'table' AND name = ? AND rootpage > 0");
     Statement columns(m_database, "SELECT name FROM pragma_table_xinfo(?) WHERE hidden = 0");
     std::set<std::string> present;
@@ -95,6 +96,10 @@ void ReceivedDatabase::requireReal(const Table& table) const {
         throw Error(Error::Kind::Damaged, fmt::format("{}: no table {} with the columns {}", m_database.m_name,
                                                       table.name, list(table.columns)));
     }
+    std::vector<std::string> wanted = table.columns;
+    std::copy_if(table.optionalColumns.begin(), table.optionalColumns.end(), std::back_inserter(wanted),
+                 [&](const std::string& column) { return present.count(column) == 1; });
+    return wanted;
 }
 
 }  // namespace sim

@@ -18,6 +18,7 @@ public:
     struct Table {
         std::string name;
         std::vector<std::string> columns;
+        std::vector<std::string> optionalColumns;  // which older databases do not have; they get their default
     };
 
     // Throws Error (Damaged) where the file is no database, or fails SQLite's own check.
@@ -30,7 +31,7 @@ public:
     std::uint64_t copy(const Table& table, Database& target) const;
 
 private:
-    void requireReal(const Table& table) const;
+    std::vector<std::string> realColumnsOf(const Table& table) const;
 
     Database m_database;
     mutable std::int64_t m_checksLeft;  // of the budget; SQLite counts it down

@@ -8,7 +8,8 @@ namespace sim {
 namespace {
 
 constexpr char COLUMNS[] =
-    "SELECT id, pid, started, operation, reply_requested, reply, response, reported, ended, detail FROM runs ";
+    "SELECT id, pid, started, operation, reply_requested, reply, response, reported, ended, detail, client_id, "
+    "category, backup FROM runs ";
 
 Run readRun(const Statement& query) {
     Run run;
@@ -26,6 +27,9 @@ Run readRun(const Statement& query) {
     run.reported = query.text(7);
     run.ended = fromName<RunEnd>(query.text(8)).value_or(RunEnd::Crashed);
     run.detail = query.text(9);
+    run.clientId = query.text(10);
+    run.category = query.text(11);
+    run.backup = query.text(12);
     return run;
 }
 
@@ -50,11 +54,11 @@ std::int64_t Runs::newest() const {
 }
 
 std::vector<CallRecord> Runs::calls(std::int64_t run) const {
-    Statement query(m_database, "SELECT seq, name, arguments, result, fault FROM calls WHERE run = ? ORDER BY seq");
+    Statement query(m_database, "SELECT seq, at, name, arguments, result, fault FROM calls WHERE run = ? ORDER BY seq");
     std::vector<CallRecord> calls;
     for (query.bind(run); query.next();) {
-        calls.push_back({static_cast<int>(query.integer(0)), query.text(1), query.text(2), query.text(3),
-                         query.optionalInteger(4)});
+        calls.push_back({static_cast<int>(query.integer(0)), query.integer(1), query.text(2), query.text(3),
+                         query.text(4), query.optionalInteger(5)});
     }
     return calls;
 }
@@ -62,12 +66,12 @@ std::vector<CallRecord> Runs::calls(std::int64_t run) const {
 std::vector<LogRecord> Runs::log(std::int64_t run) const {
     Statement query(
         m_database,
-        "SELECT seq, sink, priority, tag, file, function, line, message FROM log WHERE run = ? ORDER BY seq");
+        "SELECT seq, at, sink, priority, tag, file, function, line, message FROM log WHERE run = ? ORDER BY seq");
     std::vector<LogRecord> records;
     for (query.bind(run); query.next();) {
-        records.push_back({static_cast<int>(query.integer(0)), query.text(1), static_cast<int>(query.integer(2)),
-                           query.text(3), query.text(4), query.text(5), static_cast<int>(query.integer(6)),
-                           query.text(7)});
+        records.push_back({static_cast<int>(query.integer(0)), query.integer(1), query.text(2),
+                           static_cast<int>(query.integer(3)), query.text(4), query.text(5), query.text(6),
+                           static_cast<int>(query.integer(7)), query.text(8)});
     }
     return records;
 }
@@ -79,7 +83,8 @@ std::int64_t Runs::begin(int pid, const std::string& started) {
 
 void Runs::keep(int count) {
     Transaction transaction(m_database);
-    for (const char* table : {"calls WHERE run", "log WHERE run", "runs WHERE id"}) {
+    for (const char* table : {"calls WHERE run", "log WHERE run", "fingerprints WHERE run", "verdicts WHERE run",
+                              "verdict_items WHERE run", "runs WHERE id"}) {
         m_database.change(
             std::string("DELETE FROM ") + table + " NOT IN (SELECT id FROM runs ORDER BY id DESC LIMIT ?)", count);
     }
@@ -90,23 +95,75 @@ void Runs::save(const Run& run) {
     const std::optional<int> response = run.response ? std::optional(static_cast<int>(*run.response)) : std::nullopt;
     m_database.change(
         "UPDATE runs SET operation = ?, reply_requested = ?, reply = ?, response = ?, reported = ?, ended = ?, "
-        "detail = ? WHERE id = ?",
+        "detail = ?, client_id = ?, category = ?, backup = ? WHERE id = ?",
         run.operation, run.replyRequested ? 1 : 0, run.reply, response, run.reported, nameOf(run.ended), run.detail,
-        run.id);
+        run.clientId, run.category, run.backup, run.id);
 }
 
 void Runs::add(std::int64_t run, const CallRecord& call) {
     if (!m_addCall) {
-        m_addCall.emplace(m_database, "INSERT INTO calls VALUES(?, ?, ?, ?, ?, ?)");
+        m_addCall.emplace(m_database, "INSERT INTO calls VALUES(?, ?, ?, ?, ?, ?, ?)");
     }
-    m_addCall->bind(run, call.seq, call.name, call.arguments, call.result, call.fault).run();
+    m_addCall->bind(run, call.seq, call.at, call.name, call.arguments, call.result, call.fault).run();
 }
 
 void Runs::add(std::int64_t run, const LogRecord& log) {
     if (!m_addLog) {
-        m_addLog.emplace(m_database, "INSERT INTO log VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)");
+        m_addLog.emplace(m_database, "INSERT INTO log VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     }
-    m_addLog->bind(run, log.seq, log.sink, log.priority, log.tag, log.file, log.function, log.line, log.message).run();
+    m_addLog->bind(run, log.seq, log.at, log.sink, log.priority, log.tag, log.file, log.function, log.line, log.message)
+        .run();
+}
+
+void Runs::addBefore(std::int64_t run, const Fingerprints& fingerprints) {
+    Transaction transaction(m_database);
+    for (const auto& [item, digest] : fingerprints) {
+        m_database.change("INSERT INTO fingerprints VALUES(?, ?, ?)", run, nameOf(item), digest);
+    }
+    transaction.commit();
+}
+
+Fingerprints Runs::before(std::int64_t run) const {
+    Statement query(m_database, "SELECT item, digest FROM fingerprints WHERE run = ?");
+    Fingerprints fingerprints;
+    for (query.bind(run); query.next();) {
+        if (const std::optional<Item> item = fromName<Item>(query.text(0))) {
+            fingerprints[*item] = query.text(1);
+        }
+    }
+    return fingerprints;
+}
+
+void Runs::add(std::int64_t run, const Verdict& verdict) {
+    Transaction transaction(m_database);
+    m_database.change("INSERT INTO verdicts VALUES(?, ?, ?, ?, ?)", run, nameOf(verdict.outcome), nameOf(verdict.cause),
+                      verdict.why, verdict.decisive);
+    for (const ItemVerdict& item : verdict.items) {
+        m_database.change("INSERT INTO verdict_items VALUES(?, ?, ?, ?)", run, nameOf(item.item), nameOf(item.state),
+                          item.detail);
+    }
+    transaction.commit();
+}
+
+std::optional<Verdict> Runs::verdict(std::int64_t run) const {
+    Statement query(m_database, "SELECT outcome, cause, why, decisive FROM verdicts WHERE run = ?");
+    if (!query.bind(run).next()) {
+        return std::nullopt;
+    }
+    Verdict verdict;
+    verdict.outcome = fromName<Outcome>(query.text(0)).value_or(Outcome::Failed);
+    verdict.cause = fromName<Cause>(query.text(1)).value_or(Cause::Other);
+    verdict.why = query.text(2);
+    verdict.decisive = static_cast<int>(query.integer(3));
+    Statement items(m_database, "SELECT item, state, detail FROM verdict_items WHERE run = ? ORDER BY rowid");
+    for (items.bind(run); items.next();) {
+        const std::optional<Item> item = fromName<Item>(items.text(0));
+        const std::optional<ItemState> state = fromName<ItemState>(items.text(1));
+        if (item && state) {
+            verdict.items.push_back({*item, *state, items.text(2)});
+        }
+    }
+    return verdict;
 }
 
 std::optional<Run> Runs::close(std::int64_t after, int pid, const std::string& detail) {

@@ -8,6 +8,7 @@
 
 #include "simulator/tv/Codes.h"
 #include "simulator/tv/Database.h"
+#include "simulator/tv/Fingerprint.h"
 
 namespace sim {
 
@@ -20,6 +21,9 @@ struct Run {
     std::optional<int> reply;          // result code of the last reply that the caller got
     std::optional<Response> response;  // the cloud service's last
     std::string reported;              // to the cloud service: "success", "failure" or ""
+    std::string clientId;              // of the backup that the cloud took or handed out; empty: none
+    std::string category;
+    std::string backup;  // its id
     RunEnd ended = RunEnd::Running;
     std::string detail;  // of a crash: the exception or signal; of a wait: for what
 };
@@ -27,6 +31,7 @@ struct Run {
 // Calls and log records are counted together, so that their order is known.
 struct CallRecord {
     int seq = 0;
+    std::int64_t at = 0;  // milliseconds of the TV's time since the start
     std::string name;
     std::string arguments;
     std::string result;
@@ -35,6 +40,7 @@ struct CallRecord {
 
 struct LogRecord {
     int seq = 0;
+    std::int64_t at = 0;
     std::string sink;  // "system" or "logger"
     int priority = 0;  // system only
     std::string tag;   // system only
@@ -58,7 +64,15 @@ public:
     // A new run of the process `pid`; its id.
     std::int64_t begin(int pid, const std::string& started);
 
-    // Forgets all but the newest runs, with their calls and logs.
+    // What the TV's items were when the run began.
+    void addBefore(std::int64_t run, const Fingerprints& fingerprints);
+    Fingerprints before(std::int64_t run) const;
+
+    // Keeps what became of a run. Nothing: nobody has looked at its end.
+    void add(std::int64_t run, const Verdict& verdict);
+    std::optional<Verdict> verdict(std::int64_t run) const;
+
+    // Forgets all but the newest runs, with all that is recorded of them.
     void keep(int count);
 
     // Writes all that a run is but its id, process and start.

@@ -17,9 +17,10 @@ struct Service {
     std::string type;  // "tv" or "radio"
     int group = 0;     // counted from 1; 0 before the first group
     std::string groupName;
-    std::string source;           // "S19.2E", "C", "T", ...
-    std::uint64_t frequency = 0;  // Hz
-    int symbolRate = 0;           // kilosymbols a second, 0 where the source has none
+    std::string source;               // "S19.2E", "C", "T", ...
+    std::uint64_t frequency = 0;      // Hz
+    std::uint64_t frequencyUnit = 1;  // of the list that it was read from, Hz
+    int symbolRate = 0;               // kilosymbols a second, 0 where the source has none
     std::string parameters;
     std::string videoPid;  // pids as the list has them, with modes and languages
     std::string audioPids;

@@ -26,22 +26,23 @@ CREATE TABLE services(
     channel_group INTEGER REFERENCES channel_groups(number), source TEXT NOT NULL, frequency_hz INTEGER NOT NULL,
     symbol_rate INTEGER NOT NULL, parameters TEXT NOT NULL, video_pid TEXT NOT NULL, audio_pids TEXT NOT NULL,
     text_pids TEXT NOT NULL, conditional_access TEXT NOT NULL, sid INTEGER NOT NULL, nid INTEGER NOT NULL,
-    tid INTEGER NOT NULL, rid INTEGER NOT NULL) STRICT;
+    tid INTEGER NOT NULL, rid INTEGER NOT NULL, frequency_unit INTEGER NOT NULL DEFAULT 1) STRICT;
 )";
 
-const ReceivedDatabase::Table META = {"meta", {"service_count"}};
-const ReceivedDatabase::Table GROUPS = {"channel_groups", {"number", "name"}};
+const ReceivedDatabase::Table META = {"meta", {"service_count"}, {}};
+const ReceivedDatabase::Table GROUPS = {"channel_groups", {"number", "name"}, {}};
 const ReceivedDatabase::Table SERVICES = {"services",
                                           {"id",         "number",       "identity",    "name",
                                            "short_name", "provider",     "type",        "channel_group",
                                            "source",     "frequency_hz", "symbol_rate", "parameters",
                                            "video_pid",  "audio_pids",   "text_pids",   "conditional_access",
-                                           "sid",        "nid",          "tid",         "rid"}};
+                                           "sid",        "nid",          "tid",         "rid"},
+                                          {"frequency_unit"}};
 
 constexpr char SELECT[] =
     "SELECT id, services.number, identity, services.name, short_name, provider, type, channel_group, "
     "channel_groups.name, source, frequency_hz, symbol_rate, parameters, video_pid, audio_pids, text_pids, "
-    "conditional_access, sid, nid, tid, rid "
+    "conditional_access, sid, nid, tid, rid, frequency_unit "
     "FROM services LEFT JOIN channel_groups ON channel_groups.number = channel_group ";
 
 Service readService(const Statement& query) {
@@ -57,6 +58,7 @@ Service readService(const Statement& query) {
             query.text(8),
             query.text(9),
             static_cast<std::uint64_t>(query.integer(10)),
+            static_cast<std::uint64_t>(query.integer(21)),
             number(11),
             query.text(12),
             query.text(13),
@@ -84,12 +86,12 @@ void insertAll(Database& database, const ChannelList& list) {
     }
     Statement insert(
         database,
-        "INSERT INTO services VALUES(NULL, ?, ?, ?, ?, ?, ?, nullif(?, 0), ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+        "INSERT INTO services VALUES(NULL, ?, ?, ?, ?, ?, ?, nullif(?, 0), ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     for (const Service& s : list.services) {
         insert
             .bind(s.number, s.identity, s.name, s.shortName, s.provider, s.type, s.group, s.source, s.frequency,
                   s.symbolRate, s.parameters, s.videoPid, s.audioPids, s.textPids, s.conditionalAccess, s.sid, s.nid,
-                  s.tid, s.rid)
+                  s.tid, s.rid, s.frequencyUnit)
             .run();
     }
     database.run("INSERT INTO meta SELECT count(*) FROM services");
@@ -159,11 +161,11 @@ void ServiceDb::create(const ChannelList& list, const std::string& ipServices) c
     putInPlace(scratch / DATABASE, database());
 }
 
-void ServiceDb::snapshot(const fs::path& archive) const {
+void ServiceDb::snapshot(const fs::path& archive, std::time_t time) const {
     const ScratchFolder scratch(m_folder);
     const fs::path copy = scratch / DATABASE;
     Database(database(), Database::Access::Look).snapshot(copy);
-    writeArchive(archive, {copy, ipsrv()});
+    writeArchive(archive, {copy, ipsrv()}, time);
 }
 
 std::optional<ReplaceStatus> ServiceDb::replace(const fs::path& archive) const {

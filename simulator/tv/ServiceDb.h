@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -36,8 +37,8 @@ public:
     // Makes the database of a channel list, its ids counted from 1, and the set's own ipsrv.
     void create(const ChannelList& list, const std::string& ipServices) const;
 
-    // Writes the database and ipsrv as a zip archive.
-    void snapshot(const std::filesystem::path& archive) const;
+    // Writes the database and ipsrv as a zip archive, as of a time.
+    void snapshot(const std::filesystem::path& archive, std::time_t time = std::time(nullptr)) const;
 
     // Replaces the database by the archive's, if it is a whole one; this set's ipsrv stays. Nothing on success. Throws
     // when there is no place to build it in.

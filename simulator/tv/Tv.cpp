@@ -11,6 +11,7 @@
 #include "simulator/base/Text.h"
 #include "simulator/tv/Application.h"
 #include "simulator/tv/ChannelList.h"
+#include "simulator/tv/Snapshot.h"
 
 namespace fs = std::filesystem;
 
@@ -18,24 +19,33 @@ namespace sim {
 
 namespace {
 
+// Of the tables below, as it stands in the database: one that was made by another version is not touched.
+constexpr std::int64_t LAYOUT = 2;
+
 constexpr char SCHEMA[] = R"(
 CREATE TABLE state(
     antenna_mode INTEGER NOT NULL, service_mode INTEGER NOT NULL, service_id INTEGER NOT NULL, source INTEGER NOT NULL,
     category INTEGER NOT NULL, category_param INTEGER NOT NULL, sort_mode INTEGER NOT NULL,
-    antenna TEXT NOT NULL DEFAULT '0', scanning INTEGER NOT NULL DEFAULT 0);
+    antenna TEXT NOT NULL DEFAULT '0', scanning INTEGER NOT NULL DEFAULT 0, now INTEGER, serial TEXT NOT NULL);
 CREATE TABLE settings(key TEXT PRIMARY KEY, type TEXT NOT NULL, value TEXT NOT NULL);
 CREATE TABLE faults(
     id INTEGER PRIMARY KEY, call TEXT NOT NULL, failure TEXT NOT NULL, nth INTEGER NOT NULL, times INTEGER NOT NULL,
     fired INTEGER NOT NULL DEFAULT 0);
 CREATE TABLE runs(
     id INTEGER PRIMARY KEY, pid INTEGER NOT NULL, started TEXT NOT NULL, operation TEXT, reply_requested INTEGER,
-    reply INTEGER, response INTEGER, reported TEXT, ended TEXT NOT NULL DEFAULT 'running', detail TEXT NOT NULL DEFAULT '');
+    reply INTEGER, response INTEGER, reported TEXT, ended TEXT NOT NULL DEFAULT 'running', detail TEXT NOT NULL DEFAULT '',
+    client_id TEXT, category TEXT, backup TEXT);
 CREATE TABLE calls(
-    run INTEGER NOT NULL, seq INTEGER NOT NULL, name TEXT NOT NULL, arguments TEXT NOT NULL, result TEXT NOT NULL,
-    fault INTEGER, PRIMARY KEY(run, seq)) WITHOUT ROWID;
+    run INTEGER NOT NULL, seq INTEGER NOT NULL, at INTEGER NOT NULL, name TEXT NOT NULL, arguments TEXT NOT NULL,
+    result TEXT NOT NULL, fault INTEGER, PRIMARY KEY(run, seq)) WITHOUT ROWID;
 CREATE TABLE log(
-    run INTEGER NOT NULL, seq INTEGER NOT NULL, sink TEXT NOT NULL, priority INTEGER, tag TEXT, file TEXT, function TEXT,
-    line INTEGER, message TEXT NOT NULL, PRIMARY KEY(run, seq)) WITHOUT ROWID;
+    run INTEGER NOT NULL, seq INTEGER NOT NULL, at INTEGER NOT NULL, sink TEXT NOT NULL, priority INTEGER, tag TEXT,
+    file TEXT, function TEXT, line INTEGER, message TEXT NOT NULL, PRIMARY KEY(run, seq)) WITHOUT ROWID;
+CREATE TABLE fingerprints(run INTEGER NOT NULL, item TEXT NOT NULL, digest TEXT NOT NULL);
+CREATE TABLE verdicts(
+    run INTEGER PRIMARY KEY, outcome TEXT NOT NULL, cause TEXT NOT NULL, why TEXT NOT NULL, decisive INTEGER NOT NULL);
+CREATE TABLE verdict_items(run INTEGER NOT NULL, item TEXT NOT NULL, state TEXT NOT NULL, detail TEXT NOT NULL);
+PRAGMA user_version = 2;
 )";
 
 fs::path databaseOf(const fs::path& home) {
@@ -60,6 +70,12 @@ void requireTv(const fs::path& home) {
 Database openExisting(const fs::path& home, Database::Access access) {
     requireTv(home);
     Database database(databaseOf(home), access);
+    if (database.integer("PRAGMA user_version") != LAYOUT) {
+        throw Error(
+            fmt::format("the TV at {} was made by another version of halcyon-tv; make it anew with init, and restore "
+                        "its backup to it",
+                        home.string()));
+    }
     // A power cut may take the last records of a run with it, but nothing is ever half there; waiting for the disk at
     // each of hundreds of records would make a run many times slower.
     database.run("PRAGMA synchronous = NORMAL");
@@ -97,13 +113,15 @@ AntennaMode antennaModeOf(const std::string& source) {
     }
 }
 
-void createDatabase(const fs::path& path, AntennaMode antennaMode) {
+void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::string& serial,
+                    const std::optional<std::time_t>& time) {
     Database database(path, Database::Access::Create);
     // With a write-ahead log, who looks at a TV never waits for the run that writes to it, nor holds it up.
     database.run("PRAGMA journal_mode = WAL");
     Transaction transaction(database);
     database.run(SCHEMA);
-    database.change("INSERT INTO state VALUES(?, 0, 1, 0, 0, 0, 0, '0', 0)", static_cast<int>(antennaMode));
+    database.change("INSERT INTO state VALUES(?, 0, 1, 0, 0, 0, 0, '0', 0, ?, ?)", static_cast<int>(antennaMode), time,
+                    serial);
     Settings settings(database);
     for (int i = 1; i <= application::FAVOURITE_LISTS; ++i) {
         settings.setFavouriteName(i, fmt::format("Favourites {}", i));
@@ -139,7 +157,8 @@ FolderLock lockTv(const fs::path& home, std::chrono::milliseconds patience) {
     return lock;
 }
 
-void Tv::create(const fs::path& home, const ChannelList& list, const std::string& serial) {
+void Tv::create(const fs::path& home, const ChannelList& list, const std::string& serial,
+                const std::optional<std::time_t>& time) {
     if (home.string().size() > limits::HOME_PATH_BYTES) {
         throw Error(fmt::format("the path of a TV home has at most {} bytes, and {} has {}", limits::HOME_PATH_BYTES,
                                 inQuotes(home.string()), home.string().size()));
@@ -153,7 +172,8 @@ void Tv::create(const fs::path& home, const ChannelList& list, const std::string
     CiModule(built / "ci")
         .create({{"ci_profile.bin", "CI\x01" + serial},
                  {"ci_operator.xml", "<operator set=\"" + inXml(serial) + "\"/>\n"}});
-    createDatabase(databaseOf(built), antennaModeOf(list.services.front().source));
+    createDatabase(databaseOf(built), antennaModeOf(list.services.front().source), serial, time);
+    saveSnapshot(built, INIT_SNAPSHOT);
     if (!putInPlace(built, home)) {
         throw Error(fmt::format("there is something at {} already; remove that folder, or choose another with --home",
                                 home.string()));
@@ -234,6 +254,26 @@ std::set<int> Tv::antenna() const {
 
 void Tv::setAntenna(const std::set<int>& statuses) {
     m_database.change("UPDATE state SET antenna = ?", fmt::format("{}", fmt::join(statuses, ",")));
+}
+
+std::string Tv::serial() const {
+    Statement query(m_database, "SELECT serial FROM state");
+    query.next();
+    return query.text(0);
+}
+
+std::time_t Tv::now() const {
+    return fixedTime().value_or(std::time(nullptr));
+}
+
+std::optional<std::time_t> Tv::fixedTime() const {
+    Statement query(m_database, "SELECT now FROM state");
+    query.next();
+    return query.optionalInteger(0);
+}
+
+void Tv::setTime(const std::optional<std::time_t>& time) {
+    m_database.change("UPDATE state SET now = ?", time);
 }
 
 bool Tv::isScanning() const {

@@ -5,12 +5,15 @@
 //   iss.db        the iss database
 //   ci/           the CI module's own files
 //   apps/, tmp/   what the path variables for application and temporary data stand for
+//   snapshots/    what it was before, by name
 #pragma once
 
 #include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -57,9 +60,10 @@ FolderLock lockTv(const std::filesystem::path& home, std::chrono::milliseconds p
 
 class Tv {
 public:
-    // Makes a factory-fresh TV with a channel list: whole or not at all. Throws Error, also where there is something
-    // already.
-    static void create(const std::filesystem::path& home, const ChannelList& list, const std::string& serial);
+    // Makes a factory-fresh TV with a channel list, its clock stopped at a time if one is given: whole or not at all.
+    // Throws Error, also where there is something already.
+    static void create(const std::filesystem::path& home, const ChannelList& list, const std::string& serial,
+                       const std::optional<std::time_t>& time = std::nullopt);
 
     // Opens a TV; to look at it takes no right to write. Throws Error where there is none.
     explicit Tv(const std::filesystem::path& home, Database::Access access = Database::Access::Change);
@@ -78,6 +82,13 @@ public:
     // Connection status codes of the antenna inputs.
     std::set<int> antenna() const;
     void setAntenna(const std::set<int>& statuses);
+
+    std::string serial() const;
+
+    // Its clock: the machine's, unless it was stopped at a time.
+    std::time_t now() const;
+    std::optional<std::time_t> fixedTime() const;
+    void setTime(const std::optional<std::time_t>& time);
 
     bool isScanning() const;
     void setScanning(bool scanning);

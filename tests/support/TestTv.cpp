@@ -13,6 +13,8 @@
 
 #include "simulator/base/Process.h"
 #include "simulator/platform/Device.h"
+#include "simulator/reports/Bundle.h"
+#include "simulator/reports/Judge.h"
 #include "simulator/tv/Application.h"
 #include "simulator/tv/ChannelList.h"
 #include "tests/support/LogRecords.h"
@@ -114,6 +116,10 @@ std::vector<std::string> between(const Items& items, const std::string& from, co
 void write(const fs::path& file, const std::string& text) {
     fs::create_directories(file.parent_path());
     std::ofstream(file, std::ios::binary) << text;
+}
+
+std::uint64_t servicesIn(const fs::path& bundle) {
+    return sim::Bundle(bundle, std::nullopt).services().counts().services;
 }
 
 std::vector<std::string> tree(const fs::path& folder) {
@@ -224,8 +230,21 @@ int TestTv::faultsFired() {
     return fired;
 }
 
+std::vector<std::string> TestTv::failureFiles() const {
+    std::vector<std::string> files = tree(failures);
+    files.erase(std::remove_if(files.begin(), files.end(),
+                               [](const std::string& file) { return fs::path(file).extension() == ".json"; }),
+                files.end());
+    return files;
+}
+
 sim::SetUp TestTv::setUp() const {
     return sim::setUpOf(sim::Tv(home));
+}
+
+sim::Verdict TestTv::verdict() const {
+    const sim::Tv tv(home);
+    return sim::judge(tv, *sim::openCloud(cloud), *tv.runs().find(tv.runs().newest()));
 }
 
 TvPair::TvPair()

@@ -25,6 +25,9 @@ using Strings = std::vector<std::string>;
 void write(const std::filesystem::path& file, const std::string& text);
 using sim::readFile;
 
+// How many services a bundle's channel database has.
+std::uint64_t servicesIn(const std::filesystem::path& bundle);
+
 // The files below a folder, relative to it, sorted; folders end in '/'.
 std::vector<std::string> tree(const std::filesystem::path& folder);
 
@@ -75,9 +78,10 @@ public:
     int faultsFired();
 
     sim::SetUp setUp() const;
+    sim::Verdict verdict() const;  // on the newest run
     sim::Tv open() const { return sim::Tv(home); }
     std::vector<std::string> dataFiles() const { return tree(data); }
-    std::vector<std::string> failureFiles() const { return tree(failures); }
+    std::vector<std::string> failureFiles() const;  // without the metadata beside them
 
     std::filesystem::path home;
     std::filesystem::path cloud;

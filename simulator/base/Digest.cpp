@@ -1,0 +1,45 @@
+#include "simulator/base/Digest.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <openssl/evp.h>
+
+#include <array>
+
+#include "simulator/base/Error.h"
+
+namespace sim {
+
+namespace {
+
+void require(int succeeded) {
+    if (succeeded != 1) {
+        throw Error("the cryptographic library gives no SHA-256");
+    }
+}
+
+}  // namespace
+
+void Digest::Free::operator()(evp_md_ctx_st* context) const {
+    EVP_MD_CTX_free(context);
+}
+
+Digest::Digest() : m_context(EVP_MD_CTX_new()) {
+    require(EVP_DigestInit_ex(m_context.get(), EVP_sha256(), nullptr));
+}
+
+Digest& Digest::add(std::string_view text) {
+    const std::uint64_t size = text.size();
+    require(EVP_DigestUpdate(m_context.get(), &size, sizeof size));
+    require(EVP_DigestUpdate(m_context.get(), text.data(), text.size()));
+    return *this;
+}
+
+std::string Digest::hex() {
+    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes;
+    unsigned int size = 0;
+    require(EVP_DigestFinal_ex(m_context.get(), bytes.data(), &size));
+    return fmt::format("{:02x}", fmt::join(bytes.begin(), bytes.begin() + size, ""));
+}
+
+}  // namespace sim

@@ -1,0 +1,30 @@
+// SHA-256 of a sequence of texts.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+struct evp_md_ctx_st;
+
+namespace sim {
+
+class Digest {
+public:
+    Digest();
+
+    // Adds a text with its length, so that ("a", "bc") and ("ab", "c") differ.
+    Digest& add(std::string_view text);
+
+    // Of all that was added, in hexadecimal digits. The digest is used up.
+    std::string hex();
+
+private:
+    struct Free {
+        void operator()(evp_md_ctx_st* context) const;
+    };
+    std::unique_ptr<evp_md_ctx_st, Free> m_context;
+};
+
+}  // namespace sim

@@ -1,0 +1,196 @@
+// The commands that look into bundles, wherever they are.
+#include <fmt/ranges.h>
+
+#include <memory>
+
+#include "simulator/base/Places.h"
+#include "simulator/cli/Command.h"
+#include "simulator/cli/Difference.h"
+#include "simulator/cli/Print.h"
+#include "simulator/cli/Side.h"
+#include "simulator/reports/CloudReport.h"
+#include "simulator/reports/Json.h"
+#include "simulator/reports/TvReport.h"
+#include "simulator/reports/Words.h"
+#include "simulator/tv/Application.h"
+
+namespace cli {
+
+namespace {
+
+struct BundleOptions {
+    std::string bundle;
+    std::string metadata;
+    std::string tv;  // to say what a restore would do there
+    std::string other;
+    std::string format;
+};
+using Options = std::shared_ptr<BundleOptions>;
+
+Json::Value toJson(const NamedBundle& named) {
+    Json::Value value = sim::toJson(named.bundle);
+    value["bundle"] = sim::toUtf8(named.name);
+    value["backup"] = named.backup ? sim::toJson(*named.backup) : Json::Value();
+    return value;
+}
+
+std::string counted(const std::map<std::string, std::uint64_t>& by) {
+    std::vector<std::string> texts;
+    for (const auto& [name, count] : by) {
+        texts.push_back(fmt::format("{} {}", count, name.empty() ? "(none)" : name));
+    }
+    return fmt::format("{}", fmt::join(texts, ", "));
+}
+
+void printChannels(const sim::Bundle& bundle) {
+    if (bundle.part(sim::Item::Channels).state != sim::PartState::Whole) {
+        return;
+    }
+    const sim::ChannelCounts counts = sim::countChannels(bundle.services());
+    print("  channels   {} services: {}\n", counts.services, counted(counts.byType));
+    print("    groups     {}\n", counted(counts.byGroup));
+    print("    providers  {}\n", counted(counts.byProvider));
+}
+
+void printMetadata(const sim::Bundle& bundle) {
+    if (!bundle.metadataText()) {
+        print("  metadata   not known\n");
+        return;
+    }
+    const sim::Metadata& metadata = bundle.metadata();
+    const std::optional<std::set<int>> inputs = sim::application::antennaInputsOf(metadata.antenna);
+    print("  metadata   version {}\n", metadata.version.empty() ? "unknown" : metadata.version);
+    print("    antenna    {}\n", inputs ? sim::antennaWords(*inputs) : fmt::format("mask {}", metadata.antenna));
+    print("    watching   {}\n", sim::words(metadata.viewing));
+}
+
+void printItems(const sim::Bundle& bundle) {
+    for (const sim::Name<sim::Item>& item : sim::NAMES<sim::Item>) {
+        const sim::BundlePart& part = bundle.part(item.value);
+        std::string text = part.problem;
+        if (part.state == sim::PartState::Whole && item.value >= sim::Item::Favourite1 &&
+            item.value <= sim::Item::Favourite5) {
+            text = bundle.favourite(sim::codeOf(item.value) - sim::codeOf(sim::Item::Favourite1) + 1);
+        } else if (item.value == sim::Item::IpServices && part.state == sim::PartState::Absent) {
+            text = "they stay with their set";
+        }
+        print("  {:<10} {:<8} {}\n", item.name, sim::nameOf(part.state), text);
+    }
+}
+
+void printEntries(const sim::Bundle& bundle) {
+    print("  {:<28} {:>12}  {:<8}\n", "entry", "bytes", "crc32");
+    for (const sim::ArchiveEntry& entry : bundle.entries()) {
+        print("  {:<28} {:>12}  {:08x}  {}\n", sim::inColumns(entry.name, 28), entry.size, entry.crc, entry.problem);
+    }
+}
+
+void printHead(const NamedBundle& named) {
+    print("{}\n", named.name);
+    if (named.backup) {
+        print("  stored     {} as {}/{}/{}\n", named.backup->time, named.backup->clientId, named.backup->category,
+              named.backup->id);
+        print("  made by    {}\n", named.backup->device.empty() ? "unknown" : named.backup->device);
+        print("  file       {}, {} bytes\n", named.backup->name, named.backup->size);
+    }
+}
+
+int show(const Place& place, const BundleOptions& options) {
+    const NamedBundle named = chooseBundle(place, options.bundle, options.metadata);
+    if (place.isJson) {
+        printJson(toJson(named));
+        return DONE;
+    }
+    printHead(named);
+    printMetadata(named.bundle);
+    printChannels(named.bundle);
+    printItems(named.bundle);
+    printEntries(named.bundle);
+    return DONE;
+}
+
+// On the TV that was asked for, or on this one if there is one.
+std::optional<sim::Prospect> prospectFor(const Place& place, const BundleOptions& options, const sim::Bundle& bundle) {
+    const std::filesystem::path home = options.tv.empty() ? place.home : sim::normalised(options.tv);
+    if (options.tv.empty() && !std::filesystem::exists(home)) {
+        return std::nullopt;
+    }
+    return sim::prospectOf(bundle, sim::Tv(home, sim::Database::Access::Look));
+}
+
+void printVerified(const NamedBundle& named, const std::optional<sim::Prospect>& prospect) {
+    for (const std::string& problem : named.bundle.problems()) {
+        print("damaged: {}\n", problem);
+    }
+    print("{}: {}, each byte of {} entries read\n", named.name, named.bundle.isDamaged() ? "DAMAGED" : "whole",
+          named.bundle.entries().size());
+    printItems(named.bundle);
+    printEntries(named.bundle);
+    if (!prospect) {
+        return;
+    }
+    print("  restore    {}\n", prospect->isPossible ? "this TV would take it" : "would be refused: " + prospect->why);
+    if (!prospect->left.empty()) {
+        print("  leftovers  {}\n", fmt::format("{}", fmt::join(prospect->left, ", ")));
+    }
+}
+
+int verify(const Place& place, const BundleOptions& options) {
+    const NamedBundle named = chooseBundle(place, options.bundle, options.metadata);
+    const std::optional<sim::Prospect> prospect = prospectFor(place, options, named.bundle);
+    if (place.isJson) {
+        Json::Value value = toJson(named);
+        value["restore"] = prospect ? sim::toJson(*prospect) : Json::Value();
+        printJson(value);
+    } else {
+        printVerified(named, prospect);
+    }
+    if (named.bundle.isDamaged()) {
+        return DAMAGED;
+    }
+    return options.tv.empty() || prospect->isPossible ? DONE : INCOMPATIBLE;
+}
+
+void addBundle(CLI::App& command, const Options& options) {
+    command.add_option("bundle", options->bundle, "a bundle file, or a stored backup's id (default: the newest)");
+    command.add_option("--metadata", options->metadata,
+                       "file with a bundle file's metadata (default: the one beside it, if any)");
+}
+
+}  // namespace
+
+void addBundleVerbs(CLI::App& group, Action& chosen) {
+    const auto options = std::make_shared<BundleOptions>();
+    const std::string name = "halcyon-tv " + group.get_name();
+    addBundle(*addCommand(group, "show", "Show what a bundle holds", name + " show 000001", chosen,
+                          [options](const Place& place) { return show(place, *options); }),
+              options);
+    CLI::App* verifying =
+        addCommand(group, "verify", "Read each byte of a bundle, and say what a restore on this TV would do",
+                   name + " verify customer.zip --for /tmp/halcyon/tv", chosen,
+                   [options](const Place& place) { return verify(place, *options); });
+    addBundle(*verifying, options);
+    verifying->add_option("--for", options->tv, "folder of the TV that shall take it; exit code 5 where it would not");
+    CLI::App* comparing = addCommand(
+        group, "diff", "Compare a bundle with this TV", name + " diff 000001", chosen, [options](const Place& place) {
+            const NamedBundle named = chooseBundle(place, options->bundle, options->metadata);
+            return printDifference(place, {named.name, named.bundle.setUp()},
+                                   options->other.empty() ? thisTv(place) : chooseSide(place, options->other));
+        });
+    addBundle(*comparing, options);
+    comparing->add_option("other", options->other, "another TV, stored backup or bundle file to compare it with");
+    CLI::App* exporting = addCommand(group, "export", "Write a bundle's channel list for other programs",
+                                     name + " export 000001 --format vdr", chosen, [options](const Place& place) {
+                                         const NamedBundle named =
+                                             chooseBundle(place, options->bundle, options->metadata);
+                                         return exportChannels({named.name, named.bundle.setUp()}, options->format);
+                                     });
+    addBundle(*exporting, options);
+    addFormat(*exporting, options->format);
+}
+
+void addBundleCommands(CLI::App& app, Action& chosen) {
+    addBundleVerbs(*addGroup(app, "bundle", "Look into a bundle: a file, or a stored backup"), chosen);
+}
+
+}  // namespace cli

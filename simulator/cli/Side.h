@@ -1,0 +1,35 @@
+// What a person names to look at or to compare: a TV, a stored backup, or a bundle file.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "simulator/cli/Command.h"
+#include "simulator/reports/Bundle.h"
+
+namespace cli {
+
+// The stored backup of an id, or of CLIENT/CATEGORY/ID; the newest whole one where that is empty. Throws sim::Error.
+sim::StoredBackup chooseBackup(const sim::CloudStore& store, const std::string& id);
+
+// A bundle, of a file or of a stored backup.
+struct NamedBundle {
+    std::string name;
+    std::optional<sim::StoredBackup> backup;  // nothing: a file
+    sim::Bundle bundle;
+};
+
+// The file of that path, with its metadata from `metadata` or beside it; else the stored backup of that id. Throws
+// sim::Error.
+NamedBundle chooseBundle(const Place& place, const std::string& what, const std::string& metadata);
+
+struct Side {
+    std::string name;
+    sim::SetUp setUp;
+};
+
+// A folder is a TV; the rest as above. Throws sim::Error.
+Side chooseSide(const Place& place, const std::string& what);
+Side thisTv(const Place& place);
+
+}  // namespace cli

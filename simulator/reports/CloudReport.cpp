@@ -1,0 +1,82 @@
+#include "simulator/reports/CloudReport.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <json/value.h>
+
+#include <cstdint>
+
+#include "simulator/base/Json.h"
+#include "simulator/base/Text.h"
+#include "simulator/reports/TvReport.h"
+#include "simulator/reports/Words.h"
+#include "simulator/tv/Application.h"
+
+namespace sim {
+
+std::string antennaOf(const StoredBackup& backup) {
+    const std::optional<std::set<int>> inputs = application::antennaInputsOf(readMetadata(backup.metadata).antenna);
+    return inputs ? antennaWords(*inputs) : "unknown";
+}
+
+std::string deviceOf(const Bundle& bundle) {
+    const auto set = bundle.iss().find("set");
+    return set == bundle.iss().end() ? "" : set->second;
+}
+
+std::string metadataFor(const std::set<int>& antenna) {
+    Json::Value setting;
+    setting["antenna"] = application::antennaMask(antenna);
+    setting["tvmode"]["antenna_mode"] = -1;
+    setting["tvmode"]["service_mode"] = -1;
+    setting["source"] = -1;
+    setting["service_id"] = std::to_string(UINT64_MAX);
+    setting["category"]["mode"] = -1;
+    setting["category"]["param"] = "0";
+    setting["category"]["sort"] = -1;
+    Json::Value root;
+    root["version"] = application::SCHEMA_VERSION;
+    root["setting"] = setting;
+    return writeJson(root);
+}
+
+Prospect prospectOf(const Bundle& bundle, const Tv& tv) {
+    Prospect prospect;
+    prospect.left = leftoversOf(tv);
+    const bool hasChannels = bundle.part(Item::Channels).state == PartState::Whole;
+    if (!bundle.metadataText()) {
+        prospect.cause = Cause::Other;
+        prospect.why =
+            "the bundle's metadata is not known, and the cloud hands out none without; give it with --metadata";
+    } else if (const std::optional<Reason> reason = incompatibility(bundle.metadata(), tv.antenna())) {
+        prospect.cause = reason->cause;
+        prospect.why = reason->why;
+    } else if (!hasChannels || !bundle.problem().empty()) {
+        prospect.cause = Cause::Damage;
+        prospect.why = fmt::format("its channel database would be refused: {}", bundle.problems().front());
+    } else {
+        prospect.isPossible = true;
+    }
+    return prospect;
+}
+
+std::optional<Reason> incompatibility(const Metadata& metadata, const std::set<int>& antenna) {
+    if (metadata.version != application::SCHEMA_VERSION) {
+        return Reason{Cause::SchemaVersion,
+                      fmt::format("the backup's metadata is of version {}, and the application on this TV restores {} "
+                                  "only; back the other TV up again with the same application",
+                                  inQuotes(metadata.version), inQuotes(application::SCHEMA_VERSION))};
+    }
+    if (metadata.antenna == application::antennaMask(antenna)) {
+        return std::nullopt;
+    }
+    const std::optional<std::set<int>> theirs = application::antennaInputsOf(metadata.antenna);
+    const std::string backup = theirs ? antennaWords(*theirs) : fmt::format("unknown (mask {})", metadata.antenna);
+    const std::string advice = theirs && !theirs->empty()
+                                   ? fmt::format("to match: halcyon-tv set antenna {}", fmt::join(*theirs, ","))
+                                   : "no setting of this TV matches";
+    return Reason{Cause::Antenna, fmt::format("the backup was made with the antenna inputs {}, and this TV has {}; {}",
+                                              backup, antennaWords(antenna), advice)};
+}
+
+}  // namespace sim

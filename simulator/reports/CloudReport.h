@@ -1,0 +1,39 @@
+// What the store holds, and what would become of it on a TV.
+#pragma once
+
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "simulator/reports/Bundle.h"
+
+namespace sim {
+
+// The antenna inputs that a backup was made with, in words.
+std::string antennaOf(const StoredBackup& backup);
+
+// Serial number of the set that made a bundle, as its iss database has it; empty: it has none.
+std::string deviceOf(const Bundle& bundle);
+
+// Metadata that fits a TV with these antenna inputs and leaves its viewing state alone.
+std::string metadataFor(const std::set<int>& antenna);
+
+// What a restore of a bundle would do on a TV as it is now.
+struct Prospect {
+    bool isPossible = false;
+    Cause cause = Cause::None;  // why not
+    std::string why;
+    std::vector<std::string> left;  // by earlier runs, which a restore would apply too
+};
+
+Prospect prospectOf(const Bundle& bundle, const Tv& tv);
+
+// What the backup's metadata and a TV's antenna inputs have against each other.
+struct Reason {
+    Cause cause;
+    std::string why;
+};
+std::optional<Reason> incompatibility(const Metadata& metadata, const std::set<int>& antenna);
+
+}  // namespace sim

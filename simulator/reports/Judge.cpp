@@ -1,0 +1,422 @@
+#include "simulator/reports/Judge.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "simulator/base/Error.h"
+#include "simulator/base/Text.h"
+#include "simulator/reports/Bundle.h"
+#include "simulator/reports/CloudReport.h"
+#include "simulator/reports/Difference.h"
+#include "simulator/reports/TvReport.h"
+#include "simulator/reports/Words.h"
+#include "simulator/tv/Application.h"
+
+namespace fs = std::filesystem;
+
+namespace sim {
+
+namespace {
+
+constexpr int FAILURE_PRIORITY = 6;
+
+// What there is to look at.
+struct Evidence {
+    const Tv& tv;
+    const CloudStore& store;
+    const Run& run;
+    std::vector<CallRecord> calls;
+    std::vector<LogRecord> log;
+    std::optional<StoredBackup> backup;  // that the cloud took or handed out
+    std::optional<Bundle> bundle;        // its
+
+    bool called(const PlatformCall& call) const {
+        return std::any_of(calls.begin(), calls.end(), [&](const CallRecord& each) { return each.name == call.name; });
+    }
+    // What the application did, which is not what it was asked for where the request could not be read.
+    bool hasBackedUp() const { return called(calls::bnr_backup); }
+    bool isRestore() const { return run.operation == "restore"; }
+    bool endedWell() const { return run.ended == RunEnd::Exit || run.ended == RunEnd::Reclaimed; }
+};
+
+// --- items ---
+
+std::string howServicesDiffer(const ServiceDb& bundle, const ServiceDb& tv) {
+    const ServiceDifference difference = compareServices(bundle.services(), tv.services());
+    if (difference.isSame()) {
+        return "";
+    }
+    std::string text = fmt::format("{} in the backup, {} in the TV", difference.ones, difference.others);
+    for (const auto& [count, what] :
+         {std::pair(difference.removed.size(), "missing"), std::pair(difference.added.size(), "more"),
+          std::pair(difference.renamed.size(), "renamed"), std::pair(difference.changed.size(), "changed"),
+          std::pair(difference.moved.size(), "moved"), std::pair(difference.renumbered.size(), "renumbered")}) {
+        text += count == 0 ? "" : fmt::format("; {} {}", count, what);
+    }
+    return text;
+}
+
+std::string howTextDiffers(const std::string& bundle, const std::string& tv) {
+    return bundle == tv ? "" : fmt::format("{} in the backup, {} in the TV", inQuotes(bundle), inQuotes(tv));
+}
+
+// The keys of the first map that the second does not have with the same value.
+template <typename Map>
+std::string howMapsDiffer(const Map& ones, const Map& others, bool isMoreAllowed) {
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : ones) {
+        const auto found = others.find(key);
+        if (found == others.end() || found->second != value) {
+            keys.push_back(inQuotes(key));
+        }
+    }
+    for (const auto& [key, value] : others) {
+        if (!isMoreAllowed && ones.count(key) == 0) {
+            keys.push_back(inQuotes(key));
+        }
+    }
+    return keys.empty() ? "" : fmt::format("in {}", fmt::join(keys, ", "));
+}
+
+std::string howViewingDiffers(const Viewing& bundle, const Viewing& tv) {
+    return bundle == tv ? "" : fmt::format("{} in the backup, {} in the TV", words(bundle), words(tv));
+}
+
+// How an item that the bundle has whole is different in the TV; empty: it is not. Throws Error where the TV's cannot be
+// read.
+std::string howItDiffers(const Evidence& evidence, Item item) {
+    const Bundle& bundle = *evidence.bundle;
+    const Tv& tv = evidence.tv;
+    switch (item) {
+        case Item::Channels:
+            return howServicesDiffer(bundle.services(), tv.serviceDb());
+        case Item::Iss:
+            return howMapsDiffer(bundle.iss(), tv.issDb().entries(), false);
+        case Item::Ci:
+            return howMapsDiffer(bundle.ci(), tv.ciModule().files(), evidence.isRestore());
+        case Item::Viewing: {
+            const Viewing now = tv.viewing();
+            if (evidence.isRestore()) {
+                return howViewingDiffers(bundle.metadata().appliedTo(now), now);
+            }
+            const std::optional<Reason> reason = incompatibility(bundle.metadata(), tv.antenna());
+            return reason ? reason->why : howViewingDiffers(bundle.metadata().viewing, now);
+        }
+        case Item::IpServices:
+            return "they are in the backup, though they are this set's own";
+        default: {
+            const int list = codeOf(item) - codeOf(Item::Favourite1) + 1;
+            return howTextDiffers(bundle.favourite(list), tv.settings().favouriteName(list));
+        }
+    }
+}
+
+bool hasIt(const Tv& tv, Item item) {
+    return item == Item::Ci ? !tv.ciModule().paths().empty() : item != Item::IpServices;
+}
+
+ItemVerdict judgeAfterBackup(const Evidence& evidence, Item item) {
+    const BundlePart& part = evidence.bundle->part(item);
+    if (part.state == PartState::Damaged) {
+        return {item, ItemState::Damaged, part.problem};
+    }
+    if (part.state == PartState::Absent) {
+        const ItemState state = hasIt(evidence.tv, item) ? ItemState::Missing : ItemState::Kept;
+        return {item, state, item == Item::IpServices ? "this set's own" : part.problem};
+    }
+    const std::string difference = howItDiffers(evidence, item);
+    return {item, difference.empty() ? ItemState::Stored : ItemState::Differs, difference};
+}
+
+ItemVerdict judgeAfterRestore(const Evidence& evidence, Item item, bool hasChanged) {
+    const BundlePart& part = evidence.bundle->part(item);
+    if (item == Item::IpServices) {
+        return {item, hasChanged ? ItemState::Differs : ItemState::Kept,
+                hasChanged ? "they have changed, though they are this set's own" : "this set's own"};
+    }
+    if (part.state == PartState::Damaged) {
+        return {item, ItemState::Damaged, part.problem};
+    }
+    if (part.state == PartState::Absent) {
+        return {item, hasChanged ? ItemState::Differs : ItemState::Kept,
+                hasChanged ? "not in the backup, and yet changed: by what an earlier run had left" : part.problem};
+    }
+    const std::string difference = howItDiffers(evidence, item);
+    if (!difference.empty()) {
+        return {item, ItemState::Differs, difference};
+    }
+    return {item, hasChanged ? ItemState::Restored : ItemState::AlreadyEqual, ""};
+}
+
+std::vector<ItemVerdict> judgeItems(const Evidence& evidence) {
+    std::vector<ItemVerdict> items;
+    if (!evidence.bundle || evidence.isRestore() == evidence.hasBackedUp()) {
+        return items;  // nothing was handed over, or not what was asked for
+    }
+    const Fingerprints before = evidence.tv.runs().before(evidence.run.id);
+    const Fingerprints now = fingerprintsOf(evidence.tv);
+    for (const Name<Item>& each : NAMES<Item>) {
+        const Item item = each.value;
+        const auto was = before.find(item);
+        const auto is = now.find(item);
+        const bool hasChanged = (was == before.end()) != (is == now.end()) ||
+                                (was != before.end() && is != now.end() && was->second != is->second);
+        try {
+            items.push_back(evidence.isRestore() ? judgeAfterRestore(evidence, item, hasChanged)
+                                                 : judgeAfterBackup(evidence, item));
+        } catch (const Error& error) {
+            items.push_back({item, ItemState::Unreadable, error.what()});
+        }
+    }
+    return items;
+}
+
+// --- why ---
+
+std::string faultWords(const Evidence& evidence) {
+    std::vector<std::string> texts;
+    for (const CallRecord& call : evidence.calls) {
+        if (!call.fault) {
+            continue;
+        }
+        std::string failure = "removed since";
+        for (const FaultRule& rule : evidence.tv.faults().list()) {
+            if (rule.id == *call.fault) {
+                failure = rule.failure;
+            }
+        }
+        texts.push_back(fmt::format("fault rule {} fired: {} {}", *call.fault, call.name, failure));
+    }
+    std::sort(texts.begin(), texts.end());
+    texts.erase(std::unique(texts.begin(), texts.end()), texts.end());
+    return fmt::format("{}", fmt::join(texts, "; "));
+}
+
+// A record at the priority of failures that says one.
+bool saysFailure(const LogRecord& record) {
+    constexpr std::string_view SUCCESS = "success";
+    const std::size_t end = record.message.find_last_not_of(" \n") + 1;
+    const bool saysSuccess =
+        end >= SUCCESS.size() && record.message.compare(end - SUCCESS.size(), SUCCESS.size(), SUCCESS) == 0;
+    return record.priority >= FAILURE_PRIORITY && !saysSuccess;
+}
+
+const LogRecord* firstFailure(const Evidence& evidence) {
+    const auto found = std::find_if(evidence.log.begin(), evidence.log.end(), &saysFailure);
+    return found == evidence.log.end() ? nullptr : &*found;
+}
+
+// Without the place in the source and the line's end.
+std::string messageOf(const LogRecord& record) {
+    const std::size_t arrow = record.message.find(" > ");
+    const std::string text = arrow == std::string::npos ? record.message : record.message.substr(arrow + 3);
+    return text.substr(0, text.find_last_not_of(" \n") + 1);
+}
+
+// What the application kept of what the cloud delivered, where that is not what the cloud holds.
+std::optional<Reason> damageOnTheWay(const Evidence& evidence) {
+    const fs::path kept = evidence.tv.home() / application::FAILURE_FOLDER / evidence.backup->name;
+    std::error_code error;
+    if (!fs::is_regular_file(kept, error)) {
+        return std::nullopt;
+    }
+    const std::vector<std::string> problems = Bundle(kept, evidence.backup->metadata).problems();
+    return problems.empty() ? std::nullopt
+                            : std::optional(Reason{Cause::Damage, fmt::format("the bundle came damaged: {}; look at {}",
+                                                                              problems.front(), kept.string())});
+}
+
+std::optional<Reason> damageOf(const Evidence& evidence) {
+    if (!evidence.bundle) {
+        return std::nullopt;
+    }
+    const std::vector<std::string> problems = evidence.bundle->problems();
+    if (!problems.empty()) {
+        return Reason{Cause::Damage, fmt::format("backup {} is damaged: {}; look with: halcyon-tv bundle verify {}",
+                                                 evidence.backup->id, problems.front(), evidence.backup->id)};
+    }
+    return damageOnTheWay(evidence);
+}
+
+bool isRefusalOfTheCloud(const std::optional<Response>& response) {
+    return response && codeOf(*response) >= codeOf(Response::Error) &&
+           codeOf(*response) <= codeOf(Response::DuplicatedData);
+}
+
+Reason cloudReason(const Evidence& evidence) {
+    std::string damage;
+    if (evidence.isRestore()) {
+        const std::vector<StoredBackup> backups = evidence.store.list();
+        if (backups.empty()) {
+            return {Cause::NothingStored,
+                    fmt::format("there is no backup in {}; make one with: halcyon-tv run", evidence.store.place())};
+        }
+        damage = backups.back().damage.empty()
+                     ? ""
+                     : fmt::format("; the newest one there is damaged: {}", backups.back().damage);
+    }
+    return {Cause::Cloud, fmt::format("the cloud service answered {}{}; look at {}", words(*evidence.run.response),
+                                      damage, evidence.store.place())};
+}
+
+// What the application was at when it ended.
+std::string itemAt(const Evidence& evidence) {
+    const std::vector<std::pair<std::string_view, Item>> places = {
+        {"vconf_", Item::Favourite1},     {"ServiceDb", Item::Channels},         {"IssDb", Item::Iss},
+        {"ICIGeneral", Item::Ci},         {"IServiceNavigation", Item::Viewing}, {"CCCategoryUtil", Item::Viewing},
+        {"ISourceControl", Item::Viewing}};
+    for (auto call = evidence.calls.rbegin(); call != evidence.calls.rend(); ++call) {
+        for (const auto& [part, item] : places) {
+            if (call->name.find(part) != std::string::npos) {
+                return fmt::format(" at {}, in {}({})",
+                                   item == Item::Favourite1 ? "the favourites' names" : nameOf(item), call->name,
+                                   call->arguments);
+            }
+        }
+    }
+    return "";
+}
+
+Reason crashReason(const Evidence& evidence) {
+    const std::string crash = fmt::format("the application crashed{}: {}", itemAt(evidence), evidence.run.detail);
+    if (const std::optional<Reason> damage = damageOf(evidence); damage && evidence.isRestore()) {
+        return {Cause::Damage, fmt::format("{}; {}", damage->why, crash)};
+    }
+    return {Cause::Exception, crash};
+}
+
+Reason lostReason(const std::vector<ItemVerdict>& items) {
+    std::vector<std::string> lost;
+    for (const ItemVerdict& item : items) {
+        if (!isWell(item.state)) {
+            lost.push_back(fmt::format("{} {} ({})", nameOf(item.item), nameOf(item.state), item.detail));
+        }
+    }
+    return {Cause::ItemLost,
+            fmt::format("success was reported, and yet: {}", lost.empty() ? "no backup could be found to compare with"
+                                                                          : fmt::format("{}", fmt::join(lost, "; ")))};
+}
+
+Reason otherReason(const Evidence& evidence) {
+    if (evidence.isRestore() && evidence.hasBackedUp()) {
+        return {Cause::Other, "a restore was asked for, and a backup was made: the launch request could not be read"};
+    }
+    if (evidence.endedWell() && evidence.isRestore() && evidence.called(calls::bnr_report_success)) {
+        return {Cause::Other, "everything is back, but the caller never got the reply that it asked for"};
+    }
+    const LogRecord* failure = firstFailure(evidence);
+    if (failure != nullptr) {
+        return {Cause::Other, fmt::format("the application says: {}", messageOf(*failure))};
+    }
+    return {Cause::Other, evidence.run.detail.empty()
+                              ? "the application ended without a word"
+                              : fmt::format("the application could not run its {}", evidence.run.detail)};
+}
+
+Reason failureReason(const Evidence& evidence) {
+    if (isRefusalOfTheCloud(evidence.run.response)) {
+        return cloudReason(evidence);
+    }
+    if (evidence.isRestore() && evidence.bundle && !evidence.hasBackedUp()) {
+        if (const auto reason = incompatibility(evidence.bundle->metadata(), evidence.tv.antenna())) {
+            return *reason;
+        }
+        if (const auto reason = damageOf(evidence)) {
+            return *reason;
+        }
+    }
+    if (evidence.run.ended == RunEnd::Waiting) {
+        return {Cause::Waiting,
+                fmt::format("the application still waited {} when nothing could come any more", evidence.run.detail)};
+    }
+    return otherReason(evidence);
+}
+
+// --- the outcome ---
+
+// Whoever asked was told that it has worked: a restore's caller by its reply, or the cloud by the report; a backup
+// replies to nobody, and the cloud's response is what there is.
+bool wasToldOfSuccess(const Evidence& evidence) {
+    if (!evidence.isRestore()) {
+        return evidence.run.response == Response::BackupCompleted;
+    }
+    return !evidence.hasBackedUp() && (evidence.run.reply == 0 || evidence.called(calls::bnr_report_success));
+}
+
+bool gotItsReply(const Evidence& evidence) {
+    return !evidence.isRestore() || !evidence.run.replyRequested || evidence.run.reply == 0;
+}
+
+void decide(const Evidence& evidence, Verdict& verdict) {
+    const bool isWhole =
+        !verdict.items.empty() && std::all_of(verdict.items.begin(), verdict.items.end(),
+                                              [](const ItemVerdict& item) { return isWell(item.state); });
+    Reason reason;
+    if (evidence.run.ended == RunEnd::Running) {
+        verdict.outcome = Outcome::Open;
+        reason = {Cause::Other, fmt::format("the run has not ended: process {}", evidence.run.pid)};
+    } else if (evidence.run.ended == RunEnd::Crashed) {
+        verdict.outcome = Outcome::Crashed;
+        reason = crashReason(evidence);
+    } else if (wasToldOfSuccess(evidence) && !isWhole) {
+        verdict.outcome = Outcome::DoneInPart;
+        reason = lostReason(verdict.items);
+    } else if (wasToldOfSuccess(evidence) && evidence.endedWell() && gotItsReply(evidence)) {
+        verdict.outcome = Outcome::Done;
+        return;
+    } else {
+        reason = failureReason(evidence);
+        const bool isIncompatible = reason.cause == Cause::Antenna || reason.cause == Cause::SchemaVersion;
+        verdict.outcome = isIncompatible ? Outcome::Refused : Outcome::Failed;
+    }
+    verdict.cause = reason.cause;
+    verdict.why = reason.why;
+}
+
+// The call that a fault rule made fail; else the first record of a failure; of a run that was done, the call that said
+// so.
+int decisiveIn(const Evidence& evidence, Outcome outcome) {
+    int decisive = 0;
+    for (const CallRecord& call : evidence.calls) {
+        const bool saysDone = call.name == calls::bnr_report_success.name || call.name == calls::bnr_response.name;
+        if (outcome == Outcome::Done ? saysDone : call.fault && decisive == 0) {
+            decisive = call.seq;
+        }
+    }
+    const LogRecord* failure = firstFailure(evidence);
+    return decisive == 0 && outcome != Outcome::Done && failure != nullptr ? failure->seq : decisive;
+}
+
+}  // namespace
+
+Verdict judge(const Tv& tv, const CloudStore& store, const Run& run) {
+    Evidence evidence{tv, store, run, tv.runs().calls(run.id), tv.runs().log(run.id), std::nullopt, std::nullopt};
+    Verdict verdict;
+    if (!run.backup.empty()) {
+        evidence.backup = store.find(run.clientId, run.category, run.backup);
+        if (evidence.backup && evidence.backup->damage.empty()) {
+            evidence.bundle = Bundle::of(store, *evidence.backup);
+        }
+    }
+    if (run.ended != RunEnd::Running) {
+        verdict.items = judgeItems(evidence);
+    }
+    decide(evidence, verdict);
+    if (verdict.outcome == Outcome::Done || verdict.outcome == Outcome::Open) {
+        verdict.decisive = decisiveIn(evidence, verdict.outcome);
+        return verdict;
+    }
+    if (const std::string fault = faultWords(evidence); !fault.empty()) {
+        verdict.why += "; " + fault;
+    }
+    if (const std::vector<std::string> left = leftoversOf(tv); !left.empty() && run.operation == "restore") {
+        verdict.why += fmt::format("; files left in {}", unpackFolderOf(tv).string());
+    }
+    verdict.decisive = decisiveIn(evidence, verdict.outcome);
+    return verdict;
+}
+
+}  // namespace sim

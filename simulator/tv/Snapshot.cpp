@@ -1,0 +1,114 @@
+#include "simulator/tv/Snapshot.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+#include "simulator/base/Text.h"
+#include "simulator/tv/Database.h"
+
+namespace fs = std::filesystem;
+
+namespace sim {
+
+namespace {
+
+constexpr char SNAPSHOTS[] = "snapshots";
+constexpr char DATABASE[] = "tv.db";
+
+void requireName(const std::string& name) {
+    constexpr std::size_t LONGEST = 64;
+    constexpr char ALLOWED[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
+    if (name.empty() || name.size() > LONGEST || name.front() == '.' ||
+        name.find_first_not_of(ALLOWED) != std::string::npos) {
+        throw Error(fmt::format("{} is no name for a snapshot: up to {} letters, digits, '.', '_', '-'", inQuotes(name),
+                                LONGEST));
+    }
+}
+
+// A second name for a file that is only ever replaced, never written to; a copy where the file system has no links.
+void share(const fs::path& from, const fs::path& to) {
+    std::error_code error;
+    fs::create_hard_link(from, to, error);
+    if (error) {
+        copyFile(from, to);
+    }
+}
+
+// Copies what is below a folder, if there is one, file by file with `copy`.
+template <typename Copy>
+void copyTree(const fs::path& from, const fs::path& to, Copy copy) {
+    std::error_code error;
+    if (!fs::is_directory(from, error)) {
+        return;
+    }
+    makePrivateFolder(to);
+    for (const fs::path& member : membersOf(from)) {
+        const fs::path target = to / member.filename();
+        if (fs::is_symlink(member, error)) {
+            fs::copy_symlink(member, target, error);
+        } else if (fs::is_directory(member, error)) {
+            copyTree(member, target, copy);
+        } else {
+            copy(member, target);
+        }
+    }
+    fs::permissions(to, fs::status(from).permissions(), error);
+}
+
+// All of a TV but its snapshots. Its own databases and files are only ever replaced whole; what the application has
+// written may be written to again.
+void copyTv(const fs::path& from, const fs::path& to) {
+    makePrivateFolder(to);
+    Database(from / DATABASE, Database::Access::Look).snapshot(to / DATABASE);
+    share(from / "iss.db", to / "iss.db");
+    copyTree(from / "service-db", to / "service-db", &share);
+    copyTree(from / "ci", to / "ci", &share);
+    copyTree(from / "apps", to / "apps", &copyFile);
+    copyTree(from / "tmp", to / "tmp", &copyFile);
+}
+
+}  // namespace
+
+void saveSnapshot(const fs::path& home, const std::string& name) {
+    requireName(name);
+    makePrivateFolder(home / SNAPSHOTS);
+    const ScratchFolder scratch(home / SNAPSHOTS);
+    const fs::path built = scratch / "tv";
+    copyTv(home, built);
+    const fs::path target = home / SNAPSHOTS / name;
+    if (!putInPlace(built, target)) {
+        exchange(built, target);
+    }
+}
+
+void resetTo(const fs::path& home, const std::string& name) {
+    const std::vector<std::string> names = snapshotsOf(home);
+    if (std::find(names.begin(), names.end(), name) == names.end()) {
+        throw Error(Error::Kind::Missing, fmt::format("the TV at {} has no snapshot {}; it has: {}", home.string(),
+                                                      inQuotes(name), fmt::join(names, ", ")));
+    }
+    const ScratchFolder scratch(home.parent_path());
+    const fs::path built = scratch / "tv";
+    copyTv(home / SNAPSHOTS / name, built);
+    makePrivateFolder(built / SNAPSHOTS);
+    for (const std::string& each : names) {
+        copyTree(home / SNAPSHOTS / each, built / SNAPSHOTS / each, &share);
+    }
+    exchange(built, home);
+}
+
+std::vector<std::string> snapshotsOf(const fs::path& home) {
+    std::vector<std::string> names;
+    for (const fs::path& member : membersOf(home / SNAPSHOTS)) {
+        if (fs::exists(member / DATABASE)) {
+            names.push_back(member.filename());
+        }
+    }
+    return names;
+}
+
+}  // namespace sim

@@ -1,0 +1,115 @@
+// What became of a run: item by item, as it was read back from the TV and the store, and in a line.
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "simulator/base/Names.h"
+
+namespace sim {
+
+// The items of a channel set-up.
+enum class Item { Channels, Favourite1, Favourite2, Favourite3, Favourite4, Favourite5, Iss, Ci, Viewing, IpServices };
+template <>
+inline constexpr std::array<Name<Item>, 10> NAMES<Item>{{
+    {Item::Channels, "channels"},
+    {Item::Favourite1, "favname1"},
+    {Item::Favourite2, "favname2"},
+    {Item::Favourite3, "favname3"},
+    {Item::Favourite4, "favname4"},
+    {Item::Favourite5, "favname5"},
+    {Item::Iss, "iss"},
+    {Item::Ci, "ci"},
+    {Item::Viewing, "viewing"},
+    {Item::IpServices, "ipsrv"},
+}};
+
+enum class ItemState {
+    Restored,      // it is as the backup has it, and was not before
+    AlreadyEqual,  // it is as the backup has it, and was before
+    Kept,          // the backup does not have it; it is as it was
+    Stored,        // it is in the stored backup as it is in the TV
+    Differs,       // it is not as the backup has it; or the backup does not have it, and yet it has changed
+    Damaged,       // what the backup has of it cannot be read
+    Missing,       // the stored backup does not have it, though the TV does
+    Unreadable,    // what the TV has of it cannot be read
+};
+template <>
+inline constexpr std::array<Name<ItemState>, 8> NAMES<ItemState>{{
+    {ItemState::Restored, "restored"},
+    {ItemState::AlreadyEqual, "already equal"},
+    {ItemState::Kept, "kept"},
+    {ItemState::Stored, "stored"},
+    {ItemState::Differs, "differs"},
+    {ItemState::Damaged, "damaged"},
+    {ItemState::Missing, "missing"},
+    {ItemState::Unreadable, "unreadable"},
+}};
+
+struct ItemVerdict {
+    Item item;
+    ItemState state;
+    std::string detail;  // in words; may be empty
+};
+
+// The item that the name of a favourite list is, 1 to application::FAVOURITE_LISTS.
+Item favouriteItem(int list);
+
+// Whether an item is where it should be.
+bool isWell(ItemState state);
+
+enum class Outcome {
+    Open,        // it has not ended
+    Done,        // and each item is where it should be
+    DoneInPart,  // whoever asked was told of success, but an item was lost
+    Refused,     // the backup does not fit this TV
+    Failed,
+    Crashed,
+};
+template <>
+inline constexpr std::array<Name<Outcome>, 6> NAMES<Outcome>{{
+    {Outcome::Open, "open"},
+    {Outcome::Done, "done"},
+    {Outcome::DoneInPart, "done in part"},
+    {Outcome::Refused, "refused"},
+    {Outcome::Failed, "failed"},
+    {Outcome::Crashed, "crashed"},
+}};
+
+// Why a run was not done.
+enum class Cause {
+    None,
+    Antenna,        // the TV's antenna inputs are not those of the backup
+    SchemaVersion,  // the backup's metadata is of another version
+    Damage,         // the bundle, or an item of it, is damaged
+    Cloud,          // the cloud service refused, or could not be reached
+    NothingStored,  // there is no backup to restore
+    Exception,      // an exception, or a signal, ended the application
+    Waiting,        // what it waited for never came
+    ItemLost,
+    Other,
+};
+template <>
+inline constexpr std::array<Name<Cause>, 10> NAMES<Cause>{{
+    {Cause::None, "none"},
+    {Cause::Antenna, "antenna"},
+    {Cause::SchemaVersion, "schema version"},
+    {Cause::Damage, "damage"},
+    {Cause::Cloud, "cloud"},
+    {Cause::NothingStored, "nothing stored"},
+    {Cause::Exception, "exception"},
+    {Cause::Waiting, "waiting"},
+    {Cause::ItemLost, "item lost"},
+    {Cause::Other, "other"},
+}};
+
+struct Verdict {
+    Outcome outcome = Outcome::Open;
+    Cause cause = Cause::None;
+    std::string why;   // in words, with the place to look; empty where all is done
+    int decisive = 0;  // sequence number of the call or log record that decided the outcome; 0: none did
+    std::vector<ItemVerdict> items;
+};
+
+}  // namespace sim
