@@ -12,6 +12,7 @@ declare -A may=(
     [reports]="reports tv cloud base"
     [web]="web reports base"
     [cli]="cli reports tv cloud base"
+    [manual]="cli platform base"
 )
 # The room that a library stays in.
 declare -A home=([sqlite3.h]=tv [curl]=cloud)

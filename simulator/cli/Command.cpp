@@ -10,16 +10,32 @@ namespace cli {
 
 namespace {
 
-constexpr char FOOTER[] =
+constexpr char PLACES[] =
     "The TV is the folder --home, else $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv, else\n"
-    "~/.local/state/halcyon-tv. The cloud is --cloud, else $HALCYON_CLOUD, else cloud/ beside the TV.\n"
-    "Exit codes: 0 done; 1 the run did not succeed for another reason, or the sides differ; 2 wrong usage;\n"
-    "3 a file, folder or value that cannot be used; 4 done in part; 5 the backup is not compatible with the TV;\n"
-    "6 the bundle is damaged; 7 the cloud refused or could not be reached, or there is nothing to restore;\n"
-    "8 the TV is busy.\n"
-    "Example: halcyon-tv init --channels list.conf && halcyon-tv run && halcyon-tv record";
+    "~/.local/state/halcyon-tv. The cloud is --cloud, else $HALCYON_CLOUD, else cloud/ beside the TV.\n";
+constexpr char EXAMPLE[] = "Example: halcyon-tv init --channels list.conf && halcyon-tv run && halcyon-tv record";
+
+std::string footer() {
+    std::string text = std::string(PLACES) + "Exit codes:\n";
+    for (const ExitCode& code : EXIT_CODES) {
+        text += fmt::format("  {}  {}\n", code.code, code.meaning);
+    }
+    return text + EXAMPLE;
+}
 
 }  // namespace
+
+const std::array<ExitCode, 9> EXIT_CODES = {{
+    {DONE, "done"},
+    {FAILED, "the run did not succeed, for another reason than those below; the two sides differ"},
+    {USAGE, "wrong usage"},
+    {UNUSABLE, "a file, folder or value cannot be used"},
+    {IN_PART, "the run was done in part: success was reported, but an item was lost"},
+    {INCOMPATIBLE, "the backup was refused as not compatible with the TV"},
+    {DAMAGED, "the bundle is damaged"},
+    {NO_BACKUP, "the cloud refused or could not be reached, or there is nothing to restore"},
+    {BUSY, "the TV is busy"},
+}};
 
 CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& help, const std::string& example,
                      Action& chosen, Action action) {
@@ -38,7 +54,7 @@ CLI::App* addGroup(CLI::App& parent, const std::string& name, const std::string&
 void describe(CLI::App& app, Place& place, std::string& home, Action& chosen) {
     app.description("A simulated TV for halcyon-lineup.");
     app.name("halcyon-tv");
-    app.footer(FOOTER);
+    app.footer(footer());
     app.require_subcommand(1);
     app.fallthrough();
     app.set_version_flag("--version", std::string("halcyon-tv ") + sim::VERSION);

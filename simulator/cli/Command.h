@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <array>
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
@@ -23,6 +24,13 @@ constexpr int INCOMPATIBLE = 5;  // the backup was refused as not compatible wit
 constexpr int DAMAGED = 6;       // the bundle is damaged
 constexpr int NO_BACKUP = 7;     // the cloud refused or could not be reached, or there is nothing to restore
 constexpr int BUSY = 8;          // another run is under way on the TV, or somebody holds its database
+
+// The exit codes, in words.
+struct ExitCode {
+    int code;
+    const char* meaning;
+};
+extern const std::array<ExitCode, 9> EXIT_CODES;
 
 // Where a command works, and how it says what it has found out.
 struct Place {

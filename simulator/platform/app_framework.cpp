@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "simulator/base/Text.h"
+#include "simulator/platform/LaunchLine.h"
 #include "simulator/platform/PlatformCall.h"
 #include "simulator/tv/Application.h"
 
@@ -56,21 +57,12 @@ void takeBack() {
 // The launch request on the command line. An exit code instead: there is nothing to launch.
 std::optional<int> parse(int argc, char** argv, app_control_s& request, bool& pause) {
     Device& device = Device::current();
-    CLI::App app(
-        "Backs a TV's channel set-up up to the cloud, or restores it (operation=restore), on the simulated TV\n"
-        "at $HALCYON_TV_HOME.");
-    std::vector<std::string> extras;
-    bool realtime = false;
-    request.caller = "command-line";
-    app.add_option("extra", extras, "extra values of the launch request, each key=value");
-    app.add_flag("--reply", request.replyRequested, "request a reply");
-    app.add_option("--caller", request.caller, "id of the caller")->capture_default_str();
-    app.add_option("--backup", device.chosenBackup, "the backup that the cloud shall hand out (default: the newest)");
-    app.add_flag("--realtime", realtime, "wait for responses as long as on a TV");
-    app.add_flag("--pause", pause, "pause and resume the application once after the launch");
+    CLI::App app;
+    sim::LaunchLine line;
+    sim::describe(app, line);
     try {
         app.parse(argc, argv);
-        for (const std::string& extra : extras) {
+        for (const std::string& extra : line.extras) {
             const std::size_t equals = extra.find('=');
             if (equals == std::string::npos || equals == 0) {
                 throw CLI::ValidationError(extra, "not of the form key=value");
@@ -78,13 +70,14 @@ std::optional<int> parse(int argc, char** argv, app_control_s& request, bool& pa
             request.extras[extra.substr(0, equals)] = extra.substr(equals + 1);
         }
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) {
-            return app.exit(error);
-        }
         std::fprintf(stderr, "halcyon-lineup: %s; see: halcyon-lineup --help\n", sim::shown(error.what()).c_str());
         return USAGE_ERROR;
     }
-    device.loop.setRealtime(realtime);
+    request.caller = line.caller;
+    request.replyRequested = line.replyRequested;
+    device.chosenBackup = line.backup;
+    device.loop.setRealtime(line.realtime);
+    pause = line.pause;
     return std::nullopt;
 }
 

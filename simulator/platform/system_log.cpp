@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "simulator/base/Limits.h"
+#include "simulator/base/Places.h"
 #include "simulator/base/Text.h"
 #include "simulator/platform/Device.h"
 
@@ -38,7 +39,8 @@ char letter(int priority) {
 // A line as a person's terminal shows it: by priority.
 std::string coloured(int priority, const std::string& line) {
     static const char* const noColour = std::getenv("NO_COLOR");
-    static const bool isColoured = ::isatty(STDERR_FILENO) == 1 && (noColour == nullptr || *noColour == '\0');
+    static const bool isColoured = ::isatty(STDERR_FILENO) == 1 && (noColour == nullptr || *noColour == '\0') &&
+                                   sim::environment("TERM") != "dumb";
     if (!isColoured) {
         return line;
     }

@@ -1,0 +1,13 @@
+# Removes what `cmake --install` has installed, by its own lists.
+file(GLOB manifests ${MANIFESTS}/install_manifest*.txt)
+if(NOT manifests)
+    message(FATAL_ERROR "nothing was installed from ${MANIFESTS}: no install_manifest.txt there")
+endif()
+foreach(manifest ${manifests})
+    file(STRINGS ${manifest} files)
+    foreach(file ${files})
+        message(STATUS "Removing: $ENV{DESTDIR}${file}")
+        file(REMOVE "$ENV{DESTDIR}${file}")
+    endforeach()
+    file(REMOVE ${manifest})
+endforeach()
