@@ -103,8 +103,7 @@ int exportChannels(const Side& side, const std::string& format) {
         throw sim::Error(sim::Error::Kind::Damaged,
                          fmt::format("{} has no channels to export: {}", side.name, lacking->second));
     }
-    const sim::ChannelExport written =
-        sim::exportChannels(side.setUp.services, *sim::fromName<sim::ExportFormat>(format));
+    const sim::ChannelExport written = sim::exportChannels(side.setUp, *sim::fromName<sim::ExportFormat>(format));
     std::fwrite(written.text.data(), 1, written.text.size(), stdout);
     for (const std::string& problem : written.problems) {
         print(stderr, "{}\n", problem);

@@ -99,6 +99,11 @@ Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata)
         m_problem = error.what();
         return;
     }
+    for (ArchiveEntry& entry : m_entries) {
+        if (entry.problem.empty() && entry.name.back() == '/') {
+            entry.problem = "the application cannot unpack a folder's own entry; pack the files alone, as zip -D does";
+        }
+    }
     readServices(file);
     readSettings(file);
     readIss(file);
@@ -118,23 +123,28 @@ bool Bundle::isDamaged() const {
     return !problems().empty();
 }
 
-std::vector<std::string> Bundle::problems() const {
+std::vector<std::string> Bundle::fatalProblems() const {
     std::vector<std::string> problems;
     if (!m_problem.empty()) {
-        problems.push_back(m_problem);
+        return {m_problem};
     }
     for (const ArchiveEntry& entry : m_entries) {
         if (!entry.problem.empty()) {
             problems.push_back(fmt::format("entry {}: {}", inQuotes(entry.name), entry.problem));
         }
     }
+    if (part(Item::Channels).state != PartState::Whole) {
+        problems.push_back(fmt::format("{}: {}", nameOf(Item::Channels), part(Item::Channels).problem));
+    }
+    return problems;
+}
+
+std::vector<std::string> Bundle::problems() const {
+    std::vector<std::string> problems = fatalProblems();
     for (const auto& [item, part] : m_parts) {
-        if (part.state == PartState::Damaged) {
+        if (part.state == PartState::Damaged && item != Item::Channels) {
             problems.push_back(fmt::format("{}: {}", nameOf(item), part.problem));
         }
-    }
-    if (m_problem.empty() && part(Item::Channels).state == PartState::Absent) {
-        problems.push_back(fmt::format("{}: there is no {}", nameOf(Item::Channels), application::SERVICE_DB_ENTRY));
     }
     return problems;
 }
@@ -238,7 +248,7 @@ void Bundle::readCi(const fs::path& file) {
 }
 
 SetUp Bundle::setUp() const {
-    SetUp setUp{{}, m_favourites, m_iss, m_ci, m_metadata.viewing, {}};
+    SetUp setUp{{}, m_favourites, m_iss, m_ci, m_metadata.viewing, {}, {}};
     for (const auto& [item, part] : m_parts) {
         if (part.state != PartState::Whole) {
             setUp.lacking[item] = part.problem.empty() ? std::string(nameOf(part.state)) : part.problem;
@@ -246,6 +256,7 @@ SetUp Bundle::setUp() const {
     }
     if (part(Item::Channels).state == PartState::Whole) {
         setUp.services = services().services();
+        setUp.headers = services().headers();
     }
     return setUp;
 }

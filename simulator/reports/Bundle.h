@@ -47,7 +47,9 @@ public:
     const std::vector<ArchiveEntry>& entries() const { return m_entries; }
     const BundlePart& part(Item item) const { return m_parts.at(item); }
     bool isDamaged() const;
-    std::vector<std::string> problems() const;  // a line each: all that is damaged
+    // What is damaged, a line each: what makes a restore of it fail, and all.
+    std::vector<std::string> fatalProblems() const;
+    std::vector<std::string> problems() const;
 
     const std::optional<std::string>& metadataText() const { return m_metadataText; }
     const Metadata& metadata() const { return m_metadata; }

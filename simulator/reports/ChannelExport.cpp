@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "simulator/base/Text.h"
+#include "simulator/tv/ChannelList.h"
 
 namespace sim {
 
@@ -35,13 +36,27 @@ std::string vdrNames(const Service& service) {
 }
 
 std::string vdrLine(const Service& s) {
-    return fmt::format("{}:{}:{}:{}:{}:{}:{}:{}:{}:{}:{}:{}:{}\n", vdrNames(s),
+    const std::string rid = s.listFields == 12 && s.rid == 0 ? "" : fmt::format(":{}", s.rid);
+    return fmt::format("{}:{}:{}:{}:{}:{}:{}:{}:{}:{}:{}:{}{}\n", vdrNames(s),
                        s.frequency / std::max<std::uint64_t>(s.frequencyUnit, 1), s.parameters, s.source, s.symbolRate,
-                       s.videoPid, s.audioPids, s.textPids, s.conditionalAccess, s.sid, s.nid, s.tid, s.rid);
+                       s.videoPid, s.audioPids, s.textPids, s.conditionalAccess, s.sid, s.nid, s.tid, rid);
 }
 
-// A group's header sets a number where the services before it do not lead to it.
-std::string vdr(const std::vector<Service>& services) {
+// With the headers that the list had.
+std::string withHeaders(const SetUp& setUp) {
+    std::string text;
+    auto header = setUp.headers.begin();
+    for (std::size_t i = 0; i <= setUp.services.size(); ++i) {
+        for (; header != setUp.headers.end() && header->before <= static_cast<int>(i); ++header) {
+            text += inALine(header->text) + "\n";
+        }
+        text += i < setUp.services.size() ? vdrLine(setUp.services[i]) : "";
+    }
+    return text;
+}
+
+// With headers that bring about the numbers and groups that the services have.
+std::string withMadeHeaders(const std::vector<Service>& services) {
     std::string text;
     int group = 0;
     int next = 1;
@@ -57,6 +72,17 @@ std::string vdr(const std::vector<Service>& services) {
         next = service.number + 1;
     }
     return text;
+}
+
+// The list as it was, as long as it still says what the services are.
+std::string vdr(const SetUp& setUp) {
+    std::string text = withHeaders(setUp);
+    const std::vector<Service> read = parseChannelList(text, "").services;
+    const bool isTrue = std::equal(read.begin(), read.end(), setUp.services.begin(), setUp.services.end(),
+                                   [](const Service& one, const Service& other) {
+                                       return one.number == other.number && one.groupName == other.groupName;
+                                   });
+    return isTrue ? text : withMadeHeaders(setUp.services);
 }
 
 // --- M3U ---
@@ -269,14 +295,14 @@ ChannelExport dvbv5(const std::vector<Service>& services) {
 
 }  // namespace
 
-ChannelExport exportChannels(const std::vector<Service>& services, ExportFormat format) {
+ChannelExport exportChannels(const SetUp& setUp, ExportFormat format) {
     switch (format) {
         case ExportFormat::M3u:
-            return {m3u(services), {}};
+            return {m3u(setUp.services), {}};
         case ExportFormat::Dvbv5:
-            return dvbv5(services);
+            return dvbv5(setUp.services);
         default:
-            return {vdr(services), {}};
+            return {vdr(setUp), {}};
     }
 }
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "simulator/base/Names.h"
-#include "simulator/tv/Service.h"
+#include "simulator/reports/SetUp.h"
 
 namespace sim {
 
@@ -27,6 +27,6 @@ struct ChannelExport {
     std::vector<std::string> problems;  // a line each: what the format cannot say, and was left out
 };
 
-ChannelExport exportChannels(const std::vector<Service>& services, ExportFormat format);
+ChannelExport exportChannels(const SetUp& setUp, ExportFormat format);
 
 }  // namespace sim

@@ -43,7 +43,6 @@ std::string metadataFor(const std::set<int>& antenna) {
 Prospect prospectOf(const Bundle& bundle, const Tv& tv) {
     Prospect prospect;
     prospect.left = leftoversOf(tv);
-    const bool hasChannels = bundle.part(Item::Channels).state == PartState::Whole;
     if (!bundle.metadataText()) {
         prospect.cause = Cause::Other;
         prospect.why =
@@ -51,9 +50,9 @@ Prospect prospectOf(const Bundle& bundle, const Tv& tv) {
     } else if (const std::optional<Reason> reason = incompatibility(bundle.metadata(), tv.antenna())) {
         prospect.cause = reason->cause;
         prospect.why = reason->why;
-    } else if (!hasChannels || !bundle.problem().empty()) {
+    } else if (const std::vector<std::string> problems = bundle.fatalProblems(); !problems.empty()) {
         prospect.cause = Cause::Damage;
-        prospect.why = fmt::format("its channel database would be refused: {}", bundle.problems().front());
+        prospect.why = problems.front();
     } else {
         prospect.isPossible = true;
     }

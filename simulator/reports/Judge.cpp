@@ -223,22 +223,18 @@ std::optional<Reason> damageOnTheWay(const Evidence& evidence) {
     if (!fs::is_regular_file(kept, error)) {
         return std::nullopt;
     }
-    const std::vector<std::string> problems = Bundle(kept, evidence.backup->metadata).problems();
+    const std::vector<std::string> problems = Bundle(kept, evidence.backup->metadata).fatalProblems();
     return problems.empty() ? std::nullopt
                             : std::optional(Reason{Cause::Damage, fmt::format("the bundle came damaged: {}; look at {}",
                                                                               problems.front(), kept.string())});
 }
 
-std::optional<Reason> damageOf(const Evidence& evidence) {
-    if (!evidence.bundle) {
-        return std::nullopt;
-    }
-    const std::vector<std::string> problems = evidence.bundle->problems();
+std::optional<Reason> storedDamage(const Evidence& evidence, const std::vector<std::string>& problems) {
     if (!problems.empty()) {
         return Reason{Cause::Damage, fmt::format("backup {} is damaged: {}; look with: halcyon-tv bundle verify {}",
                                                  evidence.backup->id, problems.front(), evidence.backup->id)};
     }
-    return damageOnTheWay(evidence);
+    return std::nullopt;
 }
 
 bool isRefusalOfTheCloud(const std::optional<Response>& response) {
@@ -282,8 +278,10 @@ std::string itemAt(const Evidence& evidence) {
 
 Reason crashReason(const Evidence& evidence) {
     const std::string crash = fmt::format("the application crashed{}: {}", itemAt(evidence), evidence.run.detail);
-    if (const std::optional<Reason> damage = damageOf(evidence); damage && evidence.isRestore()) {
-        return {Cause::Damage, fmt::format("{}; {}", damage->why, crash)};
+    if (evidence.bundle && evidence.isRestore()) {
+        if (const auto damage = storedDamage(evidence, evidence.bundle->problems())) {
+            return {Cause::Damage, fmt::format("{}; {}", damage->why, crash)};
+        }
     }
     return {Cause::Exception, crash};
 }
@@ -324,7 +322,10 @@ Reason failureReason(const Evidence& evidence) {
         if (const auto reason = incompatibility(evidence.bundle->metadata(), evidence.tv.antenna())) {
             return *reason;
         }
-        if (const auto reason = damageOf(evidence)) {
+        if (const auto reason = storedDamage(evidence, evidence.bundle->fatalProblems())) {
+            return *reason;
+        }
+        if (const auto reason = damageOnTheWay(evidence)) {
             return *reason;
         }
     }

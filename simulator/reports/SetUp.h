@@ -15,6 +15,7 @@ struct SetUp {
     IssDb::Entries iss;
     CiModule::Files ci;
     Viewing viewing;
+    std::vector<ListHeader> headers;      // of the channel list, for who writes it; not compared
     std::map<Item, std::string> lacking;  // items that are not in it, or cannot be read: why; empty for a TV's own
 };
 

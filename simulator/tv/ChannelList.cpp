@@ -135,6 +135,7 @@ Service readService(const std::string& line) {
     service.sid = numberField(fields[9], "service id", MAX_ID);
     service.nid = numberField(fields[10], "network id", MAX_ID);
     service.tid = numberField(fields[11], "transport stream id", MAX_ID);
+    service.listFields = static_cast<int>(fields.size());
     service.rid = fields.size() == 13 ? numberField(fields[12], "radio id", MAX_ID) : 0;
     service.identity = identity(service);
     return service;
@@ -153,6 +154,7 @@ public:
         try {
             if (line.front() == ':') {
                 takeGroup(line.substr(1));
+                m_list.headers.push_back({static_cast<int>(m_list.services.size()), line});
             } else {
                 takeService(readService(line));
             }
@@ -225,6 +227,14 @@ void forEachLine(const std::filesystem::path& file, const std::function<void(std
 }
 
 }  // namespace
+
+ChannelList parseChannelList(const std::string& text, const std::string& name) {
+    Reader reader(name);
+    for (const std::string& line : split(text, '\n')) {
+        reader.take(line);
+    }
+    return reader.finish();
+}
 
 ChannelList readChannelList(const std::filesystem::path& file) {
     Reader reader(file.string());

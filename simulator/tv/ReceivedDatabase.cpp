@@ -64,6 +64,11 @@ ReceivedDatabase::ReceivedDatabase(const fs::path& file)
     }
 }
 
+bool ReceivedDatabase::has(const Table& table) const {
+    Statement real(m_database, "SELECT 1 FROM sqlite_schema WHERE type = 'table' AND name = ? AND rootpage > 0");
+    return real.bind(table.name).next();
+}
+
 std::uint64_t ReceivedDatabase::copy(const Table& table, Database& target) const {
     const std::vector<std::string> columns = realColumnsOf(table);
     Statement rows(m_database, fmt::format("SELECT {} FROM \"{}\" NOT INDEXED", list(columns), table.name));
@@ -83,10 +88,9 @@ std::uint64_t ReceivedDatabase::copy(const Table& table, Database& target) const
 
 // Those that are wanted, of neither a view nor a virtual table, and none of them computed.
 std::vector<std::string> ReceivedDatabase::realColumnsOf(const Table& table) const {
-    Statement real(m_database, "SELECT 1 FROM sqlite_schema WHERE type = 'table' AND name = ? AND rootpage > 0");
     Statement columns(m_database, "SELECT name FROM pragma_table_xinfo(?) WHERE hidden = 0");
     std::set<std::string> present;
-    bool isReal = real.bind(table.name).next();
+    bool isReal = has(table);
     for (columns.bind(table.name); isReal && columns.next();) {
         present.insert(columns.text(0));
     }

@@ -26,6 +26,9 @@ public:
     ReceivedDatabase(const ReceivedDatabase&) = delete;
     ReceivedDatabase& operator=(const ReceivedDatabase&) = delete;
 
+    // Whether there is a real table of that name.
+    bool has(const Table& table) const;
+
     // Copies the rows of a table into that of the same name and columns in `target`. Throws Error (Damaged) where there
     // is no such real table with such real columns, or where its rows do not fit. The number of rows.
     std::uint64_t copy(const Table& table, Database& target) const;

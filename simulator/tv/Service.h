@@ -30,6 +30,13 @@ struct Service {
     int nid = 0;
     int tid = 0;
     int rid = 0;
+    int listFields = 13;  // that its line in the list had: the last may be left out
+};
+
+// A line of a channel list that is no service: a group's name, or the number of the next service.
+struct ListHeader {
+    int before = 0;  // how many services stand before it
+    std::string text;
 };
 
 // What a service has, by name and as text.

@@ -26,7 +26,9 @@ CREATE TABLE services(
     channel_group INTEGER REFERENCES channel_groups(number), source TEXT NOT NULL, frequency_hz INTEGER NOT NULL,
     symbol_rate INTEGER NOT NULL, parameters TEXT NOT NULL, video_pid TEXT NOT NULL, audio_pids TEXT NOT NULL,
     text_pids TEXT NOT NULL, conditional_access TEXT NOT NULL, sid INTEGER NOT NULL, nid INTEGER NOT NULL,
-    tid INTEGER NOT NULL, rid INTEGER NOT NULL, frequency_unit INTEGER NOT NULL DEFAULT 1) STRICT;
+    tid INTEGER NOT NULL, rid INTEGER NOT NULL, frequency_unit INTEGER NOT NULL DEFAULT 1,
+    list_fields INTEGER NOT NULL DEFAULT 13) STRICT;
+CREATE TABLE list_headers(before INTEGER NOT NULL, line TEXT NOT NULL) STRICT;
 )";
 
 const ReceivedDatabase::Table META = {"meta", {"service_count"}, {}};
@@ -37,12 +39,14 @@ const ReceivedDatabase::Table SERVICES = {"services",
                                            "source",     "frequency_hz", "symbol_rate", "parameters",
                                            "video_pid",  "audio_pids",   "text_pids",   "conditional_access",
                                            "sid",        "nid",          "tid",         "rid"},
-                                          {"frequency_unit"}};
+                                          {"frequency_unit", "list_fields"}};
+const ReceivedDatabase::Table HEADERS = {"list_headers", {"before", "line"}, {}};
 
 constexpr char SELECT[] =
     "SELECT id, services.number, identity, services.name, short_name, provider, type, channel_group, "
     "channel_groups.name, source, frequency_hz, symbol_rate, parameters, video_pid, audio_pids, text_pids, "
-    "conditional_access, sid, nid, tid, rid, frequency_unit "
+    "conditional_access, sid, nid, tid, rid, frequency_unit, "
+    "list_fields "
     "FROM services LEFT JOIN channel_groups ON channel_groups.number = channel_group ";
 
 Service readService(const Statement& query) {
@@ -68,7 +72,8 @@ Service readService(const Statement& query) {
             number(17),
             number(18),
             number(19),
-            number(20)};
+            number(20),
+            number(22)};
 }
 
 // A database that is still beside its place, and gone after a crash: it needs no journal on the disk, and is synced
@@ -86,13 +91,16 @@ void insertAll(Database& database, const ChannelList& list) {
     }
     Statement insert(
         database,
-        "INSERT INTO services VALUES(NULL, ?, ?, ?, ?, ?, ?, nullif(?, 0), ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+        "INSERT INTO services VALUES(NULL, ?, ?, ?, ?, ?, ?, nullif(?, 0), ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     for (const Service& s : list.services) {
         insert
             .bind(s.number, s.identity, s.name, s.shortName, s.provider, s.type, s.group, s.source, s.frequency,
                   s.symbolRate, s.parameters, s.videoPid, s.audioPids, s.textPids, s.conditionalAccess, s.sid, s.nid,
-                  s.tid, s.rid, s.frequencyUnit)
+                  s.tid, s.rid, s.frequencyUnit, s.listFields)
             .run();
+    }
+    for (const ListHeader& header : list.headers) {
+        database.change("INSERT INTO list_headers VALUES(?, ?)", header.before, header.text);
     }
     database.run("INSERT INTO meta SELECT count(*) FROM services");
 }
@@ -120,6 +128,9 @@ std::optional<ReplaceStatus> adoptRows(const ReceivedDatabase& received, const f
             received.copy(GROUPS, database);
             count = received.copy(SERVICES, database);
             received.copy(META, database);
+            if (received.has(HEADERS)) {  // older ones have none
+                received.copy(HEADERS, database);
+            }
         })) {
         return ReplaceStatus::TablesDiffer;
     }
@@ -215,6 +226,16 @@ std::vector<Service> ServiceDb::services() const {
     std::vector<Service> services;
     forEach([&](const Service& service) { services.push_back(service); });
     return services;
+}
+
+std::vector<ListHeader> ServiceDb::headers() const {
+    const Database database(this->database(), Database::Access::Look);
+    Statement query(database, "SELECT before, line FROM list_headers ORDER BY rowid");
+    std::vector<ListHeader> headers;
+    while (query.next()) {
+        headers.push_back({static_cast<int>(query.integer(0)), query.text(1)});
+    }
+    return headers;
 }
 
 std::string ServiceDb::ipServices() const {

@@ -56,6 +56,7 @@ public:
     // In the order of their numbers.
     void forEach(const std::function<void(const Service&)>& visit) const;
     std::vector<Service> services() const;
+    std::vector<ListHeader> headers() const;  // of the list that it was made of
 
     std::string ipServices() const;
 

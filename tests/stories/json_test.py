@@ -1,0 +1,54 @@
+"""Each command's JSON is what the schema and the documentation say, and what its text is printed from."""
+import json
+import unittest
+
+import jsonschema
+
+from halcyon import DATA, Story, Tv
+
+DOCS = DATA.parent / "docs"
+SCHEMA = json.loads((DOCS / "json.schema.json").read_text())
+
+
+def check(name, value):
+    jsonschema.validate(value, {"$ref": f"#/$defs/{name}", "$defs": SCHEMA["$defs"]})
+    return value
+
+
+class Json(Story):
+    def test_every_command_prints_what_the_schema_says(self):
+        a = Tv(self.folder, "a", channels=DATA / "channels.conf")
+        b = Tv(self.folder, "b")
+        check("run", a.tv("run", "--json").json)
+        check("fault add", b.tv("fault", "add", "IUtil::RestoreIssDbArchive", "result=0", "--json").json)
+        check("run", b.tv("run", "operation=restore", "--json", "-v", code=4).json)
+        record = check("record", b.tv("record", "--json").json)
+        self.assertEqual([m["call"]["name"] for m in record["timeline"] if m["isDecisive"]],
+                         ["IUtil::RestoreIssDbArchive"])
+        for name, words, code in [
+                ("records", "record --all", 0), ("status", "status --services", 0), ("snapshot", "snapshot", 0),
+                ("diff", "diff 000001", 1), ("diff", "bundle diff", 1), ("bundle show", "bundle show", 0),
+                ("bundle show", "cloud show 000001", 0), ("bundle verify", "cloud verify", 0),
+                ("cloud list", "cloud list", 0), ("fault list", "fault list", 0), ("fault calls", "fault calls", 0)]:
+            with self.subTest(words):
+                check(name, b.tv(*words.split(), "--json", code=code).json)
+        bundle = next(self.folder.glob("cloud/*/*/000001/bundle.zip"))
+        check("cloud import", b.tv("--json", "cloud", "import", bundle).json)
+        made = b.tv("init", "--channels", DATA / "channels.conf", "--home", self.folder / "c", "--json")
+        check("init", made.json)
+
+    def test_a_text_in_any_encoding_is_valid_json(self):
+        a = Tv(self.folder, "a")
+        a.tv("set", "favname1", "caf\udce9 \\ \"")
+        self.assertEqual(a.tv("status", "--json").json["favourites"][0], 'café \\ "')
+
+    def test_the_documentation_names_every_member(self):
+        text = (DOCS / "json.md").read_text()
+        for name, each in SCHEMA["$defs"].items():
+            section = text[text.index(f"## {name}\n"):].split("\n## ")[0]
+            for member in each["properties"]:
+                self.assertIn(f"| `{member}` |", section, name)
+
+
+if __name__ == "__main__":
+    unittest.main()

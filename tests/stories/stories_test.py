@@ -1,0 +1,123 @@
+"""What three users come for: a restore that was refused, a hundred faults by script, a customer's bundle."""
+import concurrent.futures
+import pathlib
+import re
+import shutil
+import sqlite3
+import unittest
+import zipfile
+
+from halcyon import DATA, Story, Tv
+
+CHANNELS = DATA / "channels.conf"
+
+
+class Refused(Story):
+    def test_the_first_line_alone_leads_to_the_fix(self):
+        Tv(self.folder, "a", channels=CHANNELS).tv("run")
+        b = Tv(self.folder, "b")
+        b.tv("set", "antenna", "0,2")
+        why = b.tv("run", "-q", "operation=restore", code=5).text.splitlines()[0]
+        self.assertRegex(why, r"terrestrial \(0\), and this TV has terrestrial \(0\), satellite \(2\)")
+        command = re.search(r"halcyon-tv (set antenna \S+)", why)[1]
+        b.tv(*command.split())
+        b.tv("run", "operation=restore")
+        b.tv("diff", self.folder / "a")
+
+
+class Faults(Story):
+    """Each run's verdict depends on the fault alone: not on the TV, the round or what ran beside it."""
+
+    TVS = 8
+    RUNS = 100
+
+    def verdict(self, tv, fault):
+        call, failure = fault
+        tv.tv("reset")
+        tv.tv("fault", "add", call, failure)
+        answer = tv.tv("run", "operation=restore", "--backup", "000001", "--json", code=None)
+        verdict = answer.json
+        verdict["why"] = re.sub(r"/\S+", "PATH", verdict["why"])
+        verdict.pop("backup")  # a request that cannot be read makes one more
+        return answer.code, verdict
+
+    def test_a_hundred_in_parallel_twice_are_the_same(self):
+        tvs = []
+        for i in range(self.TVS):
+            tv = Tv(self.folder, f"tv{i}", cloud=f"cloud{i}", serial="same")
+            tv.tv("run", "-q")
+            tv.tv("set", "favname1", "Mine")
+            tv.tv("snapshot", "init")
+            tvs.append(tv)
+        calls = tvs[0].tv("fault", "calls", "--json").json["calls"]
+        faults = [(each["call"], failure) for each in calls for failure in each["failures"]][:self.RUNS]
+        self.assertEqual(len(faults), self.RUNS)
+
+        def share(i, shift):
+            return [self.verdict(tvs[(i + shift) % self.TVS], fault) for fault in faults[i::self.TVS]]
+
+        with concurrent.futures.ThreadPoolExecutor(self.TVS) as pool:
+            first = list(pool.map(lambda i: share(i, 0), range(self.TVS)))
+            second = list(pool.map(lambda i: share(i, 3), range(self.TVS)))
+        self.assertEqual(first, second)
+        codes = [code for each in first for code, _ in each]
+        self.assertGreater(len(set(codes)), 2)
+
+
+class Customer(Story):
+    """A bundle from outside: its iss database is damaged, one channel has another name."""
+
+    def make_bundle(self):
+        a = Tv(self.folder, "a", channels=CHANNELS)
+        a.tv("run", "-q")
+        stored = next(self.folder.glob("cloud/*/*/000001"))
+        work = self.folder / "work"
+        with zipfile.ZipFile(stored / "bundle.zip") as bundle:
+            bundle.extractall(work)
+        with zipfile.ZipFile(work / "ServiceDB.zip") as archive:
+            archive.extractall(work / "db")
+        with sqlite3.connect(work / "db/services.db") as database:
+            database.execute("UPDATE services SET name = 'Grandma TV' WHERE name = 'Hafen TV'")
+        database.close()
+        with zipfile.ZipFile(work / "ServiceDB.zip", "w") as archive:
+            archive.write(work / "db/services.db", "services.db")
+        shutil.rmtree(work / "db")
+        (work / "issDB.zip").write_bytes(b"rubbish")
+        with zipfile.ZipFile(self.folder / "customer.zip", "w") as bundle:
+            for file in filter(pathlib.Path.is_file, work.rglob("*")):
+                bundle.write(file, file.relative_to(work))
+        shutil.copy(stored / "metadata.json", self.folder / "metadata.json")
+        shutil.rmtree(self.folder / "cloud")
+
+    def test_is_verified_compared_exported_imported_and_restored(self):
+        self.make_bundle()
+        b = Tv(self.folder, "b")
+        verified = b.tv("bundle", "verify", "customer.zip", "--json", code=6).json
+        self.assertEqual([part["item"] for part in verified["parts"] if part["state"] == "damaged"], ["iss"])
+        self.assertTrue(verified["restore"]["isPossible"])
+
+        difference = b.tv("diff", "a", "customer.zip", "--json", code=1).json
+        self.assertEqual([pair["other"]["name"] for pair in difference["services"]["renamed"]], ["Grandma TV"])
+        self.assertIn("Grandma TV,Hafen;Küstenfunk:11523:", b.tv("export", "customer.zip", "--format", "vdr").text)
+
+        b.tv("cloud", "import", "customer.zip")
+        restored = b.tv("run", "-q", "operation=restore", "--json", code=4).json
+        self.assertEqual(restored["outcome"], "done in part")
+        self.assertEqual({item["item"] for item in restored["items"] if not item["isWell"]}, {"iss"})
+        names = [service["name"] for service in b.tv("status", "--services", "--json").json["channels"]]
+        self.assertIn("Grandma TV", names)
+
+    def test_without_its_metadata_is_accepted_as_such(self):
+        self.make_bundle()
+        (self.folder / "metadata.json").unlink()
+        b = Tv(self.folder, "b")
+        self.assertIsNone(b.tv("bundle", "show", "customer.zip", "--json").json["metadata"])
+        b.tv("set", "antenna", "0,2")
+        b.tv("cloud", "import", "customer.zip")
+        b.tv("run", "-q", "operation=restore", code=4)
+        b.tv("cloud", "remove", "000001")
+        b.tv("run", "-q", "operation=restore", code=7)
+
+
+if __name__ == "__main__":
+    unittest.main()

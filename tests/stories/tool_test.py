@@ -1,0 +1,183 @@
+"""What scripts rely on: exports, snapshots, equal TVs, exit codes, and messages that lead on."""
+import filecmp
+import os
+import pathlib
+import re
+import subprocess
+import unittest
+
+from halcyon import DATA, MOMENT, Answer, Story, Tv
+
+CHANNELS = DATA / "channels.conf"
+EXAMPLES = pathlib.Path("/usr/share/vdr/channels.conf-examples")
+
+
+class Export(Story):
+    def come_back(self, channels):
+        """The list after init, a backup, a restore on another TV, and an export; and the list without what was reported."""
+        a = Tv(self.folder, "a", channels=channels)
+        report = a.tv("init", "--channels", channels, "--home", self.folder / "again", "--json").json
+        skipped = {int(re.search(r":(\d+): ", problem)[1]) for problem in report["problems"]}
+        a.tv("run", "-q")
+        b = Tv(self.folder, "b")
+        b.tv("run", "-q", "operation=restore")
+        text = pathlib.Path(channels).read_bytes()
+        try:
+            lines = text.decode()
+        except UnicodeDecodeError:
+            lines = text.decode("latin-1")
+        kept = [line for number, line in enumerate(lines.split("\n"), 1) if number not in skipped and line.strip()]
+        return b.tv("export", "--format", "vdr").text.splitlines(), kept
+
+    def test_a_vdr_list_comes_back_line_by_line(self):
+        returned, kept = self.come_back(CHANNELS)
+        self.assertEqual(returned, kept)
+
+    @unittest.skipUnless(EXAMPLES.is_dir(), "Debian's vdr package is not there")
+    def test_real_vdr_lists_come_back_line_by_line(self):
+        for channels in sorted(EXAMPLES.iterdir()):
+            with self.subTest(channels.name):
+                self.folder = self.folder / channels.name
+                self.folder.mkdir()
+                returned, kept = self.come_back(channels)
+                self.assertEqual(returned, kept)
+
+    def test_dvbv5_is_read_by_the_dvb_tools(self):
+        tv = Tv(self.folder, "a", channels=CHANNELS)
+        (self.folder / "list").write_text(tv.tv("export", "--format", "dvbv5").text)
+        subprocess.run(["dvb-format-convert", "-I", "dvbv5", "-O", "vdr", "list", "back"], cwd=self.folder, check=True,
+                       capture_output=True)
+        back = (self.folder / "back").read_text().splitlines()
+        services = tv.tv("status", "--services", "--json").json["channels"]
+        self.assertEqual(len(back), len(services))
+        for line, service in zip(back, services):
+            fields = line.rsplit(":", 12)
+            self.assertEqual(int(fields[9]), service["sid"], line)
+            self.assertEqual(fields[3][0], service["source"][0], line)
+            self.assertIn(int(fields[1]) * (10**6 if service["source"][0] == "S" else 1),
+                          [service["frequencyHz"], service["frequencyHz"] // 1000], line)
+        self.assertTrue(re.match(r"Nordlicht Eins.*:11361:[A-Z0-9]*M5", back[0]), back[0])
+
+    def test_m3u_names_each_service_by_its_uri(self):
+        text = Tv(self.folder, "a", channels=CHANNELS).tv("export", "--format", "m3u").text
+        self.assertTrue(text.startswith("#EXTM3U\n"))
+        self.assertIn('group-title="Nordlicht",Nordlicht Eins\ndvb://1.3f3.2b5c\n', text)
+        self.assertEqual(text.count("dvb://"), 15)
+
+
+class Scripts(Story):
+    def test_two_tvs_made_alike_give_equal_bundles(self):
+        bundles = []
+        for cloud in "one", "two":
+            Tv(self.folder, cloud + "-tv", cloud=cloud, channels=CHANNELS, serial="SAME").tv("run")
+            bundles.append(next(self.folder.glob(f"{cloud}/*/*/000001/bundle.zip")))
+        self.assertTrue(filecmp.cmp(*bundles, shallow=False))
+
+    def test_a_snapshot_brings_everything_back(self):
+        tv = Tv(self.folder, "a", channels=CHANNELS)
+        tv.tv("set", "favname1", "Mine")
+        tv.tv("run", "-q")
+        tv.tv("snapshot", "mine")
+        mine = tv.tv("status", "--json").text
+        tv.tv("fault", "add", "bnr_backup", "result=6", "--times", "0")
+        tv.tv("set", "service", "3")
+        tv.tv("reset")
+        self.assertEqual(tv.tv("status", "--json").json["favourites"][0], "Favourites 1")
+        self.assertEqual(tv.tv("fault", "list", "--json").json["rules"], [])
+        tv.tv("record", code=3)
+        tv.tv("reset", "mine")
+        self.assertEqual(tv.tv("status", "--json").text, mine)
+        self.assertEqual(tv.tv("record", "--json").json["outcome"], "done")
+        self.assertEqual(tv.tv("snapshot", "--json").json["snapshots"], ["init", "mine"])
+        self.assertIn("it has: init, mine", tv.tv("reset", "yours", code=3).errors)
+        self.assertIn("no name for a snapshot", tv.tv("snapshot", "../up", code=3).errors)
+
+    def test_exit_codes_say_what_became_of_a_run(self):
+        tv = Tv(self.folder, "a", channels=CHANNELS)
+        for code, fault, words in [(7, None, "operation=restore"), (0, None, ""), (0, None, "operation=restore"),
+                                   (1, "bnr_backup result=-1", ""), (7, "bnr_response result=503", ""),
+                                   (4, "IUtil::GetIssDbArchive damage=corrupt", ""),
+                                   (6, "bnr_response damage=truncate", "operation=restore --backup 000001"),
+                                   (1, "bnr_response lost", "operation=restore --backup 000001"),
+                                   (1, "vconf_get_str null", "")]:
+            with self.subTest(code=code, fault=fault):
+                tv.tv("fault", "clear")
+                if fault:
+                    tv.tv("fault", "add", *fault.split())
+                answer = tv.tv("run", "-q", "--expect-faults", *words.split(), code=code)
+                self.assertEqual(answer.text.startswith("run "), code == 0, "the why line leads")
+                self.assertEqual(fault is None, "fault rule" not in answer.text)
+        tv.tv("fault", "add", "vconf_set_int", "throw")
+        self.assertIn("did not fire", tv.tv("run", "-q", "--expect-faults", code=1).errors)
+
+    def test_a_typing_error_is_not_a_backup(self):
+        tv = Tv(self.folder, "a")
+        for words, hint in [("run operation=resotre", "did you mean 'restore'?"),
+                            ("run operatoin=restore", "did you mean 'operation'?"),
+                            ("run --backup 000001", "means nothing for a backup"), ("stauts", "did you mean 'status'?"),
+                            ("cloud lits", "did you mean 'list'?"), ("run --expct-faults", "'--expect-faults'?")]:
+            with self.subTest(words):
+                self.assertIn(hint, tv.tv(*words.split(), code=2).errors)
+        for words, hint in [("fault add IUtil::GetServiceDB throw", "did you mean 'IUtil::GetServiceDb'?"),
+                            ("fault add bnr_backup nul", "no failure 'nul'"), ("set antena 0", "did you mean 'antenna'?"),
+                            ("fault add bnr_response los", "did you mean 'lost'?")]:
+            with self.subTest(words):
+                self.assertIn(hint, tv.tv(*words.split(), code=3).errors)
+        self.assertEqual(tv.tv("cloud", "list", "--json").json["backups"], [], "nothing was launched")
+        tv.tv("run", "-q", "operation=resotre", "--as-is")
+
+    def test_options_stand_anywhere_and_help_needs_no_tv(self):
+        tv = Tv(self.folder, "a")
+        first = tv.tv("--json", "cloud", "list").json
+        self.assertEqual(first, tv.tv("cloud", "list", "--json", "--home", tv.home, "--cloud", tv.cloud).json)
+        environment = dict(os.environ, HALCYON_TV_HOME="/nowhere")
+        for program in "halcyon-tv", "halcyon-lineup":
+            for option in "--help", "--version":
+                answer = Answer(subprocess.run([program, option], env=environment, text=True, capture_output=True))
+                self.assertEqual((answer.code, answer.errors), (0, ""))
+        for words in "init status set snapshot reset run record fault cloud bundle diff export".split():
+            self.assertIn("Example: ", tv.tv(words, "--help").text + tv.tv("fault", "add", "--help").text)
+
+    def test_the_record_is_one_timeline(self):
+        tv = Tv(self.folder, "a")
+        tv.tv("run", "-q")
+        tv.tv("set", "antenna", "1")
+        tv.tv("run", "-q", "operation=restore", code=5)
+        moments = tv.tv("record", "--json").json["timeline"]
+        self.assertEqual([m["seq"] for m in moments], sorted(m["seq"] for m in moments))
+        self.assertEqual(max(m["atMs"] for m in moments), 2500)
+        decisive = [m["log"]["message"] for m in moments if m["isDecisive"]]
+        self.assertEqual(decisive, ["Current antenna status=[0x2] != Backup antenna status=[0x1]"])
+        once = [m["log"] for m in moments if m["log"]]
+        self.assertEqual({log["sink"] for log in once}, {"both"})
+        both = tv.tv("record", "--json", "--log", "--sinks").json["timeline"]
+        self.assertEqual(len(both), 2 * len(once))
+        failures = tv.tv("record", "--json", "--priority", "6").json["timeline"]
+        self.assertEqual({m["log"]["priority"] for m in failures}, {6})
+        replies = tv.tv("record", "--json", "--call", "bnr_report_failure").json["timeline"]
+        self.assertEqual([m["call"]["name"] for m in replies], ["bnr_report_failure"])
+        self.assertEqual(len(tv.tv("record", "--json", "--grep", "antenna status=").json["timeline"]), 1)
+
+
+class Kept(Story):
+    def test_the_failure_folder_keeps_a_bundle_with_its_metadata(self):
+        tv = Tv(self.folder, "a")
+        tv.tv("fault", "add", "bnr_backup", "result=-1")
+        tv.tv("run", "-q", code=1)
+        bundle = next(tv.home.glob("tmp/halcyon-lineup/*.zip"))
+        shown = tv.tv("bundle", "verify", bundle, "--json").json
+        self.assertEqual(shown["metadata"]["version"], "0.3")
+        self.assertTrue(shown["restore"]["isPossible"])
+        tv.tv("set", "antenna", "4")
+        self.assertIn("halcyon-tv set antenna 0", tv.tv("bundle", "verify", bundle, "--for", tv.home, code=5).text)
+
+    def test_no_later_backup_gets_the_number_of_one_that_was_removed(self):
+        tv = Tv(self.folder, "a")
+        for expected in "000001", "000002":
+            self.assertEqual(tv.tv("run", "--json").json["backup"], expected)
+            tv.tv("cloud", "remove", expected)
+        self.assertIn("holds no backup 000001", tv.tv("cloud", "remove", "000001", code=3).errors)
+
+
+if __name__ == "__main__":
+    unittest.main()
