@@ -147,9 +147,8 @@ TEST_F(Containment, WhatIsReadHasLimits) {
     std::string bytes = test::readFile(folder / "x.zip");
     test::setNumber(bytes, test::centralRecord(bytes, 0) + 24, 4, 0x7fffffff);
     test::write(folder / "x.zip", bytes);
-    EXPECT_THAT(
-        [&] { sim::extractEntry(folder / "x.zip", "entry", folder / "entry"); },
-        ThrowsMessage<sim::Error>(HasSubstr("entry 'entry': bytes: 2147483647, and the limit is 1073741824")));
+    EXPECT_THAT([&] { sim::extractEntry(folder / "x.zip", "entry", folder / "entry"); },
+                ThrowsMessage<sim::Error>(HasSubstr("entry 'entry': bytes: 2147483647, and the limit is 1073741824")));
     EXPECT_THAT(sim::limits::cut(std::string(20'000, 'x')), EndsWith("x... (20000 bytes)"));
 }
 
