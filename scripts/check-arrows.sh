@@ -10,8 +10,9 @@ declare -A may=(
     [tv]="tv base"
     [platform]="platform tv cloud base"
     [reports]="reports tv cloud base"
-    [web]="web reports base"
-    [cli]="cli reports tv cloud base"
+    [actions]="actions reports tv cloud base"
+    [web]="web actions reports tv cloud base"
+    [cli]="cli web actions reports tv cloud base"
     [manual]="cli platform base"
 )
 # The room that a library stays in.

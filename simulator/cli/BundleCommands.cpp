@@ -36,6 +36,7 @@ Json::Value toJson(const NamedBundle& named) {
 
 std::string counted(const std::map<std::string, std::uint64_t>& by) {
     std::vector<std::string> texts;
+    texts.reserve(by.size());
     for (const auto& [name, count] : by) {
         texts.push_back(fmt::format("{} {}", count, name.empty() ? "(none)" : name));
     }

@@ -1,6 +1,7 @@
 // The commands on the cloud store.
 #include <memory>
 
+#include "simulator/actions/Import.h"
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
@@ -48,35 +49,26 @@ struct ImportOptions {
     std::string metadata;
 };
 
-// For a bundle whose metadata is not known: what lets this TV restore it, and leaves its viewing state alone.
-std::string makeMetadata(const Place& place) {
-    const sim::Tv tv(place.home, sim::Database::Access::Look);
-    print(
-        stderr,
-        "No metadata is known of the bundle. Made some up: the antenna inputs of the TV at {}, and no viewing state.\n",
-        place.home.string());
-    return sim::metadataFor(tv.antenna());
-}
-
 int import(const Place& place, const ImportOptions& options) {
     const NamedBundle named = chooseBundle(place, options.file, options.metadata);
     if (named.backup) {
         throw sim::Error(sim::Error::Kind::Missing,
                          fmt::format("{}: no such file; {} is a stored backup already", options.file, named.name));
     }
-    if (!named.bundle.problem().empty()) {
-        throw sim::Error(sim::Error::Kind::Damaged, fmt::format("{}; give a bundle", named.bundle.problem()));
-    }
     for (const std::string& problem : named.bundle.problems()) {
         print(stderr, "damaged: {}\n", problem);
     }
-    sim::NewBackup backup{sim::application::CLIENT_ID, sim::application::CATEGORY,
-                          named.bundle.metadataText() ? *named.bundle.metadataText() : makeMetadata(place),
-                          sim::deviceOf(named.bundle), std::nullopt};
-    if (named.bundle.part(sim::Item::Channels).state == sim::PartState::Whole) {
-        backup.services = named.bundle.services().counts().services;
+    const bool isMetadataKnown = named.bundle.metadataText().has_value();
+    if (!isMetadataKnown) {
+        print(stderr,
+              "No metadata is known of the bundle. Making some up: the antenna inputs of the TV at {}, and no viewing "
+              "state.\n",
+              place.home.string());
     }
-    const std::string id = sim::openCloud(place.cloud)->put(backup, options.file);
+    const std::optional<sim::Tv> tv =
+        isMetadataKnown ? std::nullopt : std::optional<sim::Tv>(std::in_place, place.home, sim::Database::Access::Look);
+    const std::string id =
+        sim::importBundle(*sim::openCloud(place.cloud), named.bundle, options.file, tv ? &*tv : nullptr);
     if (place.isJson) {
         printJson(asMember("backup", id));
     } else {
@@ -87,7 +79,7 @@ int import(const Place& place, const ImportOptions& options) {
 
 int remove(const Place& place, const std::string& id) {
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
-    store->remove(chooseBackup(*store, id));
+    store->remove(sim::chooseBackup(*store, id));
     return DONE;
 }
 

@@ -64,7 +64,7 @@ void describe(CLI::App& app, Place& place, std::string& home, Action& chosen) {
     app.add_flag("-q,--quiet", place.isQuiet, "without the application's log, and without what is not asked for");
     app.add_flag("-v,--verbose", place.isVerbose, "with more of what was found out");
     for (const auto addCommands : {&addTvCommands, &addRunCommands, &addFaultCommands, &addCloudCommands,
-                                   &addBundleCommands, &addCompareCommands}) {
+                                   &addBundleCommands, &addCompareCommands, &addServeCommand}) {
         addCommands(app, chosen);
     }
 }

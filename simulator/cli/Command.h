@@ -62,6 +62,7 @@ void addFaultCommands(CLI::App& app, Action& chosen);
 void addBundleCommands(CLI::App& app, Action& chosen);
 void addCloudCommands(CLI::App& app, Action& chosen);
 void addCompareCommands(CLI::App& app, Action& chosen);
+void addServeCommand(CLI::App& app, Action& chosen);
 
 // What can be asked for of a bundle, for who has a group of such commands. `pick` brings the bundle of a name.
 void addBundleVerbs(CLI::App& group, Action& chosen);

@@ -113,6 +113,7 @@ int exportChannels(const Side& side, const std::string& format) {
 
 void addFormat(CLI::App& command, std::string& format) {
     std::vector<std::string> names;
+    names.reserve(sim::NAMES<sim::ExportFormat>.size());
     for (const auto& each : sim::NAMES<sim::ExportFormat>) {
         names.emplace_back(each.name);
     }

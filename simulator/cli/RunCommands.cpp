@@ -1,15 +1,13 @@
 // The commands that launch the application and show what became of it.
 #include <fmt/ranges.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <memory>
 
+#include "simulator/actions/Launch.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/FolderLock.h"
-#include "simulator/base/Limits.h"
-#include "simulator/base/Places.h"
 #include "simulator/base/Process.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
@@ -28,50 +26,11 @@ namespace cli {
 namespace {
 
 struct RunOptions {
-    std::vector<std::string> extras;  // key=value each
-    std::string backup;
-    bool noReply = false;
-    bool realtime = false;
-    bool noSandbox = false;
+    sim::RunRequest request;
     bool asIs = false;
     bool expectFaults = false;
     int wait = 0;  // seconds
-    int keep = sim::limits::RUNS_KEPT;
 };
-
-// The application beside this program.
-fs::path applicationPath() {
-    fs::path path = fs::read_symlink("/proc/self/exe").parent_path() / sim::application::NAME;
-    if (!fs::exists(path)) {
-        throw sim::Error(
-            sim::Error::Kind::Missing,
-            fmt::format("{} is not there; build or install the application beside halcyon-tv", path.string()));
-    }
-    return path;
-}
-
-sim::Launch launchOf(const Place& place, const RunOptions& options, const sim::FolderLock& lock) {
-    sim::Launch launch;
-    launch.words = {applicationPath(), "--caller", "halcyon-tv"};
-    if (!options.noReply) {
-        launch.words.emplace_back("--reply");
-    }
-    if (options.realtime) {
-        launch.words.emplace_back("--realtime");
-    }
-    if (!options.backup.empty()) {
-        launch.words.insert(launch.words.end(), {"--backup", options.backup});
-    }
-    launch.words.emplace_back("--");  // what follows is extra values, whatever it looks like
-    launch.words.insert(launch.words.end(), options.extras.begin(), options.extras.end());
-    launch.handedDown = {lock.descriptor()};
-    launch.environment = {{sim::HOME_VARIABLE, place.home},
-                          {sim::CLOUD_VARIABLE, place.cloud},
-                          {sim::LOCK_VARIABLE, std::to_string(lock.descriptor())},
-                          {sim::KEEP_VARIABLE, std::to_string(options.keep)},
-                          {sim::SANDBOX_VARIABLE, options.noSandbox ? "off" : "on"}};
-    return launch;
-}
 
 using File = std::unique_ptr<std::FILE, decltype(&std::fclose)>;
 
@@ -156,7 +115,7 @@ int codeOf(const sim::Verdict& verdict) {
 // Whether the launch request makes a restore. Throws UsageError where it makes no sense, as a typing error would.
 bool checkRequest(const RunOptions& options) {
     std::string operation = "backup";
-    for (const std::string& extra : options.extras) {
+    for (const std::string& extra : options.request.extras) {
         const std::string key = extra.substr(0, extra.find('='));
         const std::string near =
             key == sim::application::OPERATION || key == sim::application::SCAN_ACTIVATED
@@ -175,7 +134,7 @@ bool checkRequest(const RunOptions& options) {
         throw UsageError(fmt::format("operation {} would make a backup{} --as-is launches it anyway",
                                      sim::inQuotes(operation), sim::didYouMean(operation, {"restore", "backup"})));
     }
-    if (!options.asIs && !isRestore && !options.backup.empty()) {
+    if (!options.asIs && !isRestore && !options.request.backup.empty()) {
         throw UsageError(
             "--backup means nothing for a backup; for a restore: halcyon-tv run operation=restore --backup ID");
     }
@@ -198,11 +157,7 @@ volatile std::sig_atomic_t launched = 0;
 
 // Launches the application and waits for its end. Signals that would end this process go to the application instead,
 // from its start on.
-struct Ended {
-    int pid;
-    std::string how;
-};
-Ended execute(const sim::Launch& launch) {
+sim::EndedProcess execute(const sim::Launch& launch) {
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
@@ -220,6 +175,17 @@ Ended execute(const sim::Launch& launch) {
     return {application.id(), sim::describeEnd(application.wait())};
 }
 
+// What the application has said is told where it did not so much as start.
+sim::RunReport launchForwardingSignals(const Place& place, const sim::RunRequest& request, sim::Tv& tv,
+                                       const sim::FolderLock& lock, const sim::CloudStore& store, std::FILE* log) {
+    try {
+        return sim::launchAndJudge(request, tv, place.cloud, store, lock, &execute);
+    } catch (const sim::Error& error) {
+        throw sim::Error(error.kind(),
+                         log == nullptr ? error.what() : fmt::format("{}\n{}", error.what(), content(log)));
+    }
+}
+
 // The rules that have not fired since they had fired as often as in `before`.
 std::vector<std::string> silentRules(const sim::Tv& tv, const std::vector<sim::FaultRule>& before) {
     std::vector<std::string> silent;
@@ -233,36 +199,20 @@ std::vector<std::string> silentRules(const sim::Tv& tv, const std::vector<sim::F
     return silent;
 }
 
-// Launches the application, and gives the verdict on what it has made of the TV and the store.
-sim::RunReport launchAndJudge(const Place& place, const RunOptions& options, sim::Tv& tv, const sim::FolderLock& lock,
-                              const sim::CloudStore& store) {
-    const std::int64_t before = tv.runs().newest();
-    const File log(place.isQuiet ? std::tmpfile() : nullptr, &std::fclose);
-    sim::Launch launch = launchOf(place, options, lock);
-    launch.errors = log ? ::fileno(log.get()) : -1;
-    const Ended end = execute(launch);
-    const std::optional<sim::Run> ended = tv.runs().close(before, end.pid, end.how);
-    if (!ended) {
-        throw sim::Error(fmt::format("the application did not start on the TV at {}: {}{}", place.home.string(),
-                                     end.how, log ? "\n" + content(log.get()) : ""));
-    }
-    const sim::RunReport report = sim::reportOn(tv, store, *ended);
-    tv.runs().add(ended->id, report.verdict);
-    return report;
-}
-
 int run(const Place& place, const RunOptions& options) {
     checkRequest(options);
     const sim::FolderLock lock = sim::lockTv(place.home, std::chrono::seconds(options.wait));
     sim::Tv tv(place.home);
     warnOfLeftovers(tv);
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
-    RunOptions chosen = options;
-    if (!options.backup.empty()) {
-        chosen.backup = chooseBackup(*store, options.backup).id;
+    sim::RunRequest request = options.request;
+    if (!request.backup.empty()) {
+        request.backup = sim::chooseBackup(*store, request.backup).id;
     }
+    const File log(place.isQuiet ? std::tmpfile() : nullptr, &std::fclose);
+    request.errors = log ? ::fileno(log.get()) : -1;
     const std::vector<sim::FaultRule> rules = tv.faults().list();
-    const sim::RunReport report = launchAndJudge(place, chosen, tv, lock, *store);
+    const sim::RunReport report = launchForwardingSignals(place, request, tv, lock, *store, log.get());
     const std::vector<sim::Moment> timeline =
         place.isVerbose ? sim::timelineOf(tv, report, {}) : std::vector<sim::Moment>();
     if (place.isJson) {
@@ -365,19 +315,20 @@ void addRunCommands(CLI::App& app, Action& chosen) {
                                    "it has made of the TV and the store",
                                    "halcyon-tv run operation=restore --backup 000001", chosen,
                                    [options](const Place& place) { return run(place, *options); });
-    running->add_option("extra", options->extras, "extra values of the launch request, each key=value")
+    running->add_option("extra", options->request.extras, "extra values of the launch request, each key=value")
         ->check(&checkExtra);
-    running->add_option("--backup", options->backup, "the backup to restore (default: the newest)");
+    running->add_option("--backup", options->request.backup, "the backup to restore (default: the newest)");
     running->add_flag("--as-is", options->asIs, "launch it with what looks like a typing error, too");
     running->add_flag("--expect-faults", options->expectFaults, "end with 1 where a fault rule did not fire");
-    running->add_flag("--no-reply", options->noReply, "do not request a reply");
-    running->add_flag("--realtime", options->realtime, "wait for responses as long as on a TV");
+    running->add_flag("--no-reply", options->request.noReply, "do not request a reply");
+    running->add_flag("--realtime", options->request.realtime, "wait for responses as long as on a TV");
     running->add_option("--wait", options->wait, "seconds to wait for a run that is under way on the TV")
         ->check(CLI::NonNegativeNumber);
-    running->add_option("--keep", options->keep, "how many runs' records to keep, this one included")
+    running->add_option("--keep", options->request.keep, "how many runs' records to keep, this one included")
         ->capture_default_str()
         ->check(CLI::PositiveNumber);
-    running->add_flag("--no-sandbox", options->noSandbox, "let the application write outside the TV and the cloud");
+    running->add_flag("--no-sandbox", options->request.noSandbox,
+                      "let the application write outside the TV and the cloud");
 
     const auto which = std::make_shared<RecordOptions>();
     CLI::App* recording = addCommand(app, "record", "Show what became of a run, with its calls and log in their order",

@@ -4,6 +4,7 @@
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Places.h"
+#include "simulator/reports/CloudReport.h"
 #include "simulator/tv/Application.h"
 
 namespace fs = std::filesystem;
@@ -34,25 +35,6 @@ std::optional<std::string> metadataOf(const fs::path& bundle, const std::string&
 
 }  // namespace
 
-sim::StoredBackup chooseBackup(const sim::CloudStore& store, const std::string& id) {
-    std::vector<sim::StoredBackup> found;
-    for (const sim::StoredBackup& backup : store.list()) {
-        const std::string path = fmt::format("{}/{}/{}", backup.clientId, backup.category, backup.id);
-        if (id.empty() ? backup.damage.empty() : id == backup.id || id == path) {
-            found.push_back(backup);
-        }
-    }
-    if (found.empty()) {
-        throw sim::Error(sim::Error::Kind::Missing, fmt::format("{} holds no backup{}; see: halcyon-tv cloud list",
-                                                                store.place(), id.empty() ? "" : " " + id));
-    }
-    if (!id.empty() && found.size() > 1) {
-        throw sim::Error(fmt::format("{} holds several backups {}; give CLIENT/CATEGORY/ID, such as {}/{}/{}",
-                                     store.place(), id, found[0].clientId, found[0].category, id));
-    }
-    return found.back();
-}
-
 NamedBundle chooseBundle(const Place& place, const std::string& what, const std::string& metadata) {
     std::error_code error;
     if (!what.empty() && fs::is_regular_file(what, error)) {
@@ -64,7 +46,7 @@ NamedBundle chooseBundle(const Place& place, const std::string& what, const std:
             fmt::format("{}: no such bundle file; give a file, or a backup's id of halcyon-tv cloud list", what));
     }
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
-    const sim::StoredBackup backup = chooseBackup(*store, what);
+    const sim::StoredBackup backup = sim::chooseBackup(*store, what);
     return {"backup " + backup.id, backup, sim::Bundle::of(*store, backup)};
 }
 

@@ -9,9 +9,6 @@
 
 namespace cli {
 
-// The stored backup of an id, or of CLIENT/CATEGORY/ID; the newest whole one where that is empty. Throws sim::Error.
-sim::StoredBackup chooseBackup(const sim::CloudStore& store, const std::string& id);
-
 // A bundle, of a file or of a stored backup.
 struct NamedBundle {
     std::string name;

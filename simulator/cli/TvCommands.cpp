@@ -2,18 +2,16 @@
 #include <memory>
 #include <random>
 
+#include "simulator/actions/Settable.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Places.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
-#include "simulator/cli/Settable.h"
 #include "simulator/reports/Json.h"
 #include "simulator/reports/TvReport.h"
 #include "simulator/reports/Words.h"
 #include "simulator/tv/ChannelList.h"
 #include "simulator/tv/Snapshot.h"
-
-namespace fs = std::filesystem;
 
 namespace cli {
 
@@ -30,7 +28,7 @@ struct InitOptions {
 int init(const Place& place, const InitOptions& options) {
     std::optional<std::time_t> time;
     if (!options.now.empty()) {
-        time = parseTime(options.now);
+        time = sim::parseTime(options.now);
     }
     const sim::ChannelList list = sim::readChannelList(options.channels);
     for (const std::string& problem : list.problems) {
@@ -152,10 +150,10 @@ void addTvCommands(CLI::App& app, Action& chosen) {
     CLI::App* changing = addCommand(app, "set", "Set a part of the TV's state", "halcyon-tv set antenna 0,2", chosen,
                                     [setting](const Place& place) {
                                         sim::Tv tv(place.home);
-                                        set(tv, setting->name, setting->value);
+                                        sim::setByName(tv, setting->name, setting->value);
                                         return DONE;
                                     });
-    changing->add_option("name", setting->name, settableHelp())->required();
+    changing->add_option("name", setting->name, sim::settableHelp())->required();
     changing->add_option("value", setting->value, "the new value")->required();
 
     const auto name = std::make_shared<std::string>();

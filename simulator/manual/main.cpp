@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <exception>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -123,6 +124,7 @@ void writeCompletion(const CLI::App& app) {
     std::vector<Completion> completions;
     collect(app, "", completions);
     std::vector<std::string> paths;
+    paths.reserve(completions.size());
     for (const Completion& completion : completions) {
         paths.push_back("'" + completion.path + "'");
     }
@@ -153,10 +155,7 @@ complete -o filenames -F {1} {0}
                app.get_name(), function);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    const std::vector<std::string_view> words(argv + 1, argv + argc);
+int write(const std::vector<std::string_view>& words) {
     CLI::App app;
     cli::Place place;
     std::string home;
@@ -180,4 +179,15 @@ int main(int argc, char** argv) {
         writeManual(app, "back a TV's channel set-up up to the cloud, or restore it", "halcyon-tv");
     }
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return write({argv + 1, argv + argc});
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "halcyon-manual: %s\n", error.what());
+        return 1;
+    }
 }

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "simulator/base/Error.h"
 #include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
 #include "simulator/reports/TvReport.h"
@@ -13,6 +14,25 @@
 #include "simulator/tv/Application.h"
 
 namespace sim {
+
+StoredBackup chooseBackup(const CloudStore& store, const std::string& id) {
+    std::vector<StoredBackup> found;
+    for (const StoredBackup& backup : store.list()) {
+        const std::string path = fmt::format("{}/{}/{}", backup.clientId, backup.category, backup.id);
+        if (id.empty() ? backup.damage.empty() : id == backup.id || id == path) {
+            found.push_back(backup);
+        }
+    }
+    if (found.empty()) {
+        throw Error(Error::Kind::Missing, fmt::format("{} holds no backup{}; see: halcyon-tv cloud list", store.place(),
+                                                      id.empty() ? "" : " " + id));
+    }
+    if (!id.empty() && found.size() > 1) {
+        throw Error(fmt::format("{} holds several backups {}; give CLIENT/CATEGORY/ID, such as {}/{}/{}", store.place(),
+                                id, found[0].clientId, found[0].category, id));
+    }
+    return found.back();
+}
 
 std::string antennaOf(const StoredBackup& backup) {
     const std::optional<std::set<int>> inputs = application::antennaInputsOf(readMetadata(backup.metadata).antenna);

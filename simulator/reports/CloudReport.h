@@ -10,6 +10,9 @@
 
 namespace sim {
 
+// The stored backup of an id, or of CLIENT/CATEGORY/ID; the newest whole one where that is empty. Throws Error.
+StoredBackup chooseBackup(const CloudStore& store, const std::string& id);
+
 // The antenna inputs that a backup was made with, in words.
 std::string antennaOf(const StoredBackup& backup);
 

@@ -12,9 +12,9 @@ namespace sim {
 namespace {
 
 // Reads members as the application does, and notes where they are not as it writes them.
-class Reader {
+class MemberReader {
 public:
-    explicit Reader(std::vector<std::string>& problems) : m_problems(problems) {}
+    explicit MemberReader(std::vector<std::string>& problems) : m_problems(problems) {}
 
     const Json::Value& object(const Json::Value& parent, const char* key) {
         static const Json::Value none;
@@ -57,7 +57,7 @@ Metadata readMetadata(const std::string& text) {
         return metadata;
     }
     const Json::Value& root = parsed;
-    Reader reader(metadata.problems);
+    MemberReader reader(metadata.problems);
     if (root.isObject() && root["version"].isConvertibleTo(Json::stringValue)) {
         metadata.version = root["version"].asString();
     }

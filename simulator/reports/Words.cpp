@@ -46,6 +46,7 @@ std::string words(const Viewing& viewing) {
 
 std::string antennaWords(const std::set<int>& inputs) {
     std::vector<std::string> texts;
+    texts.reserve(inputs.size());
     for (const int input : inputs) {
         texts.push_back(fmt::format("{} ({})", nameOf(static_cast<AntennaInput>(input)), input));
     }

@@ -26,6 +26,7 @@ void check(const FaultRule& rule) {
         std::find_if(calls.begin(), calls.end(), [&](const auto* each) { return each->name == rule.call; });
     if (call == calls.end() || (*call)->failures.empty()) {
         std::vector<std::string> names;
+        names.reserve(calls.size());
         for (const PlatformCall* each : calls) {
             names.emplace_back(each->failures.empty() ? "" : each->name);
         }

@@ -29,6 +29,11 @@ const std::array<ServiceColumn, 20> SERVICE_COLUMNS = {{
     {"radio id", [](const Service& s) { return std::to_string(s.rid); }},
 }};
 
+std::string kindOf(const Service& service) {
+    const bool isScrambled = service.conditionalAccess.find_first_not_of("0,") != std::string::npos;
+    return service.type == "radio" ? "radio" : (isScrambled ? "scrambled" : "television");
+}
+
 bool operator==(const Service& one, const Service& other) {
     return std::all_of(SERVICE_COLUMNS.begin(), SERVICE_COLUMNS.end(),
                        [&](const ServiceColumn& column) { return column.valueOf(one) == column.valueOf(other); });

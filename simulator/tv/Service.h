@@ -39,6 +39,9 @@ struct ListHeader {
     std::string text;
 };
 
+// "television", "radio" or "scrambled", as a channel list shows it.
+std::string kindOf(const Service& service);
+
 // What a service has, by name and as text.
 struct ServiceColumn {
     const char* name;

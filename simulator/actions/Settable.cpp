@@ -1,4 +1,4 @@
-#include "simulator/cli/Settable.h"
+#include "simulator/actions/Settable.h"
 
 #include <fmt/format.h>
 
@@ -12,7 +12,7 @@
 #include "simulator/base/Text.h"
 #include "simulator/tv/Application.h"
 
-namespace cli {
+namespace sim {
 
 namespace {
 
@@ -20,18 +20,18 @@ namespace {
 struct Settable {
     std::string name;
     std::string form;
-    std::function<void(sim::Tv&, const std::string& value)> set;
+    std::function<void(Tv&, const std::string& value)> set;
 };
 
 [[noreturn]] void refuse(const std::string& what, const std::string& value) {
-    throw sim::Error(fmt::format("the TV has no {} {}; see: halcyon-tv status --services", what, sim::inQuotes(value)));
+    throw Error(fmt::format("the TV has no {} {}; see: halcyon-tv status --services", what, inQuotes(value)));
 }
 
 template <typename Number>
 Number number(const std::string& text) {
-    const std::optional<Number> parsed = sim::toNumber<Number>(text);
+    const std::optional<Number> parsed = toNumber<Number>(text);
     if (!parsed) {
-        throw sim::Error(fmt::format("{} is not a number that fits here", sim::inQuotes(text)));
+        throw Error(fmt::format("{} is not a number that fits here", inQuotes(text)));
     }
     return *parsed;
 }
@@ -43,75 +43,74 @@ Enum code(const std::string& text) {
 
 // The parts of a value such as "2/0".
 std::vector<std::string> parts(const std::string& value, std::size_t count, const char* form) {
-    std::vector<std::string> result = sim::split(value, '/');
+    std::vector<std::string> result = split(value, '/');
     if (result.size() != count) {
-        throw sim::Error(fmt::format("{} is not of the form {}", sim::inQuotes(value), form));
+        throw Error(fmt::format("{} is not of the form {}", inQuotes(value), form));
     }
     return result;
 }
 
-void setMode(sim::Tv& tv, const std::string& value) {
+void setMode(Tv& tv, const std::string& value) {
     const std::vector<std::string> codes = parts(value, 2, "ANTENNA/SERVICE, such as 2/0");
-    const sim::TvMode mode{code<sim::AntennaMode>(codes[0]), code<sim::ServiceMode>(codes[1])};
+    const TvMode mode{code<AntennaMode>(codes[0]), code<ServiceMode>(codes[1])};
     if (!tv.has(mode)) {
         refuse("mode", value);
     }
-    tv.changeViewing([&](sim::Viewing& viewing) { viewing.mode = mode; });
+    tv.changeViewing([&](Viewing& viewing) { viewing.mode = mode; });
 }
 
-void setService(sim::Tv& tv, const std::string& value) {
+void setService(Tv& tv, const std::string& value) {
     const auto id = number<std::uint64_t>(value);
     if (!tv.serviceDb().find(id)) {
         refuse("service", value);
     }
-    tv.changeViewing([&](sim::Viewing& viewing) { viewing.serviceId = id; });
+    tv.changeViewing([&](Viewing& viewing) { viewing.serviceId = id; });
 }
 
-void setSource(sim::Tv& tv, const std::string& value) {
-    const auto source = code<sim::Source>(value);
+void setSource(Tv& tv, const std::string& value) {
+    const auto source = code<Source>(value);
     if (!tv.has(source)) {
         refuse("source", value);
     }
-    tv.changeViewing([&](sim::Viewing& viewing) { viewing.source = source; });
+    tv.changeViewing([&](Viewing& viewing) { viewing.source = source; });
 }
 
-void setCategory(sim::Tv& tv, const std::string& value) {
+void setCategory(Tv& tv, const std::string& value) {
     const std::vector<std::string> codes = parts(value, 3, "CODE/PARAM/SORT, such as 1/2/0");
-    const sim::Category category{code<sim::CategoryKind>(codes[0]), number<std::uint64_t>(codes[1]),
-                                 code<sim::SortMode>(codes[2])};
+    const Category category{code<CategoryKind>(codes[0]), number<std::uint64_t>(codes[1]), code<SortMode>(codes[2])};
     if (!tv.has(category)) {
         refuse("category", value);
     }
-    tv.changeViewing([&](sim::Viewing& viewing) { viewing.category = category; });
+    tv.changeViewing([&](Viewing& viewing) { viewing.category = category; });
 }
 
-void setAntenna(sim::Tv& tv, const std::string& value) {
+void setAntenna(Tv& tv, const std::string& value) {
     std::set<int> statuses;
-    for (const std::string& status : sim::split(value, ',')) {
+    for (const std::string& status : split(value, ',')) {
         statuses.insert(number<int>(status));
     }
     tv.setAntenna(statuses);
 }
 
-void setNow(sim::Tv& tv, const std::string& value) {
+void setNow(Tv& tv, const std::string& value) {
     tv.setTime(value == "running" ? std::nullopt : std::optional(parseTime(value)));
 }
 
-void setScan(sim::Tv& tv, const std::string& value) {
+void setScan(Tv& tv, const std::string& value) {
     if (value != "on" && value != "off") {
-        throw sim::Error(fmt::format("a scan is on or off, not {}", sim::inQuotes(value)));
+        throw Error(fmt::format("a scan is on or off, not {}", inQuotes(value)));
     }
     tv.setScanning(value == "on");
 }
 
-bool fits(sim::SettingType type, const std::string& value) {
+bool fits(SettingType type, const std::string& value) {
     switch (type) {
-        case sim::SettingType::Int:
-            return sim::toNumber<int>(value).has_value();
-        case sim::SettingType::Bool:
+        case SettingType::Int:
+            return toNumber<int>(value).has_value();
+        case SettingType::Bool:
             return value == "0" || value == "1";
-        case sim::SettingType::Double:
-            return sim::toNumber<double>(value).has_value();
+        case SettingType::Double:
+            return toNumber<double>(value).has_value();
         default:
             return true;
     }
@@ -120,23 +119,22 @@ bool fits(sim::SettingType type, const std::string& value) {
 const std::string SETTING_PREFIX = "setting:";
 
 // "setting:TYPE:KEY"; a key may hold colons of its own.
-void setSetting(sim::Tv& tv, const std::string& name, const std::string& value) {
+void setSetting(Tv& tv, const std::string& name, const std::string& value) {
     const std::size_t colon = name.find(':', SETTING_PREFIX.size());
     if (colon == std::string::npos || colon + 1 == name.size()) {
-        throw sim::Error(fmt::format("{} is not of the form setting:TYPE:KEY", sim::inQuotes(name)));
+        throw Error(fmt::format("{} is not of the form setting:TYPE:KEY", inQuotes(name)));
     }
     const std::string typeName = name.substr(SETTING_PREFIX.size(), colon - SETTING_PREFIX.size());
-    const std::optional<sim::SettingType> type = sim::fromName<sim::SettingType>(typeName);
+    const std::optional<SettingType> type = fromName<SettingType>(typeName);
     if (!type) {
-        throw sim::Error(
-            fmt::format("{} is no type of a setting; one of: int, bool, double, string", sim::inQuotes(typeName)));
+        throw Error(fmt::format("{} is no type of a setting; one of: int, bool, double, string", inQuotes(typeName)));
     }
     if (!fits(*type, value)) {
-        throw sim::Error(fmt::format("{} is no value of the type {}", sim::inQuotes(value), typeName));
+        throw Error(fmt::format("{} is no value of the type {}", inQuotes(value), typeName));
     }
     const std::string key = name.substr(colon + 1);
     if (!tv.settings().set(key, *type, value)) {
-        throw sim::Error(fmt::format("setting {} holds a value of another type than {}", sim::inQuotes(key), typeName));
+        throw Error(fmt::format("setting {} holds a value of another type than {}", inQuotes(key), typeName));
     }
 }
 
@@ -151,8 +149,8 @@ const std::vector<Settable>& settables() {
             {"scan", "on or off", &setScan},
             {"now", "a time such as 2026-01-31T18:00:00Z at which the clock stands, or running", &setNow},
         };
-        for (int list = 1; list <= sim::application::FAVOURITE_LISTS; ++list) {
-            table.push_back({fmt::format("favname{}", list), "a name", [list](sim::Tv& tv, const std::string& value) {
+        for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
+            table.push_back({fmt::format("favname{}", list), "a name", [list](Tv& tv, const std::string& value) {
                                  tv.settings().setFavouriteName(list, value);
                              }});
         }
@@ -164,14 +162,14 @@ const std::vector<Settable>& settables() {
 }  // namespace
 
 std::time_t parseTime(const std::string& text) {
-    const std::optional<std::time_t> time = sim::fromUtc(text);
+    const std::optional<std::time_t> time = fromUtc(text);
     if (!time) {
-        throw sim::Error(fmt::format("{} is no time such as 2026-01-31T18:00:00Z", sim::inQuotes(text)));
+        throw Error(fmt::format("{} is no time such as 2026-01-31T18:00:00Z", inQuotes(text)));
     }
     return *time;
 }
 
-void set(sim::Tv& tv, const std::string& name, const std::string& value) {
+void setByName(Tv& tv, const std::string& name, const std::string& value) {
     for (const Settable& settable : settables()) {
         if (settable.name == name) {
             settable.set(tv, value);
@@ -183,8 +181,8 @@ void set(sim::Tv& tv, const std::string& name, const std::string& value) {
         for (const Settable& settable : settables()) {
             names.push_back(settable.name);
         }
-        throw sim::Error(fmt::format("cannot set {} to {}{}; see: halcyon-tv set --help", sim::inQuotes(name),
-                                     sim::inQuotes(value), sim::didYouMean(name, names)));
+        throw Error(fmt::format("cannot set {} to {}{}; see: halcyon-tv set --help", inQuotes(name), inQuotes(value),
+                                didYouMean(name, names)));
     }
     setSetting(tv, name, value);
 }
@@ -197,4 +195,4 @@ std::string settableHelp() {
     return help + "setting:TYPE:KEY (a value of the type int, bool (0 or 1), double or string)";
 }
 
-}  // namespace cli
+}  // namespace sim

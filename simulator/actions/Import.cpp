@@ -1,0 +1,26 @@
+#include "simulator/actions/Import.h"
+
+#include <fmt/format.h>
+
+#include "simulator/base/Error.h"
+#include "simulator/reports/CloudReport.h"
+#include "simulator/tv/Application.h"
+
+namespace sim {
+
+std::string importBundle(CloudStore& store, const Bundle& bundle, const std::filesystem::path& file, const Tv* tv) {
+    if (!bundle.problem().empty()) {
+        throw Error(Error::Kind::Damaged, fmt::format("{}; give a bundle", bundle.problem()));
+    }
+    NewBackup backup{application::CLIENT_ID, application::CATEGORY, bundle.metadataText().value_or(""),
+                     deviceOf(bundle), std::nullopt};
+    if (!bundle.metadataText()) {
+        backup.metadata = metadataFor(tv->antenna());
+    }
+    if (bundle.part(Item::Channels).state == PartState::Whole) {
+        backup.services = bundle.services().counts().services;
+    }
+    return store.put(backup, file);
+}
+
+}  // namespace sim

@@ -1,0 +1,38 @@
+// A run of the application on a TV, from the launch to the verdict.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "simulator/base/FolderLock.h"
+#include "simulator/base/Limits.h"
+#include "simulator/base/Process.h"
+#include "simulator/reports/RunReport.h"
+
+namespace sim {
+
+struct RunRequest {
+    std::vector<std::string> extras;  // of the launch request, key=value each
+    std::string backup;               // that the cloud shall hand out; empty: the newest
+    bool noReply = false;
+    bool realtime = false;
+    bool noSandbox = false;
+    int keep = limits::RUNS_KEPT;
+    int errors = -1;  // descriptor that gets what the application prints; -1: this process's own
+};
+
+// Launches the program, waits for its end, and says how it was.
+struct EndedProcess {
+    int pid;
+    std::string how;
+};
+using Execute = std::function<EndedProcess(const Launch&)>;
+EndedProcess execute(const Launch& launch);
+
+// Launches the application on a TV whose lock is held, gives the verdict on what it has made of the TV and the store at
+// `cloud`, and keeps that with the run's record. Throws Error, also where no run began.
+RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& cloud, const CloudStore& store,
+                         const FolderLock& lock, const Execute& execute);
+
+}  // namespace sim

@@ -1,0 +1,55 @@
+// The command that serves a page for the browser.
+#include <cstdio>
+#include <memory>
+
+#include "simulator/base/Error.h"
+#include "simulator/base/Places.h"
+#include "simulator/cli/Command.h"
+#include "simulator/cli/Print.h"
+#include "simulator/web/Server.h"
+
+namespace cli {
+
+namespace {
+
+struct Options {
+    sim::ServeOptions serve;
+    std::string page;
+    std::string lab;
+};
+
+int serve(const Place& place, Options options) {
+    const std::filesystem::path folder = options.lab.empty() ? "" : sim::normalised(options.lab);
+    options.serve.page = options.page;
+    const sim::Lab lab(place.home, folder, place.cloud);
+    if (!folder.empty() && !std::filesystem::is_directory(folder)) {
+        throw sim::Error(sim::Error::Kind::Missing,
+                         fmt::format("{}: no such folder; give the one that holds the TVs", folder.string()));
+    }
+    sim::serve(lab, options.serve, [&](const std::string& address) {
+        if (place.isJson) {
+            printJson(asMember("address", address));
+        } else {
+            print("{}\nOpen this address in a browser on this machine; Ctrl-C ends.\n", address);
+        }
+        std::fflush(stdout);
+    });
+    return DONE;
+}
+
+}  // namespace
+
+void addServeCommand(CLI::App& app, Action& chosen) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* serving = addCommand(app, "serve", "Show the TV, the cloud and the runs on a page in the browser",
+                                   "halcyon-tv serve --lab build/demo --cloud build/demo/cloud", chosen,
+                                   [options](const Place& place) { return serve(place, *options); });
+    serving->add_option("--port", options->serve.port, "port on this machine, 0 for any that is free")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 65535));
+    serving->add_option("--lab", options->lab, "folder with several TVs, to be shown side by side over one cloud");
+    serving->add_option("--page", options->page, "folder to take the page's files from, while working on them")
+        ->check(CLI::ExistingDirectory);
+}
+
+}  // namespace cli

@@ -1,0 +1,92 @@
+#include "simulator/web/Events.h"
+
+#include <fmt/format.h>
+
+#include "simulator/base/Error.h"
+#include "simulator/base/Json.h"
+#include "simulator/base/Text.h"
+#include "simulator/reports/Json.h"
+
+namespace sim {
+
+namespace {
+
+std::string event(const char* name, const Json::Value& data) {
+    return fmt::format("event: {}\ndata: {}\n\n", name, writeJson(data));
+}
+
+Json::Value about(const std::string& tv) {
+    Json::Value value;
+    value["tv"] = toUtf8(tv);
+    return value;
+}
+
+}  // namespace
+
+std::string Watch::next() {
+    std::string events;
+    for (const std::string& name : m_lab.names()) {
+        try {
+            watchTv(name, events);
+        } catch (const Error&) {  // it is being replaced: the next look shows it
+        }
+    }
+    const std::string cloud = writeJson(toJson(openCloud(m_lab.cloud())->list()));
+    if (cloud != m_cloud && !m_isFirst) {
+        events += event("cloud", Json::Value(Json::objectValue));
+    }
+    m_cloud = cloud;
+    m_isFirst = false;
+    return events;
+}
+
+void Watch::watchTv(const std::string& name, std::string& events) {
+    Tv tv(m_lab.homeOf(name), Database::Access::Look);
+    Seen& seen = m_seen[name];
+    Json::Value status = toJson(reportOn(tv));
+    status["faults"] = toJson(tv.faults().list());
+    const std::string text = writeJson(status);
+    if (text != seen.status && !m_isFirst) {
+        events += event("tv", about(name));
+    }
+    seen.status = text;
+    watchRun(name, tv, seen, events);
+}
+
+void Watch::watchRun(const std::string& name, Tv& tv, Seen& seen, std::string& events) {
+    const std::int64_t newest = tv.runs().newest();
+    if (m_isFirst || newest < seen.run) {  // after a reset, runs are counted anew
+        seen.run = newest;
+        seen.isOpen = false;
+        return;
+    }
+    if (newest > seen.run) {
+        seen.run = newest;
+        seen.seq = 0;
+        seen.isOpen = true;
+    }
+    const std::optional<Run> run = seen.isOpen ? tv.runs().find(seen.run) : std::nullopt;
+    if (!run) {
+        return;
+    }
+    RunReport report;
+    report.run = *run;
+    Json::Value data = about(name);
+    data["run"] = Json::Int64(run->id);
+    data["operation"] = run->operation;
+    data["moments"] = Json::Value(Json::arrayValue);
+    for (const Moment& moment : timelineOf(tv, report, {})) {
+        if (moment.seq > seen.seq) {
+            data["moments"].append(toJson(moment));
+            seen.seq = moment.seq;
+        }
+    }
+    const bool isJudged = tv.runs().verdict(run->id).has_value();
+    seen.isOpen = run->ended == RunEnd::Running || !isJudged;
+    data["isOpen"] = seen.isOpen;
+    if (!data["moments"].empty() || !seen.isOpen) {
+        events += event("run", data);
+    }
+}
+
+}  // namespace sim

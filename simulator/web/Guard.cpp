@@ -1,0 +1,85 @@
+#include "simulator/web/Guard.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <openssl/crypto.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <random>
+
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+#include "simulator/base/Text.h"
+
+namespace sim {
+
+namespace {
+
+bool isLoopback(const std::string& address) {
+    in_addr four = {};
+    in6_addr six = {};
+    if (::inet_pton(AF_INET, address.c_str(), &four) == 1) {
+        return ntohl(four.s_addr) >> 24 == 127;
+    }
+    return ::inet_pton(AF_INET6, address.c_str(), &six) == 1 && IN6_IS_ADDR_LOOPBACK(&six);
+}
+
+std::string makeToken() {
+    std::random_device random;
+    std::string token;
+    for (int i = 0; i < 4; ++i) {
+        token += fmt::format("{:08x}", random());
+    }
+    return token;
+}
+
+}  // namespace
+
+bool isLocalHost(const std::string& host, int port) {
+    const bool isBracketed = !host.empty() && host.front() == '[';
+    const std::size_t end = isBracketed ? host.find(']') + 1 : host.find(':');
+    if (isBracketed && end == 0) {
+        return false;
+    }
+    const std::string rest = end < host.size() ? host.substr(end) : "";
+    const std::string name = isBracketed ? host.substr(1, end - 2) : host.substr(0, end);
+    const bool isOwnPort = rest.empty() || rest == fmt::format(":{}", port);
+    const bool isAddress = (name.find(':') != std::string::npos) == isBracketed && isLoopback(name);
+    return isOwnPort && (name == "localhost" || isAddress);
+}
+
+bool isOwnOrigin(const std::string& origin, int port) {
+    constexpr std::string_view SCHEME = "http://";
+    return origin.empty() ||
+           (origin.compare(0, SCHEME.size(), SCHEME) == 0 && isLocalHost(origin.substr(SCHEME.size()), port));
+}
+
+bool isSameSecret(const std::string& one, const std::string& other) {
+    return one.size() == other.size() && CRYPTO_memcmp(one.data(), other.data(), one.size()) == 0;
+}
+
+std::string tokenIn(const std::string& file) {
+    struct stat status = {};
+    if (::lstat(file.c_str(), &status) == 0) {
+        constexpr mode_t OTHERS = 077;
+        if (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid() || (status.st_mode & OTHERS) != 0) {
+            throw Error(fmt::format("{}: not a file of your own that nobody else can read; remove it", file));
+        }
+        return readFile(file);
+    }
+    const int descriptor = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    const std::string token = makeToken();
+    const bool isWritten =
+        descriptor >= 0 && ::write(descriptor, token.data(), token.size()) == static_cast<ssize_t>(token.size());
+    if (!isWritten) {
+        throw Error(kindOfErrno(errno), fmt::format("{}: cannot write: {}", file, std::strerror(errno)));
+    }
+    ::close(descriptor);
+    return token;
+}
+
+}  // namespace sim

@@ -1,0 +1,60 @@
+#include "simulator/web/Lab.h"
+
+#include <fmt/format.h>
+
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+#include "simulator/base/Text.h"
+
+namespace fs = std::filesystem;
+
+namespace sim {
+
+namespace {
+
+bool isTv(const fs::path& folder) {
+    std::error_code error;
+    return fs::is_regular_file(folder / "tv.db", error);
+}
+
+}  // namespace
+
+std::map<std::string, fs::path> Lab::tvs() const {
+    std::map<std::string, fs::path> tvs;
+    if (m_folder.empty()) {
+        if (isTv(m_home)) {
+            tvs[m_home.filename()] = m_home;
+        }
+        return tvs;
+    }
+    for (const fs::path& member : membersOf(m_folder)) {
+        if (isTv(member)) {
+            tvs[member.filename()] = member;
+        }
+    }
+    return tvs;
+}
+
+std::vector<std::string> Lab::names() const {
+    std::vector<std::string> names;
+    for (const auto& [name, home] : tvs()) {
+        names.push_back(name);
+    }
+    return names;
+}
+
+fs::path Lab::homeOf(const std::string& name) const {
+    const std::map<std::string, fs::path> all = tvs();
+    const auto found = all.find(name);
+    if (found == all.end()) {
+        throw Error(Error::Kind::Missing, fmt::format("there is no TV {} here", inQuotes(name)));
+    }
+    return found->second;
+}
+
+fs::path Lab::tokenFile() const {
+    const fs::path beside = m_folder.empty() ? m_home.parent_path() : m_folder;
+    return beside / (m_folder.empty() ? "." + m_home.filename().string() + ".token" : ".halcyon-tv.token");
+}
+
+}  // namespace sim

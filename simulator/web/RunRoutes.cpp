@@ -1,0 +1,86 @@
+// Runs: launching the application, what became of it, and the timeline.
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "simulator/actions/Launch.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Text.h"
+#include "simulator/reports/CloudReport.h"
+#include "simulator/reports/Json.h"
+#include "simulator/tv/Application.h"
+#include "simulator/web/Routes.h"
+
+namespace sim {
+
+namespace {
+
+Json::Value withTimeline(const Tv& tv, const RunReport& report) {
+    Json::Value value = toJson(report);
+    value["timeline"] = toJson(timelineOf(tv, report, {}));
+    return value;
+}
+
+Json::Value listRuns(const Lab& lab, const ApiRequest& request) {
+    const Tv tv(lab.homeOf(request.parts[0]), Database::Access::Look);
+    const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
+    Json::Value value;
+    value["runs"] = Json::Value(Json::arrayValue);
+    for (const Run& run : tv.runs().list()) {
+        value["runs"].append(toJson(reportOn(tv, *store, run)));
+    }
+    return value;
+}
+
+Json::Value showRun(const Lab& lab, const ApiRequest& request) {
+    const Tv tv(lab.homeOf(request.parts[0]), Database::Access::Look);
+    const std::optional<std::int64_t> id = toNumber<std::int64_t>(request.parts[1]);
+    const std::optional<Run> run = id ? tv.runs().find(*id) : std::nullopt;
+    if (!run) {
+        throw Error(Error::Kind::Missing, fmt::format("there is no run {}", inQuotes(request.parts[1])));
+    }
+    return withTimeline(tv, reportOn(tv, *openCloud(lab.cloud()), *run));
+}
+
+bool flag(const Json::Value& body, const char* member) {
+    return body[member].isBool() && body[member].asBool();
+}
+
+RunRequest requestIn(const Json::Value& body, const CloudStore& store) {
+    RunRequest request;
+    const std::string operation = textIn(body, "operation");
+    if (operation != "backup" && operation != "restore") {
+        throw Error(fmt::format("the operation is backup or restore, not {}", inQuotes(operation)));
+    }
+    request.noReply = !flag(body, "reply");
+    request.realtime = flag(body, "realtime");
+    if (operation == "restore") {
+        request.extras = {fmt::format("{}=restore", application::OPERATION),
+                          fmt::format("{}={}", application::SCAN_ACTIVATED, flag(body, "scan") ? 1 : 0)};
+        const std::string backup = textIn(body, "backup", "");
+        request.backup = backup.empty() ? "" : chooseBackup(store, backup).id;
+    }
+    return request;
+}
+
+// The application's output goes nowhere: the log is in the record.
+Json::Value launch(const Lab& lab, const ApiRequest& request) {
+    const std::filesystem::path home = lab.homeOf(request.parts[0]);
+    const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
+    RunRequest wanted = requestIn(request.body, *store);
+    const FolderLock lock = lockTv(home, std::chrono::seconds(0));
+    Tv tv(home);
+    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    wanted.errors = nowhere;
+    const RunReport report = launchAndJudge(wanted, tv, lab.cloud(), *store, lock, &execute);
+    ::close(nowhere);
+    return withTimeline(tv, report);
+}
+
+}  // namespace
+
+std::vector<Route> runRoutes() {
+    return {{"GET", "tvs/*/runs", &listRuns}, {"GET", "tvs/*/runs/*", &showRun}, {"POST", "tvs/*/runs", &launch}};
+}
+
+}  // namespace sim

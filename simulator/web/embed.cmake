@@ -1,0 +1,21 @@
+# Writes the files of FOLDER as a C++ source, so that the program brings its page with it.
+#   cmake -DFOLDER=... -DOUTPUT=... -P embed.cmake
+file(GLOB names RELATIVE ${FOLDER} ${FOLDER}/*)
+set(types_html "text/html; charset=utf-8")
+set(types_css "text/css; charset=utf-8")
+set(types_js "text/javascript; charset=utf-8")
+set(types_svg "image/svg+xml")
+set(source "#include \"simulator/web/Page.h\"\n\nnamespace sim {\n\nconst std::vector<PageFile>& pageFiles() {\n")
+string(APPEND source "    static const std::vector<PageFile> files = {\n")
+foreach(name ${names})
+    string(REGEX REPLACE ".*\\." "" ending ${name})
+    file(READ ${FOLDER}/${name} hex HEX)
+    # In lines of 32 bytes.
+    string(REGEX REPLACE "................................................................" "\\0\"\n         \"" lines "${hex}")
+    string(REGEX REPLACE "([0-9a-f][0-9a-f])" "\\\\x\\1" bytes "${lines}")
+    string(LENGTH "${hex}" digits)
+    math(EXPR size "${digits} / 2")
+    string(APPEND source "        {\"${name}\", \"${types_${ending}}\",\n         std::string_view(\"${bytes}\", ${size})},\n")
+endforeach()
+string(APPEND source "    };\n    return files;\n}\n\n}  // namespace sim\n")
+file(WRITE ${OUTPUT} "${source}")
