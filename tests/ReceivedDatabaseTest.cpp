@@ -53,7 +53,7 @@ TEST_P(ReceivedServices, BringRowsOrNothing) {
         EXPECT_EQ(b.setUp().services, a.setUp().services);
     }
     const Database now(b.home / "service-db/services.db", Database::Access::Look);
-    EXPECT_EQ(now.integer("SELECT count(*) FROM sqlite_schema WHERE type <> 'index'"), 3) << "its own tables alone";
+    EXPECT_EQ(now.integer("SELECT count(*) FROM sqlite_schema WHERE type <> 'index'"), 4) << "its own tables alone";
     EXPECT_EQ(test::tree(b.home / "service-db"), (test::Strings{"ipsrv", "services.db"}));
 }
 
