@@ -19,8 +19,6 @@
 #include "simulator/tv/Application.h"
 #include "simulator/tv/Tv.h"
 
-namespace fs = std::filesystem;
-
 namespace cli {
 
 namespace {

@@ -85,17 +85,22 @@ void saveSnapshot(const fs::path& home, const std::string& name) {
     }
 }
 
-void resetTo(const fs::path& home, const std::string& name) {
+fs::path snapshotPath(const fs::path& home, const std::string& name) {
     const std::vector<std::string> names = snapshotsOf(home);
     if (std::find(names.begin(), names.end(), name) == names.end()) {
         throw Error(Error::Kind::Missing, fmt::format("the TV at {} has no snapshot {}; it has: {}", home.string(),
                                                       inQuotes(name), fmt::join(names, ", ")));
     }
+    return home / SNAPSHOTS / name;
+}
+
+void resetTo(const fs::path& home, const std::string& name) {
+    const fs::path snapshot = snapshotPath(home, name);
     const ScratchFolder scratch(home.parent_path());
     const fs::path built = scratch / "tv";
-    copyTv(home / SNAPSHOTS / name, built);
+    copyTv(snapshot, built);
     makePrivateFolder(built / SNAPSHOTS);
-    for (const std::string& each : names) {
+    for (const std::string& each : snapshotsOf(home)) {
         copyTree(home / SNAPSHOTS / each, built / SNAPSHOTS / each, &share);
     }
     exchange(built, home);

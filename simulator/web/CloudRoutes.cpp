@@ -1,5 +1,6 @@
 // The cloud and bundles: what is there, whether it is whole, how it differs, and what is brought in from elsewhere.
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <openssl/evp.h>
 
 #include "simulator/actions/Import.h"
@@ -29,6 +30,11 @@ std::string inQuery(const ApiRequest& request, const char* name) {
     return found->second;
 }
 
+// CLIENT/CATEGORY/ID.
+std::string pathIn(const ApiRequest& request) {
+    return fmt::format("{}", fmt::join(request.parts, "/"));
+}
+
 Json::Value verified(const Lab& lab, const Bundle& bundle, const std::string& tv) {
     Json::Value value = toJson(bundle);
     value["restore"] =
@@ -38,7 +44,7 @@ Json::Value verified(const Lab& lab, const Bundle& bundle, const std::string& tv
 
 Json::Value showBackup(const Lab& lab, const ApiRequest& request) {
     const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
-    const StoredBackup backup = chooseBackup(*store, request.parts[0]);
+    const StoredBackup backup = chooseBackup(*store, pathIn(request));
     const auto tv = request.query.find("tv");
     Json::Value value = verified(lab, Bundle::of(*store, backup), tv == request.query.end() ? "" : tv->second);
     value["backup"] = toJson(backup);
@@ -47,7 +53,7 @@ Json::Value showBackup(const Lab& lab, const ApiRequest& request) {
 
 Json::Value removeBackup(const Lab& lab, const ApiRequest& request) {
     const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
-    store->remove(chooseBackup(*store, request.parts[0]));
+    store->remove(chooseBackup(*store, pathIn(request)));
     return listBackups(lab, request);
 }
 
@@ -129,9 +135,9 @@ Json::Value import(const Lab& lab, const ApiRequest& request) {
 }  // namespace
 
 std::vector<Route> cloudRoutes() {
-    return {{"GET", "cloud", &listBackups},        {"GET", "cloud/*", &showBackup},
-            {"DELETE", "cloud/*", &removeBackup},  {"GET", "diff", &showDifference},
-            {"POST", "bundles/inspect", &inspect}, {"POST", "bundles/import", &import}};
+    return {{"GET", "cloud", &listBackups},           {"GET", "cloud/*/*/*", &showBackup},
+            {"DELETE", "cloud/*/*/*", &removeBackup}, {"GET", "diff", &showDifference},
+            {"POST", "bundles/inspect", &inspect},    {"POST", "bundles/import", &import}};
 }
 
 }  // namespace sim

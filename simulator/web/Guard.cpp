@@ -72,7 +72,7 @@ std::string tokenIn(const std::string& file) {
         return readFile(file);
     }
     const int descriptor = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    const std::string token = makeToken();
+    std::string token = makeToken();
     const bool isWritten =
         descriptor >= 0 && ::write(descriptor, token.data(), token.size()) == static_cast<ssize_t>(token.size());
     if (!isWritten) {

@@ -3,17 +3,23 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "simulator/actions/Launch.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
 #include "simulator/reports/CloudReport.h"
 #include "simulator/reports/Json.h"
 #include "simulator/tv/Application.h"
+#include "simulator/tv/Snapshot.h"
 #include "simulator/web/Routes.h"
 
 namespace sim {
 
 namespace {
+
+// The snapshot that a restore from the page leaves, so that one sees what it has changed.
+constexpr char BEFORE_RUN[] = "before-run";
 
 Json::Value withTimeline(const Tv& tv, const RunReport& report) {
     Json::Value value = toJson(report);
@@ -40,6 +46,19 @@ Json::Value showRun(const Lab& lab, const ApiRequest& request) {
         throw Error(Error::Kind::Missing, fmt::format("there is no run {}", inQuotes(request.parts[1])));
     }
     return withTimeline(tv, reportOn(tv, *openCloud(lab.cloud()), *run));
+}
+
+// What the last restore from this page has changed; null before the first.
+Json::Value showChanges(const Lab& lab, const ApiRequest& request) {
+    const std::filesystem::path home = lab.homeOf(request.parts[0]);
+    const std::vector<std::string> names = snapshotsOf(home);
+    Json::Value value;
+    value["difference"] = Json::Value();
+    if (std::find(names.begin(), names.end(), BEFORE_RUN) != names.end()) {
+        value["difference"] = toJson(compare(setUpOf(Tv(snapshotPath(home, BEFORE_RUN), Database::Access::Look)),
+                                             setUpOf(Tv(home, Database::Access::Look))));
+    }
+    return value;
 }
 
 bool flag(const Json::Value& body, const char* member) {
@@ -69,6 +88,9 @@ Json::Value launch(const Lab& lab, const ApiRequest& request) {
     const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
     RunRequest wanted = requestIn(request.body, *store);
     const FolderLock lock = lockTv(home, std::chrono::seconds(0));
+    if (request.body["operation"] == "restore") {
+        saveSnapshot(home, BEFORE_RUN);
+    }
     Tv tv(home);
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     wanted.errors = nowhere;
@@ -80,7 +102,10 @@ Json::Value launch(const Lab& lab, const ApiRequest& request) {
 }  // namespace
 
 std::vector<Route> runRoutes() {
-    return {{"GET", "tvs/*/runs", &listRuns}, {"GET", "tvs/*/runs/*", &showRun}, {"POST", "tvs/*/runs", &launch}};
+    return {{"GET", "tvs/*/runs", &listRuns},
+            {"GET", "tvs/*/runs/*", &showRun},
+            {"POST", "tvs/*/runs", &launch},
+            {"GET", "tvs/*/changes", &showChanges}};
 }
 
 }  // namespace sim

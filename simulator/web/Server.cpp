@@ -76,9 +76,10 @@ public:
         : m_lab(lab), m_options(options), m_token(tokenIn(lab.tokenFile())) {
         m_server.new_task_queue = [] { return new httplib::ThreadPool(THREADS); };
         m_server.set_payload_max_length(MOST_BYTES_OF_A_BODY);
+        m_server.set_keep_alive_timeout(1);  // seconds that an end has to wait for an idle connection
         m_server.set_pre_routing_handler(
             [this](const httplib::Request& request, httplib::Response& response) { return guard(request, response); });
-        m_server.set_exception_handler([](const auto&, httplib::Response& response, std::exception_ptr) {
+        m_server.set_exception_handler([](const auto&, httplib::Response& response, const std::exception_ptr&) {
             refuse(response, 500, "the server has failed at this; the terminal that it runs in may say more");
         });
         m_server.set_error_handler([](const httplib::Request&, httplib::Response& response) {
@@ -164,7 +165,7 @@ private:
             if (file.name == name) {
                 response.set_content(
                     m_options.page.empty() ? std::string(file.content) : readFile(m_options.page / name),
-                    std::string(file.type).c_str());
+                    std::string(file.type));
                 return;
             }
         }

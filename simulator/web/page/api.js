@@ -1,0 +1,57 @@
+// The server: what is asked of it, and what it tells by itself. The token came in the address and goes in a header.
+const KEY = "halcyon-token";
+if (location.hash.length > 1) {
+  sessionStorage.setItem(KEY, location.hash.slice(1));
+  history.replaceState(null, "", location.pathname);
+}
+const headers = {"X-Halcyon-Token": sessionStorage.getItem(KEY) ?? ""};
+
+export class Refused extends Error {
+  constructor(status, message) {
+    super(message);
+    this.status = status;
+  }
+}
+
+async function ask(method, path, body) {
+  const response = await fetch("/api/" + path, {
+    method, headers: body ? {...headers, "Content-Type": "application/json"} : headers, body: body && JSON.stringify(body),
+  });
+  const value = await response.json();
+  if (!response.ok) throw new Refused(response.status, value.error);
+  return value;
+}
+
+export const get = (...parts) => ask("GET", parts.map(encodeURIComponent).join("/"));
+export const find = (path, query) => ask("GET", `${path}?${new URLSearchParams(query)}`);
+export const post = (path, body) => ask("POST", path.map(encodeURIComponent).join("/"), body);
+export const remove = (...parts) => ask("DELETE", parts.map(encodeURIComponent).join("/"));
+
+// Calls `on[event](data)` for each event, and `on.state("connected" | "lost" | "refused")`; finds a server that comes back.
+export async function listen(on) {
+  for (let pause = 250; ; pause = Math.min(pause * 2, 2000)) {
+    try {
+      const response = await fetch("/api/events", {headers});
+      if (response.status === 401) return on.state("refused");
+      if (!response.ok) throw new Error(response.statusText);
+      on.state("connected");
+      pause = 250;
+      const reader = response.body.pipeThrough(new TextDecoderStream()).getReader();
+      for (let text = ""; ; ) {
+        const {value, done} = await reader.read();
+        if (done) break;
+        text += value;
+        const blocks = text.split("\n\n");
+        text = blocks.pop();
+        for (const block of blocks) {
+          const event = /^event: (.*)$/m.exec(block)?.[1];
+          if (event) on[event]?.(JSON.parse(/^data: (.*)$/m.exec(block)[1]));
+        }
+      }
+    } catch (error) {
+      if (error instanceof TypeError || error.name === "AbortError") { /* it is gone: try again */ } else console.error(error);
+    }
+    on.state("lost");
+    await new Promise((resolve) => setTimeout(resolve, pause));
+  }
+}

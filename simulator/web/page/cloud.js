@@ -1,0 +1,125 @@
+// The backups, and bundles that are dropped here.
+import {find, get, post, remove} from "./api.js";
+import {attempt, draw, launch, place, state} from "./app.js";
+import {compareWith, differences} from "./compare.js";
+import {ITEMS} from "./run.js";
+import {byId, bytes, command, fill, h, moment, plural, shown} from "./dom.js";
+
+const verified = new Map();  // what verifying found, by backup and what it could depend on
+const MOST_VERIFIED = 12;
+const view = {limit: 6};
+
+const partsOf = (backup) => [backup.clientId, backup.category, backup.id];
+const pathOf = (backup) => partsOf(backup).map(encodeURIComponent).join("/");
+
+async function verify(backup) {
+  const key = pathOf(backup);
+  if (verified.has(key) || backup.damage) return;
+  verified.set(key, null);
+  verified.set(key, await get("cloud", ...partsOf(backup)).catch(() => undefined));
+  drawCloud();
+}
+
+function badge(backup) {
+  if (backup.damage) return h("span", {class: "badge bad"}, "damaged");
+  const found = verified.get(pathOf(backup));
+  if (!found) return h("span", {class: "badge muted"}, "verifying …");
+  if (found.isWhole) return h("span", {class: "badge good"}, "verified");
+  const part = found.parts.find((each) => each.state === "damaged");
+  return h("span", {class: "badge bad"}, `${part?.item ?? "archive"} damaged`);
+}
+
+function open(title, ...content) {
+  const dialog = byId("dialog");
+  fill(dialog, h("div", {class: "head"}, h("h2", {id: "dialog-title"}, title),
+    h("button", {type: "button", onclick: () => dialog.close()}, "Close")), ...content);
+  if (!dialog.open) dialog.showModal();
+}
+
+// A bundle as it was found: what is damaged first.
+export function bundleDetails(bundle) {
+  return [
+    h("div", {class: "answer " + (bundle.isWhole ? "good" : "bad")}, h("p", {class: "headline"}, bundle.isWhole ? "Whole: each byte was read" : "Damaged"),
+      ...bundle.problems.map((problem) => h("p", {}, h("bdi", {}, shown(problem)))),
+      bundle.restore ? h("p", {}, bundle.restore.isPossible ? `${shown(state.tv)} would take it.` : `${shown(state.tv)} would refuse it: ${shown(bundle.restore.why)}`) : null),
+    bundle.channels ? h("p", {class: "note"}, `${plural(bundle.channels.services, "channel")}: ${Object.entries(bundle.channels.byType).map(([kind, count]) => `${count} ${kind}`).join(", ")}`) : null,
+    h("h3", {}, "Entries"),
+    h("table", {class: "entries"}, h("thead", {}, h("tr", {}, ...["entry", "bytes", "CRC-32", ""].map((name) => h("th", {scope: "col"}, name)))),
+      h("tbody", {}, bundle.entries.map((entry) => h("tr", {}, h("th", {scope: "row"}, h("bdi", {}, shown(entry.name))), h("td", {class: "figure"}, entry.bytes.toLocaleString("en")),
+        h("td", {}, h("code", {}, entry.crc32)), h("td", {class: entry.problem ? "bad" : "muted"}, entry.problem ? shown(entry.problem) : "whole"))))),
+    h("h3", {}, "Items"),
+    h("table", {}, h("tbody", {}, bundle.parts.map((part) => h("tr", {}, h("th", {scope: "row"}, ITEMS[part.item]),
+      h("td", {}, h("span", {class: part.state === "damaged" ? "bad" : part.state === "whole" ? "good" : "muted"}, part.state), part.problem ? ` · ${shown(part.problem)}` : ""))))),
+  ];
+}
+
+async function show(backup) {
+  const bundle = await attempt(() => find(`cloud/${pathOf(backup)}`, {tv: state.tv}));
+  if (bundle) open(`Backup ${Number(backup.id)}`, ...bundleDetails(bundle), command(...place(), "bundle", "verify", backup.id));
+}
+
+async function drop(backup) {
+  await attempt(() => remove("cloud", ...partsOf(backup)));
+  byId("dialog").close();
+}
+
+function confirmRemoval(backup) {
+  open(`Remove backup ${Number(backup.id)}?`, h("p", {class: "note"}, "It goes for good; no later backup gets its number."),
+    h("div", {class: "actions"}, h("button", {class: "danger", type: "button", onclick: () => drop(backup)}, "Remove it"),
+      h("button", {type: "button", onclick: () => byId("dialog").close()}, "Keep it")), command(...place(), "cloud", "remove", backup.id));
+}
+
+function card(backup) {
+  const button = (text, key, action) => h("button", {class: "quiet", type: "button", disabled: Boolean(state.busy), "data-key": `${key}-${backup.id}`,
+    "aria-label": `${text} backup ${Number(backup.id)}`, onclick: action}, text);
+  return h("li", {class: "backup"}, h("strong", {}, String(Number(backup.id))),
+    h("div", {}, h("p", {}, backup.damage ? h("span", {class: "bad"}, shown(backup.damage)) : `${moment(backup.time)} · from ${shown(backup.set || "an unknown set")}`),
+      h("p", {class: "muted"}, `${backup.services === null ? "?" : plural(backup.services, "channel")} · antenna ${backup.antenna} · ${bytes(backup.bytes)}`),
+      backup.damage ? null : h("div", {class: "buttons"}, button("Restore", "restore", () => launch({operation: "restore", reply: true, scan: state.status.isScanning, backup: partsOf(backup).join("/")})),
+        button("Show", "show", () => show(backup)), button("Compare", "compare", () => compareWith(`backup:${partsOf(backup).join("/")}`)), button("Remove", "remove", () => confirmRemoval(backup)))),
+    badge(backup));
+}
+
+function base64(buffer) {
+  let binary = "";
+  const bytesOf = new Uint8Array(buffer);
+  for (let i = 0; i < bytesOf.length; i += 0x8000) binary += String.fromCharCode(...bytesOf.subarray(i, i + 0x8000));
+  return btoa(binary);
+}
+
+async function inspect(file) {
+  const sent = {name: file.name, tv: state.tv, zip: base64(await file.arrayBuffer())};
+  const bundle = await attempt(() => post(["bundles", "inspect"], sent));
+  if (!bundle) return;
+  const bringIn = async () => {
+    const made = await attempt(() => post(["bundles", "import"], sent));
+    if (made) byId("dialog").close();
+  };
+  open(shown(file.name), ...bundleDetails(bundle), h("h3", {}, `Against ${shown(state.tv)}`), ...differences(bundle.difference),
+    h("div", {class: "actions"}, h("button", {class: "primary", type: "button", onclick: bringIn}, "Import it into the cloud")),
+    command(...place(), "cloud", "import", file.name));
+}
+
+function dropZone() {
+  const input = h("input", {type: "file", accept: ".zip", class: "unseen", id: "file", onchange: () => { if (input.files[0]) inspect(input.files[0]); }});
+  return h("div", {class: "drop"}, input, h("label", {for: "file"}, "Drop a bundle here, or choose one: it is looked into first"));
+}
+
+for (const event of ["dragover", "drop"]) {
+  byId("cloud").addEventListener(event, (it) => {
+    it.preventDefault();
+    if (event === "drop" && it.dataTransfer.files[0] && state.tv) inspect(it.dataTransfer.files[0]);
+  });
+}
+
+export function drawCloud() {
+  const title = h("h2", {id: "cloud-title"}, "Cloud");
+  if (!state.backups) return fill(byId("cloud"), title, h("p", {class: "empty"}, "Reading the cloud …"));
+  const newest = [...state.backups].reverse();
+  newest.slice(0, Math.min(view.limit, MOST_VERIFIED)).forEach(verify);
+  return fill(byId("cloud"), h("div", {class: "head"}, title, h("span", {class: "muted"}, plural(newest.length, "backup"))),
+    newest.length ? h("ul", {class: "backups"}, newest.slice(0, view.limit).map(card))
+      : h("p", {class: "empty"}, "No backup yet. Back a TV up, or drop a customer's bundle here."),
+    newest.length > view.limit ? h("button", {class: "quiet more", type: "button", "data-key": "more", onclick: () => { view.limit += 20; draw(); }}, `Show ${Math.min(20, newest.length - view.limit)} more`) : null,
+    state.tv ? dropZone() : null);
+}

@@ -1,0 +1,182 @@
+// The TV as its owner sees it, and what can be set on it.
+import {post} from "./api.js";
+import {attempt, draw, launch, place, refreshTv, state} from "./app.js";
+import {byId, command, fill, h, plural, shown} from "./dom.js";
+
+const ROW = 28;  // pixels; the style sheet says the same
+const [ID, NUMBER, NAME, KIND, GROUP, PROVIDER, IDENTITY] = [0, 1, 2, 3, 4, 5, 6];
+const view = {search: "", top: 0, active: 0, rows: [], key: ""};
+
+const collator = new Intl.Collator("en", {sensitivity: "base"});
+
+// The marks of what the last run changed, by identity.
+function marksOf(changes) {
+  const marks = new Map();
+  for (const kind of ["added", "renamed", "changed", "moved", "renumbered"]) {
+    for (const each of changes?.services[kind] ?? []) marks.set((each.other ?? each).identity, kind);
+  }
+  return marks;
+}
+
+// The channels of the category in its order; those that are gone stand where they were.
+function rowsOf() {
+  const {viewing} = state.status;
+  let rows = state.channels;
+  if (viewing.category.code === 2) {
+    const groups = [...new Set(rows.map((row) => row[GROUP]))].filter(Boolean);
+    rows = rows.filter((row) => row[GROUP] === groups[viewing.categoryParam - 1]);
+  }
+  if (state.marks && state.changes) {
+    rows = rows.concat(state.changes.services.removed.map((s) => [s.id, s.number, s.name, s.type === "tv" ? "television" : s.type,
+      s.group, s.provider, s.identity, "gone"]));
+  }
+  const key = {1: NAME, 2: PROVIDER}[viewing.sort.code];
+  rows = [...rows].sort((a, b) => (key ? collator.compare(a[key], b[key]) : 0) || a[NUMBER] - b[NUMBER]);
+  const wanted = view.search.trim().toLowerCase();
+  return wanted ? rows.filter((row) => `${row[NUMBER]} ${row[NAME]} ${row[PROVIDER]}`.toLowerCase().includes(wanted)) : rows;
+}
+
+function categoryName({category, categoryParam}) {
+  if (category.code === 1) return `Favourites ${categoryParam} · ${state.status.favourites[categoryParam - 1] ?? ""}`;
+  if (category.code === 2) return [...new Set(state.channels.map((row) => row[GROUP]))].filter(Boolean)[categoryParam - 1] ?? "group";
+  return "All channels";
+}
+
+async function setValue(name, value) {
+  await attempt(() => post(["tvs", state.tv, "set"], {name, value: String(value)}));
+  await attempt(() => refreshTv({channels: false}));
+  view.said = ["set", name, String(value)];
+  draw();
+}
+
+function drawRows(list) {
+  const first = Math.max(0, Math.floor(list.scrollTop / ROW) - 4);
+  const last = Math.min(view.rows.length, first + Math.ceil((list.clientHeight || 320) / ROW) + 8);
+  const marks = state.marks ? marksOf(state.changes) : new Map();
+  const items = list.firstElementChild;
+  items.style.height = `${view.rows.length * ROW}px`;
+  items.replaceChildren(...view.rows.slice(first, last).map((row, i) => {
+    const index = first + i;
+    const mark = row[7] ?? marks.get(row[IDENTITY]) ?? "";
+    const element = h("li", {
+      id: `row-${index}`, role: "option", class: [mark, row[ID] === state.status.viewing.serviceId && !row[7] ? "on" : "",
+        index === view.active ? "active" : ""].join(" "),
+      "aria-selected": String(row[ID] === state.status.viewing.serviceId), "aria-setsize": view.rows.length, "aria-posinset": index + 1,
+      onclick: () => { view.active = index; if (!row[7]) setValue("service", row[ID]); },
+    }, h("span", {class: "number"}, String(row[NUMBER])), h("bdi", {class: "name"}, shown(row[NAME])),
+    h("span", {class: "kind"}, mark ? `${row[KIND]} · ${mark}` : row[KIND]));
+    element.style.top = `${index * ROW}px`;
+    return element;
+  }));
+  list.setAttribute("aria-activedescendant", `row-${view.active}`);
+}
+
+function keyOn(list, event) {
+  const step = {ArrowDown: 1, ArrowUp: -1, PageDown: 9, PageUp: -9, Home: -Infinity, End: Infinity}[event.key];
+  if (step) {
+    view.active = Math.min(Math.max(view.active + step, 0), view.rows.length - 1);
+    const top = view.active * ROW;
+    if (top < list.scrollTop) list.scrollTop = top;
+    if (top + ROW > list.scrollTop + list.clientHeight) list.scrollTop = top + ROW - list.clientHeight;
+    drawRows(list);
+  } else if (event.key === "Enter" && view.rows[view.active] && !view.rows[view.active][7]) {
+    setValue("service", view.rows[view.active][ID]);
+  } else {
+    return;
+  }
+  event.preventDefault();
+}
+
+function screen() {
+  const {status} = state;
+  const {viewing} = status;
+  const key = [state.tv, viewing.category.code, viewing.categoryParam, viewing.sort.code].join();
+  view.rows = rowsOf();
+  if (key !== view.key) {
+    view.active = Math.max(0, view.rows.findIndex((row) => row[ID] === viewing.serviceId));
+    view.top = Math.max(0, view.active - 4) * ROW;
+    view.key = key;
+  }
+  const list = h("div", {class: "rows", role: "listbox", tabindex: 0, "aria-label": "Channels", "data-key": "rows",
+    onscroll: () => { view.top = list.scrollTop; drawRows(list); }, onkeydown: (event) => keyOn(list, event)}, h("ul", {role: "presentation"}));
+  const watching = status.watching;
+  return [h("div", {class: "screen"},
+    h("div", {class: "panel"}, h("p", {class: "panel-head"}, h("span", {}, shown(categoryName(viewing))),
+      h("span", {}, plural(view.rows.length, "channel"))), list),
+    h("div", {class: "banner"},
+      h("p", {class: "on-air"}, watching ? h("bdi", {}, `${watching.number} ${shown(watching.name)}`) : "No such channel"),
+      h("p", {}, watching ? shown(`${watching.source} · ${(watching.frequencyHz / 1e6).toLocaleString("en")} MHz`)
+        : `The list has no service ${viewing.serviceId}`),
+      h("dl", {}, ...[["mode", `${viewing.antennaMode.name}, ${viewing.serviceMode.name}`], ["source", viewing.source.name],
+        ["antenna", status.antenna.map((input) => input.name).join(", ") || "none"], ["scan", status.isScanning ? "running" : "off"]]
+        .flatMap(([term, text]) => [h("dt", {}, term), h("dd", {}, text)])))), list];
+}
+
+function select(label, name, options, current, make) {
+  return h("label", {}, label, h("select", {"data-key": name, onchange: (event) => setValue(name, make(event.target.value))},
+    options.map(([value, text]) => h("option", {value, selected: String(value) === String(current)}, text))));
+}
+
+function settings() {
+  const {viewing, favourites, antenna, isScanning} = state.status;
+  const groups = [...new Set(state.channels.map((row) => row[GROUP]))].filter(Boolean);
+  const inputs = ["terrestrial", "cable", "satellite", "second satellite", "combined"];
+  const connected = new Set(antenna.map((input) => input.code));
+  const sort = viewing.sort.code;
+  const kinds = [["0/0", "all channels"], ...favourites.map((name, i) => [`1/${i + 1}`, `favourites ${i + 1} · ${shown(name)}`]),
+    ...groups.map((name, i) => [`2/${i + 1}`, `group · ${shown(name)}`])];
+  const category = `${viewing.category.code}/${viewing.categoryParam}`;
+  return h("details", {open: view.isOpen, ontoggle: (event) => { view.isOpen = event.target.open; }}, h("summary", {}, "Set up this TV"),
+    h("div", {class: "form"},
+      select("Antenna mode", "mode", [[0, "terrestrial"], [1, "cable"], [2, "satellite"]], viewing.antennaMode.code, (v) => `${v}/${viewing.serviceMode.code}`),
+      select("Services", "mode", [[0, "all"], [1, "television"], [2, "radio"]], viewing.serviceMode.code, (v) => `${viewing.antennaMode.code}/${v}`),
+      select("Category", "category", kinds, category, (v) => `${v}/${sort}`),
+      select("Sorted by", "category", [[0, "number"], [1, "name"], [2, "provider"]], sort, (v) => `${category}/${v}`),
+      h("fieldset", {}, h("legend", {}, "Antenna inputs"), inputs.map((name, code) => h("label", {class: "check"},
+        h("input", {type: "checkbox", "data-key": "antenna-" + code, checked: connected.has(code), onchange: (event) => {
+          if (event.target.checked) connected.add(code); else connected.delete(code);
+          setValue("antenna", [...connected].sort().join(","));
+        }}), name))),
+      h("label", {class: "check row"}, h("input", {type: "checkbox", "data-key": "scan", checked: isScanning,
+        onchange: (event) => setValue("scan", event.target.checked ? "on" : "off")}), "a channel scan is running"),
+      favourites.map((name, i) => h("label", {}, `Favourites ${i + 1}`, h("input", {value: name, "data-key": "favourite-" + i, maxLength: 200,
+        onchange: (event) => setValue(`favname${i + 1}`, event.target.value)})))),
+    view.said ? command(...place(), ...view.said) : null);
+}
+
+function actions() {
+  const request = (operation) => ({operation, reply: view.reply !== false, scan: state.status.isScanning});
+  const isBusy = Boolean(state.busy);
+  return h("div", {class: "actions"},
+    h("button", {class: "primary", type: "button", disabled: isBusy, "data-key": "backup", onclick: () => launch(request("backup"))}, "Back up"),
+    h("button", {type: "button", disabled: isBusy || !state.backups?.length, "data-key": "restore", onclick: () => launch(request("restore"))}, "Restore newest"),
+    h("label", {class: "check"}, h("input", {type: "checkbox", checked: view.reply !== false, "data-key": "reply",
+      onchange: (event) => { view.reply = event.target.checked; }}), "reply"),
+    h("label", {class: "check"}, h("input", {type: "checkbox", checked: state.marks, "data-key": "marks",
+      onchange: (event) => { state.marks = event.target.checked; draw(); }}), "mark what the last run changed"),
+    command(...place(), "run", "operation=restore", state.status.isScanning ? "scan_activated=1" : ""));
+}
+
+export function drawTv() {
+  const card = byId("tv");
+  const title = h("h2", {id: "tv-title"}, state.tv ? `${shown(state.tv)} as its owner sees it` : "No TV yet");
+  if (!state.tv) {
+    const loading = state.connection === "connecting";
+    return fill(card, title, h("p", {class: "empty"}, loading ? "Looking for TVs …" : "There is no TV here. Make one:"),
+      loading ? null : command("init", "--channels", "FILE"));
+  }
+  if (!state.status || !state.channels) {
+    return fill(card, title, h("div", {class: "screen loading"}, h("p", {}, "Reading the TV …")));
+  }
+  const [element, list] = screen();
+  const search = h("input", {type: "search", placeholder: "Search channels", "aria-label": "Search channels", "data-key": "search",
+    value: view.search, oninput: (event) => {
+      view.search = event.target.value;
+      view.active = 0;
+      view.top = 0;
+      drawTv();
+    }});
+  fill(card, h("div", {class: "head"}, title, search), element, actions(), settings());
+  list.scrollTop = view.top;
+  drawRows(list);
+}

@@ -1,0 +1,113 @@
+"""A lab of simulated TVs with its page, in a real browser."""
+import subprocess
+
+from selenium import webdriver
+from selenium.common.exceptions import StaleElementReferenceException
+from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.by import By
+from selenium.webdriver.support.ui import WebDriverWait
+
+from halcyon import DATA, Story, Tv
+
+WAIT = 20  # seconds at most for a condition
+
+
+def start_browser(scheme="dark", width=1280, height=800):
+    options = webdriver.ChromeOptions()
+    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--hide-scrollbars"):
+        options.add_argument(argument)
+    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+    browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+    # The size of the page, not of the window around it.
+    browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                            {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False})
+    browser.execute_cdp_cmd("Emulation.setEmulatedMedia",
+                            {"features": [{"name": "prefers-color-scheme", "value": scheme}]})
+    return browser
+
+
+class Lab(Story):
+    """TV a with a list of its own, TV b fresh from the factory, and a server of both."""
+
+    def setUp(self):
+        super().setUp()
+        (self.folder / "lab").mkdir()
+        self.a = self.make("a", DATA / "channels.conf")
+        self.b = self.make("b", DATA / "factory.conf")
+        self.port = 0
+        self.serve()
+
+    def make(self, name, channels):
+        return Tv(self.folder, "lab/" + name, channels=channels, serial=name.upper())
+
+    def serve(self):
+        """Starts the server; the second time at the address that it had."""
+        self.server = subprocess.Popen(["halcyon-tv", "serve", "--lab", "lab", "--cloud", "cloud", "--port", str(self.port)],
+                                       cwd=self.folder, text=True, stdout=subprocess.PIPE)
+        self.addCleanup(self.stop)
+        self.address = self.server.stdout.readline().strip()
+        self.origin, self.token = self.address.split("/#")
+        self.port = int(self.origin.rsplit(":", 1)[1])
+
+    def stop(self):
+        if self.server.poll() is None:
+            self.server.terminate()
+            self.server.communicate(timeout=WAIT)
+
+
+class Page(Lab):
+    """With the page open in a browser, which is started once for all tests."""
+    browser = None
+
+    @classmethod
+    def setUpClass(cls):
+        cls.browser = start_browser()
+        cls.addClassCleanup(cls.browser.quit)
+
+    def setUp(self):
+        super().setUp()
+        self.browser.get("about:blank")
+        self.browser.get(self.address)
+        self.choose("b")
+
+    def until(self, condition, message=""):
+        wait = WebDriverWait(self.browser, WAIT, poll_frequency=0.05, ignored_exceptions=[StaleElementReferenceException])
+        return wait.until(lambda _: condition(), message)
+
+    def all(self, selector):
+        return self.browser.find_elements(By.CSS_SELECTOR, selector)
+
+    def text(self, selector):
+        return self.browser.execute_script("return document.querySelector(arguments[0])?.innerText ?? ''", selector)
+
+    def until_text(self, selector, text):
+        self.until(lambda: text in self.text(selector), f"no {text!r} in {selector}: {self.text(selector)!r}")
+
+    def click(self, selector):
+        def clicked():
+            found = [element for element in self.all(selector) if element.is_displayed() and element.is_enabled()]
+            if found:
+                found[0].click()
+            return bool(found)
+        self.until(clicked, f"nothing to click at {selector}")
+
+    def type(self, selector, text):
+        self.until(lambda: self.all(selector))
+        self.all(selector)[0].send_keys(text)
+
+    def choose(self, tv):
+        self.click(f"[data-key='tv-{tv}']")
+        self.until_text("#tv-title", f"{tv} as its owner sees it")
+        self.until(lambda: self.all("#tv .rows li"))
+
+    def channels(self):
+        return [line for line in self.text("#tv .rows").splitlines() if line]
+
+    def launch(self, operation):
+        self.click(f"[data-key='{operation}']")
+
+    def problems(self):
+        """What the browser complains of, but for what a server that has gone brings."""
+        return [entry["message"] for entry in self.browser.get_log("browser")
+                if "ERR_CONNECTION" not in entry["message"] and "ERR_INCOMPLETE" not in entry["message"]
+                and "the server responded with a status of 4" not in entry["message"]]
