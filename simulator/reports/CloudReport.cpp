@@ -66,7 +66,8 @@ Prospect prospectOf(const Bundle& bundle, const Tv& tv) {
     if (!bundle.metadataText()) {
         prospect.cause = Cause::Other;
         prospect.why =
-            "the bundle's metadata is not known; give it with --metadata, or import the bundle without: it gets some that fits the TV";
+            "the bundle's metadata is not known; give it with --metadata, or import the bundle without: it gets some "
+            "that fits the TV";
     } else if (const std::optional<Reason> reason = incompatibility(bundle.metadata(), tv.antenna())) {
         prospect.cause = reason->cause;
         prospect.why = reason->why;
