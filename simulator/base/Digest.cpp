@@ -5,6 +5,9 @@
 #include <openssl/evp.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 
 #include "simulator/base/Error.h"
 
@@ -28,11 +31,15 @@ Digest::Digest() : m_context(EVP_MD_CTX_new()) {
     require(EVP_DigestInit_ex(m_context.get(), EVP_sha256(), nullptr));
 }
 
+Digest& Digest::addBytes(std::string_view bytes) {
+    require(EVP_DigestUpdate(m_context.get(), bytes.data(), bytes.size()));
+    return *this;
+}
+
 Digest& Digest::add(std::string_view text) {
     const std::uint64_t size = text.size();
     require(EVP_DigestUpdate(m_context.get(), &size, sizeof size));
-    require(EVP_DigestUpdate(m_context.get(), text.data(), text.size()));
-    return *this;
+    return addBytes(text);
 }
 
 std::string Digest::hex() {
@@ -40,6 +47,19 @@ std::string Digest::hex() {
     unsigned int size = 0;
     require(EVP_DigestFinal_ex(m_context.get(), bytes.data(), &size));
     return fmt::format("{:02x}", fmt::join(bytes.begin(), bytes.begin() + size, ""));
+}
+
+std::string digestOf(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    std::array<char, 65536> buffer;
+    Digest digest;
+    while (stream.read(buffer.data(), buffer.size()) || stream.gcount() > 0) {
+        digest.addBytes({buffer.data(), static_cast<std::size_t>(stream.gcount())});
+    }
+    if (!stream.eof()) {
+        throw Error(kindOfErrno(errno), fmt::format("{}: cannot read: {}", file.string(), std::strerror(errno)));
+    }
+    return digest.hex();
 }
 
 }  // namespace sim

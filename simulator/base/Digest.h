@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -13,6 +14,9 @@ namespace sim {
 class Digest {
 public:
     Digest();
+
+    // Adds bytes as they are.
+    Digest& addBytes(std::string_view bytes);
 
     // Adds a text with its length, so that ("a", "bc") and ("ab", "c") differ.
     Digest& add(std::string_view text);
@@ -26,5 +30,8 @@ private:
     };
     std::unique_ptr<evp_md_ctx_st, Free> m_context;
 };
+
+// SHA-256 of a file's bytes, in hexadecimal digits. Throws Error where it cannot be read.
+std::string digestOf(const std::filesystem::path& file);
 
 }  // namespace sim

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <set>
 
+#include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
@@ -242,7 +243,7 @@ void Bundle::readCi(const fs::path& file) {
                 damaged(fmt::format("{} is no file directly in {}", inQuotes(entry.name), prefix));
             }
             extractEntry(file, entry.name, *m_scratch / "ci");
-            m_ci[name] = readFile(*m_scratch / "ci");
+            m_ci[name] = digestOf(*m_scratch / "ci");
         });
     }
 }

@@ -60,7 +60,7 @@ public:
     // The others, where their parts are whole.
     const std::string& favourite(int list) const { return m_favourites[static_cast<std::size_t>(list - 1)]; }
     const IssDb::Entries& iss() const { return m_iss; }
-    const CiModule::Files& ci() const { return m_ci; }
+    const CiModule::Digests& ci() const { return m_ci; }
 
     // All that is whole.
     SetUp setUp() const;
@@ -82,7 +82,7 @@ private:
     Metadata m_metadata;
     std::vector<std::string> m_favourites;
     IssDb::Entries m_iss;
-    CiModule::Files m_ci;
+    CiModule::Digests m_ci;
 };
 
 }  // namespace sim

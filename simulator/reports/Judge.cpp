@@ -96,7 +96,7 @@ std::string howItDiffers(const Evidence& evidence, Item item) {
         case Item::Iss:
             return howMapsDiffer(bundle.iss(), tv.issDb().entries(), false);
         case Item::Ci:
-            return howMapsDiffer(bundle.ci(), tv.ciModule().files(), evidence.isRestore());
+            return howMapsDiffer(bundle.ci(), tv.ciModule().digests(), evidence.isRestore());
         case Item::Viewing: {
             const Viewing now = tv.viewing();
             if (evidence.isRestore()) {

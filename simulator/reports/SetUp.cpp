@@ -10,7 +10,7 @@ bool operator==(const SetUp& one, const SetUp& other) {
 }
 
 SetUp setUpOf(const Tv& tv) {
-    SetUp setUp{tv.serviceDb().services(), {}, tv.issDb().entries(), tv.ciModule().files(), tv.viewing(),
+    SetUp setUp{tv.serviceDb().services(), {}, tv.issDb().entries(), tv.ciModule().digests(), tv.viewing(),
                 tv.serviceDb().headers(),  {}};
     for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
         setUp.favourites.push_back(tv.settings().favouriteName(list));

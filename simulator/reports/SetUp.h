@@ -13,7 +13,7 @@ struct SetUp {
     std::vector<Service> services;        // in the order of their numbers
     std::vector<std::string> favourites;  // the lists' names
     IssDb::Entries iss;
-    CiModule::Files ci;
+    CiModule::Digests ci;
     Viewing viewing;
     std::vector<ListHeader> headers;      // of the channel list, for who writes it; not compared
     std::map<Item, std::string> lacking;  // items that are not in it, or cannot be read: why; empty for a TV's own

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 
@@ -22,6 +23,14 @@ CiModule::Files CiModule::files() const {
         files.emplace(fs::path(path).filename(), readFile(path));
     }
     return files;
+}
+
+CiModule::Digests CiModule::digests() const {
+    Digests digests;
+    for (const std::string& path : paths()) {
+        digests.emplace(fs::path(path).filename(), digestOf(path));
+    }
+    return digests;
 }
 
 std::list<std::string> CiModule::paths() const {

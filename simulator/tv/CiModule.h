@@ -10,13 +10,15 @@ namespace sim {
 
 class CiModule {
 public:
-    using Files = std::map<std::string, std::string>;  // content by name
+    using Files = std::map<std::string, std::string>;    // content by name
+    using Digests = std::map<std::string, std::string>;  // SHA-256 by name: a file may be large
 
     explicit CiModule(std::filesystem::path folder) : m_folder(std::move(folder)) {}
 
     // These throw on failure.
     void create(const Files& files) const;
     Files files() const;
+    Digests digests() const;
     std::list<std::string> paths() const;  // absolute, in the order of their names
 
     // Takes the files over, in place of those of the same names; the others stay. False: one of the paths is no regular

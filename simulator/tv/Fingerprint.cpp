@@ -54,7 +54,7 @@ Fingerprints fingerprintsOf(const Tv& tv) {
         take(favouriteItem(list), [&] { return Digest().add(tv.settings().favouriteName(list)).hex(); });
     }
     take(Item::Iss, [&] { return ofMap(tv.issDb().entries()); });
-    take(Item::Ci, [&] { return ofMap(tv.ciModule().files()); });
+    take(Item::Ci, [&] { return ofMap(tv.ciModule().digests()); });
     take(Item::Viewing, [&] { return ofViewing(tv.viewing()); });
     take(Item::IpServices, [&] { return Digest().add(tv.serviceDb().ipServices()).hex(); });
     return fingerprints;
