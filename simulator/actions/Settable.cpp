@@ -145,7 +145,10 @@ const std::vector<Settable>& settables() {
             {"service", "id", &setService},
             {"source", "0 to 4", &setSource},
             {"category", "CODE/PARAM/SORT", &setCategory},
-            {"antenna", "status codes separated by commas, 0 to 4 are known", &setAntenna},
+            {"antenna",
+             "connected inputs separated by commas: 0 terrestrial, 1 cable, 2 satellite, 3 second satellite, 4 "
+             "combined",
+             &setAntenna},
             {"scan", "on or off", &setScan},
             {"now", "a time such as 2026-01-31T18:00:00Z at which the clock stands, or running", &setNow},
         };

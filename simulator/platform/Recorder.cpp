@@ -27,7 +27,9 @@ void Recorder::launched(const std::string& operation, bool replyRequested) {
     m_run.operation = operation;
     m_run.replyRequested = replyRequested;
     save();
-    attempt([&] { m_runs.addBefore(m_run.id, fingerprintsOf(m_tv)); });
+    if (operation == "restore") {
+        attempt([&] { m_runs.addBefore(m_run.id, fingerprintsOf(m_tv)); });
+    }
 }
 
 void Recorder::replied(int result) {

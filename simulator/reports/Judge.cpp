@@ -45,10 +45,10 @@ struct Evidence {
 // --- items ---
 
 std::string howServicesDiffer(const ServiceDb& bundle, const ServiceDb& tv) {
-    const ServiceDifference difference = compareServices(bundle.services(), tv.services());
-    if (difference.isSame()) {
-        return "";
+    if (fingerprintOf(bundle) == fingerprintOf(tv)) {
+        return "";  // a list may be too long to be held twice
     }
+    const ServiceDifference difference = compareServices(bundle.services(), tv.services());
     std::string text = fmt::format("{} in the backup, {} in the TV", difference.ones, difference.others);
     for (const auto& [count, what] :
          {std::pair(difference.removed.size(), "missing"), std::pair(difference.added.size(), "more"),
@@ -157,7 +157,7 @@ std::vector<ItemVerdict> judgeItems(const Evidence& evidence) {
         return items;  // nothing was handed over, or not what was asked for
     }
     const Fingerprints before = evidence.tv.runs().before(evidence.run.id);
-    const Fingerprints now = fingerprintsOf(evidence.tv);
+    const Fingerprints now = evidence.isRestore() ? fingerprintsOf(evidence.tv) : Fingerprints();
     for (const Name<Item>& each : NAMES<Item>) {
         const Item item = each.value;
         const auto was = before.find(item);

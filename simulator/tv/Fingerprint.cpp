@@ -1,6 +1,8 @@
 #include "simulator/tv/Fingerprint.h"
 
-#include <tuple>
+#include <fmt/format.h>
+
+#include <iterator>
 
 #include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
@@ -10,16 +12,6 @@
 namespace sim {
 
 namespace {
-
-std::string ofServices(const Tv& tv) {
-    Digest digest;
-    tv.serviceDb().forEach([&](const Service& service) {
-        for (const ServiceColumn& column : SERVICE_COLUMNS) {
-            digest.add(column.valueOf(service));
-        }
-    });
-    return digest.hex();
-}
 
 template <typename Map>
 std::string ofMap(const Map& map) {
@@ -41,6 +33,23 @@ std::string ofViewing(const Viewing& viewing) {
 
 }  // namespace
 
+std::string fingerprintOf(const ServiceDb& services) {
+    Digest digest;
+    std::string row;
+    services.forEach([&](const Service& s) {
+        row.clear();
+        for (const std::string* text :
+             {&s.identity, &s.name, &s.shortName, &s.provider, &s.type, &s.groupName, &s.source, &s.parameters,
+              &s.videoPid, &s.audioPids, &s.textPids, &s.conditionalAccess}) {
+            row.append(*text).push_back('\0');
+        }
+        fmt::format_to(std::back_inserter(row), "{} {} {} {} {} {} {} {} {}", s.id, s.number, s.group, s.frequency,
+                       s.symbolRate, s.sid, s.nid, s.tid, s.rid);
+        digest.add(row);
+    });
+    return digest.hex();
+}
+
 Fingerprints fingerprintsOf(const Tv& tv) {
     Fingerprints fingerprints;
     const auto take = [&](Item item, auto read) {
@@ -49,7 +58,7 @@ Fingerprints fingerprintsOf(const Tv& tv) {
         } catch (const Error&) {  // has none
         }
     };
-    take(Item::Channels, [&] { return ofServices(tv); });
+    take(Item::Channels, [&] { return fingerprintOf(tv.serviceDb()); });
     for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
         take(favouriteItem(list), [&] { return Digest().add(tv.settings().favouriteName(list)).hex(); });
     }

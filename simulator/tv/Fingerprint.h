@@ -8,11 +8,15 @@
 
 namespace sim {
 
+class ServiceDb;
 class Tv;
 
 // SHA-256 by item; an item that cannot be read has none.
 using Fingerprints = std::map<Item, std::string>;
 
 Fingerprints fingerprintsOf(const Tv& tv);
+
+// Of all services of a channel database, in each column. Throws Error where it cannot be read.
+std::string fingerprintOf(const ServiceDb& services);
 
 }  // namespace sim

@@ -2,8 +2,8 @@
 import {find, get, post, remove} from "./api.js";
 import {attempt, draw, launch, place, state} from "./app.js";
 import {compareWith, differences} from "./compare.js";
+import {action, byId, bytes, command, fill, following, h, moment, plural, shown} from "./dom.js";
 import {ITEMS} from "./run.js";
-import {byId, bytes, command, fill, h, moment, plural, shown} from "./dom.js";
 
 const verified = new Map();  // what verifying found, by backup and what it could depend on
 const MOST_VERIFIED = 12;
@@ -70,13 +70,15 @@ function confirmRemoval(backup) {
 }
 
 function card(backup) {
-  const button = (text, key, action) => h("button", {class: "quiet", type: "button", disabled: Boolean(state.busy), "data-key": `${key}-${backup.id}`,
-    "aria-label": `${text} backup ${Number(backup.id)}`, onclick: action}, text);
+  const button = (text, key, act, ...words) => action(text, {class: "quiet", disabled: Boolean(state.busy), "data-key": `${key}-${backup.id}`,
+    "aria-label": `${text} backup ${Number(backup.id)}`, onclick: act}, () => [...place(), ...words]);
   return h("li", {class: "backup"}, h("strong", {}, String(Number(backup.id))),
     h("div", {}, h("p", {}, backup.damage ? h("span", {class: "bad"}, shown(backup.damage)) : `${moment(backup.time)} · from ${shown(backup.set || "an unknown set")}`),
       h("p", {class: "muted"}, `${backup.services === null ? "?" : plural(backup.services, "channel")} · antenna ${backup.antenna} · ${bytes(backup.bytes)}`),
-      backup.damage ? null : h("div", {class: "buttons"}, button("Restore", "restore", () => launch({operation: "restore", reply: true, scan: state.status.isScanning, backup: partsOf(backup).join("/")})),
-        button("Show", "show", () => show(backup)), button("Compare", "compare", () => compareWith(`backup:${partsOf(backup).join("/")}`)), button("Remove", "remove", () => confirmRemoval(backup)))),
+      backup.damage ? null : h("div", {class: "buttons"}, button("Restore", "restore", () => launch({operation: "restore", reply: true, scan: state.status.isScanning, backup: partsOf(backup).join("/")}), "run", "operation=restore", "--backup", backup.id),
+        button("Show", "show", () => show(backup), "bundle", "verify", backup.id),
+        button("Compare", "compare", () => compareWith(`backup:${partsOf(backup).join("/")}`), "diff", backup.id),
+        button("Remove", "remove", () => confirmRemoval(backup), "cloud", "remove", backup.id))),
     badge(backup));
 }
 
@@ -121,5 +123,5 @@ export function drawCloud() {
     newest.length ? h("ul", {class: "backups"}, newest.slice(0, view.limit).map(card))
       : h("p", {class: "empty"}, "No backup yet. Back a TV up, or drop a customer's bundle here."),
     newest.length > view.limit ? h("button", {class: "quiet more", type: "button", "data-key": "more", onclick: () => { view.limit += 20; draw(); }}, `Show ${Math.min(20, newest.length - view.limit)} more`) : null,
-    state.tv ? dropZone() : null);
+    state.tv ? dropZone() : null, state.tv ? following([...place(), "cloud", "list"]) : null);
 }

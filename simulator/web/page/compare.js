@@ -1,8 +1,8 @@
 // Before and after: how two channel set-ups differ, service by service.
 import {find} from "./api.js";
 import {attempt, homeOf, state} from "./app.js";
-import {ITEMS} from "./run.js";
 import {byId, command, fill, h, plural, shown} from "./dom.js";
+import {ITEMS} from "./run.js";
 
 const KINDS = [["removed", "−", "bad"], ["added", "+", "good"], ["renamed", "=", "part"], ["changed", "~", "part"], ["moved", "›", "part"], ["renumbered", "#", "part"]];
 const MOST_SHOWN = 200;

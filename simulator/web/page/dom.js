@@ -57,6 +57,22 @@ export function command(...words) {
   return h("p", {class: "command"}, h("code", {}, shown(line)), copy);
 }
 
+// A button whose command line stands in its card while it is pointed at or has the focus.
+export function action(text, properties, words) {
+  const show = (event) => {
+    const place = event.target.closest(".card")?.querySelector(".command.following");
+    if (place) place.replaceWith(following(words()));
+  };
+  return h("button", {type: "button", onfocus: show, onmouseenter: show, ...properties}, text);
+}
+
+// The place in a card where the command lines of its buttons stand; at first that of `words`.
+export function following(words) {
+  const line = command(...words);
+  line.classList.add("following");
+  return line;
+}
+
 let hiding;
 export function toast(text) {
   byId("toast").textContent = text;

@@ -32,7 +32,7 @@ function history() {
   return h("label", {class: "history"}, h("span", {class: "unseen"}, "Run"), h("select", {"data-key": "history",
     onchange: (event) => showRun(Number(event.target.value))},
   [...state.runs].reverse().map((run) => h("option", {value: run.run, selected: run.run === state.run?.run},
-    `run ${run.run} · ${run.operation || "none"} · ${run.outcome}`))));
+    `${run.run} · ${run.outcome}`))));
 }
 
 export function drawRun() {

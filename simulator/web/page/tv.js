@@ -1,7 +1,7 @@
 // The TV as its owner sees it, and what can be set on it.
 import {post} from "./api.js";
 import {attempt, draw, launch, place, refreshTv, state} from "./app.js";
-import {byId, command, fill, h, plural, shown} from "./dom.js";
+import {action, byId, command, fill, following, h, plural, shown} from "./dom.js";
 
 const ROW = 28;  // pixels; the style sheet says the same
 const [ID, NUMBER, NAME, KIND, GROUP, PROVIDER, IDENTITY] = [0, 1, 2, 3, 4, 5, 6];
@@ -147,14 +147,16 @@ function settings() {
 function actions() {
   const request = (operation) => ({operation, reply: view.reply !== false, scan: state.status.isScanning});
   const isBusy = Boolean(state.busy);
+  const line = (...words) => [...place(), "run", ...words, view.reply === false ? "--no-reply" : ""];
   return h("div", {class: "actions"},
-    h("button", {class: "primary", type: "button", disabled: isBusy, "data-key": "backup", onclick: () => launch(request("backup"))}, "Back up"),
-    h("button", {type: "button", disabled: isBusy || !state.backups?.length, "data-key": "restore", onclick: () => launch(request("restore"))}, "Restore newest"),
+    action("Back up", {class: "primary", disabled: isBusy, "data-key": "backup", onclick: () => launch(request("backup"))}, () => line()),
+    action("Restore newest", {disabled: isBusy || !state.backups?.length, "data-key": "restore", onclick: () => launch(request("restore"))},
+      () => line("operation=restore", state.status.isScanning ? "scan_activated=1" : "")),
     h("label", {class: "check"}, h("input", {type: "checkbox", checked: view.reply !== false, "data-key": "reply",
       onchange: (event) => { view.reply = event.target.checked; }}), "reply"),
     h("label", {class: "check"}, h("input", {type: "checkbox", checked: state.marks, "data-key": "marks",
       onchange: (event) => { state.marks = event.target.checked; draw(); }}), "mark what the last run changed"),
-    command(...place(), "run", "operation=restore", state.status.isScanning ? "scan_activated=1" : ""));
+    following(line()));
 }
 
 export function drawTv() {
