@@ -39,6 +39,7 @@ struct EarlyTv {
         const fs::path home = folder() / "tv";
         ::setenv(sim::HOME_VARIABLE, home.c_str(), 1);
         ::setenv(sim::CLOUD_VARIABLE, (folder() / "cloud").c_str(), 1);
+        ::setenv(sim::KEEP_VARIABLE, "2", 1);  // or the records of hundreds of thousands of inputs fill the disk
         std::setvbuf(stderr, nullptr, _IOFBF, 1 << 16);
         fs::remove_all(home);
         const fs::path list = folder() / "list.conf";

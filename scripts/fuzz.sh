@@ -34,7 +34,9 @@ fuzz() {
     (cd "$findings/$target" && FUZZ_FOLDER=$work/$target ASAN_OPTIONS=detect_leaks=0 "$bin/fuzz-$target" \
         -max_total_time="$seconds" -max_len=65536 -rss_limit_mb=2048 -timeout=10 -close_fd_mask=2 -print_final_stats=1 \
         -dict="$OLDPWD/fuzz/dictionaries/$target" "$work/seeds/$target" >"$log" 2>&1) || { cat "$log" >&2; return 1; }
-    awk -v target="$target" '/number_of_executed_units/ { runs = $2 } /cov: / { for (i = 1; i < NF; ++i) if ($i == "cov:") cov = $(i + 1) }
+    # The application's log may stand in the same line.
+    awk -v target="$target" 'match($0, /number_of_executed_units: *[0-9]+/) { runs = substr($0, RSTART, RLENGTH); sub(/.*: */, "", runs) }
+        match($0, / cov: [0-9]+/) { cov = substr($0, RSTART + 6, RLENGTH - 6) }
         END { printf "fuzz %-10s %8d inputs, %d places covered, nothing found\n", target, runs, cov }' "$log"
 }
 
