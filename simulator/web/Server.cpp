@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <memory>
 #include <thread>
 
 #include "simulator/base/Error.h"
@@ -56,6 +57,15 @@ void refuse(httplib::Response& response, int status, const std::string& message)
     value["error"] = toUtf8(message);
     response.status = status;
     response.set_content(writeJson(value), "application/json");
+}
+
+// As it is: the library would compress a text that is there at once, which takes longer than the way through this
+// machine.
+void send(httplib::Response& response, std::string text, const std::string& type) {
+    const auto body = std::make_shared<const std::string>(std::move(text));
+    response.set_content_provider(body->size(), type, [body](std::size_t offset, std::size_t length, auto& sink) {
+        return sink.write(body->data() + offset, length);
+    });
 }
 
 // Nothing from elsewhere is run, asked or shown, and nobody frames the page.
@@ -153,7 +163,7 @@ private:
             ApiRequest asked{{}, {request.params.begin(), request.params.end()}, bodyOf(request)};
             const Json::Value value =
                 route(m_lab, request.method, request.path.substr(sizeof API - 1), std::move(asked));
-            response.set_content(writeJson(value), "application/json");
+            send(response, writeJson(value), "application/json");
         } catch (const Error& error) {
             refuse(response, statusOf(error.kind()), error.what());
         }
@@ -163,9 +173,8 @@ private:
         const std::string name = request.path == "/" ? "index.html" : request.path.substr(1);
         for (const PageFile& file : pageFiles()) {
             if (file.name == name) {
-                response.set_content(
-                    m_options.page.empty() ? std::string(file.content) : readFile(m_options.page / name),
-                    std::string(file.type));
+                send(response, m_options.page.empty() ? std::string(file.content) : readFile(m_options.page / name),
+                     std::string(file.type));
                 return;
             }
         }
