@@ -32,7 +32,7 @@ constexpr auto BETWEEN_SIGNS_OF_LIFE = std::chrono::seconds(5);
 std::atomic<httplib::Server*> running{nullptr};
 
 void stopRunning(int /*signal*/) {
-    if (httplib::Server* server = running) {
+    if (httplib::Server* server = running.exchange(nullptr)) {
         server->stop();
     }
 }
@@ -129,6 +129,10 @@ private:
     // The page is for anyone on this machine; data and changes are for who has the token.
     Handled guard(const httplib::Request& request, httplib::Response& response) const {
         addHeaders(response);
+        if (running.load() == nullptr) {  // the library would answer with a head and no body
+            refuse(response, 503, "the server is ending");
+            return Handled::Handled;
+        }
         if (!isLocalHost(request.get_header_value("Host"), m_port)) {
             refuse(response, 403, "this server answers to the address of this machine only");
             return Handled::Handled;

@@ -66,9 +66,14 @@ class Page(Lab):
 
     def setUp(self):
         super().setUp()
-        self.browser.get("about:blank")
+        self.addCleanup(self.leave)
         self.browser.get(self.address)
         self.choose("b")
+
+    def leave(self):
+        """Before the server ends, so that no test hears of another's."""
+        self.browser.get("about:blank")
+        self.browser.get_log("browser")
 
     def until(self, condition, message=""):
         wait = WebDriverWait(self.browser, WAIT, poll_frequency=0.05, ignored_exceptions=[StaleElementReferenceException])
@@ -92,8 +97,12 @@ class Page(Lab):
         self.until(clicked, f"nothing to click at {selector}")
 
     def type(self, selector, text):
-        self.until(lambda: self.all(selector))
-        self.all(selector)[0].send_keys(text)
+        def typed():
+            found = self.all(selector)
+            if found:
+                found[0].send_keys(text)
+            return bool(found)
+        self.until(typed, f"nothing to type into at {selector}")
 
     def choose(self, tv):
         self.click(f"[data-key='tv-{tv}']")

@@ -86,8 +86,8 @@ class Stories(Page):
         self.until_text("#run", "Done in part: CI files did not come back")
         self.until(lambda: len(self.all(".event.fault.decisive")) == 1)
         self.until_text("#faults", "fired 1×")
-        self.assertIn("BackupFileDone", self.all(".event.fault")[0].get_attribute("aria-label"))
-        self.all(".event.fault")[0].send_keys(Keys.ARROW_RIGHT)
+        self.until(lambda: self.all(".event.fault[aria-label*=BackupFileDone]"))
+        self.type(".event.fault", Keys.ARROW_RIGHT)
         self.until(lambda: "BackupFileDone fail" in self.text("#event"), "the next event by key")
 
     def test_a_damaged_zip_is_looked_into_before_it_comes_in(self):
@@ -96,8 +96,7 @@ class Stories(Page):
         with zipfile.ZipFile(bundle) as old, zipfile.ZipFile(self.folder / "customer.zip", "w") as new:
             for entry in old.namelist():
                 new.writestr(entry, b"rubbish" if entry == "issDB.zip" else old.read(entry))
-        self.until(lambda: self.all("#file"))
-        self.all("#file")[0].send_keys(str(self.folder / "customer.zip"))
+        self.type("#file", str(self.folder / "customer.zip"))
         self.until_text("#dialog", "Damaged")
         self.assertIn("iss: ", self.text("#dialog .answer"))
         self.assertIn("metadata is not known", self.text("#dialog .answer"))
