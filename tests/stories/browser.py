@@ -2,7 +2,8 @@
 import subprocess
 
 from selenium import webdriver
-from selenium.common.exceptions import StaleElementReferenceException
+from selenium.common.exceptions import (ElementClickInterceptedException, ElementNotInteractableException,
+                                        StaleElementReferenceException)
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.support.ui import WebDriverWait
@@ -10,6 +11,7 @@ from selenium.webdriver.support.ui import WebDriverWait
 from halcyon import DATA, Story, Tv
 
 WAIT = 20  # seconds at most for a condition
+REDRAWN = [ElementClickInterceptedException, ElementNotInteractableException, StaleElementReferenceException]
 
 
 def start_browser(scheme="dark", width=1280, height=800):
@@ -76,7 +78,7 @@ class Page(Lab):
         self.browser.get_log("browser")
 
     def until(self, condition, message=""):
-        wait = WebDriverWait(self.browser, WAIT, poll_frequency=0.05, ignored_exceptions=[StaleElementReferenceException])
+        wait = WebDriverWait(self.browser, WAIT, poll_frequency=0.05, ignored_exceptions=REDRAWN)
         return wait.until(lambda _: condition(), message)
 
     def all(self, selector):
