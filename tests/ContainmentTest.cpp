@@ -290,13 +290,13 @@ TEST_F(Containment, TheStoreHasOneOrderAndHidesNothing) {
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(folder / "cloud");
     const auto ids = [&] {
         test::Strings list;
-        for (const sim::StoredBackup& backup : store->list()) {
+        for (const sim::StoredBackup& backup : sim::listBackups(*store)) {
             list.push_back(backup.id + (backup.damage.empty() ? "" : " damaged"));
         }
         return list;
     };
     EXPECT_THAT(ids(), ElementsAre("000001", "999999", "1000000"));
-    EXPECT_EQ(store->find("Qr7tLw2ZkA", "OOBERFChannelList", "")->id, "1000000") << "the newest";
+    EXPECT_EQ(store->newest({"default", "Qr7tLw2ZkA", "OOBERFChannelList"}, "")->id, "1000000") << "the newest";
     EXPECT_EQ(tv("run -q").code, 0);
     fs::remove(category / "999999/bundle.zip");
     EXPECT_THAT(ids(), ElementsAre("000001", "999999 damaged", "1000000", "1000001"));

@@ -108,9 +108,9 @@ protected:
     void expectWholeCloud(const test::TestTv& tv) const {
         const std::unique_ptr<sim::CloudStore> store = sim::openCloud(tv.cloud);
         const sim::Tv opened = tv.open();
-        for (const sim::StoredBackup& backup : store->list()) {
+        for (const sim::StoredBackup& backup : sim::listBackups(*store)) {
             ASSERT_EQ(backup.damage, "");
-            const sim::Bundle bundle = sim::Bundle::of(*store, backup);
+            const sim::Bundle bundle = sim::fetchBundle(*store, backup).bundle;
             for (const sim::ArchiveEntry& entry : bundle.entries()) {
                 EXPECT_EQ(entry.problem, "") << backup.id << entry.name;
             }
@@ -130,7 +130,7 @@ protected:
         const std::int64_t newest = opened.runs().newest();
         const sim::Run run = newest > m_runs ? *opened.runs().find(newest) : sim::Run();
         const bool isReplaced = tv.setUp().services == m_after.services;
-        const bool isStored = sim::openCloud(tv.cloud)->list().size() == 2;
+        const bool isStored = sim::listBackups(*sim::openCloud(tv.cloud)).size() == 2;
         if (m_operation == Operation::Restore) {
             EXPECT_EQ(run.reply.value_or(isReplaced ? 0 : -1), isReplaced ? 0 : -1);
             EXPECT_THAT(run.reported, ::testing::AnyOf("", isReplaced ? "success" : "failure"));

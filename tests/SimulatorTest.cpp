@@ -275,7 +275,8 @@ TEST_F(Services, ThatAreGoneFailTheCalls) {
     test::write(storedBackup("000002") / "bundle.zip", "");
     EXPECT_EQ(a.restore().response, sim::Response::RestoreData);
     EXPECT_THAT(a.setUp().iss, SizeIs(3)) << "a name in the store does not lead out of the folder";
-    EXPECT_THAT(sim::openCloud(a.cloud)->list().at(0).damage, HasSubstr("000001/metadata.json: cannot read"));
+    EXPECT_THAT(sim::listBackups(*sim::openCloud(a.cloud)).at(0).damage,
+                HasSubstr("000001/metadata.json: cannot read"));
 }
 
 TEST_F(Services, MakeAFaultRuleOnlyOfWhatCanHappen) {

@@ -115,12 +115,12 @@ RunEnd expectedEnd(Kind kind, const sim::FaultRule& fault, const Outcome& run) {
 // Every backup in the store can be read to its end.
 void expectWholeCloud(std::size_t fewest, std::size_t most) {
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(world().a.cloud);
-    const std::vector<sim::StoredBackup> backups = store->list();
+    const std::vector<sim::StoredBackup> backups = sim::listBackups(*store);
     EXPECT_GE(backups.size(), fewest);
     EXPECT_LE(backups.size(), most);
     for (const sim::StoredBackup& backup : backups) {
         ASSERT_EQ(backup.damage, "");
-        EXPECT_THAT(sim::Bundle::of(*store, backup).services().counts().services, ::testing::AnyOf(3U, 1U))
+        EXPECT_THAT(sim::fetchBundle(*store, backup).bundle.services().counts().services, ::testing::AnyOf(3U, 1U))
             << backup.id;
         EXPECT_EQ(backup.metadata.front(), '{') << backup.id;
     }

@@ -8,12 +8,15 @@
 
 namespace sim {
 
-std::string importBundle(CloudStore& store, const Bundle& bundle, const std::filesystem::path& file, const Tv* tv) {
+std::string importBundle(CloudStore& store, const Bundle& bundle, const std::filesystem::path& file,
+                         const std::string& account, const Tv* tv) {
     if (!bundle.problem().empty()) {
         throw Error(Error::Kind::Damaged, fmt::format("{}; give a bundle", bundle.problem()));
     }
-    NewBackup backup{application::CLIENT_ID, application::CATEGORY, bundle.metadataText().value_or(""),
-                     deviceOf(bundle), std::nullopt};
+    NewBackup backup;
+    static_cast<Address&>(backup) = {account, application::CLIENT_ID, application::CATEGORY};
+    backup.metadata = bundle.metadataText().value_or("");
+    backup.device = deviceOf(bundle);
     if (!bundle.metadataText()) {
         backup.metadata = metadataFor(tv->antenna());
     }

@@ -10,8 +10,10 @@
 
 namespace sim {
 
-// Puts the bundle file into the store as a new backup; its id. Where its metadata is not known, it gets some that lets
-// `tv` restore it and leaves the viewing state of that TV alone. Throws Error, also where the file is no bundle.
-std::string importBundle(CloudStore& store, const Bundle& bundle, const std::filesystem::path& file, const Tv* tv);
+// Puts the bundle file into the store as a new backup of an account; its id. Where its metadata is not known, it gets
+// some that lets `tv` restore it and leaves the viewing state of that TV alone. Throws Error, also where the file is no
+// bundle.
+std::string importBundle(CloudStore& store, const Bundle& bundle, const std::filesystem::path& file,
+                         const std::string& account, const Tv* tv);
 
 }  // namespace sim

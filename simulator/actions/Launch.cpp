@@ -33,6 +33,9 @@ Launch launchOf(const RunRequest& request, const Tv& tv, const std::string& clou
     if (request.realtime) {
         launch.words.emplace_back("--realtime");
     }
+    if (request.refuseDuplicates) {
+        launch.words.emplace_back("--refuse-duplicates");
+    }
     if (!request.backup.empty()) {
         launch.words.insert(launch.words.end(), {"--backup", request.backup});
     }

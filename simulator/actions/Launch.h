@@ -15,6 +15,7 @@ namespace sim {
 struct RunRequest {
     std::vector<std::string> extras;  // of the launch request, key=value each
     std::string backup;               // that the cloud shall hand out; empty: the newest
+    bool refuseDuplicates = false;
     bool noReply = false;
     bool realtime = false;
     bool noSandbox = false;

@@ -150,6 +150,8 @@ const std::vector<Settable>& settables() {
              "combined",
              &setAntenna},
             {"scan", "on or off", &setScan},
+            {"account", "whose backups it makes and restores",
+             [](Tv& tv, const std::string& value) { tv.setAccount(value); }},
             {"now", "a time such as 2026-01-31T18:00:00Z at which the clock stands, or running", &setNow},
         };
         for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {

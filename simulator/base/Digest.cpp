@@ -49,17 +49,20 @@ std::string Digest::hex() {
     return fmt::format("{:02x}", fmt::join(bytes.begin(), bytes.begin() + size, ""));
 }
 
-std::string digestOf(const std::filesystem::path& file) {
+Digest& Digest::addFile(const std::filesystem::path& file) {
     std::ifstream stream(file, std::ios::binary);
     std::array<char, 65536> buffer;
-    Digest digest;
     while (stream.read(buffer.data(), buffer.size()) || stream.gcount() > 0) {
-        digest.addBytes({buffer.data(), static_cast<std::size_t>(stream.gcount())});
+        addBytes({buffer.data(), static_cast<std::size_t>(stream.gcount())});
     }
     if (!stream.eof()) {
         throw Error(kindOfErrno(errno), fmt::format("{}: cannot read: {}", file.string(), std::strerror(errno)));
     }
-    return digest.hex();
+    return *this;
+}
+
+std::string digestOf(const std::filesystem::path& file) {
+    return Digest().addFile(file).hex();
 }
 
 }  // namespace sim

@@ -21,6 +21,9 @@ public:
     // Adds a text with its length, so that ("a", "bc") and ("ab", "c") differ.
     Digest& add(std::string_view text);
 
+    // Adds the bytes of a file. Throws Error where it cannot be read.
+    Digest& addFile(const std::filesystem::path& file);
+
     // Of all that was added, in hexadecimal digits. The digest is used up.
     std::string hex();
 

@@ -10,11 +10,14 @@ namespace sim {
 class Error : public std::runtime_error {
 public:
     enum class Kind {
-        Missing,   // it is not there
-        Damaged,   // it is there, but not what it should be
-        Locked,    // somebody else holds it
-        Full,      // the disk, or a limit on it, leaves no room
-        Unusable,  // anything else: a value that does not fit, a permission, a file of another kind
+        Missing,      // it is not there
+        Damaged,      // it is there, but not what it should be
+        Locked,       // somebody else holds it
+        Full,         // the disk, or a limit on it, leaves no room
+        Unreachable,  // the cloud store does not answer
+        Denied,       // the cloud store refuses
+        Duplicate,    // the cloud store has the very same already
+        Unusable,     // anything else: a value that does not fit, a permission, a file of another kind
     };
 
     Error(Kind kind, const std::string& message) : std::runtime_error(message), m_kind(kind) {}

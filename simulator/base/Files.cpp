@@ -94,16 +94,6 @@ int lock(const fs::path& folder) {
     return descriptor;
 }
 
-bool isScratch(const fs::path& folder) {
-    const std::string name = folder.filename();
-    struct stat status = {};
-    return name.size() == SCRATCH_PREFIX.size() + SCRATCH_DIGITS &&
-           name.compare(0, SCRATCH_PREFIX.size(), SCRATCH_PREFIX) == 0 &&
-           name.find_first_not_of("0123456789abcdef", SCRATCH_PREFIX.size()) == std::string::npos &&
-           ::lstat(folder.c_str(), &status) == 0 && status.st_mode == (S_IFDIR | SCRATCH_MODE) &&
-           status.st_uid == ::geteuid();
-}
-
 fs::path makeScratch(const fs::path& parent) {
     static std::random_device random;
     for (;;) {
@@ -129,6 +119,16 @@ void removeAbandoned(const fs::path& parent) {
 }
 
 }  // namespace
+
+bool isScratch(const fs::path& folder) {
+    const std::string name = folder.filename();
+    struct stat status = {};
+    return name.size() == SCRATCH_PREFIX.size() + SCRATCH_DIGITS &&
+           name.compare(0, SCRATCH_PREFIX.size(), SCRATCH_PREFIX) == 0 &&
+           name.find_first_not_of("0123456789abcdef", SCRATCH_PREFIX.size()) == std::string::npos &&
+           ::lstat(folder.c_str(), &status) == 0 && status.st_mode == (S_IFDIR | SCRATCH_MODE) &&
+           status.st_uid == ::geteuid();
+}
 
 void onDiskStep(std::function<void()> hook) {
     diskStepHook() = std::move(hook);

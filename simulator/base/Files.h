@@ -42,6 +42,9 @@ bool putInPlace(const std::filesystem::path& built, const std::filesystem::path&
 // Lets two folders change places in one step.
 void exchange(const std::filesystem::path& one, const std::filesystem::path& other);
 
+// Whether a path is that of a ScratchFolder, also of one that a killed process has left.
+bool isScratch(const std::filesystem::path& folder);
+
 // A folder of its own for what is being built, removed with all it holds at the end of the scope.
 class ScratchFolder {
 public:

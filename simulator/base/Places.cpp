@@ -32,9 +32,13 @@ fs::path defaultHome() {
     throw Error("no folder for the TV; set HALCYON_TV_HOME or HOME, or give --home to halcyon-tv");
 }
 
-fs::path defaultCloud(const fs::path& home) {
+std::string normalisedCloud(const std::string& place) {
+    return place.find("://") != std::string::npos ? place : normalised(place).string();
+}
+
+std::string defaultCloud(const fs::path& home) {
     if (const std::string cloud = environment(CLOUD_VARIABLE); !cloud.empty()) {
-        return normalised(cloud);
+        return normalisedCloud(cloud);
     }
     return home.parent_path() / "cloud";
 }

@@ -13,6 +13,7 @@ constexpr char LOCK_VARIABLE[] = "HALCYON_TV_LOCK";        // descriptor that ho
 constexpr char WAIT_VARIABLE[] = "HALCYON_TV_WAIT";        // seconds to wait for that lock
 constexpr char KEEP_VARIABLE[] = "HALCYON_TV_KEEP";        // how many runs' records stay
 constexpr char SANDBOX_VARIABLE[] = "HALCYON_TV_SANDBOX";  // "off": the application is not confined
+constexpr char STALL_VARIABLE[] = "HALCYON_CLOUD_STALL";   // seconds without a byte until a request is given up
 
 // A folder's path, absolute and without a '/' at its end.
 std::filesystem::path normalised(const std::filesystem::path& folder);
@@ -23,7 +24,10 @@ std::filesystem::path defaultHome();
 // The value of an environment variable; empty where there is none.
 std::string environment(const char* name);
 
+// A cloud's place: an address such as s3://BUCKET as it is, a folder's path as normalised().
+std::string normalisedCloud(const std::string& place);
+
 // $HALCYON_CLOUD, else the folder "cloud" beside the TV.
-std::filesystem::path defaultCloud(const std::filesystem::path& home);
+std::string defaultCloud(const std::filesystem::path& home);
 
 }  // namespace sim

@@ -89,8 +89,7 @@ void printEntries(const sim::Bundle& bundle) {
 void printHead(const NamedBundle& named) {
     print("{}\n", named.name);
     if (named.backup) {
-        print("  stored     {} as {}/{}/{}\n", named.backup->time, named.backup->clientId, named.backup->category,
-              named.backup->id);
+        print("  stored     {} as {}\n", named.backup->time, named.backup->path());
         print("  made by    {}\n", named.backup->device.empty() ? "unknown" : named.backup->device);
         print("  file       {}, {} bytes\n", named.backup->name, named.backup->size);
     }

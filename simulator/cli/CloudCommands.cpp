@@ -1,4 +1,5 @@
 // The commands on the cloud store.
+#include <algorithm>
 #include <memory>
 
 #include "simulator/actions/Import.h"
@@ -14,32 +15,45 @@ namespace cli {
 
 namespace {
 
-void printBackup(const sim::StoredBackup& backup) {
+void printBackup(const sim::StoredBackup& backup, std::size_t columns) {
     const std::string services = backup.services ? std::to_string(*backup.services) : "?";
     if (backup.damage.empty()) {
-        print("{:<8} {:<21} {:>10} {:>9}  {:<16} {:<32} {}/{}\n", backup.id, backup.time, backup.size, services,
-              backup.device.empty() ? "?" : backup.device, sim::antennaOf(backup), backup.clientId, backup.category);
+        print("{:<{}} {:<21} {:>10} {:>9}  {:<16} {:<32} {}/{}/{}\n", backup.id, columns, backup.time, backup.size,
+              services, backup.device.empty() ? "?" : backup.device, sim::antennaOf(backup), backup.account,
+              backup.clientId, backup.category);
     } else {
-        print("{:<8} {:<21} {}/{}: {}\n", backup.id, "DAMAGED", backup.clientId, backup.category, backup.damage);
+        print("{:<{}} {:<21} {}: {}\n", backup.id, columns, "DAMAGED", backup.path(), backup.damage);
     }
 }
 
 int list(const Place& place) {
-    const std::vector<sim::StoredBackup> backups = sim::openCloud(place.cloud)->list();
+    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
+    const sim::StoreContent content = store->content();
+    const std::vector<sim::StoredBackup> backups = sim::lookAt(*store, content.backups);
     if (place.isJson) {
         Json::Value value = asMember("backups", sim::toJson(backups));
-        value["cloud"] = sim::toUtf8(place.cloud);
+        value["cloud"] = sim::toUtf8(store->place());
+        if (place.isVerbose) {
+            value["foreign"] = sim::toJson(content.foreign);
+        }
         printJson(value);
         return DONE;
     }
-    if (backups.empty()) {
-        print("No backup in {}.\n", place.cloud);
-        return DONE;
-    }
-    print("{:<8} {:<21} {:>10} {:>9}  {:<16} {:<32} {}\n", "backup", "time", "bytes", "channels", "set", "antenna",
-          "client/category");
+    std::size_t columns = 8;
     for (const sim::StoredBackup& backup : backups) {
-        printBackup(backup);
+        columns = std::max(columns, backup.id.size());
+    }
+    if (backups.empty()) {
+        print("No backup in {}.\n", store->place());
+    } else {
+        print("{:<{}} {:<21} {:>10} {:>9}  {:<16} {:<32} {}\n", "backup", columns, "time", "bytes", "channels", "set",
+              "antenna", "account/client/category");
+    }
+    for (const sim::StoredBackup& backup : backups) {
+        printBackup(backup, columns);
+    }
+    for (const std::string& name : place.isVerbose ? content.foreign : std::vector<std::string>()) {
+        print("foreign: {}\n", name);
     }
     return DONE;
 }
@@ -67,8 +81,10 @@ int import(const Place& place, const ImportOptions& options) {
     }
     const std::optional<sim::Tv> tv =
         isMetadataKnown ? std::nullopt : std::optional<sim::Tv>(std::in_place, place.home, sim::Database::Access::Look);
+    const std::string known = accountOf(place);
+    const std::string account = known.empty() ? sim::DEFAULT_ACCOUNT : known;
     const std::string id =
-        sim::importBundle(*sim::openCloud(place.cloud), named.bundle, options.file, tv ? &*tv : nullptr);
+        sim::importBundle(*sim::openCloud(place.cloud), named.bundle, options.file, account, tv ? &*tv : nullptr);
     if (place.isJson) {
         printJson(asMember("backup", id));
     } else {
@@ -79,7 +95,7 @@ int import(const Place& place, const ImportOptions& options) {
 
 int remove(const Place& place, const std::string& id) {
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
-    store->remove(sim::chooseBackup(*store, id));
+    store->remove(sim::chooseBackup(*store, id, accountOf(place)));
     return DONE;
 }
 
@@ -87,6 +103,11 @@ int remove(const Place& place, const std::string& id) {
 
 void addCloudCommands(CLI::App& app, Action& chosen) {
     CLI::App* store = addGroup(app, "cloud", "Look into the cloud store, and change it");
+    addCommand(*store, "create", "Make the store's bucket or folder, where it is missing",
+               "halcyon-tv --cloud s3://lab cloud create", chosen, [](const Place& place) {
+                   sim::openCloud(place.cloud)->create();
+                   return DONE;
+               });
     addCommand(*store, "list", "List the backups: which set made each, with what antenna, how many channels",
                "halcyon-tv cloud list --json", chosen, &list);
     addBundleVerbs(*store, chosen);

@@ -12,7 +12,9 @@ namespace {
 
 constexpr char PLACES[] =
     "The TV is the folder --home, else $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv, else\n"
-    "~/.local/state/halcyon-tv. The cloud is --cloud, else $HALCYON_CLOUD, else cloud/ beside the TV.\n";
+    "~/.local/state/halcyon-tv. The cloud is --cloud, else $HALCYON_CLOUD, else cloud/ beside the TV:\n"
+    "a folder, or an object store's s3://BUCKET[/PREFIX], which AWS_ENDPOINT_URL, AWS_ACCESS_KEY_ID,\n"
+    "AWS_SECRET_ACCESS_KEY, AWS_REGION and AWS_CA_BUNDLE lead to.\n";
 constexpr char EXAMPLE[] = "Example: halcyon-tv init --channels list.conf && halcyon-tv run && halcyon-tv record";
 
 std::string footer() {
@@ -59,7 +61,7 @@ void describe(CLI::App& app, Place& place, std::string& home, Action& chosen) {
     app.fallthrough();
     app.set_version_flag("--version", std::string("halcyon-tv ") + sim::VERSION);
     app.add_option("--home", home, "folder of the TV");
-    app.add_option("--cloud", place.cloud, "folder of the cloud store");
+    app.add_option("--cloud", place.cloud, "the cloud store: a folder, or s3://BUCKET[/PREFIX]");
     app.add_flag("--json", place.isJson, "print one JSON object instead of text");
     app.add_flag("-q,--quiet", place.isQuiet, "without the application's log, and without what is not asked for");
     app.add_flag("-v,--verbose", place.isVerbose, "with more of what was found out");

@@ -205,7 +205,7 @@ int run(const Place& place, const RunOptions& options) {
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
     sim::RunRequest request = options.request;
     if (!request.backup.empty()) {
-        request.backup = sim::chooseBackup(*store, request.backup).id;
+        request.backup = sim::chooseBackup(*store, request.backup, tv.account()).id;
     }
     const File log(place.isQuiet ? std::tmpfile() : nullptr, &std::fclose);
     request.errors = log ? ::fileno(log.get()) : -1;
@@ -315,6 +315,8 @@ void addRunCommands(CLI::App& app, Action& chosen) {
                                    [options](const Place& place) { return run(place, *options); });
     running->add_option("extra", options->request.extras, "extra values of the launch request, each key=value")
         ->check(&checkExtra);
+    running->add_flag("--refuse-duplicates", options->request.refuseDuplicates,
+                      "let the cloud refuse a backup whose bundle is the very same as its newest one's");
     running->add_option("--backup", options->request.backup, "the backup to restore (default: the newest)");
     running->add_flag("--as-is", options->asIs, "launch it with what looks like a typing error, too");
     running->add_flag("--expect-faults", options->expectFaults, "end with 1 where a fault rule did not fire");

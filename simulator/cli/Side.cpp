@@ -35,6 +35,14 @@ std::optional<std::string> metadataOf(const fs::path& bundle, const std::string&
 
 }  // namespace
 
+std::string accountOf(const Place& place) {
+    try {
+        return sim::Tv(place.home, sim::Database::Access::Look).account();
+    } catch (const sim::Error&) {
+        return "";
+    }
+}
+
 NamedBundle chooseBundle(const Place& place, const std::string& what, const std::string& metadata) {
     std::error_code error;
     if (!what.empty() && fs::is_regular_file(what, error)) {
@@ -46,8 +54,8 @@ NamedBundle chooseBundle(const Place& place, const std::string& what, const std:
             fmt::format("{}: no such bundle file; give a file, or a backup's id of halcyon-tv cloud list", what));
     }
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
-    const sim::StoredBackup backup = sim::chooseBackup(*store, what);
-    return {"backup " + backup.id, backup, sim::Bundle::of(*store, backup)};
+    sim::FetchedBackup fetched = sim::fetchBundle(*store, sim::chooseBackup(*store, what, accountOf(place)));
+    return {"backup " + fetched.backup.id, fetched.backup, std::move(fetched.bundle)};
 }
 
 Side chooseSide(const Place& place, const std::string& what) {

@@ -9,6 +9,9 @@
 
 namespace cli {
 
+// The account of the TV; empty, which stands for any, where there is no TV.
+std::string accountOf(const Place& place);
+
 // A bundle, of a file or of a stored backup.
 struct NamedBundle {
     std::string name;

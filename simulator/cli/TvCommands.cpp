@@ -23,6 +23,7 @@ struct InitOptions {
     std::string channels;
     std::string serial;
     std::string now;
+    std::string account = sim::DEFAULT_ACCOUNT;
 };
 
 int init(const Place& place, const InitOptions& options) {
@@ -35,7 +36,8 @@ int init(const Place& place, const InitOptions& options) {
         print(stderr, "{}\n", problem);
     }
     sim::Tv::create(place.home, list,
-                    options.serial.empty() ? fmt::format("{:08X}", std::random_device()()) : options.serial, time);
+                    options.serial.empty() ? fmt::format("{:08X}", std::random_device()()) : options.serial, time,
+                    options.account);
     if (place.isJson) {
         Json::Value value = asMember("problems", sim::toJson(list.problems));
         value["home"] = sim::toUtf8(place.home.string());
@@ -72,6 +74,7 @@ int status(const Place& place, bool withServices) {
         return DONE;
     }
     print("TV at {}\n", report.home);
+    print("  account    {}\n", report.account);
     print("  channels   {} services, {} of them radio, in {} groups\n", report.counts.services, report.counts.radios,
           report.counts.groups);
     print("  watching   {}\n", watching(report));
@@ -134,6 +137,8 @@ void addTvCommands(CLI::App& app, Action& chosen) {
                    chosen, [options](const Place& place) { return init(place, *options); });
     making->add_option("--channels", options->channels, "channel list in the channels.conf format")->required();
     making->add_option("--serial", options->serial, "serial number of the set (default: a random one)");
+    making->add_option("--account", options->account, "whose it is in the cloud: TVs of one account share backups")
+        ->capture_default_str();
     making->add_option("--now", options->now,
                        "time at which the TV's clock stands, such as 2026-01-31T18:00:00Z (default: it runs)");
 

@@ -25,6 +25,10 @@ int codeFor(const sim::Error& error) {
         case sim::Error::Kind::Locked:
             printError(error.what());
             return cli::BUSY;
+        case sim::Error::Kind::Unreachable:
+        case sim::Error::Kind::Denied:
+            printError(error.what());
+            return cli::NO_BACKUP;
         default:
             printError(error.what());
             return cli::UNUSABLE;
@@ -73,7 +77,7 @@ int dispatch(int argc, char** argv) {
         return error.get_exit_code() == 0 ? app.exit(error) : usageError(app, error.what(), argc, argv);
     }
     place.home = home.empty() ? sim::defaultHome() : sim::normalised(home);
-    place.cloud = place.cloud.empty() ? sim::defaultCloud(place.home) : sim::normalised(place.cloud);
+    place.cloud = place.cloud.empty() ? sim::defaultCloud(place.home) : sim::normalisedCloud(place.cloud);
     try {
         return chosen(place);
     } catch (const cli::UsageError& error) {

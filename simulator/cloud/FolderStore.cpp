@@ -4,9 +4,10 @@
 #include <json/value.h>
 
 #include <algorithm>
-#include <tuple>
 
+#include "simulator/base/Account.h"
 #include "simulator/base/Clock.h"
+#include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
@@ -28,22 +29,19 @@ std::optional<std::uint64_t> numberOf(const std::string& id) {
     return hasForm ? toNumber<std::uint64_t>(id) : std::nullopt;
 }
 
-std::vector<std::string> folderNames(const fs::path& folder) {
-    std::vector<std::string> names;
-    for (const fs::path& member : membersOf(folder)) {
-        std::error_code ignored;
-        if (fs::is_directory(member, ignored)) {
-            names.push_back(member.filename());
-        }
-    }
-    return names;
+bool isFolder(const fs::path& path) {
+    std::error_code ignored;
+    return fs::is_directory(path, ignored);
 }
 
 // Oldest first.
 std::vector<std::string> backupIds(const fs::path& category) {
-    std::vector<std::string> ids = folderNames(category);
-    ids.erase(std::remove_if(ids.begin(), ids.end(), [](const std::string& name) { return !numberOf(name); }),
-              ids.end());
+    std::vector<std::string> ids;
+    for (const fs::path& member : membersOf(category)) {
+        if (isFolder(member) && numberOf(member.filename())) {
+            ids.push_back(member.filename());
+        }
+    }
     std::sort(ids.begin(), ids.end(),
               [](const std::string& one, const std::string& other) { return numberOf(one) < numberOf(other); });
     return ids;
@@ -68,7 +66,7 @@ void load(const fs::path& folder, StoredBackup& backup) {
                     fmt::format("{}: not what a backup has there", (folder / "info.json").string()));
     }
     backup.time = info["time"].asString();
-    backup.name = fs::path(info["name"].asString()).filename();
+    backup.name = bundleName(info["name"].asString());
     backup.device = info["device"].isString() ? info["device"].asString() : "";
     if (info["services"].isUInt64()) {
         backup.services = info["services"].asUInt64();
@@ -77,24 +75,14 @@ void load(const fs::path& folder, StoredBackup& backup) {
     backup.size = sizeOf(folder / "bundle.zip");
 }
 
-StoredBackup stored(const fs::path& folder) {
-    StoredBackup backup;
-    backup.id = folder.filename();
-    backup.category = folder.parent_path().filename();
-    backup.clientId = folder.parent_path().parent_path().filename();
-    try {
-        load(folder, backup);
-    } catch (const Error& error) {
-        backup.damage = error.what();
-    }
-    return backup;
+constexpr char ACCOUNT_MARK = '@';
+
+// What the store itself has beside backups: marks of removed ones, and what is being built.
+bool isOwn(const fs::path& member) {
+    return member.extension() == REMOVED || isScratch(member);
 }
 
 }  // namespace
-
-std::unique_ptr<CloudStore> openCloud(const std::string& place) {
-    return std::make_unique<FolderStore>(place);
-}
 
 std::vector<fs::path> FolderStore::makeLocalFolders() const {
     makePrivateFolder(m_folder);
@@ -103,7 +91,13 @@ std::vector<fs::path> FolderStore::makeLocalFolders() const {
 
 std::string FolderStore::put(const NewBackup& backup, const fs::path& bundle) {
     makePrivateFolder(m_folder);
-    const fs::path parent = m_folder / backup.clientId / backup.category;
+    const fs::path parent = folderOf(backup);
+    if (backup.refuseDuplicate) {
+        const std::vector<std::string> ids = backupIds(parent);
+        if (!ids.empty() && digestOf(parent / ids.back() / "bundle.zip") == digestOf(bundle)) {
+            throw Error(Error::Kind::Duplicate, fmt::format("backup {} has the very same bundle", ids.back()));
+        }
+    }
     const ScratchFolder scratch(parent);
     const fs::path built = scratch / "backup";
     makeFolders(built);
@@ -111,8 +105,8 @@ std::string FolderStore::put(const NewBackup& backup, const fs::path& bundle) {
     writeFile(built / "metadata.json", backup.metadata);
     Json::Value info;
     info["time"] = utcNow();
-    info["name"] = bundle.filename().string();
-    info["device"] = backup.device;
+    info["name"] = toUtf8(bundle.filename().string());
+    info["device"] = toUtf8(backup.device);
     if (backup.services) {
         info["services"] = Json::Value::UInt64(*backup.services);
     }
@@ -126,39 +120,88 @@ std::string FolderStore::put(const NewBackup& backup, const fs::path& bundle) {
     }
 }
 
-void FolderStore::remove(const StoredBackup& backup) {
-    const fs::path parent = m_folder / backup.clientId / backup.category;
+void FolderStore::remove(const BackupName& backup) {
+    const fs::path parent = folderOf(backup);
     const ScratchFolder scratch(parent);
     writeFile(parent / (backup.id + REMOVED), "");
     putInPlace(parent / backup.id, scratch / "removed");
 }
 
-std::optional<StoredBackup> FolderStore::find(const std::string& clientId, const std::string& category,
-                                              const std::string& id) const {
-    const fs::path parent = m_folder / clientId / category;
-    const std::vector<std::string> ids = backupIds(parent);
-    if (ids.empty() || (!id.empty() && std::find(ids.begin(), ids.end(), id) == ids.end())) {
-        return std::nullopt;
-    }
-    return stored(parent / (id.empty() ? ids.back() : id));
+fs::path FolderStore::folderOf(const Address& address) const {
+    const fs::path account =
+        address.account == DEFAULT_ACCOUNT ? m_folder : m_folder / (ACCOUNT_MARK + address.account);
+    return account / address.clientId / address.category;
 }
 
-std::vector<StoredBackup> FolderStore::list() const {
-    std::vector<StoredBackup> backups;
-    for (const std::string& client : folderNames(m_folder)) {
-        for (const std::string& category : folderNames(m_folder / client)) {
-            for (const std::string& id : backupIds(m_folder / client / category)) {
-                backups.push_back(stored(m_folder / client / category / id));
+std::optional<BackupName> FolderStore::newest(const Address& address, const std::string& /*lastSeen*/) const {
+    const std::vector<std::string> ids = backupIds(folderOf(address));
+    return ids.empty() ? std::nullopt : std::optional(BackupName{address, ids.back(), ""});
+}
+
+void FolderStore::addAccount(const std::string& account, const fs::path& folder, StoreContent& content) const {
+    const auto isForeign = [&](const fs::path& member) {
+        const bool is = !isFolder(member) || isScratch(member);
+        if (is && !isOwn(member)) {
+            content.foreign.push_back(member.lexically_relative(m_folder));
+        }
+        return is;
+    };
+    for (const fs::path& client : membersOf(folder)) {
+        if (client.filename().string().front() == ACCOUNT_MARK || isForeign(client)) {
+            continue;
+        }
+        for (const fs::path& category : membersOf(client)) {
+            if (isForeign(category)) {
+                continue;
+            }
+            const std::vector<std::string> ids = backupIds(category);
+            for (const std::string& id : ids) {
+                content.backups.push_back({{account, client.filename(), category.filename()}, id, ""});
+            }
+            for (const fs::path& member : membersOf(category)) {
+                if (!isOwn(member) && std::find(ids.begin(), ids.end(), member.filename()) == ids.end()) {
+                    content.foreign.push_back(member.lexically_relative(m_folder));
+                }
             }
         }
     }
-    return backups;
 }
 
-void FolderStore::fetch(const StoredBackup& backup, const fs::path& target) const {
-    std::error_code ignored;
-    fs::remove(target, ignored);  // or a link there would lead the bundle elsewhere
-    copyFile(m_folder / backup.clientId / backup.category / backup.id / "bundle.zip", target);
+StoreContent FolderStore::content() const {
+    StoreContent content;
+    addAccount(DEFAULT_ACCOUNT, m_folder, content);
+    for (const fs::path& member : membersOf(m_folder)) {
+        const std::string name = member.filename();
+        if (name.front() == ACCOUNT_MARK && isFolder(member)) {
+            addAccount(name.substr(1), member, content);
+        }
+    }
+    return content;
+}
+
+StoredBackup FolderStore::look(const BackupName& name) const {
+    const fs::path folder = folderOf(name) / name.id;
+    if (!numberOf(name.id) || !isFolder(folder)) {
+        throw Error(Error::Kind::Missing, fmt::format("{} holds no backup {}", place(), name.path()));
+    }
+    StoredBackup backup;
+    static_cast<BackupName&>(backup) = name;
+    try {
+        load(folder, backup);
+    } catch (const Error& error) {
+        backup.damage = error.what();
+    }
+    return backup;
+}
+
+StoredBackup FolderStore::fetch(const BackupName& name, const fs::path& folder) const {
+    StoredBackup backup = look(name);
+    if (backup.damage.empty()) {
+        std::error_code ignored;
+        fs::remove(folder / backup.name, ignored);  // or a link there would lead the bundle elsewhere
+        copyFile(folderOf(name) / name.id / "bundle.zip", folder / backup.name);
+    }
+    return backup;
 }
 
 }  // namespace sim

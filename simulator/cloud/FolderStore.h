@@ -1,7 +1,9 @@
 // A cloud store in a folder.
 //
-//   <client id>/<category>/<backup id>/{bundle.zip, metadata.json, info.json}
-//   <client id>/<category>/<backup id>.removed
+//   [@<account>/]<client id>/<category>/<backup id>/{bundle.zip, metadata.json, info.json}
+//   [@<account>/]<client id>/<category>/<backup id>.removed
+//
+// The default account has no folder of its own.
 #pragma once
 
 #include <filesystem>
@@ -17,15 +19,20 @@ public:
     explicit FolderStore(std::filesystem::path folder) : m_folder(std::move(folder)) {}
 
     std::string place() const override { return m_folder; }
+    bool isRemote() const override { return false; }
     std::vector<std::filesystem::path> makeLocalFolders() const override;
+    void create() override { makeLocalFolders(); }
     std::string put(const NewBackup& backup, const std::filesystem::path& bundle) override;
-    void remove(const StoredBackup& backup) override;
-    std::optional<StoredBackup> find(const std::string& clientId, const std::string& category,
-                                     const std::string& id) const override;
-    std::vector<StoredBackup> list() const override;
-    void fetch(const StoredBackup& backup, const std::filesystem::path& target) const override;
+    void remove(const BackupName& backup) override;
+    std::optional<BackupName> newest(const Address& address, const std::string& lastSeen) const override;
+    StoreContent content() const override;
+    StoredBackup look(const BackupName& name) const override;
+    StoredBackup fetch(const BackupName& name, const std::filesystem::path& folder) const override;
 
 private:
+    std::filesystem::path folderOf(const Address& address) const;
+    void addAccount(const std::string& account, const std::filesystem::path& folder, StoreContent& content) const;
+
     std::filesystem::path m_folder;
 };
 

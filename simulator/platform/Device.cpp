@@ -78,7 +78,14 @@ void cutPowerWhereRuled() {
 }  // namespace
 
 Device::Device(const std::filesystem::path& home)
-    : lock(lockHome(home)), tv(home), cloud(openCloud(defaultCloud(home))), record(tv, loop), faults(tv.faults()) {
+    : lock(lockHome(home)),
+      tv(home),
+      cloud(openCloud(defaultCloud(home),
+                      [this](const std::string& request, const std::string& outcome) {
+                          record.call(calls::cloud_request.name, request, outcome, std::nullopt);
+                      })),
+      record(tv, loop),
+      faults(tv.faults()) {
     if (isConfinedWhenOpened) {
         confine();
     }

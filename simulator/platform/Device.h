@@ -42,6 +42,7 @@ public:
     std::string bundleName;
     std::string bundleMetadata;
     std::string chosenBackup;            // id of the backup that a restore shall get; empty: the newest
+    bool refusesDuplicates = false;      // whether the cloud takes no bundle that it has as its newest
     std::multiset<std::string> awaited;  // what the application is still bound to: open sessions, subscriptions
 
     void noLongerAwaited(const std::string& what);

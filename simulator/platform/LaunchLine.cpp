@@ -20,6 +20,8 @@ void describe(CLI::App& app, LaunchLine& line) {
     app.add_flag("--reply", line.replyRequested, "request a reply");
     app.add_option("--caller", line.caller, "id of the caller")->capture_default_str();
     app.add_option("--backup", line.backup, "the backup that the cloud shall hand out (default: the newest)");
+    app.add_flag("--refuse-duplicates", line.refuseDuplicates,
+                 "let the cloud refuse a backup whose bundle is the very same as its newest one's");
     app.add_flag("--realtime", line.realtime, "wait for responses as long as on a TV");
     app.add_flag("--pause", line.pause, "pause and resume the application once after the launch");
 }

@@ -14,6 +14,7 @@ struct LaunchLine {
     std::vector<std::string> extras;  // key=value each
     std::string caller = "command-line";
     std::string backup;  // that the cloud shall hand out; empty: the newest
+    bool refuseDuplicates = false;
     bool replyRequested = false;
     bool realtime = false;
     bool pause = false;

@@ -42,7 +42,9 @@ void Recorder::responded(int code) {
     save();
 }
 
-void Recorder::used(const std::string& backup, const std::string& clientId, const std::string& category) {
+void Recorder::used(const std::string& account, const std::string& clientId, const std::string& category,
+                    const std::string& backup) {
+    m_run.account = account;
     m_run.clientId = clientId;
     m_run.category = category;
     m_run.backup = backup;

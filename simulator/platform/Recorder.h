@@ -21,7 +21,9 @@ public:
     void launched(const std::string& operation, bool replyRequested);
     void replied(int result);
     void responded(int code);
-    void used(const std::string& backup, const std::string& clientId, const std::string& category);  // by the cloud
+    // Which backup the cloud has taken or handed out.
+    void used(const std::string& account, const std::string& clientId, const std::string& category,
+              const std::string& backup);
     void reported(const std::string& outcome);
     void ended(RunEnd end, const std::string& detail);
 

@@ -76,6 +76,7 @@ std::optional<int> parse(int argc, char** argv, app_control_s& request, bool& pa
     request.caller = line.caller;
     request.replyRequested = line.replyRequested;
     device.chosenBackup = line.backup;
+    device.refusesDuplicates = line.refuseDuplicates;
     device.loop.setRealtime(line.realtime);
     pause = line.pause;
     return std::nullopt;

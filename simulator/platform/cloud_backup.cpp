@@ -7,9 +7,12 @@
 #include <exception>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
 #include "simulator/platform/PlatformCall.h"
 
@@ -55,26 +58,55 @@ std::optional<Handler> handlerOf(const std::string& id) {
     return std::nullopt;
 }
 
-// What the cloud hands out for a restore. Nothing: it has no such backup, or cannot read or deliver it.
+// What the store's failures mean to its clients.
+int codeOf(const sim::Error& error) {
+    switch (error.kind()) {
+        case sim::Error::Kind::Unreachable:
+            return BNR_RESPONSE_SERVER_NOT_RESPONDING;
+        case sim::Error::Kind::Duplicate:
+            return BNR_RESPONSE_DUPLICATED_DATA;
+        default:
+            return BNR_RESPONSE_ERROR;
+    }
+}
+
+sim::Address addressOf(const std::string& id) {
+    return {Device::current().tv.account(), id, client().sessions[id]};
+}
+
+// What the cloud hands out for a restore.
 struct Download {
     std::string metadata;
     std::string path;
 };
-std::optional<Download> download(const std::string& category, const std::string& id, const fs::path& folder) {
+
+// The code of the response; the download where it is BNR_RESPONSE_RESTORE_DATA.
+int download(const std::string& id, const fs::path& folder, std::optional<Download>& downloaded) {
     Device& device = Device::current();
+    const sim::Address address = addressOf(id);
     try {
-        const std::optional<sim::StoredBackup> backup = device.cloud->find(id, category, device.chosenBackup);
-        if (!backup || !backup->damage.empty()) {
-            return std::nullopt;
+        const std::optional<sim::BackupName> name =
+            device.chosenBackup.empty() ? device.cloud->newest(address, device.tv.runs().lastBackup(address.account))
+                                        : std::optional(sim::BackupName{address, device.chosenBackup, ""});
+        if (!name) {
+            return BNR_RESPONSE_ERROR;
         }
-        const fs::path target = folder / backup->name;
-        device.cloud->fetch(*backup, target);
-        device.record.used(backup->id, id, category);
-        device.bundleName = backup->name;
-        device.bundleMetadata = backup->metadata;
-        return Download{backup->metadata, target};
+        const sim::StoredBackup backup = device.cloud->fetch(*name, folder);
+        if (!backup.damage.empty()) {
+            device.record.call(sim::calls::cloud_request.name, "backup " + name->path(), "damaged: " + backup.damage,
+                               std::nullopt);
+            return BNR_RESPONSE_ERROR;
+        }
+        const fs::path target = folder / backup.name;
+        device.record.used(address.account, id, address.category, backup.id);
+        device.bundleName = backup.name;
+        device.bundleMetadata = backup.metadata;
+        downloaded = {backup.metadata, target};
+        return BNR_RESPONSE_RESTORE_DATA;
+    } catch (const sim::Error& error) {
+        return codeOf(error);
     } catch (const std::exception&) {
-        return std::nullopt;
+        return BNR_RESPONSE_ERROR;
     }
 }
 
@@ -101,20 +133,48 @@ void respond(const std::string& id, const sim::Arrival& arrival, const std::opti
 void respondLater(std::chrono::milliseconds delay, const std::string& id, bnr_response_e code,
                   const std::optional<fs::path>& folder) {
     sim::platformEvent(sim::calls::bnr_response, id, delay, code, [id, folder](sim::Arrival arrival) {
-        const auto session = client().sessions.find(id);
-        if (session == client().sessions.end()) {
+        if (client().sessions.count(id) == 0) {
             return;  // closed in the meantime
         }
         std::optional<Download> downloaded;
         if (arrival.code == BNR_RESPONSE_RESTORE_DATA && folder) {
-            downloaded = download(session->second, id, *folder);
-            if (!downloaded) {
-                arrival.code = BNR_RESPONSE_ERROR;
-            } else if (arrival.damage) {
+            arrival.code = download(id, *folder, downloaded);
+            if (downloaded && arrival.damage) {
                 sim::damageFile(downloaded->path, *arrival.damage);
             }
         }
         respond(id, arrival, downloaded);
+    });
+}
+
+// Puts a backup into the store. The code of the response, or Error where that is for the caller to know at once.
+bnr_response_e store(const sim::NewBackup& backup, const fs::path& bundle, std::string& stored) {
+    Device& device = Device::current();
+    try {
+        stored = device.cloud->put(backup, bundle);
+    } catch (const sim::Error& error) {
+        if (!device.cloud->isRemote() && error.kind() != sim::Error::Kind::Duplicate) {
+            throw;
+        }
+        return static_cast<bnr_response_e>(codeOf(error));
+    }
+    device.record.used(backup.account, backup.clientId, backup.category, stored);
+    return BNR_RESPONSE_BACKUP_COMPLETED;
+}
+
+// Keeps a copy of the bundle, which its owner may remove at once, and brings it to a store on another machine before
+// the response.
+void uploadLater(const sim::NewBackup& backup, const fs::path& bundle) {
+    Device& device = Device::current();
+    const auto spool = std::make_shared<sim::ScratchFolder>(device.tv.home() / "spool");
+    const fs::path copy = *spool / bundle.filename();
+    sim::copyFile(bundle, copy);
+    device.loop.post(BACKUP_TAKES, [backup, spool, copy] {
+        if (client().sessions.count(backup.clientId) == 0) {
+            return;  // closed in the meantime
+        }
+        std::string stored;
+        respondLater(0ms, backup.clientId, store(backup, copy, stored), std::nullopt);
     });
 }
 
@@ -178,13 +238,22 @@ int bnr_backup(const char* id, const char* metadata, const char* filePath) {
                 respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_SCHEMA_ERROR, std::nullopt);
                 return 0;
             }
-            const std::string category = client().sessions[id];
             Device& device = Device::current();
-            const std::string backup = device.cloud->put(
-                {id, category, metadata, device.tv.serial(), device.tv.serviceDb().counts().services}, filePath);
-            device.record.used(backup, id, category);
-            given.text = "backup " + backup;
-            respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_COMPLETED, std::nullopt);
+            const std::string account = device.tv.account();
+            const sim::NewBackup backup{addressOf(id),
+                                        metadata,
+                                        device.tv.serial(),
+                                        device.tv.serviceDb().counts().services,
+                                        device.tv.runs().lastBackup(account),
+                                        device.refusesDuplicates};
+            if (device.cloud->isRemote()) {
+                uploadLater(backup, filePath);
+                given.text = "spooled";
+                return 0;
+            }
+            std::string stored;
+            respondLater(BACKUP_TAKES, id, store(backup, filePath, stored), std::nullopt);
+            given.text = stored.empty() ? "" : "backup " + stored;
             return 0;
         },
         [&](sim::Damage damage) { sim::damageFile(filePath, damage); });

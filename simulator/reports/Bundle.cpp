@@ -111,15 +111,6 @@ Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata)
     readCi(file);
 }
 
-Bundle Bundle::of(const CloudStore& store, const StoredBackup& backup) {
-    if (!backup.damage.empty()) {
-        throw Error(Error::Kind::Damaged, fmt::format("backup {} is damaged: {}", backup.id, backup.damage));
-    }
-    const ScratchFolder scratch(fs::temp_directory_path());
-    store.fetch(backup, scratch / "bundle.zip");
-    return Bundle(scratch / "bundle.zip", backup.metadata);
-}
-
 bool Bundle::isDamaged() const {
     return !problems().empty();
 }
@@ -260,6 +251,16 @@ SetUp Bundle::setUp() const {
         setUp.headers = services().headers();
     }
     return setUp;
+}
+
+FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name) {
+    const ScratchFolder scratch(fs::temp_directory_path());
+    StoredBackup backup = store.fetch(name, scratch.path());
+    if (!backup.damage.empty()) {
+        throw Error(Error::Kind::Damaged, fmt::format("backup {} is damaged: {}", backup.id, backup.damage));
+    }
+    Bundle bundle(scratch / backup.name, backup.metadata);
+    return {std::move(backup), std::move(bundle)};
 }
 
 }  // namespace sim

@@ -40,9 +40,6 @@ public:
     // where there is no such file, or no place to unpack it.
     Bundle(const std::filesystem::path& file, std::optional<std::string> metadata);
 
-    // A stored backup's. Throws Error where it cannot be handed out.
-    static Bundle of(const CloudStore& store, const StoredBackup& backup);
-
     const std::string& problem() const { return m_problem; }  // of the archive as such; empty: it can be read
     const std::vector<ArchiveEntry>& entries() const { return m_entries; }
     const BundlePart& part(Item item) const { return m_parts.at(item); }
@@ -84,5 +81,12 @@ private:
     IssDb::Entries m_iss;
     CiModule::Digests m_ci;
 };
+
+// A stored backup with its bundle. Throws Error where it cannot be handed out.
+struct FetchedBackup {
+    StoredBackup backup;
+    Bundle bundle;
+};
+FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name);
 
 }  // namespace sim

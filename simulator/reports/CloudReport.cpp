@@ -15,21 +15,29 @@
 
 namespace sim {
 
-StoredBackup chooseBackup(const CloudStore& store, const std::string& id) {
-    std::vector<StoredBackup> found;
-    for (const StoredBackup& backup : store.list()) {
+std::string ofAccount(const std::string& account) {
+    return account.empty() || account == DEFAULT_ACCOUNT ? "" : " of the account " + account;
+}
+
+BackupName chooseBackup(const CloudStore& store, const std::string& id, const std::string& account) {
+    std::vector<BackupName> found;
+    for (const BackupName& backup : store.content().backups) {
         const std::string path = fmt::format("{}/{}/{}", backup.clientId, backup.category, backup.id);
-        if (id.empty() ? backup.damage.empty() : id == backup.id || id == path) {
+        const bool isOfAccount = account.empty() || backup.account == account;
+        if (id == backup.path() || (isOfAccount && (id.empty() || id == backup.id || id == path))) {
             found.push_back(backup);
         }
     }
+    while (id.empty() && !found.empty() && !store.look(found.back()).damage.empty()) {
+        found.pop_back();
+    }
     if (found.empty()) {
-        throw Error(Error::Kind::Missing, fmt::format("{} holds no backup{}; see: halcyon-tv cloud list", store.place(),
-                                                      id.empty() ? "" : " " + id));
+        throw Error(Error::Kind::Missing, fmt::format("{} holds no backup{}{}; see: halcyon-tv cloud list",
+                                                      store.place(), id.empty() ? "" : " " + id, ofAccount(account)));
     }
     if (!id.empty() && found.size() > 1) {
-        throw Error(fmt::format("{} holds several backups {}; give CLIENT/CATEGORY/ID, such as {}/{}/{}", store.place(),
-                                id, found[0].clientId, found[0].category, id));
+        throw Error(fmt::format("{} holds several backups {}; give ACCOUNT/CLIENT/CATEGORY/ID, such as {}",
+                                store.place(), id, found[0].path()));
     }
     return found.back();
 }

@@ -10,8 +10,12 @@
 
 namespace sim {
 
-// The stored backup of an id, or of CLIENT/CATEGORY/ID; the newest whole one where that is empty. Throws Error.
-StoredBackup chooseBackup(const CloudStore& store, const std::string& id);
+// " of the account NAME", but nothing for the default one and for any.
+std::string ofAccount(const std::string& account);
+
+// The stored backup of an id, or of CLIENT/CATEGORY/ID, of an account, which is any where it is empty; or of
+// ACCOUNT/CLIENT/CATEGORY/ID. Without an id, the newest whole one. Throws Error.
+BackupName chooseBackup(const CloudStore& store, const std::string& id, const std::string& account);
 
 // The antenna inputs that a backup was made with, in words.
 std::string antennaOf(const StoredBackup& backup);

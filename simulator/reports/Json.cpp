@@ -158,6 +158,7 @@ Json::Value toJson(const Service& service) {
 Json::Value toJson(const TvReport& report) {
     Json::Value value;
     value["home"] = text(report.home);
+    value["account"] = text(report.account);
     value["now"] = report.fixedTime.empty() ? Json::Value() : text(report.fixedTime);
     value["services"] = number(report.counts.services);
     value["radios"] = number(report.counts.radios);
@@ -291,6 +292,7 @@ Json::Value toJson(const Prospect& prospect) {
 Json::Value toJson(const StoredBackup& backup) {
     Json::Value value;
     value["id"] = text(backup.id);
+    value["account"] = text(backup.account);
     value["clientId"] = text(backup.clientId);
     value["category"] = text(backup.category);
     value["time"] = text(backup.time);

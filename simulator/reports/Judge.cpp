@@ -242,20 +242,27 @@ bool isRefusalOfTheCloud(const std::optional<Response>& response) {
            codeOf(*response) <= codeOf(Response::DuplicatedData);
 }
 
-Reason cloudReason(const Evidence& evidence) {
-    std::string damage;
-    if (evidence.isRestore()) {
-        const std::vector<StoredBackup> backups = evidence.store.list();
-        if (backups.empty()) {
-            return {Cause::NothingStored,
-                    fmt::format("there is no backup in {}; make one with: halcyon-tv run", evidence.store.place())};
+// What the store has said when it gave nothing.
+std::string lastRefusal(const Evidence& evidence) {
+    for (auto call = evidence.calls.rbegin(); call != evidence.calls.rend(); ++call) {
+        if (call->name == calls::cloud_request.name) {
+            return toNumber<int>(call->result) ? "" : fmt::format("{}: {}", call->arguments, call->result);
         }
-        damage = backups.back().damage.empty()
-                     ? ""
-                     : fmt::format("; the newest one there is damaged: {}", backups.back().damage);
     }
-    return {Cause::Cloud, fmt::format("the cloud service answered {}{}; look at {}", words(*evidence.run.response),
-                                      damage, evidence.store.place())};
+    return "";
+}
+
+Reason cloudReason(const Evidence& evidence) {
+    const std::string detail = lastRefusal(evidence);
+    if (evidence.isRestore() && detail.empty()) {
+        const Address address{evidence.tv.account(), application::CLIENT_ID, application::CATEGORY};
+        if (!evidence.store.newest(address, "")) {
+            return {Cause::NothingStored, fmt::format("there is no backup{} in {}; make one with: halcyon-tv run",
+                                                      ofAccount(address.account), evidence.store.place())};
+        }
+    }
+    return {Cause::Cloud, fmt::format("the cloud service answered {}{}{}; look at {}", words(*evidence.run.response),
+                                      detail.empty() ? "" : "; ", detail, evidence.store.place())};
 }
 
 // What the application was at when it ended.
@@ -391,16 +398,28 @@ int decisiveIn(const Evidence& evidence, Outcome outcome) {
     return decisive == 0 && outcome != Outcome::Done && failure != nullptr ? failure->seq : decisive;
 }
 
+// The backup that the cloud took or handed out, if it is still there and whole.
+void takeBackup(Evidence& evidence) {
+    const Run& run = evidence.run;
+    try {
+        FetchedBackup fetched =
+            fetchBundle(evidence.store, {{run.account, run.clientId, run.category}, run.backup, ""});
+        evidence.backup = std::move(fetched.backup);
+        evidence.bundle = std::move(fetched.bundle);
+    } catch (const Error& error) {
+        if (error.kind() != Error::Kind::Missing && error.kind() != Error::Kind::Damaged) {
+            throw;
+        }
+    }
+}
+
 }  // namespace
 
 Verdict judge(const Tv& tv, const CloudStore& store, const Run& run) {
     Evidence evidence{tv, store, run, tv.runs().calls(run.id), tv.runs().log(run.id), std::nullopt, std::nullopt};
     Verdict verdict;
     if (!run.backup.empty()) {
-        evidence.backup = store.find(run.clientId, run.category, run.backup);
-        if (evidence.backup && evidence.backup->damage.empty()) {
-            evidence.bundle = Bundle::of(store, *evidence.backup);
-        }
+        takeBackup(evidence);
     }
     if (run.ended != RunEnd::Running) {
         verdict.items = judgeItems(evidence);

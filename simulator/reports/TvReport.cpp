@@ -38,6 +38,7 @@ ChannelCounts countChannels(const ServiceDb& services) {
 
 TvReport reportOn(const Tv& tv) {
     TvReport report;
+    report.account = tv.account();
     report.home = tv.home();
     report.counts = tv.serviceDb().counts();
     report.viewing = tv.viewing();

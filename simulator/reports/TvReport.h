@@ -14,6 +14,7 @@ namespace sim {
 
 struct TvReport {
     std::string home;
+    std::string account;  // that it has in the cloud
     ServiceDb::Counts counts;
     Viewing viewing;
     std::optional<Service> watching;  // nothing: the channel list has no such service

@@ -8,8 +8,8 @@ namespace sim {
 namespace {
 
 constexpr char COLUMNS[] =
-    "SELECT id, pid, started, operation, reply_requested, reply, response, reported, ended, detail, client_id, "
-    "category, backup FROM runs ";
+    "SELECT id, pid, started, operation, reply_requested, reply, response, reported, ended, detail, account, "
+    "client_id, category, backup FROM runs ";
 
 Run readRun(const Statement& query) {
     Run run;
@@ -27,9 +27,10 @@ Run readRun(const Statement& query) {
     run.reported = query.text(7);
     run.ended = fromName<RunEnd>(query.text(8)).value_or(RunEnd::Crashed);
     run.detail = query.text(9);
-    run.clientId = query.text(10);
-    run.category = query.text(11);
-    run.backup = query.text(12);
+    run.account = query.text(10);
+    run.clientId = query.text(11);
+    run.category = query.text(12);
+    run.backup = query.text(13);
     return run;
 }
 
@@ -51,6 +52,11 @@ std::optional<Run> Runs::find(std::int64_t id) const {
 
 std::int64_t Runs::newest() const {
     return m_database.integer("SELECT coalesce(max(id), 0) FROM runs").value_or(0);
+}
+
+std::string Runs::lastBackup(const std::string& account) const {
+    Statement query(m_database, "SELECT backup FROM runs WHERE account = ? AND backup <> '' ORDER BY id DESC LIMIT 1");
+    return query.bind(account).next() ? query.text(0) : "";
 }
 
 std::vector<CallRecord> Runs::calls(std::int64_t run) const {
@@ -95,9 +101,9 @@ void Runs::save(const Run& run) {
     const std::optional<int> response = run.response ? std::optional(static_cast<int>(*run.response)) : std::nullopt;
     m_database.change(
         "UPDATE runs SET operation = ?, reply_requested = ?, reply = ?, response = ?, reported = ?, ended = ?, "
-        "detail = ?, client_id = ?, category = ?, backup = ? WHERE id = ?",
+        "detail = ?, account = ?, client_id = ?, category = ?, backup = ? WHERE id = ?",
         run.operation, run.replyRequested ? 1 : 0, run.reply, response, run.reported, nameOf(run.ended), run.detail,
-        run.clientId, run.category, run.backup, run.id);
+        run.account, run.clientId, run.category, run.backup, run.id);
 }
 
 void Runs::add(std::int64_t run, const CallRecord& call) {

@@ -21,7 +21,8 @@ struct Run {
     std::optional<int> reply;          // result code of the last reply that the caller got
     std::optional<Response> response;  // the cloud service's last
     std::string reported;              // to the cloud service: "success", "failure" or ""
-    std::string clientId;              // of the backup that the cloud took or handed out; empty: none
+    std::string account;               // of the backup that the cloud took or handed out
+    std::string clientId;              // empty: there was none
     std::string category;
     std::string backup;  // its id
     RunEnd ended = RunEnd::Running;
@@ -60,6 +61,9 @@ public:
     std::int64_t newest() const;  // its id; 0 before the first
     std::vector<CallRecord> calls(std::int64_t run) const;
     std::vector<LogRecord> log(std::int64_t run) const;
+
+    // The id of the backup that a run of an account had last; empty: none had one.
+    std::string lastBackup(const std::string& account) const;
 
     // A new run of the process `pid`; its id.
     std::int64_t begin(int pid, const std::string& started);

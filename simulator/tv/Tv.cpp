@@ -20,13 +20,14 @@ namespace sim {
 namespace {
 
 // Of the tables below, as it stands in the database: one that was made by another version is not touched.
-constexpr std::int64_t LAYOUT = 2;
+constexpr std::int64_t LAYOUT = 3;
 
 constexpr char SCHEMA[] = R"(
 CREATE TABLE state(
     antenna_mode INTEGER NOT NULL, service_mode INTEGER NOT NULL, service_id INTEGER NOT NULL, source INTEGER NOT NULL,
     category INTEGER NOT NULL, category_param INTEGER NOT NULL, sort_mode INTEGER NOT NULL,
-    antenna TEXT NOT NULL DEFAULT '0', scanning INTEGER NOT NULL DEFAULT 0, now INTEGER, serial TEXT NOT NULL);
+    antenna TEXT NOT NULL DEFAULT '0', scanning INTEGER NOT NULL DEFAULT 0, now INTEGER, serial TEXT NOT NULL,
+    account TEXT NOT NULL);
 CREATE TABLE settings(key TEXT PRIMARY KEY, type TEXT NOT NULL, value TEXT NOT NULL);
 CREATE TABLE faults(
     id INTEGER PRIMARY KEY, call TEXT NOT NULL, failure TEXT NOT NULL, nth INTEGER NOT NULL, times INTEGER NOT NULL,
@@ -34,7 +35,7 @@ CREATE TABLE faults(
 CREATE TABLE runs(
     id INTEGER PRIMARY KEY, pid INTEGER NOT NULL, started TEXT NOT NULL, operation TEXT, reply_requested INTEGER,
     reply INTEGER, response INTEGER, reported TEXT, ended TEXT NOT NULL DEFAULT 'running', detail TEXT NOT NULL DEFAULT '',
-    client_id TEXT, category TEXT, backup TEXT);
+    account TEXT, client_id TEXT, category TEXT, backup TEXT);
 CREATE TABLE calls(
     run INTEGER NOT NULL, seq INTEGER NOT NULL, at INTEGER NOT NULL, name TEXT NOT NULL, arguments TEXT NOT NULL,
     result TEXT NOT NULL, fault INTEGER, PRIMARY KEY(run, seq)) WITHOUT ROWID;
@@ -45,7 +46,7 @@ CREATE TABLE fingerprints(run INTEGER NOT NULL, item TEXT NOT NULL, digest TEXT 
 CREATE TABLE verdicts(
     run INTEGER PRIMARY KEY, outcome TEXT NOT NULL, cause TEXT NOT NULL, why TEXT NOT NULL, decisive INTEGER NOT NULL);
 CREATE TABLE verdict_items(run INTEGER NOT NULL, item TEXT NOT NULL, state TEXT NOT NULL, detail TEXT NOT NULL);
-PRAGMA user_version = 2;
+PRAGMA user_version = 3;
 )";
 
 fs::path databaseOf(const fs::path& home) {
@@ -114,14 +115,14 @@ AntennaMode antennaModeOf(const std::string& source) {
 }
 
 void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::string& serial,
-                    const std::optional<std::time_t>& time) {
+                    const std::optional<std::time_t>& time, const std::string& account) {
     Database database(path, Database::Access::Create);
     // With a write-ahead log, who looks at a TV never waits for the run that writes to it, nor holds it up.
     database.run("PRAGMA journal_mode = WAL");
     Transaction transaction(database);
     database.run(SCHEMA);
-    database.change("INSERT INTO state VALUES(?, 0, 1, 0, 0, 0, 0, '0', 0, ?, ?)", static_cast<int>(antennaMode), time,
-                    serial);
+    database.change("INSERT INTO state VALUES(?, 0, 1, 0, 0, 0, 0, '0', 0, ?, ?, ?)", static_cast<int>(antennaMode),
+                    time, serial, account);
     Settings settings(database);
     for (int i = 1; i <= application::FAVOURITE_LISTS; ++i) {
         settings.setFavouriteName(i, fmt::format("Favourites {}", i));
@@ -158,7 +159,8 @@ FolderLock lockTv(const fs::path& home, std::chrono::milliseconds patience) {
 }
 
 void Tv::create(const fs::path& home, const ChannelList& list, const std::string& serial,
-                const std::optional<std::time_t>& time) {
+                const std::optional<std::time_t>& time, const std::string& account) {
+    requireAccount(account);
     if (home.string().size() > limits::HOME_PATH_BYTES) {
         throw Error(fmt::format("the path of a TV home has at most {} bytes, and {} has {}", limits::HOME_PATH_BYTES,
                                 inQuotes(home.string()), home.string().size()));
@@ -172,7 +174,7 @@ void Tv::create(const fs::path& home, const ChannelList& list, const std::string
     CiModule(built / "ci")
         .create({{"ci_profile.bin", "CI\x01" + serial},
                  {"ci_operator.xml", "<operator set=\"" + inXml(serial) + "\"/>\n"}});
-    createDatabase(databaseOf(built), antennaModeOf(list.services.front().source), serial, time);
+    createDatabase(databaseOf(built), antennaModeOf(list.services.front().source), serial, time, account);
     saveSnapshot(built, INIT_SNAPSHOT);
     if (!putInPlace(built, home)) {
         throw Error(fmt::format("there is something at {} already; remove that folder, or choose another with --home",
@@ -260,6 +262,17 @@ std::string Tv::serial() const {
     Statement query(m_database, "SELECT serial FROM state");
     query.next();
     return query.text(0);
+}
+
+std::string Tv::account() const {
+    Statement query(m_database, "SELECT account FROM state");
+    query.next();
+    return query.text(0);
+}
+
+void Tv::setAccount(const std::string& account) {
+    requireAccount(account);
+    m_database.change("UPDATE state SET account = ?", account);
 }
 
 std::time_t Tv::now() const {

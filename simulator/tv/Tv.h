@@ -5,6 +5,7 @@
 //   iss.db        the iss database
 //   ci/           the CI module's own files
 //   apps/, tmp/   what the path variables for application and temporary data stand for
+//   spool/        bundles on their way to a cloud on another machine
 //   snapshots/    what it was before, by name
 #pragma once
 
@@ -17,6 +18,7 @@
 #include <set>
 #include <string>
 
+#include "simulator/base/Account.h"
 #include "simulator/base/FolderLock.h"
 #include "simulator/tv/CiModule.h"
 #include "simulator/tv/Codes.h"
@@ -63,7 +65,8 @@ public:
     // Makes a factory-fresh TV with a channel list, its clock stopped at a time if one is given: whole or not at all.
     // Throws Error, also where there is something already.
     static void create(const std::filesystem::path& home, const ChannelList& list, const std::string& serial,
-                       const std::optional<std::time_t>& time = std::nullopt);
+                       const std::optional<std::time_t>& time = std::nullopt,
+                       const std::string& account = DEFAULT_ACCOUNT);
 
     // Opens a TV; to look at it takes no right to write. Throws Error where there is none.
     explicit Tv(const std::filesystem::path& home, Database::Access access = Database::Access::Change);
@@ -84,6 +87,10 @@ public:
     void setAntenna(const std::set<int>& statuses);
 
     std::string serial() const;
+
+    // Whose it is in the cloud. Setting throws Error where the text is no account.
+    std::string account() const;
+    void setAccount(const std::string& account);
 
     // Its clock: the machine's, unless it was stopped at a time.
     std::time_t now() const;

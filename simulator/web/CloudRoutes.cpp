@@ -15,10 +15,10 @@ namespace sim {
 
 namespace {
 
-Json::Value listBackups(const Lab& lab, const ApiRequest& /*request*/) {
+Json::Value listAll(const Lab& lab, const ApiRequest& /*request*/) {
     Json::Value value;
     value["cloud"] = toUtf8(lab.cloud());
-    value["backups"] = toJson(openCloud(lab.cloud())->list());
+    value["backups"] = toJson(listBackups(*openCloud(lab.cloud())));
     return value;
 }
 
@@ -30,7 +30,7 @@ std::string inQuery(const ApiRequest& request, const char* name) {
     return found->second;
 }
 
-// CLIENT/CATEGORY/ID.
+// [ACCOUNT/]CLIENT/CATEGORY/ID.
 std::string pathIn(const ApiRequest& request) {
     return fmt::format("{}", fmt::join(request.parts, "/"));
 }
@@ -44,17 +44,17 @@ Json::Value verified(const Lab& lab, const Bundle& bundle, const std::string& tv
 
 Json::Value showBackup(const Lab& lab, const ApiRequest& request) {
     const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
-    const StoredBackup backup = chooseBackup(*store, pathIn(request));
+    const FetchedBackup fetched = fetchBundle(*store, chooseBackup(*store, pathIn(request), ""));
     const auto tv = request.query.find("tv");
-    Json::Value value = verified(lab, Bundle::of(*store, backup), tv == request.query.end() ? "" : tv->second);
-    value["backup"] = toJson(backup);
+    Json::Value value = verified(lab, fetched.bundle, tv == request.query.end() ? "" : tv->second);
+    value["backup"] = toJson(fetched.backup);
     return value;
 }
 
 Json::Value removeBackup(const Lab& lab, const ApiRequest& request) {
     const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
-    store->remove(chooseBackup(*store, pathIn(request)));
-    return listBackups(lab, request);
+    store->remove(chooseBackup(*store, pathIn(request), ""));
+    return listAll(lab, request);
 }
 
 // "tv:NAME" or "backup:ID".
@@ -67,7 +67,7 @@ SetUp sideOf(const Lab& lab, const std::string& name) {
     }
     if (kind == "backup") {
         const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
-        return Bundle::of(*store, chooseBackup(*store, rest)).setUp();
+        return fetchBundle(*store, chooseBackup(*store, rest, "")).bundle.setUp();
     }
     throw Error(fmt::format("{} is neither tv:NAME nor backup:ID", inQuotes(name)));
 }
@@ -128,16 +128,21 @@ Json::Value import(const Lab& lab, const ApiRequest& request) {
     const SentBundle sent(request.body);
     const Tv tv(lab.homeOf(textIn(request.body, "tv")), Database::Access::Look);
     Json::Value value;
-    value["backup"] = importBundle(*openCloud(lab.cloud()), sent.bundle(), sent.file(), &tv);
+    value["backup"] = importBundle(*openCloud(lab.cloud()), sent.bundle(), sent.file(), tv.account(), &tv);
     return value;
 }
 
 }  // namespace
 
 std::vector<Route> cloudRoutes() {
-    return {{"GET", "cloud", &listBackups},           {"GET", "cloud/*/*/*", &showBackup},
-            {"DELETE", "cloud/*/*/*", &removeBackup}, {"GET", "diff", &showDifference},
-            {"POST", "bundles/inspect", &inspect},    {"POST", "bundles/import", &import}};
+    return {{"GET", "cloud", &listAll},
+            {"GET", "cloud/*/*/*", &showBackup},
+            {"DELETE", "cloud/*/*/*", &removeBackup},
+            {"GET", "cloud/*/*/*/*", &showBackup},
+            {"DELETE", "cloud/*/*/*/*", &removeBackup},
+            {"GET", "diff", &showDifference},
+            {"POST", "bundles/inspect", &inspect},
+            {"POST", "bundles/import", &import}};
 }
 
 }  // namespace sim

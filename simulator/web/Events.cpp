@@ -11,6 +11,8 @@ namespace sim {
 
 namespace {
 
+constexpr std::chrono::seconds BETWEEN_REQUESTS{2};
+
 std::string event(const char* name, const Json::Value& data) {
     return fmt::format("event: {}\ndata: {}\n\n", name, writeJson(data));
 }
@@ -31,13 +33,35 @@ std::string Watch::next() {
         } catch (const Error&) {  // it is being replaced: the next look shows it
         }
     }
-    const std::string cloud = writeJson(toJson(openCloud(m_lab.cloud())->list()));
+    watchCloud(events);
+    m_isFirst = false;
+    return events;
+}
+
+// A store on another machine is asked less often, and once it has been asked.
+void Watch::watchCloud(std::string& events) {
+    const auto now = std::chrono::steady_clock::now();
+    if (now < m_nextLook) {
+        return;
+    }
+    std::string cloud;
+    try {
+        if (!m_store) {
+            m_store = openCloud(m_lab.cloud());
+        }
+        for (const BackupName& name : m_store->content().backups) {
+            cloud += name.path() + " " + name.mark + "\n";
+        }
+    } catch (const Error& error) {  // who looks at the page's list of backups is told
+        cloud = error.what();
+    }
+    if (m_store && m_store->isRemote()) {
+        m_nextLook = now + BETWEEN_REQUESTS;
+    }
     if (cloud != m_cloud && !m_isFirst) {
         events += event("cloud", Json::Value(Json::objectValue));
     }
     m_cloud = cloud;
-    m_isFirst = false;
-    return events;
 }
 
 void Watch::watchTv(const std::string& name, std::string& events) {

@@ -2,10 +2,13 @@
 // something has changed.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 
+#include "simulator/cloud/CloudStore.h"
 #include "simulator/web/Lab.h"
 
 namespace sim {
@@ -26,12 +29,15 @@ private:
         bool isOpen = false;
     };
 
+    void watchCloud(std::string& events);
     void watchTv(const std::string& name, std::string& events);
     void watchRun(const std::string& name, class Tv& tv, Seen& seen, std::string& events);
 
     const Lab& m_lab;
     std::map<std::string, Seen> m_seen;
+    std::unique_ptr<CloudStore> m_store;
     std::string m_cloud;
+    std::chrono::steady_clock::time_point m_nextLook;
     bool m_isFirst = true;
 };
 

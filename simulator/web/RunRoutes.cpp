@@ -65,7 +65,7 @@ bool flag(const Json::Value& body, const char* member) {
     return body[member].isBool() && body[member].asBool();
 }
 
-RunRequest requestIn(const Json::Value& body, const CloudStore& store) {
+RunRequest requestIn(const Json::Value& body, const CloudStore& store, const std::string& account) {
     RunRequest request;
     const std::string operation = textIn(body, "operation");
     if (operation != "backup" && operation != "restore") {
@@ -77,7 +77,7 @@ RunRequest requestIn(const Json::Value& body, const CloudStore& store) {
         request.extras = {fmt::format("{}=restore", application::OPERATION),
                           fmt::format("{}={}", application::SCAN_ACTIVATED, flag(body, "scan") ? 1 : 0)};
         const std::string backup = textIn(body, "backup", "");
-        request.backup = backup.empty() ? "" : chooseBackup(store, backup).id;
+        request.backup = backup.empty() ? "" : chooseBackup(store, backup, account).id;
     }
     return request;
 }
@@ -86,7 +86,7 @@ RunRequest requestIn(const Json::Value& body, const CloudStore& store) {
 Json::Value launch(const Lab& lab, const ApiRequest& request) {
     const std::filesystem::path home = lab.homeOf(request.parts[0]);
     const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
-    RunRequest wanted = requestIn(request.body, *store);
+    RunRequest wanted = requestIn(request.body, *store, Tv(home, Database::Access::Look).account());
     const FolderLock lock = lockTv(home, std::chrono::seconds(0));
     if (request.body["operation"] == "restore") {
         saveSnapshot(home, BEFORE_RUN);

@@ -47,6 +47,9 @@ int statusOf(Error::Kind kind) {
             return 422;
         case Error::Kind::Full:
             return 507;
+        case Error::Kind::Unreachable:
+        case Error::Kind::Denied:
+            return 502;
         default:
             return 400;
     }

@@ -22,11 +22,11 @@ class Answer:
 
 
 class Tv:
-    """A TV in `folder`, with a cloud that it may share."""
+    """A TV in `folder`, with a cloud that it may share: a folder there, or an address."""
 
     def __init__(self, folder, name, cloud="cloud", channels=DATA / "factory.conf", serial=None):
         self.home = folder / name
-        self.cloud = folder / cloud
+        self.cloud = cloud if "://" in cloud else folder / cloud
         self.folder = folder
         self.tv("init", "--channels", channels, "--serial", serial or name, "--now", MOMENT)
 

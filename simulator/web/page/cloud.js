@@ -2,14 +2,14 @@
 import {find, get, post, remove} from "./api.js";
 import {attempt, draw, launch, place, state} from "./app.js";
 import {compareWith, differences} from "./compare.js";
-import {action, byId, bytes, command, fill, following, h, moment, plural, shown} from "./dom.js";
+import {action, byId, bytes, command, fill, following, h, moment, numberOf, plural, shown} from "./dom.js";
 import {ITEMS} from "./run.js";
 
 const verified = new Map();  // what verifying found, by backup and what it could depend on
 const MOST_VERIFIED = 12;
 const view = {limit: 6};
 
-const partsOf = (backup) => [backup.clientId, backup.category, backup.id];
+const partsOf = (backup) => [backup.account, backup.clientId, backup.category, backup.id];
 const pathOf = (backup) => partsOf(backup).map(encodeURIComponent).join("/");
 
 async function verify(backup) {
@@ -55,7 +55,7 @@ export function bundleDetails(bundle) {
 
 async function show(backup) {
   const bundle = await attempt(() => find(`cloud/${pathOf(backup)}`, {tv: state.tv}));
-  if (bundle) open(`Backup ${Number(backup.id)}`, ...bundleDetails(bundle), command(...place(), "bundle", "verify", backup.id));
+  if (bundle) open(`Backup ${numberOf(backup.id)}`, ...bundleDetails(bundle), command(...place(), "bundle", "verify", backup.id));
 }
 
 async function drop(backup) {
@@ -64,15 +64,15 @@ async function drop(backup) {
 }
 
 function confirmRemoval(backup) {
-  open(`Remove backup ${Number(backup.id)}?`, h("p", {class: "note"}, "It goes for good; no later backup gets its number."),
+  open(`Remove backup ${numberOf(backup.id)}?`, h("p", {class: "note"}, "It goes for good; no later backup gets its number."),
     h("div", {class: "actions"}, h("button", {class: "danger", type: "button", onclick: () => drop(backup)}, "Remove it"),
       h("button", {type: "button", onclick: () => byId("dialog").close()}, "Keep it")), command(...place(), "cloud", "remove", backup.id));
 }
 
 function card(backup) {
   const button = (text, key, act, ...words) => action(text, {class: "quiet", disabled: Boolean(state.busy), "data-key": `${key}-${backup.id}`,
-    "aria-label": `${text} backup ${Number(backup.id)}`, onclick: act}, () => [...place(), ...words]);
-  return h("li", {class: "backup"}, h("strong", {}, String(Number(backup.id))),
+    "aria-label": `${text} backup ${numberOf(backup.id)}`, onclick: act}, () => [...place(), ...words]);
+  return h("li", {class: "backup"}, h("strong", {}, String(numberOf(backup.id))),
     h("div", {}, h("p", {}, backup.damage ? h("span", {class: "bad"}, shown(backup.damage)) : `${moment(backup.time)} · from ${shown(backup.set || "an unknown set")}`),
       h("p", {class: "muted"}, `${backup.services === null ? "?" : plural(backup.services, "channel")} · antenna ${backup.antenna} · ${bytes(backup.bytes)}`),
       backup.damage ? null : h("div", {class: "buttons"}, button("Restore", "restore", () => launch({operation: "restore", reply: true, scan: state.status.isScanning, backup: partsOf(backup).join("/")}), "run", "operation=restore", "--backup", backup.id),
@@ -114,12 +114,15 @@ for (const event of ["dragover", "drop"]) {
   });
 }
 
+// Those that the TV on show can restore: its account's.
+const ofTv = (backups) => backups.filter((backup) => !state.status || backup.account === state.status.account);
+
 export function drawCloud() {
   const title = h("h2", {id: "cloud-title"}, "Cloud");
   if (!state.backups) return fill(byId("cloud"), title, h("p", {class: "empty"}, "Reading the cloud …"));
-  const newest = [...state.backups].reverse();
+  const newest = ofTv(state.backups).reverse();
   newest.slice(0, Math.min(view.limit, MOST_VERIFIED)).forEach(verify);
-  return fill(byId("cloud"), h("div", {class: "head"}, title, h("span", {class: "muted"}, plural(newest.length, "backup"))),
+  return fill(byId("cloud"), h("div", {class: "head"}, title, h("span", {class: "muted"}, plural(newest.length, "backup"), state.status && state.status.account !== "default" ? ` of account ${shown(state.status.account)}` : null)),
     newest.length ? h("ul", {class: "backups"}, newest.slice(0, view.limit).map(card))
       : h("p", {class: "empty"}, "No backup yet. Back a TV up, or drop a customer's bundle here."),
     newest.length > view.limit ? h("button", {class: "quiet more", type: "button", "data-key": "more", onclick: () => { view.limit += 20; draw(); }}, `Show ${Math.min(20, newest.length - view.limit)} more`) : null,

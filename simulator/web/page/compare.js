@@ -1,7 +1,7 @@
 // Before and after: how two channel set-ups differ, service by service.
 import {find} from "./api.js";
 import {attempt, homeOf, state} from "./app.js";
-import {byId, command, fill, h, plural, shown} from "./dom.js";
+import {byId, command, fill, h, numberOf, plural, shown} from "./dom.js";
 import {ITEMS} from "./run.js";
 
 const KINDS = [["removed", "−", "bad"], ["added", "+", "good"], ["renamed", "=", "part"], ["changed", "~", "part"], ["moved", "›", "part"], ["renumbered", "#", "part"]];
@@ -46,7 +46,7 @@ const word = (side) => side.startsWith("tv:") ? homeOf(side.slice(3)) : side.sli
 
 export function drawCompare() {
   const sides = [...state.lab.tvs.map((tv) => [`tv:${tv.name}`, shown(tv.name)]),
-    ...[...state.backups ?? []].reverse().filter((backup) => !backup.damage).map((backup) => [`backup:${backup.clientId}/${backup.category}/${backup.id}`, `backup ${Number(backup.id)}`])];
+    ...[...state.backups ?? []].reverse().filter((backup) => !backup.damage).map((backup) => [`backup:${backup.account}/${backup.clientId}/${backup.category}/${backup.id}`, `backup ${numberOf(backup.id)}`])];
   if (!sides.some(([value]) => value === view.one)) view.one = sides[0]?.[0] ?? "";
   if (!sides.some(([value]) => value === view.other)) view.other = sides[1]?.[0] ?? "";
   const select = (name, text) => h("label", {}, text, h("select", {"data-key": name, onchange: (event) => { view[name] = event.target.value; view.difference = null; drawCompare(); }},

@@ -79,3 +79,6 @@ export function toast(text) {
   clearTimeout(hiding);
   hiding = setTimeout(() => { byId("toast").textContent = ""; }, 8000);
 }
+
+// The number that a backup's id begins with.
+export const numberOf = (id) => parseInt(id, 10);

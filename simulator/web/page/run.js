@@ -1,6 +1,6 @@
 // What became of a run: the answer first, then each item, then the way there.
 import {place, showRun, state} from "./app.js";
-import {byId, command, fill, h, moment, shown} from "./dom.js";
+import {byId, command, fill, h, moment, numberOf, shown} from "./dom.js";
 
 export const ITEMS = {channels: "channels", favname1: "favourites 1", favname2: "favourites 2", favname3: "favourites 3", favname4: "favourites 4",
   favname5: "favourites 5", iss: "iss database", ci: "CI files", viewing: "viewing state", ipsrv: "own IP services"};
@@ -49,7 +49,7 @@ export function drawRun() {
     return fill(card, h("h2", {id: "run-title"}, state.busy ? `A ${state.busy} is under way` : "No run yet"),
       h("p", {class: "empty"}, state.tv ? "Back the TV up, or restore it: what became of each item is shown here." : ""));
   }
-  const backup = run.backup ? ` · backup ${Number(run.backup)}` : "";
+  const backup = run.backup ? ` · backup ${numberOf(run.backup)}` : "";
   fill(card, h("div", {class: "head"}, h("h2", {id: "run-title"}, `Run ${run.run} · ${run.operation}${backup}`),
     h("span", {class: "muted"}, moment(run.started)), state.runs.length > 1 ? history() : null),
   verdict(run), command(...place(), "record", String(run.run)));

@@ -2,7 +2,7 @@
 import {state} from "./app.js";
 import {byId, fill, h, shown} from "./dom.js";
 
-const LANES = [["application", null], ["framework", /^(ui_app|app[._]|platform_)/], ["cloud service", /^(bnr_|disk)/],
+const LANES = [["application", null], ["framework", /^(ui_app|app[._]|platform_)/], ["cloud service", /^(cloud_request|bnr_|disk)/],
   ["TV service", /^(TVServiceAPI|CTVSApiWrapper|CCCategoryUtil|I(?!CI)[A-Z]|TC|tv_)/], ["settings", /^(vconf_|Json|json)/], ["CI module", /^CIM::/]];
 const LEAST_UNIT = 9;  // pixels that an event takes at least, and at most
 const MOST_UNIT = 18;

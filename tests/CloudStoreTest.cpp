@@ -1,0 +1,225 @@
+// What every cloud store promises. It is tested in a folder, or where $HALCYON_TEST_CLOUD says.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "simulator/base/Digest.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+#include "simulator/base/Places.h"
+#include "simulator/cloud/CloudStore.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+const sim::Address HOME{"default", "client", "lists"};
+
+class Contract : public ::testing::Test {
+protected:
+    Contract() : scratch(fs::temp_directory_path()) {
+        const std::string given = sim::environment("HALCYON_TEST_CLOUD");
+        std::random_device random;
+        place = given.empty() ? (scratch / "cloud").string() : given + "/" + std::to_string(random());
+        store = sim::openCloud(place);
+        store->create();
+    }
+
+    fs::path bundle(const std::string& name, const std::string& content) const {
+        sim::writeFile(scratch / name, content);
+        return scratch / name;
+    }
+
+    std::string put(const sim::Address& address, const std::string& content) const {
+        return put(*store, address, content);
+    }
+    std::string put(sim::CloudStore& to, const sim::Address& address, const std::string& content) const {
+        return to.put({address, "{\"about\":\"" + content + "\"}", "SET", 7, "", false}, bundle("bundle.zip", content));
+    }
+
+    std::string fetched(const sim::BackupName& name) const {
+        const sim::ScratchFolder folder(scratch.path());
+        const sim::StoredBackup backup = store->fetch(name, folder.path());
+        return backup.damage.empty() ? sim::readFile(folder / backup.name) : "damaged: " + backup.damage;
+    }
+
+    std::vector<std::string> paths() const {
+        std::vector<std::string> paths;
+        for (const sim::BackupName& name : store->content().backups) {
+            paths.push_back(name.account + " " + fetched(name));
+        }
+        return paths;
+    }
+
+    sim::ScratchFolder scratch;
+    std::string place;
+    std::unique_ptr<sim::CloudStore> store;
+};
+
+TEST_F(Contract, WhatIsPutComesBackAsItWas) {
+    EXPECT_EQ(store->newest(HOME, ""), std::nullopt);
+    EXPECT_THAT(store->content().backups, IsEmpty());
+    std::string large(5U << 20, 'x');
+    for (std::size_t i = 0; i < large.size(); i += 1000) {
+        large[i] = static_cast<char>(i / 1000);
+    }
+    const fs::path file = bundle("12 of\n\xff.zip", large);
+    const std::string id = store->put({HOME, "{\"m\":\"\xc3\xa4\"}\n", "SET <1>", 50'000, "", false}, file);
+    const std::optional<sim::BackupName> name = store->newest(HOME, "");
+    ASSERT_TRUE(name);
+    EXPECT_EQ(name->id, id);
+    const sim::StoredBackup backup = store->look(*name);
+    EXPECT_EQ(backup.damage, "");
+    EXPECT_EQ(backup.metadata, "{\"m\":\"\xc3\xa4\"}\n");
+    EXPECT_EQ(backup.size, large.size());
+    EXPECT_EQ(backup.device, "SET <1>");
+    EXPECT_EQ(backup.services, 50'000U);
+    EXPECT_EQ(backup.path(), "default/client/lists/" + id);
+    EXPECT_TRUE(fetched(*name) == large);
+    EXPECT_THAT(sim::listBackups(*store), SizeIs(1));
+}
+
+TEST_F(Contract, TheNewestIsTheLastOfItsAccountAndCategory) {
+    const sim::Address other{"other", HOME.clientId, HOME.category};
+    std::string first;
+    for (const char* content : {"1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11"}) {
+        const std::string id = put(HOME, content);
+        first = first.empty() ? id : first;
+    }
+    put(other, "of another");
+    put({"default", HOME.clientId, "other"}, "of another category");
+    for (const std::string& lastSeen :
+         {std::string(), first, std::string("99999999-00000000"), std::string("nonsense")}) {
+        EXPECT_EQ(fetched(*store->newest(HOME, lastSeen)), "11") << lastSeen;
+    }
+    EXPECT_EQ(fetched(*store->newest(other, first)), "of another");
+    EXPECT_EQ(store->newest({"default", "client", "none"}, ""), std::nullopt);
+    EXPECT_THAT(paths(), ElementsAre("default 1", "default 2", "default 3", "default 4", "default 5", "default 6",
+                                     "default 7", "default 8", "default 9", "default 10", "default 11",
+                                     "default of another category", "other of another"));
+}
+
+TEST_F(Contract, WhatIsRemovedIsGoneAndItsIdToo) {
+    put(HOME, "1");
+    const std::string second = put(HOME, "2");
+    store->remove(*store->newest(HOME, ""));
+    EXPECT_EQ(fetched(*store->newest(HOME, "")), "1");
+    const sim::BackupName gone{HOME, second, ""};
+    try {
+        store->look(gone);
+        FAIL() << "looked at what is gone";
+    } catch (const sim::Error& error) {
+        EXPECT_EQ(error.kind(), sim::Error::Kind::Missing);
+    }
+    EXPECT_NE(put(HOME, "3"), second);
+    EXPECT_THAT(paths(), ElementsAre("default 1", "default 3"));
+}
+
+TEST_F(Contract, TheVerySameBundleIsRefusedWhereThatIsAskedFor) {
+    put(HOME, "same");
+    sim::NewBackup backup{HOME, "{}", "SET", std::nullopt, "", true};
+    try {
+        store->put(backup, bundle("again.zip", "same"));
+        FAIL() << "took it";
+    } catch (const sim::Error& error) {
+        EXPECT_EQ(error.kind(), sim::Error::Kind::Duplicate);
+    }
+    store->put(backup, bundle("again.zip", "another"));
+    store->put(backup, bundle("again.zip", "same"));  // of what is no longer the newest
+    EXPECT_THAT(store->content().backups, SizeIs(3));
+}
+
+TEST_F(Contract, ALongCategoryIsSearchedForItsEnd) {
+    int requests = 0;
+    const std::unique_ptr<sim::CloudStore> counting =
+        sim::openCloud(place, [&](const std::string&, const std::string&) { ++requests; });
+    constexpr int COUNT = 1150;
+    std::string last;
+    for (int i = 0; i < (store->isRemote() ? COUNT : COUNT / 10); ++i) {
+        last = store->put({HOME, "{}", "", std::nullopt, last, false}, bundle("bundle.zip", "x"));
+    }
+    EXPECT_EQ(counting->newest(HOME, "")->id, last);
+    EXPECT_LE(requests, 8);
+    requests = 0;
+    EXPECT_EQ(counting->newest(HOME, last)->id, last);
+    EXPECT_LE(requests, 1);
+}
+
+// --- writers who race ---
+
+struct Written {
+    std::string id;
+    std::int64_t begun;
+    std::int64_t done;
+};
+
+std::int64_t now() {
+    return std::chrono::steady_clock::now().time_since_epoch().count();
+}
+
+TEST_F(Contract, RacingWritersLoseNothingAndKeepTheOrder) {
+    constexpr int WRITERS = 16;
+    constexpr int EACH = 8;
+    std::vector<pid_t> writers;
+    for (int writer = 0; writer < WRITERS; ++writer) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            int code = 1;
+            try {
+                const std::unique_ptr<sim::CloudStore> own = sim::openCloud(place);
+                std::ofstream log(scratch / ("writer" + std::to_string(writer)));
+                const fs::path file = scratch / ("bundle" + std::to_string(writer));
+                for (int i = 0; i < EACH; ++i) {
+                    sim::writeFile(file, std::to_string(writer) + "/" + std::to_string(i));
+                    const std::int64_t begun = now();
+                    const std::string id = own->put({HOME, "{}", "", std::nullopt, "", false}, file);
+                    log << id << ' ' << begun << ' ' << now() << '\n';
+                }
+                code = log.flush() ? 0 : 1;
+            } catch (const std::exception& error) {
+                std::fprintf(stderr, "writer %d: %s\n", writer, error.what());
+            }
+            ::_exit(code);
+        }
+        writers.push_back(child);
+    }
+    for (const pid_t writer : writers) {
+        int status = 0;
+        ::waitpid(writer, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    std::vector<Written> all;
+    for (int writer = 0; writer < WRITERS; ++writer) {
+        std::ifstream log(scratch / ("writer" + std::to_string(writer)));
+        for (int i = 0; i < EACH; ++i) {
+            Written written;
+            log >> written.id >> written.begun >> written.done;
+            EXPECT_EQ(fetched({HOME, written.id, ""}), std::to_string(writer) + "/" + std::to_string(i));
+            all.push_back(written);
+        }
+    }
+    EXPECT_THAT(store->content().backups, SizeIs(WRITERS * EACH));
+    int disordered = 0;
+    for (const Written& one : all) {
+        for (const Written& other : all) {
+            disordered += one.done < other.begun && one.id >= other.id ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(disordered, 0);
+}
+
+}  // namespace
