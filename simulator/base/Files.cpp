@@ -95,7 +95,7 @@ int lock(const fs::path& folder) {
 }
 
 fs::path makeScratch(const fs::path& parent) {
-    static std::random_device random;
+    static thread_local std::random_device random;
     for (;;) {
         fs::path path = parent / fmt::format("{}{:0{}x}", SCRATCH_PREFIX, random() & 0xFFFFFFU, SCRATCH_DIGITS);
         if (::mkdir(path.c_str(), SCRATCH_MODE) == 0) {

@@ -63,7 +63,9 @@ public:
             sigaddset(&signals, signal);
         }
         posix_spawnattr_setsigdefault(&attributes, &signals);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+        constexpr int ALWAYS = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK;
+        posix_spawnattr_setflags(&attributes,
+                                 static_cast<short>(launch.hasOwnGroup ? ALWAYS | POSIX_SPAWN_SETPGROUP : ALWAYS));
     }
     ~SpawnSettings() {
         posix_spawn_file_actions_destroy(&actions);

@@ -13,6 +13,7 @@ struct Launch {
         environment;  // variables that it gets in the place of, or beside, this process's
     int output = -1;  // descriptors for its standard output and error; -1: this process's
     int errors = -1;
+    bool hasOwnGroup = false;          // what a terminal sends to this process does not reach it
     std::vector<int> handedDown = {};  // descriptors that it gets under their own numbers
 };
 

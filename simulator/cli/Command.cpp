@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "simulator/base/Text.h"
 #include "simulator/base/Version.h"
 
 namespace cli {
@@ -39,6 +40,13 @@ const std::array<ExitCode, 9> EXIT_CODES = {{
     {BUSY, "the TV is busy"},
 }};
 
+std::string checkExtra(const std::string& extra) {
+    const std::size_t equals = extra.find('=');
+    return equals == std::string::npos || equals == 0
+               ? sim::inQuotes(extra) + " is not of the form key=value, such as operation=restore"
+               : std::string();
+}
+
 CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& help, const std::string& example,
                      Action& chosen, Action action) {
     CLI::App* command = parent.add_subcommand(name, help);
@@ -66,7 +74,7 @@ void describe(CLI::App& app, Place& place, std::string& home, Action& chosen) {
     app.add_flag("-q,--quiet", place.isQuiet, "without the application's log, and without what is not asked for");
     app.add_flag("-v,--verbose", place.isVerbose, "with more of what was found out");
     for (const auto addCommands : {&addTvCommands, &addRunCommands, &addFaultCommands, &addCloudCommands,
-                                   &addBundleCommands, &addCompareCommands, &addServeCommand}) {
+                                   &addBundleCommands, &addCompareCommands, &addFleetCommand, &addServeCommand}) {
         addCommands(app, chosen);
     }
 }

@@ -297,13 +297,6 @@ int record(const Place& place, const RecordOptions& options) {
     return DONE;
 }
 
-std::string checkExtra(const std::string& extra) {
-    const std::size_t equals = extra.find('=');
-    return equals == std::string::npos || equals == 0
-               ? sim::inQuotes(extra) + " is not of the form key=value, such as operation=restore"
-               : std::string();
-}
-
 }  // namespace
 
 void addRunCommands(CLI::App& app, Action& chosen) {

@@ -34,6 +34,7 @@ class Json(Story):
                 check(name, b.tv(*words.split(), "--json", code=code).json)
         bundle = next(self.folder.glob("cloud/*/*/000001/bundle.zip"))
         check("cloud import", b.tv("--json", "cloud", "import", bundle).json)
+        check("fleet run", b.tv("fleet", "run", "--tvs", 2, "--json").json)
         made = b.tv("init", "--channels", DATA / "channels.conf", "--home", self.folder / "c", "--json")
         check("init", made.json)
 

@@ -1,8 +1,10 @@
 """What scripts rely on: exports, snapshots, equal TVs, exit codes, and messages that lead on."""
 import filecmp
+import json
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import unittest
 
@@ -72,6 +74,34 @@ class Scripts(Story):
             Tv(self.folder, cloud + "-tv", cloud=cloud, channels=CHANNELS, serial="SAME").tv("run")
             bundles.append(next(self.folder.glob(f"{cloud}/*/*/000001/bundle.zip")))
         self.assertTrue(filecmp.cmp(*bundles, shallow=False))
+
+    def test_a_fleet_is_counted_and_what_failed_is_named(self):
+        tv = Tv(self.folder, "a", channels=CHANNELS)
+        fleet = ["fleet", "run", "--tvs", 5, "--jobs", 2, "--json"]
+        self.assertEqual(tv.tv(*fleet).json["outcomes"], {"done": 5})
+        (self.folder / "fleet/tv-00003/service-db/services.db").unlink()
+        tv.tv("--home", self.folder / "fleet/tv-00004", "set", "antenna", "2")
+        report = tv.tv(*fleet, "operation=restore", code=1).json
+        self.assertEqual(report["outcomes"], {"done": 4, "refused": 1})
+        self.assertEqual([each["tv"] for each in report["failures"]], ["tv-00004"])
+        accounts = {each["account"] for each in tv.tv("cloud", "list", "--json").json["backups"]}
+        self.assertEqual(accounts, {f"tv-0000{i}" for i in range(1, 6)})
+
+    def test_an_interrupted_fleet_goes_on(self):
+        tv = Tv(self.folder, "a", channels=CHANNELS)
+        fleet = ["fleet", "run", "--tvs", "40", "--jobs", "2", "--json"]
+        environment = dict(os.environ, HALCYON_TV_HOME=str(tv.home), HALCYON_CLOUD=str(tv.cloud))
+        with subprocess.Popen(["halcyon-tv", *fleet], env=environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+            while not list(self.folder.glob("cloud/@*")):
+                self.assertIsNone(process.poll())
+            process.send_signal(signal.SIGINT)
+            report = json.loads(process.communicate()[0])
+        self.assertLess(report["runs"], 40)
+        report = tv.tv(*fleet).json
+        self.assertEqual((report["runs"], report["outcomes"]), (40, {"done": 40}))
+        self.assertLess(report["runsNow"], 40)
+        self.assertEqual(len(tv.tv("cloud", "list", "--json").json["backups"]), 40, "none has run twice")
+        self.assertEqual(tv.tv(*fleet).json["runsNow"], 40, "the next round")
 
     def test_a_snapshot_brings_everything_back(self):
         tv = Tv(self.folder, "a", channels=CHANNELS)

@@ -1,0 +1,130 @@
+#!/usr/bin/env python3
+"""What a fleet of TVs costs on each kind of cloud store, side by side, and what a backup costs when there are many already.
+
+Prints tables in Markdown. Requests are counted by the store's own gateways."""
+import argparse
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = pathlib.Path(__file__).parents[1]
+sys.path.insert(0, str(ROOT / "tests/stories"))
+from cluster import Cluster  # noqa: E402
+
+STORES = [("folder", None), ("1 OSD in memory, 1 gateway", ()),
+          ("3 OSDs on disk, 2 gateways", ("--osds", "3", "--gateways", "2", "--disk"))]
+
+
+def tv(*words, check=True):
+    answer = subprocess.run(["halcyon-tv", *map(str, words)], text=True, capture_output=True)
+    if check and answer.returncode != 0:
+        sys.exit(f"bench-cloud: halcyon-tv {words}: {answer.returncode}\n{answer.stdout}{answer.stderr}")
+    return answer.stdout
+
+
+class Store:
+    """A kind of store, empty."""
+
+    def __init__(self, folder, options):
+        self.cluster = None if options is None else Cluster(*options)
+        self.place = folder / "cloud"
+        if self.cluster:
+            os.environ.update(self.cluster.environment)
+            self.cluster.create("bench")
+            self.place = "s3://bench"
+
+    def requests(self):
+        """That the gateways have answered so far."""
+        total = 0
+        for socket in (self.cluster.folder / "run").glob("client.rgw.*.asok") if self.cluster else ():
+            dump = subprocess.run(["ceph", "--admin-daemon", socket, "perf", "dump", "rgw"], check=True, text=True,
+                                  capture_output=True, env=dict(os.environ, CEPH_CONF=str(self.cluster.folder / "ceph.conf")))
+            total += json.loads(dump.stdout)["rgw"]["req"]
+        return total
+
+    def stop(self):
+        if self.cluster:
+            self.cluster.stop()
+
+
+def bench_fleet(arguments):
+    print(f"## {arguments.tvs} TVs, {arguments.jobs} at a time\n\n"
+          "| store | operation | runs a second | half of them in | 90 % | 99 % | longest | requests a run |\n"
+          "|---|---|---|---|---|---|---|---|")
+    for name, options in STORES:
+        with tempfile.TemporaryDirectory() as temporary:
+            folder = pathlib.Path(temporary)
+            store = Store(folder, options)
+            try:
+                for operation in "backup", "restore":
+                    before = store.requests()
+                    report = json.loads(tv("fleet", "run", "--tvs", arguments.tvs, "--jobs", arguments.jobs, "--lab", folder / "lab",
+                                           "--cloud", store.place, "--channels", arguments.channels, "--json",
+                                           f"operation={operation}"))
+                    requests = (store.requests() - before) / arguments.tvs
+                    times = report["secondsOfARun"]
+                    milliseconds = " | ".join(f"{times[each] * 1000:.0f} ms" for each in ("p50", "p90", "p99", "longest"))
+                    print(f"| {name} | {operation} | {report['runsNow'] / report['seconds']:.1f} | {milliseconds} | "
+                          f"{requests:.2f} |" if options is not None else
+                          f"| {name} | {operation} | {report['runsNow'] / report['seconds']:.1f} | {milliseconds} | none |", flush=True)
+            finally:
+                store.stop()
+    print("\nOf the requests, one a run is the verdict's, which reads the backup back.\n")
+
+
+def fill(cluster, key, count):
+    """Copies of a backup under the numbers up to `count`."""
+    with tempfile.NamedTemporaryFile() as body:
+        body.write(cluster.read(key))
+        body.flush()
+        user = f"{os.environ['AWS_ACCESS_KEY_ID']}:{os.environ['AWS_SECRET_ACCESS_KEY']}"
+        folder = key.rsplit("/", 1)[0]
+        subprocess.run(["curl", "--silent", "--show-error", "--fail", "--aws-sigv4", "aws:amz:default:s3", "--user", user,
+                        "--header", "x-amz-content-sha256: UNSIGNED-PAYLOAD", "--upload-file", body.name,
+                        f"{cluster.endpoints[0]}/{folder}/[00000002-{count:08}]-0badcafe"], check=True, stdout=subprocess.DEVNULL)
+
+
+def bench_growth(arguments):
+    print("## A backup where there are many already (1 OSD in memory)\n\n"
+          "| backups before | the TV made the last one: time | requests | a new TV of the account: time | requests |\n"
+          "|---|---|---|---|---|")
+    for count in 10, 100, 1_000, 10_000:
+        with tempfile.TemporaryDirectory() as temporary:
+            folder = pathlib.Path(temporary)
+            store = Store(folder, ())
+            try:
+                def run(name):
+                    before, begin = store.requests(), time.monotonic()
+                    tv("run", "-q", "--home", folder / name, "--cloud", store.place)
+                    return f"{(time.monotonic() - begin) * 1000:.0f} ms | {store.requests() - before}"
+
+                for name in "old", "new":
+                    tv("init", "--home", folder / name, "--channels", arguments.channels)
+                run("old")
+                backup = json.loads(tv("cloud", "list", "--json", "--cloud", store.place))["backups"][0]
+                fill(store.cluster, f"bench/{backup['account']}/{backup['clientId']}/{backup['category']}/{backup['id']}", count)
+                run("old")  # and now it knows the end
+                print(f"| {count:,} | {run('old')} | {run('new')} |", flush=True)
+            finally:
+                store.stop()
+    print("\nOf the requests, one is the verdict's. The time is that of `halcyon-tv run`, verdict included.")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("bin", help="folder of the programs")
+    parser.add_argument("--tvs", type=int, default=1000, help="how many (default: 1000)")
+    parser.add_argument("--jobs", type=int, default=8, help="runs at a time (default: 8)")
+    parser.add_argument("--channels", default=ROOT / "data/channels.conf", help="the TVs' channel list")
+    arguments = parser.parse_args()
+    os.environ["PATH"] = f"{pathlib.Path(arguments.bin).resolve()}:{os.environ['PATH']}"
+    bench_fleet(arguments)
+    bench_growth(arguments)
+
+
+if __name__ == "__main__":
+    main()
