@@ -171,55 +171,75 @@ std::int64_t now() {
     return std::chrono::steady_clock::now().time_since_epoch().count();
 }
 
-TEST_F(Contract, RacingWritersLoseNothingAndKeepTheOrder) {
-    constexpr int WRITERS = 16;
-    constexpr int EACH = 8;
+constexpr int WRITERS = 16;
+constexpr int EACH = 8;
+
+class Race : public Contract {
+protected:
+    fs::path logOf(int writer) const { return scratch / ("writer" + std::to_string(writer)); }
+
+    // In a process of its own.
+    int write(int writer) const {
+        try {
+            const std::unique_ptr<sim::CloudStore> own = sim::openCloud(place);
+            std::ofstream log(logOf(writer));
+            const fs::path file = scratch / ("bundle" + std::to_string(writer));
+            for (int i = 0; i < EACH; ++i) {
+                sim::writeFile(file, std::to_string(writer) + "/" + std::to_string(i));
+                const std::int64_t begun = now();
+                const std::string id = own->put({HOME, "{}", "", std::nullopt, "", false}, file);
+                log << id << ' ' << begun << ' ' << now() << '\n';
+            }
+            return log.flush() ? 0 : 1;
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "writer %d: %s\n", writer, error.what());
+            return 1;
+        }
+    }
+
+    // What a writer has written, checked against what is there.
+    std::vector<Written> writtenBy(int writer) const {
+        std::ifstream log(logOf(writer));
+        std::vector<Written> all(EACH);
+        for (int i = 0; i < EACH; ++i) {
+            Written& written = all[static_cast<std::size_t>(i)];
+            log >> written.id >> written.begun >> written.done;
+            EXPECT_EQ(fetched({HOME, written.id, ""}), std::to_string(writer) + "/" + std::to_string(i));
+        }
+        return all;
+    }
+};
+
+// Pairs of which one was done before the other was begun, and yet comes after it.
+int disordered(const std::vector<Written>& all) {
+    int count = 0;
+    for (const Written& one : all) {
+        for (const Written& other : all) {
+            count += one.done < other.begun && one.id >= other.id ? 1 : 0;
+        }
+    }
+    return count;
+}
+
+TEST_F(Race, LosesNothingAndKeepsTheOrder) {
     std::vector<pid_t> writers;
     for (int writer = 0; writer < WRITERS; ++writer) {
         const pid_t child = ::fork();
         if (child == 0) {
-            int code = 1;
-            try {
-                const std::unique_ptr<sim::CloudStore> own = sim::openCloud(place);
-                std::ofstream log(scratch / ("writer" + std::to_string(writer)));
-                const fs::path file = scratch / ("bundle" + std::to_string(writer));
-                for (int i = 0; i < EACH; ++i) {
-                    sim::writeFile(file, std::to_string(writer) + "/" + std::to_string(i));
-                    const std::int64_t begun = now();
-                    const std::string id = own->put({HOME, "{}", "", std::nullopt, "", false}, file);
-                    log << id << ' ' << begun << ' ' << now() << '\n';
-                }
-                code = log.flush() ? 0 : 1;
-            } catch (const std::exception& error) {
-                std::fprintf(stderr, "writer %d: %s\n", writer, error.what());
-            }
-            ::_exit(code);
+            ::_exit(write(writer));
         }
         writers.push_back(child);
     }
-    for (const pid_t writer : writers) {
-        int status = 0;
-        ::waitpid(writer, &status, 0);
-        EXPECT_EQ(status, 0);
-    }
     std::vector<Written> all;
     for (int writer = 0; writer < WRITERS; ++writer) {
-        std::ifstream log(scratch / ("writer" + std::to_string(writer)));
-        for (int i = 0; i < EACH; ++i) {
-            Written written;
-            log >> written.id >> written.begun >> written.done;
-            EXPECT_EQ(fetched({HOME, written.id, ""}), std::to_string(writer) + "/" + std::to_string(i));
-            all.push_back(written);
-        }
+        int status = 0;
+        ::waitpid(writers[static_cast<std::size_t>(writer)], &status, 0);
+        EXPECT_EQ(status, 0);
+        const std::vector<Written> own = writtenBy(writer);
+        all.insert(all.end(), own.begin(), own.end());
     }
     EXPECT_THAT(store->content().backups, SizeIs(WRITERS * EACH));
-    int disordered = 0;
-    for (const Written& one : all) {
-        for (const Written& other : all) {
-            disordered += one.done < other.begun && one.id >= other.id ? 1 : 0;
-        }
-    }
-    EXPECT_EQ(disordered, 0);
+    EXPECT_EQ(disordered(all), 0);
 }
 
 }  // namespace

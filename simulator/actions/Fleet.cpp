@@ -130,7 +130,7 @@ FleetRun runOne(const FleetRequest& request, const std::string& cloud, const std
         Launch own = launch;
         own.hasOwnGroup = true;
         const auto begin = std::chrono::steady_clock::now();
-        const EndedProcess end = execute(own);
+        EndedProcess end = execute(own);
         run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
         return end;
     };

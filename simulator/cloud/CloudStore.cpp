@@ -19,7 +19,7 @@ std::unique_ptr<CloudStore> openCloud(const std::string& place, TellRequest tell
 }
 
 std::string bundleName(const std::string& name) {
-    const std::string last = std::filesystem::path(name).filename();
+    std::string last = std::filesystem::path(name).filename();
     if (last.empty() || last == "." || last == "..") {
         throw Error(Error::Kind::Damaged, fmt::format("{} is no name for a bundle", inQuotes(name)));
     }

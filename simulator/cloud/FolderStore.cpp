@@ -77,6 +77,10 @@ void load(const fs::path& folder, StoredBackup& backup) {
 
 constexpr char ACCOUNT_MARK = '@';
 
+bool isAccount(const fs::path& member) {
+    return member.filename().string().front() == ACCOUNT_MARK && isFolder(member);
+}
+
 // What the store itself has beside backups: marks of removed ones, and what is being built.
 bool isOwn(const fs::path& member) {
     return member.extension() == REMOVED || isScratch(member);
@@ -138,31 +142,37 @@ std::optional<BackupName> FolderStore::newest(const Address& address, const std:
     return ids.empty() ? std::nullopt : std::optional(BackupName{address, ids.back(), ""});
 }
 
-void FolderStore::addAccount(const std::string& account, const fs::path& folder, StoreContent& content) const {
-    const auto isForeign = [&](const fs::path& member) {
-        const bool is = !isFolder(member) || isScratch(member);
-        if (is && !isOwn(member)) {
+// The folders there; all else that is not the store's own is foreign.
+std::vector<fs::path> FolderStore::foldersIn(const fs::path& folder, StoreContent& content) const {
+    std::vector<fs::path> folders;
+    for (const fs::path& member : membersOf(folder)) {
+        if (isFolder(member) && !isOwn(member)) {
+            folders.push_back(member);
+        } else if (!isOwn(member)) {
             content.foreign.push_back(member.lexically_relative(m_folder));
         }
-        return is;
-    };
-    for (const fs::path& client : membersOf(folder)) {
-        if (client.filename().string().front() == ACCOUNT_MARK || isForeign(client)) {
+    }
+    return folders;
+}
+
+void FolderStore::addCategory(const Address& address, const fs::path& folder, StoreContent& content) const {
+    for (const std::string& id : backupIds(folder)) {
+        content.backups.push_back({address, id, ""});
+    }
+    for (const fs::path& member : foldersIn(folder, content)) {
+        if (!numberOf(member.filename())) {
+            content.foreign.push_back(member.lexically_relative(m_folder));
+        }
+    }
+}
+
+void FolderStore::addAccount(const std::string& account, const fs::path& folder, StoreContent& content) const {
+    for (const fs::path& client : foldersIn(folder, content)) {
+        if (isAccount(client)) {
             continue;
         }
-        for (const fs::path& category : membersOf(client)) {
-            if (isForeign(category)) {
-                continue;
-            }
-            const std::vector<std::string> ids = backupIds(category);
-            for (const std::string& id : ids) {
-                content.backups.push_back({{account, client.filename(), category.filename()}, id, ""});
-            }
-            for (const fs::path& member : membersOf(category)) {
-                if (!isOwn(member) && std::find(ids.begin(), ids.end(), member.filename()) == ids.end()) {
-                    content.foreign.push_back(member.lexically_relative(m_folder));
-                }
-            }
+        for (const fs::path& category : foldersIn(client, content)) {
+            addCategory({account, client.filename(), category.filename()}, category, content);
         }
     }
 }
@@ -171,9 +181,8 @@ StoreContent FolderStore::content() const {
     StoreContent content;
     addAccount(DEFAULT_ACCOUNT, m_folder, content);
     for (const fs::path& member : membersOf(m_folder)) {
-        const std::string name = member.filename();
-        if (name.front() == ACCOUNT_MARK && isFolder(member)) {
-            addAccount(name.substr(1), member, content);
+        if (isAccount(member)) {
+            addAccount(member.filename().string().substr(1), member, content);
         }
     }
     return content;

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <pugixml.hpp>
 #include <thread>
 #include <utility>
@@ -187,14 +188,41 @@ ObjectClient::ObjectClient(std::string bucket, TellRequest tell)
 
 ObjectClient::~ObjectClient() = default;
 
-ObjectClient::Answer ObjectClient::attempt(const Request& request, const std::string& endpoint) {
+// What comes: the body of a success for the sink, or a text.
+struct ObjectClient::Receiver {
+    CURL* handle;
+    const Sink* sink;
+    Answer& answer;
+
+    std::size_t take(std::string_view bytes) {
+        long status = 0;
+        curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+        try {
+            if (sink != nullptr && status / 100 == 2) {
+                sink->take(bytes);
+                return bytes.size();
+            }
+        } catch (...) {  // not through the library
+            answer.error = std::current_exception();
+            return 0;
+        }
+        if (answer.text.size() + bytes.size() > MOST_BYTES_OF_AN_ANSWER) {
+            return 0;
+        }
+        answer.text += bytes;
+        return bytes.size();
+    }
+
+    static std::size_t receive(char* bytes, std::size_t size, std::size_t count, void* receiver) {
+        return static_cast<Receiver*>(receiver)->take({bytes, size * count});
+    }
+};
+
+// The connection of the last request stays.
+void ObjectClient::prepare() {
     CURL* handle = m_handle.get();
-    curl_easy_reset(handle);  // connections stay
-    const std::string path = escaped(m_bucket + (request.key.empty() ? "" : "/" + request.key), true);
-    const std::string url = endpoint + "/" + path + (request.query.empty() ? "" : "?" + request.query);
-    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
+    curl_easy_reset(handle);
     curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method);
     curl_easy_setopt(handle, CURLOPT_AWS_SIGV4, fmt::format("aws:amz:{}:s3", m_region).c_str());
     curl_easy_setopt(handle, CURLOPT_USERNAME, m_key.c_str());
     curl_easy_setopt(handle, CURLOPT_PASSWORD, m_secret.c_str());
@@ -205,6 +233,15 @@ ObjectClient::Answer ObjectClient::attempt(const Request& request, const std::st
     if (!m_authorities.empty()) {
         curl_easy_setopt(handle, CURLOPT_CAINFO, m_authorities.c_str());
     }
+}
+
+ObjectClient::Answer ObjectClient::attempt(const Request& request, const std::string& endpoint) {
+    prepare();
+    CURL* handle = m_handle.get();
+    const std::string path = escaped(m_bucket + (request.key.empty() ? "" : "/" + request.key), true);
+    const std::string url = endpoint + "/" + path + (request.query.empty() ? "" : "?" + request.query);
+    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method);
     const std::string digest =
         fmt::format("x-amz-content-sha256: {}", request.body != nullptr ? request.body->digest : "UNSIGNED-PAYLOAD");
     const std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> headers(
@@ -213,47 +250,23 @@ ObjectClient::Answer ObjectClient::attempt(const Request& request, const std::st
     if (request.most > 0) {
         curl_easy_setopt(handle, CURLOPT_RANGE, fmt::format("0-{}", request.most - 1).c_str());
     }
-    std::unique_ptr<Upload> upload;
+    std::optional<Upload> upload;
     if (request.body != nullptr) {
-        upload = std::make_unique<Upload>(*request.body);
+        upload.emplace(*request.body);
         curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
         curl_easy_setopt(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(request.body->size));
         curl_easy_setopt(handle, CURLOPT_READFUNCTION, &readUpload);
-        curl_easy_setopt(handle, CURLOPT_READDATA, upload.get());
+        curl_easy_setopt(handle, CURLOPT_READDATA, &*upload);
         curl_easy_setopt(handle, CURLOPT_SEEKFUNCTION, &rewindUpload);
-        curl_easy_setopt(handle, CURLOPT_SEEKDATA, upload.get());
+        curl_easy_setopt(handle, CURLOPT_SEEKDATA, &*upload);
+    }
+    if (request.sink != nullptr) {
+        request.sink->restart();
     }
     Answer answer;
-    const Sink* sink = request.sink;
-    struct Receiver {
-        CURL* handle;
-        const Sink* sink;
-        Answer& answer;
-    } receiver{handle, sink, answer};
-    const auto receive = [](char* bytes, std::size_t size, std::size_t count, void* data) -> std::size_t {
-        auto& to = *static_cast<Receiver*>(data);
-        long status = 0;
-        curl_easy_getinfo(to.handle, CURLINFO_RESPONSE_CODE, &status);
-        try {
-            if (to.sink != nullptr && status / 100 == 2) {
-                to.sink->take({bytes, size * count});
-                return size * count;
-            }
-            if (to.answer.text.size() + size * count > MOST_BYTES_OF_AN_ANSWER) {
-                return 0;
-            }
-            to.answer.text.append(bytes, size * count);
-            return size * count;
-        } catch (...) {
-            to.answer.error = std::current_exception();
-            return 0;
-        }
-    };
-    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, +receive);
+    Receiver receiver{handle, request.sink, answer};
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Receiver::receive);
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, &receiver);
-    if (sink != nullptr) {
-        sink->restart();
-    }
     answer.transfer = curl_easy_perform(handle);
     curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &answer.status);
     if (answer.error) {

@@ -62,8 +62,10 @@ public:
 private:
     struct Request;
     struct Answer;
+    struct Receiver;
 
     std::string perform(const Request& request);
+    void prepare();
     Answer attempt(const Request& request, const std::string& endpoint);
     std::string refusal(const Answer& answer) const;
 
