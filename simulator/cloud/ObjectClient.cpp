@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -148,6 +149,7 @@ struct ObjectClient::Answer {
     long status = 0;
     std::string text;          // of what goes to no sink
     std::string code;          // of a refusal
+    std::string detail;        // of a failed transfer, in the library's words
     std::exception_ptr error;  // that the sink has thrown
 
     Error::Kind kind() const {
@@ -181,6 +183,9 @@ ObjectClient::ObjectClient(std::string bucket, TellRequest tell)
       m_stall(toNumber<long>(environment(STALL_VARIABLE)).value_or(STALL_SECONDS)) {
     if (m_region.empty()) {
         m_region = "us-east-1";
+    }
+    if (!m_authorities.empty() && ::access(m_authorities.c_str(), R_OK) != 0) {
+        throw Error(fmt::format("AWS_CA_BUNDLE: {}: cannot read: {}", m_authorities, std::strerror(errno)));
     }
     global();
     m_handle.reset(curl_easy_init());
@@ -267,7 +272,11 @@ ObjectClient::Answer ObjectClient::attempt(const Request& request, const std::st
     Receiver receiver{handle, request.sink, answer};
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Receiver::receive);
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, &receiver);
+    std::array<char, CURL_ERROR_SIZE> detail = {};
+    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, detail.data());
     answer.transfer = curl_easy_perform(handle);
+    answer.detail = detail.data();
+    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, nullptr);
     curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &answer.status);
     if (answer.error) {
         std::rethrow_exception(answer.error);
@@ -284,9 +293,9 @@ std::string ObjectClient::refusal(const Answer& answer) const {
     if (answer.transfer == CURLE_OPERATION_TIMEDOUT) {
         return "it did not answer in time";
     }
-    if (answer.transfer == CURLE_PEER_FAILED_VERIFICATION || answer.transfer == CURLE_SSL_CACERT_BADFILE) {
-        return fmt::format("its certificate is of no authority that is trusted here ({})",
-                           m_authorities.empty() ? "AWS_CA_BUNDLE can name a file with others" : m_authorities);
+    if (answer.transfer == CURLE_PEER_FAILED_VERIFICATION) {
+        return fmt::format("its certificate is not trusted: {}; authorities: {}", answer.detail,
+                           m_authorities.empty() ? "the machine's; AWS_CA_BUNDLE can name others" : m_authorities);
     }
     if (answer.transfer != CURLE_OK) {
         return curl_easy_strerror(answer.transfer);
