@@ -569,7 +569,7 @@ std::string CHalcyonLineup::m_GenerateUniqueName() {
     const std::int64_t nanoseconds =
         std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
             .count();
-    const std::time_t seconds = nanoseconds / 1'000'000'000;
+    const auto seconds = static_cast<std::time_t>(nanoseconds / 1'000'000'000);
     std::tm local = {};
     localtime_r(&seconds, &local);
     std::ostringstream stream;

@@ -110,14 +110,14 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"fault add bnr_backup null", 3, "bnr_backup cannot fail with 'null'"}));
 
 TEST_F(Cli, TheApplicationAloneExplainsItselfToo) {
-    const Answer nowhere = test::shell(environment() + HALCYON_LINEUP);
+    const Answer nowhere = test::shell(environment() + test::APPLICATION);
     EXPECT_EQ(nowhere.code, 3);
     EXPECT_THAT(nowhere.text, AllOf(HasSubstr("no TV at"), HasSubstr("init --channels")));
     init();
-    const Answer usage = test::shell(environment() + HALCYON_LINEUP + " restore");
+    const Answer usage = test::shell(environment() + test::APPLICATION + " restore");
     EXPECT_EQ(usage.code, 2);
     EXPECT_THAT(usage.text, HasSubstr("restore: not of the form key=value"));
-    EXPECT_EQ(test::shell(environment() + HALCYON_LINEUP + " operation=backup").code, 0);
+    EXPECT_EQ(test::shell(environment() + test::APPLICATION + " operation=backup").code, 0);
 }
 
 }  // namespace

@@ -172,7 +172,7 @@ TEST_F(Containment, AFullDiskLosesRecordsAndNothingElse) {
     init();
     const sim::SetUp before = sim::setUpOf(sim::Tv(home()));
     // No file may grow beyond this many KiB: enough for the databases, not for the record of a run.
-    const Answer run = test::shell("bash -c 'ulimit -f 64; " + environment() + HALCYON_LINEUP + "'");
+    const Answer run = test::shell("bash -c 'ulimit -f 64; " + environment() + test::APPLICATION + "'");
     EXPECT_EQ(run.code, 0) << run.text;
     EXPECT_THAT(run.text, AllOf(HasSubstr("records of this run could not be written: "),
                                 HasSubstr("main function,ret=0"), Not(HasSubstr("crashed"))));
@@ -191,7 +191,7 @@ TEST_F(Containment, ASecondRunIsRefusedOrWaits) {
         const Answer refused = tv("run -q");
         EXPECT_EQ(refused.code, 8);
         EXPECT_THAT(refused.text, AllOf(HasSubstr(names), HasSubstr("--wait SECONDS")));
-        const Answer alone = test::shell(environment() + HALCYON_LINEUP);
+        const Answer alone = test::shell(environment() + test::APPLICATION);
         EXPECT_EQ(alone.code, 8);
         EXPECT_THAT(alone.text, HasSubstr(names));
         EXPECT_EQ(tv("status").code, 0) << "readers are not blocked";

@@ -108,6 +108,7 @@ TEST_P(WildArchive, IsUnpackedAsFarAsItGoes) {
 }
 
 const Strings BOTH = {"first", "second"};
+constexpr bool IS_LONG_SHORT = sizeof(long) == 4;
 constexpr char CLOSED[] = "(256) 5 closed zip file {folder}/x.zip";
 constexpr char CANNOT_OPEN[] = "(146) 6 Cannot open {folder}/x.zip.";
 constexpr char NO_INFO[] = "(178) 6 error while reading file info from {folder}/x.zip";
@@ -189,7 +190,9 @@ INSTANTIATE_TEST_SUITE_P(
              {"first"}},
         // what other tools write
         Wild{"DataDescriptor", &withDataDescriptor, true, CLOSED, BOTH},
-        Wild{"Zip64", &withZip64, false, NOT_OPENED, {}},  // the library wants the sizes where they were
+        // where long has 64 bits, the library wants the sizes where they were
+        Wild{"Zip64", &withZip64, IS_LONG_SHORT, IS_LONG_SHORT ? CLOSED : NOT_OPENED,
+             IS_LONG_SHORT ? BOTH : test::Strings{}},
 
         Wild{"Prefix", [](std::string& b) { b.insert(0, "#!/bin/sh\n"); }, true, CLOSED, BOTH},
         Wild{"Comment", [](std::string& b) { withComment(b, "made by hand"); }, true, CLOSED, BOTH},

@@ -108,7 +108,7 @@ TEST_F(ZipUtil, WritesBareDeflatedEntries) {
     EXPECT_EQ(number(bytes, end + 10, 2), 1U) << "entries";
     EXPECT_EQ(number(bytes, end + 20, 2), 0U) << "archive comment";
 
-    const std::size_t central = number(bytes, end + 16, 4);
+    const auto central = static_cast<std::size_t>(number(bytes, end + 16, 4));
     EXPECT_EQ(number(bytes, central, 4), 0x02014b50U);
     EXPECT_EQ(number(bytes, central + 10, 2), 8U) << "method";
     EXPECT_EQ(number(bytes, central + 12, 4), 0U) << "date and time";

@@ -169,7 +169,9 @@ const std::vector<Settable>& settables() {
 std::time_t parseTime(const std::string& text) {
     const std::optional<std::time_t> time = fromUtc(text);
     if (!time) {
-        throw Error(fmt::format("{} is no time such as 2026-01-31T18:00:00Z", inQuotes(text)));
+        constexpr bool ENDS_IN_2038 = sizeof(std::time_t) == 4;
+        throw Error(fmt::format("{} is no time such as 2026-01-31T18:00:00Z{}", inQuotes(text),
+                                ENDS_IN_2038 ? ", up to 2038-01-19T03:14:07Z, where this processor's time ends" : ""));
     }
     return *time;
 }

@@ -13,6 +13,7 @@ constexpr char LOCK_VARIABLE[] = "HALCYON_TV_LOCK";        // descriptor that ho
 constexpr char WAIT_VARIABLE[] = "HALCYON_TV_WAIT";        // seconds to wait for that lock
 constexpr char KEEP_VARIABLE[] = "HALCYON_TV_KEEP";        // how many runs' records stay
 constexpr char SANDBOX_VARIABLE[] = "HALCYON_TV_SANDBOX";  // "off": the application is not confined
+constexpr char EMULATOR_VARIABLE[] = "HALCYON_EMULATOR";   // what runs programs of another processor, with its options
 constexpr char STALL_VARIABLE[] = "HALCYON_CLOUD_STALL";   // seconds without a byte until a request is given up
 
 // A folder's path, absolute and without a '/' at its end.

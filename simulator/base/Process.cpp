@@ -11,6 +11,8 @@
 #include <cstring>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/Places.h"
+#include "simulator/base/Text.h"
 
 namespace sim {
 
@@ -81,14 +83,19 @@ public:
 }  // namespace
 
 Process::Process(const Launch& launch) {
-    std::vector<std::string> words = launch.words;
-    std::vector<std::string> environment = mergedEnvironment(launch.environment);
+    std::vector<std::string> words = split(environment(EMULATOR_VARIABLE), ' ');
+    if (words.front().empty()) {
+        words.clear();
+    }
+    words.insert(words.end(), launch.words.begin(), launch.words.end());
+    std::vector<std::string> variables = mergedEnvironment(launch.environment);
     const SpawnSettings settings(launch);
     std::fflush(nullptr);  // what was printed before comes before what the other one prints
-    const int error = ::posix_spawn(&m_id, words.front().c_str(), &settings.actions, &settings.attributes,
-                                    pointersTo(words).data(), pointersTo(environment).data());
+    const int error = ::posix_spawnp(&m_id, words.front().c_str(), &settings.actions, &settings.attributes,
+                                     pointersTo(words).data(), pointersTo(variables).data());
     if (error != 0) {
-        throw Error(kindOfErrno(error), fmt::format("cannot launch {}: {}", words.front(), std::strerror(error)));
+        throw Error(kindOfErrno(error),
+                    fmt::format("cannot launch {}: {}", launch.words.front(), std::strerror(error)));
     }
 }
 

@@ -125,7 +125,7 @@ private:
         if (!isWhole) {
             throw Error(Error::Kind::Damaged, "its head is not what a backup has there");
         }
-        m_headSize = end + 1 + m_info["metadata"].asUInt64();
+        m_headSize = end + 1 + static_cast<std::size_t>(m_info["metadata"].asUInt64());
         if (m_head.size() < m_headSize) {
             return false;
         }
@@ -411,7 +411,7 @@ StoredBackup ObjectStore::look(const BackupName& name) const {
         }
         backup = damaged(name, error.what());
     }
-    if (!name.mark.empty()) {
+    if (!name.mark.empty() && backup.damage.empty()) {  // damage may be of the way here
         seen().add(remembered, backup);
     }
     return backup;

@@ -121,7 +121,7 @@ void Statement::reset() {
     sqlite3_clear_bindings(m_statement.get());
 }
 
-void Statement::set(int parameter, std::int64_t value) {
+void Statement::setInteger(int parameter, std::int64_t value) {
     sqlite3_bind_int64(m_statement.get(), parameter, value);
 }
 

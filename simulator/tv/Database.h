@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -44,9 +45,11 @@ private:
     friend class ReceivedDatabase;
 
     void reset();
-    void set(int parameter, std::int64_t value);
-    void set(int parameter, int value) { set(parameter, std::int64_t{value}); }
-    void set(int parameter, std::uint64_t value) { set(parameter, static_cast<std::int64_t>(value)); }
+    void setInteger(int parameter, std::int64_t value);
+    template <typename Integer, std::enable_if_t<std::is_integral_v<Integer>, int> = 0>
+    void set(int parameter, Integer value) {
+        setInteger(parameter, static_cast<std::int64_t>(value));
+    }
     void set(int parameter, std::string_view value);
     void set(int parameter, const std::string& value) { set(parameter, std::string_view(value)); }
     void set(int parameter, const char* value) { set(parameter, std::string_view(value)); }

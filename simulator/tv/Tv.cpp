@@ -282,7 +282,8 @@ std::time_t Tv::now() const {
 std::optional<std::time_t> Tv::fixedTime() const {
     Statement query(m_database, "SELECT now FROM state");
     query.next();
-    return query.optionalInteger(0);
+    const std::optional<std::int64_t> time = query.optionalInteger(0);
+    return time ? std::optional(static_cast<std::time_t>(*time)) : std::nullopt;
 }
 
 void Tv::setTime(const std::optional<std::time_t>& time) {

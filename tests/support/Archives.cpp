@@ -54,11 +54,12 @@ void makeArchive(const std::filesystem::path& path, const std::vector<std::pair<
 }
 
 std::size_t centralRecord(const std::string& bytes, std::size_t n) {
-    std::size_t at = number(bytes, bytes.size() - 22 + 16, 4);
+    std::uint64_t at = number(bytes, bytes.size() - 22 + 16, 4);
     for (; n > 0; --n) {
-        at += 46 + number(bytes, at + 28, 2) + number(bytes, at + 30, 2) + number(bytes, at + 32, 2);
+        const auto record = static_cast<std::size_t>(at);
+        at += 46 + number(bytes, record + 28, 2) + number(bytes, record + 30, 2) + number(bytes, record + 32, 2);
     }
-    return at;
+    return static_cast<std::size_t>(at);
 }
 
 }  // namespace test

@@ -23,8 +23,8 @@ CommandLine::CommandLine() {
 }
 
 Answer CommandLine::tv(const std::string& words, const std::string& home) const {
-    return shell(fmt::format("{} --home {} --cloud {} {}", HALCYON_TV, (folder / home).string(),
-                             (folder / "cloud").string(), words));
+    return shell(
+        fmt::format("{} --home {} --cloud {} {}", TOOL, (folder / home).string(), (folder / "cloud").string(), words));
 }
 
 Answer CommandLine::init(const std::string& home) const {

@@ -1,0 +1,5 @@
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(HALCYON_ARCHITECTURE arm64)
+set(HALCYON_TRIPLET aarch64-linux-gnu)
+set(HALCYON_EMULATOR qemu-aarch64)
+include(${CMAKE_CURRENT_LIST_DIR}/cross.cmake)

@@ -1,0 +1,5 @@
+set(CMAKE_SYSTEM_PROCESSOR arm)
+set(HALCYON_ARCHITECTURE armhf)
+set(HALCYON_TRIPLET arm-linux-gnueabihf)
+set(HALCYON_EMULATOR qemu-arm)
+include(${CMAKE_CURRENT_LIST_DIR}/cross.cmake)
