@@ -38,7 +38,7 @@ std::string Watch::next() {
     return events;
 }
 
-// A store on another machine is asked less often, and once it has been asked.
+// A store on another machine is not asked at each look.
 void Watch::watchCloud(std::string& events) {
     const auto now = std::chrono::steady_clock::now();
     if (now < m_nextLook) {

@@ -4,6 +4,8 @@ import pathlib
 import subprocess
 import tempfile
 
+from halcyon import DATA, Story, Tv
+
 SCRIPT = pathlib.Path(__file__).parents[2] / "scripts/object-store"
 
 
@@ -47,3 +49,16 @@ class Cluster:
         return subprocess.run(["curl", "--silent", "--show-error", "--fail", "--aws-sigv4", "aws:amz:default:s3",
                                "--user", user, "--header", "x-amz-content-sha256: UNSIGNED-PAYLOAD", *words,
                                f"{self.endpoints[0]}/{key}"], check=True, capture_output=True).stdout
+
+
+class TwoTvs(Story):
+    """TV a with a list of its own and TV b fresh from the factory, over a place of the test's own in the bucket `lab`."""
+
+    def setUp(self):
+        super().setUp()
+        self.cloud = "s3://lab/" + self.id().rsplit(".", 1)[1]
+        self.a = self.make("a", DATA / "channels.conf")
+        self.b = self.make("b", DATA / "factory.conf")
+
+    def make(self, name, channels):
+        return Tv(self.folder, name, cloud=self.cloud, channels=channels)

@@ -12,8 +12,8 @@ import unittest
 import unittest.mock
 import urllib.parse
 
-from cluster import Cluster
-from halcyon import DATA, Story, Tv
+from cluster import Cluster, TwoTvs
+from halcyon import DATA
 
 LARGE = 5_000_000
 HALF = LARGE // 2
@@ -104,16 +104,10 @@ def reached(*endpoints, **more):
     return unittest.mock.patch.dict(os.environ, AWS_ENDPOINT_URL=",".join(endpoints), **more)
 
 
-class Stories(Story):
+class Stories(TwoTvs):
     def setUp(self):
         super().setUp()
-        self.cloud = "s3://lab/" + self.id().rsplit(".", 1)[1]
-        self.a = self.make("a", DATA / "channels.conf")
-        self.b = self.make("b", DATA / "factory.conf")
         (self.a.home / "ci/module.bin").write_bytes(random.Random(1).randbytes(LARGE))
-
-    def make(self, name, channels):
-        return Tv(self.folder, name, cloud=self.cloud, channels=channels)
 
     def proxy(self, endpoint, way, fault):
         proxy = Proxy(endpoint, way, fault)

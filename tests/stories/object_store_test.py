@@ -5,8 +5,8 @@ import subprocess
 import unittest
 import urllib.request
 
-from cluster import Cluster
-from halcyon import DATA, Story, Tv
+from cluster import Cluster, TwoTvs
+from halcyon import Tv
 
 
 def setUpModule():
@@ -25,16 +25,7 @@ class Contract(unittest.TestCase):
         self.assertEqual(answer.returncode, 0, answer.stdout + answer.stderr)
 
 
-class Stories(Story):
-    def setUp(self):
-        super().setUp()
-        self.cloud = "s3://lab/" + self.id().rsplit(".", 1)[1]
-        self.a = self.make("a", DATA / "channels.conf")
-        self.b = self.make("b", DATA / "factory.conf")
-
-    def make(self, name, channels):
-        return Tv(self.folder, name, cloud=self.cloud, channels=channels)
-
+class Stories(TwoTvs):
     def key(self, backup):
         return f"{self.cloud.removeprefix('s3://')}/{backup['account']}/{backup['clientId']}/{backup['category']}/{backup['id']}"
 
