@@ -9,6 +9,8 @@
 #include <sys/wait.h>
 
 #include <csignal>
+#include <fstream>
+#include <set>
 
 #include "simulator/base/Archive.h"
 #include "simulator/base/Error.h"
@@ -166,18 +168,71 @@ TEST_F(LargeRestore, IsRefusedAndCutInTheRecord) {
     EXPECT_LT(fs::file_size(b.home / "tv.db"), 1'000'000U);
 }
 
-// --- a full disk ---
+// --- a kill and a full disk ---
 
-TEST_F(Containment, AFullDiskLosesRecordsAndNothingElse) {
+class Records : public Containment {
+protected:
+    // Launches the application by itself, where no file may grow beyond so many KiB.
+    Answer runWithin(int kibibytes) {
+        return test::shell(fmt::format("bash -c 'ulimit -f {}; {}{}'", kibibytes, environment(), test::APPLICATION));
+    }
+
+    // How many records the newest run has; none of them may be missing.
+    std::size_t recordsOfNewest() {
+        const sim::Tv tv(home(), sim::Database::Access::Look);
+        std::set<int> numbers;
+        for (const sim::CallRecord& call : tv.runs().calls(tv.runs().newest())) {
+            numbers.insert(call.seq);
+        }
+        for (const sim::LogRecord& log : tv.runs().log(tv.runs().newest())) {
+            numbers.insert(log.seq);
+        }
+        EXPECT_EQ(numbers.size(), static_cast<std::size_t>(*numbers.rbegin()));
+        return numbers.size();
+    }
+
+    std::int64_t storedRecords() const {
+        return *sim::Database(home() / "tv.db", sim::Database::Access::Look)
+                    .integer("SELECT (SELECT count(*) FROM calls) + (SELECT count(*) FROM log)");
+    }
+};
+
+TEST_F(Records, OutliveAKill) {
     init();
+    tv("fault add disk cut --nth 5");
+    EXPECT_EQ(test::shell(environment() + test::APPLICATION).code, 137);
+    const std::size_t count = recordsOfNewest();
+    EXPECT_EQ(storedRecords(), 0) << "they wait where a kill leaves them";
+    EXPECT_THAT(tv("record").text, AllOf(HasSubstr("ended      crashed: its process is gone"), HasSubstr("power cut")));
+
+    tv("run -q");
+    EXPECT_EQ(storedRecords(), static_cast<std::int64_t>(count + recordsOfNewest()));
+    EXPECT_FALSE(fs::exists(home() / "tv.db-pending"));
+}
+
+TEST_F(Records, WaitWhereTheDatabaseCannotGrow) {
+    init();
+    EXPECT_EQ(runWithin(40).code, 0);
+    const std::size_t count = recordsOfNewest();
+    EXPECT_EQ(storedRecords(), 0);
+    EXPECT_THAT(tv("record").text, HasSubstr("main function,ret=0"));
+    tv("run -q");
+    EXPECT_EQ(storedRecords(), static_cast<std::int64_t>(count + recordsOfNewest()));
+}
+
+TEST_F(Records, AreLostOnAFullDiskAndNothingElseIs) {
+    init();
+    for (int i = 0; i < 300; ++i) {  // more to record than there is room for, or than waits
+        std::ofstream(home() / fmt::format("ci/{}.bin", i)) << i;
+    }
     const sim::SetUp before = sim::setUpOf(sim::Tv(home()));
-    // No file may grow beyond this many KiB: enough for the databases, not for the record of a run.
-    const Answer run = test::shell("bash -c 'ulimit -f 64; " + environment() + test::APPLICATION + "'");
+    const Answer run = runWithin(40);
     EXPECT_EQ(run.code, 0) << run.text;
     EXPECT_THAT(run.text, AllOf(HasSubstr("records of this run could not be written: "),
                                 HasSubstr("main function,ret=0"), Not(HasSubstr("crashed"))));
     EXPECT_EQ(sim::setUpOf(sim::Tv(home())), before);
     EXPECT_EQ(tv("run -q").code, 0);
+    EXPECT_GT(recordsOfNewest(), 2000U);
 }
 
 // --- one run at a time ---

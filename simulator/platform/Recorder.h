@@ -17,6 +17,9 @@ class Recorder {
 public:
     // Throws Error where not even the run's begin can be written.
     Recorder(Tv& tv, const EventLoop& loop);
+    Recorder(const Recorder&) = delete;
+    Recorder& operator=(const Recorder&) = delete;
+    ~Recorder();
 
     void launched(const std::string& operation, bool replyRequested);
     void replied(int result);

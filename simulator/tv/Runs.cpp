@@ -1,11 +1,18 @@
 #include "simulator/tv/Runs.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <iterator>
+
+#include "simulator/base/Error.h"
 
 namespace sim {
 
 namespace {
+
+// A few milliseconds' work for the database.
+constexpr std::size_t BATCH_BYTES = 256U << 10;
 
 constexpr char COLUMNS[] =
     "SELECT id, pid, started, operation, reply_requested, reply, response, reported, ended, detail, account, "
@@ -34,6 +41,23 @@ Run readRun(const Statement& query) {
     return run;
 }
 
+constexpr auto IGNORE = [](std::int64_t, const auto&) {};
+
+template <typename Record>
+void keepOf(std::int64_t wanted, std::int64_t run, const Record& record, std::vector<Record>& kept) {
+    if (run == wanted) {
+        kept.push_back(record);
+    }
+}
+
+// Those of `pending` that come after the last of `records`.
+template <typename Record>
+void appendNew(std::vector<Record>& records, const std::vector<Record>& pending) {
+    const int last = records.empty() ? 0 : records.back().seq;
+    std::copy_if(pending.begin(), pending.end(), std::back_inserter(records),
+                 [&](const Record& record) { return record.seq > last; });
+}
+
 }  // namespace
 
 std::vector<Run> Runs::list() const {
@@ -59,17 +83,23 @@ std::string Runs::lastBackup(const std::string& account) const {
     return query.bind(account).next() ? query.text(0) : "";
 }
 
+// What waits is read first: in the meantime it may get into the database, but not out of it.
 std::vector<CallRecord> Runs::calls(std::int64_t run) const {
+    std::vector<CallRecord> pending;
+    m_pending.forEach([&](std::int64_t of, const CallRecord& call) { keepOf(run, of, call, pending); }, IGNORE);
     Statement query(m_database, "SELECT seq, at, name, arguments, result, fault FROM calls WHERE run = ? ORDER BY seq");
     std::vector<CallRecord> calls;
     for (query.bind(run); query.next();) {
         calls.push_back({static_cast<int>(query.integer(0)), query.integer(1), query.text(2), query.text(3),
                          query.text(4), query.optionalInteger(5)});
     }
+    appendNew(calls, pending);
     return calls;
 }
 
 std::vector<LogRecord> Runs::log(std::int64_t run) const {
+    std::vector<LogRecord> pending;
+    m_pending.forEach(IGNORE, [&](std::int64_t of, const LogRecord& log) { keepOf(run, of, log, pending); });
     Statement query(
         m_database,
         "SELECT seq, at, sink, priority, tag, file, function, line, message FROM log WHERE run = ? ORDER BY seq");
@@ -79,20 +109,26 @@ std::vector<LogRecord> Runs::log(std::int64_t run) const {
                            static_cast<int>(query.integer(3)), query.text(4), query.text(5), query.text(6),
                            static_cast<int>(query.integer(7)), query.text(8)});
     }
+    appendNew(records, pending);
     return records;
 }
 
 std::int64_t Runs::begin(int pid, const std::string& started) {
+    flush();  // what a run that was killed has left
     m_database.change("INSERT INTO runs(pid, started) VALUES(?, ?)", pid, started);
     return m_database.lastRow();
 }
 
 void Runs::keep(int count) {
+    const std::optional<std::int64_t> newestForgotten =
+        m_database.integer("SELECT id FROM runs ORDER BY id DESC LIMIT 1 OFFSET ?", count);
+    if (!newestForgotten) {
+        return;
+    }
     Transaction transaction(m_database);
     for (const char* table : {"calls WHERE run", "log WHERE run", "fingerprints WHERE run", "verdicts WHERE run",
                               "verdict_items WHERE run", "runs WHERE id"}) {
-        m_database.change(
-            std::string("DELETE FROM ") + table + " NOT IN (SELECT id FROM runs ORDER BY id DESC LIMIT ?)", count);
+        m_database.change(std::string("DELETE FROM ") + table + " <= ?", *newestForgotten);
     }
     transaction.commit();
 }
@@ -107,18 +143,44 @@ void Runs::save(const Run& run) {
 }
 
 void Runs::add(std::int64_t run, const CallRecord& call) {
-    if (!m_addCall) {
-        m_addCall.emplace(m_database, "INSERT INTO calls VALUES(?, ?, ?, ?, ?, ?, ?)");
-    }
-    m_addCall->bind(run, call.seq, call.at, call.name, call.arguments, call.result, call.fault).run();
+    addPending(run, call);
 }
 
 void Runs::add(std::int64_t run, const LogRecord& log) {
-    if (!m_addLog) {
-        m_addLog.emplace(m_database, "INSERT INTO log VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    addPending(run, log);
+}
+
+template <typename Record>
+void Runs::addPending(std::int64_t run, const Record& record) {
+    m_pending.add(run, record);
+    if (m_pending.size() - m_flushedAt >= BATCH_BYTES) {
+        flush();
     }
-    m_addLog->bind(run, log.seq, log.at, log.sink, log.priority, log.tag, log.file, log.function, log.line, log.message)
-        .run();
+}
+
+// Some may be there already: whoever brought them died before they were taken off the file.
+void Runs::flush() {
+    m_flushedAt = m_pending.size();
+    try {
+        Transaction transaction(m_database);
+        Statement addCall(m_database, "INSERT OR IGNORE INTO calls VALUES(?, ?, ?, ?, ?, ?, ?)");
+        Statement addLog(m_database, "INSERT OR IGNORE INTO log VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+        m_pending.forEach(
+            [&](std::int64_t run, const CallRecord& call) {
+                addCall.bind(run, call.seq, call.at, call.name, call.arguments, call.result, call.fault).run();
+            },
+            [&](std::int64_t run, const LogRecord& log) {
+                addLog
+                    .bind(run, log.seq, log.at, log.sink, log.priority, log.tag, log.file, log.function, log.line,
+                          log.message)
+                    .run();
+            });
+        transaction.commit();
+    } catch (const Error&) {
+        return;
+    }
+    m_pending.clear();
+    m_flushedAt = 0;
 }
 
 void Runs::addBefore(std::int64_t run, const Fingerprints& fingerprints) {
@@ -178,17 +240,22 @@ std::optional<Run> Runs::close(std::int64_t after, int pid, const std::string& d
     if (!id) {
         return std::nullopt;
     }
-    m_database.change("UPDATE runs SET ended = ?, detail = ? WHERE id = ? AND ended = ?", nameOf(RunEnd::Crashed),
-                      detail, *id, nameOf(RunEnd::Running));
+    flush();
+    closeRunning(*id, detail);
     return find(*id);
 }
 
 void Runs::closeAbandoned() {
     for (const Run& run : list()) {
         if (run.ended == RunEnd::Running && ::kill(run.pid, 0) != 0 && errno == ESRCH) {
-            close(run.id - 1, run.pid, "its process is gone");
+            closeRunning(run.id, "its process is gone");
         }
     }
+}
+
+void Runs::closeRunning(std::int64_t id, const std::string& detail) {
+    m_database.change("UPDATE runs SET ended = ?, detail = ? WHERE id = ? AND ended = ?", nameOf(RunEnd::Crashed),
+                      detail, id, nameOf(RunEnd::Running));
 }
 
 }  // namespace sim

@@ -9,6 +9,7 @@
 #include "simulator/tv/Codes.h"
 #include "simulator/tv/Database.h"
 #include "simulator/tv/Fingerprint.h"
+#include "simulator/tv/PendingRecords.h"
 
 namespace sim {
 
@@ -29,31 +30,10 @@ struct Run {
     std::string detail;  // of a crash: the exception or signal; of a wait: for what
 };
 
-// Calls and log records are counted together, so that their order is known.
-struct CallRecord {
-    int seq = 0;
-    std::int64_t at = 0;  // milliseconds of the TV's time since the start
-    std::string name;
-    std::string arguments;
-    std::string result;
-    std::optional<std::int64_t> fault;  // the rule that made it fail
-};
-
-struct LogRecord {
-    int seq = 0;
-    std::int64_t at = 0;
-    std::string sink;  // "system" or "logger"
-    int priority = 0;  // system only
-    std::string tag;   // system only
-    std::string file;  // logger only, like function and line
-    std::string function;
-    int line = 0;
-    std::string message;  // of the system log with its prefix and newline
-};
-
 class Runs {
 public:
-    explicit Runs(Database& database) : m_database(database) {}
+    // Records wait in the file `pending` until many go into the database at once; who reads them here finds them all.
+    Runs(Database& database, std::filesystem::path pending) : m_database(database), m_pending(std::move(pending)) {}
 
     // Oldest first.
     std::vector<Run> list() const;
@@ -65,7 +45,7 @@ public:
     // The id of the backup that a run of an account had last; empty: none had one.
     std::string lastBackup(const std::string& account) const;
 
-    // A new run of the process `pid`; its id.
+    // A new run of the process `pid`; its id. For who has the TV for a run, like all that bring records in.
     std::int64_t begin(int pid, const std::string& started);
 
     // What the TV's items were when the run began.
@@ -82,20 +62,30 @@ public:
     // Writes all that a run is but its id, process and start.
     void save(const Run& run);
 
+    // From here on a record is kept, whatever becomes of the process. Throws Error where it cannot be.
     void add(std::int64_t run, const CallRecord& call);
     void add(std::int64_t run, const LogRecord& log);
 
-    // The run that the process `pid`, which has ended, began after the run `after`; one that did not come to its end is
-    // recorded as crashed with `detail`. Nothing: the process did not come so far as to begin a record.
+    // Brings into the database what waits for it; what cannot be brought there now, on a full disk say, goes on
+    // waiting.
+    void flush();
+
+    // For who has the TV for a run: the run that the process `pid`, which has ended, began after the run `after`; one
+    // that did not come to its end is recorded as crashed with `detail`. Nothing: the process did not come so far as to
+    // begin a record.
     std::optional<Run> close(std::int64_t after, int pid, const std::string& detail);
 
-    // Records runs as crashed that have not ended, though their process has.
+    // Records runs as crashed that have not ended, though their process has. For everybody.
     void closeAbandoned();
 
 private:
+    template <typename Record>
+    void addPending(std::int64_t run, const Record& record);
+    void closeRunning(std::int64_t id, const std::string& detail);
+
     Database& m_database;
-    std::optional<Statement> m_addCall;  // prepared at their first use: a run adds hundreds
-    std::optional<Statement> m_addLog;
+    PendingRecords m_pending;
+    std::size_t m_flushedAt = 0;  // how much of it there was when it was last tried to bring it into the database
 };
 
 }  // namespace sim

@@ -53,6 +53,10 @@ fs::path databaseOf(const fs::path& home) {
     return home / "tv.db";
 }
 
+fs::path pendingOf(const fs::path& home) {
+    return home / "tv.db-pending";
+}
+
 void requireTv(const fs::path& home) {
     std::error_code error;
     if (!fs::exists(databaseOf(home), error)) {
@@ -187,7 +191,7 @@ Tv::Tv(const fs::path& home, Database::Access access)
       m_database(openExisting(home, access)),
       m_settings(m_database),
       m_faults(m_database),
-      m_runs(m_database),
+      m_runs(m_database, pendingOf(home)),
       m_serviceDb(home / "service-db"),
       m_issDb(home / "iss.db"),
       m_ciModule(home / "ci") {}
