@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -22,6 +23,9 @@ namespace fs = std::filesystem;
 namespace sim {
 
 namespace {
+
+// The lowest: what is packed here is packed once more before anybody keeps it. The library's own choice is the highest.
+constexpr int LEVEL = 1;
 
 using Zip = std::unique_ptr<zip_t, decltype(&zip_discard)>;
 
@@ -47,6 +51,93 @@ Zip open(const fs::path& archive, int flags) {
 
 [[noreturn]] void fail(const fs::path& archive, zip_t* zip) {
     throw Error(kindOf(zip_get_error(zip)), fmt::format("{}: {}", archive.string(), zip_strerror(zip)));
+}
+
+// Where an archive is written, until it is whole under a name of its own beside its place. The library's own way draws
+// that name at random, and starts a cryptographic library to do so, which takes longer than packing a usual list.
+class Output {
+public:
+    explicit Output(const fs::path& archive) : m_archive(archive), m_part(archive.string() + ".part") {
+        zip_error_init(&m_error);
+    }
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+    ~Output() { rollBack(); }
+
+    static zip_int64_t serve(void* output, void* data, zip_uint64_t size, zip_source_cmd_t command) {
+        return static_cast<Output*>(output)->perform(data, size, command);
+    }
+
+private:
+    zip_int64_t perform(void* data, zip_uint64_t size, zip_source_cmd_t command) {
+        switch (command) {
+            case ZIP_SOURCE_SUPPORTS:
+                return ZIP_SOURCE_SUPPORTS_WRITABLE;
+            case ZIP_SOURCE_STAT:
+                return fail(ZIP_ER_READ, ENOENT);  // it is always a new one
+            case ZIP_SOURCE_BEGIN_WRITE:
+                m_file = std::fopen(m_part.c_str(), "wb");
+                return m_file != nullptr ? 0 : fail(ZIP_ER_TMPOPEN, errno);
+            case ZIP_SOURCE_WRITE:
+                return std::fwrite(data, 1, size, m_file) == size ? static_cast<zip_int64_t>(size)
+                                                                  : fail(ZIP_ER_WRITE, errno);
+            case ZIP_SOURCE_SEEK_WRITE: {
+                const auto* to = ZIP_SOURCE_GET_ARGS(zip_source_args_seek_t, data, size, &m_error);
+                return to != nullptr && ::fseeko(m_file, to->offset, to->whence) == 0 ? 0 : fail(ZIP_ER_SEEK, errno);
+            }
+            case ZIP_SOURCE_TELL_WRITE:
+                return ::ftello(m_file);
+            case ZIP_SOURCE_COMMIT_WRITE:
+                return commit();
+            case ZIP_SOURCE_ROLLBACK_WRITE:
+                rollBack();
+                return 0;
+            case ZIP_SOURCE_ERROR:
+                return zip_error_to_data(&m_error, data, size);
+            default:
+                return 0;
+        }
+    }
+
+    zip_int64_t commit() {
+        const bool isWritten = std::fclose(m_file) == 0;
+        m_file = nullptr;
+        if (!isWritten || std::rename(m_part.c_str(), m_archive.c_str()) != 0) {
+            const int error = errno;
+            std::remove(m_part.c_str());
+            return fail(ZIP_ER_WRITE, error);
+        }
+        return 0;
+    }
+
+    void rollBack() {
+        if (m_file != nullptr) {
+            std::fclose(m_file);
+            std::remove(m_part.c_str());
+            m_file = nullptr;
+        }
+    }
+
+    zip_int64_t fail(int code, int systemError) {
+        zip_error_set(&m_error, code, systemError);
+        return -1;
+    }
+
+    fs::path m_archive;
+    std::string m_part;
+    std::FILE* m_file = nullptr;
+    zip_error_t m_error;
+};
+
+Zip openNew(Output& output) {
+    zip_error_t error;
+    zip_error_init(&error);
+    zip_source_t* source = zip_source_function_create(&Output::serve, &output, &error);
+    zip_t* zip = source != nullptr ? zip_open_from_source(source, ZIP_CREATE | ZIP_TRUNCATE, &error) : nullptr;
+    if (zip == nullptr) {
+        throw Error(fmt::format("cannot begin a zip archive: {}", zip_error_strerror(&error)));
+    }
+    return {zip, &zip_discard};
 }
 
 // Hands the bytes of an entry on as they are unpacked. `what` begins the messages of what it throws.
@@ -88,7 +179,8 @@ std::string problemOfName(const std::string& name) {
 }  // namespace
 
 void writeArchive(const fs::path& archive, const std::vector<fs::path>& files, std::time_t time) {
-    Zip zip = open(archive, ZIP_CREATE | ZIP_TRUNCATE);
+    Output output(archive);
+    Zip zip = openNew(output);
     for (const fs::path& file : files) {
         limits::require(fmt::format("{}: bytes", file.string()), sizeOf(file), limits::ENTRY_BYTES);
         zip_source_t* source = zip_source_file(zip.get(), file.c_str(), 0, -1);
@@ -99,6 +191,7 @@ void writeArchive(const fs::path& archive, const std::vector<fs::path>& files, s
             zip_source_free(source);
             fail(archive, zip.get());
         }
+        zip_set_file_compression(zip.get(), static_cast<zip_uint64_t>(entry), ZIP_CM_DEFLATE, LEVEL);
         zip_file_set_mtime(zip.get(), static_cast<zip_uint64_t>(entry), time, 0);
     }
     if (zip_close(zip.get()) != 0) {
