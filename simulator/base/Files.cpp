@@ -9,11 +9,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <random>
 #include <string_view>
 #include <system_error>
@@ -140,8 +140,12 @@ std::string readFile(const fs::path& path) {
         fail("cannot read", path, EISDIR);
     }
     std::ifstream file(path, std::ios::binary);
-    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (!file.is_open() || file.bad()) {
+    std::string text;
+    std::array<char, 65536> buffer;
+    while (file.read(buffer.data(), buffer.size()) || file.gcount() > 0) {
+        text.append(buffer.data(), static_cast<std::size_t>(file.gcount()));
+    }
+    if (!file.eof()) {
         fail("cannot read", path, errno);
     }
     return text;

@@ -16,7 +16,11 @@ struct Character {
     std::string_view bytes;
 };
 
+// Most are ASCII, which needs no table.
 Character firstOf(std::string_view text) {
+    if (static_cast<unsigned char>(text.front()) < 0x80) {
+        return {text.front(), text.substr(0, 1)};
+    }
     Character first;
     const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
                                          static_cast<utf8proc_ssize_t>(text.size()), &first.code);
@@ -35,6 +39,9 @@ void forEachCharacter(std::string_view text, Visit visit) {
 
 // Control and format characters, line separators, and what has no meaning of its own.
 bool isSafe(utf8proc_int32_t code) {
+    if (code >= ' ' && code <= '~') {
+        return true;
+    }
     switch (utf8proc_category(code)) {
         case UTF8PROC_CATEGORY_CC:
         case UTF8PROC_CATEGORY_CF:

@@ -118,11 +118,14 @@ std::optional<std::int64_t> Statement::optionalInteger(int column) const {
 
 void Statement::reset() {
     sqlite3_reset(m_statement.get());
-    sqlite3_clear_bindings(m_statement.get());
 }
 
 void Statement::setInteger(int parameter, std::int64_t value) {
     sqlite3_bind_int64(m_statement.get(), parameter, value);
+}
+
+void Statement::setNull(int parameter) {
+    sqlite3_bind_null(m_statement.get(), parameter);
 }
 
 void Statement::set(int parameter, std::string_view value) {
@@ -147,8 +150,11 @@ Database::Database(const fs::path& file, Access access) : m_name(file.string()) 
 }
 
 void Database::open(const std::string& name, int flags) {
+    // No two threads share a database, and nobody asks how much memory they take: neither needs a lock.
+    static const int configured = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+    static_cast<void>(configured);
     sqlite3* database = nullptr;
-    const int code = sqlite3_open_v2(name.c_str(), &database, flags, nullptr);
+    const int code = sqlite3_open_v2(name.c_str(), &database, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     m_database.reset(database);
     if (code != SQLITE_OK) {
         fail(database, m_name);

@@ -44,8 +44,10 @@ public:
 private:
     friend class ReceivedDatabase;
 
+    // Lets go of the database; what is bound stays bound.
     void reset();
     void setInteger(int parameter, std::int64_t value);
+    void setNull(int parameter);
     template <typename Integer, std::enable_if_t<std::is_integral_v<Integer>, int> = 0>
     void set(int parameter, Integer value) {
         setInteger(parameter, static_cast<std::int64_t>(value));
@@ -57,6 +59,8 @@ private:
     void set(int parameter, const std::optional<Value>& value) {
         if (value) {
             set(parameter, *value);
+        } else {
+            setNull(parameter);
         }
     }
 

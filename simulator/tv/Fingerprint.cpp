@@ -1,7 +1,8 @@
 #include "simulator/tv/Fingerprint.h"
 
-#include <fmt/format.h>
+#include <fmt/compile.h>
 
+#include <cstring>
 #include <iterator>
 
 #include "simulator/base/Digest.h"
@@ -34,20 +35,27 @@ std::string ofViewing(const Viewing& viewing) {
 }  // namespace
 
 std::string fingerprintOf(const ServiceDb& services) {
+    constexpr std::size_t ENOUGH = 64U << 10;  // to be digested at once
     Digest digest;
-    std::string row;
+    std::string rows;
     services.forEach([&](const Service& s) {
-        row.clear();
+        const std::size_t begin = rows.size();
+        rows.append(sizeof(std::uint64_t), '\0');
         for (const std::string* text :
              {&s.identity, &s.name, &s.shortName, &s.provider, &s.type, &s.groupName, &s.source, &s.parameters,
               &s.videoPid, &s.audioPids, &s.textPids, &s.conditionalAccess}) {
-            row.append(*text).push_back('\0');
+            rows.append(*text).push_back('\0');
         }
-        fmt::format_to(std::back_inserter(row), "{} {} {} {} {} {} {} {} {}", s.id, s.number, s.group, s.frequency,
-                       s.symbolRate, s.sid, s.nid, s.tid, s.rid);
-        digest.add(row);
+        fmt::format_to(std::back_inserter(rows), FMT_COMPILE("{} {} {} {} {} {} {} {} {}"), s.id, s.number, s.group,
+                       s.frequency, s.symbolRate, s.sid, s.nid, s.tid, s.rid);
+        const std::uint64_t size = rows.size() - begin - sizeof size;
+        std::memcpy(&rows[begin], &size, sizeof size);
+        if (rows.size() >= ENOUGH) {
+            digest.addBytes(rows);
+            rows.clear();
+        }
     });
-    return digest.hex();
+    return digest.addBytes(rows).hex();
 }
 
 Fingerprints fingerprintsOf(const Tv& tv) {

@@ -48,6 +48,24 @@ void confine(sqlite3* database) {
     sqlite3_limit(database, SQLITE_LIMIT_ATTACHED, 0);
 }
 
+// Binds the value of a row's column as it is, without a copy: it has to be used before the row is left.
+void bindColumn(sqlite3_stmt* row, int column, sqlite3_stmt* target) {
+    const int parameter = column + 1;
+    const auto size = [&] { return static_cast<sqlite3_uint64>(sqlite3_column_bytes(row, column)); };
+    switch (sqlite3_column_type(row, column)) {
+        case SQLITE_INTEGER:
+            sqlite3_bind_int64(target, parameter, sqlite3_column_int64(row, column));
+            break;
+        case SQLITE_TEXT: {
+            const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(row, column));
+            sqlite3_bind_text64(target, parameter, text, size(), SQLITE_STATIC, SQLITE_UTF8);
+            break;
+        }
+        default:
+            sqlite3_bind_value(target, parameter, sqlite3_column_value(row, column));
+    }
+}
+
 std::string list(const std::vector<std::string>& columns) {
     return fmt::format("\"{}\"", fmt::join(columns, "\", \""));
 }
@@ -77,9 +95,8 @@ std::uint64_t ReceivedDatabase::copy(const Table& table, Database& target) const
                                          fmt::join(parameters, ", ")));
     std::uint64_t count = 0;
     for (; rows.next(); ++count) {
-        insert.reset();
         for (int i = 0; i < static_cast<int>(columns.size()); ++i) {
-            sqlite3_bind_value(insert.m_statement.get(), i + 1, sqlite3_column_value(rows.m_statement.get(), i));
+            bindColumn(rows.m_statement.get(), i, insert.m_statement.get());
         }
         insert.run();
     }
