@@ -10,7 +10,6 @@
 #include "simulator/base/Places.h"
 #include "simulator/base/Sandbox.h"
 #include "simulator/platform/Device.h"
-#include "simulator/tv/ChannelList.h"
 
 namespace fs = std::filesystem;
 
@@ -44,7 +43,8 @@ struct EarlyTv {
         fs::remove_all(home);
         const fs::path list = folder() / "list.conf";
         sim::writeFile(list, "Eins:11361:HC23:S19.2E:22000:101:102:0:0:1001:1:1:0\n");
-        sim::Tv::create(home, sim::readChannelList(list), "fuzz");
+        sim::Tv::create(
+            home, [&](sim::ChannelSink& sink) { sim::readChannelList(list, sink); }, "fuzz");
     }
 };
 __attribute__((init_priority(101))) EarlyTv early;

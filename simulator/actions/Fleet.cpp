@@ -162,7 +162,9 @@ public:
         try {
             for (std::string name = takeNext(); !name.empty(); name = takeNext()) {
                 if (!isThere(name)) {
-                    Tv::create(m_request.folder / name, *m_list, name, std::nullopt, name);
+                    Tv::create(
+                        m_request.folder / name, [&](ChannelSink& sink) { m_list->copyTo(sink); }, name, std::nullopt,
+                        name);
                 }
                 const FleetRun run = runOne(m_request, m_cloud, name, m_nowhere.descriptor());
                 const std::lock_guard guard(m_mutex);

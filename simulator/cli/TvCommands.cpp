@@ -31,23 +31,26 @@ int init(const Place& place, const InitOptions& options) {
     if (!options.now.empty()) {
         time = sim::parseTime(options.now);
     }
-    const sim::ChannelList list = sim::readChannelList(options.channels);
-    for (const std::string& problem : list.problems) {
-        print(stderr, "{}\n", problem);
-    }
-    sim::Tv::create(place.home, list,
+    sim::ChannelSummary list;
+    const auto read = [&](sim::ChannelSink& sink) {
+        list = sim::readChannelList(options.channels, sink);
+        for (const std::string& problem : list.problems) {
+            print(stderr, "{}\n", problem);
+        }
+    };
+    sim::Tv::create(place.home, read,
                     options.serial.empty() ? fmt::format("{:08X}", std::random_device()()) : options.serial, time,
                     options.account);
     if (place.isJson) {
         Json::Value value = asMember("problems", sim::toJson(list.problems));
         value["home"] = sim::toUtf8(place.home.string());
-        value["services"] = Json::Value::UInt64(list.services.size());
-        value["groups"] = Json::Value::UInt64(list.groups.size());
+        value["services"] = Json::Value::UInt64(list.services);
+        value["groups"] = Json::Value::UInt64(list.groups);
         printJson(value);
         return DONE;
     }
     print("Made a factory-fresh TV at {}: {} services in {} groups, {} lines skipped.\n", place.home.string(),
-          list.services.size(), list.groups.size(), list.problems.size());
+          list.services, list.groups, list.problems.size());
     return DONE;
 }
 

@@ -10,7 +10,6 @@
 #include <functional>
 #include <optional>
 #include <string_view>
-#include <unordered_map>
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Limits.h"
@@ -144,7 +143,7 @@ Service readService(const std::string& line) {
 // Takes the lines in their order, and numbers what they hold.
 class Reader {
 public:
-    explicit Reader(std::string file) : m_file(std::move(file)) {}
+    Reader(std::string file, ChannelSink& sink) : m_file(std::move(file)), m_sink(sink) {}
 
     void take(const std::string& line) {
         ++m_line;
@@ -154,16 +153,19 @@ public:
         try {
             if (line.front() == ':') {
                 takeGroup(line.substr(1));
-                m_list.headers.push_back({static_cast<int>(m_list.services.size()), line});
+                m_sink.addHeader({static_cast<int>(m_lines.size()), line});
             } else {
                 takeService(readService(line));
             }
         } catch (const Error& error) {
-            m_list.problems.push_back(fmt::format("{}:{}: {}; line skipped", m_file, m_line, error.what()));
+            m_summary.problems.push_back(fmt::format("{}:{}: {}; line skipped", m_file, m_line, error.what()));
         }
     }
 
-    ChannelList finish() { return std::move(m_list); }
+    ChannelSummary finish() {
+        m_summary.services = m_lines.size();
+        return std::move(m_summary);
+    }
 
 private:
     // "text", "@number text" or "@number", which names no group but sets the next service's number.
@@ -180,26 +182,30 @@ private:
             text.erase(0, std::min(text.find_first_not_of(' ', end), text.size()));
         }
         if (!text.empty()) {
-            m_list.groups.push_back(text);
+            m_sink.addGroup(text);
+            m_group = text;
+            ++m_summary.groups;
         }
     }
 
     void takeService(Service service) {
-        const auto [known, isNew] = m_lines.emplace(service.identity, m_line);
-        if (!isNew) {
-            throw Error(fmt::format("the service {} stands in line {} already", service.identity, known->second));
+        service.number = m_number + 1;
+        service.group = static_cast<int>(m_summary.groups);
+        service.groupName = m_group;
+        if (const std::size_t known = m_sink.addService(service); known != 0) {
+            throw Error(fmt::format("the service {} stands in line {} already", service.identity, m_lines[known - 1]));
         }
-        service.number = ++m_number;
-        service.group = static_cast<int>(m_list.groups.size());
-        service.groupName = m_list.groups.empty() ? "" : m_list.groups.back();
-        m_list.services.push_back(std::move(service));
+        ++m_number;
+        m_lines.push_back(m_line);
     }
 
     std::string m_file;
+    ChannelSink& m_sink;
     int m_line = 0;
     int m_number = 0;
-    std::unordered_map<std::string, int> m_lines;  // by identity
-    ChannelList m_list;
+    std::string m_group;
+    std::vector<int> m_lines;  // of the services
+    ChannelSummary m_summary;
 };
 
 // The lines of a file, which may be a pipe, or a device without an end. Throws Error beyond the limits.
@@ -228,16 +234,39 @@ void forEachLine(const std::filesystem::path& file, const std::function<void(std
 
 }  // namespace
 
+std::size_t ChannelList::addService(const Service& service) {
+    const auto [known, isNew] = m_places.emplace(service.identity, services.size() + 1);
+    if (!isNew) {
+        return known->second;
+    }
+    services.push_back(service);
+    return 0;
+}
+
+void ChannelList::copyTo(ChannelSink& sink) const {
+    for (const std::string& group : groups) {
+        sink.addGroup(group);
+    }
+    for (const Service& service : services) {
+        sink.addService(service);
+    }
+    for (const ListHeader& header : headers) {
+        sink.addHeader(header);
+    }
+}
+
 ChannelList parseChannelList(const std::string& text, const std::string& name) {
-    Reader reader(name);
+    ChannelList list;
+    Reader reader(name, list);
     for (const std::string& line : split(text, '\n')) {
         reader.take(line);
     }
-    return reader.finish();
+    list.problems = reader.finish().problems;
+    return list;
 }
 
-ChannelList readChannelList(const std::filesystem::path& file) {
-    Reader reader(file.string());
+ChannelSummary readChannelList(const std::filesystem::path& file, ChannelSink& sink) {
+    Reader reader(file.string(), sink);
     try {
         forEachLine(file, [&](std::string line) {
             line.erase(line.find_last_not_of(" \t\r") + 1);
@@ -246,15 +275,21 @@ ChannelList readChannelList(const std::filesystem::path& file) {
     } catch (const Error& error) {
         throw Error(error.kind(), fmt::format("{}; give a channel list in the channels.conf format", error.what()));
     }
-    ChannelList list = reader.finish();
-    if (list.services.empty()) {
+    ChannelSummary summary = reader.finish();
+    if (summary.services == 0) {
         std::string message =
             fmt::format("{}: not one service in it; give a channel list in the channels.conf format", file.string());
-        for (const std::string& problem : list.problems) {
+        for (const std::string& problem : summary.problems) {
             message += "\n" + problem;
         }
         throw Error(message);
     }
+    return summary;
+}
+
+ChannelList readChannelList(const std::filesystem::path& file) {
+    ChannelList list;
+    list.problems = readChannelList(file, list).problems;
     return list;
 }
 

@@ -99,6 +99,7 @@ public:
     }
 
     std::int64_t lastRow() const;
+    std::int64_t changes() const;  // of the last statement that changes rows
 
     // Copies the database as it is at one moment, whoever writes to it, into a file that is not there.
     void snapshot(const std::filesystem::path& copy) const;
@@ -110,7 +111,6 @@ private:
 
     void open(const std::string& name, int flags);
     bool canRead() const;
-    std::int64_t changes() const;
 
     struct Close {
         void operator()(sqlite3* database) const;

@@ -5,7 +5,6 @@
 #include "simulator/base/Archive.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
-#include "simulator/tv/ChannelList.h"
 #include "simulator/tv/ReceivedDatabase.h"
 
 namespace fs = std::filesystem;
@@ -85,25 +84,39 @@ Database makeBeside(const fs::path& path) {
     return database;
 }
 
-void insertAll(Database& database, const ChannelList& list) {
-    for (const std::string& name : list.groups) {
-        database.change("INSERT INTO channel_groups(name) VALUES(?)", name);
+// The rows of a channel list, one after the other.
+class Insertion final : public ChannelSink {
+public:
+    explicit Insertion(Database& database)
+        : m_database(database),
+          m_insert(database,
+                   "INSERT INTO services VALUES(NULL, ?, ?, ?, ?, ?, ?, nullif(?, 0), ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, "
+                   "?, ?, ?) ON CONFLICT(identity) DO NOTHING") {}
+
+    void addGroup(const std::string& name) override {
+        m_database.change("INSERT INTO channel_groups(name) VALUES(?)", name);
     }
-    Statement insert(
-        database,
-        "INSERT INTO services VALUES(NULL, ?, ?, ?, ?, ?, ?, nullif(?, 0), ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    for (const Service& s : list.services) {
-        insert
+
+    void addHeader(const ListHeader& header) override {
+        m_database.change("INSERT INTO list_headers VALUES(?, ?)", header.before, header.text);
+    }
+
+    std::size_t addService(const Service& s) override {
+        m_insert
             .bind(s.number, s.identity, s.name, s.shortName, s.provider, s.type, s.group, s.source, s.frequency,
                   s.symbolRate, s.parameters, s.videoPid, s.audioPids, s.textPids, s.conditionalAccess, s.sid, s.nid,
                   s.tid, s.rid, s.frequencyUnit, s.listFields)
             .run();
+        return m_database.changes() == 1
+                   ? 0
+                   : static_cast<std::size_t>(
+                         m_database.integer("SELECT id FROM services WHERE identity = ?", s.identity).value_or(0));
     }
-    for (const ListHeader& header : list.headers) {
-        database.change("INSERT INTO list_headers VALUES(?, ?)", header.before, header.text);
-    }
-    database.run("INSERT INTO meta SELECT count(*) FROM services");
-}
+
+private:
+    Database& m_database;
+    Statement m_insert;
+};
 
 // A failure of what was received, and not of the place where it is worked on.
 template <typename Step>
@@ -159,12 +172,14 @@ std::optional<ReplaceStatus> adoptServices(const fs::path& archive, const fs::pa
     return adoptRows(*received, built);
 }
 
-void ServiceDb::create(const ChannelList& list, const std::string& ipServices) const {
+void ServiceDb::create(const ChannelSource& list, const std::string& ipServices) const {
     const ScratchFolder scratch(m_folder);
     {
         Database database = makeBeside(scratch / DATABASE);
         Transaction transaction(database);
-        insertAll(database, list);
+        Insertion insertion(database);
+        list(insertion);
+        database.run("INSERT INTO meta SELECT count(*) FROM services");
         transaction.commit();
     }
     writeFile(scratch / "ipsrv", ipServices);

@@ -10,11 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "simulator/tv/ChannelList.h"
 #include "simulator/tv/Service.h"
 
 namespace sim {
-
-struct ChannelList;
 
 // What ReplaceServiceDb() reports in its status. Below 1: it has not come so far as to look at the archive.
 enum class ReplaceStatus : int {
@@ -35,7 +34,7 @@ public:
     // These throw Error on failure.
 
     // Makes the database of a channel list, its ids counted from 1, and the set's own ipsrv.
-    void create(const ChannelList& list, const std::string& ipServices) const;
+    void create(const ChannelSource& list, const std::string& ipServices) const;
 
     // Writes the database and ipsrv as a zip archive, as of a time.
     void snapshot(const std::filesystem::path& archive, std::time_t time = std::time(nullptr)) const;

@@ -10,7 +10,6 @@
 #include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 #include "simulator/tv/Application.h"
-#include "simulator/tv/ChannelList.h"
 #include "simulator/tv/Snapshot.h"
 
 namespace fs = std::filesystem;
@@ -162,7 +161,7 @@ FolderLock lockTv(const fs::path& home, std::chrono::milliseconds patience) {
     return lock;
 }
 
-void Tv::create(const fs::path& home, const ChannelList& list, const std::string& serial,
+void Tv::create(const fs::path& home, const ChannelSource& list, const std::string& serial,
                 const std::optional<std::time_t>& time, const std::string& account) {
     requireAccount(account);
     if (home.string().size() > limits::HOME_PATH_BYTES) {
@@ -172,13 +171,13 @@ void Tv::create(const fs::path& home, const ChannelList& list, const std::string
     const ScratchFolder scratch(home.parent_path());
     const fs::path built = scratch / "tv";
     makePrivateFolder(built);
-    ServiceDb(built / "service-db")
-        .create(list, fmt::format("set={}\nservice=http://set-{}.invalid/live\n", serial, serial));
+    const ServiceDb services(built / "service-db");
+    services.create(list, fmt::format("set={}\nservice=http://set-{}.invalid/live\n", serial, serial));
     IssDb(built / "iss.db").create({{"set", serial}, {"layout", "list"}, {"last_group", "0"}});
     CiModule(built / "ci")
         .create({{"ci_profile.bin", "CI\x01" + serial},
                  {"ci_operator.xml", "<operator set=\"" + inXml(serial) + "\"/>\n"}});
-    createDatabase(databaseOf(built), antennaModeOf(list.services.front().source), serial, time, account);
+    createDatabase(databaseOf(built), antennaModeOf(services.find(services.first())->source), serial, time, account);
     saveSnapshot(built, INIT_SNAPSHOT);
     if (!putInPlace(built, home)) {
         throw Error(fmt::format("there is something at {} already; remove that folder, or choose another with --home",

@@ -32,8 +32,6 @@
 
 namespace sim {
 
-struct ChannelList;
-
 struct TvMode {
     AntennaMode antenna = AntennaMode::Terrestrial;
     ServiceMode service = ServiceMode::All;
@@ -64,8 +62,8 @@ FolderLock lockTv(const std::filesystem::path& home, std::chrono::milliseconds p
 class Tv {
 public:
     // Makes a factory-fresh TV with a channel list, its clock stopped at a time if one is given: whole or not at all.
-    // Throws Error, also where there is something already.
-    static void create(const std::filesystem::path& home, const ChannelList& list, const std::string& serial,
+    // Throws Error, also where there is something already, and what the list throws.
+    static void create(const std::filesystem::path& home, const ChannelSource& list, const std::string& serial,
                        const std::optional<std::time_t>& time = std::nullopt,
                        const std::string& account = DEFAULT_ACCOUNT);
 

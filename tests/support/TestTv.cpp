@@ -16,7 +16,6 @@
 #include "simulator/reports/Bundle.h"
 #include "simulator/reports/Judge.h"
 #include "simulator/tv/Application.h"
-#include "simulator/tv/ChannelList.h"
 #include "tests/support/LogRecords.h"
 
 namespace fs = std::filesystem;
@@ -161,7 +160,8 @@ TestTv::TestTv(const fs::path& folder, const std::string& name, const std::strin
       failures(home / "tmp/halcyon-lineup/") {
     const fs::path list = folder / (name + ".conf");
     write(list, channels);
-    sim::Tv::create(home, sim::readChannelList(list), "serial-" + name);
+    sim::Tv::create(
+        home, [&](sim::ChannelSink& sink) { sim::readChannelList(list, sink); }, "serial-" + name);
 }
 
 Outcome TestTv::launch(const std::vector<std::string>& arguments) {
