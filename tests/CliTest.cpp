@@ -9,6 +9,7 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 using test::Answer;
 
@@ -28,6 +29,14 @@ TEST_F(Cli, MakesATvAndSaysWhatItSkipped) {
     const Answer nowhere = tv("status", "nowhere");
     EXPECT_EQ(nowhere.code, 3);
     EXPECT_THAT(nowhere.text, AllOf(HasSubstr("no TV at"), HasSubstr("init --channels")));
+}
+
+TEST_F(Cli, TakesAServiceThatStandsTwiceOnce) {
+    const std::string list = test::readFile(folder / "list.conf");
+    test::write(folder / "list.conf", list + "Renamed:11361:HC23:S19.2E:22000:0:202:0:0:1002:1:1:0\n");
+    EXPECT_THAT(init().text, AllOf(HasSubstr("list.conf:5: the service S19.2E-1-1-1002-0 stands in line 4 already"),
+                                   HasSubstr("2 services in 1 groups, 2 lines skipped")));
+    EXPECT_THAT(tv("status --services").text, AllOf(HasSubstr("Radio"), Not(HasSubstr("Renamed"))));
 }
 
 TEST_F(Cli, BacksUpRestoresAndCompares) {
