@@ -13,6 +13,7 @@
 #include <memory>
 #include <set>
 
+#include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Limits.h"
@@ -211,7 +212,7 @@ std::vector<ArchiveEntry> listArchive(const fs::path& archive) {
         if (zip_stat_index(zip.get(), static_cast<zip_uint64_t>(i), 0, &stat) != 0) {
             fail(archive, zip.get());
         }
-        entries.push_back({stat.name, stat.size, stat.crc, ""});
+        entries.push_back({stat.name, stat.size, stat.crc, "", ""});
     }
     return entries;
 }
@@ -223,7 +224,9 @@ std::vector<ArchiveEntry> checkArchive(const fs::path& archive) {
     for (std::size_t i = 0; i < entries.size(); ++i) {
         ArchiveEntry& entry = entries[i];
         try {
-            readEntry(zip.get(), i, "", [](const char*, std::size_t) {});
+            Digest digest;
+            readEntry(zip.get(), i, "", [&](const char* bytes, std::size_t size) { digest.addBytes({bytes, size}); });
+            entry.digest = digest.hex();
             entry.problem = problemOfName(entry.name);
             if (!names.insert(entry.name).second) {
                 entry.problem = "another entry has its name";

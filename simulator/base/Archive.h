@@ -13,6 +13,7 @@ struct ArchiveEntry {
     std::string name;
     std::uint64_t size;   // bytes, unpacked
     std::uint32_t crc;    // CRC-32 of them
+    std::string digest;   // of checkArchive(): SHA-256 of them; empty: they cannot be read
     std::string problem;  // of checkArchive(): why it cannot be used; empty: it can
 };
 

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <set>
 
-#include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
@@ -108,7 +107,7 @@ Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata)
     readServices(file);
     readSettings(file);
     readIss(file);
-    readCi(file);
+    readCi();
 }
 
 bool Bundle::isDamaged() const {
@@ -219,7 +218,7 @@ void Bundle::readIss(const fs::path& file) {
     });
 }
 
-void Bundle::readCi(const fs::path& file) {
+void Bundle::readCi() {
     const std::string prefix = application::CI_PREFIX;
     for (const ArchiveEntry& entry : m_entries) {
         if (entry.name.compare(0, prefix.size(), prefix) != 0 || entry.name == prefix) {
@@ -233,8 +232,10 @@ void Bundle::readCi(const fs::path& file) {
             if (name.find('/') != std::string::npos) {
                 damaged(fmt::format("{} is no file directly in {}", inQuotes(entry.name), prefix));
             }
-            extractEntry(file, entry.name, *m_scratch / "ci");
-            m_ci[name] = digestOf(*m_scratch / "ci");
+            if (entry.digest.empty()) {
+                damaged(fmt::format("entry {}: {}", inQuotes(entry.name), entry.problem));
+            }
+            m_ci[name] = entry.digest;
         });
     }
 }

@@ -66,7 +66,7 @@ private:
     void readServices(const std::filesystem::path& file);
     void readSettings(const std::filesystem::path& file);
     void readIss(const std::filesystem::path& file);
-    void readCi(const std::filesystem::path& file);
+    void readCi();
     template <typename Read>
     void read(Item item, Read read);
     const ArchiveEntry* entry(const std::string& name) const;

@@ -107,6 +107,15 @@ class Customer(Story):
         names = [service["name"] for service in b.tv("status", "--services", "--json").json["channels"]]
         self.assertIn("Grandma TV", names)
 
+    def test_with_a_ci_file_that_cannot_be_read_has_no_ci_files(self):
+        self.make_bundle()
+        bundle = self.folder / "customer.zip"
+        content = (self.folder / "a/ci/ci_profile.bin").read_bytes()
+        bundle.write_bytes(bundle.read_bytes().replace(content, content[::-1]))
+        verified = Tv(self.folder, "b").tv("bundle", "verify", bundle, "--json", code=6).json
+        ci = next(part for part in verified["parts"] if part["item"] == "ci")
+        self.assertEqual((ci["state"], ci["problem"]), ("damaged", "entry 'ci/ci_profile.bin': CRC error"))
+
     def test_without_its_metadata_is_accepted_as_such(self):
         self.make_bundle()
         (self.folder / "metadata.json").unlink()
