@@ -6,7 +6,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     try {
-        for (const std::string& problem : sim::readChannelList(fuzz::writeInput("x.conf", data, size)).problems) {
+        sim::ChannelList list;
+        for (const std::string& problem : sim::readChannelList(fuzz::writeInput("x.conf", data, size), list).problems) {
             if (sim::shown(problem).find('\x1b') != std::string::npos) {
                 __builtin_trap();  // what is shown controls no terminal
             }

@@ -34,7 +34,9 @@ class ChannelListFile : public ::testing::Test {
 protected:
     sim::ChannelList parse(const std::string& text) const {
         test::write(folder / "list.conf", text);
-        return sim::readChannelList(folder / "list.conf");
+        sim::ChannelList list;
+        list.problems = sim::readChannelList(folder / "list.conf", list).problems;
+        return list;
     }
     // The one service of a list.
     sim::Service service(const std::string& line) const {
@@ -135,8 +137,12 @@ TEST_F(ChannelListFile, ReportsBadLinesAndLoadsTheOthers) {
         EXPECT_THAT(list.problems[0], HasSubstr("list.conf:2: " + reason)) << line;
     }
     EXPECT_THAT([&] { parse("nothing\n"); }, ThrowsMessage<sim::Error>(HasSubstr("not one service")));
-    EXPECT_THAT([&] { sim::readChannelList(folder / "missing"); },
-                ThrowsMessage<sim::Error>(HasSubstr("No such file or directory")));
+    EXPECT_THAT(
+        [&] {
+            sim::ChannelList list;
+            sim::readChannelList(folder / "missing", list);
+        },
+        ThrowsMessage<sim::Error>(HasSubstr("No such file or directory")));
 }
 
 TEST(EventLoop, JumpsFromOneDueTimeToTheNext) {

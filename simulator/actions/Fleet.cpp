@@ -163,8 +163,8 @@ public:
             for (std::string name = takeNext(); !name.empty(); name = takeNext()) {
                 if (!isThere(name)) {
                     Tv::create(
-                        m_request.folder / name, [&](ChannelSink& sink) { m_list->copyTo(sink); }, name, std::nullopt,
-                        name);
+                        m_request.folder / name, [&](ChannelSink& sink) { m_channels->copyTo(sink); }, name,
+                        std::nullopt, name);
                 }
                 const FleetRun run = runOne(m_request, m_cloud, name, m_nowhere.descriptor());
                 const std::lock_guard guard(m_mutex);
@@ -203,8 +203,8 @@ private:
             if (m_round.runs().count(name) > 0) {
                 continue;
             }
-            if (!m_list && !isThere(name)) {
-                m_list = m_request.channels();
+            if (!m_channels && !isThere(name)) {
+                m_channels = m_request.channels();
             }
             return name;
         }
@@ -217,7 +217,7 @@ private:
     Nowhere m_nowhere;
     std::mutex m_mutex;  // of what follows
     Round m_round;
-    std::optional<ChannelList> m_list;
+    std::optional<ServiceDb> m_channels;
     std::size_t m_next = 1;
     std::optional<Error> m_failure;
 };

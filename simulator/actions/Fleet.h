@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "simulator/actions/Launch.h"
-#include "simulator/tv/ChannelList.h"
+#include "simulator/tv/ServiceDb.h"
 #include "simulator/tv/Verdict.h"
 
 namespace sim {
@@ -16,9 +16,9 @@ namespace sim {
 struct FleetRequest {
     std::filesystem::path folder;  // of the TVs: tv-00001 and so on
     std::size_t tvs = 0;
-    std::size_t jobs = 1;                   // runs at a time
-    std::vector<std::string> extras;        // of each launch request
-    std::function<ChannelList()> channels;  // for TVs that are missing; asked for at most once
+    std::size_t jobs = 1;                 // runs at a time
+    std::vector<std::string> extras;      // of each launch request
+    std::function<ServiceDb()> channels;  // for TVs that are missing; asked for at most once
 };
 
 struct FleetRun {

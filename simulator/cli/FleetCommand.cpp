@@ -7,13 +7,15 @@
 #include <csignal>
 #include <map>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "simulator/actions/Fleet.h"
+#include "simulator/base/Files.h"
 #include "simulator/base/Places.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
-#include "simulator/reports/ChannelExport.h"
+#include "simulator/tv/Tv.h"
 
 namespace cli {
 
@@ -115,17 +117,21 @@ void printSummary(const Summary& summary) {
     }
 }
 
-sim::ChannelList listFor(const Place& place, const std::string& file) {
-    if (!file.empty()) {
-        return sim::readChannelList(file);
+// A list's file may be a pipe, and there are many TVs to make.
+sim::ServiceDb channelsFor(const Place& place, const std::string& file, std::optional<sim::ScratchFolder>& scratch) {
+    if (file.empty()) {
+        return sim::Tv(place.home, sim::Database::Access::Look).serviceDb();
     }
-    const sim::SetUp setUp = sim::setUpOf(sim::Tv(place.home, sim::Database::Access::Look));
-    return sim::parseChannelList(sim::exportChannels(setUp, sim::ExportFormat::Vdr).text, place.home.string());
+    scratch.emplace(std::filesystem::temp_directory_path());
+    sim::ServiceDb made(scratch->path());
+    made.create([&](sim::ChannelSink& sink) { sim::readChannelList(file, sink); }, "");
+    return made;
 }
 
 int run(const Place& place, Options options) {
+    std::optional<sim::ScratchFolder> scratch;
     options.request.folder = options.lab.empty() ? place.home.parent_path() / "fleet" : sim::normalised(options.lab);
-    options.request.channels = [&] { return listFor(place, options.channels); };
+    options.request.channels = [&] { return channelsFor(place, options.channels, scratch); };
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         std::signal(signal, [](int) { sim::stopFleet(); });
     }

@@ -243,18 +243,6 @@ std::size_t ChannelList::addService(const Service& service) {
     return 0;
 }
 
-void ChannelList::copyTo(ChannelSink& sink) const {
-    for (const std::string& group : groups) {
-        sink.addGroup(group);
-    }
-    for (const Service& service : services) {
-        sink.addService(service);
-    }
-    for (const ListHeader& header : headers) {
-        sink.addHeader(header);
-    }
-}
-
 ChannelList parseChannelList(const std::string& text, const std::string& name) {
     ChannelList list;
     Reader reader(name, list);
@@ -285,12 +273,6 @@ ChannelSummary readChannelList(const std::filesystem::path& file, ChannelSink& s
         throw Error(message);
     }
     return summary;
-}
-
-ChannelList readChannelList(const std::filesystem::path& file) {
-    ChannelList list;
-    list.problems = readChannelList(file, list).problems;
-    return list;
 }
 
 }  // namespace sim

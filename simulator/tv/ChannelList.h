@@ -49,16 +49,11 @@ public:
     void addHeader(const ListHeader& header) override { headers.push_back(header); }
     std::size_t addService(const Service& service) override;
 
-    void copyTo(ChannelSink& sink) const;
-
 private:
     std::unordered_map<std::string, std::size_t> m_places;  // by identity, from 1
 };
 
 // The services of a list in the order of its lines; nothing is thrown.
 ChannelList parseChannelList(const std::string& text, const std::string& name);
-
-// The list of a file. Throws like the one above.
-ChannelList readChannelList(const std::filesystem::path& file);
 
 }  // namespace sim

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <map>
+
 #include "simulator/base/Archive.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
@@ -234,6 +236,26 @@ void ServiceDb::forEach(const std::function<void(const Service&)>& visit) const 
     Statement query(database, std::string(SELECT) + "ORDER BY services.number");
     while (query.next()) {
         visit(readService(query));
+    }
+}
+
+void ServiceDb::copyTo(ChannelSink& sink) const {
+    std::map<int, int> groups = {{0, 0}};  // those of a received database need not count from 1
+    {
+        const Database database(this->database(), Database::Access::Look);
+        Statement query(database, "SELECT number, name FROM channel_groups ORDER BY number");
+        while (query.next()) {
+            sink.addGroup(query.text(1));
+            groups.emplace(static_cast<int>(query.integer(0)), static_cast<int>(groups.size()));
+        }
+    }
+    forEach([&](const Service& service) {
+        Service copy = service;
+        copy.group = groups[service.group];
+        sink.addService(copy);
+    });
+    for (const ListHeader& header : headers()) {
+        sink.addHeader(header);
     }
 }
 

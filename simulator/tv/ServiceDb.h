@@ -52,6 +52,9 @@ public:
     std::optional<Service> find(std::uint64_t id) const;
     std::uint64_t first() const;  // the id of the service with the lowest number
 
+    // All of it into a sink.
+    void copyTo(ChannelSink& sink) const;
+
     // In the order of their numbers.
     void forEach(const std::function<void(const Service&)>& visit) const;
     std::vector<Service> services() const;

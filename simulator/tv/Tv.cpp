@@ -173,11 +173,15 @@ void Tv::create(const fs::path& home, const ChannelSource& list, const std::stri
     makePrivateFolder(built);
     const ServiceDb services(built / "service-db");
     services.create(list, fmt::format("set={}\nservice=http://set-{}.invalid/live\n", serial, serial));
+    const std::optional<Service> first = services.find(services.first());
+    if (!first) {
+        throw Error("the channel list holds not one service");
+    }
     IssDb(built / "iss.db").create({{"set", serial}, {"layout", "list"}, {"last_group", "0"}});
     CiModule(built / "ci")
         .create({{"ci_profile.bin", "CI\x01" + serial},
                  {"ci_operator.xml", "<operator set=\"" + inXml(serial) + "\"/>\n"}});
-    createDatabase(databaseOf(built), antennaModeOf(services.find(services.first())->source), serial, time, account);
+    createDatabase(databaseOf(built), antennaModeOf(first->source), serial, time, account);
     saveSnapshot(built, INIT_SNAPSHOT);
     if (!putInPlace(built, home)) {
         throw Error(fmt::format("there is something at {} already; remove that folder, or choose another with --home",

@@ -5,6 +5,7 @@ import os
 import pathlib
 import re
 import signal
+import sqlite3
 import subprocess
 import unittest
 
@@ -86,6 +87,17 @@ class Scripts(Story):
         self.assertEqual([each["tv"] for each in report["failures"]], ["tv-00004"])
         accounts = {each["account"] for each in tv.tv("cloud", "list", "--json").json["backups"]}
         self.assertEqual(accounts, {f"tv-0000{i}" for i in range(1, 6)})
+
+    def test_the_tvs_of_a_fleet_have_the_channels_of_this_one(self):
+        tv = Tv(self.folder, "a", channels=CHANNELS)
+        with sqlite3.connect(tv.home / "service-db/services.db") as database:  # as another maker's may count
+            database.execute("UPDATE channel_groups SET number = number + 5")
+            database.execute("UPDATE services SET channel_group = channel_group + 5")
+        database.close()
+        tv.tv("fleet", "run", "--tvs", 1)
+        channels = tv.tv("export", "--format", "vdr").text
+        self.assertEqual(tv.tv("export", self.folder / "fleet/tv-00001", "--format", "vdr").text, channels)
+        self.assertIn(":@60 Radio\n", channels)
 
     def test_an_interrupted_fleet_goes_on(self):
         tv = Tv(self.folder, "a", channels=CHANNELS)
