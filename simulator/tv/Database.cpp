@@ -105,10 +105,10 @@ std::int64_t Statement::integer(int column) const {
     return sqlite3_column_int64(m_statement.get(), column);
 }
 
-std::string Statement::text(int column) const {
+std::string_view Statement::view(int column) const {
     const auto* bytes = static_cast<const char*>(sqlite3_column_blob(m_statement.get(), column));
     const auto size = static_cast<std::size_t>(sqlite3_column_bytes(m_statement.get(), column));
-    return bytes != nullptr ? std::string(bytes, size) : std::string();
+    return bytes != nullptr ? std::string_view(bytes, size) : std::string_view();
 }
 
 std::optional<std::int64_t> Statement::optionalInteger(int column) const {

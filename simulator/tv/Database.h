@@ -38,7 +38,8 @@ public:
 
     // The columns of the present row, from 0 on.
     std::int64_t integer(int column) const;
-    std::string text(int column) const;
+    std::string_view view(int column) const;  // good until the next row
+    std::string text(int column) const { return std::string(view(column)); }
     std::optional<std::int64_t> optionalInteger(int column) const;
 
 private:

@@ -50,31 +50,32 @@ constexpr char SELECT[] =
     "list_fields "
     "FROM services LEFT JOIN channel_groups ON channel_groups.number = channel_group ";
 
-Service readService(const Statement& query) {
+// Into a service of before, whose texts have their memory already.
+void readService(const Statement& query, Service& service) {
     const auto number = [&](int column) { return static_cast<int>(query.integer(column)); };
-    return {static_cast<std::uint64_t>(query.integer(0)),
-            number(1),
-            query.text(2),
-            query.text(3),
-            query.text(4),
-            query.text(5),
-            query.text(6),
-            number(7),
-            query.text(8),
-            query.text(9),
-            static_cast<std::uint64_t>(query.integer(10)),
-            static_cast<std::uint64_t>(query.integer(21)),
-            number(11),
-            query.text(12),
-            query.text(13),
-            query.text(14),
-            query.text(15),
-            query.text(16),
-            number(17),
-            number(18),
-            number(19),
-            number(20),
-            number(22)};
+    service.id = static_cast<std::uint64_t>(query.integer(0));
+    service.number = number(1);
+    service.identity = query.view(2);
+    service.name = query.view(3);
+    service.shortName = query.view(4);
+    service.provider = query.view(5);
+    service.type = query.view(6);
+    service.group = number(7);
+    service.groupName = query.view(8);
+    service.source = query.view(9);
+    service.frequency = static_cast<std::uint64_t>(query.integer(10));
+    service.symbolRate = number(11);
+    service.parameters = query.view(12);
+    service.videoPid = query.view(13);
+    service.audioPids = query.view(14);
+    service.textPids = query.view(15);
+    service.conditionalAccess = query.view(16);
+    service.sid = number(17);
+    service.nid = number(18);
+    service.tid = number(19);
+    service.rid = number(20);
+    service.frequencyUnit = static_cast<std::uint64_t>(query.integer(21));
+    service.listFields = number(22);
 }
 
 // A database that is still beside its place, and gone after a crash: it needs no journal on the disk, and is synced
@@ -223,7 +224,12 @@ ServiceDb::Counts ServiceDb::counts() const {
 std::optional<Service> ServiceDb::find(std::uint64_t id) const {
     const Database database(this->database(), Database::Access::Look);
     Statement query(database, std::string(SELECT) + "WHERE id = ?");
-    return query.bind(id).next() ? std::optional(readService(query)) : std::nullopt;
+    if (!query.bind(id).next()) {
+        return std::nullopt;
+    }
+    std::optional<Service> service(std::in_place);
+    readService(query, *service);
+    return service;
 }
 
 std::uint64_t ServiceDb::first() const {
@@ -234,8 +240,10 @@ std::uint64_t ServiceDb::first() const {
 void ServiceDb::forEach(const std::function<void(const Service&)>& visit) const {
     const Database database(this->database(), Database::Access::Look);
     Statement query(database, std::string(SELECT) + "ORDER BY services.number");
+    Service service;
     while (query.next()) {
-        visit(readService(query));
+        readService(query, service);
+        visit(service);
     }
 }
 
