@@ -43,6 +43,8 @@ std::string nameOf(const ::testing::TestParamInfo<Hostile>& each) {
 
 class ReceivedServices : public Received {};
 
+class ManyServices : public Received {};
+
 TEST_P(ReceivedServices, BringRowsOrNothing) {
     const fs::path archive = archiveOf("services.db", a.home / "service-db/services.db", GetParam().statements);
     const sim::SetUp before = b.setUp();
@@ -55,6 +57,19 @@ TEST_P(ReceivedServices, BringRowsOrNothing) {
     const Database now(b.home / "service-db/services.db", Database::Access::Look);
     EXPECT_EQ(now.integer("SELECT count(*) FROM sqlite_schema WHERE type <> 'index'"), 4) << "its own tables alone";
     EXPECT_EQ(test::tree(b.home / "service-db"), (test::Strings{"ipsrv", "services.db"}));
+}
+
+TEST_F(ManyServices, AreBroughtToTheLast) {
+    const fs::path archive =
+        archiveOf("services.db", a.home / "service-db/services.db",
+                  "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 300) "
+                  "INSERT INTO services SELECT i + 100, i + 100, 'C-1-1-' || i || '-1', 'Name ' || i, '', '', type, "
+                  "channel_group, source, frequency_hz, symbol_rate, parameters, video_pid, audio_pids, text_pids, "
+                  "conditional_access, sid, nid, tid, rid, frequency_unit, list_fields "
+                  "FROM n, (SELECT * FROM services LIMIT 1); UPDATE meta SET service_count = service_count + 300");
+    EXPECT_EQ(b.open().serviceDb().replace(archive), std::nullopt);
+    fs::copy_file(folder / "services.db", a.home / "service-db/services.db", fs::copy_options::overwrite_existing);
+    EXPECT_EQ(b.setUp().services, a.setUp().services);
 }
 
 INSTANTIATE_TEST_SUITE_P(

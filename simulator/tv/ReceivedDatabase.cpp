@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
+#include <optional>
 #include <set>
 
 #include "simulator/base/Error.h"
@@ -48,29 +50,110 @@ void confine(sqlite3* database) {
     sqlite3_limit(database, SQLITE_LIMIT_ATTACHED, 0);
 }
 
-// Binds the value of a row's column as it is, without a copy: it has to be used before the row is left.
-void bindColumn(sqlite3_stmt* row, int column, sqlite3_stmt* target) {
-    const int parameter = column + 1;
-    const auto size = [&] { return static_cast<sqlite3_uint64>(sqlite3_column_bytes(row, column)); };
-    switch (sqlite3_column_type(row, column)) {
-        case SQLITE_INTEGER:
-            sqlite3_bind_int64(target, parameter, sqlite3_column_int64(row, column));
-            break;
-        case SQLITE_TEXT: {
-            const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(row, column));
-            sqlite3_bind_text64(target, parameter, text, size(), SQLITE_STATIC, SQLITE_UTF8);
-            break;
-        }
-        default:
-            sqlite3_bind_value(target, parameter, sqlite3_column_value(row, column));
-    }
-}
-
 std::string list(const std::vector<std::string>& columns) {
     return fmt::format("\"{}\"", fmt::join(columns, "\", \""));
 }
 
 }  // namespace
+
+// Puts rows into a table as they are. They go in by the batch: to begin and to end a statement costs as much as a row.
+class ReceivedDatabase::Insertion {
+public:
+    Insertion(Database& target, const std::string& table, const std::vector<std::string>& columns)
+        : m_target(target),
+          m_table(fmt::format("\"{}\"({})", table, list(columns))),
+          m_columns(static_cast<int>(columns.size())) {}
+
+    void add(const Statement& row) {
+        for (int i = 0; i < m_columns; ++i) {
+            m_values.push_back(take(row.m_statement.get(), i));
+        }
+        if (++m_rows == MOST_ROWS) {
+            if (!m_batch) {
+                m_batch.emplace(m_target, sql());
+            }
+            insert(*m_batch);
+        }
+    }
+
+    // Puts in what waits.
+    void finish() {
+        if (m_rows > 0) {
+            Statement rest(m_target, sql());
+            insert(rest);
+        }
+    }
+
+private:
+    static constexpr int MOST_ROWS = 64;
+
+    struct Free {
+        void operator()(sqlite3_value* value) const { sqlite3_value_free(value); }
+    };
+
+    // A number, a text among m_texts, or anything else.
+    struct Value {
+        int type = 0;
+        std::int64_t number = 0;
+        std::size_t begin = 0;
+        std::size_t size = 0;
+        std::unique_ptr<sqlite3_value, Free> other;
+    };
+
+    Value take(sqlite3_stmt* row, int column) {
+        Value value;
+        value.type = sqlite3_column_type(row, column);
+        if (value.type == SQLITE_INTEGER) {
+            value.number = sqlite3_column_int64(row, column);
+        } else if (value.type == SQLITE_TEXT) {
+            const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(row, column));
+            value.begin = m_texts.size();
+            value.size = static_cast<std::size_t>(sqlite3_column_bytes(row, column));
+            m_texts.append(text, value.size);
+        } else {
+            value.other.reset(sqlite3_value_dup(sqlite3_column_value(row, column)));
+        }
+        return value;
+    }
+
+    void bind(sqlite3_stmt* statement, int parameter, const Value& value) const {
+        if (value.type == SQLITE_INTEGER) {
+            sqlite3_bind_int64(statement, parameter, value.number);
+        } else if (value.type == SQLITE_TEXT) {
+            sqlite3_bind_text64(statement, parameter, m_texts.data() + value.begin, value.size, SQLITE_STATIC,
+                                SQLITE_UTF8);
+        } else {
+            sqlite3_bind_value(statement, parameter, value.other.get());
+        }
+    }
+
+    // For as many rows as wait.
+    std::string sql() const {
+        const std::vector<const char*> parameters(static_cast<std::size_t>(m_columns), "?");
+        const std::vector<std::string> rows(static_cast<std::size_t>(m_rows),
+                                            fmt::format("({})", fmt::join(parameters, ", ")));
+        return fmt::format("INSERT INTO {} VALUES {}", m_table, fmt::join(rows, ", "));
+    }
+
+    void insert(Statement& statement) {
+        int parameter = 0;
+        for (const Value& value : m_values) {
+            bind(statement.m_statement.get(), ++parameter, value);
+        }
+        statement.run();
+        m_values.clear();
+        m_texts.clear();
+        m_rows = 0;
+    }
+
+    Database& m_target;
+    std::string m_table;
+    int m_columns;
+    std::vector<Value> m_values;  // row after row
+    std::string m_texts;
+    int m_rows = 0;
+    std::optional<Statement> m_batch;
+};
 
 ReceivedDatabase::ReceivedDatabase(const fs::path& file)
     : m_database(file, Database::Access::Look), m_checksLeft(checksFor(sizeOf(file))) {
@@ -90,16 +173,12 @@ bool ReceivedDatabase::has(const Table& table) const {
 std::uint64_t ReceivedDatabase::copy(const Table& table, Database& target) const {
     const std::vector<std::string> columns = realColumnsOf(table);
     Statement rows(m_database, fmt::format("SELECT {} FROM \"{}\" NOT INDEXED", list(columns), table.name));
-    const std::vector<std::string> parameters(columns.size(), "?");
-    Statement insert(target, fmt::format("INSERT INTO \"{}\"({}) VALUES({})", table.name, list(columns),
-                                         fmt::join(parameters, ", ")));
+    Insertion insertion(target, table.name, columns);
     std::uint64_t count = 0;
     for (; rows.next(); ++count) {
-        for (int i = 0; i < static_cast<int>(columns.size()); ++i) {
-            bindColumn(rows.m_statement.get(), i, insert.m_statement.get());
-        }
-        insert.run();
+        insertion.add(rows);
     }
+    insertion.finish();
     return count;
 }
 

@@ -34,6 +34,8 @@ public:
     std::uint64_t copy(const Table& table, Database& target) const;
 
 private:
+    class Insertion;
+
     std::vector<std::string> realColumnsOf(const Table& table) const;
 
     Database m_database;
