@@ -63,7 +63,7 @@ def build():
 def is_noticed(sweeps):
     environment = dict(os.environ, GTEST_FAIL_FAST="1", GTEST_BRIEF="1")
     without_sweeps = ["--gtest_filter=-Calls/Sweep*"] if not sweeps else []
-    for program in ["central-class-tests"], ["lineup-tests"] + without_sweeps:
+    for program in ["central-class-tests"], ["application-tests"], ["simulator-tests"] + without_sweeps:
         try:
             if run(["build/debug/bin/" + program[0]] + program[1:], env=environment, timeout=300) != 0:
                 return True
