@@ -78,8 +78,8 @@ bool CloseArchive(zipFile zip) {
     return true;
 }
 
-// Copies the open entry of `size` bytes into a file.
-bool ReadEntry(unzFile zip, std::uint64_t size, std::ofstream& file, const char* name, const std::string& zipPath) {
+// Copies the open entry of `size` bytes into a file. To make a stream around its buffer costs as much as a small entry.
+bool ReadEntry(unzFile zip, std::uint64_t size, std::filebuf& file, const char* name, const std::string& zipPath) {
     Buffer buffer;
     for (std::uint64_t remaining = size; remaining != 0;) {
         const auto request = static_cast<unsigned int>(std::min<std::uint64_t>(remaining, buffer.size()));
@@ -92,8 +92,7 @@ bool ReadEntry(unzFile zip, std::uint64_t size, std::ofstream& file, const char*
             LOG_AT("UnzipFile", 217, FAILURE, "EOF while decompressing file %s from %s", name, zipPath.c_str());
             return false;
         }
-        file.write(buffer.data(), count);
-        if (file.fail()) {
+        if (file.sputn(buffer.data(), count) != count) {
             LOG_AT("UnzipFile", 224, FAILURE, "error while writing file %s from %s", name, zipPath.c_str());
             return false;
         }
@@ -104,7 +103,7 @@ bool ReadEntry(unzFile zip, std::uint64_t size, std::ofstream& file, const char*
 
 // Extracts the current entry and moves on to the next one. An entry whose successor cannot be reached is complete, yet
 // not reported as extracted.
-bool ExtractEntry(unzFile zip, bool last, const std::string& zipPath, const std::string& destinationFolder) {
+bool ExtractEntry(unzFile zip, bool last, const std::string& zipPath, const fs::path& destinationFolder) {
     unz_file_info64 info;
     std::array<char, 256> name;
     if (unzGetCurrentFileInfo64(zip, &info, name.data(), name.size(), nullptr, 0, nullptr, 0) != UNZ_OK) {
@@ -117,10 +116,10 @@ bool ExtractEntry(unzFile zip, bool last, const std::string& zipPath, const std:
         return false;
     }
 
-    const fs::path outputPath = fs::path(destinationFolder) / name.data();
+    const fs::path outputPath = destinationFolder / name.data();
     CFileUtil::CreateDirectories(outputPath.parent_path().string());
-    std::ofstream file(outputPath, std::ios::binary | std::ios::trunc);
-    if (!file.good()) {
+    std::filebuf file;
+    if (file.open(outputPath, std::ios::out | std::ios::binary | std::ios::trunc) == nullptr) {
         LOG_AT("UnzipFile", 197, FAILURE, "cannot extract %s [%s] on %s", outputPath.c_str(), name.data(),
                destinationFolder.c_str());
         return false;
@@ -213,8 +212,9 @@ bool CZipUtil::UnzipFile(const std::string& zipPath, const std::string& destinat
     if (!CFileUtil::CreateDirectories(destinationFolder)) {
         return false;
     }
+    const fs::path destination = destinationFolder;
     for (std::uint64_t i = 0; i < entryCount; ++i) {
-        if (!ExtractEntry(zip, i + 1 == entryCount, zipPath, destinationFolder)) {
+        if (!ExtractEntry(zip, i + 1 == entryCount, zipPath, destination)) {
             return false;
         }
     }
