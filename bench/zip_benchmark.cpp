@@ -23,7 +23,7 @@ bool unpackOurs(const std::string& archive, const std::string& folder) {
 using Operation = bool (*)(const std::string& from, const std::string& to);
 
 void measure(benchmark::State& state, Operation operation, const std::string& from, const std::string& to) {
-    for (auto round : state) {
+    for ([[maybe_unused]] auto round : state) {
         if (!operation(from, to)) {
             state.SkipWithError("failed");
         }
