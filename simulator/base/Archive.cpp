@@ -79,9 +79,11 @@ private:
             case ZIP_SOURCE_BEGIN_WRITE:
                 m_file = std::fopen(m_part.c_str(), "wb");
                 return m_file != nullptr ? 0 : fail(ZIP_ER_TMPOPEN, errno);
-            case ZIP_SOURCE_WRITE:
-                return std::fwrite(data, 1, size, m_file) == size ? static_cast<zip_int64_t>(size)
-                                                                  : fail(ZIP_ER_WRITE, errno);
+            case ZIP_SOURCE_WRITE: {
+                const auto bytes = static_cast<std::size_t>(size);
+                return std::fwrite(data, 1, bytes, m_file) == bytes ? static_cast<zip_int64_t>(size)
+                                                                    : fail(ZIP_ER_WRITE, errno);
+            }
             case ZIP_SOURCE_SEEK_WRITE: {
                 const auto* to = ZIP_SOURCE_GET_ARGS(zip_source_args_seek_t, data, size, &m_error);
                 return to != nullptr && ::fseeko(m_file, to->offset, to->whence) == 0 ? 0 : fail(ZIP_ER_SEEK, errno);
