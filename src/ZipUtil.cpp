@@ -46,15 +46,16 @@ bool WriteEntry(zipFile zip, std::ifstream& file, const std::string& entryPath) 
     }
 }
 
-// Adds one file to the archive. When it fails, the entry may be left open: closing the archive finishes it.
-bool AddFile(zipFile zip, const std::string& entryPath, const std::string& name) {
+// Adds one file to the archive, read through the given stream. When it fails, the entry may be left open: closing the
+// archive finishes it.
+bool AddFile(zipFile zip, std::ifstream& file, const std::string& entryPath, const std::string& name) {
     LOG_AT("m_CreateZipFile", 87, PROGRESS, "File to zip=[%s]", name.c_str());
     if (zipOpenNewFileInZip64(zip, name.c_str(), nullptr, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED,
                               Z_DEFAULT_COMPRESSION, 0) != ZIP_OK) {
         LOG_AT("m_CreateZipFile", 90, FAILURE, "zipOpenNewFileInZip64 fail %s", name.c_str());
         return false;
     }
-    std::ifstream file(entryPath, std::ios::binary);
+    file.open(entryPath, std::ios::binary);
     if (!file) {
         LOG_AT("m_CreateZipFile", 99, FAILURE, "Cannot open %s for archiving.", entryPath.c_str());
         return false;
@@ -63,6 +64,7 @@ bool AddFile(zipFile zip, const std::string& entryPath, const std::string& name)
     if (!WriteEntry(zip, file, entryPath)) {
         return false;
     }
+    file.close();
     if (zipCloseFileInZip(zip) != ZIP_OK) {
         LOG_AT("m_CreateZipFile", 117, FAILURE, "cannot close %s in archive", entryPath.c_str());
         return false;
@@ -171,11 +173,12 @@ bool CZipUtil::CreateZipFile(const std::string& sourceFolder, const std::string&
 }
 
 bool CZipUtil::m_CreateZipFile(const std::string& folder, void*& zipHandle, const std::string& baseFolder) {
+    std::ifstream file;  // one for all files: to make a stream costs as much as to pack a small one
     for (const fs::directory_entry& member : fs::directory_iterator(folder)) {
-        const std::string entryPath = member.path().string();
-        const bool added = fs::is_directory(fs::status(entryPath))
+        const std::string& entryPath = member.path().native();
+        const bool added = member.is_directory()
                                ? m_CreateZipFile(entryPath, zipHandle, baseFolder)
-                               : AddFile(zipHandle, entryPath, EntryName(entryPath, baseFolder));
+                               : AddFile(zipHandle, file, entryPath, EntryName(entryPath, baseFolder));
         if (!added) {
             return false;
         }
