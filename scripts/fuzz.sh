@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
 # Runs fuzz targets side by side, each in a folder of its own that it is confined to, from seeds that a simulated TV makes.
-#   fuzz.sh BIN SECONDS TARGET...
+#   fuzz.sh BIN TARGETS-BIN SECONDS TARGET...
+# BIN has halcyon-tv, TARGETS-BIN the fuzz targets.
 # What is found stays in build/fuzz-findings/; exit code 1 then.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bin=$(realpath "$1")
-seconds=$2
-shift 2
+targets_bin=$(realpath "$2")
+seconds=$3
+shift 3
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -31,7 +33,7 @@ fuzz() {
     local target=$1 log=$work/$1.log
     mkdir -p "$work/$target" "$findings/$target"
     ulimit -f 65536  # 32 MiB: an entry may say that it unpacks to anything
-    (cd "$findings/$target" && FUZZ_FOLDER=$work/$target ASAN_OPTIONS=detect_leaks=0 "$bin/fuzz-$target" \
+    (cd "$findings/$target" && FUZZ_FOLDER=$work/$target ASAN_OPTIONS=detect_leaks=0 "$targets_bin/fuzz-$target" \
         -max_total_time="$seconds" -max_len=65536 -rss_limit_mb=2048 -timeout=10 -close_fd_mask=2 -print_final_stats=1 \
         -dict="$OLDPWD/fuzz/dictionaries/$target" "$work/seeds/$target" >"$log" 2>&1) || { cat "$log" >&2; return 1; }
     # The application's log may stand in the same line.
