@@ -64,11 +64,11 @@ bool AddFile(zipFile zip, std::ifstream& file, const std::string& entryPath, con
     if (!WriteEntry(zip, file, entryPath)) {
         return false;
     }
-    file.close();
     if (zipCloseFileInZip(zip) != ZIP_OK) {
         LOG_AT("m_CreateZipFile", 117, FAILURE, "cannot close %s in archive", entryPath.c_str());
         return false;
     }
+    file.close();
     return true;
 }
 
