@@ -89,6 +89,11 @@ class Stories(Page):
         self.until(lambda: self.all(".event.fault[aria-label*=BackupFileDone]"))
         self.type(".event.fault", Keys.ARROW_RIGHT)
         self.until(lambda: "BackupFileDone fail" in self.text("#event"), "the next event by key")
+        self.a.tv("run", "-q")
+        self.until_text("#cloud", "2 backups")
+        self.assertIn("BackupFileDone fail", self.text("#event"))
+        self.browser.switch_to.active_element.send_keys(Keys.ARROW_LEFT)
+        self.until(lambda: "BackupFileDone(" in self.text("#event"), "the event before by key")
 
     def test_a_damaged_zip_is_looked_into_before_it_comes_in(self):
         self.a.tv("run", "-q")

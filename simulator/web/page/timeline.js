@@ -73,7 +73,7 @@ function chart(timeline, room) {
     for (const [i, event] of mine.entries()) {
       const button = h("button", {type: "button", class: ["event", event.log ? "log" : "call", event.call?.fault != null ? "fault" : "",
         event.isDecisive ? "decisive" : "", event.seq > view.replay ? "later" : ""].join(" "), "aria-label": text(event),
-      tabindex: event === focused ? 0 : -1, onfocus: () => show(event, button), onmouseenter: () => show(event, button)});
+      "data-key": `${view.run}/${event.seq}`, tabindex: event === focused ? 0 : -1, onfocus: () => show(event, button), onmouseenter: () => show(event, button)});
       button.style.left = `${event.x}px`;
       buttons.set(event.seq, button);
       lane.append(button);
@@ -139,12 +139,13 @@ export function drawTimeline() {
   const isNew = key !== view.run;
   if (isNew) Object.assign(view, {run: key, focus: 0, replay: Infinity});
   const scrolled = card.querySelector(".lanes")?.scrollLeft ?? 0;
+  const told = isNew ? null : byId("event");
   fill(card, h("div", {class: "head"}, h("h2", {id: "timeline-title"}, run ? `Timeline of run ${run.run}` : "Timeline"),
     h("label", {class: "check"}, h("input", {type: "checkbox", checked: view.details, "data-key": "details",
       onchange: (event) => { view.details = event.target.checked; drawTimeline(); }}), "details of the log"),
     h("button", {type: "button", disabled: !timeline.length || Boolean(state.live), "data-key": "replay", onclick: () => replay(timeline)}, "Replay")),
   timeline.length ? chart(timeline, card.clientWidth - 140) : h("p", {class: "empty"}, "Each call and each log record of a run stands here at its moment."),
-  timeline.length ? h("p", {id: "event", class: "event-text", "aria-live": "polite"}, h("span", {class: "muted"},
+  timeline.length ? told ?? h("p", {id: "event", class: "event-text", "aria-live": "polite"}, h("span", {class: "muted"},
     "Point at an event, or go from one to the next with the arrow keys.")) : null);
   const lanes = card.querySelector(".lanes");
   if (!lanes) return;
