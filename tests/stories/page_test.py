@@ -171,7 +171,7 @@ class Stories(Page):
         for _ in range(80):
             ActionChains(self.browser).send_keys(Keys.TAB).perform()
             reached.add(self.browser.execute_script(
-                "const e = document.activeElement; return e.dataset.key ?? (e.className.includes('event') ? 'event' : e.id)"))
+                "const e = document.activeElement; return e.matches('.event') ? 'event' : e.dataset.key ?? e.id"))
         self.assertLessEqual({"backup", "restore", "rows", "search", "scan", "replay", "event", "file", "find-call"}, reached)
         for width in 1024, 1280:
             self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
