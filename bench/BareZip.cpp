@@ -53,7 +53,7 @@ bool packBare(const std::string& folder, const std::string& archive) {
     zipFile zip = zipOpen64(archive.c_str(), APPEND_STATUS_CREATE);
     bool isGood = zip != nullptr;
     for (const fs::directory_entry& member : fs::recursive_directory_iterator(folder)) {
-        if (isGood && !member.is_directory()) {
+        if (isGood && !fs::is_directory(member.status())) {
             isGood = packFile(zip, member.path(), member.path().string().substr(folder.size()));
         }
     }

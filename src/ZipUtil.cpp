@@ -176,7 +176,8 @@ bool CZipUtil::m_CreateZipFile(const std::string& folder, void*& zipHandle, cons
     std::ifstream file;  // one for all files: to make a stream costs as much as to pack a small one
     for (const fs::directory_entry& member : fs::directory_iterator(folder)) {
         const std::string& entryPath = member.path().native();
-        const bool added = member.is_directory()
+        // Asked anew, deliberately: in a folder that can be listed but not entered, that throws.
+        const bool added = fs::is_directory(member.status())
                                ? m_CreateZipFile(entryPath, zipHandle, baseFolder)
                                : AddFile(zipHandle, file, entryPath, EntryName(entryPath, baseFolder));
         if (!added) {
