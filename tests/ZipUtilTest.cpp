@@ -15,6 +15,7 @@
 #include "simulator/base/Archive.h"
 #include "tests/support/Archives.h"
 #include "tests/support/TestTv.h"
+#include "tests/support/WithoutPrivileges.h"
 
 namespace fs = std::filesystem;
 
@@ -180,6 +181,14 @@ TEST_F(ZipUtil, ThrowsWhereAMembersStatusCannotBeRead) {
     fs::create_symlink("itself", at("in/itself"));
     const test::LeavesHandles leavesHandles;
     EXPECT_THROW(zip.CreateZipFile(at("in/"), at("out.zip")), fs::filesystem_error);
+
+    write(at("listed/file"), "text");
+    fs::permissions(at("listed"), fs::perms::owner_read);
+    {
+        const test::WithoutPrivileges unprivileged;
+        EXPECT_THROW(zip.CreateZipFile(at("listed/"), at("out.zip")), fs::filesystem_error);
+    }
+    fs::permissions(at("listed"), fs::perms::owner_all);
 }
 
 TEST_F(ZipUtil, RemovesBothWhenTheDiskIsFull) {
