@@ -6,10 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "simulator/base/Environment.h"
 #include "simulator/base/Files.h"
-#include "simulator/base/Places.h"
 #include "simulator/base/Sandbox.h"
-#include "simulator/platform/Device.h"
+#include "simulator/device/Device.h"
 
 namespace fs = std::filesystem;
 

@@ -2,7 +2,7 @@
 #include "fuzz/Fuzz.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
-#include "simulator/tv/ChannelList.h"
+#include "simulator/lineup/ChannelList.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     try {

@@ -2,7 +2,7 @@
 #include "fuzz/Fuzz.h"
 #include "simulator/base/Archive.h"
 #include "simulator/base/Error.h"
-#include "simulator/tv/IssDb.h"
+#include "simulator/lineup/IssDb.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::filesystem::path archive = fuzz::folder() / "issDB.zip";

@@ -12,7 +12,7 @@
 
 #include "simulator/base/Archive.h"
 #include "simulator/base/Json.h"
-#include "simulator/reports/Bundle.h"
+#include "simulator/lineup/Bundle.h"
 #include "tests/support/TestTv.h"
 
 namespace fs = std::filesystem;
@@ -50,14 +50,14 @@ protected:
 
     // Runs a backup that fails as told. It must leave the session closed, the cloud empty and the TV as it was.
     Outcome failingBackup(const std::string& call, const std::string& failure, int nth = 1) {
-        const sim::SetUp before = a.setUp();
+        const sim::Setup before = a.setup();
         Outcome run = a.backUpUnder(call, failure, nth);
         EXPECT_THAT(run.logBetween("5 operation fail", "4 Last line"), ElementsAre("5 operation fail", "4 Last line"));
         EXPECT_EQ(run.count("bnr_deinit"), 1);
         EXPECT_EQ(run.ended, sim::RunEnd::Exit);
         EXPECT_FALSE(run.succeeded());
         EXPECT_FALSE(fs::exists(storedBackup()));
-        EXPECT_EQ(a.setUp(), before);
+        EXPECT_EQ(a.setup(), before);
         return run;
     }
 
@@ -84,7 +84,7 @@ protected:
 };
 
 TEST_F(Backup, BringsEverythingIntoTheCloud) {
-    const sim::SetUp before = a.setUp();
+    const sim::Setup before = a.setup();
     const Outcome run = a.backUp();
     EXPECT_TRUE(run.succeeded());
     EXPECT_EQ(run.reply, std::nullopt) << "a backup never replies";
@@ -92,8 +92,8 @@ TEST_F(Backup, BringsEverythingIntoTheCloud) {
                                                       "ci/ci_operator.xml"));
     EXPECT_EQ(test::readFile(storedBackup() / "metadata.json"), METADATA);
     EXPECT_EQ(test::servicesIn(storedBackup() / "bundle.zip"), 3U);
-    EXPECT_EQ(test::readFile(bundleEntry("ci/ci_profile.bin")), a.open().ciModule().files().at("ci_profile.bin"));
-    EXPECT_EQ(a.setUp(), before);
+    EXPECT_EQ(test::readFile(bundleEntry("ci/ci_profile.bin")), a.open().ciFiles().contents().at("ci_profile.bin"));
+    EXPECT_EQ(a.setup(), before);
     EXPECT_THAT(a.dataFiles(), IsEmpty()) << "neither staging folder nor bundle stays";
 }
 

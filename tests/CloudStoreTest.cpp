@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "simulator/base/Digest.h"
+#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
-#include "simulator/base/Places.h"
 #include "simulator/cloud/CloudStore.h"
 
 namespace fs = std::filesystem;

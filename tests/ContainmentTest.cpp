@@ -18,8 +18,8 @@
 #include "simulator/base/Process.h"
 #include "simulator/base/Text.h"
 #include "simulator/cloud/CloudStore.h"
+#include "simulator/lineup/ChannelList.h"
 #include "simulator/reports/TvReport.h"
-#include "simulator/tv/ChannelList.h"
 #include "simulator/tv/PendingRecords.h"
 #include "tests/support/Archives.h"
 #include "tests/support/CommandLine.h"
@@ -249,12 +249,12 @@ TEST_F(Records, WaitBehindThoseOfAnEarlierRun) {
 TEST_F(Records, AreLostOnAFullDiskAndNothingElseIs) {
     init();
     addCiFiles(300);  // more to record than there is room for, or than waits
-    const sim::SetUp before = sim::setUpOf(sim::Tv(home()));
+    const sim::Setup before = sim::Tv(home()).setup();
     const Answer run = runWithin(40);
     EXPECT_EQ(run.code, 0) << run.text;
     EXPECT_THAT(run.text, AllOf(HasSubstr("records of this run could not be written: "),
                                 HasSubstr("main function,ret=0"), Not(HasSubstr("crashed"))));
-    EXPECT_EQ(sim::setUpOf(sim::Tv(home())), before);
+    EXPECT_EQ(sim::Tv(home()).setup(), before);
     EXPECT_EQ(tv("run -q").code, 0);
     EXPECT_GT(recordsOfNewest(), 2000U);
 }

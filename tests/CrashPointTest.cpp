@@ -19,7 +19,7 @@
 #include <tuple>
 
 #include "simulator/base/Archive.h"
-#include "simulator/reports/Bundle.h"
+#include "simulator/reports/CloudReport.h"
 #include "simulator/reports/Judge.h"
 #include "tests/support/TestTv.h"
 #include "tests/support/Tracer.h"
@@ -55,9 +55,9 @@ void expectEither(const Part& now, const Part& before, const Part& after, const 
 class DiskCase : public test::TwoTvs {
 protected:
     explicit DiskCase(Operation operation)
-        : m_operation(operation), m_tv(operation == Operation::Backup ? a : b), m_before(m_tv.setUp()) {
+        : m_operation(operation), m_tv(operation == Operation::Backup ? a : b), m_before(m_tv.setup()) {
         EXPECT_TRUE(a.backUp().succeeded());
-        m_after = a.setUp();
+        m_after = a.setup();
         m_ipServices = m_tv.open().serviceDb().ipServices();
         m_runs = m_tv.open().runs().newest();
     }
@@ -90,7 +90,7 @@ protected:
 
     // Each part of the TV is as it was or as it is restored.
     void expectWholeTv(const test::TestTv& tv) const {
-        const sim::SetUp now = tv.setUp();
+        const sim::Setup now = tv.setup();
         expectEither(now.services, m_before.services, m_after.services, "services");
         expectEither(now.iss, m_before.iss, m_after.iss, "iss");
         for (std::size_t i = 0; i < now.favourites.size(); ++i) {
@@ -129,7 +129,7 @@ protected:
         const sim::Tv opened = tv.open();
         const std::int64_t newest = opened.runs().newest();
         const sim::Run run = newest > m_runs ? *opened.runs().find(newest) : sim::Run();
-        const bool isReplaced = tv.setUp().services == m_after.services;
+        const bool isReplaced = tv.setup().services == m_after.services;
         const bool isStored = sim::listBackups(*sim::openCloud(tv.cloud)).size() == 2;
         if (m_operation == Operation::Restore) {
             EXPECT_EQ(run.reply.value_or(isReplaced ? 0 : -1), isReplaced ? 0 : -1);
@@ -149,7 +149,7 @@ protected:
     // The next run succeeds, and leaves nothing half-made.
     void expectRecovery(test::TestTv& tv) const {
         EXPECT_TRUE((m_operation == Operation::Backup ? tv.backUp() : tv.restore()).succeeded());
-        EXPECT_TRUE(tv.setUp() == m_after);
+        EXPECT_TRUE(tv.setup() == m_after);
         expectWholeCloud(tv);
         EXPECT_THAT(test::tree(tv.home / "service-db"), ::testing::ElementsAre("ipsrv", "services.db"));
         for (const fs::path& place : {tv.home, tv.cloud / "Qr7tLw2ZkA/OOBERFChannelList"}) {
@@ -161,8 +161,8 @@ protected:
 
     const Operation m_operation;
     const test::TestTv& m_tv;
-    const sim::SetUp m_before;
-    sim::SetUp m_after;
+    const sim::Setup m_before;
+    sim::Setup m_after;
     std::string m_ipServices;
     std::int64_t m_runs = 0;
 };
@@ -180,7 +180,7 @@ TEST_P(Kill, AtEachCall) {
         SCOPED_TRACE(fmt::format("{} {} {}", ++points, call.name, call.path));
         test::TestTv left = copyOfAll();
         expectWholeTv(left);
-        EXPECT_THAT(left.setUp().ci, ::testing::AnyOf(m_before.ci, m_after.ci));
+        EXPECT_THAT(left.setup().ci, ::testing::AnyOf(m_before.ci, m_after.ci));
         expectTruth(left);
         if (isNew) {
             expectRecovery(left);
@@ -239,9 +239,9 @@ protected:
 
     // The application does not see the last bytes of a file that it unpacks fail to reach the disk.
     void expectCiFiles(const test::TestTv& tv) const {
-        const sim::CiModule::Files source = a.open().ciModule().files();
-        for (const auto& [name, content] : tv.open().ciModule().files()) {
-            EXPECT_TRUE(tv.setUp().ci.at(name) == m_before.ci.at(name) || source.at(name).rfind(content, 0) == 0)
+        const sim::CiFiles::Contents source = a.open().ciFiles().contents();
+        for (const auto& [name, content] : tv.open().ciFiles().contents()) {
+            EXPECT_TRUE(tv.setup().ci.at(name) == m_before.ci.at(name) || source.at(name).rfind(content, 0) == 0)
                 << name;
         }
     }

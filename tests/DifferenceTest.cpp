@@ -1,4 +1,4 @@
-#include "simulator/reports/Difference.h"
+#include "simulator/lineup/Difference.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>

@@ -6,7 +6,7 @@
 #include <json/value.h>
 
 #include "simulator/base/Json.h"
-#include "simulator/platform/Device.h"
+#include "simulator/device/Device.h"
 #include "tests/support/TestTv.h"
 
 namespace {

@@ -6,7 +6,7 @@
 
 #include "simulator/base/Archive.h"
 #include "simulator/base/Error.h"
-#include "simulator/tv/ReceivedDatabase.h"
+#include "simulator/lineup/ReceivedDatabase.h"
 #include "tests/support/TestTv.h"
 
 namespace fs = std::filesystem;
@@ -47,12 +47,12 @@ class ManyServices : public Received {};
 
 TEST_P(ReceivedServices, BringRowsOrNothing) {
     const fs::path archive = archiveOf("services.db", a.home / "service-db/services.db", GetParam().statements);
-    const sim::SetUp before = b.setUp();
+    const sim::Setup before = b.setup();
     EXPECT_EQ(b.open().serviceDb().replace(archive), GetParam().refusal);
     if (GetParam().refusal) {
-        EXPECT_EQ(b.setUp(), before);
+        EXPECT_EQ(b.setup(), before);
     } else {
-        EXPECT_EQ(b.setUp().services, a.setUp().services);
+        EXPECT_EQ(b.setup().services, a.setup().services);
     }
     const Database now(b.home / "service-db/services.db", Database::Access::Look);
     EXPECT_EQ(now.integer("SELECT count(*) FROM sqlite_schema WHERE type <> 'index'"), 4) << "its own tables alone";
@@ -69,7 +69,7 @@ TEST_F(ManyServices, AreBroughtToTheLast) {
                   "FROM n, (SELECT * FROM services LIMIT 1); UPDATE meta SET service_count = service_count + 300");
     EXPECT_EQ(b.open().serviceDb().replace(archive), std::nullopt);
     fs::copy_file(folder / "services.db", a.home / "service-db/services.db", fs::copy_options::overwrite_existing);
-    EXPECT_EQ(b.setUp().services, a.setUp().services);
+    EXPECT_EQ(b.setup().services, a.setup().services);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -121,9 +121,9 @@ class ReceivedIss : public Received {};
 
 TEST_P(ReceivedIss, BringsRowsOrNothing) {
     const fs::path archive = archiveOf("iss.db", a.home / "iss.db", GetParam().statements);
-    const sim::IssDb::Entries before = b.setUp().iss;
+    const sim::IssDb::Entries before = b.setup().iss;
     EXPECT_EQ(b.open().issDb().restore(archive), !GetParam().refusal);
-    EXPECT_EQ(b.setUp().iss, GetParam().refusal ? before : a.setUp().iss);
+    EXPECT_EQ(b.setup().iss, GetParam().refusal ? before : a.setup().iss);
     const Database now(b.home / "iss.db", Database::Access::Look);
     EXPECT_EQ(now.integer("SELECT count(*) FROM sqlite_schema WHERE type <> 'index'"), 1) << "its own table alone";
 }

@@ -21,8 +21,8 @@ TEST_F(Restore, SkipsWhatTheBundleDoesNotHold) {
     });
     const Outcome run = b.restore();
     EXPECT_EQ(run.reply, 0);
-    const sim::SetUp now = b.setUp();
-    EXPECT_EQ(now.services, a.setUp().services);
+    const sim::Setup now = b.setup();
+    EXPECT_EQ(now.services, a.setup().services);
     EXPECT_EQ(now.favourites, fresh.favourites);
     EXPECT_EQ(now.iss, fresh.iss);
     EXPECT_EQ(now.ci, fresh.ci);
@@ -45,8 +45,8 @@ TEST_P(RestoreItem, IsBestEffort) {
     const Outcome run = b.restoreUnder(GetParam().call, GetParam().failure, GetParam().nth);
     EXPECT_TRUE(run.succeeded());
     EXPECT_EQ(run.reply, 0);
-    EXPECT_EQ(b.setUp().services, a.setUp().services);
-    EXPECT_FALSE(b.setUp() == a.setUp());
+    EXPECT_EQ(b.setup().services, a.setup().services);
+    EXPECT_FALSE(b.setup() == a.setup());
     if (GetParam().message != nullptr) {
         EXPECT_TRUE(run.says(GetParam().message));
     }
@@ -73,8 +73,8 @@ TEST_F(Restore, KeepsItsIssDatabaseWhereTheBundlesIsDamaged) {
     EXPECT_TRUE(run.says("6 Failed to restore iss database!"));
     EXPECT_EQ(run.reply, 0);
     EXPECT_TRUE(run.succeeded());
-    EXPECT_EQ(b.setUp().iss, fresh.iss);
-    EXPECT_EQ(b.setUp().services, a.setUp().services);
+    EXPECT_EQ(b.setup().iss, fresh.iss);
+    EXPECT_EQ(b.setup().services, a.setup().services);
 }
 
 TEST_F(Restore, HandsEveryMemberOfTheCiFolderOver) {
@@ -91,7 +91,7 @@ TEST_F(Restore, HandsEveryMemberOfTheCiFolderOver) {
 
     changeBundle([&](const fs::path& work) { test::write(work / "ci", "no folder"); });
     EXPECT_EQ(b.restore().count("CIM::TCCIService::CIGeneralInstance"), 0);
-    EXPECT_EQ(b.setUp().ci, fresh.ci);
+    EXPECT_EQ(b.setup().ci, fresh.ci);
 }
 
 }  // namespace

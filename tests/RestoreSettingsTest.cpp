@@ -83,7 +83,7 @@ TEST_F(Restore, DiesOfASettingsFileThatDoesNotHoldWhatItCounts) {
         EXPECT_EQ(run.ended, sim::RunEnd::Crashed) << text;
         EXPECT_THAT(run.detail, StartsWith("Json::LogicError")) << text;
         EXPECT_EQ(run.reply, 0) << text;
-        EXPECT_EQ(b.setUp().services, a.setUp().services) << text;
+        EXPECT_EQ(b.setup().services, a.setup().services) << text;
         fs::remove_all(folder / "bundle");
     }
 }

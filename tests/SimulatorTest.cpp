@@ -12,12 +12,12 @@
 #include "platform/json_util.h"
 #include "platform/settings_store.h"
 #include "simulator/base/Archive.h"
+#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Json.h"
-#include "simulator/base/Places.h"
 #include "simulator/cloud/CloudStore.h"
-#include "simulator/platform/EventLoop.h"
-#include "simulator/tv/ChannelList.h"
+#include "simulator/device/EventLoop.h"
+#include "simulator/lineup/ChannelList.h"
 #include "tests/support/TestTv.h"
 
 namespace fs = std::filesystem;
@@ -254,16 +254,16 @@ TEST_F(Services, AreTakenFromTheirOwnEntryOnly) {
 }
 
 TEST_F(Services, OfTheCiModuleAreTakenOverAllOrNone) {
-    const sim::CiModule module = b.open().ciModule();
-    const sim::CiModule::Files before = module.files();
+    const sim::CiFiles module = b.open().ciFiles();
+    const sim::CiFiles::Contents before = module.contents();
     test::write(folder / "ci_profile.bin", "new");
     fs::create_directories(folder / "folder");
     EXPECT_FALSE(module.takeOver({folder / "ci_profile.bin", folder / "folder"}));
     EXPECT_FALSE(module.takeOver({folder / "ci_profile.bin", folder / "missing"}));
-    EXPECT_EQ(module.files(), before);
+    EXPECT_EQ(module.contents(), before);
     EXPECT_TRUE(module.takeOver({folder / "ci_profile.bin"}));
-    EXPECT_EQ(module.files().at("ci_profile.bin"), "new");
-    EXPECT_EQ(module.files().at("ci_operator.xml"), before.at("ci_operator.xml"));
+    EXPECT_EQ(module.contents().at("ci_profile.bin"), "new");
+    EXPECT_EQ(module.contents().at("ci_operator.xml"), before.at("ci_operator.xml"));
 }
 
 // A TV whose own files are gone fails its calls; it does not take the application with it.
@@ -280,7 +280,7 @@ TEST_F(Services, ThatAreGoneFailTheCalls) {
     test::write(storedBackup("000002") / "metadata.json", "{}");
     test::write(storedBackup("000002") / "bundle.zip", "");
     EXPECT_EQ(a.restore().response, sim::Response::RestoreData);
-    EXPECT_THAT(a.setUp().iss, SizeIs(3)) << "a name in the store does not lead out of the folder";
+    EXPECT_THAT(a.setup().iss, SizeIs(3)) << "a name in the store does not lead out of the folder";
     EXPECT_THAT(sim::listBackups(*sim::openCloud(a.cloud)).at(0).damage,
                 HasSubstr("000001/metadata.json: cannot read"));
 }

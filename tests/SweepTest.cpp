@@ -10,7 +10,7 @@
 #include <memory>
 #include <tuple>
 
-#include "simulator/reports/Bundle.h"
+#include "simulator/reports/CloudReport.h"
 #include "tests/support/TestTv.h"
 
 namespace fs = std::filesystem;
@@ -26,8 +26,8 @@ enum class Kind { Backup, Restore, RestoreWithScan };
 struct World : test::TvPair {
     World() {
         EXPECT_TRUE(a.backUp().succeeded());
-        before = b.setUp();
-        after = a.setUp();
+        before = b.setup();
+        after = a.setup();
         fs::create_directory(folder / "pristine");
         for (const fs::path& part : {a.home, b.home, a.cloud}) {
             fs::copy(part, folder / "pristine" / part.filename(), fs::copy_options::recursive);
@@ -62,8 +62,8 @@ struct World : test::TvPair {
         return tv.launch({"operation=restore", scan, "--reply"});
     }
 
-    sim::SetUp before;  // of B
-    sim::SetUp after;   // of A, and so of B after a restore
+    sim::Setup before;  // of B
+    sim::Setup after;   // of A, and so of B after a restore
 };
 
 // One world a process: each sweep resets what it has changed.
@@ -132,8 +132,8 @@ void expectEither(const Part& now, const Part& before, const Part& after, const 
 }
 
 // Each part of the TV is as it was or as it is restored.
-void expectWholeTv(const test::TestTv& tv, const sim::SetUp& before, const sim::SetUp& after) {
-    const sim::SetUp now = tv.setUp();
+void expectWholeTv(const test::TestTv& tv, const sim::Setup& before, const sim::Setup& after) {
+    const sim::Setup now = tv.setup();
     expectEither(now.services, before.services, after.services, "services");
     expectEither(now.iss, before.iss, after.iss, "iss");
     expectEither(now.ci, before.ci, after.ci, "CI files");
@@ -179,7 +179,7 @@ void expectArchive(const test::TestTv& tv, const Outcome& run, const std::string
 }
 
 // Whether a part of two set-ups is the same, by the set-ups alone.
-bool isSame(sim::Item item, const sim::SetUp& one, const sim::SetUp& other) {
+bool isSame(sim::Item item, const sim::Setup& one, const sim::Setup& other) {
     switch (item) {
         case sim::Item::Channels:
             return one.services == other.services;
@@ -222,7 +222,7 @@ void expectOutcome(const sim::Verdict& verdict, const Outcome& run, bool wasTold
 // The verdict on a restore says of each item what a comparison of the set-ups says.
 void expectVerdictOnRestore(const test::TestTv& tv, const Outcome& run) {
     const sim::Verdict verdict = tv.verdict();
-    const sim::SetUp now = tv.setUp();
+    const sim::Setup now = tv.setup();
     bool isWhole = true;
     for (const sim::ItemVerdict& item : verdict.items) {
         const bool same = isSame(item.item, now, world().after);
@@ -246,7 +246,7 @@ void expectVerdictOnBackup(const test::TestTv& tv, const Outcome& run) {
     if (!run.backup.empty()) {
         test::TestTv& other = world().resetOther();
         other.launch({"operation=restore", "--backup", run.backup});
-        EXPECT_EQ(other.setUp() == world().after, isWhole) << verdict.why;
+        EXPECT_EQ(other.setup() == world().after, isWhole) << verdict.why;
     }
 }
 
@@ -270,7 +270,7 @@ protected:
             expectVerdictOnBackup(tv, run);
         }
         if (run.operation == "restore") {
-            expectTruth(run, tv.setUp().services == world().after.services);
+            expectTruth(run, tv.setup().services == world().after.services);
             expectArchive(tv, run, fault.failure);
         } else {
             EXPECT_EQ(run.count("app_control_reply_to_launch_request"), 0);
@@ -325,12 +325,12 @@ TEST_P(PowerCut, AtEachStep) {
             break;
         }
         EXPECT_EQ(run.ended, RunEnd::Crashed);
-        expectTruth(run, tv.setUp().services == world().after.services);
+        expectTruth(run, tv.setup().services == world().after.services);
         expectWholeTv(tv, kind == Kind::Backup ? world().after : world().before, world().after);
         expectWholeCloud(1, 2);
         tv.clearFaults();
         EXPECT_TRUE(World::run(tv, kind).succeeded());
-        EXPECT_TRUE(kind == Kind::RestoreWithScan || tv.setUp() == world().after);
+        EXPECT_TRUE(kind == Kind::RestoreWithScan || tv.setup() == world().after);
         expectTidy(tv);
     }
     std::cout << "swept " << cuts << " power cuts\n";

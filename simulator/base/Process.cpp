@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
-#include "simulator/base/Places.h"
 #include "simulator/base/Text.h"
 
 namespace sim {

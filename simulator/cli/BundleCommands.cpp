@@ -3,16 +3,16 @@
 
 #include <memory>
 
-#include "simulator/base/Places.h"
+#include "simulator/base/Environment.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Difference.h"
 #include "simulator/cli/Print.h"
 #include "simulator/cli/Side.h"
+#include "simulator/lineup/Application.h"
+#include "simulator/lineup/Words.h"
 #include "simulator/reports/CloudReport.h"
 #include "simulator/reports/Json.h"
 #include "simulator/reports/TvReport.h"
-#include "simulator/reports/Words.h"
-#include "simulator/tv/Application.h"
 
 namespace cli {
 
@@ -174,7 +174,7 @@ void addBundleVerbs(CLI::App& group, Action& chosen) {
     CLI::App* comparing = addCommand(
         group, "diff", "Compare a bundle with this TV", name + " diff 000001", chosen, [options](const Place& place) {
             const NamedBundle named = chooseBundle(place, options->bundle, options->metadata);
-            return printDifference(place, {named.name, named.bundle.setUp()},
+            return printDifference(place, {named.name, named.bundle.setup()},
                                    options->other.empty() ? thisTv(place) : chooseSide(place, options->other));
         });
     addBundle(*comparing, options);
@@ -183,7 +183,7 @@ void addBundleVerbs(CLI::App& group, Action& chosen) {
                                      name + " export 000001 --format vdr", chosen, [options](const Place& place) {
                                          const NamedBundle named =
                                              chooseBundle(place, options->bundle, options->metadata);
-                                         return exportChannels({named.name, named.bundle.setUp()}, options->format);
+                                         return exportChannels({named.name, named.bundle.setup()}, options->format);
                                      });
     addBundle(*exporting, options);
     addFormat(*exporting, options->format);

@@ -2,14 +2,14 @@
 #include <algorithm>
 #include <memory>
 
-#include "simulator/actions/Import.h"
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
 #include "simulator/cli/Side.h"
+#include "simulator/lineup/Application.h"
 #include "simulator/reports/CloudReport.h"
+#include "simulator/reports/Import.h"
 #include "simulator/reports/Json.h"
-#include "simulator/tv/Application.h"
 
 namespace cli {
 

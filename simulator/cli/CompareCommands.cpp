@@ -10,7 +10,7 @@
 #include "simulator/cli/Difference.h"
 #include "simulator/cli/Print.h"
 #include "simulator/cli/Side.h"
-#include "simulator/reports/ChannelExport.h"
+#include "simulator/lineup/ChannelExport.h"
 #include "simulator/reports/Json.h"
 
 namespace cli {
@@ -81,7 +81,7 @@ void printServices(const sim::ServiceDifference& services) {
 }  // namespace
 
 int printDifference(const Place& place, const Side& one, const Side& other) {
-    const sim::Difference difference = sim::compare(one.setUp, other.setUp);
+    const sim::Difference difference = sim::compare(one.setup, other.setup);
     if (place.isJson) {
         Json::Value value = sim::toJson(difference);
         value["one"] = sim::toUtf8(one.name);
@@ -98,12 +98,12 @@ int printDifference(const Place& place, const Side& one, const Side& other) {
 }
 
 int exportChannels(const Side& side, const std::string& format) {
-    const auto lacking = side.setUp.lacking.find(sim::Item::Channels);
-    if (lacking != side.setUp.lacking.end()) {
+    const auto lacking = side.setup.lacking.find(sim::Item::Channels);
+    if (lacking != side.setup.lacking.end()) {
         throw sim::Error(sim::Error::Kind::Damaged,
                          fmt::format("{} has no channels to export: {}", side.name, lacking->second));
     }
-    const sim::ChannelExport written = sim::exportChannels(side.setUp, *sim::fromName<sim::ExportFormat>(format));
+    const sim::ChannelExport written = sim::exportChannels(side.setup, *sim::fromName<sim::ExportFormat>(format));
     std::fwrite(written.text.data(), 1, written.text.size(), stdout);
     for (const std::string& problem : written.problems) {
         print(stderr, "{}\n", problem);

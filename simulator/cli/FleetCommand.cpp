@@ -10,11 +10,11 @@
 #include <optional>
 #include <thread>
 
-#include "simulator/actions/Fleet.h"
+#include "simulator/base/Environment.h"
 #include "simulator/base/Files.h"
-#include "simulator/base/Places.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
+#include "simulator/launch/Fleet.h"
 #include "simulator/tv/Tv.h"
 
 namespace cli {

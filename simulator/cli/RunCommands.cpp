@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <memory>
 
-#include "simulator/actions/Launch.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/FolderLock.h"
 #include "simulator/base/Process.h"
@@ -13,10 +12,11 @@
 #include "simulator/cli/Print.h"
 #include "simulator/cli/Side.h"
 #include "simulator/cloud/CloudStore.h"
+#include "simulator/launch/Launch.h"
+#include "simulator/lineup/Application.h"
 #include "simulator/reports/Json.h"
 #include "simulator/reports/RunReport.h"
 #include "simulator/reports/TvReport.h"
-#include "simulator/tv/Application.h"
 #include "simulator/tv/Tv.h"
 
 namespace cli {

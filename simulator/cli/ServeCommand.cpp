@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <memory>
 
+#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
-#include "simulator/base/Places.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
 #include "simulator/web/Server.h"

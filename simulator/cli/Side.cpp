@@ -2,10 +2,10 @@
 
 #include <fmt/format.h>
 
+#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
-#include "simulator/base/Places.h"
+#include "simulator/lineup/Application.h"
 #include "simulator/reports/CloudReport.h"
-#include "simulator/tv/Application.h"
 
 namespace fs = std::filesystem;
 
@@ -60,14 +60,14 @@ NamedBundle chooseBundle(const Place& place, const std::string& what, const std:
 
 Side chooseSide(const Place& place, const std::string& what) {
     if (isFolder(what)) {
-        return {what, sim::setUpOf(sim::Tv(sim::normalised(what), sim::Database::Access::Look))};
+        return {what, sim::Tv(sim::normalised(what), sim::Database::Access::Look).setup()};
     }
     const NamedBundle named = chooseBundle(place, what, "");
-    return {named.name, named.bundle.setUp()};
+    return {named.name, named.bundle.setup()};
 }
 
 Side thisTv(const Place& place) {
-    return {place.home.string(), sim::setUpOf(sim::Tv(place.home, sim::Database::Access::Look))};
+    return {place.home.string(), sim::Tv(place.home, sim::Database::Access::Look).setup()};
 }
 
 }  // namespace cli

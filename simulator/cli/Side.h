@@ -5,7 +5,8 @@
 #include <string>
 
 #include "simulator/cli/Command.h"
-#include "simulator/reports/Bundle.h"
+#include "simulator/cloud/CloudStore.h"
+#include "simulator/lineup/Bundle.h"
 
 namespace cli {
 
@@ -25,7 +26,7 @@ NamedBundle chooseBundle(const Place& place, const std::string& what, const std:
 
 struct Side {
     std::string name;
-    sim::SetUp setUp;
+    sim::Setup setup;
 };
 
 // A folder is a TV; the rest as above. Throws sim::Error.

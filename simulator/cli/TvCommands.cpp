@@ -2,15 +2,15 @@
 #include <memory>
 #include <random>
 
-#include "simulator/actions/Settable.h"
+#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
-#include "simulator/base/Places.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
+#include "simulator/lineup/ChannelList.h"
+#include "simulator/lineup/Words.h"
 #include "simulator/reports/Json.h"
 #include "simulator/reports/TvReport.h"
-#include "simulator/reports/Words.h"
-#include "simulator/tv/ChannelList.h"
+#include "simulator/tv/Settable.h"
 #include "simulator/tv/Snapshot.h"
 
 namespace cli {

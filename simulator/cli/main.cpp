@@ -1,8 +1,8 @@
 #include <cstdio>
 #include <exception>
 
+#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
-#include "simulator/base/Places.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
 

@@ -16,8 +16,8 @@
 #include <thread>
 #include <utility>
 
+#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
-#include "simulator/base/Places.h"
 #include "simulator/base/Text.h"
 
 namespace sim {

@@ -9,9 +9,9 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
+#include "simulator/lineup/Application.h"
+#include "simulator/lineup/Words.h"
 #include "simulator/reports/TvReport.h"
-#include "simulator/reports/Words.h"
-#include "simulator/tv/Application.h"
 
 namespace sim {
 
@@ -40,6 +40,16 @@ BackupName chooseBackup(const CloudStore& store, const std::string& id, const st
                                 store.place(), id, found[0].path()));
     }
     return found.back();
+}
+
+FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name) {
+    const ScratchFolder scratch(std::filesystem::temp_directory_path());
+    StoredBackup backup = store.fetch(name, scratch.path());
+    if (!backup.damage.empty()) {
+        throw Error(Error::Kind::Damaged, fmt::format("backup {} is damaged: {}", backup.id, backup.damage));
+    }
+    Bundle bundle(scratch / backup.name, backup.metadata);
+    return {std::move(backup), std::move(bundle)};
 }
 
 std::string antennaOf(const StoredBackup& backup) {

@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "simulator/reports/Bundle.h"
+#include "simulator/cloud/CloudStore.h"
+#include "simulator/lineup/Bundle.h"
+#include "simulator/tv/Tv.h"
 
 namespace sim {
 
@@ -16,6 +18,13 @@ std::string ofAccount(const std::string& account);
 // The stored backup of an id, or of CLIENT/CATEGORY/ID, of an account, which is any where it is empty; or of
 // ACCOUNT/CLIENT/CATEGORY/ID. Without an id, the newest whole one. Throws Error.
 BackupName chooseBackup(const CloudStore& store, const std::string& id, const std::string& account);
+
+// A stored backup with its bundle. Throws Error where it cannot be handed out.
+struct FetchedBackup {
+    StoredBackup backup;
+    Bundle bundle;
+};
+FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name);
 
 // The antenna inputs that a backup was made with, in words.
 std::string antennaOf(const StoredBackup& backup);

@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 
 #include "simulator/base/Text.h"
-#include "simulator/reports/Words.h"
-#include "simulator/tv/Application.h"
+#include "simulator/lineup/Application.h"
+#include "simulator/lineup/Words.h"
 
 namespace sim {
 

@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "simulator/cloud/CloudStore.h"
-#include "simulator/reports/Bundle.h"
+#include "simulator/lineup/Bundle.h"
+#include "simulator/lineup/ChannelList.h"
+#include "simulator/lineup/Difference.h"
 #include "simulator/reports/CloudReport.h"
-#include "simulator/reports/Difference.h"
 #include "simulator/reports/RunReport.h"
 #include "simulator/reports/TvReport.h"
-#include "simulator/tv/ChannelList.h"
 
 namespace sim {
 

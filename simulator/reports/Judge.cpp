@@ -8,12 +8,12 @@
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
-#include "simulator/reports/Bundle.h"
+#include "simulator/lineup/Application.h"
+#include "simulator/lineup/Bundle.h"
+#include "simulator/lineup/Difference.h"
+#include "simulator/lineup/Words.h"
 #include "simulator/reports/CloudReport.h"
-#include "simulator/reports/Difference.h"
 #include "simulator/reports/TvReport.h"
-#include "simulator/reports/Words.h"
-#include "simulator/tv/Application.h"
 
 namespace fs = std::filesystem;
 
@@ -96,7 +96,7 @@ std::string howItDiffers(const Evidence& evidence, Item item) {
         case Item::Iss:
             return howMapsDiffer(bundle.iss(), tv.issDb().entries(), false);
         case Item::Ci:
-            return howMapsDiffer(bundle.ci(), tv.ciModule().digests(), evidence.isRestore());
+            return howMapsDiffer(bundle.ci(), tv.ciFiles().digests(), evidence.isRestore());
         case Item::Viewing: {
             const Viewing now = tv.viewing();
             if (evidence.isRestore()) {
@@ -115,7 +115,7 @@ std::string howItDiffers(const Evidence& evidence, Item item) {
 }
 
 bool hasIt(const Tv& tv, Item item) {
-    return item == Item::Ci ? !tv.ciModule().paths().empty() : item != Item::IpServices;
+    return item == Item::Ci ? !tv.ciFiles().paths().empty() : item != Item::IpServices;
 }
 
 ItemVerdict judgeAfterBackup(const Evidence& evidence, Item item) {
@@ -157,7 +157,7 @@ std::vector<ItemVerdict> judgeItems(const Evidence& evidence) {
         return items;  // nothing was handed over, or not what was asked for
     }
     const Fingerprints before = evidence.tv.runs().before(evidence.run.id);
-    const Fingerprints now = evidence.isRestore() ? fingerprintsOf(evidence.tv) : Fingerprints();
+    const Fingerprints now = evidence.isRestore() ? evidence.tv.fingerprints() : Fingerprints();
     for (const Name<Item>& each : NAMES<Item>) {
         const Item item = each.value;
         const auto was = before.find(item);

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
+#include "simulator/lineup/Application.h"
+#include "simulator/lineup/Words.h"
 #include "simulator/reports/Judge.h"
-#include "simulator/reports/Words.h"
-#include "simulator/tv/Application.h"
 
 namespace sim {
 
@@ -43,8 +43,8 @@ Verdict verdictByRecord(const Run& run) {
         case RunEnd::Crashed:
             return {Outcome::Crashed, Cause::Exception, UNSEEN, 0, {}};
         default:
-            return application::succeeded(run) ? Verdict{Outcome::Done, Cause::None, UNSEEN, 0, {}}
-                                               : Verdict{Outcome::Failed, Cause::Other, UNSEEN, 0, {}};
+            return succeeded(run) ? Verdict{Outcome::Done, Cause::None, UNSEEN, 0, {}}
+                                  : Verdict{Outcome::Failed, Cause::Other, UNSEEN, 0, {}};
     }
 }
 

@@ -2,7 +2,7 @@
 
 #include "simulator/base/Clock.h"
 #include "simulator/base/Files.h"
-#include "simulator/tv/Application.h"
+#include "simulator/lineup/Application.h"
 
 namespace fs = std::filesystem;
 
@@ -49,7 +49,7 @@ TvReport reportOn(const Tv& tv) {
         report.favourites.push_back(tv.settings().favouriteName(list));
     }
     report.iss = tv.issDb().entries();
-    for (const std::string& path : tv.ciModule().paths()) {
+    for (const std::string& path : tv.ciFiles().paths()) {
         report.ciFiles.emplace(fs::path(path).filename(), sizeOf(path));
     }
     report.ipServices = tv.serviceDb().ipServices().size();

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
+#include "simulator/base/Database.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
-#include "simulator/tv/Database.h"
 
 namespace sim {
 

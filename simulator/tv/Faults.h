@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/tv/Codes.h"
+#include "simulator/lineup/Codes.h"
 #include "simulator/tv/PlatformCalls.h"
 
 namespace sim {

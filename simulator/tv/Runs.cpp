@@ -60,6 +60,13 @@ void appendNew(std::vector<Record>& records, const std::vector<Record>& pending)
 
 }  // namespace
 
+bool succeeded(const Run& run) {
+    if (run.operation == "backup") {
+        return run.ended == RunEnd::Exit && run.response == Response::BackupCompleted;
+    }
+    return run.reported == "success" && (run.ended == RunEnd::Exit || run.ended == RunEnd::Reclaimed);
+}
+
 std::vector<Run> Runs::list() const {
     Statement query(m_database, std::string(COLUMNS) + "ORDER BY id");
     std::vector<Run> runs;

@@ -6,10 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "simulator/tv/Codes.h"
-#include "simulator/tv/Database.h"
-#include "simulator/tv/Fingerprint.h"
+#include "simulator/base/Database.h"
+#include "simulator/lineup/Codes.h"
+#include "simulator/lineup/Fingerprint.h"
 #include "simulator/tv/PendingRecords.h"
+#include "simulator/tv/Verdict.h"
 
 namespace sim {
 
@@ -29,6 +30,9 @@ struct Run {
     RunEnd ended = RunEnd::Running;
     std::string detail;  // of a crash: the exception or signal; of a wait: for what
 };
+
+// The channel set-up is in the cloud, or back from it, and the application ended as it should.
+bool succeeded(const Run& run);
 
 class Runs {
 public:

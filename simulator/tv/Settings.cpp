@@ -1,8 +1,8 @@
 #include "simulator/tv/Settings.h"
 
+#include "simulator/base/Database.h"
 #include "simulator/base/Limits.h"
-#include "simulator/tv/Application.h"
-#include "simulator/tv/Database.h"
+#include "simulator/lineup/Application.h"
 
 namespace sim {
 

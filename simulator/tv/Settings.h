@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "simulator/tv/Codes.h"
+#include "simulator/lineup/Codes.h"
 
 namespace sim {
 

@@ -5,10 +5,10 @@
 
 #include <algorithm>
 
+#include "simulator/base/Database.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Text.h"
-#include "simulator/tv/Database.h"
 
 namespace fs = std::filesystem;
 

@@ -5,11 +5,12 @@
 
 #include <tuple>
 
+#include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
-#include "simulator/tv/Application.h"
+#include "simulator/lineup/Application.h"
 #include "simulator/tv/Snapshot.h"
 
 namespace fs = std::filesystem;
@@ -135,19 +136,6 @@ void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::st
 
 }  // namespace
 
-bool operator==(const TvMode& one, const TvMode& other) {
-    return one.antenna == other.antenna && one.service == other.service;
-}
-
-bool operator==(const Category& one, const Category& other) {
-    return one.kind == other.kind && one.param == other.param && one.sort == other.sort;
-}
-
-bool operator==(const Viewing& one, const Viewing& other) {
-    return one.mode == other.mode && one.serviceId == other.serviceId && one.source == other.source &&
-           one.category == other.category;
-}
-
 FolderLock lockTv(const fs::path& home, std::chrono::milliseconds patience) {
     requireTv(home);
     FolderLock lock = FolderLock::take(home, patience);
@@ -178,7 +166,7 @@ void Tv::create(const fs::path& home, const ChannelSource& list, const std::stri
         throw Error("the channel list holds not one service");
     }
     IssDb(built / "iss.db").create({{"set", serial}, {"layout", "list"}, {"last_group", "0"}});
-    CiModule(built / "ci")
+    CiFiles(built / "ci")
         .create({{"ci_profile.bin", "CI\x01" + serial},
                  {"ci_operator.xml", "<operator set=\"" + inXml(serial) + "\"/>\n"}});
     createDatabase(databaseOf(built), antennaModeOf(first->source), serial, time, account);
@@ -197,7 +185,7 @@ Tv::Tv(const fs::path& home, Database::Access access)
       m_runs(m_database, pendingOf(home)),
       m_serviceDb(home / "service-db"),
       m_issDb(home / "iss.db"),
-      m_ciModule(home / "ci") {}
+      m_ciFiles(home / "ci") {}
 
 Viewing Tv::viewing() const {
     Statement query(m_database,
@@ -303,6 +291,34 @@ bool Tv::isScanning() const {
 
 void Tv::setScanning(bool scanning) {
     m_database.change("UPDATE state SET scanning = ?", scanning ? 1 : 0);
+}
+
+Setup Tv::setup() const {
+    Setup setup{m_serviceDb.services(), {}, m_issDb.entries(), m_ciFiles.digests(), viewing(),
+                m_serviceDb.headers(),  {}};
+    for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
+        setup.favourites.push_back(m_settings.favouriteName(list));
+    }
+    return setup;
+}
+
+Fingerprints Tv::fingerprints() const {
+    Fingerprints fingerprints;
+    const auto take = [&](Item item, auto read) {
+        try {
+            fingerprints[item] = read();
+        } catch (const Error&) {  // has none
+        }
+    };
+    take(Item::Channels, [&] { return fingerprintOf(m_serviceDb); });
+    for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
+        take(favouriteItem(list), [&] { return Digest().add(m_settings.favouriteName(list)).hex(); });
+    }
+    take(Item::Iss, [&] { return fingerprintOf(m_issDb.entries()); });
+    take(Item::Ci, [&] { return fingerprintOf(m_ciFiles.digests()); });
+    take(Item::Viewing, [&] { return fingerprintOf(viewing()); });
+    take(Item::IpServices, [&] { return Digest().add(m_serviceDb.ipServices()).hex(); });
+    return fingerprints;
 }
 
 }  // namespace sim

@@ -20,40 +20,18 @@
 #include <string>
 
 #include "simulator/base/Account.h"
+#include "simulator/base/Database.h"
 #include "simulator/base/FolderLock.h"
-#include "simulator/tv/CiModule.h"
-#include "simulator/tv/Codes.h"
-#include "simulator/tv/Database.h"
+#include "simulator/lineup/CiFiles.h"
+#include "simulator/lineup/IssDb.h"
+#include "simulator/lineup/ServiceDb.h"
+#include "simulator/lineup/Setup.h"
+#include "simulator/lineup/Viewing.h"
 #include "simulator/tv/Faults.h"
-#include "simulator/tv/IssDb.h"
 #include "simulator/tv/Runs.h"
-#include "simulator/tv/ServiceDb.h"
 #include "simulator/tv/Settings.h"
 
 namespace sim {
-
-struct TvMode {
-    AntennaMode antenna = AntennaMode::Terrestrial;
-    ServiceMode service = ServiceMode::All;
-};
-
-struct Category {
-    CategoryKind kind = CategoryKind::All;
-    std::uint64_t param = 0;  // number of the favourite list or the group, from 1; otherwise 0
-    SortMode sort = SortMode::Number;
-};
-
-// What is on.
-struct Viewing {
-    TvMode mode;
-    std::uint64_t serviceId = 0;
-    Source source = Source::Tuner;
-    Category category;
-};
-
-bool operator==(const TvMode& one, const TvMode& other);
-bool operator==(const Category& one, const Category& other);
-bool operator==(const Viewing& one, const Viewing& other);
 
 // Takes a TV for a run; there is one at a time. Throws Error, of the kind Locked and with the other run's number and
 // process, where another one still has it after `patience`. Looking at a TV takes no lock.
@@ -107,7 +85,13 @@ public:
     const Runs& runs() const { return m_runs; }
     const ServiceDb& serviceDb() const { return m_serviceDb; }
     const IssDb& issDb() const { return m_issDb; }
-    const CiModule& ciModule() const { return m_ciModule; }
+    const CiFiles& ciFiles() const { return m_ciFiles; }
+
+    // All that a backup carries. Throws Error where a part cannot be read.
+    Setup setup() const;
+
+    // Of the items as they are now; one that cannot be read has none.
+    Fingerprints fingerprints() const;
 
     const std::filesystem::path& home() const { return m_home; }
 
@@ -119,7 +103,7 @@ private:
     Runs m_runs;
     ServiceDb m_serviceDb;
     IssDb m_issDb;
-    CiModule m_ciModule;
+    CiFiles m_ciFiles;
 };
 
 }  // namespace sim

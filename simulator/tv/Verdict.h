@@ -5,25 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "simulator/base/Names.h"
+#include "simulator/lineup/Item.h"
 
 namespace sim {
-
-// The items of a channel set-up.
-enum class Item { Channels, Favourite1, Favourite2, Favourite3, Favourite4, Favourite5, Iss, Ci, Viewing, IpServices };
-template <>
-inline constexpr std::array<Name<Item>, 10> NAMES<Item>{{
-    {Item::Channels, "channels"},
-    {Item::Favourite1, "favname1"},
-    {Item::Favourite2, "favname2"},
-    {Item::Favourite3, "favname3"},
-    {Item::Favourite4, "favname4"},
-    {Item::Favourite5, "favname5"},
-    {Item::Iss, "iss"},
-    {Item::Ci, "ci"},
-    {Item::Viewing, "viewing"},
-    {Item::IpServices, "ipsrv"},
-}};
 
 enum class ItemState {
     Restored,      // it is as the backup has it, and was not before
@@ -52,9 +36,6 @@ struct ItemVerdict {
     ItemState state;
     std::string detail;  // in words; may be empty
 };
-
-// The item that the name of a favourite list is, 1 to application::FAVOURITE_LISTS.
-Item favouriteItem(int list);
 
 // Whether an item is where it should be.
 bool isWell(ItemState state);

@@ -3,11 +3,11 @@
 #include <fmt/ranges.h>
 #include <openssl/evp.h>
 
-#include "simulator/actions/Import.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Text.h"
 #include "simulator/reports/CloudReport.h"
+#include "simulator/reports/Import.h"
 #include "simulator/reports/Json.h"
 #include "simulator/web/Routes.h"
 
@@ -58,16 +58,16 @@ Json::Value removeBackup(const Lab& lab, const ApiRequest& request) {
 }
 
 // "tv:NAME" or "backup:ID".
-SetUp sideOf(const Lab& lab, const std::string& name) {
+Setup sideOf(const Lab& lab, const std::string& name) {
     const std::size_t colon = name.find(':');
     const std::string kind = name.substr(0, colon);
     const std::string rest = colon == std::string::npos ? "" : name.substr(colon + 1);
     if (kind == "tv") {
-        return setUpOf(Tv(lab.homeOf(rest), Database::Access::Look));
+        return Tv(lab.homeOf(rest), Database::Access::Look).setup();
     }
     if (kind == "backup") {
         const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
-        return fetchBundle(*store, chooseBackup(*store, rest, "")).bundle.setUp();
+        return fetchBundle(*store, chooseBackup(*store, rest, "")).bundle.setup();
     }
     throw Error(fmt::format("{} is neither tv:NAME nor backup:ID", inQuotes(name)));
 }
@@ -120,7 +120,7 @@ Json::Value inspect(const Lab& lab, const ApiRequest& request) {
     const SentBundle sent(request.body);
     const std::string tv = textIn(request.body, "tv");
     Json::Value value = verified(lab, sent.bundle(), tv);
-    value["difference"] = toJson(compare(setUpOf(Tv(lab.homeOf(tv), Database::Access::Look)), sent.bundle().setUp()));
+    value["difference"] = toJson(compare(Tv(lab.homeOf(tv), Database::Access::Look).setup(), sent.bundle().setup()));
     return value;
 }
 

@@ -5,12 +5,12 @@
 
 #include <algorithm>
 
-#include "simulator/actions/Launch.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
+#include "simulator/launch/Launch.h"
+#include "simulator/lineup/Application.h"
 #include "simulator/reports/CloudReport.h"
 #include "simulator/reports/Json.h"
-#include "simulator/tv/Application.h"
 #include "simulator/tv/Snapshot.h"
 #include "simulator/web/Routes.h"
 
@@ -55,8 +55,8 @@ Json::Value showChanges(const Lab& lab, const ApiRequest& request) {
     Json::Value value;
     value["difference"] = Json::Value();
     if (std::find(names.begin(), names.end(), BEFORE_RUN) != names.end()) {
-        value["difference"] = toJson(compare(setUpOf(Tv(snapshotPath(home, BEFORE_RUN), Database::Access::Look)),
-                                             setUpOf(Tv(home, Database::Access::Look))));
+        value["difference"] = toJson(compare(Tv(snapshotPath(home, BEFORE_RUN), Database::Access::Look).setup(),
+                                             Tv(home, Database::Access::Look).setup()));
     }
     return value;
 }

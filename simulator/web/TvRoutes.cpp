@@ -1,11 +1,11 @@
 // The TVs: how each stands, its channels, what can be set, its fault rules.
 #include <algorithm>
 
-#include "simulator/actions/Settable.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
 #include "simulator/base/Version.h"
 #include "simulator/reports/Json.h"
+#include "simulator/tv/Settable.h"
 #include "simulator/tv/Snapshot.h"
 #include "simulator/web/Routes.h"
 

@@ -32,23 +32,23 @@ class Restore : public TwoTvs {
 protected:
     Restore() {
         EXPECT_TRUE(a.backUp().succeeded());
-        fresh = b.setUp();
+        fresh = b.setup();
         freshViewing = b.open().viewing();
         ipServices = b.open().serviceDb().ipServices();
     }
 
     // All but the viewing state.
     void expectRestored() {
-        sim::SetUp expected = a.setUp();
+        sim::Setup expected = a.setup();
         expected.viewing = b.open().viewing();
-        EXPECT_EQ(b.setUp(), expected);
+        EXPECT_EQ(b.setup(), expected);
         EXPECT_EQ(b.open().serviceDb().ipServices(), ipServices) << "the IP services are the set's own";
         EXPECT_THAT(b.dataFiles(), ::testing::IsEmpty());
         EXPECT_THAT(b.failureFiles(), ::testing::IsEmpty());
     }
 
     void expectUntouched() {
-        EXPECT_EQ(b.setUp(), fresh);
+        EXPECT_EQ(b.setup(), fresh);
         EXPECT_TRUE(b.open().viewing() == freshViewing);
     }
 
@@ -86,7 +86,7 @@ protected:
         return b.restore();
     }
 
-    sim::SetUp fresh;
+    sim::Setup fresh;
     sim::Viewing freshViewing;
     std::string ipServices;
 };

@@ -12,10 +12,10 @@
 #include <map>
 
 #include "simulator/base/Process.h"
-#include "simulator/platform/Device.h"
-#include "simulator/reports/Bundle.h"
+#include "simulator/device/Device.h"
+#include "simulator/lineup/Application.h"
+#include "simulator/lineup/Bundle.h"
 #include "simulator/reports/Judge.h"
-#include "simulator/tv/Application.h"
 #include "tests/support/LogRecords.h"
 
 namespace fs = std::filesystem;
@@ -133,7 +133,7 @@ std::vector<std::string> tree(const fs::path& folder) {
 }
 
 bool Outcome::succeeded() const {
-    return sim::application::succeeded(*this);
+    return sim::succeeded(*this);
 }
 
 bool Outcome::says(const std::string& line) const {
@@ -238,8 +238,8 @@ std::vector<std::string> TestTv::failureFiles() const {
     return files;
 }
 
-sim::SetUp TestTv::setUp() const {
-    return sim::setUpOf(sim::Tv(home));
+sim::Setup TestTv::setup() const {
+    return sim::Tv(home).setup();
 }
 
 sim::Verdict TestTv::verdict() const {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "simulator/base/Files.h"
-#include "simulator/reports/SetUp.h"
+#include "simulator/lineup/Setup.h"
 #include "simulator/tv/Tv.h"
 
 namespace test {
@@ -77,7 +77,7 @@ public:
     // How often the rules have fired since they were last cleared.
     int faultsFired();
 
-    sim::SetUp setUp() const;
+    sim::Setup setup() const;
     sim::Verdict verdict() const;  // on the newest run
     sim::Tv open() const { return sim::Tv(home); }
     std::vector<std::string> dataFiles() const { return tree(data); }

@@ -1,0 +1,206 @@
+#include "simulator/base/Database.h"
+
+#include <fmt/format.h>
+#include <sqlite3.h>
+
+#include <cstring>
+
+#include "simulator/base/Error.h"
+
+namespace fs = std::filesystem;
+
+namespace sim {
+
+namespace {
+
+constexpr int BUSY_TIMEOUT_MS = 10'000;
+
+Error::Kind kindOf(int code, int systemError) {
+    switch (code & 0xFF) {
+        case SQLITE_CORRUPT:
+        case SQLITE_NOTADB:
+        case SQLITE_CONSTRAINT:
+        case SQLITE_MISMATCH:
+        case SQLITE_ERROR:      // of this program's statements: other tables than it knows
+        case SQLITE_TOOBIG:     // more than a limit allows
+        case SQLITE_INTERRUPT:  // more steps than a budget allows
+            return Error::Kind::Damaged;
+        case SQLITE_BUSY:
+        case SQLITE_LOCKED:
+            return Error::Kind::Locked;
+        case SQLITE_FULL:
+            return Error::Kind::Full;
+        case SQLITE_CANTOPEN:
+        case SQLITE_IOERR:
+            return kindOfErrno(systemError);
+        default:
+            return Error::Kind::Unusable;
+    }
+}
+
+[[noreturn]] void fail(sqlite3* database, const std::string& name) {
+    const int code = sqlite3_extended_errcode(database);
+    const int systemError = sqlite3_system_errno(database);
+    const bool isOfSystem = (code & 0xFF) == SQLITE_CANTOPEN || (code & 0xFF) == SQLITE_IOERR;
+    std::string reason = sqlite3_errmsg(database);
+    if (isOfSystem && systemError != 0) {
+        reason = fmt::format("{}: {}", reason, std::strerror(systemError));
+    }
+    throw Error(kindOf(code, systemError), fmt::format("{}: {}", name, reason));
+}
+
+std::string immutableUri(const fs::path& file) {
+    std::string uri = "file:";
+    for (const char c : fs::absolute(file).string()) {
+        uri += c == '?' || c == '#' || c == '%' ? fmt::format("%{:02x}", static_cast<unsigned char>(c))
+                                                : std::string(1, c);
+    }
+    return uri + "?immutable=1";
+}
+
+int flagsFor(Database::Access access) {
+    switch (access) {
+        case Database::Access::Look:
+            return SQLITE_OPEN_READONLY;
+        case Database::Access::Change:
+            return SQLITE_OPEN_READWRITE;
+        default:
+            return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    }
+}
+
+}  // namespace
+
+void Statement::Finalize::operator()(sqlite3_stmt* statement) const {
+    sqlite3_finalize(statement);
+}
+
+Statement::Statement(const Database& database, std::string_view sql) : m_name(database.m_name) {
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(database.m_database.get(), sql.data(), static_cast<int>(sql.size()), &statement, nullptr) !=
+        SQLITE_OK) {
+        fail(database.m_database.get(), m_name);
+    }
+    m_statement.reset(statement);
+}
+
+bool Statement::next() {
+    const int code = sqlite3_step(m_statement.get());
+    if (code == SQLITE_ROW) {
+        return true;
+    }
+    if (code != SQLITE_DONE) {
+        fail(sqlite3_db_handle(m_statement.get()), m_name);
+    }
+    reset();
+    return false;
+}
+
+void Statement::run() {
+    while (next()) {
+    }
+}
+
+std::int64_t Statement::integer(int column) const {
+    return sqlite3_column_int64(m_statement.get(), column);
+}
+
+std::string_view Statement::view(int column) const {
+    const auto* bytes = static_cast<const char*>(sqlite3_column_blob(m_statement.get(), column));
+    const auto size = static_cast<std::size_t>(sqlite3_column_bytes(m_statement.get(), column));
+    return bytes != nullptr ? std::string_view(bytes, size) : std::string_view();
+}
+
+std::optional<std::int64_t> Statement::optionalInteger(int column) const {
+    const bool isNull = sqlite3_column_type(m_statement.get(), column) == SQLITE_NULL;
+    return isNull ? std::nullopt : std::optional(integer(column));
+}
+
+void Statement::reset() {
+    sqlite3_reset(m_statement.get());
+}
+
+void Statement::setInteger(int parameter, std::int64_t value) {
+    sqlite3_bind_int64(m_statement.get(), parameter, value);
+}
+
+void Statement::setNull(int parameter) {
+    sqlite3_bind_null(m_statement.get(), parameter);
+}
+
+void Statement::set(int parameter, std::string_view value) {
+    if (sqlite3_bind_text64(m_statement.get(), parameter, value.data(), value.size(), SQLITE_TRANSIENT, SQLITE_UTF8) !=
+        SQLITE_OK) {
+        fail(sqlite3_db_handle(m_statement.get()), m_name);
+    }
+}
+
+void Database::Close::operator()(sqlite3* database) const {
+    sqlite3_close_v2(database);
+}
+
+Database::Database(const fs::path& file, Access access) : m_name(file.string()) {
+    open(file.string(), flagsFor(access));
+    // A write-ahead log wants a file beside it even of a reader. Where nobody can make one, and none is there, nobody
+    // writes either.
+    std::error_code ignored;
+    if (access == Access::Look && !canRead() && !fs::exists(file.string() + "-wal", ignored)) {
+        open(immutableUri(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+    }
+}
+
+void Database::open(const std::string& name, int flags) {
+    // No two threads share a database, and nobody asks how much memory they take: neither needs a lock.
+    static const int configured = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+    static_cast<void>(configured);
+    sqlite3* database = nullptr;
+    const int code = sqlite3_open_v2(name.c_str(), &database, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+    m_database.reset(database);
+    if (code != SQLITE_OK) {
+        fail(database, m_name);
+    }
+    sqlite3_extended_result_codes(database, 1);
+    sqlite3_busy_timeout(database, BUSY_TIMEOUT_MS);
+    sqlite3_exec(database, "PRAGMA temp_store = MEMORY", nullptr, nullptr, nullptr);  // no files outside the TV
+}
+
+bool Database::canRead() const {
+    const int code = sqlite3_exec(m_database.get(), "PRAGMA schema_version", nullptr, nullptr, nullptr) & 0xFF;
+    return code != SQLITE_CANTOPEN && code != SQLITE_READONLY;
+}
+
+void Database::run(const std::string& script) {
+    if (sqlite3_exec(m_database.get(), script.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
+        fail(m_database.get(), m_name);
+    }
+}
+
+std::int64_t Database::lastRow() const {
+    return sqlite3_last_insert_rowid(m_database.get());
+}
+
+std::int64_t Database::changes() const {
+    return sqlite3_changes64(m_database.get());
+}
+
+void Database::snapshot(const fs::path& copy) const {
+    Statement(*this, "VACUUM INTO ?").bind(copy.string()).run();
+}
+
+// Immediate, so that what was read within it still holds when it is written.
+Transaction::Transaction(Database& database) : m_database(database) {
+    m_database.run("BEGIN IMMEDIATE");
+}
+
+Transaction::~Transaction() {
+    if (m_isOpen) {
+        sqlite3_exec(m_database.m_database.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+}
+
+void Transaction::commit() {
+    m_database.run("COMMIT");
+    m_isOpen = false;
+}
+
+}  // namespace sim

@@ -1,0 +1,159 @@
+#include "simulator/device/Device.h"
+
+#include <cxxabi.h>
+#include <fmt/format.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <stdexcept>
+
+#include "simulator/base/Environment.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+#include "simulator/base/Sandbox.h"
+#include "simulator/base/Text.h"
+#include "simulator/lineup/Application.h"
+
+namespace sim {
+
+namespace {
+
+// Inside a function, because the device is opened before main(), where the order of initialisation is open.
+std::unique_ptr<Device>& slot() {
+    static std::unique_ptr<Device> device;
+    return device;
+}
+
+std::string currentExceptionType() {
+    const std::type_info* type = abi::__cxa_current_exception_type();
+    if (type == nullptr) {
+        return "terminated";
+    }
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> name(abi::__cxa_demangle(type->name(), nullptr, nullptr, &status),
+                                                           &std::free);
+    return status == 0 ? name.get() : type->name();
+}
+
+// An exception that has left the application ends it; the record says which it was.
+[[noreturn]] void recordCrash() {
+    std::string detail = currentExceptionType();
+    try {
+        if (std::current_exception()) {
+            std::rethrow_exception(std::current_exception());
+        }
+    } catch (const std::exception& exception) {
+        detail += fmt::format(": {}", exception.what());
+    } catch (...) {
+    }
+    std::fprintf(stderr, "halcyon-lineup crashed: %s\n", shown(detail).c_str());
+    if (slot()) {
+        slot()->record.ended(RunEnd::Crashed, detail);
+    }
+    std::abort();
+}
+
+bool isConfinedWhenOpened = false;
+
+// Nothing where whoever launched this process holds the lock.
+FolderLock lockHome(const std::filesystem::path& home) {
+    const std::optional<int> handedDown = toNumber<int>(environment(LOCK_VARIABLE));
+    if (handedDown && FolderLock::isOf(home, *handedDown)) {
+        return {};
+    }
+    const std::chrono::seconds patience(toNumber<int>(environment(WAIT_VARIABLE)).value_or(0));
+    return lockTv(home, patience);
+}
+
+void cutPowerWhereRuled() {
+    if (slot() && slot()->faults.next(calls::disk)) {
+        slot()->record.call(calls::disk.name, "", "power cut", std::nullopt);
+        std::raise(SIGKILL);
+    }
+}
+
+}  // namespace
+
+Device::Device(const std::filesystem::path& home)
+    : lock(lockHome(home)),
+      tv(home),
+      cloud(openCloud(defaultCloud(home),
+                      [this](const std::string& request, const std::string& outcome) {
+                          record.call(calls::cloud_request.name, request, outcome, std::nullopt);
+                      })),
+      record(tv, loop),
+      faults(tv.faults()) {
+    if (isConfinedWhenOpened) {
+        confine();
+    }
+    onDiskStep(&cutPowerWhereRuled);
+    std::set_terminate(&recordCrash);
+    // Neither a reader of the log that goes away nor a limit on the size of files ends the application.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+Device::~Device() {
+    if (record.dropped() > 0) {
+        std::fprintf(stderr, "halcyon-lineup: %d records of this run could not be written: %s\n", record.dropped(),
+                     shown(record.reason()).c_str());
+    }
+}
+
+void Device::confine() const {
+    if (environment(SANDBOX_VARIABLE) == "off") {
+        return;
+    }
+    std::vector<std::filesystem::path> folders = cloud->makeLocalFolders();
+    folders.push_back(tv.home());
+    if (!confineWritingTo(folders)) {
+        std::fprintf(stderr,
+                     "halcyon-lineup: this kernel cannot confine a process (Landlock): names in a bundle may lead out "
+                     "of the TV\n");
+    }
+}
+
+void Device::confineWhenOpened() {
+    isConfinedWhenOpened = true;
+}
+
+Device& Device::current() {
+    if (!slot()) {
+        try {
+            slot().reset(new Device(defaultHome()));
+        } catch (const Error& error) {
+            std::fprintf(stderr, "halcyon-lineup: %s\n", shown(error.what()).c_str());
+            std::_Exit(error.kind() == Error::Kind::Locked ? EXIT_BUSY : EXIT_NO_TV);
+        }
+    }
+    return *slot();
+}
+
+void Device::noLongerAwaited(const std::string& what) {
+    const auto found = awaited.find(what);
+    if (found != awaited.end()) {
+        awaited.erase(found);
+    }
+}
+
+void Device::keepMetadata() const {
+    const std::filesystem::path kept = tv.home() / application::FAILURE_FOLDER / bundleName;
+    std::error_code error;
+    if (bundleName.empty() || !std::filesystem::is_regular_file(kept, error)) {
+        return;
+    }
+    try {
+        writeFile(kept.string() + application::METADATA_SUFFIX, bundleMetadata);
+    } catch (const Error& problem) {
+        std::fprintf(stderr, "halcyon-lineup: %s\n", shown(problem.what()).c_str());
+    }
+}
+
+void Device::close() {
+    slot().reset();
+}
+
+}  // namespace sim

@@ -1,0 +1,95 @@
+#include "simulator/device/FaultInjector.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+
+namespace fs = std::filesystem;
+
+namespace sim {
+
+namespace {
+
+// A copy in memory that nothing can change any more. It lives as long as the process.
+fs::path sealedCopy(const fs::path& file) {
+    const std::string content = readFile(file);
+    const int copy = ::memfd_create("sealed", MFD_ALLOW_SEALING);
+    const bool sealed = copy >= 0 &&
+                        ::write(copy, content.data(), content.size()) == static_cast<ssize_t>(content.size()) &&
+                        ::fcntl(copy, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) == 0;
+    if (!sealed) {
+        throw Error(kindOfErrno(errno), fmt::format("{}: cannot seal a copy: {}", file.string(), std::strerror(errno)));
+    }
+    return fmt::format("/proc/self/fd/{}", copy);
+}
+
+void replaceByLink(const fs::path& file, const fs::path& target) {
+    fs::remove(file);
+    fs::create_symlink(target, file);
+}
+
+void corrupt(const fs::path& file) {
+    std::string content = readFile(file);
+    const std::size_t begin = content.size() / 3;
+    for (std::size_t i = begin; i < std::min(begin + 16, content.size()); ++i) {
+        content[i] = static_cast<char>(~content[i]);
+    }
+    writeFile(file, content);
+}
+
+}  // namespace
+
+std::optional<FaultInjector::Hit> FaultInjector::next(const PlatformCall& call) {
+    const int count = ++m_counts[call.name];
+    const auto fires = [&](const FaultRule& rule) {
+        return rule.call == call.name && count >= rule.nth && (rule.times == 0 || rule.fired < rule.times);
+    };
+    const auto rule = std::find_if(m_rules.begin(), m_rules.end(), fires);
+    if (rule == m_rules.end()) {
+        return std::nullopt;
+    }
+    ++rule->fired;
+    try {
+        m_faults.countFired(rule->id);
+    } catch (const Error&) {  // on a full disk, say: the rule fires all the same
+    }
+    return Hit{rule->id, parseFailure(rule->failure)};
+}
+
+bool fails(const std::optional<FaultInjector::Hit>& hit, Failure::Kind kind) {
+    return hit && hit->failure.kind == kind;
+}
+
+void damageFile(const fs::path& file, Damage damage) {
+    switch (damage) {
+        case Damage::Truncate:
+            fs::resize_file(file, fs::file_size(file) / 2);
+            break;
+        case Damage::Corrupt:
+            corrupt(file);
+            break;
+        case Damage::Empty:
+            fs::resize_file(file, 0);
+            break;
+        case Damage::Missing:
+            fs::remove(file);
+            break;
+        case Damage::Dangling:
+            replaceByLink(file, "nowhere");
+            break;
+        case Damage::Unwritable:
+            replaceByLink(file, sealedCopy(file));
+            break;
+    }
+}
+
+}  // namespace sim

@@ -1,0 +1,104 @@
+#include "simulator/device/Recorder.h"
+
+#include <unistd.h>
+
+#include "simulator/base/Clock.h"
+#include "simulator/base/Environment.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Limits.h"
+#include "simulator/base/Text.h"
+
+namespace sim {
+
+namespace {
+
+int keptRuns() {
+    return toNumber<int>(environment(KEEP_VARIABLE)).value_or(limits::RUNS_KEPT);
+}
+
+}  // namespace
+
+Recorder::Recorder(Tv& tv, const EventLoop& loop) : m_tv(tv), m_runs(tv.runs()), m_loop(loop) {
+    m_run.id = m_runs.begin(static_cast<int>(::getpid()), toUtc(tv.now()));
+    attempt([&] { m_runs.keep(keptRuns()); });
+}
+
+Recorder::~Recorder() {
+    m_runs.flush();
+}
+
+void Recorder::launched(const std::string& operation, bool replyRequested) {
+    m_run.operation = operation;
+    m_run.replyRequested = replyRequested;
+    save();
+    if (operation == "restore") {
+        attempt([&] { m_runs.addBefore(m_run.id, m_tv.fingerprints()); });
+    }
+}
+
+void Recorder::replied(int result) {
+    m_run.reply = result;
+    save();
+}
+
+void Recorder::responded(int code) {
+    m_run.response = static_cast<Response>(code);
+    save();
+}
+
+void Recorder::used(const std::string& account, const std::string& clientId, const std::string& category,
+                    const std::string& backup) {
+    m_run.account = account;
+    m_run.clientId = clientId;
+    m_run.category = category;
+    m_run.backup = backup;
+    save();
+}
+
+void Recorder::reported(const std::string& outcome) {
+    m_run.reported = outcome;
+    save();
+}
+
+void Recorder::ended(RunEnd end, const std::string& detail) {
+    m_run.ended = end;
+    m_run.detail = detail;
+    save();
+}
+
+void Recorder::call(std::string_view name, const std::string& arguments, const std::string& result,
+                    const std::optional<std::int64_t>& fault) {
+    attempt([&] {
+        m_runs.add(m_run.id,
+                   CallRecord{++m_seq, now(), std::string(name), limits::cut(arguments), limits::cut(result), fault});
+    });
+}
+
+void Recorder::systemLog(int priority, const std::string& tag, const std::string& text) {
+    attempt([&] {
+        m_runs.add(m_run.id, LogRecord{++m_seq, now(), "system", priority, tag, "", "", 0, limits::cut(text)});
+    });
+}
+
+void Recorder::logger(const std::string& file, const std::string& function, int line, const std::string& message) {
+    attempt([&] {
+        m_runs.add(m_run.id, LogRecord{++m_seq, now(), "logger", 0, "", file, function, line, limits::cut(message)});
+    });
+}
+
+void Recorder::save() {
+    attempt([&] { m_runs.save(m_run); });
+}
+
+template <typename Write>
+void Recorder::attempt(Write write) {
+    try {
+        write();
+    } catch (const Error& error) {
+        if (++m_dropped == 1) {
+            m_reason = error.what();
+        }
+    }
+}
+
+}  // namespace sim

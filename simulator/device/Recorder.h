@@ -1,0 +1,58 @@
+// Writes the record of the application's present run as it happens.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "simulator/device/EventLoop.h"
+#include "simulator/tv/Tv.h"
+
+namespace sim {
+
+// A record that cannot be written, on a full disk say, is dropped and counted: a log must not take the application with
+// it.
+class Recorder {
+public:
+    // Throws Error where not even the run's begin can be written.
+    Recorder(Tv& tv, const EventLoop& loop);
+    Recorder(const Recorder&) = delete;
+    Recorder& operator=(const Recorder&) = delete;
+    ~Recorder();
+
+    void launched(const std::string& operation, bool replyRequested);
+    void replied(int result);
+    void responded(int code);
+    // Which backup the cloud has taken or handed out.
+    void used(const std::string& account, const std::string& clientId, const std::string& category,
+              const std::string& backup);
+    void reported(const std::string& outcome);
+    void ended(RunEnd end, const std::string& detail);
+
+    void call(std::string_view name, const std::string& arguments, const std::string& result,
+              const std::optional<std::int64_t>& fault);
+    void systemLog(int priority, const std::string& tag, const std::string& text);
+    void logger(const std::string& file, const std::string& function, int line, const std::string& message);
+
+    // How many records could not be written, and why the first of them.
+    int dropped() const { return m_dropped; }
+    const std::string& reason() const { return m_reason; }
+
+private:
+    void save();
+    template <typename Write>
+    void attempt(Write write);
+
+    std::int64_t now() const { return m_loop.now().count(); }
+
+    const Tv& m_tv;
+    Runs& m_runs;
+    const EventLoop& m_loop;
+    Run m_run;
+    int m_seq = 0;
+    int m_dropped = 0;
+    std::string m_reason;
+};
+
+}  // namespace sim

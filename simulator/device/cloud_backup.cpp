@@ -1,0 +1,281 @@
+#include "platform/cloud_backup.h"
+
+#include <fmt/format.h>
+#include <json/value.h>
+
+#include <chrono>
+#include <exception>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+#include "simulator/base/Json.h"
+#include "simulator/device/PlatformCall.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using sim::Device;
+using namespace std::chrono_literals;
+
+constexpr int NO_SESSION = -1;
+constexpr int NOT_THERE = -2;
+constexpr auto BACKUP_TAKES = 1500ms;
+constexpr auto RESTORE_TAKES = 2500ms;
+
+struct Handler {
+    std::string id;
+    bnr_response_cb callback;
+    void* userData;
+};
+
+struct Client {
+    std::map<std::string, std::string> sessions;  // category by client id
+    std::map<int, Handler> handlers;
+    int lastHandler = 0;
+};
+
+Client& client() {
+    static Client client;
+    return client;
+}
+
+std::string sessionName(const std::string& id) {
+    return fmt::format("the cloud service ({})", id);
+}
+
+std::optional<Handler> handlerOf(const std::string& id) {
+    for (const auto& [number, handler] : client().handlers) {
+        if (handler.id == id) {
+            return handler;
+        }
+    }
+    return std::nullopt;
+}
+
+// What the store's failures mean to its clients.
+int codeOf(const sim::Error& error) {
+    switch (error.kind()) {
+        case sim::Error::Kind::Unreachable:
+            return BNR_RESPONSE_SERVER_NOT_RESPONDING;
+        case sim::Error::Kind::Duplicate:
+            return BNR_RESPONSE_DUPLICATED_DATA;
+        default:
+            return BNR_RESPONSE_ERROR;
+    }
+}
+
+sim::Address addressOf(const std::string& id) {
+    return {Device::current().tv.account(), id, client().sessions[id]};
+}
+
+// What the cloud hands out for a restore.
+struct Download {
+    std::string metadata;
+    std::string path;
+};
+
+// The code of the response; the download where it is BNR_RESPONSE_RESTORE_DATA.
+int download(const std::string& id, const fs::path& folder, std::optional<Download>& downloaded) {
+    Device& device = Device::current();
+    const sim::Address address = addressOf(id);
+    try {
+        const std::optional<sim::BackupName> name =
+            device.chosenBackup.empty() ? device.cloud->newest(address, device.tv.runs().lastBackup(address.account))
+                                        : std::optional(sim::BackupName{address, device.chosenBackup, ""});
+        if (!name) {
+            return BNR_RESPONSE_ERROR;
+        }
+        const sim::StoredBackup backup = device.cloud->fetch(*name, folder);
+        if (!backup.damage.empty()) {
+            device.record.call(sim::calls::cloud_request.name, "backup " + name->path(), "damaged: " + backup.damage,
+                               std::nullopt);
+            return BNR_RESPONSE_ERROR;
+        }
+        const fs::path target = folder / backup.name;
+        device.record.used(address.account, id, address.category, backup.id);
+        device.bundleName = backup.name;
+        device.bundleMetadata = backup.metadata;
+        downloaded = {backup.metadata, target};
+        return BNR_RESPONSE_RESTORE_DATA;
+    } catch (const sim::Error& error) {
+        return codeOf(error);
+    } catch (const std::exception&) {
+        return BNR_RESPONSE_ERROR;
+    }
+}
+
+// Calls the client's callback. It may deregister itself.
+void respond(const std::string& id, const sim::Arrival& arrival, const std::optional<Download>& downloaded) {
+    const std::optional<Handler> handler = handlerOf(id);
+    if (!handler) {
+        return;
+    }
+    bnr_resp_data_s data = {};
+    const bool hasData = downloaded && arrival.hasData;
+    if (hasData) {
+        data = {downloaded->metadata.c_str(), downloaded->path.c_str()};
+    }
+    Device& device = Device::current();
+    device.record.responded(arrival.code);
+    device.record.call(sim::calls::bnr_response.name, sim::toJournal(std::tuple(arrival.code, data.filePath)), "",
+                       arrival.fault);
+    handler->callback(static_cast<bnr_response_e>(arrival.code), hasData ? &data : nullptr,
+                      arrival.hasUserData ? handler->userData : nullptr);
+}
+
+// Answers a request on the main loop; that for a restore brings the backup into `folder`.
+void respondLater(std::chrono::milliseconds delay, const std::string& id, bnr_response_e code,
+                  const std::optional<fs::path>& folder) {
+    sim::platformEvent(sim::calls::bnr_response, id, delay, code, [id, folder](sim::Arrival arrival) {
+        if (client().sessions.count(id) == 0) {
+            return;  // closed in the meantime
+        }
+        std::optional<Download> downloaded;
+        if (arrival.code == BNR_RESPONSE_RESTORE_DATA && folder) {
+            arrival.code = download(id, *folder, downloaded);
+            if (downloaded && arrival.damage) {
+                sim::damageFile(downloaded->path, *arrival.damage);
+            }
+        }
+        respond(id, arrival, downloaded);
+    });
+}
+
+// Puts a backup into the store. The code of the response, or Error where that is for the caller to know at once.
+bnr_response_e store(const sim::NewBackup& backup, const fs::path& bundle, std::string& stored) {
+    Device& device = Device::current();
+    try {
+        stored = device.cloud->put(backup, bundle);
+    } catch (const sim::Error& error) {
+        if (!device.cloud->isRemote() && error.kind() != sim::Error::Kind::Duplicate) {
+            throw;
+        }
+        return static_cast<bnr_response_e>(codeOf(error));
+    }
+    device.record.used(backup.account, backup.clientId, backup.category, stored);
+    return BNR_RESPONSE_BACKUP_COMPLETED;
+}
+
+// Keeps a copy of the bundle, which its owner may remove at once, and brings it to a store on another machine before
+// the response.
+void uploadLater(const sim::NewBackup& backup, const fs::path& bundle) {
+    Device& device = Device::current();
+    const auto spool = std::make_shared<sim::ScratchFolder>(device.tv.home() / "spool");
+    const fs::path copy = *spool / bundle.filename();
+    sim::copyFile(bundle, copy);
+    device.loop.post(BACKUP_TAKES, [backup, spool, copy] {
+        if (client().sessions.count(backup.clientId) == 0) {
+            return;  // closed in the meantime
+        }
+        std::string stored;
+        respondLater(0ms, backup.clientId, store(backup, copy, stored), std::nullopt);
+    });
+}
+
+int report(const sim::PlatformCall& call, const char* id, const char* outcome) {
+    return sim::platformCall(call, std::tuple(id), [&] {
+        if (client().sessions.count(id) == 0) {
+            return NO_SESSION;
+        }
+        Device::current().record.reported(outcome);
+        return 0;
+    });
+}
+
+}  // namespace
+
+int bnr_init(const char* id, const char* category) {
+    return sim::platformCall(sim::calls::bnr_init, std::tuple(id, category), [&] {
+        const bool isNew = client().sessions.emplace(id, category).second;
+        if (isNew) {
+            Device::current().awaited.insert(sessionName(id));
+        }
+        return isNew ? 0 : NO_SESSION;
+    });
+}
+
+int bnr_deinit(const char* id) {
+    return sim::platformCall(sim::calls::bnr_deinit, std::tuple(id), [&] {
+        Device::current().noLongerAwaited(sessionName(id));
+        return client().sessions.erase(id) == 1 ? 0 : NO_SESSION;
+    });
+}
+
+int bnr_callback_register(const char* id, bnr_response_cb callback, void* userData, int* handlerId) {
+    return sim::platformCall(sim::calls::bnr_callback_register, std::tuple(id), [&](sim::Given& given) {
+        if (client().sessions.count(id) == 0) {
+            return NO_SESSION;
+        }
+        *handlerId = ++client().lastHandler;
+        client().handlers[*handlerId] = {id, callback, userData};
+        given.text = sim::toJournal(*handlerId);
+        return 0;
+    });
+}
+
+int bnr_callback_deregister(int handlerId) {
+    return sim::platformCall(sim::calls::bnr_callback_deregister, std::tuple(handlerId),
+                             [&] { return client().handlers.erase(handlerId) == 1 ? 0 : NOT_THERE; });
+}
+
+int bnr_backup(const char* id, const char* metadata, const char* filePath) {
+    Device::current().bundleName = fs::path(filePath).filename();
+    Device::current().bundleMetadata = metadata;
+    return sim::platformCall(
+        sim::calls::bnr_backup, std::tuple(id, metadata, filePath),
+        [&](sim::Given& given) {
+            if (client().sessions.count(id) == 0) {
+                return NO_SESSION;
+            }
+            Json::Value parsed;
+            if (!sim::parseJson(metadata, parsed)) {
+                respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_SCHEMA_ERROR, std::nullopt);
+                return 0;
+            }
+            Device& device = Device::current();
+            const std::string account = device.tv.account();
+            const sim::NewBackup backup{addressOf(id),
+                                        metadata,
+                                        device.tv.serial(),
+                                        device.tv.serviceDb().counts().services,
+                                        device.tv.runs().lastBackup(account),
+                                        device.refusesDuplicates};
+            if (device.cloud->isRemote()) {
+                uploadLater(backup, filePath);
+                given.text = "spooled";
+                return 0;
+            }
+            std::string stored;
+            respondLater(BACKUP_TAKES, id, store(backup, filePath, stored), std::nullopt);
+            given.text = stored.empty() ? "" : "backup " + stored;
+            return 0;
+        },
+        [&](sim::Damage damage) { sim::damageFile(filePath, damage); });
+}
+
+int bnr_restore(const char* id, const char* folder) {
+    return sim::platformCall(sim::calls::bnr_restore, std::tuple(id, folder), [&] {
+        if (client().sessions.count(id) == 0) {
+            return NO_SESSION;
+        }
+        if (!fs::is_directory(folder)) {
+            return NOT_THERE;
+        }
+        respondLater(RESTORE_TAKES, id, BNR_RESPONSE_RESTORE_DATA, folder);
+        return 0;
+    });
+}
+
+int bnr_report_success(const char* id) {
+    return report(sim::calls::bnr_report_success, id, "success");
+}
+
+int bnr_report_failure(const char* id) {
+    return report(sim::calls::bnr_report_failure, id, "failure");
+}

@@ -1,0 +1,72 @@
+#include "platform/settings_store.h"
+
+#include <fmt/format.h>
+
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "simulator/device/PlatformCall.h"
+
+namespace {
+
+template <typename Value, typename Convert>
+int get(const sim::PlatformCall& call, sim::SettingType type, const char* key, Value* out, Convert convert) {
+    return sim::platformCall(call, std::tuple(key), [&](sim::Given& given) {
+        const std::optional<std::string> value = sim::Device::current().tv.settings().get(key, type);
+        if (!value) {
+            return -1;
+        }
+        *out = convert(*value);
+        given.text = sim::toJournal(*out);
+        return 0;
+    });
+}
+
+int set(const sim::PlatformCall& call, sim::SettingType type, const char* key, const std::string& value) {
+    return sim::platformCall(call, std::tuple(key, value),
+                             [&] { return sim::Device::current().tv.settings().set(key, type, value) ? 0 : -1; });
+}
+
+int toInt(const std::string& value) {
+    return std::stoi(value);
+}
+
+}  // namespace
+
+int vconf_get_int(const char* key, int* out) {
+    return get(sim::calls::vconf_get_int, sim::SettingType::Int, key, out, toInt);
+}
+
+int vconf_get_bool(const char* key, int* out) {
+    return get(sim::calls::vconf_get_bool, sim::SettingType::Bool, key, out, toInt);
+}
+
+int vconf_get_dbl(const char* key, double* out) {
+    return get(sim::calls::vconf_get_dbl, sim::SettingType::Double, key, out,
+               [](const std::string& value) { return std::stod(value); });
+}
+
+char* vconf_get_str(const char* key) {
+    return sim::platformCall(sim::calls::vconf_get_str, std::tuple(key), [&]() -> char* {
+        const std::optional<std::string> value =
+            sim::Device::current().tv.settings().get(key, sim::SettingType::String);
+        return value ? ::strdup(value->c_str()) : nullptr;
+    });
+}
+
+int vconf_set_int(const char* key, int value) {
+    return set(sim::calls::vconf_set_int, sim::SettingType::Int, key, std::to_string(value));
+}
+
+int vconf_set_bool(const char* key, int value) {
+    return set(sim::calls::vconf_set_bool, sim::SettingType::Bool, key, value != 0 ? "1" : "0");
+}
+
+int vconf_set_dbl(const char* key, double value) {
+    return set(sim::calls::vconf_set_dbl, sim::SettingType::Double, key, fmt::format("{}", value));
+}
+
+int vconf_set_str(const char* key, const char* value) {
+    return set(sim::calls::vconf_set_str, sim::SettingType::String, key, value);
+}

@@ -1,0 +1,45 @@
+#include "simulator/lineup/Application.h"
+
+#include <fmt/format.h>
+
+#include <array>
+
+#include "simulator/lineup/Codes.h"
+
+namespace sim::application {
+
+bool isRestore(std::string_view operation) {
+    return operation == "restore" || operation == "RESTORE";
+}
+
+std::string favouriteKey(int list) {
+    return fmt::format("db/menu/broadcasting/channel_manager/favname{}", list);
+}
+
+int antennaMask(const std::set<int>& inputs) {
+    constexpr std::array<int, 5> BITS = {0x01, 0x02, 0x04, 0x08, 0x99};
+    int mask = 0;
+    for (const int input : inputs) {
+        mask |= input >= 0 && input < static_cast<int>(BITS.size()) ? BITS[static_cast<std::size_t>(input)] : 0;
+    }
+    return mask;
+}
+
+std::optional<std::set<int>> antennaInputsOf(int mask) {
+    constexpr int KNOWN = static_cast<int>(NAMES<AntennaInput>.size());
+    std::optional<std::set<int>> fewest;
+    for (int choice = 0; choice < 1 << KNOWN; ++choice) {
+        std::set<int> inputs;
+        for (int input = 0; input < KNOWN; ++input) {
+            if ((choice >> input & 1) != 0) {
+                inputs.insert(input);
+            }
+        }
+        if (antennaMask(inputs) == mask && (!fewest || inputs.size() < fewest->size())) {
+            fewest = inputs;
+        }
+    }
+    return fewest;
+}
+
+}  // namespace sim::application

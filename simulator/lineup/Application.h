@@ -1,0 +1,50 @@
+// What the simulator knows of the application that runs on the TV.
+#pragma once
+
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+namespace sim::application {
+
+constexpr char NAME[] = "halcyon-lineup";
+
+// Its working folder, and the one that keeps the archives of failed operations, below the TV home.
+constexpr char DATA_FOLDER[] = "apps/com.kestrel.tv.halcyon-lineup/data";
+constexpr char UNPACK_FOLDER[] = "temp";  // below the working folder
+constexpr char FAILURE_FOLDER[] = "tmp/halcyon-lineup";
+
+// The extra value of a launch request that tells what to do, and whether it makes the run a restore; and the
+// one that tells that a scan is under way.
+constexpr char OPERATION[] = "operation";
+bool isRestore(std::string_view operation);
+constexpr char SCAN_ACTIVATED[] = "scan_activated";
+
+// Under which its backups are in the cloud.
+constexpr char CLIENT_ID[] = "Qr7tLw2ZkA";
+constexpr char CATEGORY[] = "OOBERFChannelList";
+
+// What the metadata beside a bundle in the failure folder is called: the bundle's name and this.
+constexpr char METADATA_SUFFIX[] = ".metadata.json";
+
+// The entries of a bundle: the channel database and the iss database as archives, the settings, and the CI module's
+// files below a folder.
+constexpr char SERVICE_DB_ENTRY[] = "ServiceDB.zip";
+constexpr char ISS_DB_ENTRY[] = "issDB.zip";
+constexpr char SETTINGS_ENTRY[] = "vconf.json";
+constexpr char CI_PREFIX[] = "ci/";
+
+// The settings that it carries: the names of the favourite lists, counted from 1.
+constexpr int FAVOURITE_LISTS = 5;
+std::string favouriteKey(int list);
+
+// The version of a backup's metadata that it writes, and the only one that it restores.
+constexpr char SCHEMA_VERSION[] = "0.3";
+
+// What it makes of the antenna inputs' codes; a restore takes place where this is equal on both sides. -1: unknown.
+int antennaMask(const std::set<int>& inputs);
+// The fewest known inputs that make a mask. Nothing: none do.
+std::optional<std::set<int>> antennaInputsOf(int mask);
+
+}  // namespace sim::application

@@ -1,0 +1,85 @@
+// A bundle: what a backup holds, item by item, and whether it is whole.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/base/Archive.h"
+#include "simulator/base/Files.h"
+#include "simulator/lineup/Metadata.h"
+#include "simulator/lineup/ServiceDb.h"
+#include "simulator/lineup/Setup.h"
+
+namespace sim {
+
+enum class PartState {
+    Whole,
+    Absent,
+    Damaged,
+};
+template <>
+inline constexpr std::array<Name<PartState>, 3> NAMES<PartState>{{
+    {PartState::Whole, "whole"},
+    {PartState::Absent, "absent"},
+    {PartState::Damaged, "damaged"},
+}};
+
+struct BundlePart {
+    PartState state = PartState::Absent;
+    std::string problem;  // why it is damaged, or absent
+};
+
+// Each byte of it has been read.
+class Bundle {
+public:
+    // A bundle file, with its metadata where that is known. What is wrong with it is in the parts; Error is thrown
+    // where there is no such file, or no place to unpack it.
+    Bundle(const std::filesystem::path& file, std::optional<std::string> metadata);
+
+    const std::string& problem() const { return m_problem; }  // of the archive as such; empty: it can be read
+    const std::vector<ArchiveEntry>& entries() const { return m_entries; }
+    const BundlePart& part(Item item) const { return m_parts.at(item); }
+    bool isDamaged() const;
+    // What is damaged, a line each: what makes a restore of it fail, and all.
+    std::vector<std::string> fatalProblems() const;
+    std::vector<std::string> problems() const;
+
+    const std::optional<std::string>& metadataText() const { return m_metadataText; }
+    const Metadata& metadata() const { return m_metadata; }
+
+    // The channel database, where that part is whole.
+    ServiceDb services() const { return ServiceDb(m_scratch->path()); }
+
+    // The others, where their parts are whole.
+    const std::string& favourite(int list) const { return m_favourites[static_cast<std::size_t>(list - 1)]; }
+    const IssDb::Entries& iss() const { return m_iss; }
+    const CiFiles::Digests& ci() const { return m_ci; }
+
+    // All that is whole.
+    Setup setup() const;
+
+private:
+    void readServices(const std::filesystem::path& file);
+    void readSettings(const std::filesystem::path& file);
+    void readIss(const std::filesystem::path& file);
+    void readCi();
+    template <typename Read>
+    void read(Item item, Read read);
+    const ArchiveEntry* entry(const std::string& name) const;
+
+    std::unique_ptr<ScratchFolder> m_scratch;
+    std::string m_problem;
+    std::vector<ArchiveEntry> m_entries;
+    std::map<Item, BundlePart> m_parts;
+    std::optional<std::string> m_metadataText;
+    Metadata m_metadata;
+    std::vector<std::string> m_favourites;
+    IssDb::Entries m_iss;
+    CiFiles::Digests m_ci;
+};
+
+}  // namespace sim

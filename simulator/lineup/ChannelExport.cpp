@@ -1,0 +1,309 @@
+#include "simulator/lineup/ChannelExport.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+#include <optional>
+
+#include "simulator/base/Text.h"
+#include "simulator/lineup/ChannelList.h"
+
+namespace sim {
+
+namespace {
+
+// A text where a line break would end the line.
+std::string inALine(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    return text;
+}
+
+// --- VDR ---
+
+std::string vdrNames(const Service& service) {
+    std::string names = service.name;
+    if (!service.shortName.empty()) {
+        names += "," + service.shortName;
+    }
+    if (!service.provider.empty()) {
+        names += ";" + service.provider;
+    }
+    std::replace(names.begin(), names.end(), ':', '|');
+    return inALine(names);
+}
+
+std::string vdrLine(const Service& s) {
+    const std::string rid = s.listFields == 12 && s.rid == 0 ? "" : fmt::format(":{}", s.rid);
+    return fmt::format("{}:{}:{}:{}:{}:{}:{}:{}:{}:{}:{}:{}{}\n", vdrNames(s),
+                       s.frequency / std::max<std::uint64_t>(s.frequencyUnit, 1), s.parameters, s.source, s.symbolRate,
+                       s.videoPid, s.audioPids, s.textPids, s.conditionalAccess, s.sid, s.nid, s.tid, rid);
+}
+
+// With the headers that the list had.
+std::string withHeaders(const Setup& setup) {
+    std::string text;
+    auto header = setup.headers.begin();
+    for (std::size_t i = 0; i <= setup.services.size(); ++i) {
+        for (; header != setup.headers.end() && header->before <= static_cast<int>(i); ++header) {
+            text += inALine(header->text) + "\n";
+        }
+        text += i < setup.services.size() ? vdrLine(setup.services[i]) : "";
+    }
+    return text;
+}
+
+// With headers that bring about the numbers and groups that the services have.
+std::string withMadeHeaders(const std::vector<Service>& services) {
+    std::string text;
+    int group = 0;
+    int next = 1;
+    for (const Service& service : services) {
+        const bool isNewGroup = service.group != group && service.group != 0;
+        const std::string number = service.number == next ? "" : fmt::format("@{}", service.number);
+        if (isNewGroup || !number.empty()) {
+            const std::string name = isNewGroup ? inALine(service.groupName) : "";
+            text += fmt::format(":{}{}{}\n", number, number.empty() || name.empty() ? "" : " ", name);
+        }
+        text += vdrLine(service);
+        group = service.group;
+        next = service.number + 1;
+    }
+    return text;
+}
+
+// The list as it was, as long as it still says what the services are.
+std::string vdr(const Setup& setup) {
+    std::string text = withHeaders(setup);
+    const std::vector<Service> read = parseChannelList(text, "").services;
+    const bool isTrue = std::equal(read.begin(), read.end(), setup.services.begin(), setup.services.end(),
+                                   [](const Service& one, const Service& other) {
+                                       return one.number == other.number && one.groupName == other.groupName;
+                                   });
+    return isTrue ? text : withMadeHeaders(setup.services);
+}
+
+// --- M3U ---
+
+std::string inAttribute(std::string text) {
+    std::replace(text.begin(), text.end(), '"', '\'');
+    return inALine(text);
+}
+
+std::string m3u(const std::vector<Service>& services) {
+    std::string text = "#EXTM3U\n";
+    for (const Service& s : services) {
+        text += fmt::format("#EXTINF:-1 tvg-chno=\"{}\" group-title=\"{}\"{},{}\n", s.number, inAttribute(s.groupName),
+                            s.type == "radio" ? " radio=\"true\"" : "", inALine(s.name));
+        text += fmt::format("dvb://{:x}.{:x}.{:x}\n", s.nid, s.tid, s.sid);
+    }
+    return text;
+}
+
+// --- DVBv5 ---
+
+// The letters of a channel list's parameters, with what follows each: "HC23M5" is H, C 23, M 5.
+std::map<char, std::string> parametersOf(const std::string& text) {
+    std::map<char, std::string> parameters;
+    char letter = 0;
+    for (const char c : text) {
+        if (std::isdigit(static_cast<unsigned char>(c)) == 0) {
+            letter = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+            parameters[letter];
+        } else if (letter != 0) {
+            parameters[letter] += c;
+        }
+    }
+    return parameters;
+}
+
+struct Word {
+    std::string_view code;
+    std::string_view word;
+};
+constexpr std::array<Word, 11> RATES{{{"0", "NONE"},
+                                      {"12", "1/2"},
+                                      {"23", "2/3"},
+                                      {"34", "3/4"},
+                                      {"35", "3/5"},
+                                      {"45", "4/5"},
+                                      {"56", "5/6"},
+                                      {"67", "6/7"},
+                                      {"78", "7/8"},
+                                      {"89", "8/9"},
+                                      {"910", "9/10"}}};
+constexpr std::array<Word, 12> MODULATIONS{{{"2", "QPSK"},
+                                            {"5", "PSK/8"},
+                                            {"6", "APSK/16"},
+                                            {"7", "APSK/32"},
+                                            {"10", "VSB/8"},
+                                            {"11", "VSB/16"},
+                                            {"12", "DQPSK"},
+                                            {"16", "QAM/16"},
+                                            {"32", "QAM/32"},
+                                            {"64", "QAM/64"},
+                                            {"128", "QAM/128"},
+                                            {"256", "QAM/256"}}};
+constexpr std::array<Word, 6> TRANSMISSIONS{
+    {{"1", "1K"}, {"2", "2K"}, {"4", "4K"}, {"8", "8K"}, {"16", "16K"}, {"32", "32K"}}};
+constexpr std::array<Word, 7> GUARDS{{{"4", "1/4"},
+                                      {"8", "1/8"},
+                                      {"16", "1/16"},
+                                      {"32", "1/32"},
+                                      {"128", "1/128"},
+                                      {"19128", "19/128"},
+                                      {"19256", "19/256"}}};
+constexpr std::array<Word, 4> HIERARCHIES{{{"0", "NONE"}, {"1", "1"}, {"2", "2"}, {"4", "4"}}};
+constexpr std::array<Word, 3> ROLLOFFS{{{"20", "20"}, {"25", "25"}, {"35", "35"}}};
+constexpr std::array<Word, 4> POLARIZATIONS{{{"H", "HORIZONTAL"}, {"V", "VERTICAL"}, {"L", "LEFT"}, {"R", "RIGHT"}}};
+
+// "AUTO" where the list leaves it open.
+template <std::size_t N>
+std::string_view wordOf(const std::array<Word, N>& words, const std::map<char, std::string>& parameters, char letter) {
+    const auto found = parameters.find(letter);
+    for (const Word& word : words) {
+        if (found != parameters.end() && found->second == word.code) {
+            return word.word;
+        }
+    }
+    return "AUTO";
+}
+
+// The pids of a field such as "104=deu@3,105;106", decimal numbers.
+std::vector<std::string> pidsOf(const std::string& field) {
+    std::vector<std::string> pids;
+    for (const std::string& part : split(field, ';')) {
+        for (const std::string& pid : split(part, ',')) {
+            const std::string digits = pid.substr(0, pid.find_first_of("=+@"));
+            if (toNumber<int>(digits).value_or(0) > 0) {
+                pids.push_back(digits);
+            }
+        }
+    }
+    return pids;
+}
+
+// A list of lines "<tab>KEY = value".
+class Section {
+public:
+    explicit Section(const std::string& name) : m_text("[" + name + "]\n") {}
+
+    template <typename Value>
+    void add(std::string_view key, const Value& value) {
+        m_text += fmt::format("\t{} = {}\n", key, value);
+    }
+
+    std::string text() const { return m_text + "\n"; }
+
+private:
+    std::string m_text;
+};
+
+void addSatellite(Section& section, const Service& service, const std::map<char, std::string>& parameters) {
+    const auto system = parameters.find('S');
+    const bool isSecond = system != parameters.end() && system->second == "1";
+    std::string_view polarization = "OFF";
+    for (const Word& word : POLARIZATIONS) {
+        if (parameters.count(word.code.front()) != 0) {
+            polarization = word.word;
+        }
+    }
+    section.add("FREQUENCY", service.frequency / 1000);
+    section.add("SYMBOL_RATE", service.symbolRate * 1000);
+    section.add("INNER_FEC", wordOf(RATES, parameters, 'C'));
+    section.add("MODULATION", isSecond ? wordOf(MODULATIONS, parameters, 'M') : "QPSK");
+    if (isSecond) {
+        section.add("ROLLOFF", wordOf(ROLLOFFS, parameters, 'O'));
+        section.add("PILOT", "AUTO");
+    }
+    section.add("POLARIZATION", polarization);
+    section.add("INVERSION", "AUTO");
+    section.add("DELIVERY_SYSTEM", isSecond ? "DVBS2" : "DVBS");
+}
+
+void addCable(Section& section, const Service& service, const std::map<char, std::string>& parameters) {
+    section.add("FREQUENCY", service.frequency);
+    section.add("SYMBOL_RATE", service.symbolRate * 1000);
+    section.add("INNER_FEC", wordOf(RATES, parameters, 'C'));
+    section.add("MODULATION", wordOf(MODULATIONS, parameters, 'M'));
+    section.add("INVERSION", "AUTO");
+    section.add("DELIVERY_SYSTEM", "DVBC/ANNEX_A");
+}
+
+void addTerrestrial(Section& section, const Service& service, const std::map<char, std::string>& parameters) {
+    constexpr int HZ = 1'000'000;
+    const auto bandwidth = parameters.find('B');
+    const auto system = parameters.find('S');
+    const bool isSecond = system != parameters.end() && system->second == "1";
+    section.add("FREQUENCY", service.frequency);
+    section.add("BANDWIDTH_HZ", bandwidth == parameters.end() ? 0 : toNumber<int>(bandwidth->second).value_or(0) * HZ);
+    section.add("CODE_RATE_HP", wordOf(RATES, parameters, 'C'));
+    section.add("CODE_RATE_LP", wordOf(RATES, parameters, 'D'));
+    section.add("MODULATION", wordOf(MODULATIONS, parameters, 'M'));
+    section.add("TRANSMISSION_MODE", wordOf(TRANSMISSIONS, parameters, 'T'));
+    section.add("GUARD_INTERVAL", wordOf(GUARDS, parameters, 'G'));
+    section.add("HIERARCHY", wordOf(HIERARCHIES, parameters, 'Y'));
+    section.add("INVERSION", "AUTO");
+    section.add("DELIVERY_SYSTEM", isSecond ? "DVBT2" : "DVBT");
+}
+
+// Nothing: no delivery system of the format is the service's.
+std::optional<std::string> dvbv5Section(const Service& service) {
+    std::string name = inALine(service.name);
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return c == '[' || c == ']'; }, '|');
+    Section section(name);
+    section.add("SERVICE_ID", service.sid);
+    for (const auto& [key, field] :
+         {std::pair("VIDEO_PID", service.videoPid), std::pair("AUDIO_PID", service.audioPids)}) {
+        const std::vector<std::string> pids = pidsOf(field);
+        if (!pids.empty()) {
+            section.add(key, fmt::format("{}", fmt::join(pids, " ")));
+        }
+    }
+    const std::map<char, std::string> parameters = parametersOf(service.parameters);
+    switch (service.source.empty() ? 0 : service.source.front()) {
+        case 'S':
+            addSatellite(section, service, parameters);
+            break;
+        case 'C':
+            addCable(section, service, parameters);
+            break;
+        case 'T':
+            addTerrestrial(section, service, parameters);
+            break;
+        default:
+            return std::nullopt;
+    }
+    return section.text();
+}
+
+ChannelExport dvbv5(const std::vector<Service>& services) {
+    ChannelExport written;
+    for (const Service& service : services) {
+        if (const std::optional<std::string> section = dvbv5Section(service)) {
+            written.text += *section;
+        } else {
+            written.problems.push_back(fmt::format("{} {}: left out: the format has no delivery system for source {}",
+                                                   service.number, service.name, inQuotes(service.source)));
+        }
+    }
+    return written;
+}
+
+}  // namespace
+
+ChannelExport exportChannels(const Setup& setup, ExportFormat format) {
+    switch (format) {
+        case ExportFormat::M3u:
+            return {m3u(setup.services), {}};
+        case ExportFormat::Dvbv5:
+            return dvbv5(setup.services);
+        default:
+            return {vdr(setup), {}};
+    }
+}
+
+}  // namespace sim

@@ -1,0 +1,278 @@
+#include "simulator/lineup/ChannelList.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <string_view>
+
+#include "simulator/base/Error.h"
+#include "simulator/base/Limits.h"
+#include "simulator/base/Text.h"
+
+namespace sim {
+
+namespace {
+
+constexpr int MAX_NUMBER = 999'999;
+constexpr int MAX_ID = 0xFFFF;  // of pids too: real lists have some that no stream could
+
+int numberField(const std::string& text, const char* field, int max) {
+    const std::optional<int> number = toNumber<int>(text);
+    if (!number || *number < 0 || *number > max) {
+        throw Error(fmt::format("{} {} is not a number from 0 to {}", field, inQuotes(text), max));
+    }
+    return *number;
+}
+
+// The first pid of a field such as "163+164=2" or "104=deu@3,105;106".
+int firstPid(const std::string& text, const char* field) {
+    return numberField(text.substr(0, text.find_first_of("+=,;@")), field, MAX_ID);
+}
+
+std::string conditionalAccess(const std::string& text) {
+    for (const std::string& part : split(text, ',')) {
+        const std::optional<int> system = toNumber<int>(part, 16);
+        if (!system || *system < 0 || *system > MAX_ID) {
+            throw Error(
+                fmt::format("conditional access {} is not a list of hexadecimal numbers to FFFF", inQuotes(text)));
+        }
+    }
+    return text;
+}
+
+bool isSatellite(const std::string& source) {
+    return source.front() == 'S';
+}
+
+std::string sourceField(const std::string& text) {
+    const bool isKnown = !text.empty() && std::string_view("ACIPSTV").find(text.front()) != std::string_view::npos;
+    const bool isPlaced = text.size() > 1 || (isKnown && !isSatellite(text));
+    const bool isPlain = text.find_first_not_of("0123456789.EW", 1) == std::string::npos;
+    if (!isKnown || !isPlaced || !isPlain) {
+        throw Error(fmt::format("source {} is not one such as S19.2E, C or T", inQuotes(text)));
+    }
+    return text;
+}
+
+// Satellites are given in MHz; the others in MHz, kHz or Hz, told apart by size.
+std::uint64_t unitOf(std::uint64_t given, const std::string& source) {
+    constexpr std::uint64_t KHZ = 1'000;
+    constexpr std::uint64_t MHZ = 1'000'000;
+    if (isSatellite(source) || given <= MHZ / KHZ) {
+        return MHZ;
+    }
+    return given <= MHZ ? KHZ : 1;
+}
+
+// What stands for the transport stream in the identity where network and transport stream are both 0.
+std::uint64_t transponder(const Service& service) {
+    std::uint64_t megahertz = service.frequency / 1'000'000;
+    if (isSatellite(service.source)) {
+        const std::size_t polarization = service.parameters.find_first_of("HVLRhvlr");
+        if (polarization != std::string::npos) {
+            megahertz += (std::string_view("HVLRhvlr").find(service.parameters[polarization]) % 4 + 1) * 100'000;
+        }
+    }
+    return megahertz;
+}
+
+std::string identity(const Service& service) {
+    const bool hasIds = service.nid != 0 || service.tid != 0;
+    return fmt::format("{}-{}-{}-{}-{}", service.source, service.nid,
+                       hasIds ? static_cast<std::uint64_t>(service.tid) : transponder(service), service.sid,
+                       service.rid);
+}
+
+// "Name,Short;Provider", with '|' for ':'.
+void readNames(std::string text, Service& service) {
+    std::replace(text.begin(), text.end(), '|', ':');
+    const std::size_t semicolon = text.find(';');
+    if (semicolon != std::string::npos) {
+        service.provider = text.substr(semicolon + 1);
+        text.erase(semicolon);
+    }
+    const std::size_t comma = text.rfind(',');  // a long name may hold commas of its own
+    if (comma != std::string::npos) {
+        service.shortName = text.substr(comma + 1);
+        text.erase(comma);
+    }
+    if (text.empty()) {
+        throw Error("the name is empty");
+    }
+    service.name = text;
+}
+
+Service readService(const std::string& line) {
+    const std::vector<std::string> fields = split(line, ':');
+    if (fields.size() != 12 && fields.size() != 13) {
+        throw Error(fmt::format("{} fields where a service has 13", fields.size()));
+    }
+    Service service;
+    readNames(fields[0], service);
+    service.parameters = fields[2];
+    service.source = sourceField(fields[3]);
+    const std::optional<std::uint32_t> frequency = toNumber<std::uint32_t>(fields[1]);
+    if (!frequency || *frequency == 0) {
+        throw Error(fmt::format("frequency {} is not a number above 0", inQuotes(fields[1])));
+    }
+    service.frequencyUnit = unitOf(*frequency, service.source);
+    service.frequency = *frequency * service.frequencyUnit;
+    service.symbolRate = numberField(fields[4], "symbol rate", 100'000);
+    service.videoPid = fields[5];
+    service.audioPids = fields[6];
+    service.textPids = fields[7];
+    service.type = firstPid(service.videoPid, "video pid") == 0 ? "radio" : "tv";
+    firstPid(service.audioPids, "audio pid");
+    firstPid(service.textPids, "teletext pid");
+    service.conditionalAccess = conditionalAccess(fields[8]);
+    service.sid = numberField(fields[9], "service id", MAX_ID);
+    service.nid = numberField(fields[10], "network id", MAX_ID);
+    service.tid = numberField(fields[11], "transport stream id", MAX_ID);
+    service.listFields = static_cast<int>(fields.size());
+    service.rid = fields.size() == 13 ? numberField(fields[12], "radio id", MAX_ID) : 0;
+    service.identity = identity(service);
+    return service;
+}
+
+// Takes the lines in their order, and numbers what they hold.
+class Reader {
+public:
+    Reader(std::string file, ChannelSink& sink) : m_file(std::move(file)), m_sink(sink) {}
+
+    void take(const std::string& line) {
+        ++m_line;
+        if (line.empty()) {
+            return;
+        }
+        try {
+            if (line.front() == ':') {
+                takeGroup(line.substr(1));
+                m_sink.addHeader({static_cast<int>(m_lines.size()), line});
+            } else {
+                takeService(readService(line));
+            }
+        } catch (const Error& error) {
+            m_summary.problems.push_back(fmt::format("{}:{}: {}; line skipped", m_file, m_line, error.what()));
+        }
+    }
+
+    ChannelSummary finish() {
+        m_summary.services = m_lines.size();
+        return std::move(m_summary);
+    }
+
+private:
+    // "text", "@number text" or "@number", which names no group but sets the next service's number.
+    void takeGroup(std::string text) {
+        if (!text.empty() && text.front() == '@') {
+            const std::size_t end = std::min(text.find_first_not_of("0123456789", 1), text.size());
+            const std::optional<int> number = toNumber<int>(std::string_view(text).substr(1, end - 1));
+            if (!number || *number > MAX_NUMBER) {
+                throw Error(fmt::format("{} sets no number from 1 to {}", inQuotes(text), MAX_NUMBER));
+            }
+            if (*number > m_number) {
+                m_number = *number - 1;
+            }
+            text.erase(0, std::min(text.find_first_not_of(' ', end), text.size()));
+        }
+        if (!text.empty()) {
+            m_sink.addGroup(text);
+            m_group = text;
+            ++m_summary.groups;
+        }
+    }
+
+    void takeService(Service service) {
+        service.number = m_number + 1;
+        service.group = static_cast<int>(m_summary.groups);
+        service.groupName = m_group;
+        if (const std::size_t known = m_sink.addService(service); known != 0) {
+            throw Error(fmt::format("the service {} stands in line {} already", service.identity, m_lines[known - 1]));
+        }
+        ++m_number;
+        m_lines.push_back(m_line);
+    }
+
+    std::string m_file;
+    ChannelSink& m_sink;
+    int m_line = 0;
+    int m_number = 0;
+    std::string m_group;
+    std::vector<int> m_lines;  // of the services
+    ChannelSummary m_summary;
+};
+
+// The lines of a file, which may be a pipe, or a device without an end. Throws Error beyond the limits.
+void forEachLine(const std::filesystem::path& file, const std::function<void(std::string)>& take) {
+    std::error_code ignored;
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream || std::filesystem::is_directory(file, ignored)) {
+        const int error = stream ? EISDIR : errno;
+        throw Error(kindOfErrno(error), fmt::format("{}: cannot read: {}", file.string(), std::strerror(error)));
+    }
+    constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
+    std::array<char, limits::CHANNEL_LINE_BYTES + 2> buffer;  // with its line break and an end
+    std::uint64_t total = 0;
+    while (stream.getline(buffer.data(), buffer.size()) || stream.gcount() > 0) {
+        const auto length = static_cast<std::size_t>(stream.gcount());
+        limits::require(fmt::format("{}: bytes of a line", file.string()), length, limits::CHANNEL_LINE_BYTES);
+        limits::require(fmt::format("{}: bytes", file.string()), total + length, limits::CHANNEL_LIST_BYTES);
+        std::string line(buffer.data(), stream.eof() ? length : length - 1);
+        if (total == 0 && line.compare(0, BYTE_ORDER_MARK.size(), BYTE_ORDER_MARK) == 0) {
+            line.erase(0, BYTE_ORDER_MARK.size());
+        }
+        total += length;
+        take(std::move(line));
+    }
+}
+
+}  // namespace
+
+std::size_t ChannelList::addService(const Service& service) {
+    const auto [known, isNew] = m_places.emplace(service.identity, services.size() + 1);
+    if (!isNew) {
+        return known->second;
+    }
+    services.push_back(service);
+    return 0;
+}
+
+ChannelList parseChannelList(const std::string& text, const std::string& name) {
+    ChannelList list;
+    Reader reader(name, list);
+    for (const std::string& line : split(text, '\n')) {
+        reader.take(line);
+    }
+    list.problems = reader.finish().problems;
+    return list;
+}
+
+ChannelSummary readChannelList(const std::filesystem::path& file, ChannelSink& sink) {
+    Reader reader(file.string(), sink);
+    try {
+        forEachLine(file, [&](std::string line) {
+            line.erase(line.find_last_not_of(" \t\r") + 1);
+            reader.take(toUtf8(line));
+        });
+    } catch (const Error& error) {
+        throw Error(error.kind(), fmt::format("{}; give a channel list in the channels.conf format", error.what()));
+    }
+    ChannelSummary summary = reader.finish();
+    if (summary.services == 0) {
+        std::string message =
+            fmt::format("{}: not one service in it; give a channel list in the channels.conf format", file.string());
+        for (const std::string& problem : summary.problems) {
+            message += "\n" + problem;
+        }
+        throw Error(message);
+    }
+    return summary;
+}
+
+}  // namespace sim

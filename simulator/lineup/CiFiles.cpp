@@ -1,0 +1,71 @@
+#include "simulator/lineup/CiFiles.h"
+
+#include <fmt/format.h>
+
+#include "simulator/base/Digest.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+
+namespace fs = std::filesystem;
+
+namespace sim {
+
+void CiFiles::create(const Contents& contents) const {
+    makeFolders(m_folder);
+    for (const auto& [name, content] : contents) {
+        writeFile(m_folder / name, content);
+    }
+}
+
+CiFiles::Contents CiFiles::contents() const {
+    Contents contents;
+    for (const std::string& path : paths()) {
+        contents.emplace(fs::path(path).filename(), readFile(path));
+    }
+    return contents;
+}
+
+CiFiles::Digests CiFiles::digests() const {
+    Digests digests;
+    for (const std::string& path : paths()) {
+        digests.emplace(fs::path(path).filename(), digestOf(path));
+    }
+    return digests;
+}
+
+std::list<std::string> CiFiles::paths() const {
+    if (!fs::is_directory(m_folder)) {
+        throw Error(Error::Kind::Missing, fmt::format("{}: the CI module's folder is not there", m_folder.string()));
+    }
+    std::list<std::string> paths;
+    for (const fs::path& member : membersOf(m_folder)) {
+        paths.push_back(fs::absolute(member));
+    }
+    return paths;
+}
+
+bool CiFiles::takeOver(const std::list<std::string>& paths) const {
+    try {
+        const ScratchFolder scratch(m_folder.parent_path());
+        const fs::path built = scratch / "ci";
+        fs::create_directory(built);
+        for (const std::string& path : this->paths()) {
+            copyFile(path, built / fs::path(path).filename());
+        }
+        for (const std::string& path : paths) {
+            if (!fs::is_regular_file(path)) {
+                return false;
+            }
+            copyFile(path, built / fs::path(path).filename());
+        }
+        fs::permissions(built, fs::status(m_folder).permissions());
+        exchange(built, m_folder);
+    } catch (const Error&) {
+        return false;
+    } catch (const fs::filesystem_error&) {
+        return false;
+    }
+    return true;
+}
+
+}  // namespace sim

@@ -1,0 +1,32 @@
+// The CI module's own files: a folder that changes as a whole.
+#pragma once
+
+#include <filesystem>
+#include <list>
+#include <map>
+#include <string>
+
+namespace sim {
+
+class CiFiles {
+public:
+    using Contents = std::map<std::string, std::string>;  // content by name
+    using Digests = std::map<std::string, std::string>;   // SHA-256 by name: a file may be large
+
+    explicit CiFiles(std::filesystem::path folder) : m_folder(std::move(folder)) {}
+
+    // These throw on failure.
+    void create(const Contents& contents) const;
+    Contents contents() const;
+    Digests digests() const;
+    std::list<std::string> paths() const;  // absolute, in the order of their names
+
+    // Takes the files over, in place of those of the same names; the others stay. False: one of the paths is no regular
+    // file, or the folder could not be put in place; nothing has changed.
+    bool takeOver(const std::list<std::string>& paths) const;
+
+private:
+    std::filesystem::path m_folder;
+};
+
+}  // namespace sim

@@ -1,0 +1,81 @@
+#include "simulator/lineup/IssDb.h"
+
+#include <fmt/format.h>
+
+#include "simulator/base/Archive.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
+#include "simulator/lineup/ReceivedDatabase.h"
+
+namespace fs = std::filesystem;
+
+namespace sim {
+
+namespace {
+
+constexpr char DATABASE[] = "iss.db";
+
+Database makeBeside(const fs::path& path) {
+    Database database(path, Database::Access::Create);
+    database.run("PRAGMA journal_mode = MEMORY; PRAGMA synchronous = OFF");
+    database.run("CREATE TABLE iss(key TEXT PRIMARY KEY, value TEXT NOT NULL) STRICT");
+    return database;
+}
+
+}  // namespace
+
+void adoptIss(const fs::path& archive, const fs::path& built) {
+    const ScratchFolder scratch(built.parent_path());
+    if (!extractEntry(archive, DATABASE, scratch / DATABASE)) {
+        throw Error(Error::Kind::Damaged, fmt::format("{}: holds no {}", archive.string(), DATABASE));
+    }
+    const ReceivedDatabase received(scratch / DATABASE);
+    Database database = makeBeside(built);
+    Transaction transaction(database);
+    received.copy({"iss", {"key", "value"}, {}}, database);
+    transaction.commit();
+}
+
+void IssDb::create(const Entries& entries) const {
+    const ScratchFolder scratch(m_file.parent_path());
+    {
+        Database database = makeBeside(scratch / DATABASE);
+        Transaction transaction(database);
+        for (const auto& [key, value] : entries) {
+            database.change("INSERT INTO iss VALUES(?, ?)", key, value);
+        }
+        transaction.commit();
+    }
+    putInPlace(scratch / DATABASE, m_file);
+}
+
+void IssDb::snapshot(const fs::path& archive, std::time_t time) const {
+    const ScratchFolder scratch(m_file.parent_path());
+    const fs::path copy = scratch / DATABASE;
+    Database(m_file, Database::Access::Look).snapshot(copy);
+    writeArchive(archive, {copy}, time);
+}
+
+IssDb::Entries IssDb::entries() const {
+    const Database database(m_file, Database::Access::Look);
+    Statement query(database, "SELECT key, value FROM iss");
+    Entries entries;
+    while (query.next()) {
+        entries.emplace(query.text(0), query.text(1));
+    }
+    return entries;
+}
+
+bool IssDb::restore(const fs::path& archive) const {
+    const ScratchFolder scratch(m_file.parent_path());
+    const fs::path built = scratch / DATABASE;
+    try {
+        adoptIss(archive, built);
+        putInPlace(built, m_file);
+    } catch (const Error&) {
+        return false;
+    }
+    return true;
+}
+
+}  // namespace sim

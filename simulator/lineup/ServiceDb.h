@@ -1,0 +1,76 @@
+// The TV service's channel database: an SQLite database of services beside an "ipsrv" entry, the IP services of this
+// set.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/lineup/ChannelList.h"
+#include "simulator/lineup/Service.h"
+
+namespace sim {
+
+// What ReplaceServiceDb() reports in its status. Below 1: it has not come so far as to look at the archive.
+enum class ReplaceStatus : int {
+    ArchiveUnreadable = 1,
+    NoDatabase = 2,       // the archive holds no services.db
+    DatabaseDamaged = 3,  // no SQLite database, or one that fails its integrity check
+    TablesDiffer = 4,     // not the tables of a channel database, or rows that do not fit them
+    CountDiffers = 5,     // other services than stored with it, or none at all
+    NotPutInPlace = 6,
+};
+
+// services.db is only ever built beside its place and put there whole, so that no journal of an older one can be taken
+// for its own.
+class ServiceDb {
+public:
+    explicit ServiceDb(std::filesystem::path folder) : m_folder(std::move(folder)) {}
+
+    // These throw Error on failure.
+
+    // Makes the database of a channel list, its ids counted from 1, and the set's own ipsrv.
+    void create(const ChannelSource& list, const std::string& ipServices) const;
+
+    // Writes the database and ipsrv as a zip archive, as of a time.
+    void snapshot(const std::filesystem::path& archive, std::time_t time = std::time(nullptr)) const;
+
+    // Replaces the database by the archive's, if it is a whole one; this set's ipsrv stays. Nothing on success. Throws
+    // when there is no place to build it in.
+    std::optional<ReplaceStatus> replace(const std::filesystem::path& archive) const;
+
+    struct Counts {
+        std::uint64_t services = 0;
+        std::uint64_t radios = 0;  // of the services
+        std::uint64_t groups = 0;
+    };
+    Counts counts() const;
+    std::optional<Service> find(std::uint64_t id) const;
+    std::uint64_t first() const;  // the id of the service with the lowest number
+
+    // All of it into a sink.
+    void copyTo(ChannelSink& sink) const;
+
+    // In the order of their numbers.
+    void forEach(const std::function<void(const Service&)>& visit) const;
+    std::vector<Service> services() const;
+    std::vector<ListHeader> headers() const;  // of the list that it was made of
+
+    std::string ipServices() const;
+
+private:
+    std::filesystem::path database() const { return m_folder / "services.db"; }
+    std::filesystem::path ipsrv() const { return m_folder / "ipsrv"; }
+
+    std::filesystem::path m_folder;
+};
+
+// Rebuilds the database of an archive from outside in tables of this TV's own making, as `built`, so that nothing but
+// rows comes in. Nothing on success. Throws Error when there is no place for it.
+std::optional<ReplaceStatus> adoptServices(const std::filesystem::path& archive, const std::filesystem::path& built);
+
+}  // namespace sim

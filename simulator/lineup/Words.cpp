@@ -1,0 +1,60 @@
+#include "simulator/lineup/Words.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <vector>
+
+namespace sim {
+
+std::string words(const TvMode& mode) {
+    return fmt::format("{}, {} services ({}/{})", nameOf(mode.antenna), nameOf(mode.service), codeOf(mode.antenna),
+                       codeOf(mode.service));
+}
+
+std::string words(Source source) {
+    return fmt::format("{} ({})", nameOf(source), codeOf(source));
+}
+
+std::string words(const Category& category) {
+    const std::string param = category.kind == CategoryKind::All ? "" : fmt::format(" {}", category.param);
+    return fmt::format("{}{}, by {} ({}/{}/{})", nameOf(category.kind), param, nameOf(category.sort),
+                       codeOf(category.kind), category.param, codeOf(category.sort));
+}
+
+std::string words(ReplaceStatus status) {
+    switch (status) {
+        case ReplaceStatus::ArchiveUnreadable:
+            return "its archive cannot be read (status 1)";
+        case ReplaceStatus::NoDatabase:
+            return "its archive holds no services.db (status 2)";
+        case ReplaceStatus::DatabaseDamaged:
+            return "services.db is no database, or fails its integrity check (status 3)";
+        case ReplaceStatus::TablesDiffer:
+            return "services.db has not the tables of a channel database, or rows that do not fit them (status 4)";
+        case ReplaceStatus::CountDiffers:
+            return "services.db holds other services than it says, or none (status 5)";
+        default:
+            return fmt::format("the database could not be put in its place (status {})", codeOf(status));
+    }
+}
+
+std::string words(const Viewing& viewing) {
+    return fmt::format("service {}; {}; {}; {}", viewing.serviceId, words(viewing.mode), words(viewing.source),
+                       words(viewing.category));
+}
+
+std::string antennaWords(const std::set<int>& inputs) {
+    std::vector<std::string> texts;
+    texts.reserve(inputs.size());
+    for (const int input : inputs) {
+        texts.push_back(fmt::format("{} ({})", nameOf(static_cast<AntennaInput>(input)), input));
+    }
+    return texts.empty() ? "none" : fmt::format("{}", fmt::join(texts, ", "));
+}
+
+std::string words(Response response) {
+    return fmt::format("{} ({})", codeOf(response), isKnown(response) ? nameOf(response) : "invalid");
+}
+
+}  // namespace sim

@@ -1,0 +1,23 @@
+// How a TV's codes read.
+#pragma once
+
+#include <set>
+#include <string>
+
+#include "simulator/lineup/ServiceDb.h"
+#include "simulator/lineup/Viewing.h"
+
+namespace sim {
+
+// "satellite, all services (2/0)" and the like: the names, and the codes as `halcyon-tv set` takes them.
+std::string words(const TvMode& mode);
+std::string words(Source source);
+std::string words(const Category& category);
+std::string words(Response response);
+std::string words(ReplaceStatus status);
+std::string words(const Viewing& viewing);
+
+// "terrestrial (0), satellite (2)".
+std::string antennaWords(const std::set<int>& inputs);
+
+}  // namespace sim

@@ -1,0 +1,205 @@
+#include "simulator/tv/Settable.h"
+
+#include <fmt/format.h>
+
+#include <functional>
+#include <optional>
+#include <set>
+#include <vector>
+
+#include "simulator/base/Clock.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Text.h"
+#include "simulator/lineup/Application.h"
+
+namespace sim {
+
+namespace {
+
+// A name that can be set, with the form of its values and what it takes to set it.
+struct Settable {
+    std::string name;
+    std::string form;
+    std::function<void(Tv&, const std::string& value)> set;
+};
+
+[[noreturn]] void refuse(const std::string& what, const std::string& value) {
+    throw Error(fmt::format("the TV has no {} {}; see: halcyon-tv status --services", what, inQuotes(value)));
+}
+
+template <typename Number>
+Number number(const std::string& text) {
+    const std::optional<Number> parsed = toNumber<Number>(text);
+    if (!parsed) {
+        throw Error(fmt::format("{} is not a number that fits here", inQuotes(text)));
+    }
+    return *parsed;
+}
+
+template <typename Enum>
+Enum code(const std::string& text) {
+    return static_cast<Enum>(number<int>(text));
+}
+
+// The parts of a value such as "2/0".
+std::vector<std::string> parts(const std::string& value, std::size_t count, const char* form) {
+    std::vector<std::string> result = split(value, '/');
+    if (result.size() != count) {
+        throw Error(fmt::format("{} is not of the form {}", inQuotes(value), form));
+    }
+    return result;
+}
+
+void setMode(Tv& tv, const std::string& value) {
+    const std::vector<std::string> codes = parts(value, 2, "ANTENNA/SERVICE, such as 2/0");
+    const TvMode mode{code<AntennaMode>(codes[0]), code<ServiceMode>(codes[1])};
+    if (!tv.has(mode)) {
+        refuse("mode", value);
+    }
+    tv.changeViewing([&](Viewing& viewing) { viewing.mode = mode; });
+}
+
+void setService(Tv& tv, const std::string& value) {
+    const auto id = number<std::uint64_t>(value);
+    if (!tv.serviceDb().find(id)) {
+        refuse("service", value);
+    }
+    tv.changeViewing([&](Viewing& viewing) { viewing.serviceId = id; });
+}
+
+void setSource(Tv& tv, const std::string& value) {
+    const auto source = code<Source>(value);
+    if (!tv.has(source)) {
+        refuse("source", value);
+    }
+    tv.changeViewing([&](Viewing& viewing) { viewing.source = source; });
+}
+
+void setCategory(Tv& tv, const std::string& value) {
+    const std::vector<std::string> codes = parts(value, 3, "CODE/PARAM/SORT, such as 1/2/0");
+    const Category category{code<CategoryKind>(codes[0]), number<std::uint64_t>(codes[1]), code<SortMode>(codes[2])};
+    if (!tv.has(category)) {
+        refuse("category", value);
+    }
+    tv.changeViewing([&](Viewing& viewing) { viewing.category = category; });
+}
+
+void setAntenna(Tv& tv, const std::string& value) {
+    std::set<int> statuses;
+    for (const std::string& status : split(value, ',')) {
+        statuses.insert(number<int>(status));
+    }
+    tv.setAntenna(statuses);
+}
+
+void setNow(Tv& tv, const std::string& value) {
+    tv.setTime(value == "running" ? std::nullopt : std::optional(parseTime(value)));
+}
+
+void setScan(Tv& tv, const std::string& value) {
+    if (value != "on" && value != "off") {
+        throw Error(fmt::format("a scan is on or off, not {}", inQuotes(value)));
+    }
+    tv.setScanning(value == "on");
+}
+
+bool fits(SettingType type, const std::string& value) {
+    switch (type) {
+        case SettingType::Int:
+            return toNumber<int>(value).has_value();
+        case SettingType::Bool:
+            return value == "0" || value == "1";
+        case SettingType::Double:
+            return toNumber<double>(value).has_value();
+        default:
+            return true;
+    }
+}
+
+const std::string SETTING_PREFIX = "setting:";
+
+// "setting:TYPE:KEY"; a key may hold colons of its own.
+void setSetting(Tv& tv, const std::string& name, const std::string& value) {
+    const std::size_t colon = name.find(':', SETTING_PREFIX.size());
+    if (colon == std::string::npos || colon + 1 == name.size()) {
+        throw Error(fmt::format("{} is not of the form setting:TYPE:KEY", inQuotes(name)));
+    }
+    const std::string typeName = name.substr(SETTING_PREFIX.size(), colon - SETTING_PREFIX.size());
+    const std::optional<SettingType> type = fromName<SettingType>(typeName);
+    if (!type) {
+        throw Error(fmt::format("{} is no type of a setting; one of: int, bool, double, string", inQuotes(typeName)));
+    }
+    if (!fits(*type, value)) {
+        throw Error(fmt::format("{} is no value of the type {}", inQuotes(value), typeName));
+    }
+    const std::string key = name.substr(colon + 1);
+    if (!tv.settings().set(key, *type, value)) {
+        throw Error(fmt::format("setting {} holds a value of another type than {}", inQuotes(key), typeName));
+    }
+}
+
+const std::vector<Settable>& settables() {
+    static const std::vector<Settable> all = [] {
+        std::vector<Settable> table = {
+            {"mode", "ANTENNA/SERVICE", &setMode},
+            {"service", "id", &setService},
+            {"source", "0 to 4", &setSource},
+            {"category", "CODE/PARAM/SORT", &setCategory},
+            {"antenna",
+             "connected inputs separated by commas: 0 terrestrial, 1 cable, 2 satellite, 3 second satellite, 4 "
+             "combined",
+             &setAntenna},
+            {"scan", "on or off", &setScan},
+            {"account", "whose backups it makes and restores",
+             [](Tv& tv, const std::string& value) { tv.setAccount(value); }},
+            {"now", "a time such as 2026-01-31T18:00:00Z at which the clock stands, or running", &setNow},
+        };
+        for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
+            table.push_back({fmt::format("favname{}", list), "a name", [list](Tv& tv, const std::string& value) {
+                                 tv.settings().setFavouriteName(list, value);
+                             }});
+        }
+        return table;
+    }();
+    return all;
+}
+
+}  // namespace
+
+std::time_t parseTime(const std::string& text) {
+    const std::optional<std::time_t> time = fromUtc(text);
+    if (!time) {
+        constexpr bool ENDS_IN_2038 = sizeof(std::time_t) == 4;
+        throw Error(fmt::format("{} is no time such as 2026-01-31T18:00:00Z{}", inQuotes(text),
+                                ENDS_IN_2038 ? ", up to 2038-01-19T03:14:07Z, where this processor's time ends" : ""));
+    }
+    return *time;
+}
+
+void setByName(Tv& tv, const std::string& name, const std::string& value) {
+    for (const Settable& settable : settables()) {
+        if (settable.name == name) {
+            settable.set(tv, value);
+            return;
+        }
+    }
+    if (name.compare(0, SETTING_PREFIX.size(), SETTING_PREFIX) != 0) {
+        std::vector<std::string> names;
+        for (const Settable& settable : settables()) {
+            names.push_back(settable.name);
+        }
+        throw Error(fmt::format("cannot set {} to {}{}; see: halcyon-tv set --help", inQuotes(name), inQuotes(value),
+                                didYouMean(name, names)));
+    }
+    setSetting(tv, name, value);
+}
+
+std::string settableHelp() {
+    std::string help;
+    for (const Settable& settable : settables()) {
+        help += fmt::format("{} ({}),\n", settable.name, settable.form);
+    }
+    return help + "setting:TYPE:KEY (a value of the type int, bool (0 or 1), double or string)";
+}
+
+}  // namespace sim
