@@ -118,6 +118,18 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"cloud show 000001", 3, "holds no backup 000001"}, Mistake{"cloud list", 0, "No backup in"},
         Mistake{"fault add bnr_backup null", 3, "bnr_backup cannot fail with 'null'"}));
 
+TEST_F(Cli, EndsWithAMessageIfThereIsNoFolderForTemporaryFiles) {
+    init();
+    ::setenv("TMPDIR", "/nonexistent", 1);
+    const Answer run = tv("run -q");
+    const Answer fleet = tv("fleet run --tvs 1 --jobs 1 --lab " + (folder / "lab").string());
+    ::unsetenv("TMPDIR");
+    EXPECT_EQ(run.code, 3);
+    EXPECT_THAT(run.text, HasSubstr("no folder for temporary files"));
+    EXPECT_EQ(fleet.code, 1);
+    EXPECT_THAT(fleet.text, AllOf(HasSubstr("failed"), HasSubstr("set TMPDIR")));
+}
+
 TEST_F(Cli, TheApplicationAloneExplainsItselfToo) {
     const Answer nowhere = test::shell(environment() + test::APPLICATION);
     EXPECT_EQ(nowhere.code, 3);

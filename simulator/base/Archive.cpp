@@ -1,5 +1,6 @@
 #include "simulator/base/Archive.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <zip.h>
 
@@ -7,12 +8,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <set>
 
+#include "simulator/base/Descriptor.h"
 #include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
@@ -246,14 +246,12 @@ bool extractEntry(const fs::path& archive, const std::string& name, const fs::pa
     if (index < 0) {
         return false;
     }
-    std::ofstream file(target, std::ios::binary | std::ios::trunc);
+    const Descriptor file = openFile(target, O_WRONLY | O_CREAT | O_TRUNC, 0666);
     readEntry(zip.get(), static_cast<zip_uint64_t>(index),
               fmt::format("{}: entry {}: ", archive.string(), inQuotes(name)),
-              [&](const char* bytes, std::size_t size) { file.write(bytes, static_cast<std::streamsize>(size)); });
-    file.close();
-    if (!file) {
-        throw Error(kindOfErrno(errno), fmt::format("{}: cannot write: {}", target.string(), std::strerror(errno)));
-    }
+              [&](const char* bytes, std::size_t size) {
+                  writeAll(file, {bytes, size}, target);
+              });
     return true;
 }
 

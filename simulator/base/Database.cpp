@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 
 namespace fs = std::filesystem;
 
@@ -51,7 +52,7 @@ Error::Kind kindOf(int code, int systemError) {
 
 std::string immutableUri(const fs::path& file) {
     std::string uri = "file:";
-    for (const char c : fs::absolute(file).string()) {
+    for (const char c : absolutePath(file).string()) {
         uri += c == '?' || c == '#' || c == '%' ? fmt::format("%{:02x}", static_cast<unsigned char>(c))
                                                 : std::string(1, c);
     }
@@ -120,19 +121,22 @@ void Statement::reset() {
     sqlite3_reset(m_statement.get());
 }
 
+void Statement::check(int code) {
+    if (code != SQLITE_OK) {
+        fail(sqlite3_db_handle(m_statement.get()), m_name);
+    }
+}
+
 void Statement::setInteger(int parameter, std::int64_t value) {
-    sqlite3_bind_int64(m_statement.get(), parameter, value);
+    check(sqlite3_bind_int64(m_statement.get(), parameter, value));
 }
 
 void Statement::setNull(int parameter) {
-    sqlite3_bind_null(m_statement.get(), parameter);
+    check(sqlite3_bind_null(m_statement.get(), parameter));
 }
 
 void Statement::set(int parameter, std::string_view value) {
-    if (sqlite3_bind_text64(m_statement.get(), parameter, value.data(), value.size(), SQLITE_TRANSIENT, SQLITE_UTF8) !=
-        SQLITE_OK) {
-        fail(sqlite3_db_handle(m_statement.get()), m_name);
-    }
+    check(sqlite3_bind_text64(m_statement.get(), parameter, value.data(), value.size(), SQLITE_TRANSIENT, SQLITE_UTF8));
 }
 
 void Database::Close::operator()(sqlite3* database) const {
@@ -143,8 +147,7 @@ Database::Database(const fs::path& file, Access access) : m_name(file.string()) 
     open(file.string(), flagsFor(access));
     // A write-ahead log wants a file beside it even of a reader. Where nobody can make one, and none is there, nobody
     // writes either.
-    std::error_code ignored;
-    if (access == Access::Look && !canRead() && !fs::exists(file.string() + "-wal", ignored)) {
+    if (access == Access::Look && !canRead() && !pathExists(file.string() + "-wal")) {
         open(immutableUri(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
     }
 }

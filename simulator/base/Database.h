@@ -47,6 +47,7 @@ private:
 
     // Lets go of the database; what is bound stays bound.
     void reset();
+    void check(int code);
     void setInteger(int parameter, std::int64_t value);
     void setNull(int parameter);
     template <typename Integer, std::enable_if_t<std::is_integral_v<Integer>, int> = 0>

@@ -5,11 +5,9 @@
 #include <openssl/evp.h>
 
 #include <array>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 
 namespace sim {
 
@@ -50,14 +48,7 @@ std::string Digest::hex() {
 }
 
 Digest& Digest::addFile(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    std::array<char, 65536> buffer;
-    while (stream.read(buffer.data(), buffer.size()) || stream.gcount() > 0) {
-        addBytes({buffer.data(), static_cast<std::size_t>(stream.gcount())});
-    }
-    if (!stream.eof()) {
-        throw Error(kindOfErrno(errno), fmt::format("{}: cannot read: {}", file.string(), std::strerror(errno)));
-    }
+    forEachBlock(file, [&](std::string_view block) { addBytes(block); });
     return *this;
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 
 namespace fs = std::filesystem;
 
@@ -15,7 +16,7 @@ std::string environment(const char* name) {
 }
 
 fs::path normalised(const fs::path& folder) {
-    const fs::path path = fs::absolute(folder).lexically_normal();
+    const fs::path path = absolutePath(folder).lexically_normal();
     return path.has_filename() ? path : path.parent_path();
 }
 

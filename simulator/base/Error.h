@@ -1,8 +1,11 @@
 // What the simulator reports to the person who runs it. No other exception leaves one of its rooms on purpose.
 #pragma once
 
+#include <cerrno>
+#include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace sim {
 
@@ -22,6 +25,9 @@ public:
 
     Error(Kind kind, const std::string& message) : std::runtime_error(message), m_kind(kind) {}
     explicit Error(const std::string& message) : Error(Kind::Unusable, message) {}
+
+    // A failed system call on a path: "PATH: WHAT: the error number in words", of the kind that the number stands for.
+    static Error ofSystem(const std::filesystem::path& path, std::string_view what, int number = errno);
 
     Kind kind() const { return m_kind; }
 

@@ -12,8 +12,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <random>
 #include <string_view>
 #include <system_error>
@@ -39,31 +37,21 @@ void diskStep() {
     }
 }
 
-[[noreturn]] void fail(const char* what, const fs::path& path, int error) {
-    throw Error(kindOfErrno(error), fmt::format("{}: {}: {}", path.string(), what, std::strerror(error)));
-}
-
 void check(const char* what, const fs::path& path, const std::error_code& error) {
     if (error) {
-        fail(what, path, error.value());
+        throw Error::ofSystem(path, what, error.value());
     }
 }
 
 // Waits until a file, or a folder's list of names, is on the disk.
 void sync(const fs::path& path) {
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0) {
-        fail("cannot open", path, errno);
-    }
-    const int error = ::fsync(descriptor) == 0 ? 0 : errno;
-    ::close(descriptor);
-    if (error != 0) {
-        fail("cannot sync", path, error);
+    const Descriptor descriptor = openFile(path, O_RDONLY);
+    if (::fsync(descriptor.get()) != 0) {
+        throw Error::ofSystem(path, "cannot sync");
     }
 }
 
-// Of a folder in which something has just been put in place: there it is, whatever the disk says, and so must what is
-// answered.
+// The rename in this folder is visible already, so a failure to sync it must not be reported as a failed rename.
 void syncNames(const fs::path& folder) {
     try {
         sync(folder);
@@ -84,12 +72,11 @@ constexpr std::string_view SCRATCH_PREFIX = "halcyon-building-";
 constexpr std::size_t SCRATCH_DIGITS = 6;
 constexpr mode_t SCRATCH_MODE = S_IRWXU | S_ISVTX;
 
-// The descriptor that holds a folder's lock; -1 when somebody else holds it, or it is gone.
-int lock(const fs::path& folder) {
-    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor >= 0 && ::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
-        ::close(descriptor);
-        return -1;
+// Holds a folder's lock; not open if somebody else holds it, or the folder is gone.
+Descriptor lock(const fs::path& folder) {
+    Descriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (descriptor.isOpen() && ::flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
+        descriptor.reset();
     }
     return descriptor;
 }
@@ -102,18 +89,17 @@ fs::path makeScratch(const fs::path& parent) {
             return path;
         }
         if (errno != EEXIST) {
-            fail("cannot make a folder in", parent, errno);
+            throw Error::ofSystem(parent, "cannot make a folder there");
         }
     }
 }
 
 void removeAbandoned(const fs::path& parent) {
     for (const fs::path& member : membersOf(parent)) {
-        const int held = isScratch(member) ? lock(member) : -1;
-        if (held >= 0) {
+        const Descriptor held = isScratch(member) ? lock(member) : Descriptor();
+        if (held.isOpen()) {
             std::error_code ignored;
             fs::remove_all(member, ignored);
-            ::close(held);
         }
     }
 }
@@ -134,20 +120,49 @@ void onDiskStep(std::function<void()> hook) {
     diskStepHook() = std::move(hook);
 }
 
-std::string readFile(const fs::path& path) {
+bool pathExists(const fs::path& path) {
     std::error_code ignored;
-    if (fs::is_directory(path, ignored)) {
-        fail("cannot read", path, EISDIR);
+    return fs::exists(path, ignored);
+}
+
+bool isFolder(const fs::path& path) {
+    std::error_code ignored;
+    return fs::is_directory(path, ignored);
+}
+
+bool isRegularFile(const fs::path& path) {
+    std::error_code ignored;
+    return fs::is_regular_file(path, ignored);
+}
+
+bool removeFile(const fs::path& path) {
+    return ::unlink(path.c_str()) == 0;
+}
+
+fs::path temporaryFolder() {
+    std::error_code error;
+    const fs::path folder = fs::temp_directory_path(error);
+    if (error) {  // no file of the caller's is missing
+        throw Error(fmt::format("no folder for temporary files ({}); set TMPDIR", error.message()));
     }
-    std::ifstream file(path, std::ios::binary);
-    std::string text;
+    return folder;
+}
+
+void forEachBlock(const fs::path& path, const std::function<void(std::string_view)>& take) {
+    const Descriptor file = openFile(path, O_RDONLY);
     std::array<char, 65536> buffer;
-    while (file.read(buffer.data(), buffer.size()) || file.gcount() > 0) {
-        text.append(buffer.data(), static_cast<std::size_t>(file.gcount()));
+    ssize_t count = 0;
+    while ((count = ::read(file.get(), buffer.data(), buffer.size())) > 0) {
+        take({buffer.data(), static_cast<std::size_t>(count)});
     }
-    if (!file.eof()) {
-        fail("cannot read", path, errno);
+    if (count < 0) {
+        throw Error::ofSystem(path, "cannot read");
     }
+}
+
+std::string readFile(const fs::path& path) {
+    std::string text;
+    forEachBlock(path, [&](std::string_view block) { text += block; });
     return text;
 }
 
@@ -156,6 +171,13 @@ std::uint64_t sizeOf(const fs::path& path) {
     const std::uintmax_t size = fs::file_size(path, error);
     check("cannot read", path, error);
     return size;
+}
+
+fs::path absolutePath(const fs::path& path) {
+    std::error_code error;
+    fs::path absolute = fs::absolute(path, error);
+    check("cannot find the present folder for", path, error);
+    return absolute;
 }
 
 std::vector<fs::path> membersOf(const fs::path& folder) {
@@ -182,19 +204,17 @@ void makeFolders(const fs::path& folder) {
 void makePrivateFolder(const fs::path& folder) {
     makeFolders(folder.parent_path());
     if (::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
-        fail("cannot make the folder", folder, errno);
+        throw Error::ofSystem(folder, "cannot make the folder");
     }
 }
 
 void writeFile(const fs::path& path, const std::string& text) {
     diskStep();
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file << text;
-    file.close();
-    if (!file) {
-        fail("cannot write", path, errno);
+    const Descriptor file = openFile(path, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    writeAll(file, text, path);
+    if (::fsync(file.get()) != 0) {
+        throw Error::ofSystem(path, "cannot sync");
     }
-    sync(path);
 }
 
 void copyFile(const fs::path& from, const fs::path& to) {
@@ -202,10 +222,17 @@ void copyFile(const fs::path& from, const fs::path& to) {
     std::error_code error;
     fs::copy_file(from, to, fs::copy_options::overwrite_existing, error);
     if (error) {
-        throw Error(kindOfErrno(error.value()),
-                    fmt::format("{}: cannot copy to {}: {}", from.string(), to.string(), error.message()));
+        throw Error::ofSystem(from, fmt::format("cannot copy to {}", to.string()), error.value());
     }
     sync(to);
+}
+
+void copyPermissions(const fs::path& from, const fs::path& to) {
+    std::error_code error;
+    const fs::perms permissions = fs::status(from, error).permissions();
+    check("cannot read", from, error);
+    fs::permissions(to, permissions, error);
+    check("cannot set the permissions of", to, error);
 }
 
 bool putInPlace(const fs::path& built, const fs::path& target) {
@@ -215,21 +242,21 @@ bool putInPlace(const fs::path& built, const fs::path& target) {
         if (errno == ENOTEMPTY || errno == EEXIST) {
             return false;
         }
-        fail("cannot put in place", target, errno);
+        throw Error::ofSystem(target, "cannot put in place");
     }
     diskStep();
     syncNames(target.parent_path());
     return true;
 }
 
-void exchange(const fs::path& one, const fs::path& other) {
-    syncTree(one);
+void exchange(const fs::path& built, const fs::path& target) {
+    syncTree(built);
     diskStep();
-    if (::syscall(SYS_renameat2, AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) != 0) {
-        fail("cannot exchange", other, errno);
+    if (::syscall(SYS_renameat2, AT_FDCWD, built.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) {
+        throw Error::ofSystem(target, "cannot exchange");
     }
     diskStep();
-    syncNames(other.parent_path());
+    syncNames(target.parent_path());
 }
 
 // A folder belongs to who holds its lock, and to nobody after a kill. Who makes one may lose it to another process
@@ -237,25 +264,15 @@ void exchange(const fs::path& one, const fs::path& other) {
 ScratchFolder::ScratchFolder(const fs::path& parent) {
     makeFolders(parent);
     removeAbandoned(parent);
-    std::error_code ignored;
     do {
-        release();
         m_path = makeScratch(parent);
         m_lock = lock(m_path);
-    } while (m_lock < 0 || !fs::exists(m_path, ignored));
+    } while (!m_lock.isOpen() || !pathExists(m_path));
 }
 
 ScratchFolder::~ScratchFolder() {
     std::error_code ignored;
     fs::remove_all(m_path, ignored);
-    release();
-}
-
-void ScratchFolder::release() {
-    if (m_lock >= 0) {
-        ::close(m_lock);
-        m_lock = -1;
-    }
 }
 
 }  // namespace sim

@@ -6,20 +6,40 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "simulator/base/Descriptor.h"
 
 namespace sim {
 
 // Called before each step that changes what a restarted TV would find. Faults use it to cut the power there.
 void onDiskStep(std::function<void()> hook);
 
+// Whether something is there, links followed. A path that cannot be looked at is not there.
+bool pathExists(const std::filesystem::path& path);
+bool isFolder(const std::filesystem::path& path);
+bool isRegularFile(const std::filesystem::path& path);
+
+// Removes a file or a link. False: there is none, or it cannot be removed.
+bool removeFile(const std::filesystem::path& path);
+
 // Every function below throws Error, which names the path, when it fails.
+
+// Where temporary files belong: $TMPDIR, else /tmp.
+std::filesystem::path temporaryFolder();
+
+// Hands the bytes of a file on, block by block.
+void forEachBlock(const std::filesystem::path& path, const std::function<void(std::string_view)>& take);
 
 std::string readFile(const std::filesystem::path& path);
 
 std::uint64_t sizeOf(const std::filesystem::path& path);
 
-// The paths of what is directly in a folder, sorted; none where there is no folder.
+// The path from the root.
+std::filesystem::path absolutePath(const std::filesystem::path& path);
+
+// The paths of what is directly in a folder, sorted; none if there is no folder.
 std::vector<std::filesystem::path> membersOf(const std::filesystem::path& folder);
 
 // Makes a folder and those above it that are missing.
@@ -35,12 +55,15 @@ void writeFile(const std::filesystem::path& path, const std::string& text);
 // Copies a regular file and waits until the copy is on the disk.
 void copyFile(const std::filesystem::path& from, const std::filesystem::path& to);
 
+// Gives a file or folder the permissions of another.
+void copyPermissions(const std::filesystem::path& from, const std::filesystem::path& to);
+
 // Puts the file or folder at `built` in the place of `target`. Of a folder, `target` must not exist. False: `target` is
 // a folder that exists; nothing has changed.
 bool putInPlace(const std::filesystem::path& built, const std::filesystem::path& target);
 
-// Lets two folders change places in one step.
-void exchange(const std::filesystem::path& one, const std::filesystem::path& other);
+// Swaps two folders in one step. Both must be on one file system that can do so.
+void exchange(const std::filesystem::path& built, const std::filesystem::path& target);
 
 // Whether a path is that of a ScratchFolder, also of one that a killed process has left.
 bool isScratch(const std::filesystem::path& folder);
@@ -59,10 +82,8 @@ public:
     std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
 
 private:
-    void release();
-
     std::filesystem::path m_path;
-    int m_lock = -1;
+    Descriptor m_lock;
 };
 
 }  // namespace sim

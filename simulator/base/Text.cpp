@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "simulator/base/Error.h"
+
 namespace sim {
 
 namespace {
@@ -152,6 +154,16 @@ std::string didYouMean(std::string_view word, const std::vector<std::string>& ca
         }
     }
     return best.empty() ? "" : fmt::format("; did you mean {}?", inQuotes(best));
+}
+
+void requireName(std::string_view what, std::string_view text) {
+    constexpr std::size_t MAX_BYTES = 64;
+    constexpr char ALLOWED[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
+    if (text.empty() || text.size() > MAX_BYTES || text.front() == '.' ||
+        text.find_first_not_of(ALLOWED) != std::string_view::npos) {
+        throw Error(fmt::format("{} is no {}; use up to {} letters, digits, '.', '_' and '-', no '.' first",
+                                inQuotes(text), what, MAX_BYTES));
+    }
 }
 
 std::size_t columnsOf(std::string_view text) {

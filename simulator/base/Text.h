@@ -41,6 +41,10 @@ std::string inQuotes(std::string_view text);
 // "; did you mean 'x'?", where one of the candidates is near to a word; otherwise nothing.
 std::string didYouMean(std::string_view word, const std::vector<std::string>& candidates);
 
+// Throws Error unless a text can name an account or a snapshot (`what`): up to 64 letters, digits, '.', '_' and '-', no
+// '.' first.
+void requireName(std::string_view what, std::string_view text);
+
 // How many columns of a terminal a shown text takes.
 std::size_t columnsOf(std::string_view text);
 

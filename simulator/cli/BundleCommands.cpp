@@ -112,7 +112,7 @@ int show(const Place& place, const BundleOptions& options) {
 // On the TV that was asked for, or on this one if there is one.
 std::optional<sim::Prospect> prospectFor(const Place& place, const BundleOptions& options, const sim::Bundle& bundle) {
     const std::filesystem::path home = options.tv.empty() ? place.home : sim::normalised(options.tv);
-    if (options.tv.empty() && !std::filesystem::exists(home)) {
+    if (options.tv.empty() && !sim::pathExists(home)) {
         return std::nullopt;
     }
     return sim::prospectOf(bundle, sim::Tv(home, sim::Database::Access::Look));

@@ -122,7 +122,7 @@ sim::ServiceDb channelsFor(const Place& place, const std::string& file, std::opt
     if (file.empty()) {
         return sim::Tv(place.home, sim::Database::Access::Look).serviceDb();
     }
-    scratch.emplace(std::filesystem::temp_directory_path());
+    scratch.emplace(sim::temporaryFolder());
     sim::ServiceDb made(scratch->path());
     made.create([&](sim::ChannelSink& sink) { sim::readChannelList(file, sink); }, "");
     return made;

@@ -2,7 +2,6 @@
 #include <fmt/ranges.h>
 
 #include <csignal>
-#include <cstdio>
 #include <memory>
 
 #include "simulator/base/Error.h"
@@ -29,17 +28,6 @@ struct RunOptions {
     bool expectFaults = false;
     int wait = 0;  // seconds
 };
-
-using File = std::unique_ptr<std::FILE, decltype(&std::fclose)>;
-
-std::string content(std::FILE* file) {
-    std::rewind(file);
-    std::string text;
-    for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file)) {
-        text += static_cast<char>(c);
-    }
-    return text;
-}
 
 void printVerdict(const sim::RunReport& report) {
     const sim::Verdict& verdict = report.verdict;
@@ -173,17 +161,6 @@ sim::EndedProcess execute(const sim::Launch& launch) {
     return {application.id(), sim::describeEnd(application.wait())};
 }
 
-// What the application has said is told where it did not so much as start.
-sim::RunReport launchForwardingSignals(const Place& place, const sim::RunRequest& request, sim::Tv& tv,
-                                       const sim::FolderLock& lock, const sim::CloudStore& store, std::FILE* log) {
-    try {
-        return sim::launchAndJudge(request, tv, place.cloud, store, lock, &execute);
-    } catch (const sim::Error& error) {
-        throw sim::Error(error.kind(),
-                         log == nullptr ? error.what() : fmt::format("{}\n{}", error.what(), content(log)));
-    }
-}
-
 // The rules that have not fired since they had fired as often as in `before`.
 std::vector<std::string> silentRules(const sim::Tv& tv, const std::vector<sim::FaultRule>& before) {
     std::vector<std::string> silent;
@@ -207,10 +184,9 @@ int run(const Place& place, const RunOptions& options) {
     if (!request.backup.empty()) {
         request.backup = sim::chooseBackup(*store, request.backup, tv.account()).id;
     }
-    const File log(place.isQuiet ? std::tmpfile() : nullptr, &std::fclose);
-    request.errors = log ? ::fileno(log.get()) : -1;
+    request.isLogShown = !place.isQuiet;
     const std::vector<sim::FaultRule> rules = tv.faults().list();
-    const sim::RunReport report = launchForwardingSignals(place, request, tv, lock, *store, log.get());
+    const sim::RunReport report = sim::launchAndJudge(request, tv, place.cloud, *store, lock, &execute);
     const std::vector<sim::Moment> timeline =
         place.isVerbose ? sim::timelineOf(tv, report, {}) : std::vector<sim::Moment>();
     if (place.isJson) {
@@ -313,15 +289,17 @@ void addRunCommands(CLI::App& app, Action& chosen) {
     running->add_option("--backup", options->request.backup, "the backup to restore (default: the newest)");
     running->add_flag("--as-is", options->asIs, "launch it with what looks like a typing error, too");
     running->add_flag("--expect-faults", options->expectFaults, "end with 1 where a fault rule did not fire");
-    running->add_flag("--no-reply", options->request.noReply, "do not request a reply");
+    running->add_flag_callback(
+        "--no-reply", [options] { options->request.replyRequested = false; }, "do not request a reply");
     running->add_flag("--realtime", options->request.realtime, "wait for responses as long as on a TV");
     running->add_option("--wait", options->wait, "seconds to wait for a run that is under way on the TV")
         ->check(CLI::NonNegativeNumber);
     running->add_option("--keep", options->request.keep, "how many runs' records to keep, this one included")
         ->capture_default_str()
         ->check(CLI::PositiveNumber);
-    running->add_flag("--no-sandbox", options->request.noSandbox,
-                      "let the application write outside the TV and the cloud");
+    running->add_flag_callback(
+        "--no-sandbox", [options] { options->request.isConfined = false; },
+        "let the application write outside the TV and the cloud");
 
     const auto which = std::make_shared<RecordOptions>();
     CLI::App* recording = addCommand(app, "record", "Show what became of a run, with its calls and log in their order",

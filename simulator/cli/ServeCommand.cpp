@@ -4,6 +4,7 @@
 
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
 #include "simulator/web/Server.h"
@@ -22,7 +23,7 @@ int serve(const Place& place, Options options) {
     const std::filesystem::path folder = options.lab.empty() ? "" : sim::normalised(options.lab);
     options.serve.page = options.page;
     const sim::Lab lab(place.home, folder, place.cloud);
-    if (!folder.empty() && !std::filesystem::is_directory(folder)) {
+    if (!folder.empty() && !sim::isFolder(folder)) {
         throw sim::Error(sim::Error::Kind::Missing,
                          fmt::format("{}: no such folder; give the one that holds the TVs", folder.string()));
     }

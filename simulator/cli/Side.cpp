@@ -4,6 +4,7 @@
 
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/reports/CloudReport.h"
 
@@ -13,20 +14,14 @@ namespace cli {
 
 namespace {
 
-bool isFolder(const std::string& what) {
-    std::error_code error;
-    return fs::is_directory(what, error);
-}
-
 // The metadata that is known of a bundle file: as the failure folder has it, or as the store does.
 std::optional<std::string> metadataOf(const fs::path& bundle, const std::string& metadata) {
     if (!metadata.empty()) {
         return sim::readFile(metadata);
     }
-    std::error_code error;
     for (const fs::path& beside :
          {fs::path(bundle.string() + sim::application::METADATA_SUFFIX), bundle.parent_path() / "metadata.json"}) {
-        if (fs::is_regular_file(beside, error)) {
+        if (sim::isRegularFile(beside)) {
             return sim::readFile(beside);
         }
     }
@@ -44,11 +39,10 @@ std::string accountOf(const Place& place) {
 }
 
 NamedBundle chooseBundle(const Place& place, const std::string& what, const std::string& metadata) {
-    std::error_code error;
-    if (!what.empty() && fs::is_regular_file(what, error)) {
+    if (!what.empty() && sim::isRegularFile(what)) {
         return {what, std::nullopt, sim::Bundle(what, metadataOf(what, metadata))};
     }
-    if (what.find('.') != std::string::npos || isFolder(what)) {
+    if (what.find('.') != std::string::npos || sim::isFolder(what)) {
         throw sim::Error(
             sim::Error::Kind::Missing,
             fmt::format("{}: no such bundle file; give a file, or a backup's id of halcyon-tv cloud list", what));
@@ -59,7 +53,7 @@ NamedBundle chooseBundle(const Place& place, const std::string& what, const std:
 }
 
 Side chooseSide(const Place& place, const std::string& what) {
-    if (isFolder(what)) {
+    if (sim::isFolder(what)) {
         return {what, sim::Tv(sim::normalised(what), sim::Database::Access::Look).setup()};
     }
     const NamedBundle named = chooseBundle(place, what, "");

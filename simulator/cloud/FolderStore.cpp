@@ -29,11 +29,6 @@ std::optional<std::uint64_t> numberOf(const std::string& id) {
     return hasForm ? toNumber<std::uint64_t>(id) : std::nullopt;
 }
 
-bool isFolder(const fs::path& path) {
-    std::error_code ignored;
-    return fs::is_directory(path, ignored);
-}
-
 // Oldest first.
 std::vector<std::string> backupIds(const fs::path& category) {
     std::vector<std::string> ids;

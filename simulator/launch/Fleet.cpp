@@ -4,17 +4,11 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <json/value.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
-#include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -46,10 +40,7 @@ public:
         : m_path(request.folder / NOTES),
           m_title(fmt::format("[\"{}\",{}]", toUtf8(fmt::format("{}", fmt::join(request.extras, " "))), request.tvs)) {
         readNotes();
-        m_file.reset(std::fopen(m_path.c_str(), m_runs.empty() ? "we" : "ae"));
-        if (!m_file) {
-            fail();
-        }
+        m_file = openFile(m_path, O_WRONLY | O_CREAT | (m_runs.empty() ? O_TRUNC : O_APPEND), 0666);
         if (m_runs.empty()) {
             add(m_title);
         }
@@ -67,20 +58,16 @@ public:
         add(writeJson(line));
     }
 
-    void end() {
-        m_file.reset();
-        std::error_code ignored;
-        fs::remove(m_path, ignored);
-    }
+    void end() { removeFile(m_path); }
 
 private:
     void readNotes() {
-        std::ifstream notes(m_path);
-        std::string line;
-        if (!std::getline(notes, line) || line != m_title) {
+        const std::vector<std::string> lines =
+            pathExists(m_path) ? split(readFile(m_path), '\n') : std::vector<std::string>();
+        if (lines.empty() || lines.front() != m_title) {
             return;  // there is none, or it is of another round
         }
-        while (std::getline(notes, line)) {
+        for (const std::string& line : lines) {
             Json::Value value;
             if (parseJson(line, value) && value.isObject() && value["tv"].isString()) {
                 const std::optional<Outcome> outcome = fromName<Outcome>(value["outcome"].asString());
@@ -90,40 +77,15 @@ private:
         }
     }
 
-    void add(const std::string& line) {
-        if (std::fputs((line + "\n").c_str(), m_file.get()) < 0 || std::fflush(m_file.get()) != 0) {
-            fail();
-        }
-    }
+    void add(const std::string& line) { writeAll(m_file, line + "\n", m_path); }
 
-    [[noreturn]] void fail() const {
-        throw Error(kindOfErrno(errno), fmt::format("{}: cannot write: {}", m_path.string(), std::strerror(errno)));
-    }
-
-    struct Close {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
     fs::path m_path;
     std::string m_title;
     std::map<std::string, FleetRun> m_runs;
-    std::unique_ptr<std::FILE, Close> m_file;
+    Descriptor m_file;
 };
 
-// The application's output goes nowhere: what it logs is in the record of its run.
-class Nowhere {
-public:
-    Nowhere() : m_descriptor(::open("/dev/null", O_WRONLY | O_CLOEXEC)) {}
-    ~Nowhere() { ::close(m_descriptor); }
-    Nowhere(const Nowhere&) = delete;
-    Nowhere& operator=(const Nowhere&) = delete;
-
-    int descriptor() const { return m_descriptor; }
-
-private:
-    int m_descriptor;
-};
-
-FleetRun runOne(const FleetRequest& request, const std::string& cloud, const std::string& name, int errors) {
+FleetRun runOne(const FleetRequest& request, const std::string& cloud, const std::string& name) {
     FleetRun run;
     run.tv = name;
     const auto timed = [&](const Launch& launch) {
@@ -140,11 +102,10 @@ FleetRun runOne(const FleetRequest& request, const std::string& cloud, const std
         Tv tv(home);
         RunRequest wanted;
         wanted.extras = request.extras;
-        wanted.errors = errors;
         const RunReport report = launchAndJudge(wanted, tv, cloud, *openCloud(cloud), lock, timed);
         run.outcome = report.verdict.outcome;
         run.why = report.verdict.why;
-    } catch (const Error& error) {
+    } catch (const std::exception& error) {
         run.outcome = Outcome::Failed;
         run.why = error.what();
     }
@@ -166,14 +127,14 @@ public:
                         m_request.folder / name, [&](ChannelSink& sink) { m_channels->copyTo(sink); }, name,
                         std::nullopt, name);
                 }
-                const FleetRun run = runOne(m_request, m_cloud, name, m_nowhere.descriptor());
+                const FleetRun run = runOne(m_request, m_cloud, name);
                 const std::lock_guard guard(m_mutex);
                 m_round.add(run);
                 m_progress(m_round.runs().size(), m_request.tvs);
             }
-        } catch (const Error& error) {
+        } catch (const std::exception& error) {  // a thread must not end by one
             const std::lock_guard guard(m_mutex);
-            m_failure = error;
+            m_failure = Error(error.what());
         }
     }
 
@@ -193,7 +154,7 @@ public:
     }
 
 private:
-    bool isThere(const std::string& name) const { return fs::exists(m_request.folder / name); }
+    bool isThere(const std::string& name) const { return pathExists(m_request.folder / name); }
 
     // The next TV that has no run yet; empty: there is none, or none shall begin any more.
     std::string takeNext() {
@@ -214,7 +175,6 @@ private:
     const FleetRequest& m_request;
     std::string m_cloud;
     const FleetProgress& m_progress;
-    Nowhere m_nowhere;
     std::mutex m_mutex;  // of what follows
     Round m_round;
     std::optional<ServiceDb> m_channels;

@@ -16,11 +16,11 @@ struct RunRequest {
     std::vector<std::string> extras;  // of the launch request, key=value each
     std::string backup;               // that the cloud shall hand out; empty: the newest
     bool refuseDuplicates = false;
-    bool noReply = false;
+    bool replyRequested = true;
     bool realtime = false;
-    bool noSandbox = false;
+    bool isConfined = true;
+    bool isLogShown = false;  // on standard error, while it runs; its record has the log in any case
     int keep = limits::RUNS_KEPT;
-    int errors = -1;  // descriptor that gets what the application prints; -1: this process's own
 };
 
 // Launches the program, waits for its end, and says how it was.
@@ -32,7 +32,8 @@ using Execute = std::function<EndedProcess(const Launch&)>;
 EndedProcess execute(const Launch& launch);
 
 // Launches the application on a TV whose lock is held, gives the verdict on what it has made of the TV and the store at
-// `cloud`, and keeps that with the run's record. Throws Error, also where no run began.
+// `cloud`, and keeps that with the run's record. Throws Error; if no run began, with what the
+// application has printed.
 RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& cloud, const CloudStore& store,
                          const FolderLock& lock, const Execute& execute);
 

@@ -76,7 +76,7 @@ std::vector<Json::Value> settingsOf(const std::string& text) {
 }  // namespace
 
 Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata)
-    : m_scratch(std::make_unique<ScratchFolder>(fs::temp_directory_path())),
+    : m_scratch(std::make_unique<ScratchFolder>(temporaryFolder())),
       m_metadataText(std::move(metadata)),
       m_favourites(application::FAVOURITE_LISTS) {
     for (const Name<Item>& item : NAMES<Item>) {

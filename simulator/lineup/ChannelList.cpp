@@ -3,15 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <functional>
 #include <optional>
 #include <string_view>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 #include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 
@@ -210,25 +207,34 @@ private:
 
 // The lines of a file, which may be a pipe, or a device without an end. Throws Error beyond the limits.
 void forEachLine(const std::filesystem::path& file, const std::function<void(std::string)>& take) {
-    std::error_code ignored;
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream || std::filesystem::is_directory(file, ignored)) {
-        const int error = stream ? EISDIR : errno;
-        throw Error(kindOfErrno(error), fmt::format("{}: cannot read: {}", file.string(), std::strerror(error)));
-    }
     constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
-    std::array<char, limits::CHANNEL_LINE_BYTES + 2> buffer;  // with its line break and an end
+    std::string line;
     std::uint64_t total = 0;
-    while (stream.getline(buffer.data(), buffer.size()) || stream.gcount() > 0) {
-        const auto length = static_cast<std::size_t>(stream.gcount());
-        limits::require(fmt::format("{}: bytes of a line", file.string()), length, limits::CHANNEL_LINE_BYTES);
-        limits::require(fmt::format("{}: bytes", file.string()), total + length, limits::CHANNEL_LIST_BYTES);
-        std::string line(buffer.data(), stream.eof() ? length : length - 1);
-        if (total == 0 && line.compare(0, BYTE_ORDER_MARK.size(), BYTE_ORDER_MARK) == 0) {
-            line.erase(0, BYTE_ORDER_MARK.size());
+    bool isFirst = true;
+    const auto finishLine = [&] {
+        const bool hasMark = isFirst && line.compare(0, BYTE_ORDER_MARK.size(), BYTE_ORDER_MARK) == 0;
+        take(hasMark ? line.substr(BYTE_ORDER_MARK.size()) : line);
+        isFirst = false;
+        line.clear();
+    };
+    forEachBlock(file, [&](std::string_view block) {
+        total += block.size();
+        limits::require(fmt::format("{}: bytes", file.string()), total, limits::CHANNEL_LIST_BYTES);
+        for (std::size_t end = block.find('\n'); !block.empty(); end = block.find('\n')) {
+            line += block.substr(0, end);
+            if (line.size() > limits::CHANNEL_LINE_BYTES) {
+                limits::require(fmt::format("{}: bytes of a line", file.string()), line.size(),
+                                limits::CHANNEL_LINE_BYTES);
+            }
+            if (end == std::string_view::npos) {
+                return;
+            }
+            finishLine();
+            block.remove_prefix(end + 1);
         }
-        total += length;
-        take(std::move(line));
+    });
+    if (!line.empty()) {
+        finishLine();
     }
 }
 

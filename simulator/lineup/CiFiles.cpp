@@ -34,12 +34,12 @@ CiFiles::Digests CiFiles::digests() const {
 }
 
 std::list<std::string> CiFiles::paths() const {
-    if (!fs::is_directory(m_folder)) {
+    if (!isFolder(m_folder)) {
         throw Error(Error::Kind::Missing, fmt::format("{}: the CI module's folder is not there", m_folder.string()));
     }
     std::list<std::string> paths;
     for (const fs::path& member : membersOf(m_folder)) {
-        paths.push_back(fs::absolute(member));
+        paths.push_back(absolutePath(member));
     }
     return paths;
 }
@@ -48,21 +48,19 @@ bool CiFiles::takeOver(const std::list<std::string>& paths) const {
     try {
         const ScratchFolder scratch(m_folder.parent_path());
         const fs::path built = scratch / "ci";
-        fs::create_directory(built);
+        makeFolders(built);
         for (const std::string& path : this->paths()) {
             copyFile(path, built / fs::path(path).filename());
         }
         for (const std::string& path : paths) {
-            if (!fs::is_regular_file(path)) {
+            if (!isRegularFile(path)) {
                 return false;
             }
             copyFile(path, built / fs::path(path).filename());
         }
-        fs::permissions(built, fs::status(m_folder).permissions());
+        copyPermissions(m_folder, built);
         exchange(built, m_folder);
     } catch (const Error&) {
-        return false;
-    } catch (const fs::filesystem_error&) {
         return false;
     }
     return true;

@@ -43,7 +43,7 @@ BackupName chooseBackup(const CloudStore& store, const std::string& id, const st
 }
 
 FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name) {
-    const ScratchFolder scratch(std::filesystem::temp_directory_path());
+    const ScratchFolder scratch(temporaryFolder());
     StoredBackup backup = store.fetch(name, scratch.path());
     if (!backup.damage.empty()) {
         throw Error(Error::Kind::Damaged, fmt::format("backup {} is damaged: {}", backup.id, backup.damage));

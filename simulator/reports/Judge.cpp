@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Bundle.h"
@@ -219,8 +220,7 @@ std::string messageOf(const LogRecord& record) {
 // What the application kept of what the cloud delivered, where that is not what the cloud holds.
 std::optional<Reason> damageOnTheWay(const Evidence& evidence) {
     const fs::path kept = evidence.tv.home() / application::FAILURE_FOLDER / evidence.backup->name;
-    std::error_code error;
-    if (!fs::is_regular_file(kept, error)) {
+    if (!isRegularFile(kept)) {
         return std::nullopt;
     }
     const std::vector<std::string> problems = Bundle(kept, evidence.backup->metadata).fatalProblems();

@@ -19,16 +19,6 @@ namespace {
 constexpr char SNAPSHOTS[] = "snapshots";
 constexpr char DATABASE[] = "tv.db";
 
-void requireName(const std::string& name) {
-    constexpr std::size_t LONGEST = 64;
-    constexpr char ALLOWED[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
-    if (name.empty() || name.size() > LONGEST || name.front() == '.' ||
-        name.find_first_not_of(ALLOWED) != std::string::npos) {
-        throw Error(fmt::format("{} is no name for a snapshot: up to {} letters, digits, '.', '_', '-'", inQuotes(name),
-                                LONGEST));
-    }
-}
-
 // A second name for a file that is only ever replaced, never written to; a copy where the file system has no links.
 void share(const fs::path& from, const fs::path& to) {
     std::error_code error;
@@ -41,22 +31,22 @@ void share(const fs::path& from, const fs::path& to) {
 // Copies what is below a folder, if there is one, file by file with `copy`.
 template <typename Copy>
 void copyTree(const fs::path& from, const fs::path& to, Copy copy) {
-    std::error_code error;
-    if (!fs::is_directory(from, error)) {
+    if (!isFolder(from)) {
         return;
     }
     makePrivateFolder(to);
     for (const fs::path& member : membersOf(from)) {
         const fs::path target = to / member.filename();
-        if (fs::is_symlink(member, error)) {
-            fs::copy_symlink(member, target, error);
-        } else if (fs::is_directory(member, error)) {
+        std::error_code ignored;
+        if (fs::is_symlink(member, ignored)) {
+            fs::copy_symlink(member, target, ignored);
+        } else if (isFolder(member)) {
             copyTree(member, target, copy);
         } else {
             copy(member, target);
         }
     }
-    fs::permissions(to, fs::status(from).permissions(), error);
+    copyPermissions(from, to);
 }
 
 // All of a TV but its snapshots. Its own databases and files are only ever replaced whole; what the application has
@@ -74,7 +64,7 @@ void copyTv(const fs::path& from, const fs::path& to) {
 }  // namespace
 
 void saveSnapshot(const fs::path& home, const std::string& name) {
-    requireName(name);
+    requireName("name for a snapshot", name);
     makePrivateFolder(home / SNAPSHOTS);
     const ScratchFolder scratch(home / SNAPSHOTS);
     const fs::path built = scratch / "tv";
@@ -109,7 +99,7 @@ void resetTo(const fs::path& home, const std::string& name) {
 std::vector<std::string> snapshotsOf(const fs::path& home) {
     std::vector<std::string> names;
     for (const fs::path& member : membersOf(home / SNAPSHOTS)) {
-        if (fs::exists(member / DATABASE)) {
+        if (pathExists(member / DATABASE)) {
             names.push_back(member.filename());
         }
     }

@@ -58,14 +58,14 @@ fs::path pendingOf(const fs::path& home) {
 }
 
 void requireTv(const fs::path& home) {
-    std::error_code error;
-    if (!fs::exists(databaseOf(home), error)) {
+    if (!pathExists(databaseOf(home))) {
         throw Error(Error::Kind::Missing,
                     fmt::format("no TV at {}; make one with: halcyon-tv --home '{}' init --channels FILE",
                                 home.string(), home.string()));
     }
     // The application opens its working folder to everybody; a link planted there would lead it anywhere.
     constexpr auto OTHERS = fs::perms::group_write | fs::perms::others_write;
+    std::error_code error;
     if ((fs::status(home, error).permissions() & OTHERS) != fs::perms::none) {
         throw Error(fmt::format("others can write to the TV at {}; close it with: chmod go-w '{}'", home.string(),
                                 home.string()));
@@ -151,7 +151,7 @@ FolderLock lockTv(const fs::path& home, std::chrono::milliseconds patience) {
 
 void Tv::create(const fs::path& home, const ChannelSource& list, const std::string& serial,
                 const std::optional<std::time_t>& time, const std::string& account) {
-    requireAccount(account);
+    requireName("account", account);
     if (home.string().size() > limits::HOME_PATH_BYTES) {
         throw Error(fmt::format("the path of a TV home has at most {} bytes, and {} has {}", limits::HOME_PATH_BYTES,
                                 inQuotes(home.string()), home.string().size()));
@@ -266,7 +266,7 @@ std::string Tv::account() const {
 }
 
 void Tv::setAccount(const std::string& account) {
-    requireAccount(account);
+    requireName("account", account);
     m_database.change("UPDATE state SET account = ?", account);
 }
 

@@ -7,8 +7,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <random>
 
 #include "simulator/base/Error.h"
@@ -71,14 +69,8 @@ std::string tokenIn(const std::string& file) {
         }
         return readFile(file);
     }
-    const int descriptor = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     std::string token = makeToken();
-    const bool isWritten =
-        descriptor >= 0 && ::write(descriptor, token.data(), token.size()) == static_cast<ssize_t>(token.size());
-    if (!isWritten) {
-        throw Error(kindOfErrno(errno), fmt::format("{}: cannot write: {}", file, std::strerror(errno)));
-    }
-    ::close(descriptor);
+    writeAll(openFile(file, O_WRONLY | O_CREAT | O_EXCL, 0600), token, file);
     return token;
 }
 

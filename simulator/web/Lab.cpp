@@ -13,8 +13,7 @@ namespace sim {
 namespace {
 
 bool isTv(const fs::path& folder) {
-    std::error_code error;
-    return fs::is_regular_file(folder / "tv.db", error);
+    return isRegularFile(folder / "tv.db");
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 // Runs: launching the application, what became of it, and the timeline.
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 
@@ -71,7 +69,7 @@ RunRequest requestIn(const Json::Value& body, const CloudStore& store, const std
     if (operation != "backup" && operation != "restore") {
         throw Error(fmt::format("the operation is backup or restore, not {}", inQuotes(operation)));
     }
-    request.noReply = !flag(body, "reply");
+    request.replyRequested = flag(body, "reply");
     request.realtime = flag(body, "realtime");
     if (operation == "restore") {
         request.extras = {fmt::format("{}=restore", application::OPERATION),
@@ -82,20 +80,16 @@ RunRequest requestIn(const Json::Value& body, const CloudStore& store, const std
     return request;
 }
 
-// The application's output goes nowhere: the log is in the record.
 Json::Value launch(const Lab& lab, const ApiRequest& request) {
     const std::filesystem::path home = lab.homeOf(request.parts[0]);
     const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
-    RunRequest wanted = requestIn(request.body, *store, Tv(home, Database::Access::Look).account());
+    const RunRequest wanted = requestIn(request.body, *store, Tv(home, Database::Access::Look).account());
     const FolderLock lock = lockTv(home, std::chrono::seconds(0));
     if (request.body["operation"] == "restore") {
         saveSnapshot(home, BEFORE_RUN);
     }
     Tv tv(home);
-    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-    wanted.errors = nowhere;
     const RunReport report = launchAndJudge(wanted, tv, lab.cloud(), *store, lock, &execute);
-    ::close(nowhere);
     return withTimeline(tv, report);
 }
 

@@ -1,0 +1,35 @@
+#include "simulator/base/Descriptor.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "simulator/base/Error.h"
+
+namespace sim {
+
+void Descriptor::reset() {
+    if (isOpen()) {
+        ::close(m_descriptor);
+        m_descriptor = -1;
+    }
+}
+
+Descriptor openFile(const std::filesystem::path& path, int flags, mode_t mode) {
+    Descriptor descriptor(::open(path.c_str(), flags | O_CLOEXEC, mode));
+    if (!descriptor.isOpen()) {
+        throw Error::ofSystem(path, (flags & O_ACCMODE) == O_RDONLY ? "cannot read" : "cannot write");
+    }
+    return descriptor;
+}
+
+void writeAll(const Descriptor& descriptor, std::string_view bytes, const std::filesystem::path& path) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(descriptor.get(), bytes.data(), bytes.size());
+        if (written < 0 && errno != EINTR) {
+            throw Error::ofSystem(path, "cannot write");
+        }
+        bytes.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
+    }
+}
+
+}  // namespace sim

@@ -1,0 +1,39 @@
+// The owner of a file descriptor.
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <string_view>
+#include <utility>
+
+namespace sim {
+
+// Closes its descriptor at the end of the scope; -1 stands for none.
+class Descriptor {
+public:
+    explicit Descriptor(int descriptor = -1) : m_descriptor(descriptor) {}
+    Descriptor(Descriptor&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(m_descriptor, other.m_descriptor);
+        return *this;
+    }
+    ~Descriptor() { reset(); }
+
+    int get() const { return m_descriptor; }
+    bool isOpen() const { return m_descriptor >= 0; }
+
+    // Closes it now.
+    void reset();
+
+private:
+    int m_descriptor;
+};
+
+// Opens a file, with O_CLOEXEC beside `flags`. Throws Error.
+Descriptor openFile(const std::filesystem::path& path, int flags, mode_t mode = 0);
+
+// Writes all bytes at the descriptor's place; `path` is for the message. Throws Error.
+void writeAll(const Descriptor& descriptor, std::string_view bytes, const std::filesystem::path& path);
+
+}  // namespace sim
