@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs fuzz targets side by side, each in a folder of its own that it is confined to, from seeds that a simulated TV makes.
-#   fuzz.sh BIN TARGETS-BIN SECONDS TARGET...
+#   run.sh BIN TARGETS-BIN SECONDS TARGET...
 # BIN has halcyon-tv, TARGETS-BIN the fuzz targets.
 # What is found stays in build/fuzz-findings/; exit code 1 then.
 set -euo pipefail

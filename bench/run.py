@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures the programs beside their peers, in turns, and writes what came out to docs/bench/.
 
-usage: bench.py BIN [--rounds N] [--services N] [--most N] [--output FOLDER]
+usage: run.py BIN [--rounds N] [--services N] [--most N] [--output FOLDER]
 
   --rounds N        how often each command takes its turn (5)
   --services N      at which the verbs of halcyon-tv are timed (50000)

@@ -24,7 +24,7 @@ STORES = [("folder", None), ("1 OSD in memory, 1 gateway", ()),
 def tv(*words, check=True):
     answer = subprocess.run(["halcyon-tv", *map(str, words)], text=True, capture_output=True)
     if check and answer.returncode != 0:
-        sys.exit(f"bench-cloud: halcyon-tv {words}: {answer.returncode}\n{answer.stdout}{answer.stderr}")
+        sys.exit(f"bench cloud: halcyon-tv {words}: {answer.returncode}\n{answer.stdout}{answer.stderr}")
     return answer.stdout
 
 
