@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What a fleet of TVs costs on each kind of cloud store, side by side, and what a backup costs when there are many already.
+"""What a fleet of TVs costs on each kind of cloud store, and what a backup costs if there are many already.
 
 Prints tables in Markdown. Requests are counted by the store's own gateways."""
 import argparse
@@ -41,10 +41,13 @@ class Store:
 
     def requests(self):
         """That the gateways have answered so far."""
+        if not self.cluster:
+            return 0
         total = 0
-        for socket in (self.cluster.folder / "run").glob("client.rgw.*.asok") if self.cluster else ():
+        environment = dict(os.environ, CEPH_CONF=str(self.cluster.folder / "ceph.conf"))
+        for socket in (self.cluster.folder / "run").glob("client.rgw.*.asok"):
             dump = subprocess.run(["ceph", "--admin-daemon", socket, "perf", "dump", "rgw"], check=True, text=True,
-                                  capture_output=True, env=dict(os.environ, CEPH_CONF=str(self.cluster.folder / "ceph.conf")))
+                                  capture_output=True, env=environment)
             total += json.loads(dump.stdout)["rgw"]["req"]
         return total
 
@@ -64,15 +67,15 @@ def bench_fleet(arguments):
             try:
                 for operation in "backup", "restore":
                     before = store.requests()
-                    report = json.loads(tv("fleet", "run", "--tvs", arguments.tvs, "--jobs", arguments.jobs, "--lab", folder / "lab",
-                                           "--cloud", store.place, "--channels", arguments.channels, "--json",
-                                           f"operation={operation}"))
+                    report = json.loads(tv("fleet", "run", "--tvs", arguments.tvs, "--jobs", arguments.jobs,
+                                           "--lab", folder / "lab", "--cloud", store.place,
+                                           "--channels", arguments.channels, "--json", f"operation={operation}"))
                     requests = (store.requests() - before) / arguments.tvs
-                    times = report["secondsOfARun"]
-                    milliseconds = " | ".join(f"{times[each] * 1000:.0f} ms" for each in ("p50", "p90", "p99", "longest"))
-                    print(f"| {name} | {operation} | {report['runsNow'] / report['seconds']:.1f} | {milliseconds} | "
-                          f"{requests:.2f} |" if options is not None else
-                          f"| {name} | {operation} | {report['runsNow'] / report['seconds']:.1f} | {milliseconds} | none |", flush=True)
+                    times = [report["secondsOfARun"][each] for each in ("p50", "p90", "p99", "longest")]
+                    cells = [name, operation, f"{report['runsNow'] / report['seconds']:.1f}",
+                             *(f"{seconds * 1000:.0f} ms" for seconds in times),
+                             f"{requests:.2f}" if store.cluster else "none"]
+                    print(f"| {' | '.join(cells)} |", flush=True)
             finally:
                 store.stop()
     print("\nOf the requests, one a run is the verdict's, which reads the backup back.\n")
@@ -85,9 +88,10 @@ def fill(cluster, key, count):
         body.flush()
         user = f"{os.environ['AWS_ACCESS_KEY_ID']}:{os.environ['AWS_SECRET_ACCESS_KEY']}"
         folder = key.rsplit("/", 1)[0]
-        subprocess.run(["curl", "--silent", "--show-error", "--fail", "--aws-sigv4", "aws:amz:default:s3", "--user", user,
-                        "--header", "x-amz-content-sha256: UNSIGNED-PAYLOAD", "--upload-file", body.name,
-                        f"{cluster.endpoints[0]}/{folder}/[00000002-{count:08}]-0badcafe"], check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(["curl", "--silent", "--show-error", "--fail", "--aws-sigv4", "aws:amz:default:s3",
+                        "--user", user, "--header", "x-amz-content-sha256: UNSIGNED-PAYLOAD",
+                        "--upload-file", body.name, f"{cluster.endpoints[0]}/{folder}/[00000002-{count:08}]-0badcafe"],
+                       check=True, stdout=subprocess.DEVNULL)
 
 
 def bench_growth(arguments):
@@ -113,13 +117,14 @@ def bench_growth(arguments):
                     tv("init", "--home", folder / name, "--channels", arguments.channels)
                 run("old")
                 backup = json.loads(tv("cloud", "list", "--json", "--cloud", store.place))["backups"][0]
-                fill(store.cluster, f"bench/{backup['account']}/{backup['clientId']}/{backup['category']}/{backup['id']}", count)
+                parts = (backup[part] for part in ("account", "clientId", "category", "id"))
+                fill(store.cluster, "/".join(["bench", *parts]), count)
                 run("old")  # and now it knows the end
                 print(f"| {count:,} | {run(*['old'] * REPEATS)} | {run(*fresh)} |", flush=True)
             finally:
                 store.stop()
-    print("\nOf the requests, one is the verdict's. The time is that of `halcyon-tv run`, verdict included, the median of "
-          f"{REPEATS}.")
+    print("\nOf the requests, one is the verdict's. The time is that of `halcyon-tv run`, verdict included, the median "
+          f"of {REPEATS}.")
 
 
 def main():

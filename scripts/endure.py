@@ -3,8 +3,9 @@
 
 usage: endure.py BIN [--runs N] [--megabytes N]
 
-Backs one TV up and restores it N times (default 1,000), and looks at what that leaves. Then backs up and restores a bundle of one
-megabyte, and one of N (default 1,024), and compares the application's peak memory. BIN is the folder of the programs.
+Backs one TV up and restores it N times (default 1,000), and looks at what that leaves. Then backs up and restores a
+bundle of one megabyte, and one of N (default 1,024), and compares the application's peak memory. BIN is the folder of
+the programs.
 """
 import argparse
 import os
@@ -44,8 +45,9 @@ class Tv:
 
     def files(self):
         """What is in the home, but for the database of the records: path and size."""
-        return sorted((os.path.relpath(os.path.join(folder, name), self.home), os.path.getsize(os.path.join(folder, name)))
-                      for folder, _, names in os.walk(self.home) for name in names if not name.startswith("tv.db"))
+        paths = (os.path.join(folder, name) for folder, _, names in os.walk(self.home) for name in names
+                 if not name.startswith("tv.db"))
+        return sorted((os.path.relpath(path, self.home), os.path.getsize(path)) for path in paths)
 
     def records(self):
         return sum(os.path.getsize(os.path.join(self.home, name)) for name in os.listdir(self.home)
@@ -65,8 +67,9 @@ def live_long(tv, runs):
         sys.exit(f"endure: the records have grown from {seen[1]} to {tv.records()} bytes")
     if tv.backups() != runs:
         sys.exit(f"endure: {runs} backups were made, and the cloud has {tv.backups()}")
-    print(f"{runs} backups and restores: records {seen[1] // 1024} KiB after {min(runs, 150)}, {tv.records() // 1024} KiB at the end; "
-          f"{len(tv.files())} other files, unchanged; {tv.backups()} backups in the cloud")
+    print(f"{runs} backups and restores: records {seen[1] // 1024} KiB after {min(runs, 150)}, "
+          f"{tv.records() // 1024} KiB at the end; {len(tv.files())} other files, unchanged; "
+          f"{tv.backups()} backups in the cloud")
 
 
 def peak_memory(tv, megabytes):

@@ -3,9 +3,9 @@
 
 usage: mutate.py [--most N] [--seed N] [--sweeps] [FILE...]
 
-FILE: sources to break (default: src/*.cpp). --most N tries only N of the changes, chosen by --seed. --sweeps runs the fault
-sweeps as well, which take most of the tests' time. It works in a copy of the tree in build/mutate/. Exit code 0, whatever
-survives: a survivor is a place to look at.
+FILE: sources to break (default: src/*.cpp). --most N tries only N of the changes, chosen by --seed. --sweeps runs the
+fault sweeps as well, which take most of the tests' time. It works in a copy of the tree in build/mutate/. Exit code 0,
+whatever survives: a survivor is a place to look at.
 """
 import argparse
 import glob
@@ -22,8 +22,9 @@ COPY = "build/mutate"
 CHANGES = [
     (r" == ", " != "), (r" != ", " == "), (r" < ", " <= "), (r" <= ", " < "), (r" > ", " >= "), (r" >= ", " > "),
     (r" && ", " || "), (r" \|\| ", " && "), (r" \+ ", " - "), (r" - ", " + "), (r"\+\+", "--"), (r"if \(!", "if ("),
-    (r"if \((?!!|const|auto|constexpr)", "if (!("), (r"return true;", "return false;"), (r"return false;", "return true;"),
-    (r"\bDETAIL\b", "PROGRESS"), (r"\bPROGRESS\b", "FAILURE"), (r"\bFAILURE\b", "PROGRESS"), (r"\b0\b", "1"), (r"\b1\b", "0"),
+    (r"if \((?!!|const|auto|constexpr)", "if (!("), (r"return true;", "return false;"),
+    (r"return false;", "return true;"), (r"\bDETAIL\b", "PROGRESS"), (r"\bPROGRESS\b", "FAILURE"),
+    (r"\bFAILURE\b", "PROGRESS"), (r"\b0\b", "1"), (r"\b1\b", "0"),
     (r"^(\s+)[\w.>:*-]+\([^;{}]*\);$", r"\1;"), (r"^(\s+)(break|continue);$", r"\1;"),
 ]
 
@@ -73,7 +74,8 @@ def is_noticed(sweeps):
 
 
 def copy_tree():
-    tracked = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], capture_output=True, text=True, check=True)
+    tracked = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], capture_output=True, text=True,
+                             check=True)
     for path in tracked.stdout.splitlines():
         if os.path.isfile(path):
             os.makedirs(os.path.dirname(os.path.join(COPY, path)) or COPY, exist_ok=True)

@@ -44,8 +44,8 @@ class Lab(Story):
 
     def serve(self):
         """Starts the server; the second time at the address that it had."""
-        self.server = subprocess.Popen(["halcyon-tv", "serve", "--lab", "lab", "--cloud", "cloud", "--port", str(self.port)],
-                                       cwd=self.folder, text=True, stdout=subprocess.PIPE)
+        words = ["halcyon-tv", "serve", "--lab", "lab", "--cloud", "cloud", "--port", str(self.port)]
+        self.server = subprocess.Popen(words, cwd=self.folder, text=True, stdout=subprocess.PIPE)
         self.addCleanup(self.stop)
         self.address = self.server.stdout.readline().strip()
         self.origin, self.token = self.address.split("/#")

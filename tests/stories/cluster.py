@@ -52,7 +52,7 @@ class Cluster:
 
 
 class TwoTvs(Story):
-    """TV a with a list of its own and TV b fresh from the factory, over a place of the test's own in the bucket `lab`."""
+    """TV a with a list of its own and TV b fresh from the factory, over a place of its own in the bucket `lab`."""
 
     def setUp(self):
         super().setUp()

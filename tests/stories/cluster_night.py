@@ -28,8 +28,8 @@ def setUpModule():
 
 
 class Proxy:
-    """Stands before an endpoint. On the first connection where so many bytes go `way`, the byte HALF meets `fault`: what that
-    gives goes on in its place, or nothing ever again where it gives None."""
+    """Stands before an endpoint. On the first connection where so many bytes go `way`, the byte HALF meets `fault`:
+    what that gives goes on in its place, or nothing ever again if it gives None."""
 
     def __init__(self, endpoint, way, fault):
         self.target = "127.0.0.1", urllib.parse.urlsplit(endpoint).port
@@ -263,13 +263,15 @@ class Stories(TwoTvs):
     def test_an_encrypted_store_is_trusted_for_its_authority_alone(self):
         signed = "-CA authority.pem -CAkey authority.key -addext subjectAltName=IP:127.0.0.1"
         for name, options in ("authority", ""), ("stranger", ""), ("store", signed):
-            words = f"openssl req -x509 -newkey rsa:2048 -nodes -subj /CN={name} -keyout {name}.key -out {name}.pem {options}"
+            files = f"-keyout {name}.key -out {name}.pem"
+            words = f"openssl req -x509 -newkey rsa:2048 -nodes -subj /CN={name} {files} {options}"
             subprocess.run(words.split(), cwd=self.folder, check=True, capture_output=True)
         both = self.folder / "both.pem"
         both.write_bytes(b"".join((self.folder / name).read_bytes() for name in ("store.pem", "store.key")))
         encrypted = Cluster("--certificate", both)
         self.addCleanup(encrypted.stop)
-        with unittest.mock.patch.dict(os.environ, encrypted.environment, AWS_CA_BUNDLE=str(self.folder / "authority.pem")):
+        authority = str(self.folder / "authority.pem")
+        with unittest.mock.patch.dict(os.environ, encrypted.environment, AWS_CA_BUNDLE=authority):
             encrypted.create("lab")
             one = self.backup()["backup"]
             with unittest.mock.patch.dict(os.environ, AWS_CA_BUNDLE=str(self.folder / "stranger.pem")):

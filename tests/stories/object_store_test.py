@@ -27,7 +27,8 @@ class Contract(unittest.TestCase):
 
 class Stories(TwoTvs):
     def key(self, backup):
-        return f"{self.cloud.removeprefix('s3://')}/{backup['account']}/{backup['clientId']}/{backup['category']}/{backup['id']}"
+        parts = (backup[part] for part in ("account", "clientId", "category", "id"))
+        return "/".join([self.cloud.removeprefix("s3://"), *parts])
 
     def backups(self, tv):
         return tv.tv("cloud", "list", "--json").json["backups"]
@@ -56,7 +57,8 @@ class Stories(TwoTvs):
     def test_accounts_are_kept_apart(self):
         self.b.tv("set", "account", "neighbours")
         self.a.tv("run", "-q")
-        self.assertIn("there is no backup of the account neighbours", self.b.tv("run", "-q", "operation=restore", code=7).text)
+        answer = self.b.tv("run", "-q", "operation=restore", code=7)
+        self.assertIn("there is no backup of the account neighbours", answer.text)
         self.b.tv("run", "-q")
         self.b.tv("run", "-q", "operation=restore")
         self.assertEqual([each["account"] for each in self.backups(self.a)], ["default", "neighbours"])
@@ -110,8 +112,8 @@ class Stories(TwoTvs):
         self.assertEqual(self.requests(self.a), ["LIST", "LIST", "PUT"])
 
     def test_what_is_no_place_is_told_before_anything_is_done(self):
-        for place, words in [("s3://", "a bucket's name is"), ("s3://A_B", "a bucket's name is"), ("s3://lab//x", "empty part"),
-                             ("http://lab/x", "its scheme is not s3")]:
+        for place, words in [("s3://", "a bucket's name is"), ("s3://A_B", "a bucket's name is"),
+                             ("s3://lab//x", "empty part"), ("http://lab/x", "its scheme is not s3")]:
             answer = Tv.tv(self.a, "--cloud", place, "run", code=3)
             self.assertIn(words, answer.errors)
             self.assertIn("give a folder, or s3://BUCKET[/PREFIX]", answer.errors)
@@ -121,12 +123,15 @@ class Stories(TwoTvs):
 
     def test_the_page_shows_it(self):
         self.a.tv("run", "-q")
-        server = subprocess.Popen(["halcyon-tv", "serve", "--home", "a", "--cloud", self.cloud, "--port", "0"], cwd=self.folder,
-                                  text=True, stdout=subprocess.PIPE)
+        server = subprocess.Popen(["halcyon-tv", "serve", "--home", "a", "--cloud", self.cloud, "--port", "0"],
+                                  cwd=self.folder, text=True, stdout=subprocess.PIPE)
         self.addCleanup(lambda: (server.terminate(), server.communicate()))
         origin, token = server.stdout.readline().strip().split("/#")
+
         def ask(path):
-            return json.load(urllib.request.urlopen(urllib.request.Request(origin + path, headers={"X-Halcyon-Token": token})))
+            request = urllib.request.Request(origin + path, headers={"X-Halcyon-Token": token})
+            return json.load(urllib.request.urlopen(request))
+
         backup, = ask("/api/cloud")["backups"]
         path = "/".join(backup[part] for part in ("account", "clientId", "category", "id"))
         self.assertTrue(ask(f"/api/cloud/{path}?tv=a")["isWhole"])

@@ -10,7 +10,8 @@ from browser import Page
 from halcyon import DATA
 
 CONTRAST = """
-const luminance = ([r, g, b]) => [r, g, b].map((c) => c / 255).map((c) => c <= 0.03928 ? c / 12.92 : ((c + 0.055) / 1.055) ** 2.4)
+const luminance = ([r, g, b]) => [r, g, b].map((c) => c / 255)
+  .map((c) => c <= 0.03928 ? c / 12.92 : ((c + 0.055) / 1.055) ** 2.4)
   .reduce((sum, c, i) => sum + c * [0.2126, 0.7152, 0.0722][i], 0);
 const parse = (text) => (text.match(/[\\d.]+/g) ?? []).map(Number);
 const behind = (element) => {
@@ -30,15 +31,18 @@ for (const element of document.querySelectorAll("body *")) {
   if (!back) continue;
   const [one, other] = [luminance(parse(getComputedStyle(element).color)), luminance(back)].sort((a, b) => b - a);
   const ratio = (one + 0.05) / (other + 0.05);
-  if (ratio < 4.5) low.push(`${ratio.toFixed(2)} ${element.tagName}.${element.className}: ${element.textContent.trim().slice(0, 40)}`);
+  const text = element.textContent.trim().slice(0, 40);
+  if (ratio < 4.5) low.push(`${ratio.toFixed(2)} ${element.tagName}.${element.className}: ${text}`);
 }
 return low;
 """
 
 UNNAMED = """
-return [...document.querySelectorAll("button, input, select, [role=listbox], [role=option], [role=switch], dialog")].filter((element) =>
-  element.checkVisibility() && !(element.textContent.trim() || element.getAttribute("aria-label") || element.labels?.length ||
-  element.getAttribute("aria-labelledby") || element.title)).map((element) => element.outerHTML);
+const named = "button, input, select, [role=listbox], [role=option], [role=switch], dialog";
+const name = (element) => element.textContent.trim() || element.getAttribute("aria-label") || element.labels?.length ||
+  element.getAttribute("aria-labelledby") || element.title;
+return [...document.querySelectorAll(named)].filter((element) => element.checkVisibility() && !name(element))
+  .map((element) => element.outerHTML);
 """
 
 
@@ -143,7 +147,8 @@ class Stories(Page):
     def test_fifty_thousand_channels_scroll(self):
         with open(self.folder / "long.conf", "w") as file:
             for i in range(50_000):
-                file.write(f"Channel {i}:{10_000 + i // 60}:HC23:S19.2E:22000:101=27:102:0:0:{i % 60 + 1}:1:{i // 60 + 1}:0\n")
+                file.write(f"Channel {i}:{10_000 + i // 60}:HC23:S19.2E:22000:101=27:102:0:0:"
+                           f"{i % 60 + 1}:1:{i // 60 + 1}:0\n")
         self.make("c", self.folder / "long.conf")
         self.browser.refresh()
         self.choose("c")
@@ -172,7 +177,8 @@ class Stories(Page):
             ActionChains(self.browser).send_keys(Keys.TAB).perform()
             reached.add(self.browser.execute_script(
                 "const e = document.activeElement; return e.matches('.event') ? 'event' : e.dataset.key ?? e.id"))
-        self.assertLessEqual({"backup", "restore", "rows", "search", "scan", "replay", "event", "file", "find-call"}, reached)
+        controls = {"backup", "restore", "rows", "search", "scan", "replay", "event", "file", "find-call"}
+        self.assertLessEqual(controls, reached)
         for width in 1024, 1280:
             self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
                                          {"width": width, "height": 800, "deviceScaleFactor": 1, "mobile": False})

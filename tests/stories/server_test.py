@@ -56,7 +56,8 @@ class Server(Story):
             self.refused(403, "/api/lab", Host=host)
             self.refused(403, "/", Host=host)
         self.assertEqual(self.ask("/api/lab", Origin=f"http://localhost:{self.port}")[0], 200)
-        for origin in ("null", "http://evil.example", f"https://localhost:{self.port}", "http://localhost:1", "file://"):
+        for origin in ("null", "http://evil.example", f"https://localhost:{self.port}", "http://localhost:1",
+                       "file://"):
             self.refused(403, "/api/tvs/a/runs", "POST", {"operation": "backup"}, Origin=origin)
 
     def test_data_is_for_who_has_the_token(self):
@@ -86,9 +87,10 @@ class Server(Story):
         self.assertEqual(self.tv.tv("status", "--json").json["favourites"][0], "Mine")
 
     def test_tvs_and_files_are_named_never_reached_for(self):
-        for path in ("/api/tvs/b", "/api/tvs/..", "/api/tvs/%2e%2e", "/api/tvs/..%2flab%2fa", "/api/tvs/a%00", "/api/tvs//",
-                     "/api/tvs/a/runs/1", "/api/tvs/a/runs/x", "/api/nothing", "/api/cloud/a/b/000001", "/style.css/..",
-                     "/../../../etc/passwd", "/%2e%2e/%2e%2e/etc/passwd", "/index.html%00", "/page/index.html"):
+        for path in ("/api/tvs/b", "/api/tvs/..", "/api/tvs/%2e%2e", "/api/tvs/..%2flab%2fa", "/api/tvs/a%00",
+                     "/api/tvs//", "/api/tvs/a/runs/1", "/api/tvs/a/runs/x", "/api/nothing", "/api/cloud/a/b/000001",
+                     "/style.css/..", "/../../../etc/passwd", "/%2e%2e/%2e%2e/etc/passwd", "/index.html%00",
+                     "/page/index.html"):
             self.refused(404, path)
         for query in ("one=tv:a", "one=tv:a&other=tv:../lab/a", "one=tv:a&other=/etc", "one=tv:a&other=backup:../.."):
             self.assertIn(self.ask("/api/diff?" + query)[0], (400, 404), query)
@@ -103,7 +105,7 @@ class Server(Story):
         self.assertEqual(run, self.tv.tv("record", "--json").json)
         self.assertEqual(self.ask("/api/cloud")[1]["backups"], self.tv.tv("cloud", "list", "--json").json["backups"])
         self.ask("/api/tvs/a/channels", **{"Accept-Encoding": "gzip, br"})
-        self.assertIsNone(self.headers["Content-Encoding"], "compressing takes longer than the way through this machine")
+        self.assertIsNone(self.headers["Content-Encoding"], "compressing takes longer than this machine's own way")
         shown = self.ask("/api/cloud/Qr7tLw2ZkA/OOBERFChannelList/000001?tv=a")[1]
         verified = self.tv.tv("bundle", "verify", "--json").json
         verified.pop("bundle")
@@ -120,7 +122,8 @@ class Server(Story):
 
     def test_two_hundred_readers_during_runs(self):
         with concurrent.futures.ThreadPoolExecutor(200) as pool:
-            runs = pool.submit(lambda: [self.ask("/api/tvs/a/runs", "POST", {"operation": "backup"})[0] for _ in range(3)])
+            runs = pool.submit(lambda: [self.ask("/api/tvs/a/runs", "POST", {"operation": "backup"})[0]
+                                        for _ in range(3)])
             readers = [pool.submit(self.ask, path) for _ in range(50)
                        for path in ("/api/tvs/a", "/api/tvs/a/channels", "/api/tvs/a/runs", "/")]
             self.assertEqual({reader.result()[0] for reader in readers}, {200})

@@ -17,7 +17,8 @@ class Shots(Page):
         for width, height in SIZES:
             for scheme in "dark", "light":
                 self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": [
-                    {"name": "prefers-color-scheme", "value": scheme}, {"name": "prefers-reduced-motion", "value": "reduce"}]})
+                    {"name": "prefers-color-scheme", "value": scheme},
+                    {"name": "prefers-reduced-motion", "value": "reduce"}]})
                 self.resize(width, height)
                 tall = self.browser.execute_script("return document.documentElement.scrollHeight")
                 self.resize(width, max(height, tall) if whole else height)

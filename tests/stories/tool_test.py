@@ -9,7 +9,7 @@ import sqlite3
 import subprocess
 import unittest
 
-from halcyon import DATA, MOMENT, Answer, Story, Tv
+from halcyon import DATA, Answer, Story, Tv
 
 CHANNELS = DATA / "channels.conf"
 EXAMPLES = pathlib.Path("/usr/share/vdr/channels.conf-examples")
@@ -17,7 +17,8 @@ EXAMPLES = pathlib.Path("/usr/share/vdr/channels.conf-examples")
 
 class Export(Story):
     def come_back(self, channels):
-        """The list after init, a backup, a restore on another TV, and an export; and the list without what was reported."""
+        """The list after init, a backup, a restore on another TV, and an export; and the list without what was
+        reported."""
         a = Tv(self.folder, "a", channels=channels)
         report = a.tv("init", "--channels", channels, "--home", self.folder / "again", "--json").json
         skipped = {int(re.search(r":(\d+): ", problem)[1]) for problem in report["problems"]}
@@ -105,7 +106,8 @@ class Scripts(Story):
         tv = Tv(self.folder, "a", channels=CHANNELS)
         fleet = ["fleet", "run", "--tvs", "40", "--jobs", "2", "--json"]
         environment = dict(os.environ, HALCYON_TV_HOME=str(tv.home), HALCYON_CLOUD=str(tv.cloud))
-        with subprocess.Popen(["halcyon-tv", *fleet], env=environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+        with subprocess.Popen(["halcyon-tv", *fleet], env=environment, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE) as process:
             while not list(self.folder.glob("cloud/@*")):
                 self.assertIsNone(process.poll())
             process.send_signal(signal.SIGINT)
@@ -163,8 +165,9 @@ class Scripts(Story):
             with self.subTest(words):
                 self.assertIn(hint, tv.tv(*words.split(), code=2).errors)
         for words, hint in [("fault add IUtil::GetServiceDB throw", "did you mean 'IUtil::GetServiceDb'?"),
-                            ("fault add bnr_backup nul", "no failure 'nul'"), ("set antena 0", "did you mean 'antenna'?"),
-                            ("fault add bnr_response los", "did you mean 'lost'?")]:
+                            ("fault add bnr_backup nul", "no failure 'nul'"),
+                            ("fault add bnr_response los", "did you mean 'lost'?"),
+                            ("set antena 0", "did you mean 'antenna'?")]:
             with self.subTest(words):
                 self.assertIn(hint, tv.tv(*words.split(), code=3).errors)
         self.assertEqual(tv.tv("cloud", "list", "--json").json["backups"], [], "nothing was launched")
