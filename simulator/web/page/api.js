@@ -14,9 +14,9 @@ export class Refused extends Error {
 }
 
 async function ask(method, path, body) {
-  const response = await fetch("/api/" + path, {
-    method, headers: body ? {...headers, "Content-Type": "application/json"} : headers, body: body && JSON.stringify(body),
-  });
+  const response = await fetch("/api/" + path, body
+    ? {method, headers: {...headers, "Content-Type": "application/json"}, body: JSON.stringify(body)}
+    : {method, headers});
   const value = await response.json();
   if (!response.ok) throw new Refused(response.status, value.error);
   return value;
@@ -27,7 +27,8 @@ export const find = (path, query) => ask("GET", `${path}?${new URLSearchParams(q
 export const post = (path, body) => ask("POST", path.map(encodeURIComponent).join("/"), body);
 export const remove = (...parts) => ask("DELETE", parts.map(encodeURIComponent).join("/"));
 
-// Calls `on[event](data)` for each event, and `on.state("connected" | "lost" | "refused")`; finds a server that comes back.
+// Calls `on[event](data)` for each event, and `on.state("connected" | "lost" | "refused")`. Finds a server that comes
+// back.
 export async function listen(on) {
   for (let pause = 250; ; pause = Math.min(pause * 2, 2000)) {
     try {
@@ -49,7 +50,8 @@ export async function listen(on) {
         }
       }
     } catch (error) {
-      if (error instanceof TypeError || error.name === "AbortError") { /* it is gone: try again */ } else console.error(error);
+      const isGone = error instanceof TypeError || error.name === "AbortError";
+      if (!isGone) console.error(error);
     }
     on.state("lost");
     await new Promise((resolve) => setTimeout(resolve, pause));

@@ -36,7 +36,8 @@ const WORDS = {
 
 function drawHeader() {
   fill(byId("tvs"), state.lab.tvs.map((tv) => h("button", {
-    type: "button", "data-key": "tv-" + tv.name, "aria-current": tv.name === state.tv ? "true" : undefined, onclick: () => choose(tv.name),
+    type: "button", "data-key": "tv-" + tv.name, "aria-current": tv.name === state.tv ? "true" : undefined,
+    onclick: () => choose(tv.name),
   }, shown(tv.name))));
   byId("cloud-summary").textContent = state.backups ? `cloud: ${plural(state.backups.length, "backup")}` : "";
   byId("connection").className = state.connection;
@@ -129,9 +130,14 @@ listen({
   cloud() { soon(refreshCloud); },
   run(told) {
     if (told.tv !== state.tv) return;
-    if (!state.live || state.live.run !== told.run) state.live = {run: told.run, operation: told.operation, timeline: []};
+    if (state.live?.run !== told.run) state.live = {run: told.run, operation: "", timeline: []};
     state.live.operation = told.operation;
     state.live.timeline.push(...told.moments);
-    if (told.isOpen) { drawRun(); drawTimeline(); } else if (!state.busy) soon(() => Promise.all([refreshRuns(told.run), refreshTv()]));
+    if (told.isOpen) {
+      drawRun();
+      drawTimeline();
+    } else if (!state.busy) {
+      soon(() => Promise.all([refreshRuns(told.run), refreshTv()]));
+    }
   },
 });

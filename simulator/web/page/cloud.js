@@ -1,15 +1,15 @@
 // The backups, and bundles that are dropped here.
 import {find, get, post, remove} from "./api.js";
-import {attempt, draw, launch, place, state} from "./app.js";
+import {attempt, launch, place, state} from "./app.js";
 import {compareWith, differences} from "./compare.js";
-import {action, byId, bytes, command, fill, following, h, moment, numberOf, plural, shown} from "./dom.js";
+import {action, byId, bytes, command, fill, following, h, moment, numberOf, partsOf, plural, shown} from "./dom.js";
 import {ITEMS} from "./run.js";
 
 const verified = new Map();  // what verifying found, by backup and what it could depend on
 const MOST_VERIFIED = 12;
+const STEP = 20;  // backups that are shown more at a time
 const view = {limit: 6};
 
-const partsOf = (backup) => [backup.account, backup.clientId, backup.category, backup.id];
 const pathOf = (backup) => partsOf(backup).map(encodeURIComponent).join("/");
 
 async function verify(backup) {
@@ -36,26 +36,45 @@ function open(title, ...content) {
   if (!dialog.open) dialog.showModal();
 }
 
+function wholeness(bundle) {
+  const {isWhole, problems, restore} = bundle;
+  const tv = shown(state.tv);
+  return h("div", {class: "answer " + (isWhole ? "good" : "bad")},
+    h("p", {class: "headline"}, isWhole ? "Whole: each byte was read" : "Damaged"),
+    problems.map((problem) => h("p", {}, h("bdi", {}, shown(problem)))),
+    restore ? h("p", {},
+      restore.isPossible ? `${tv} would take it.` : `${tv} would refuse it: ${shown(restore.why)}`) : null);
+}
+
+function channelCounts({services, byType}) {
+  const counts = Object.entries(byType).map(([kind, count]) => `${count} ${kind}`);
+  return h("p", {class: "note"}, `${plural(services, "channel")}: ${counts.join(", ")}`);
+}
+
+function entryRow(entry) {
+  return h("tr", {}, h("th", {scope: "row"}, h("bdi", {}, shown(entry.name))),
+    h("td", {class: "figure"}, entry.bytes.toLocaleString("en")), h("td", {}, h("code", {}, entry.crc32)),
+    h("td", {class: entry.problem ? "bad" : "muted"}, entry.problem ? shown(entry.problem) : "whole"));
+}
+
+function partRow(part) {
+  const tone = {damaged: "bad", whole: "good"}[part.state] ?? "muted";
+  return h("tr", {}, h("th", {scope: "row"}, ITEMS[part.item]),
+    h("td", {}, h("span", {class: tone}, part.state), part.problem ? ` · ${shown(part.problem)}` : ""));
+}
+
 // A bundle as it was found: what is damaged first.
-export function bundleDetails(bundle) {
-  return [
-    h("div", {class: "answer " + (bundle.isWhole ? "good" : "bad")}, h("p", {class: "headline"}, bundle.isWhole ? "Whole: each byte was read" : "Damaged"),
-      ...bundle.problems.map((problem) => h("p", {}, h("bdi", {}, shown(problem)))),
-      bundle.restore ? h("p", {}, bundle.restore.isPossible ? `${shown(state.tv)} would take it.` : `${shown(state.tv)} would refuse it: ${shown(bundle.restore.why)}`) : null),
-    bundle.channels ? h("p", {class: "note"}, `${plural(bundle.channels.services, "channel")}: ${Object.entries(bundle.channels.byType).map(([kind, count]) => `${count} ${kind}`).join(", ")}`) : null,
-    h("h3", {}, "Entries"),
-    h("table", {class: "entries"}, h("thead", {}, h("tr", {}, ...["entry", "bytes", "CRC-32", ""].map((name) => h("th", {scope: "col"}, name)))),
-      h("tbody", {}, bundle.entries.map((entry) => h("tr", {}, h("th", {scope: "row"}, h("bdi", {}, shown(entry.name))), h("td", {class: "figure"}, entry.bytes.toLocaleString("en")),
-        h("td", {}, h("code", {}, entry.crc32)), h("td", {class: entry.problem ? "bad" : "muted"}, entry.problem ? shown(entry.problem) : "whole"))))),
-    h("h3", {}, "Items"),
-    h("table", {}, h("tbody", {}, bundle.parts.map((part) => h("tr", {}, h("th", {scope: "row"}, ITEMS[part.item]),
-      h("td", {}, h("span", {class: part.state === "damaged" ? "bad" : part.state === "whole" ? "good" : "muted"}, part.state), part.problem ? ` · ${shown(part.problem)}` : ""))))),
-  ];
+function bundleDetails(bundle) {
+  const head = ["entry", "bytes", "CRC-32", ""].map((name) => h("th", {scope: "col"}, name));
+  return [wholeness(bundle), bundle.channels ? channelCounts(bundle.channels) : null, h("h3", {}, "Entries"),
+    h("table", {class: "entries"}, h("thead", {}, h("tr", {}, head)), h("tbody", {}, bundle.entries.map(entryRow))),
+    h("h3", {}, "Items"), h("table", {}, h("tbody", {}, bundle.parts.map(partRow)))];
 }
 
 async function show(backup) {
   const bundle = await attempt(() => find(`cloud/${pathOf(backup)}`, {tv: state.tv}));
-  if (bundle) open(`Backup ${numberOf(backup.id)}`, ...bundleDetails(bundle), command(...place(), "bundle", "verify", backup.id));
+  if (!bundle) return;
+  open(`Backup ${numberOf(backup.id)}`, ...bundleDetails(bundle), command(...place(), "bundle", "verify", backup.id));
 }
 
 async function drop(backup) {
@@ -64,21 +83,36 @@ async function drop(backup) {
 }
 
 function confirmRemoval(backup) {
-  open(`Remove backup ${numberOf(backup.id)}?`, h("p", {class: "note"}, "It goes for good; no later backup gets its number."),
-    h("div", {class: "actions"}, h("button", {class: "danger", type: "button", onclick: () => drop(backup)}, "Remove it"),
-      h("button", {type: "button", onclick: () => byId("dialog").close()}, "Keep it")), command(...place(), "cloud", "remove", backup.id));
+  open(`Remove backup ${numberOf(backup.id)}?`,
+    h("p", {class: "note"}, "It goes for good; no later backup gets its number."),
+    h("div", {class: "actions"},
+      h("button", {class: "danger", type: "button", onclick: () => drop(backup)}, "Remove it"),
+      h("button", {type: "button", onclick: () => byId("dialog").close()}, "Keep it")),
+    command(...place(), "cloud", "remove", backup.id));
+}
+
+function buttons(backup) {
+  const button = (text, onclick, ...words) => action(text, {class: "quiet", disabled: Boolean(state.busy), onclick,
+    "data-key": `${text.toLowerCase()}-${backup.id}`, "aria-label": `${text} backup ${numberOf(backup.id)}`},
+  () => [...place(), ...words]);
+  const name = partsOf(backup).join("/");
+  const restore = () => launch({operation: "restore", reply: true, scan: state.status.isScanning, backup: name});
+  return h("div", {class: "buttons"},
+    button("Restore", restore, "run", "operation=restore", "--backup", backup.id),
+    button("Show", () => show(backup), "bundle", "verify", backup.id),
+    button("Compare", () => compareWith(`backup:${name}`), "diff", backup.id),
+    button("Remove", () => confirmRemoval(backup), "cloud", "remove", backup.id));
 }
 
 function card(backup) {
-  const button = (text, key, act, ...words) => action(text, {class: "quiet", disabled: Boolean(state.busy), "data-key": `${key}-${backup.id}`,
-    "aria-label": `${text} backup ${numberOf(backup.id)}`, onclick: act}, () => [...place(), ...words]);
+  const {damage, time, set, services, antenna} = backup;
+  const channels = services === null ? "?" : plural(services, "channel");
   return h("li", {class: "backup"}, h("strong", {}, String(numberOf(backup.id))),
-    h("div", {}, h("p", {}, backup.damage ? h("span", {class: "bad"}, shown(backup.damage)) : `${moment(backup.time)} · from ${shown(backup.set || "an unknown set")}`),
-      h("p", {class: "muted"}, `${backup.services === null ? "?" : plural(backup.services, "channel")} · antenna ${backup.antenna} · ${bytes(backup.bytes)}`),
-      backup.damage ? null : h("div", {class: "buttons"}, button("Restore", "restore", () => launch({operation: "restore", reply: true, scan: state.status.isScanning, backup: partsOf(backup).join("/")}), "run", "operation=restore", "--backup", backup.id),
-        button("Show", "show", () => show(backup), "bundle", "verify", backup.id),
-        button("Compare", "compare", () => compareWith(`backup:${partsOf(backup).join("/")}`), "diff", backup.id),
-        button("Remove", "remove", () => confirmRemoval(backup), "cloud", "remove", backup.id))),
+    h("div", {},
+      h("p", {}, damage ? h("span", {class: "bad"}, shown(damage))
+        : `${moment(time)} · from ${shown(set || "an unknown set")}`),
+      h("p", {class: "muted"}, `${channels} · antenna ${antenna} · ${bytes(backup.bytes)}`),
+      damage ? null : buttons(backup)),
     badge(backup));
 }
 
@@ -97,14 +131,17 @@ async function inspect(file) {
     const made = await attempt(() => post(["bundles", "import"], sent));
     if (made) byId("dialog").close();
   };
-  open(shown(file.name), ...bundleDetails(bundle), h("h3", {}, `Against ${shown(state.tv)}`), ...differences(bundle.difference),
-    h("div", {class: "actions"}, h("button", {class: "primary", type: "button", onclick: bringIn}, "Import it into the cloud")),
+  open(shown(file.name), ...bundleDetails(bundle),
+    h("h3", {}, `Against ${shown(state.tv)}`), ...differences(bundle.difference),
+    h("div", {class: "actions"},
+      h("button", {class: "primary", type: "button", onclick: bringIn}, "Import it into the cloud")),
     command(...place(), "cloud", "import", file.name));
 }
 
 function dropZone() {
-  const input = h("input", {type: "file", accept: ".zip", class: "unseen", id: "file", onchange: () => { if (input.files[0]) inspect(input.files[0]); }});
-  return h("div", {class: "drop"}, input, h("label", {for: "file"}, "Drop a bundle here, or choose one: it is looked into first"));
+  const onchange = (event) => { if (event.target.files[0]) inspect(event.target.files[0]); };
+  return h("div", {class: "drop"}, h("input", {type: "file", accept: ".zip", class: "unseen", id: "file", onchange}),
+    h("label", {for: "file"}, "Drop a bundle here, or choose one: it is looked into first"));
 }
 
 for (const event of ["dragover", "drop"]) {
@@ -122,9 +159,14 @@ export function drawCloud() {
   if (!state.backups) return fill(byId("cloud"), title, h("p", {class: "empty"}, "Reading the cloud …"));
   const newest = ofTv(state.backups).reverse();
   newest.slice(0, Math.min(view.limit, MOST_VERIFIED)).forEach(verify);
-  return fill(byId("cloud"), h("div", {class: "head"}, title, h("span", {class: "muted"}, plural(newest.length, "backup"), state.status && state.status.account !== "default" ? ` of account ${shown(state.status.account)}` : null)),
-    newest.length ? h("ul", {class: "backups"}, newest.slice(0, view.limit).map(card))
-      : h("p", {class: "empty"}, "No backup yet. Back a TV up, or drop a customer's bundle here."),
-    newest.length > view.limit ? h("button", {class: "quiet more", type: "button", "data-key": "more", onclick: () => { view.limit += 20; draw(); }}, `Show ${Math.min(20, newest.length - view.limit)} more`) : null,
-    state.tv ? dropZone() : null, state.tv ? following([...place(), "cloud", "list"]) : null);
+  const account = state.status?.account ?? "default";
+  const more = newest.length - view.limit;
+  const showMore = () => { view.limit += STEP; drawCloud(); };
+  return fill(byId("cloud"), h("div", {class: "head"}, title, h("span", {class: "muted"},
+    plural(newest.length, "backup"), account === "default" ? null : ` of account ${shown(account)}`)),
+  newest.length ? h("ul", {class: "backups"}, newest.slice(0, view.limit).map(card))
+    : h("p", {class: "empty"}, "No backup yet. Back a TV up, or drop a customer's bundle here."),
+  more > 0 ? h("button", {class: "quiet more", type: "button", "data-key": "more", onclick: showMore},
+    `Show ${Math.min(STEP, more)} more`) : null,
+  state.tv ? dropZone() : null, state.tv ? following([...place(), "cloud", "list"]) : null);
 }

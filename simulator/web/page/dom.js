@@ -35,12 +35,14 @@ export function shown(text) {
 export const plural = (count, one, more = one + "s") => `${count.toLocaleString("en")} ${count === 1 ? one : more}`;
 
 export function bytes(count) {
-  return count < 1000 ? `${count} bytes` : count < 1e6 ? `${(count / 1e3).toFixed(1)} KB` : `${(count / 1e6).toFixed(1)} MB`;
+  if (count < 1000) return `${count} bytes`;
+  return count < 1e6 ? `${(count / 1e3).toFixed(1)} KB` : `${(count / 1e6).toFixed(1)} MB`;
 }
 
 export function moment(utc) {
   const time = new Date(utc);
-  return isNaN(time) ? shown(utc) : time.toLocaleString("en-GB", {day: "numeric", month: "short", hour: "2-digit", minute: "2-digit"});
+  const parts = {day: "numeric", month: "short", hour: "2-digit", minute: "2-digit"};
+  return isNaN(time) ? shown(utc) : time.toLocaleString("en-GB", parts);
 }
 
 // A word as a shell takes it.
@@ -80,5 +82,10 @@ export function toast(text) {
   hiding = setTimeout(() => { byId("toast").textContent = ""; }, 8000);
 }
 
+export const wantsLessMotion = () => matchMedia("(prefers-reduced-motion: reduce)").matches;
+
 // The number that a backup's id begins with.
 export const numberOf = (id) => parseInt(id, 10);
+
+// What names a backup among those of all accounts.
+export const partsOf = (backup) => [backup.account, backup.clientId, backup.category, backup.id];

@@ -2,12 +2,14 @@
 import {place, showRun, state} from "./app.js";
 import {byId, command, fill, h, moment, numberOf, shown} from "./dom.js";
 
-export const ITEMS = {channels: "channels", favname1: "favourites 1", favname2: "favourites 2", favname3: "favourites 3", favname4: "favourites 4",
-  favname5: "favourites 5", iss: "iss database", ci: "CI files", viewing: "viewing state", ipsrv: "own IP services"};
+export const ITEMS = {channels: "channels", favname1: "favourites 1", favname2: "favourites 2",
+  favname3: "favourites 3", favname4: "favourites 4", favname5: "favourites 5", iss: "iss database", ci: "CI files",
+  viewing: "viewing state", ipsrv: "own IP services"};
 
 const HEADLINES = {
   done: (run) => run.operation === "backup" ? "Done: everything is in the cloud" : "Done: everything is back",
-  "done in part": (run) => `Done in part: ${lost(run)} ${run.operation === "backup" ? "not in the backup as it is here" : "did not come back"}`,
+  "done in part": (run) => `Done in part: ${lost(run)} ` +
+    (run.operation === "backup" ? "not in the backup as it is here" : "did not come back"),
   refused: () => "Refused: the backup does not fit this TV",
   failed: (run) => `Failed: no ${run.operation || "run"}`,
   crashed: () => "Crashed: the application ended before its work was done",
@@ -17,15 +19,26 @@ const HEADLINES = {
 const lost = (run) => run.items.filter((item) => !item.isWell).map((item) => ITEMS[item.item]).join(", ");
 const tone = (outcome) => ({done: "good", "done in part": "part", open: "calm"}[outcome] ?? "bad");
 
-function verdict(run) {
-  return [h("div", {class: "answer " + tone(run.outcome), role: "status"}, h("p", {class: "headline"}, HEADLINES[run.outcome](run)),
-    run.why ? h("p", {}, h("bdi", {}, shown(run.why))) : h("p", {}, "Each item was read back from the TV and the store.")),
-  run.items.length ? h("table", {}, h("caption", {class: "unseen"}, "What became of each item"),
+function row(item) {
+  const isThere = item.state === "restored" || item.state === "stored";
+  const toneOfState = item.isWell ? isThere ? "good" : "muted" : "bad";
+  return h("tr", {}, h("th", {scope: "row"}, ITEMS[item.item]), h("td", {},
+    h("span", {class: toneOfState}, item.state), item.detail ? h("bdi", {}, ` · ${shown(item.detail)}`) : null));
+}
+
+function table(items) {
+  return h("table", {}, h("caption", {class: "unseen"}, "What became of each item"),
     h("thead", {class: "unseen"}, h("tr", {}, h("th", {scope: "col"}, "item"), h("th", {scope: "col"}, "state"))),
-    h("tbody", {}, run.items.map((item) => h("tr", {}, h("th", {scope: "row"}, ITEMS[item.item]), h("td", {},
-      h("span", {class: item.isWell ? item.state === "restored" || item.state === "stored" ? "good" : "muted" : "bad"}, item.state),
-      item.detail ? h("bdi", {}, ` · ${shown(item.detail)}`) : null)))))
-    : h("p", {class: "empty"}, run.outcome === "open" ? "Nothing can be said before it has ended." : "Nothing was handed over: there is nothing to compare.")];
+    h("tbody", {}, items.map(row)));
+}
+
+function verdict(run) {
+  const nothing = run.outcome === "open" ? "Nothing can be said before it has ended."
+    : "Nothing was handed over: there is nothing to compare.";
+  return [h("div", {class: "answer " + tone(run.outcome), role: "status"},
+    h("p", {class: "headline"}, HEADLINES[run.outcome](run)),
+    h("p", {}, run.why ? h("bdi", {}, shown(run.why)) : "Each item was read back from the TV and the store.")),
+  run.items.length ? table(run.items) : h("p", {class: "empty"}, nothing)];
 }
 
 function history() {
@@ -40,14 +53,18 @@ export function drawRun() {
   if (state.live) {
     const {run, operation, timeline} = state.live;
     const last = timeline.at(-1);
-    return fill(card, h("div", {class: "head"}, h("h2", {id: "run-title"}, `Run ${run} · ${operation || "starting"}`)),
-      h("div", {class: "answer calm", role: "status"}, h("p", {class: "headline"}, "Under way"),
-        h("p", {}, last ? `${(last.atMs / 1000).toFixed(1)} s: ${shown(last.call?.name ?? last.log?.message ?? "")}` : "The application is starting.")));
+    const progress = last ? `${(last.atMs / 1000).toFixed(1)} s: ${shown(last.call?.name ?? last.log?.message ?? "")}`
+      : "The application is starting.";
+    return fill(card,
+      h("div", {class: "head"}, h("h2", {id: "run-title"}, `Run ${run} · ${operation || "starting"}`)),
+      h("div", {class: "answer calm", role: "status"},
+        h("p", {class: "headline"}, "Under way"), h("p", {}, progress)));
   }
   const {run} = state;
   if (!run) {
     return fill(card, h("h2", {id: "run-title"}, state.busy ? `A ${state.busy} is under way` : "No run yet"),
-      h("p", {class: "empty"}, state.tv ? "Back the TV up, or restore it: what became of each item is shown here." : ""));
+      h("p", {class: "empty"},
+        state.tv ? "Back the TV up, or restore it: what became of each item is shown here." : ""));
   }
   const backup = run.backup ? ` · backup ${numberOf(run.backup)}` : "";
   fill(card, h("div", {class: "head"}, h("h2", {id: "run-title"}, `Run ${run.run} · ${run.operation}${backup}`),

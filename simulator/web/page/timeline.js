@@ -1,9 +1,13 @@
 // A run in the TV's time, read by lanes: one for each service and one for the application.
 import {state} from "./app.js";
-import {byId, fill, h, shown} from "./dom.js";
+import {byId, fill, h, shown, wantsLessMotion} from "./dom.js";
 
-const LANES = [["application", null], ["framework", /^(ui_app|app[._]|platform_)/], ["cloud service", /^(cloud_request|bnr_|disk)/],
-  ["TV service", /^(TVServiceAPI|CTVSApiWrapper|CCCategoryUtil|I(?!CI)[A-Z]|TC|tv_)/], ["settings", /^(vconf_|Json|json)/], ["CI module", /^CIM::/]];
+const LANES = [["application", null], ["framework", /^(ui_app|app[._]|platform_)/],
+  ["cloud service", /^(cloud_request|bnr_|disk)/],
+  ["TV service", /^(TVServiceAPI|CTVSApiWrapper|CCCategoryUtil|I(?!CI)[A-Z]|TC|tv_)/],
+  ["settings", /^(vconf_|Json|json)/], ["CI module", /^CIM::/]];
+const REPLY = "app_control_reply_to_launch_request";
+const TOLD = ["bnr_response", "ReplaceServiceDb", "bnr_backup", REPLY];  // calls that have a caption always
 const LEAST_UNIT = 9;  // pixels that an event takes at least, and at most
 const MOST_UNIT = 18;
 const WAIT = 130;      // pixels of a wait, however long
@@ -15,9 +19,8 @@ const isWait = (milliseconds) => milliseconds >= 50;
 
 // Calls of one moment are spread in their order; a wait is one long bar.
 function placed(timeline, room) {
-  let before = 0;
   const units = timeline.reduce((sum, event) => sum + (event.log ? 0.5 : 1), 0);
-  const waiting = timeline.filter((event) => { const waits = isWait(event.atMs - before); before = event.atMs; return waits; }).length;
+  const waiting = timeline.filter((event, i) => isWait(event.atMs - (timeline[i - 1]?.atMs ?? 0))).length;
   const unit = Math.min(Math.max((room - MARGIN - waiting * WAIT) / units, LEAST_UNIT), MOST_UNIT);
   let x = 0;
   let at = 0;
@@ -44,40 +47,50 @@ function label(event) {
   if (event.log) return event.isDecisive ? event.log.message.trim() : "";
   const {name, result, fault} = event.call;
   const short = name.replace(/^.*::/, "");
-  const isTold = fault !== null || event.isDecisive || ["bnr_response", "ReplaceServiceDb", "bnr_backup"].includes(short) ||
-    name === "app_control_reply_to_launch_request";
+  const isTold = fault !== null || event.isDecisive || TOLD.includes(short);
   const code = /^"?(\S+?)"?(,|$)/.exec(event.call.arguments)?.[1] ?? "";
-  const said = {bnr_response: `response ${code}`, app_control_reply_to_launch_request: `reply ${event.call.arguments}`}[short] ??
+  const said = {bnr_response: `response ${code}`, [REPLY]: `reply ${event.call.arguments}`}[short] ??
     `${short}${result ? ` = ${result.split(",")[0]}` : ""}`;
   return isTold ? `${said}${fault !== null ? ` · fault rule ${fault}` : ""}` : "";
+}
+
+function kindOf({call, log}) {
+  if (log) return `log, priority ${log.priority}`;
+  return call.fault === null ? "call" : `call, made to fail by rule ${call.fault}`;
 }
 
 function show(event, button) {
   const details = byId("event");
   if (!details) return;
-  const kind = event.call ? event.call.fault !== null ? `call, made to fail by rule ${event.call.fault}` : "call" : `log, priority ${event.log.priority}`;
-  details.replaceChildren(h("span", {class: "muted"}, `${(event.atMs / 1000).toFixed(3)} s · ${kind}${event.isDecisive ? " · this decided the outcome" : ""}`),
-    h("code", {}, shown(text(event))));
-  for (const each of button.parentElement.parentElement.querySelectorAll("button[tabindex='0']")) each.tabIndex = -1;
+  const words = [`${(event.atMs / 1000).toFixed(3)} s`, kindOf(event)];
+  if (event.isDecisive) words.push("this decided the outcome");
+  details.replaceChildren(h("span", {class: "muted"}, words.join(" · ")), h("code", {}, shown(text(event))));
+  for (const each of button.closest(".lanes").querySelectorAll("button[tabindex='0']")) each.tabIndex = -1;
   button.tabIndex = 0;
   view.focus = event.seq;
 }
 
+function classesOf({log, call, isDecisive, seq}) {
+  return ["event", log ? "log" : "call", call && call.fault !== null ? "fault" : "", isDecisive ? "decisive" : "",
+    seq > view.replay ? "later" : ""].join(" ");
+}
+
 function chart(timeline, room) {
   const {events, waits, unit, width} = placed(timeline, room);
-  const focused = events.find((event) => event.seq === view.focus) ?? events.find((event) => event.isDecisive) ?? events[0];
+  const focused = events.find((event) => event.seq === view.focus) ?? events.find((event) => event.isDecisive) ??
+    events[0];
   const buttons = new Map();
   const lanes = LANES.map(([name], index) => {
     const mine = events.filter((event) => event.lane === index);
     const lane = h("div", {class: "lane", role: "group", "aria-label": name});
     for (const [i, event] of mine.entries()) {
-      const button = h("button", {type: "button", class: ["event", event.log ? "log" : "call", event.call?.fault != null ? "fault" : "",
-        event.isDecisive ? "decisive" : "", event.seq > view.replay ? "later" : ""].join(" "), "aria-label": text(event),
-      "data-key": `${view.run}/${event.seq}`, tabindex: event === focused ? 0 : -1, onfocus: () => show(event, button), onmouseenter: () => show(event, button)});
+      const look = () => show(event, button);
+      const button = h("button", {type: "button", class: classesOf(event), "aria-label": text(event), onfocus: look,
+        onmouseenter: look, "data-key": `${view.run}/${event.seq}`, tabindex: event === focused ? 0 : -1});
       button.style.left = `${event.x}px`;
       buttons.set(event.seq, button);
       lane.append(button);
-      const caption = view.details && event.log && event.log.priority >= 6 ? event.log.message.trim() : label(event);
+      const caption = view.details && event.log?.priority >= 6 ? event.log.message.trim() : label(event);
       let last = i;  // of those that stand too close for a caption between them
       while (mine[last + 1] && mine[last + 1].x - mine[last].x < 3 * unit) last++;
       const free = (mine[last + 1]?.x ?? width + 400) - mine[last].x - 16;
@@ -103,7 +116,8 @@ function chart(timeline, room) {
     element.style.left = `${mark.x}px`;
     return element;
   }));
-  const scroller = h("div", {class: "lanes", role: "application", "aria-label": "Timeline; arrow keys go from event to event",
+  const scroller = h("div", {class: "lanes", role: "application",
+    "aria-label": "Timeline; arrow keys go from event to event",
     onkeydown: (event) => {
       const step = {ArrowRight: 1, ArrowLeft: -1}[event.key];
       if (!step) return;
@@ -119,7 +133,7 @@ function chart(timeline, room) {
 let playing;
 function replay(timeline) {
   cancelAnimationFrame(playing);
-  if (matchMedia("(prefers-reduced-motion: reduce)").matches) return;
+  if (wantsLessMotion()) return;
   const start = performance.now();
   const perEvent = Math.min(40, 5000 / timeline.length);
   const step = (now) => {
@@ -140,13 +154,16 @@ export function drawTimeline() {
   if (isNew) Object.assign(view, {run: key, focus: 0, replay: Infinity});
   const scrolled = card.querySelector(".lanes")?.scrollLeft ?? 0;
   const told = isNew ? null : byId("event");
-  fill(card, h("div", {class: "head"}, h("h2", {id: "timeline-title"}, run ? `Timeline of run ${run.run}` : "Timeline"),
+  const title = run ? `Timeline of run ${run.run}` : "Timeline";
+  fill(card, h("div", {class: "head"}, h("h2", {id: "timeline-title"}, title),
     h("label", {class: "check"}, h("input", {type: "checkbox", checked: view.details, "data-key": "details",
       onchange: (event) => { view.details = event.target.checked; drawTimeline(); }}), "details of the log"),
-    h("button", {type: "button", disabled: !timeline.length || Boolean(state.live), "data-key": "replay", onclick: () => replay(timeline)}, "Replay")),
-  timeline.length ? chart(timeline, card.clientWidth - 140) : h("p", {class: "empty"}, "Each call and each log record of a run stands here at its moment."),
-  timeline.length ? told ?? h("p", {id: "event", class: "event-text", "aria-live": "polite"}, h("span", {class: "muted"},
-    "Point at an event, or go from one to the next with the arrow keys.")) : null);
+    h("button", {type: "button", disabled: !timeline.length || Boolean(state.live), "data-key": "replay",
+      onclick: () => replay(timeline)}, "Replay")),
+  timeline.length ? chart(timeline, card.clientWidth - 140)
+    : h("p", {class: "empty"}, "Each call and each log record of a run stands here at its moment."),
+  timeline.length ? told ?? h("p", {id: "event", class: "event-text", "aria-live": "polite"},
+    h("span", {class: "muted"}, "Point at an event, or go from one to the next with the arrow keys.")) : null);
   const lanes = card.querySelector(".lanes");
   if (!lanes) return;
   const decisive = isNew ? lanes.querySelector(".decisive") : null;

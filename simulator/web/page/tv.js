@@ -4,8 +4,9 @@ import {attempt, draw, launch, place, refreshTv, state} from "./app.js";
 import {action, byId, command, fill, following, h, plural, shown} from "./dom.js";
 
 const ROW = 28;  // pixels; the style sheet says the same
-const [ID, NUMBER, NAME, KIND, GROUP, PROVIDER, IDENTITY] = [0, 1, 2, 3, 4, 5, 6];
-const view = {search: "", top: 0, active: 0, rows: [], key: ""};
+const [ID, NUMBER, NAME, KIND, GROUP, PROVIDER, IDENTITY, MARK] = [0, 1, 2, 3, 4, 5, 6, 7];
+const GONE = "gone";  // the mark of a channel that is no longer in the list
+const view = {search: "", top: 0, active: 0, rows: [], key: "", said: null, isOpen: false, reply: true};
 
 const collator = new Intl.Collator("en", {sensitivity: "base"});
 
@@ -18,27 +19,29 @@ function marksOf(changes) {
   return marks;
 }
 
+const groupsOf = (rows) => [...new Set(rows.map((row) => row[GROUP]))].filter(Boolean);
+const goneRow = ({id, number, name, type, group, provider, identity}) =>
+  [id, number, name, type === "tv" ? "television" : type, group, provider, identity, GONE];
+
 // The channels of the category in its order; those that are gone stand where they were.
 function rowsOf() {
   const {viewing} = state.status;
   let rows = state.channels;
   if (viewing.category.code === 2) {
-    const groups = [...new Set(rows.map((row) => row[GROUP]))].filter(Boolean);
-    rows = rows.filter((row) => row[GROUP] === groups[viewing.categoryParam - 1]);
+    const group = groupsOf(rows)[viewing.categoryParam - 1];
+    rows = rows.filter((row) => row[GROUP] === group);
   }
-  if (state.marks && state.changes) {
-    rows = rows.concat(state.changes.services.removed.map((s) => [s.id, s.number, s.name, s.type === "tv" ? "television" : s.type,
-      s.group, s.provider, s.identity, "gone"]));
-  }
+  if (state.marks && state.changes) rows = rows.concat(state.changes.services.removed.map(goneRow));
   const key = {1: NAME, 2: PROVIDER}[viewing.sort.code];
   rows = [...rows].sort((a, b) => (key ? collator.compare(a[key], b[key]) : 0) || a[NUMBER] - b[NUMBER]);
   const wanted = view.search.trim().toLowerCase();
-  return wanted ? rows.filter((row) => `${row[NUMBER]} ${row[NAME]} ${row[PROVIDER]}`.toLowerCase().includes(wanted)) : rows;
+  const isWanted = (row) => `${row[NUMBER]} ${row[NAME]} ${row[PROVIDER]}`.toLowerCase().includes(wanted);
+  return wanted ? rows.filter(isWanted) : rows;
 }
 
 function categoryName({category, categoryParam}) {
   if (category.code === 1) return `Favourites ${categoryParam} · ${state.status.favourites[categoryParam - 1] ?? ""}`;
-  if (category.code === 2) return [...new Set(state.channels.map((row) => row[GROUP]))].filter(Boolean)[categoryParam - 1] ?? "group";
+  if (category.code === 2) return groupsOf(state.channels)[categoryParam - 1] ?? "group";
   return "All channels";
 }
 
@@ -49,6 +52,10 @@ async function setValue(name, value) {
   draw();
 }
 
+function watch(row) {
+  if (row[MARK] !== GONE) setValue("service", row[ID]);
+}
+
 function drawRows(list) {
   const first = Math.max(0, Math.floor(list.scrollTop / ROW) - 4);
   const last = Math.min(view.rows.length, first + Math.ceil((list.clientHeight || 320) / ROW) + 8);
@@ -57,12 +64,13 @@ function drawRows(list) {
   items.style.height = `${view.rows.length * ROW}px`;
   items.replaceChildren(...view.rows.slice(first, last).map((row, i) => {
     const index = first + i;
-    const mark = row[7] ?? marks.get(row[IDENTITY]) ?? "";
+    const mark = row[MARK] ?? marks.get(row[IDENTITY]) ?? "";
+    const isOn = row[ID] === state.status.viewing.serviceId && row[MARK] !== GONE;
     const element = h("li", {
-      id: `row-${index}`, role: "option", class: [mark, row[ID] === state.status.viewing.serviceId && !row[7] ? "on" : "",
-        index === view.active ? "active" : ""].join(" "),
-      "aria-selected": String(row[ID] === state.status.viewing.serviceId), "aria-setsize": view.rows.length, "aria-posinset": index + 1,
-      onclick: () => { view.active = index; if (!row[7]) setValue("service", row[ID]); },
+      id: `row-${index}`, role: "option", "aria-selected": String(isOn),
+      class: [mark, isOn ? "on" : "", index === view.active ? "active" : ""].join(" "),
+      "aria-setsize": view.rows.length, "aria-posinset": index + 1,
+      onclick: () => { view.active = index; watch(row); },
     }, h("span", {class: "number"}, String(row[NUMBER])), h("bdi", {class: "name"}, shown(row[NAME])),
     h("span", {class: "kind"}, mark ? `${row[KIND]} · ${mark}` : row[KIND]));
     element.style.top = `${index * ROW}px`;
@@ -79,17 +87,29 @@ function keyOn(list, event) {
     if (top < list.scrollTop) list.scrollTop = top;
     if (top + ROW > list.scrollTop + list.clientHeight) list.scrollTop = top + ROW - list.clientHeight;
     drawRows(list);
-  } else if (event.key === "Enter" && view.rows[view.active] && !view.rows[view.active][7]) {
-    setValue("service", view.rows[view.active][ID]);
+  } else if (event.key === "Enter" && view.rows[view.active]) {
+    watch(view.rows[view.active]);
   } else {
     return;
   }
   event.preventDefault();
 }
 
+function banner({watching, viewing, antenna, isScanning}) {
+  const facts = [["mode", `${viewing.antennaMode.name}, ${viewing.serviceMode.name}`],
+    ["source", viewing.source.name], ["antenna", antenna.map((input) => input.name).join(", ") || "none"],
+    ["scan", isScanning ? "running" : "off"]];
+  return h("div", {class: "banner"},
+    h("p", {class: "on-air"},
+      watching ? h("bdi", {}, `${watching.number} ${shown(watching.name)}`) : "No such channel"),
+    h("p", {}, watching ? shown(`${watching.source} · ${(watching.frequencyHz / 1e6).toLocaleString("en")} MHz`)
+      : `The list has no service ${viewing.serviceId}`),
+    h("dl", {}, facts.flatMap(([term, text]) => [h("dt", {}, term), h("dd", {}, text)])));
+}
+
+// The screen, and the list on it, which has to be filled when it is in the page.
 function screen() {
-  const {status} = state;
-  const {viewing} = status;
+  const {viewing} = state.status;
   const key = [state.tv, viewing.category.code, viewing.categoryParam, viewing.sort.code].join();
   view.rows = rowsOf();
   if (key !== view.key) {
@@ -98,61 +118,73 @@ function screen() {
     view.key = key;
   }
   const list = h("div", {class: "rows", role: "listbox", tabindex: 0, "aria-label": "Channels", "data-key": "rows",
-    onscroll: () => { view.top = list.scrollTop; drawRows(list); }, onkeydown: (event) => keyOn(list, event)}, h("ul", {role: "presentation"}));
-  const watching = status.watching;
-  return [h("div", {class: "screen"},
-    h("div", {class: "panel"}, h("p", {class: "panel-head"}, h("span", {}, shown(categoryName(viewing))),
-      h("span", {}, plural(view.rows.length, "channel"))), list),
-    h("div", {class: "banner"},
-      h("p", {class: "on-air"}, watching ? h("bdi", {}, `${watching.number} ${shown(watching.name)}`) : "No such channel"),
-      h("p", {}, watching ? shown(`${watching.source} · ${(watching.frequencyHz / 1e6).toLocaleString("en")} MHz`)
-        : `The list has no service ${viewing.serviceId}`),
-      h("dl", {}, ...[["mode", `${viewing.antennaMode.name}, ${viewing.serviceMode.name}`], ["source", viewing.source.name],
-        ["antenna", status.antenna.map((input) => input.name).join(", ") || "none"], ["scan", status.isScanning ? "running" : "off"]]
-        .flatMap(([term, text]) => [h("dt", {}, term), h("dd", {}, text)])))), list];
+    onscroll: () => { view.top = list.scrollTop; drawRows(list); }, onkeydown: (event) => keyOn(list, event)},
+  h("ul", {role: "presentation"}));
+  const head = h("p", {class: "panel-head"}, h("span", {}, shown(categoryName(viewing))),
+    h("span", {}, plural(view.rows.length, "channel")));
+  return [h("div", {class: "screen"}, h("div", {class: "panel"}, head, list), banner(state.status)), list];
 }
 
+// A choice; `make` gives what is set from what was chosen.
 function select(label, name, options, current, make) {
-  return h("label", {}, label, h("select", {"data-key": name, onchange: (event) => setValue(name, make(event.target.value))},
+  const onchange = (event) => setValue(name, make(event.target.value));
+  return h("label", {}, label, h("select", {"data-key": name, onchange},
     options.map(([value, text]) => h("option", {value, selected: String(value) === String(current)}, text))));
+}
+
+function antennaInputs(inputs, antenna) {
+  const connected = new Set(antenna.map((input) => input.code));
+  const toggle = (code, isOn) => {
+    if (isOn) connected.add(code);
+    else connected.delete(code);
+    setValue("antenna", [...connected].sort().join(","));
+  };
+  return h("fieldset", {}, h("legend", {}, "Antenna inputs"), inputs.map((name, code) => h("label", {class: "check"},
+    h("input", {type: "checkbox", "data-key": "antenna-" + code, checked: connected.has(code),
+      onchange: (event) => toggle(code, event.target.checked)}), name)));
+}
+
+function favourite(name, i) {
+  return h("label", {}, `Favourites ${i + 1}`, h("input", {value: name, "data-key": "favourite-" + i, maxLength: 200,
+    onchange: (event) => setValue(`favname${i + 1}`, event.target.value)}));
 }
 
 function settings() {
   const {viewing, favourites, antenna, isScanning} = state.status;
-  const groups = [...new Set(state.channels.map((row) => row[GROUP]))].filter(Boolean);
   const inputs = ["terrestrial", "cable", "satellite", "second satellite", "combined"];
-  const connected = new Set(antenna.map((input) => input.code));
-  const sort = viewing.sort.code;
-  const kinds = [["0/0", "all channels"], ...favourites.map((name, i) => [`1/${i + 1}`, `favourites ${i + 1} · ${shown(name)}`]),
-    ...groups.map((name, i) => [`2/${i + 1}`, `group · ${shown(name)}`])];
+  const [antennaMode, serviceMode, sort] = [viewing.antennaMode.code, viewing.serviceMode.code, viewing.sort.code];
+  const categories = [["0/0", "all channels"],
+    ...favourites.map((name, i) => [`1/${i + 1}`, `favourites ${i + 1} · ${shown(name)}`]),
+    ...groupsOf(state.channels).map((name, i) => [`2/${i + 1}`, `group · ${shown(name)}`])];
   const category = `${viewing.category.code}/${viewing.categoryParam}`;
-  return h("details", {open: view.isOpen, ontoggle: (event) => { view.isOpen = event.target.open; }}, h("summary", {}, "Set up this TV"),
+  return h("details", {open: view.isOpen, ontoggle: (event) => { view.isOpen = event.target.open; }},
+    h("summary", {}, "Set up this TV"),
     h("div", {class: "form"},
-      select("Antenna mode", "mode", [[0, "terrestrial"], [1, "cable"], [2, "satellite"]], viewing.antennaMode.code, (v) => `${v}/${viewing.serviceMode.code}`),
-      select("Services", "mode", [[0, "all"], [1, "television"], [2, "radio"]], viewing.serviceMode.code, (v) => `${viewing.antennaMode.code}/${v}`),
-      select("Category", "category", kinds, category, (v) => `${v}/${sort}`),
-      select("Sorted by", "category", [[0, "number"], [1, "name"], [2, "provider"]], sort, (v) => `${category}/${v}`),
-      h("fieldset", {}, h("legend", {}, "Antenna inputs"), inputs.map((name, code) => h("label", {class: "check"},
-        h("input", {type: "checkbox", "data-key": "antenna-" + code, checked: connected.has(code), onchange: (event) => {
-          if (event.target.checked) connected.add(code); else connected.delete(code);
-          setValue("antenna", [...connected].sort().join(","));
-        }}), name))),
+      select("Antenna mode", "mode", [[0, "terrestrial"], [1, "cable"], [2, "satellite"]], antennaMode,
+        (code) => `${code}/${serviceMode}`),
+      select("Services", "mode", [[0, "all"], [1, "television"], [2, "radio"]], serviceMode,
+        (code) => `${antennaMode}/${code}`),
+      select("Category", "category", categories, category, (code) => `${code}/${sort}`),
+      select("Sorted by", "category", [[0, "number"], [1, "name"], [2, "provider"]], sort,
+        (code) => `${category}/${code}`),
+      antennaInputs(inputs, antenna),
       h("label", {class: "check row"}, h("input", {type: "checkbox", "data-key": "scan", checked: isScanning,
         onchange: (event) => setValue("scan", event.target.checked ? "on" : "off")}), "a channel scan is running"),
-      favourites.map((name, i) => h("label", {}, `Favourites ${i + 1}`, h("input", {value: name, "data-key": "favourite-" + i, maxLength: 200,
-        onchange: (event) => setValue(`favname${i + 1}`, event.target.value)})))),
+      favourites.map(favourite)),
     view.said ? command(...place(), ...view.said) : null);
 }
 
 function actions() {
-  const request = (operation) => ({operation, reply: view.reply !== false, scan: state.status.isScanning});
+  const start = (operation) => () => launch({operation, reply: view.reply, scan: state.status.isScanning});
   const isBusy = Boolean(state.busy);
-  const line = (...words) => [...place(), "run", ...words, view.reply === false ? "--no-reply" : ""];
+  const line = (...words) => [...place(), "run", ...words, view.reply ? "" : "--no-reply"];
   return h("div", {class: "actions"},
-    action("Back up", {class: "primary", disabled: isBusy, "data-key": "backup", onclick: () => launch(request("backup"))}, () => line()),
-    action("Restore newest", {disabled: isBusy || !state.backups?.length, "data-key": "restore", onclick: () => launch(request("restore"))},
+    action("Back up", {class: "primary", disabled: isBusy, "data-key": "backup", onclick: start("backup")},
+      () => line()),
+    action("Restore newest",
+      {disabled: isBusy || !state.backups?.length, "data-key": "restore", onclick: start("restore")},
       () => line("operation=restore", state.status.isScanning ? "scan_activated=1" : "")),
-    h("label", {class: "check"}, h("input", {type: "checkbox", checked: view.reply !== false, "data-key": "reply",
+    h("label", {class: "check"}, h("input", {type: "checkbox", checked: view.reply, "data-key": "reply",
       onchange: (event) => { view.reply = event.target.checked; }}), "reply"),
     h("label", {class: "check"}, h("input", {type: "checkbox", checked: state.marks, "data-key": "marks",
       onchange: (event) => { state.marks = event.target.checked; draw(); }}), "mark what the last run changed"),
@@ -171,13 +203,12 @@ export function drawTv() {
     return fill(card, title, h("div", {class: "screen loading"}, h("p", {}, "Reading the TV …")));
   }
   const [element, list] = screen();
-  const search = h("input", {type: "search", placeholder: "Search channels", "aria-label": "Search channels", "data-key": "search",
-    value: view.search, oninput: (event) => {
-      view.search = event.target.value;
-      view.active = 0;
-      view.top = 0;
-      drawTv();
-    }});
+  const oninput = (event) => {
+    Object.assign(view, {search: event.target.value, active: 0, top: 0});
+    drawTv();
+  };
+  const search = h("input", {type: "search", placeholder: "Search channels", "aria-label": "Search channels",
+    "data-key": "search", value: view.search, oninput});
   fill(card, h("div", {class: "head"}, title, search), element, actions(), settings());
   list.scrollTop = view.top;
   drawRows(list);
