@@ -496,9 +496,9 @@ def quote(packing, whole, sizes):
     packed, unpacked, backup = pack["Info-ZIP"], unpack["Info-ZIP"], whole["backup", last]["ratio"]["script"]
     text = f"""<!-- bench -->
 A channel database is packed in {packed:.2f} × the time of Info-ZIP and unpacked in {unpacked:.2f} ×; a whole backup
-of {last:,} services takes {backup:.2f} × the time of a shell script of the same steps, and one of {sizes[0]} takes
-{start:.1f} × that of an empty process with the same libraries. [docs/bench](docs/bench/README.md) has the rest, and where
-others are faster; `./dev bench` measures anew.
+of {last:,} services takes {backup:.2f} × the time of a shell script of the same steps, and one of {sizes[0]}
+takes {start:.1f} × that of an empty process with the same libraries. [docs/bench](docs/bench/README.md) has the rest,
+and where others are faster; `./dev bench` measures anew.
 <!-- /bench -->"""
     readme = ROOT / "README.md"
     before = readme.read_text(encoding="utf-8")

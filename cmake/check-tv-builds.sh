@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the application alone, as for a TV, for the processors that TVs have and with the oldest compilers that it supports,
-# and holds its size under a limit. The sysroots must be there.
+# Builds the application alone, as for a TV, for the processors that TVs have and with the oldest compilers that it
+# supports, and holds its size under a limit. The sysroots must be there.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,8 +13,11 @@ trap 'rm -rf "$work"' EXIT
 sdk_build() {
     local name=$1
     shift
-    cmake --preset tv -B "$work/$name" -DHALCYON_PLATFORM_SDK="$PWD" "$@" >"$work/log" 2>&1 &&
-        ninja -C "$work/$name" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+    if ! { cmake --preset tv -B "$work/$name" -DHALCYON_PLATFORM_SDK="$PWD" "$@" && ninja -C "$work/$name"; } \
+        >"$work/log" 2>&1; then
+        cat "$work/log"
+        exit 1
+    fi
 }
 
 for compiler in g++-11 clang++-13; do

@@ -1,5 +1,6 @@
-# Builds for another processor, with Debian's cross compiler and the sysroot that cmake/sysroot.sh has made. Included by the
-# toolchain file of each, which sets CMAKE_SYSTEM_PROCESSOR, HALCYON_TRIPLET, HALCYON_ARCHITECTURE and HALCYON_EMULATOR.
+# Builds for another processor, with Debian's cross compiler and the sysroot that cmake/sysroot.sh has made. Included by
+# the toolchain file of each, which sets CMAKE_SYSTEM_PROCESSOR, HALCYON_TRIPLET, HALCYON_ARCHITECTURE and
+# HALCYON_EMULATOR.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${HALCYON_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${HALCYON_TRIPLET}-g++)

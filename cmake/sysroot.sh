@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The libraries and headers that the project is built with, for another processor, in a folder of their own: apt works there
-# with a state of its own, and whatever is installed on this machine has no part in it.
+# The libraries and headers that the project is built with, for another processor, in a folder of their own: apt works
+# there with a state of its own, and whatever is installed on this machine has no part in it.
 #   sysroot.sh ARCHITECTURE FOLDER PACKAGE...
 set -euo pipefail
 

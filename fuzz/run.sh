@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Runs fuzz targets side by side, each in a folder of its own that it is confined to, from seeds that a simulated TV makes.
+# Runs fuzz targets side by side, each in a folder of its own that it is confined to, from seeds that a simulated TV
+# makes.
 #   run.sh BIN TARGETS-BIN SECONDS TARGET...
 # BIN has halcyon-tv, TARGETS-BIN the fuzz targets.
 # What is found stays in build/fuzz-findings/; exit code 1 then.
@@ -37,7 +38,8 @@ fuzz() {
         -max_total_time="$seconds" -max_len=65536 -rss_limit_mb=2048 -timeout=10 -close_fd_mask=2 -print_final_stats=1 \
         -dict="$OLDPWD/fuzz/dictionaries/$target" "$work/seeds/$target" >"$log" 2>&1) || { cat "$log" >&2; return 1; }
     # The application's log may stand in the same line.
-    awk -v target="$target" 'match($0, /number_of_executed_units: *[0-9]+/) { runs = substr($0, RSTART, RLENGTH); sub(/.*: */, "", runs) }
+    awk -v target="$target" '
+        match($0, /number_of_executed_units: *[0-9]+/) { runs = substr($0, RSTART, RLENGTH); sub(/.*: */, "", runs) }
         match($0, / cov: [0-9]+/) { cov = substr($0, RSTART + 6, RLENGTH - 6) }
         END { printf "fuzz %-10s %8d inputs, %d places covered, nothing found\n", target, runs, cov }' "$log"
 }

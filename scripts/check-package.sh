@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the Debian packages, lets lintian look at them, unpacks them into a scratch root and tells the demo's story with
-# what is there; then installs and uninstalls without a package.
+# Builds the Debian packages, lets lintian look at them, unpacks them into a scratch root and tells the demo's story
+# with what is there; then installs and uninstalls without a package.
 #   check-package.sh BUILD_FOLDER
 set -euo pipefail
 build=$(realpath "$1")
