@@ -42,5 +42,5 @@ while read -r symbol; do
     echo "check-seam: src/ needs $symbol, which no header in platform/ declares" >&2
     failed=1
 done <"$work/needed"
-[ $failed -eq 0 ] && echo "check-seam: src/ needs $(wc -l <"$work/needed") functions of the platform, all declared there"
+[ $failed -eq 0 ] && echo "check-seam: src/ needs $(wc -l <"$work/needed") functions, all declared in platform/"
 exit $failed
