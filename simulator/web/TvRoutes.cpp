@@ -4,6 +4,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
 #include "simulator/base/Version.h"
+#include "simulator/lineup/Codes.h"
 #include "simulator/reports/Json.h"
 #include "simulator/tv/Settable.h"
 #include "simulator/tv/Snapshot.h"
@@ -82,6 +83,26 @@ Json::Value listCalls(const Lab& /*lab*/, const ApiRequest& /*request*/) {
     return value;
 }
 
+// The names of a closed set, each at the place of its code.
+template <typename Enum>
+Json::Value namesOf() {
+    Json::Value names;
+    for (const Name<Enum>& each : NAMES<Enum>) {
+        names[codeOf(each.value)] = std::string(each.name);
+    }
+    return names;
+}
+
+// What a TV can be set to.
+Json::Value listWords(const Lab& /*lab*/, const ApiRequest& /*request*/) {
+    Json::Value value;
+    value["antennaModes"] = namesOf<AntennaMode>();
+    value["antennaInputs"] = namesOf<AntennaInput>();
+    value["serviceModes"] = namesOf<ServiceMode>();
+    value["sorts"] = namesOf<SortMode>();
+    return value;
+}
+
 Json::Value rulesOf(const Tv& tv) {
     Json::Value value;
     value["rules"] = toJson(tv.faults().list());
@@ -116,6 +137,7 @@ Json::Value removeFault(const Lab& lab, const ApiRequest& request) {
 std::vector<Route> tvRoutes() {
     return {{"GET", "lab", &showLab},
             {"GET", "calls", &listCalls},
+            {"GET", "words", &listWords},
             {"GET", "tvs/*", &showTv},
             {"GET", "tvs/*/channels", &showChannels},
             {"POST", "tvs/*/set", &setOnTv},

@@ -104,6 +104,9 @@ class Server(Story):
         self.assertEqual((status, run["outcome"]), (200, "done"))
         self.assertEqual(run, self.tv.tv("record", "--json").json)
         self.assertEqual(self.ask("/api/cloud")[1]["backups"], self.tv.tv("cloud", "list", "--json").json["backups"])
+        words, viewing = self.ask("/api/words")[1], self.ask("/api/tvs/a")[1]["viewing"]
+        for part in "antennaMode", "serviceMode", "sort":
+            self.assertEqual(words[part + "s"][viewing[part]["code"]], viewing[part]["name"])
         self.ask("/api/tvs/a/channels", **{"Accept-Encoding": "gzip, br"})
         self.assertIsNone(self.headers["Content-Encoding"], "compressing takes longer than this machine's own way")
         shown = self.ask("/api/cloud/Qr7tLw2ZkA/OOBERFChannelList/000001?tv=a")[1]
