@@ -1,9 +1,10 @@
 // The backups, and bundles that are dropped here.
 import {find, get, post, remove} from "./api.js";
-import {attempt, launch, place, state} from "./app.js";
-import {compareWith, differences} from "./compare.js";
-import {action, byId, bytes, command, fill, following, h, moment, numberOf, partsOf, plural, shown} from "./dom.js";
-import {ITEMS} from "./run.js";
+import {differences} from "./difference.js";
+import {action, byId, bytes, command, fill, following, h, itemTitle, moment, numberOf, partsOf, plural, shown}
+  from "./dom.js";
+import {launch} from "./lab.js";
+import {announce, attempt, place, state} from "./state.js";
 
 const verified = new Map();  // what verifying found, by backup and what it could depend on
 const MOST_VERIFIED = 12;
@@ -59,7 +60,7 @@ function entryRow(entry) {
 
 function partRow(part) {
   const tone = {damaged: "bad", whole: "good"}[part.state] ?? "muted";
-  return h("tr", {}, h("th", {scope: "row"}, ITEMS[part.item]),
+  return h("tr", {}, h("th", {scope: "row"}, itemTitle(part.item)),
     h("td", {}, h("span", {class: tone}, part.state), part.problem ? ` · ${shown(part.problem)}` : ""));
 }
 
@@ -100,7 +101,7 @@ function buttons(backup) {
   return h("div", {class: "buttons"},
     button("Restore", restore, "run", "operation=restore", "--backup", backup.id),
     button("Show", () => show(backup), "bundle", "verify", backup.id),
-    button("Compare", () => compareWith(`backup:${name}`), "diff", backup.id),
+    button("Compare", () => announce("compare", `backup:${name}`), "diff", backup.id),
     button("Remove", () => confirmRemoval(backup), "cloud", "remove", backup.id));
 }
 

@@ -59,6 +59,11 @@ export function command(...words) {
   return h("p", {class: "command"}, h("code", {}, shown(line)), copy);
 }
 
+export function checkbox(text, key, checked, set) {
+  const onchange = (event) => set(event.target.checked);
+  return h("label", {class: "check"}, h("input", {type: "checkbox", checked, "data-key": key, onchange}), text);
+}
+
 // A button whose command line stands in its card while it is pointed at or has the focus.
 export function action(text, properties, words) {
   const show = (event) => {
@@ -86,6 +91,10 @@ export const wantsLessMotion = () => matchMedia("(prefers-reduced-motion: reduce
 
 // The number that a backup's id begins with.
 export const numberOf = (id) => parseInt(id, 10);
+
+const TITLES = {iss: "iss database", ci: "CI files", viewing: "viewing state", ipsrv: "own IP services"};
+// An item of a set-up as people call it: "favourites 1" for favname1.
+export const itemTitle = (item) => TITLES[item] ?? item.replace(/^favname/, "favourites ");
 
 // What names a backup among those of all accounts.
 export const partsOf = (backup) => [backup.account, backup.clientId, backup.category, backup.id];

@@ -1,7 +1,7 @@
 // Fault rules as switches: each call, each failure that it can have, and how often it fired.
 import {post, remove} from "./api.js";
-import {attempt, draw, place, state} from "./app.js";
 import {byId, command, fill, h, plural, shown} from "./dom.js";
+import {announce, attempt, place, state} from "./state.js";
 
 const view = {search: "", said: null};
 
@@ -10,7 +10,7 @@ async function toggle(call, failure, rule) {
     : post(["tvs", state.tv, "faults"], {call, failure, times: 0}));
   if (answer) state.rules = answer.rules;
   view.said = rule ? ["fault", "clear", String(rule.rule)] : ["fault", "add", call, failure, "--times", "0"];
-  draw();
+  announce("changed");
 }
 
 function faultSwitch(call, failure) {

@@ -1,10 +1,7 @@
 // What became of a run: the answer first, then each item, then the way there.
-import {place, showRun, state} from "./app.js";
-import {byId, command, fill, h, moment, numberOf, shown} from "./dom.js";
-
-export const ITEMS = {channels: "channels", favname1: "favourites 1", favname2: "favourites 2",
-  favname3: "favourites 3", favname4: "favourites 4", favname5: "favourites 5", iss: "iss database", ci: "CI files",
-  viewing: "viewing state", ipsrv: "own IP services"};
+import {byId, command, fill, h, itemTitle, moment, numberOf, shown} from "./dom.js";
+import {showRun} from "./lab.js";
+import {place, state} from "./state.js";
 
 const HEADLINES = {
   done: (run) => run.operation === "backup" ? "Done: everything is in the cloud" : "Done: everything is back",
@@ -16,13 +13,13 @@ const HEADLINES = {
   open: () => "Still open",
 };
 
-const lost = (run) => run.items.filter((item) => !item.isWell).map((item) => ITEMS[item.item]).join(", ");
+const lost = (run) => run.items.filter((item) => !item.isWell).map((item) => itemTitle(item.item)).join(", ");
 const tone = (outcome) => ({done: "good", "done in part": "part", open: "calm"}[outcome] ?? "bad");
 
 function row(item) {
   const isThere = item.state === "restored" || item.state === "stored";
   const toneOfState = item.isWell ? isThere ? "good" : "muted" : "bad";
-  return h("tr", {}, h("th", {scope: "row"}, ITEMS[item.item]), h("td", {},
+  return h("tr", {}, h("th", {scope: "row"}, itemTitle(item.item)), h("td", {},
     h("span", {class: toneOfState}, item.state), item.detail ? h("bdi", {}, ` · ${shown(item.detail)}`) : null));
 }
 

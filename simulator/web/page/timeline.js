@@ -1,6 +1,6 @@
 // A run in the TV's time, read by lanes: one for each service and one for the application.
-import {state} from "./app.js";
-import {byId, fill, h, shown, wantsLessMotion} from "./dom.js";
+import {byId, checkbox, fill, h, shown, wantsLessMotion} from "./dom.js";
+import {state} from "./state.js";
 
 const LANES = [["application", null], ["framework", /^(ui_app|app[._]|platform_)/],
   ["cloud service", /^(cloud_request|bnr_|disk)/],
@@ -156,8 +156,7 @@ export function drawTimeline() {
   const told = isNew ? null : byId("event");
   const title = run ? `Timeline of run ${run.run}` : "Timeline";
   fill(card, h("div", {class: "head"}, h("h2", {id: "timeline-title"}, title),
-    h("label", {class: "check"}, h("input", {type: "checkbox", checked: view.details, "data-key": "details",
-      onchange: (event) => { view.details = event.target.checked; drawTimeline(); }}), "details of the log"),
+    checkbox("details of the log", "details", view.details, (isOn) => { view.details = isOn; drawTimeline(); }),
     h("button", {type: "button", disabled: !timeline.length || Boolean(state.live), "data-key": "replay",
       onclick: () => replay(timeline)}, "Replay")),
   timeline.length ? chart(timeline, card.clientWidth - 140)

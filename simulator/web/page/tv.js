@@ -1,7 +1,8 @@
 // The TV as its owner sees it, and what can be set on it.
 import {post} from "./api.js";
-import {attempt, draw, launch, place, refreshTv, state} from "./app.js";
-import {action, byId, command, fill, following, h, plural, shown} from "./dom.js";
+import {action, byId, checkbox, command, fill, following, h, plural, shown} from "./dom.js";
+import {launch, refreshTv} from "./lab.js";
+import {announce, attempt, place, state} from "./state.js";
 
 const ROW = 28;  // pixels; the style sheet says the same
 const [ID, NUMBER, NAME, KIND, GROUP, PROVIDER, IDENTITY, MARK] = [0, 1, 2, 3, 4, 5, 6, 7];
@@ -49,7 +50,7 @@ async function setValue(name, value) {
   await attempt(() => post(["tvs", state.tv, "set"], {name, value: String(value)}));
   await attempt(() => refreshTv({channels: false}));
   view.said = ["set", name, String(value)];
-  draw();
+  announce("changed");
 }
 
 function watch(row) {
@@ -129,19 +130,18 @@ function screen() {
 function select(label, name, options, current, make) {
   const onchange = (event) => setValue(name, make(event.target.value));
   return h("label", {}, label, h("select", {"data-key": name, onchange},
-    options.map(([value, text]) => h("option", {value, selected: String(value) === String(current)}, text))));
+    [...options].map(([value, text]) => h("option", {value, selected: value === current}, text))));
 }
 
-function antennaInputs(inputs, antenna) {
+function antennaInputs(antenna) {
   const connected = new Set(antenna.map((input) => input.code));
   const toggle = (code, isOn) => {
     if (isOn) connected.add(code);
     else connected.delete(code);
     setValue("antenna", [...connected].sort().join(","));
   };
-  return h("fieldset", {}, h("legend", {}, "Antenna inputs"), inputs.map((name, code) => h("label", {class: "check"},
-    h("input", {type: "checkbox", "data-key": "antenna-" + code, checked: connected.has(code),
-      onchange: (event) => toggle(code, event.target.checked)}), name)));
+  return h("fieldset", {}, h("legend", {}, "Antenna inputs"), state.words.antennaInputs.map((name, code) =>
+    checkbox(name, `antenna-${code}`, connected.has(code), (isOn) => toggle(code, isOn))));
 }
 
 function favourite(name, i) {
@@ -151,7 +151,7 @@ function favourite(name, i) {
 
 function settings() {
   const {viewing, favourites, antenna, isScanning} = state.status;
-  const inputs = ["terrestrial", "cable", "satellite", "second satellite", "combined"];
+  const {words} = state;
   const [antennaMode, serviceMode, sort] = [viewing.antennaMode.code, viewing.serviceMode.code, viewing.sort.code];
   const categories = [["0/0", "all channels"],
     ...favourites.map((name, i) => [`1/${i + 1}`, `favourites ${i + 1} · ${shown(name)}`]),
@@ -160,16 +160,13 @@ function settings() {
   return h("details", {open: view.isOpen, ontoggle: (event) => { view.isOpen = event.target.open; }},
     h("summary", {}, "Set up this TV"),
     h("div", {class: "form"},
-      select("Antenna mode", "mode", [[0, "terrestrial"], [1, "cable"], [2, "satellite"]], antennaMode,
-        (code) => `${code}/${serviceMode}`),
-      select("Services", "mode", [[0, "all"], [1, "television"], [2, "radio"]], serviceMode,
-        (code) => `${antennaMode}/${code}`),
+      select("Antenna mode", "mode", words.antennaModes.entries(), antennaMode, (code) => `${code}/${serviceMode}`),
+      select("Services", "mode", words.serviceModes.entries(), serviceMode, (code) => `${antennaMode}/${code}`),
       select("Category", "category", categories, category, (code) => `${code}/${sort}`),
-      select("Sorted by", "category", [[0, "number"], [1, "name"], [2, "provider"]], sort,
-        (code) => `${category}/${code}`),
-      antennaInputs(inputs, antenna),
-      h("label", {class: "check row"}, h("input", {type: "checkbox", "data-key": "scan", checked: isScanning,
-        onchange: (event) => setValue("scan", event.target.checked ? "on" : "off")}), "a channel scan is running"),
+      select("Sorted by", "category", words.sorts.entries(), sort, (code) => `${category}/${code}`),
+      antennaInputs(antenna),
+      h("div", {class: "row"}, checkbox("a channel scan is running", "scan", isScanning,
+        (isOn) => setValue("scan", isOn ? "on" : "off"))),
       favourites.map(favourite)),
     view.said ? command(...place(), ...view.said) : null);
 }
@@ -184,10 +181,9 @@ function actions() {
     action("Restore newest",
       {disabled: isBusy || !state.backups?.length, "data-key": "restore", onclick: start("restore")},
       () => line("operation=restore", state.status.isScanning ? "scan_activated=1" : "")),
-    h("label", {class: "check"}, h("input", {type: "checkbox", checked: view.reply, "data-key": "reply",
-      onchange: (event) => { view.reply = event.target.checked; }}), "reply"),
-    h("label", {class: "check"}, h("input", {type: "checkbox", checked: state.marks, "data-key": "marks",
-      onchange: (event) => { state.marks = event.target.checked; draw(); }}), "mark what the last run changed"),
+    checkbox("reply", "reply", view.reply, (isOn) => { view.reply = isOn; }),
+    checkbox("mark what the last run changed", "marks", state.marks,
+      (isOn) => { state.marks = isOn; announce("changed"); }),
     following(line()));
 }
 
