@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Tells the story of one channel list and four TVs. Fails where the story does not come true.
-#   demo.sh BIN [--channels FILE] [--verbose] [--cloud ceph]
+# Tells the story of one channel list and four TVs. Fails if the story does not come true.
+#   demo.sh BIN [--channels FILE] [--verbose] [--cloud folder|ceph]
+#   demo.sh check [OPTION...]     whether these options can be had, and the cloud that they name
 set -euo pipefail
 
-bin=$(realpath "$1")
+wrong() { echo "demo: $*" >&2; exit 2; }
+bin=${1:?the folder of the programs, or check}
 shift
 root=$(dirname "$(dirname "$(realpath "$0")")")
 channels=$root/data/channels.conf
@@ -11,13 +13,28 @@ log=(--quiet)
 cloud=folder
 while [ $# -gt 0 ]; do
     case $1 in
-        --channels) channels=$(realpath -e "$2"); shift 2 ;;
-        --verbose) log=(); shift ;;
-        --cloud) cloud=$2; shift 2 ;;
-        *) echo "demo: no option $1; there are --channels FILE and --verbose" >&2; exit 2 ;;
+        --channels)
+            channels=$(realpath "${2:-}" 2>/dev/null) || true
+            [ -f "$channels" ] ||
+                wrong "no channel list at '${2:-}'; --channels takes a file in the channels.conf format"
+            shift
+            ;;
+        --cloud)
+            cloud=${2:-}
+            [[ $cloud =~ ^(folder|ceph)$ ]] || wrong "no cloud '$cloud'; --cloud takes folder or ceph"
+            shift
+            ;;
+        --verbose) log=() ;;
+        *) wrong "no option '$1'; there are --channels FILE, --cloud folder|ceph and --verbose" ;;
     esac
+    shift
 done
+if [ "$bin" = check ]; then
+    echo "$cloud"
+    exit
+fi
 
+bin=$(realpath "$bin")
 stage=$root/build/demo
 rm -rf "$stage"
 mkdir -p "$stage"
