@@ -207,15 +207,13 @@ VERBS = {
     "run": "run -q", "run operation=restore": "run -q operation=restore", "record": "", "record --all": "",
     "fault add": "fault add bnr_init result=-1 --nth 99", "fault list": "", "fault calls": "", "fault clear": "",
     "bundle show": "bundle show {bundle}", "bundle verify": "bundle verify {bundle}",
-    "bundle diff": "bundle diff {bundle}", "bundle export": "bundle export {bundle} --format m3u",
     "diff": "diff {bundle}", "export": "export --format vdr",
-    "cloud create": "", "cloud list": "", "cloud show": "", "cloud verify": "", "cloud diff": "",
-    "cloud export": "cloud export --format m3u", "cloud import": "cloud import {bundle}",
+    "cloud create": "", "cloud list": "", "cloud import": "cloud import {bundle}",
     "cloud remove": "cloud remove $(ls {stored} | grep -v removed | tail -n 1)",
     "fleet run": "fleet run --tvs 2 --jobs 2 --lab {place}/new",
 }
 SERVE = "serve"
-PRINTING = {"status --services", "bundle diff", "bundle export", "cloud diff", "cloud export", "diff", "export"}
+PRINTING = {"status --services", "diff", "export"}
 
 
 def serve(environment):

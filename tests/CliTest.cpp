@@ -45,12 +45,12 @@ TEST_F(Cli, BacksUpRestoresAndCompares) {
     EXPECT_EQ(tv("set favname1 Mine").code, 0);
     const Answer different = tv("diff " + (folder / "other").string());
     EXPECT_EQ(different.code, 1);
-    EXPECT_THAT(different.text, HasSubstr("favname1   DIFFERENT  Mine | Favourites 1"));
+    EXPECT_THAT(different.text, HasSubstr("favname1   DIFFERENT  'Mine' | 'Favourites 1'"));
     const Answer backup = tv("run -q");
     EXPECT_EQ(backup.code, 0) << backup.text;
     EXPECT_THAT(backup.text, AllOf(HasSubstr("response   101 (backup completed)"), HasSubstr("outcome    done")));
     EXPECT_THAT(tv("cloud list").text, HasSubstr("000001"));
-    EXPECT_THAT(tv("cloud show").text,
+    EXPECT_THAT(tv("bundle show").text,
                 AllOf(HasSubstr("ServiceDB.zip"), HasSubstr("2 services"), HasSubstr("issDB.zip"),
                       HasSubstr("vconf.json"), HasSubstr("ci/ci_profile.bin")));
     const Answer restore = tv("run operation=restore", "other");
@@ -103,20 +103,23 @@ TEST_P(CliMistake, IsExplained) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cli, CliMistake,
-    ::testing::Values(
-        Mistake{"", 2, "A subcommand is required"}, Mistake{"dance", 2, "Run with --help"},
-        Mistake{"set service 99", 3, "the TV has no service '99'"},
-        Mistake{"set source 9", 3, "the TV has no source '9'"},
-        Mistake{"set mode 2", 3, "not of the form ANTENNA/SERVICE"},
-        Mistake{"set category 2/7/0", 3, "the TV has no category '2/7/0'"},
-        Mistake{"set antenna x", 3, "'x' is not a number"}, Mistake{"set volume 3", 3, "cannot set 'volume' to '3'"},
-        Mistake{"set setting:text:k v", 3, "'text' is no type of a setting"},
-        Mistake{"set setting:bool:k maybe", 3, "'maybe' is no value of the type bool"},
-        Mistake{"fault clear 7", 3, "no rule 7"}, Mistake{"run restore", 2, "'restore' is not of the form key=value"},
-        Mistake{"run --backup 000009 operation=restore", 3, "holds no backup 000009"},
-        Mistake{"record", 3, "no run yet"}, Mistake{"record 5", 3, "no run 5"},
-        Mistake{"cloud show 000001", 3, "holds no backup 000001"}, Mistake{"cloud list", 0, "No backup in"},
-        Mistake{"fault add bnr_backup null", 3, "bnr_backup cannot fail with 'null'"}));
+    ::testing::Values(Mistake{"", 2, "A subcommand is required"}, Mistake{"dance", 2, "Run with --help"},
+                      Mistake{"set service 99", 3, "the TV has no service '99'"},
+                      Mistake{"set source 9", 3, "the TV has no source '9'"},
+                      Mistake{"set mode 2", 3, "not of the form ANTENNA/SERVICE"},
+                      Mistake{"set category 2/7/0", 3, "the TV has no category '2/7/0'"},
+                      Mistake{"set antenna x", 3, "'x' is not a number"},
+                      Mistake{"set volume 3", 3, "cannot set 'volume' to '3'"},
+                      Mistake{"set setting:text:k v", 3, "'text' is no type of a setting"},
+                      Mistake{"set setting:bool:k maybe", 3, "'maybe' is no value of the type bool"},
+                      Mistake{"fault clear 7", 3, "no rule 7"},
+                      Mistake{"run restore", 2, "'restore' is not of the form key=value"},
+                      Mistake{"run --backup 000009 operation=restore", 3, "holds no backup 000009"},
+                      Mistake{"record", 3, "no run yet"}, Mistake{"record 5", 3, "no run 5"},
+                      Mistake{"bundle show 000001", 3, "holds no backup 000001"},
+                      Mistake{"cloud show 000001", 2, "use: halcyon-tv bundle show"},
+                      Mistake{"bundle diff x.zip", 2, "use: halcyon-tv diff"}, Mistake{"cloud list", 0, "No backup in"},
+                      Mistake{"fault add bnr_backup null", 3, "bnr_backup cannot fail with 'null'"}));
 
 TEST_F(Cli, EndsWithAMessageIfThereIsNoFolderForTemporaryFiles) {
     init();

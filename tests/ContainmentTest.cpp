@@ -380,7 +380,7 @@ TEST_F(Containment, TheStoreHasOneOrderAndHidesNothing) {
     fs::remove(category / "999999/bundle.zip");
     EXPECT_THAT(ids(), ElementsAre("000001", "999999 damaged", "1000000", "1000001"));
     EXPECT_THAT(tv("cloud list").text, AllOf(HasSubstr("1000001"), HasSubstr("DAMAGED"), HasSubstr("000001 ")));
-    EXPECT_THAT(tv("cloud show").text, HasSubstr("backup 1000001"));
+    EXPECT_THAT(tv("bundle show").text, HasSubstr("backup 1000001"));
 }
 
 }  // namespace

@@ -24,14 +24,14 @@ std::vector<sim::Service> services(const std::string& identities) {
 std::string identities(const std::vector<sim::ServicePair>& pairs) {
     std::string text;
     for (const sim::ServicePair& pair : pairs) {
-        text += pair.one.identity;
+        text += pair.left.identity;
     }
     return text;
 }
 
 // "-a +b >c #d": removed, added, moved, renumbered.
-std::string summary(const std::string& ones, const std::string& others) {
-    const sim::ServiceDifference difference = sim::compareServices(services(ones), services(others));
+std::string summary(const std::string& left, const std::string& right) {
+    const sim::ServiceDifference difference = sim::compareServices(services(left), services(right));
     std::string text;
     for (const sim::Service& service : difference.removed) {
         text += "-" + service.identity;
@@ -54,13 +54,16 @@ TEST(Difference, PairsServicesByTheirIdentity) {
 }
 
 TEST(Difference, NamesTheColumnsThatHaveChanged) {
-    const std::vector<sim::Service> ones = services("ab");
-    std::vector<sim::Service> others = ones;
-    others[1].name = "Renamed";
-    others[1].audioPids = "102=deu";
-    const sim::ServiceDifference difference = sim::compareServices(ones, others);
+    const std::vector<sim::Service> left = services("ab");
+    std::vector<sim::Service> right = left;
+    right[1].name = "Renamed";
+    right[1].audioPids = "102=deu";
+    const sim::ServiceDifference difference = sim::compareServices(left, right);
     ASSERT_EQ(identities(difference.changed), "b");
-    EXPECT_THAT(difference.changed[0].columns, ::testing::ElementsAre("audio pids"));
+    const sim::ServicePair& changed = difference.changed[0];
+    ASSERT_EQ(changed.columns.size(), 2U);
+    EXPECT_STREQ(changed.columns[0]->label, "name");
+    EXPECT_STREQ(changed.columns[1]->label, "audio pids");
     EXPECT_EQ(identities(difference.renamed), "b");
     EXPECT_FALSE(difference.isSame());
 }

@@ -121,9 +121,9 @@ class ReceivedIss : public Received {};
 
 TEST_P(ReceivedIss, BringsRowsOrNothing) {
     const fs::path archive = archiveOf("iss.db", a.home / "iss.db", GetParam().statements);
-    const sim::IssDb::Entries before = b.setup().iss;
+    const sim::Entries before = b.setup().of(sim::Item::Iss);
     EXPECT_EQ(b.open().issDb().restore(archive), !GetParam().refusal);
-    EXPECT_EQ(b.setup().iss, GetParam().refusal ? before : a.setup().iss);
+    EXPECT_EQ(b.setup().of(sim::Item::Iss), GetParam().refusal ? before : a.setup().of(sim::Item::Iss));
     const Database now(b.home / "iss.db", Database::Access::Look);
     EXPECT_EQ(now.integer("SELECT count(*) FROM sqlite_schema WHERE type <> 'index'"), 1) << "its own table alone";
 }

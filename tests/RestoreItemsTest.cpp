@@ -23,9 +23,7 @@ TEST_F(Restore, SkipsWhatTheBundleDoesNotHold) {
     EXPECT_EQ(run.reply, 0);
     const sim::Setup now = b.setup();
     EXPECT_EQ(now.services, a.setup().services);
-    EXPECT_EQ(now.favourites, fresh.favourites);
-    EXPECT_EQ(now.iss, fresh.iss);
-    EXPECT_EQ(now.ci, fresh.ci);
+    EXPECT_EQ(now.entries, fresh.entries);
     EXPECT_THAT(run.logBetween("5 app_control_reply_to_launch_request(0) success", "5 m_Restore success"),
                 ElementsAre("5 app_control_reply_to_launch_request(0) success", "5 remove_all({data}temp/) success",
                             "5 remove({data}{name}.zip) success", "5 m_Restore success"));
@@ -73,7 +71,7 @@ TEST_F(Restore, KeepsItsIssDatabaseWhereTheBundlesIsDamaged) {
     EXPECT_TRUE(run.says("6 Failed to restore iss database!"));
     EXPECT_EQ(run.reply, 0);
     EXPECT_TRUE(run.succeeded());
-    EXPECT_EQ(b.setup().iss, fresh.iss);
+    EXPECT_EQ(b.setup().of(sim::Item::Iss), fresh.of(sim::Item::Iss));
     EXPECT_EQ(b.setup().services, a.setup().services);
 }
 
@@ -91,7 +89,7 @@ TEST_F(Restore, HandsEveryMemberOfTheCiFolderOver) {
 
     changeBundle([&](const fs::path& work) { test::write(work / "ci", "no folder"); });
     EXPECT_EQ(b.restore().count("CIM::TCCIService::CIGeneralInstance"), 0);
-    EXPECT_EQ(b.setup().ci, fresh.ci);
+    EXPECT_EQ(b.setup().of(sim::Item::Ci), fresh.of(sim::Item::Ci));
 }
 
 }  // namespace

@@ -61,9 +61,9 @@ TEST_F(Restore, TakesTheNewestBackupOrTheChosenOne) {
     a.open().settings().setFavouriteName(1, "Later");
     a.backUp();
     b.restore();
-    EXPECT_EQ(b.setup().favourites[0], "Later");
+    EXPECT_EQ(b.setup().favourite(1), "Later");
     b.launch({"operation=restore", "--backup", "000001"});
-    EXPECT_EQ(b.setup().favourites[0], "Für Oma");
+    EXPECT_EQ(b.setup().favourite(1), "Für Oma");
     EXPECT_EQ(b.launch({"operation=restore", "--backup", "000003"}).response, sim::Response::Error);
 }
 

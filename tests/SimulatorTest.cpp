@@ -280,7 +280,7 @@ TEST_F(Services, ThatAreGoneFailTheCalls) {
     test::write(storedBackup("000002") / "metadata.json", "{}");
     test::write(storedBackup("000002") / "bundle.zip", "");
     EXPECT_EQ(a.restore().response, sim::Response::RestoreData);
-    EXPECT_THAT(a.setup().iss, SizeIs(3)) << "a name in the store does not lead out of the folder";
+    EXPECT_THAT(a.setup().of(sim::Item::Iss), SizeIs(3)) << "a name in the store does not lead out of the folder";
     EXPECT_THAT(sim::listBackups(*sim::openCloud(a.cloud)).at(0).damage,
                 HasSubstr("000001/metadata.json: cannot read"));
 }

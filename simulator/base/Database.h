@@ -30,6 +30,23 @@ public:
         return *this;
     }
 
+    // Sets one parameter, from 1 on. The statement must be at its begin or end.
+    template <typename Integer, std::enable_if_t<std::is_integral_v<Integer>, int> = 0>
+    void set(int parameter, Integer value) {
+        setInteger(parameter, static_cast<std::int64_t>(value));
+    }
+    void set(int parameter, std::string_view value);
+    void set(int parameter, const std::string& value) { set(parameter, std::string_view(value)); }
+    void set(int parameter, const char* value) { set(parameter, std::string_view(value)); }
+    template <typename Value>
+    void set(int parameter, const std::optional<Value>& value) {
+        if (value) {
+            set(parameter, *value);
+        } else {
+            setNull(parameter);
+        }
+    }
+
     // Steps to the next row. False: there is none, and the statement has been reset, so that it holds no lock.
     bool next();
 
@@ -50,22 +67,6 @@ private:
     void check(int code);
     void setInteger(int parameter, std::int64_t value);
     void setNull(int parameter);
-    template <typename Integer, std::enable_if_t<std::is_integral_v<Integer>, int> = 0>
-    void set(int parameter, Integer value) {
-        setInteger(parameter, static_cast<std::int64_t>(value));
-    }
-    void set(int parameter, std::string_view value);
-    void set(int parameter, const std::string& value) { set(parameter, std::string_view(value)); }
-    void set(int parameter, const char* value) { set(parameter, std::string_view(value)); }
-    template <typename Value>
-    void set(int parameter, const std::optional<Value>& value) {
-        if (value) {
-            set(parameter, *value);
-        } else {
-            setNull(parameter);
-        }
-    }
-
     struct Finalize {
         void operator()(sqlite3_stmt* statement) const;
     };

@@ -109,6 +109,13 @@ std::vector<std::string> split(std::string_view text, char separator) {
     }
 }
 
+std::string plural(std::uint64_t count, std::string_view one, std::string_view many) {
+    if (count == 1) {
+        return fmt::format("1 {}", one);
+    }
+    return many.empty() ? fmt::format("{} {}s", count, one) : fmt::format("{} {}", count, many);
+}
+
 std::string toUtf8(std::string_view text) {
     bool isUtf8 = true;
     forEachCharacter(text, [&](const Character& character) { isUtf8 = isUtf8 && character.code >= 0; });

@@ -3,6 +3,7 @@
 
 #include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,6 +14,9 @@ namespace sim {
 
 // The parts between the separators; at least one.
 std::vector<std::string> split(std::string_view text, char separator);
+
+// "1 service", "2 services".
+std::string plural(std::uint64_t count, std::string_view one, std::string_view many = {});
 
 // The number that the whole text is; nothing when it is none, or does not fit.
 template <typename Number>

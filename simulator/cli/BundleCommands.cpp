@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "simulator/base/Environment.h"
+#include "simulator/base/Files.h"
 #include "simulator/cli/Command.h"
-#include "simulator/cli/Difference.h"
 #include "simulator/cli/Print.h"
 #include "simulator/cli/Side.h"
 #include "simulator/lineup/Application.h"
@@ -22,8 +22,6 @@ struct BundleOptions {
     std::string bundle;
     std::string metadata;
     std::string tv;  // to say what a restore would do there
-    std::string other;
-    std::string format;
 };
 using Options = std::shared_ptr<BundleOptions>;
 
@@ -44,10 +42,10 @@ std::string counted(const std::map<std::string, std::uint64_t>& by) {
 }
 
 void printChannels(const sim::Bundle& bundle) {
-    if (bundle.part(sim::Item::Channels).state != sim::PartState::Whole) {
+    if (!bundle.setup().services) {
         return;
     }
-    const sim::ChannelCounts counts = sim::countChannels(bundle.services());
+    const sim::ChannelCounts counts = sim::countChannels(*bundle.setup().services);
     print("  channels   {} services: {}\n", counts.services, counted(counts.byType));
     print("    groups     {}\n", counted(counts.byGroup));
     print("    providers  {}\n", counted(counts.byProvider));
@@ -62,16 +60,18 @@ void printMetadata(const sim::Bundle& bundle) {
     const std::optional<std::set<int>> inputs = sim::application::antennaInputsOf(metadata.antenna);
     print("  metadata   version {}\n", metadata.version.empty() ? "unknown" : metadata.version);
     print("    antenna    {}\n", inputs ? sim::antennaWords(*inputs) : fmt::format("mask {}", metadata.antenna));
-    print("    watching   {}\n", sim::words(metadata.viewing));
+    const std::optional<sim::Services>& services = bundle.setup().services;
+    print("    watching   {}\n",
+          sim::words(metadata.viewing, services ? services->find(metadata.viewing.serviceId) : std::nullopt));
 }
 
 void printItems(const sim::Bundle& bundle) {
     for (const sim::Name<sim::Item>& item : sim::NAMES<sim::Item>) {
         const sim::BundlePart& part = bundle.part(item.value);
         std::string text = part.problem;
-        if (part.state == sim::PartState::Whole && item.value >= sim::Item::Favourite1 &&
-            item.value <= sim::Item::Favourite5) {
-            text = bundle.favourite(sim::codeOf(item.value) - sim::codeOf(sim::Item::Favourite1) + 1);
+        if (const std::optional<int> list = sim::favouriteList(item.value);
+            list && part.state == sim::PartState::Whole) {
+            text = bundle.setup().favourite(*list);
         } else if (item.value == sim::Item::IpServices && part.state == sim::PartState::Absent) {
             text = "they stay with their set";
         }
@@ -159,38 +159,18 @@ void addBundle(CLI::App& command, const Options& options) {
 
 }  // namespace
 
-void addBundleVerbs(CLI::App& group, Action& chosen) {
+void addBundleCommands(CLI::App& app, Action& chosen) {
     const auto options = std::make_shared<BundleOptions>();
-    const std::string name = "halcyon-tv " + group.get_name();
-    addBundle(*addCommand(group, "show", "Show what a bundle holds", name + " show 000001", chosen,
+    CLI::App* group = addGroup(app, "bundle", "Look into a bundle: a file, or a stored backup");
+    addBundle(*addCommand(*group, "show", "Show what a bundle holds", "halcyon-tv bundle show 000001", chosen,
                           [options](const Place& place) { return show(place, *options); }),
               options);
     CLI::App* verifying =
-        addCommand(group, "verify", "Read each byte of a bundle, and say what a restore on this TV would do",
-                   name + " verify customer.zip --for /tmp/halcyon/tv", chosen,
+        addCommand(*group, "verify", "Read each byte of a bundle, and say what a restore on this TV would do",
+                   "halcyon-tv bundle verify customer.zip --for /tmp/halcyon/tv", chosen,
                    [options](const Place& place) { return verify(place, *options); });
     addBundle(*verifying, options);
-    verifying->add_option("--for", options->tv, "folder of the TV that shall take it; exit code 5 where it would not");
-    CLI::App* comparing = addCommand(
-        group, "diff", "Compare a bundle with this TV", name + " diff 000001", chosen, [options](const Place& place) {
-            const NamedBundle named = chooseBundle(place, options->bundle, options->metadata);
-            return printDifference(place, {named.name, named.bundle.setup()},
-                                   options->other.empty() ? thisTv(place) : chooseSide(place, options->other));
-        });
-    addBundle(*comparing, options);
-    comparing->add_option("other", options->other, "another TV, stored backup or bundle file to compare it with");
-    CLI::App* exporting = addCommand(group, "export", "Write a bundle's channel list for other programs",
-                                     name + " export 000001 --format vdr", chosen, [options](const Place& place) {
-                                         const NamedBundle named =
-                                             chooseBundle(place, options->bundle, options->metadata);
-                                         return exportChannels({named.name, named.bundle.setup()}, options->format);
-                                     });
-    addBundle(*exporting, options);
-    addFormat(*exporting, options->format);
-}
-
-void addBundleCommands(CLI::App& app, Action& chosen) {
-    addBundleVerbs(*addGroup(app, "bundle", "Look into a bundle: a file, or a stored backup"), chosen);
+    verifying->add_option("--for", options->tv, "folder of the TV that shall take it; exit code 5 if it would not");
 }
 
 }  // namespace cli

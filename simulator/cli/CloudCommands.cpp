@@ -8,7 +8,6 @@
 #include "simulator/cli/Side.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/reports/CloudReport.h"
-#include "simulator/reports/Import.h"
 #include "simulator/reports/Json.h"
 
 namespace cli {
@@ -110,7 +109,6 @@ void addCloudCommands(CLI::App& app, Action& chosen) {
                });
     addCommand(*store, "list", "List the backups: which set made each, with what antenna, how many channels",
                "halcyon-tv cloud list --json", chosen, &list);
-    addBundleVerbs(*store, chosen);
 
     const auto options = std::make_shared<ImportOptions>();
     CLI::App* importing = addCommand(*store, "import", "Put a bundle file into the store as a new backup",

@@ -68,9 +68,6 @@ void addCloudCommands(CLI::App& app, Action& chosen);
 void addCompareCommands(CLI::App& app, Action& chosen);
 void addServeCommand(CLI::App& app, Action& chosen);
 
-// What can be asked for of a bundle, for who has a group of such commands. `pick` brings the bundle of a name.
-void addBundleVerbs(CLI::App& group, Action& chosen);
-
 // The whole command line. `place` is filled in when it is parsed.
 void describe(CLI::App& app, Place& place, std::string& home, Action& chosen);
 

@@ -71,7 +71,7 @@ int status(const Place& place, bool withServices) {
     if (place.isJson) {
         Json::Value value = sim::toJson(report);
         if (withServices) {
-            value["channels"] = sim::toJson(tv.serviceDb().services());
+            value["channels"] = sim::toJson(tv.services().all());
         }
         printJson(value);
         return DONE;
@@ -104,7 +104,7 @@ int status(const Place& place, bool withServices) {
     }
     if (withServices) {
         print("\n{:>5}  {:<28} {:<5} {:<24} {}\n", "no.", "name", "type", "identity", "group");
-        tv.serviceDb().forEach(&printService);
+        tv.services().forEach(&printService);
     }
     return DONE;
 }

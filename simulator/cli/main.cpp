@@ -35,6 +35,16 @@ int codeFor(const sim::Error& error) {
     }
 }
 
+// Commands that others have taken over.
+struct Renamed {
+    const char* group;
+    const char* command;
+    const char* now;
+};
+constexpr Renamed RENAMED[] = {{"bundle", "diff", "diff"},       {"bundle", "export", "export"},
+                               {"cloud", "show", "bundle show"}, {"cloud", "verify", "bundle verify"},
+                               {"cloud", "diff", "diff"},        {"cloud", "export", "export"}};
+
 // What stood where a command, or an option of the chosen one, was expected.
 std::string suggestion(const CLI::App& app, int argc, char** argv) {
     const CLI::App* group = &app;
@@ -51,6 +61,11 @@ std::string suggestion(const CLI::App& app, int argc, char** argv) {
         }
     }
     for (int i = 1; i < argc; ++i) {
+        for (const Renamed& each : RENAMED) {
+            if (group->get_name() == each.group && std::string_view(argv[i]) == each.command) {
+                return fmt::format("'{} {}' is gone; use: halcyon-tv {}\n", each.group, each.command, each.now);
+            }
+        }
         const bool isKnown = std::find(names.begin(), names.end(), argv[i]) != names.end();
         const std::string near = isKnown ? "" : sim::didYouMean(argv[i], names);
         if (!near.empty() && (argv[i][0] == '-' || group->get_name() != argv[i])) {

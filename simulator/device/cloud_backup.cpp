@@ -243,7 +243,7 @@ int bnr_backup(const char* id, const char* metadata, const char* filePath) {
             const sim::NewBackup backup{addressOf(id),
                                         metadata,
                                         device.tv.serial(),
-                                        device.tv.serviceDb().counts().services,
+                                        device.tv.services().counts().services,
                                         device.tv.runs().lastBackup(account),
                                         device.refusesDuplicates};
             if (device.cloud->isRemote()) {

@@ -137,7 +137,7 @@ public:
         return platformCall(calls::get_current_service_info, std::tuple(mode), [&](Given& given) {
             sim::Tv& tv = Device::current().tv;
             const Viewing viewing = tv.viewing();
-            if (!tv.serviceDb().find(viewing.serviceId)) {
+            if (!tv.services().find(viewing.serviceId)) {
                 return 0;
             }
             if (criteria.IsFetched(FIELD_SERVICE_ID)) {
@@ -153,14 +153,14 @@ public:
 
     int SetCurrentServiceInfo(TSTvMode mode, const std::uint64_t& serviceId) override {
         return platformCall(calls::set_current_service_info, std::tuple(mode, serviceId), [&] {
-            return change(Device::current().tv.serviceDb().find(serviceId).has_value(),
+            return change(Device::current().tv.services().find(serviceId).has_value(),
                           [&](Viewing& viewing) { viewing.serviceId = serviceId; });
         });
     }
 
     int ResetCurrentServiceInfo() override {
         return platformCall(calls::reset_current_service_info, std::tuple(), [&] {
-            return change(true, [](Viewing& viewing) { viewing.serviceId = Device::current().tv.serviceDb().first(); });
+            return change(true, [](Viewing& viewing) { viewing.serviceId = Device::current().tv.services().first(); });
         });
     }
 };
@@ -179,7 +179,7 @@ public:
         return platformCall(calls::set_source, std::tuple(source, serviceId, option), [&] {
             const sim::Tv& tv = Device::current().tv;
             const auto selected = static_cast<sim::Source>(source);
-            const bool isShowable = selected != sim::Source::Tuner || tv.serviceDb().find(serviceId).has_value();
+            const bool isShowable = selected != sim::Source::Tuner || tv.services().find(serviceId).has_value();
             return change(tv.has(selected) && isShowable, [&](Viewing& viewing) { viewing.source = selected; });
         });
     }

@@ -124,7 +124,7 @@ public:
             for (std::string name = takeNext(); !name.empty(); name = takeNext()) {
                 if (!isThere(name)) {
                     Tv::create(
-                        m_request.folder / name, [&](ChannelSink& sink) { m_channels->copyTo(sink); }, name,
+                        m_request.folder / name, [&](ChannelSink& sink) { m_channels->services().copyTo(sink); }, name,
                         std::nullopt, name);
                 }
                 const FleetRun run = runOne(m_request, m_cloud, name);

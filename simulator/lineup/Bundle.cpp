@@ -8,6 +8,7 @@
 #include <set>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
@@ -39,16 +40,8 @@ bool isOfBundle(const Error& error) {
     return error.kind() == Error::Kind::Damaged || error.kind() == Error::Kind::Missing;
 }
 
-std::vector<Item> favouriteItems() {
-    std::vector<Item> items;
-    for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
-        items.push_back(favouriteItem(list));
-    }
-    return items;
-}
-
-// The elements of a settings file that a restore applies. Throws Error where it would fail at them.
-std::vector<Json::Value> settingsOf(const std::string& text) {
+// The settings by key that a restore applies. Throws Error if it would fail at them.
+std::map<std::string, Json::Value> settingsOf(const std::string& text) {
     Json::Value root;
     if (!parseJson(text, root)) {
         damaged(fmt::format("{} is no JSON text", application::SETTINGS_ENTRY));
@@ -62,34 +55,42 @@ std::vector<Json::Value> settingsOf(const std::string& text) {
         damaged(fmt::format("{} says that it holds {} settings, and holds {}", application::SETTINGS_ENTRY, count,
                             root["data"].size()));
     }
-    std::vector<Json::Value> elements;
+    std::map<std::string, Json::Value> settings;
     for (int i = 0; i < count; ++i) {
         const Json::Value& element = root["data"][i];
         if (!element.isObject() || !element["path"].isString() || !element["type"].isInt()) {
             damaged(fmt::format("{}: setting {} has no path or no type", application::SETTINGS_ENTRY, i + 1));
         }
-        elements.push_back(element);
+        settings[element["path"].asString()] = element["value"];
     }
-    return elements;
+    return settings;
 }
 
 }  // namespace
 
-Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata)
-    : m_scratch(std::make_unique<ScratchFolder>(temporaryFolder())),
-      m_metadataText(std::move(metadata)),
-      m_favourites(application::FAVOURITE_LISTS) {
+Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata) : m_metadataText(std::move(metadata)) {
     for (const Name<Item>& item : NAMES<Item>) {
         m_parts[item.value] = {PartState::Absent, "not in the backup"};
     }
     if (m_metadataText) {
         m_metadata = readMetadata(*m_metadataText);
+        m_setup.viewing = m_metadata.viewing;
         const bool isWhole = m_metadata.problems.empty();
         m_parts[Item::Viewing] = {isWhole ? PartState::Whole : PartState::Damaged,
                                   fmt::format("{}", fmt::join(m_metadata.problems, ", "))};
     } else {
         m_parts[Item::Viewing].problem = "the backup's metadata is not known";
     }
+    const ScratchFolder scratch(temporaryFolder());  // what is opened there stays readable when it is gone
+    readArchive(file, scratch.path());
+    for (const auto& [item, part] : m_parts) {
+        if (part.state != PartState::Whole) {
+            m_setup.lacking[item] = part.problem;
+        }
+    }
+}
+
+void Bundle::readArchive(const fs::path& file, const fs::path& folder) {
     try {
         m_entries = checkArchive(file);
     } catch (const Error& error) {
@@ -104,10 +105,10 @@ Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata)
             entry.problem = "the application cannot unpack a folder's own entry; pack the files alone, as zip -D does";
         }
     }
-    readServices(file);
-    readSettings(file);
-    readIss(file);
-    readCi();
+    readServices(file, folder);
+    readSettings(file, folder);
+    readIss(file, folder);
+    readCi(folder);
 }
 
 bool Bundle::isDamaged() const {
@@ -140,36 +141,37 @@ std::vector<std::string> Bundle::problems() const {
     return problems;
 }
 
-const ArchiveEntry* Bundle::entry(const std::string& name) const {
-    const auto found =
-        std::find_if(m_entries.begin(), m_entries.end(), [&](const ArchiveEntry& each) { return each.name == name; });
-    return found == m_entries.end() ? nullptr : &*found;
+bool Bundle::hasEntry(const std::string& name) const {
+    return std::any_of(m_entries.begin(), m_entries.end(),
+                       [&](const ArchiveEntry& entry) { return entry.name == name; });
 }
 
 // Notes what becomes of the reading of an item.
 template <typename Read>
-void Bundle::read(Item item, Read read) {
+void Bundle::read(Item item, const fs::path& folder, Read read) {
     try {
-        m_parts[item] = {PartState::Whole, ""};
         read();
+        m_parts[item] = {PartState::Whole, ""};
     } catch (const Error& error) {
         if (!isOfBundle(error)) {
             throw;
         }
-        m_parts[item] = {PartState::Damaged, withoutFolder(error.what(), m_scratch->path())};
+        m_parts[item] = {PartState::Damaged, withoutFolder(error.what(), folder)};
     }
 }
 
-void Bundle::readServices(const fs::path& file) {
-    if (entry(application::SERVICE_DB_ENTRY) == nullptr) {
+void Bundle::readServices(const fs::path& file, const fs::path& folder) {
+    if (!hasEntry(application::SERVICE_DB_ENTRY)) {
         return;
     }
-    const fs::path archive = *m_scratch / application::SERVICE_DB_ENTRY;
-    read(Item::Channels, [&] {
+    const fs::path archive = folder / application::SERVICE_DB_ENTRY;
+    const fs::path database = folder / "services.db";
+    read(Item::Channels, folder, [&] {
         extractEntry(file, application::SERVICE_DB_ENTRY, archive);
-        if (const std::optional<ReplaceStatus> status = adoptServices(archive, *m_scratch / "services.db")) {
+        if (const std::optional<ReplaceStatus> status = adoptServices(archive, database)) {
             damaged(words(*status));
         }
+        m_setup.services.emplace(database);
         for (const ArchiveEntry& inner : listArchive(archive)) {
             if (inner.name == IP_SERVICES_ENTRY) {
                 m_parts[Item::IpServices] = {PartState::Whole, ""};
@@ -178,80 +180,74 @@ void Bundle::readServices(const fs::path& file) {
     });
 }
 
-void Bundle::readSettings(const fs::path& file) {
-    if (entry(application::SETTINGS_ENTRY) == nullptr) {
+// Of settings under the same key, a restore applies the last.
+void Bundle::readSettings(const fs::path& file, const fs::path& folder) {
+    if (!hasEntry(application::SETTINGS_ENTRY)) {
         return;
     }
-    const fs::path settings = *m_scratch / application::SETTINGS_ENTRY;
-    std::vector<Json::Value> elements;
-    for (const Item item : favouriteItems()) {
-        read(item, [&] {
-            extractEntry(file, application::SETTINGS_ENTRY, settings);
-            elements = settingsOf(readFile(settings));
-        });
+    std::map<std::string, Json::Value> values;
+    std::string problem;
+    try {
+        extractEntry(file, application::SETTINGS_ENTRY, folder / application::SETTINGS_ENTRY);
+        values = settingsOf(readFile(folder / application::SETTINGS_ENTRY));
+    } catch (const Error& error) {
+        if (!isOfBundle(error)) {
+            throw;
+        }
+        problem = withoutFolder(error.what(), folder);
     }
     for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
         BundlePart& part = m_parts[favouriteItem(list)];
-        const auto found = std::find_if(elements.begin(), elements.end(), [&](const Json::Value& element) {
-            return element["path"].asString() == application::favouriteKey(list);
-        });
-        if (part.state == PartState::Whole && found == elements.end()) {
-            part = {PartState::Absent, "not in the backup"};
-        } else if (part.state == PartState::Whole && !(*found)["value"].isString()) {
+        const auto value = values.find(application::favouriteKey(list));
+        if (!problem.empty()) {
+            part = {PartState::Damaged, problem};
+        } else if (value != values.end() && value->second.isString()) {
+            part = {PartState::Whole, ""};
+            m_setup.entries[favouriteItem(list)] = {{"name", value->second.asString()}};
+        } else if (value != values.end()) {
             part = {PartState::Damaged, fmt::format("{}: its value is no text", application::SETTINGS_ENTRY)};
-        } else if (part.state == PartState::Whole) {
-            m_favourites[static_cast<std::size_t>(list - 1)] = (*found)["value"].asString();
         }
     }
 }
 
-void Bundle::readIss(const fs::path& file) {
-    if (entry(application::ISS_DB_ENTRY) == nullptr) {
+void Bundle::readIss(const fs::path& file, const fs::path& folder) {
+    if (!hasEntry(application::ISS_DB_ENTRY)) {
         return;
     }
-    read(Item::Iss, [&] {
-        const fs::path folder = *m_scratch / "iss";
-        makePrivateFolder(folder);
+    read(Item::Iss, folder, [&] {
         extractEntry(file, application::ISS_DB_ENTRY, folder / application::ISS_DB_ENTRY);
         adoptIss(folder / application::ISS_DB_ENTRY, folder / "iss.db");
-        m_iss = IssDb(folder / "iss.db").entries();
+        m_setup.entries[Item::Iss] = IssDb(folder / "iss.db").entries();
     });
 }
 
-void Bundle::readCi() {
+void Bundle::readCi(const fs::path& folder) {
     const std::string prefix = application::CI_PREFIX;
-    for (const ArchiveEntry& entry : m_entries) {
-        if (entry.name.compare(0, prefix.size(), prefix) != 0 || entry.name == prefix) {
-            continue;
-        }
+    Entries files;
+    const auto add = [&](const ArchiveEntry& entry) {
         const std::string name = entry.name.substr(prefix.size());
-        if (m_parts[Item::Ci].state == PartState::Damaged) {
-            return;
+        if (name.find('/') != std::string::npos) {
+            damaged(fmt::format("{} is no file directly in {}", inQuotes(entry.name), prefix));
         }
-        read(Item::Ci, [&] {
-            if (name.find('/') != std::string::npos) {
-                damaged(fmt::format("{} is no file directly in {}", inQuotes(entry.name), prefix));
-            }
-            if (entry.digest.empty()) {
-                damaged(fmt::format("entry {}: {}", inQuotes(entry.name), entry.problem));
-            }
-            m_ci[name] = entry.digest;
-        });
-    }
-}
-
-Setup Bundle::setup() const {
-    Setup setup{{}, m_favourites, m_iss, m_ci, m_metadata.viewing, {}, {}};
-    for (const auto& [item, part] : m_parts) {
-        if (part.state != PartState::Whole) {
-            setup.lacking[item] = part.problem.empty() ? std::string(nameOf(part.state)) : part.problem;
+        if (entry.digest.empty()) {
+            damaged(fmt::format("entry {}: {}", inQuotes(entry.name), entry.problem));
         }
+        files[name] = entry.digest;
+    };
+    const auto isOfCi = [&](const ArchiveEntry& entry) {
+        return entry.name.compare(0, prefix.size(), prefix) == 0 && entry.name != prefix;
+    };
+    if (std::none_of(m_entries.begin(), m_entries.end(), isOfCi)) {
+        return;
     }
-    if (part(Item::Channels).state == PartState::Whole) {
-        setup.services = services().services();
-        setup.headers = services().headers();
-    }
-    return setup;
+    read(Item::Ci, folder, [&] {
+        for (const ArchiveEntry& entry : m_entries) {
+            if (isOfCi(entry)) {
+                add(entry);
+            }
+        }
+        m_setup.entries[Item::Ci] = files;
+    });
 }
 
 }  // namespace sim

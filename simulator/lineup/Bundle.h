@@ -3,13 +3,11 @@
 
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "simulator/base/Archive.h"
-#include "simulator/base/Files.h"
 #include "simulator/lineup/Metadata.h"
 #include "simulator/lineup/ServiceDb.h"
 #include "simulator/lineup/Setup.h"
@@ -51,35 +49,26 @@ public:
     const std::optional<std::string>& metadataText() const { return m_metadataText; }
     const Metadata& metadata() const { return m_metadata; }
 
-    // The channel database, where that part is whole.
-    ServiceDb services() const { return ServiceDb(m_scratch->path()); }
-
-    // The others, where their parts are whole.
-    const std::string& favourite(int list) const { return m_favourites[static_cast<std::size_t>(list - 1)]; }
-    const IssDb::Entries& iss() const { return m_iss; }
-    const CiFiles::Digests& ci() const { return m_ci; }
-
-    // All that is whole.
-    Setup setup() const;
+    // All that is whole, and why the rest is lacking.
+    const Setup& setup() const { return m_setup; }
 
 private:
-    void readServices(const std::filesystem::path& file);
-    void readSettings(const std::filesystem::path& file);
-    void readIss(const std::filesystem::path& file);
-    void readCi();
+    // `folder` is where entries are unpacked.
+    void readArchive(const std::filesystem::path& file, const std::filesystem::path& folder);
+    void readServices(const std::filesystem::path& file, const std::filesystem::path& folder);
+    void readSettings(const std::filesystem::path& file, const std::filesystem::path& folder);
+    void readIss(const std::filesystem::path& file, const std::filesystem::path& folder);
+    void readCi(const std::filesystem::path& folder);
     template <typename Read>
-    void read(Item item, Read read);
-    const ArchiveEntry* entry(const std::string& name) const;
+    void read(Item item, const std::filesystem::path& folder, Read read);
+    bool hasEntry(const std::string& name) const;
 
-    std::unique_ptr<ScratchFolder> m_scratch;
     std::string m_problem;
     std::vector<ArchiveEntry> m_entries;
     std::map<Item, BundlePart> m_parts;
     std::optional<std::string> m_metadataText;
     Metadata m_metadata;
-    std::vector<std::string> m_favourites;
-    IssDb::Entries m_iss;
-    CiFiles::Digests m_ci;
+    Setup m_setup;
 };
 
 }  // namespace sim

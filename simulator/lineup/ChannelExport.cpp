@@ -21,8 +21,6 @@ std::string inALine(std::string text) {
     return text;
 }
 
-// --- VDR ---
-
 std::string vdrNames(const Service& service) {
     std::string names = service.name;
     if (!service.shortName.empty()) {
@@ -43,14 +41,14 @@ std::string vdrLine(const Service& s) {
 }
 
 // With the headers that the list had.
-std::string withHeaders(const Setup& setup) {
+std::string withHeaders(const std::vector<Service>& services, const std::vector<ListHeader>& headers) {
     std::string text;
-    auto header = setup.headers.begin();
-    for (std::size_t i = 0; i <= setup.services.size(); ++i) {
-        for (; header != setup.headers.end() && header->before <= static_cast<int>(i); ++header) {
+    auto header = headers.begin();
+    for (std::size_t i = 0; i <= services.size(); ++i) {
+        for (; header != headers.end() && header->before <= static_cast<int>(i); ++header) {
             text += inALine(header->text) + "\n";
         }
-        text += i < setup.services.size() ? vdrLine(setup.services[i]) : "";
+        text += i < services.size() ? vdrLine(services[i]) : "";
     }
     return text;
 }
@@ -75,17 +73,15 @@ std::string withMadeHeaders(const std::vector<Service>& services) {
 }
 
 // The list as it was, as long as it still says what the services are.
-std::string vdr(const Setup& setup) {
-    std::string text = withHeaders(setup);
+std::string vdr(const std::vector<Service>& services, const std::vector<ListHeader>& headers) {
+    std::string text = withHeaders(services, headers);
     const std::vector<Service> read = parseChannelList(text, "").services;
-    const bool isTrue = std::equal(read.begin(), read.end(), setup.services.begin(), setup.services.end(),
-                                   [](const Service& one, const Service& other) {
-                                       return one.number == other.number && one.groupName == other.groupName;
+    const bool isTrue = std::equal(read.begin(), read.end(), services.begin(), services.end(),
+                                   [](const Service& left, const Service& right) {
+                                       return left.number == right.number && left.groupName == right.groupName;
                                    });
-    return isTrue ? text : withMadeHeaders(setup.services);
+    return isTrue ? text : withMadeHeaders(services);
 }
-
-// --- M3U ---
 
 std::string inAttribute(std::string text) {
     std::replace(text.begin(), text.end(), '"', '\'');
@@ -101,8 +97,6 @@ std::string m3u(const std::vector<Service>& services) {
     }
     return text;
 }
-
-// --- DVBv5 ---
 
 // The letters of a channel list's parameters, with what follows each: "HC23M5" is H, C 23, M 5.
 std::map<char, std::string> parametersOf(const std::string& text) {
@@ -295,14 +289,14 @@ ChannelExport dvbv5(const std::vector<Service>& services) {
 
 }  // namespace
 
-ChannelExport exportChannels(const Setup& setup, ExportFormat format) {
+ChannelExport exportChannels(const Services& services, ExportFormat format) {
     switch (format) {
         case ExportFormat::M3u:
-            return {m3u(setup.services), {}};
+            return {m3u(services.all()), {}};
         case ExportFormat::Dvbv5:
-            return dvbv5(setup.services);
+            return dvbv5(services.all());
         default:
-            return {vdr(setup), {}};
+            return {vdr(services.all(), services.headers()), {}};
     }
 }
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "simulator/base/Names.h"
-#include "simulator/lineup/Setup.h"
+#include "simulator/lineup/ServiceDb.h"
 
 namespace sim {
 
@@ -27,6 +27,6 @@ struct ChannelExport {
     std::vector<std::string> problems;  // a line each: what the format cannot say, and was left out
 };
 
-ChannelExport exportChannels(const Setup& setup, ExportFormat format);
+ChannelExport exportChannels(const Services& services, ExportFormat format);
 
 }  // namespace sim

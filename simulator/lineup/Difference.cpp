@@ -4,10 +4,11 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <iterator>
 #include <set>
-#include <string_view>
 #include <unordered_map>
 
+#include "simulator/base/Text.h"
 #include "simulator/lineup/Words.h"
 
 namespace sim {
@@ -15,16 +16,16 @@ namespace sim {
 namespace {
 
 // What a difference has a list of its own for.
-bool isListed(const ServiceColumn& column) {
-    const std::string_view name = column.name;
-    return name == "id" || name == "number" || name == "name";
+bool isListed(const ServiceColumn* column) {
+    const std::string_view label = column->label;
+    return label == "id" || label == "number" || label == "name";
 }
 
-std::vector<std::string> changedColumns(const Service& one, const Service& other) {
-    std::vector<std::string> columns;
+std::vector<const ServiceColumn*> differingColumns(const Service& left, const Service& right) {
+    std::vector<const ServiceColumn*> columns;
     for (const ServiceColumn& column : SERVICE_COLUMNS) {
-        if (!isListed(column) && column.valueOf(one) != column.valueOf(other)) {
-            columns.emplace_back(column.name);
+        if (differ(column, left, right)) {
+            columns.push_back(&column);
         }
     }
     return columns;
@@ -53,118 +54,130 @@ std::vector<bool> longestAscending(const std::vector<std::size_t>& sequence) {
     return isIn;
 }
 
-// A part with its keys, and under which of them two sides differ.
-template <typename Map>
-PartDifference compareMaps(Item item, const Map& one, const Map& other, const char* unit) {
-    std::set<std::string> keys;
-    for (const auto& [map, against] : {std::pair(&one, &other), std::pair(&other, &one)}) {
-        for (const auto& [key, value] : *map) {
-            const auto found = against->find(key);
-            if (found == against->end() || found->second != value) {
-                keys.insert(key);
-            }
-        }
+// How an item reads, if it is not lacking.
+std::string textOf(Item item, const Setup& setup) {
+    const Entries& entries = setup.of(item);
+    switch (item) {
+        case Item::Channels:
+            return plural(setup.services->counts().services, "service");
+        case Item::Viewing:
+            return words(setup.viewing, setup.services ? setup.services->find(setup.viewing.serviceId) : std::nullopt);
+        case Item::Ci:
+            return plural(entries.size(), "file");
+        case Item::Iss:
+            return plural(entries.size(), "entry", "entries");
+        default:  // the name of a favourite list
+            return entries.empty() ? "" : inQuotes(entries.begin()->second);
     }
-    const std::string size = fmt::format("{} {}", other.size(), unit);
-    return {item, keys.empty(), fmt::format("{} {}", one.size(), unit),
-            keys.empty() ? size : fmt::format("{}; in: {}", size, fmt::join(keys, ", "))};
 }
 
-// Which side lacks an item, and why. Empty: neither does.
-std::string lackingIn(Item item, const Setup& one, const Setup& other) {
-    std::string text;
-    for (const auto& [side, setup] : {std::pair("first", &one), std::pair("second", &other)}) {
-        const auto found = setup->lacking.find(item);
-        if (found != setup->lacking.end()) {
-            text += fmt::format("{}the {}: {}", text.empty() ? "" : "; ", side, found->second);
-        }
+// The keys under which two maps differ.
+std::string differingKeys(const Entries& left, const Entries& right) {
+    Entries differing;
+    std::set_symmetric_difference(left.begin(), left.end(), right.begin(), right.end(),
+                                  std::inserter(differing, differing.end()));
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : differing) {
+        keys.push_back(inQuotes(key));
     }
-    return text;
-}
-
-// How a part reads where a side may lack it.
-std::string withLack(const std::string& text, Item item, const Setup& setup) {
-    const auto found = setup.lacking.find(item);
-    return found == setup.lacking.end() ? text : fmt::format("({})", found->second);
-}
-
-// What is on, in a line.
-std::string describe(const Setup& setup) {
-    const Viewing& viewing = setup.viewing;
-    const auto on = std::find_if(setup.services.begin(), setup.services.end(),
-                                 [&](const Service& service) { return service.id == viewing.serviceId; });
-    const std::string service = on != setup.services.end()
-                                    ? fmt::format("{} {} ({})", on->number, on->name, on->id)
-                                    : fmt::format("none: the channel list has no service {}", viewing.serviceId);
-    return fmt::format("{}; {}; {}; {}", service, words(viewing.mode), words(viewing.source), words(viewing.category));
+    return fmt::format("in {}", fmt::join(keys, ", "));
 }
 
 }  // namespace
 
-ServiceDifference compareServices(const std::vector<Service>& ones, const std::vector<Service>& others) {
+std::string ServiceDifference::summary() const {
+    std::vector<std::string> texts;
+    for (const auto& [count, what] : {std::pair(removed.size(), "removed"), std::pair(added.size(), "added"),
+                                      std::pair(renamed.size(), "renamed"), std::pair(changed.size(), "changed"),
+                                      std::pair(moved.size(), "moved"), std::pair(renumbered.size(), "renumbered")}) {
+        if (count != 0) {
+            texts.push_back(fmt::format("{} {}", count, what));
+        }
+    }
+    return fmt::format("{}", fmt::join(texts, ", "));
+}
+
+ServiceDifference compareServices(const std::vector<Service>& left, const std::vector<Service>& right) {
     ServiceDifference difference;
-    difference.ones = ones.size();
-    difference.others = others.size();
-    std::unordered_map<std::string, std::size_t> placeInOthers;
-    for (std::size_t i = 0; i < others.size(); ++i) {
-        placeInOthers.emplace(others[i].identity, i);
+    difference.leftCount = left.size();
+    difference.rightCount = right.size();
+    std::unordered_map<std::string, std::size_t> placeInRight;
+    for (std::size_t i = 0; i < right.size(); ++i) {
+        placeInRight.emplace(right[i].identity, i);
     }
     std::vector<const Service*> paired;
     std::vector<std::size_t> places;
-    for (const Service& one : ones) {
-        const auto found = placeInOthers.find(one.identity);
-        if (found == placeInOthers.end()) {
-            difference.removed.push_back(one);
+    for (const Service& service : left) {
+        const auto found = placeInRight.find(service.identity);
+        if (found == placeInRight.end()) {
+            difference.removed.push_back(service);
         } else {
-            paired.push_back(&one);
+            paired.push_back(&service);
             places.push_back(found->second);
-            placeInOthers.erase(found);
+            placeInRight.erase(found);
         }
     }
-    std::copy_if(others.begin(), others.end(), std::back_inserter(difference.added),
-                 [&](const Service& other) { return placeInOthers.count(other.identity) != 0; });
+    std::copy_if(right.begin(), right.end(), std::back_inserter(difference.added),
+                 [&](const Service& service) { return placeInRight.count(service.identity) != 0; });
 
     const std::vector<bool> isInOrder = longestAscending(places);
     for (std::size_t i = 0; i < paired.size(); ++i) {
-        ServicePair pair{*paired[i], others[places[i]], {}};
-        pair.columns = changedColumns(pair.one, pair.other);
-        if (pair.one.name != pair.other.name) {
+        const Service& other = right[places[i]];
+        const ServicePair pair{*paired[i], other, differingColumns(*paired[i], other)};
+        if (pair.left.name != pair.right.name) {
             difference.renamed.push_back(pair);
         }
-        if (!pair.columns.empty()) {
+        if (!std::all_of(pair.columns.begin(), pair.columns.end(), &isListed)) {
             difference.changed.push_back(pair);
         }
         if (!isInOrder[i]) {
             difference.moved.push_back(pair);
-        } else if (pair.one.number != pair.other.number || pair.one.id != pair.other.id) {
+        } else if (pair.left.number != pair.right.number || pair.left.id != pair.right.id) {
             difference.renumbered.push_back(pair);
         }
     }
     return difference;
 }
 
-bool Difference::isSame() const {
-    return services.isSame() &&
-           std::all_of(parts.begin(), parts.end(), [](const PartDifference& part) { return part.isSame; });
+ItemDifference compare(Item item, const Setup& left, const Setup& right) {
+    ItemDifference difference;
+    difference.item = item;
+    for (const auto& [setup, text] : {std::pair(&left, &difference.left), std::pair(&right, &difference.right)}) {
+        const auto lacking = setup->lacking.find(item);
+        difference.isSame = difference.isSame && lacking == setup->lacking.end();
+        *text = lacking == setup->lacking.end() ? textOf(item, *setup) : fmt::format("({})", lacking->second);
+    }
+    if (!difference.isSame) {
+        return difference;
+    }
+    if (item == Item::Channels) {
+        // Lists may be long, and are equal nearly always.
+        difference.isSame = left.services == right.services;
+        difference.detail =
+            difference.isSame ? "" : compareServices(left.services->all(), right.services->all()).summary();
+    } else if (item == Item::Viewing) {
+        difference.isSame = left.viewing == right.viewing;
+    } else {
+        difference.isSame = left.of(item) == right.of(item);
+        difference.detail =
+            difference.isSame || favouriteList(item) ? "" : differingKeys(left.of(item), right.of(item));
+    }
+    return difference;
 }
 
-Difference compare(const Setup& one, const Setup& other) {
+bool Difference::isSame() const {
+    return std::all_of(items.begin(), items.end(), [](const ItemDifference& item) { return item.isSame; });
+}
+
+Difference compare(const Setup& left, const Setup& right) {
     Difference difference;
-    difference.services = compareServices(one.services, other.services);
-    difference.services.lacking = lackingIn(Item::Channels, one, other);
-    for (std::size_t i = 0; i < one.favourites.size(); ++i) {
-        difference.parts.push_back({favouriteItem(static_cast<int>(i) + 1), one.favourites[i] == other.favourites[i],
-                                    one.favourites[i], other.favourites[i]});
-    }
-    difference.parts.push_back(compareMaps(Item::Ci, one.ci, other.ci, "files, each compared byte by byte"));
-    difference.parts.push_back(compareMaps(Item::Iss, one.iss, other.iss, "entries"));
-    difference.parts.push_back({Item::Viewing, one.viewing == other.viewing, describe(one), describe(other)});
-    for (PartDifference& part : difference.parts) {
-        if (!lackingIn(part.item, one, other).empty()) {
-            part.one = withLack(part.one, part.item, one);
-            part.other = withLack(part.other, part.item, other);
-            part.isSame = false;
+    for (const Name<Item>& item : NAMES<Item>) {
+        if (item.value != Item::IpServices) {
+            difference.items.push_back(compare(item.value, left, right));
         }
+    }
+    if (left.services && right.services) {
+        difference.services = compareServices(left.services->all(), right.services->all());
     }
     return difference;
 }

@@ -1,4 +1,4 @@
-// What is different between two channel set-ups.
+// What is different between two channel set-ups. There is one comparer, whoever asks.
 #pragma once
 
 #include <cstddef>
@@ -11,46 +11,51 @@ namespace sim {
 
 // Two services of one identity.
 struct ServicePair {
-    Service one;
-    Service other;
-    std::vector<std::string> columns;  // that differ, but for id, number and name
+    Service left;
+    Service right;
+    std::vector<const ServiceColumn*> columns;  // that differ
 };
 
 // Services are paired by their identity, wherever they stand.
 struct ServiceDifference {
-    std::size_t ones = 0;  // how many there are on each side
-    std::size_t others = 0;
-    std::string lacking;           // one side has no list of services that can be read: which, and why
-    std::vector<Service> removed;  // those that only the first side has
-    std::vector<Service> added;    // those that only the second side has
+    std::size_t leftCount = 0;
+    std::size_t rightCount = 0;
+    std::vector<Service> removed;  // those that only the left side has
+    std::vector<Service> added;    // those that only the right side has
     std::vector<ServicePair> renamed;
-    std::vector<ServicePair> changed;     // in some other column
+    std::vector<ServicePair> changed;     // in another column than id, number and name
     std::vector<ServicePair> moved;       // to another place in the order
     std::vector<ServicePair> renumbered;  // in their place, with another number or id
 
     bool isSame() const {
-        return lacking.empty() && removed.empty() && added.empty() && renamed.empty() && changed.empty() &&
-               moved.empty() && renumbered.empty();
+        return removed.empty() && added.empty() && renamed.empty() && changed.empty() && moved.empty() &&
+               renumbered.empty();
     }
+    // "3 added, 1 moved"; what there is nothing of is not named.
+    std::string summary() const;
 };
 
-ServiceDifference compareServices(const std::vector<Service>& ones, const std::vector<Service>& others);
+ServiceDifference compareServices(const std::vector<Service>& left, const std::vector<Service>& right);
 
-// Another part of a set-up, with how it reads on each side.
-struct PartDifference {
-    Item item;
+// An item with how it reads on each side, or why it is not there.
+struct ItemDifference {
+    Item item = Item::Channels;
     bool isSame = true;
-    std::string one;
-    std::string other;
+    std::string left;
+    std::string right;
+    std::string detail;  // where they differ, if the sides do not say it: "1 removed, 2 moved", "in 'a', 'b'"
 };
+
+// Any item but the IP services.
+ItemDifference compare(Item item, const Setup& left, const Setup& right);
 
 struct Difference {
     ServiceDifference services;
-    std::vector<PartDifference> parts;
+    std::vector<ItemDifference> items;  // all but the IP services, the channels first
 
     bool isSame() const;
 };
 
-Difference compare(const Setup& one, const Setup& other);
+Difference compare(const Setup& left, const Setup& right);
 
 }  // namespace sim

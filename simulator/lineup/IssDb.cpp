@@ -56,7 +56,7 @@ void IssDb::snapshot(const fs::path& archive, std::time_t time) const {
     writeArchive(archive, {copy}, time);
 }
 
-IssDb::Entries IssDb::entries() const {
+Entries IssDb::entries() const {
     const Database database(m_file, Database::Access::Look);
     Statement query(database, "SELECT key, value FROM iss");
     Entries entries;

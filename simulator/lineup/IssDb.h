@@ -8,11 +8,11 @@
 
 namespace sim {
 
+using Entries = std::map<std::string, std::string>;  // values by key
+
 // As with the channel database, the file is only ever put in place whole.
 class IssDb {
 public:
-    using Entries = std::map<std::string, std::string>;
-
     explicit IssDb(std::filesystem::path file) : m_file(std::move(file)) {}
 
     // These throw Error on failure.

@@ -1,9 +1,9 @@
 // A service: a line of a channel list, a row of the channel database, one side of a comparison.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
+#include <variant>
 
 namespace sim {
 
@@ -42,14 +42,45 @@ struct ListHeader {
 // "television", "radio" or "scrambled", as a channel list shows it.
 std::string kindOf(const Service& service);
 
-// What a service has, by name and as text.
+// A column of a service. Schema, queries, fingerprints, comparisons and JSON follow from this.
 struct ServiceColumn {
-    const char* name;
-    std::string (*valueOf)(const Service&);
+    const char* label;        // as people read it; empty: it only says how the list was written, and is not compared
+    const char* sql;          // its name in services.db; empty: from the table of groups
+    const char* declaration;  // its SQL type; one with a default may be missing in a received database
+    const char* json;         // empty: not in the JSON
+    std::variant<int Service::*, std::uint64_t Service::*, std::string Service::*> member;
 };
-extern const std::array<ServiceColumn, 20> SERVICE_COLUMNS;
 
-// Whether two services have the same in each column.
-bool operator==(const Service& one, const Service& other);
+inline constexpr ServiceColumn SERVICE_COLUMNS[] = {
+    {"id", "id", "INTEGER PRIMARY KEY", "id", &Service::id},
+    {"number", "number", "INTEGER NOT NULL UNIQUE", "number", &Service::number},
+    {"identity", "identity", "TEXT NOT NULL UNIQUE", "identity", &Service::identity},
+    {"name", "name", "TEXT NOT NULL", "name", &Service::name},
+    {"short name", "short_name", "TEXT NOT NULL", "shortName", &Service::shortName},
+    {"provider", "provider", "TEXT NOT NULL", "provider", &Service::provider},
+    {"type", "type", "TEXT NOT NULL CHECK(type IN ('tv', 'radio'))", "type", &Service::type},
+    {"group", "channel_group", "INTEGER REFERENCES channel_groups(number)", "", &Service::group},
+    {"group name", "", "", "group", &Service::groupName},
+    {"source", "source", "TEXT NOT NULL", "source", &Service::source},
+    {"frequency", "frequency_hz", "INTEGER NOT NULL", "frequencyHz", &Service::frequency},
+    {"symbol rate", "symbol_rate", "INTEGER NOT NULL", "symbolRate", &Service::symbolRate},
+    {"parameters", "parameters", "TEXT NOT NULL", "parameters", &Service::parameters},
+    {"video pid", "video_pid", "TEXT NOT NULL", "videoPid", &Service::videoPid},
+    {"audio pids", "audio_pids", "TEXT NOT NULL", "audioPids", &Service::audioPids},
+    {"text pids", "text_pids", "TEXT NOT NULL", "textPids", &Service::textPids},
+    {"conditional access", "conditional_access", "TEXT NOT NULL", "conditionalAccess", &Service::conditionalAccess},
+    {"service id", "sid", "INTEGER NOT NULL", "sid", &Service::sid},
+    {"network id", "nid", "INTEGER NOT NULL", "nid", &Service::nid},
+    {"transport stream id", "tid", "INTEGER NOT NULL", "tid", &Service::tid},
+    {"radio id", "rid", "INTEGER NOT NULL", "rid", &Service::rid},
+    {"", "frequency_unit", "INTEGER NOT NULL DEFAULT 1", "", &Service::frequencyUnit},
+    {"", "list_fields", "INTEGER NOT NULL DEFAULT 13", "", &Service::listFields},
+};
+
+// What a service has in a column, as text.
+std::string textOf(const ServiceColumn& column, const Service& service);
+
+// Whether two services differ in a column that is compared.
+bool differ(const ServiceColumn& column, const Service& left, const Service& right);
 
 }  // namespace sim

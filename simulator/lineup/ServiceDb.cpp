@@ -1,10 +1,18 @@
 #include "simulator/lineup/ServiceDb.h"
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
+#include <iterator>
 #include <map>
+#include <string_view>
+#include <type_traits>
+#include <variant>
 
 #include "simulator/base/Archive.h"
+#include "simulator/base/Database.h"
+#include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/lineup/ReceivedDatabase.h"
@@ -17,65 +25,81 @@ namespace {
 
 constexpr char DATABASE[] = "services.db";
 
-// Strict, so that what a received row holds is of the type that this program reads.
-constexpr char SCHEMA[] = R"(
-CREATE TABLE meta(service_count INTEGER NOT NULL) STRICT;
-CREATE TABLE channel_groups(number INTEGER PRIMARY KEY, name TEXT NOT NULL) STRICT;
-CREATE TABLE services(
-    id INTEGER PRIMARY KEY, number INTEGER NOT NULL UNIQUE, identity TEXT NOT NULL UNIQUE, name TEXT NOT NULL,
-    short_name TEXT NOT NULL, provider TEXT NOT NULL, type TEXT NOT NULL CHECK(type IN ('tv', 'radio')),
-    channel_group INTEGER REFERENCES channel_groups(number), source TEXT NOT NULL, frequency_hz INTEGER NOT NULL,
-    symbol_rate INTEGER NOT NULL, parameters TEXT NOT NULL, video_pid TEXT NOT NULL, audio_pids TEXT NOT NULL,
-    text_pids TEXT NOT NULL, conditional_access TEXT NOT NULL, sid INTEGER NOT NULL, nid INTEGER NOT NULL,
-    tid INTEGER NOT NULL, rid INTEGER NOT NULL, frequency_unit INTEGER NOT NULL DEFAULT 1,
-    list_fields INTEGER NOT NULL DEFAULT 13) STRICT;
-CREATE TABLE list_headers(before INTEGER NOT NULL, line TEXT NOT NULL) STRICT;
-)";
-
 const ReceivedDatabase::Table META = {"meta", {"service_count"}, {}};
 const ReceivedDatabase::Table GROUPS = {"channel_groups", {"number", "name"}, {}};
-const ReceivedDatabase::Table SERVICES = {"services",
-                                          {"id",         "number",       "identity",    "name",
-                                           "short_name", "provider",     "type",        "channel_group",
-                                           "source",     "frequency_hz", "symbol_rate", "parameters",
-                                           "video_pid",  "audio_pids",   "text_pids",   "conditional_access",
-                                           "sid",        "nid",          "tid",         "rid"},
-                                          {"frequency_unit", "list_fields"}};
 const ReceivedDatabase::Table HEADERS = {"list_headers", {"before", "line"}, {}};
 
-constexpr char SELECT[] =
-    "SELECT id, services.number, identity, services.name, short_name, provider, type, channel_group, "
-    "channel_groups.name, source, frequency_hz, symbol_rate, parameters, video_pid, audio_pids, text_pids, "
-    "conditional_access, sid, nid, tid, rid, frequency_unit, "
-    "list_fields "
-    "FROM services LEFT JOIN channel_groups ON channel_groups.number = channel_group ";
+bool isStored(const ServiceColumn& column) {
+    return *column.sql != '\0';
+}
 
-// Into a service of before, whose texts have their memory already.
+ReceivedDatabase::Table servicesTable() {
+    ReceivedDatabase::Table table{"services", {}, {}};
+    for (const ServiceColumn& column : SERVICE_COLUMNS) {
+        const bool hasDefault = std::string_view(column.declaration).find("DEFAULT") != std::string_view::npos;
+        if (isStored(column)) {
+            (hasDefault ? table.optionalColumns : table.columns).emplace_back(column.sql);
+        }
+    }
+    return table;
+}
+
+// For each column that is stored, `text` of it; separated by commas.
+template <typename Text>
+std::string listColumns(Text text) {
+    std::vector<std::string> columns;
+    for (const ServiceColumn& column : SERVICE_COLUMNS) {
+        if (isStored(column)) {
+            columns.push_back(text(column));
+        }
+    }
+    return fmt::format("{}", fmt::join(columns, ", "));
+}
+
+// An id of 0 is for the database to choose, and a group of 0 is none.
+std::string placeholder(const ServiceColumn& column) {
+    return std::string_view(column.declaration).find("NOT NULL") == std::string_view::npos ? "nullif(?, 0)" : "?";
+}
+
+// Strict, so that what a received row holds is of the type that this program reads.
+std::string schema() {
+    return fmt::format(
+        "CREATE TABLE meta(service_count INTEGER NOT NULL) STRICT;"
+        "CREATE TABLE channel_groups(number INTEGER PRIMARY KEY, name TEXT NOT NULL) STRICT;"
+        "CREATE TABLE services({}) STRICT;"
+        "CREATE TABLE list_headers(before INTEGER NOT NULL, line TEXT NOT NULL) STRICT;",
+        listColumns([](const ServiceColumn& column) { return fmt::format("{} {}", column.sql, column.declaration); }));
+}
+
+// The columns of SERVICE_COLUMNS in their order.
+const std::string& select() {
+    static const std::string text = [] {
+        std::vector<std::string> columns;
+        for (const ServiceColumn& column : SERVICE_COLUMNS) {
+            columns.push_back(isStored(column) ? fmt::format("services.{}", column.sql) : "channel_groups.name");
+        }
+        return fmt::format("SELECT {} FROM services LEFT JOIN channel_groups ON channel_groups.number = channel_group ",
+                           fmt::join(columns, ", "));
+    }();
+    return text;
+}
+
+// Into the service of the row before, whose texts have their memory already.
 void readService(const Statement& query, Service& service) {
-    const auto number = [&](int column) { return static_cast<int>(query.integer(column)); };
-    service.id = static_cast<std::uint64_t>(query.integer(0));
-    service.number = number(1);
-    service.identity = query.view(2);
-    service.name = query.view(3);
-    service.shortName = query.view(4);
-    service.provider = query.view(5);
-    service.type = query.view(6);
-    service.group = number(7);
-    service.groupName = query.view(8);
-    service.source = query.view(9);
-    service.frequency = static_cast<std::uint64_t>(query.integer(10));
-    service.symbolRate = number(11);
-    service.parameters = query.view(12);
-    service.videoPid = query.view(13);
-    service.audioPids = query.view(14);
-    service.textPids = query.view(15);
-    service.conditionalAccess = query.view(16);
-    service.sid = number(17);
-    service.nid = number(18);
-    service.tid = number(19);
-    service.rid = number(20);
-    service.frequencyUnit = static_cast<std::uint64_t>(query.integer(21));
-    service.listFields = number(22);
+    int index = 0;
+    for (const ServiceColumn& column : SERVICE_COLUMNS) {
+        std::visit(
+            [&](auto member) {
+                auto& value = service.*member;
+                if constexpr (std::is_same_v<decltype(value), std::string&>) {
+                    value = query.view(index);
+                } else {
+                    value = static_cast<std::remove_reference_t<decltype(value)>>(query.integer(index));
+                }
+            },
+            column.member);
+        ++index;
+    }
 }
 
 // A database that is still beside its place, and gone after a crash: it needs no journal on the disk, and is synced
@@ -83,7 +107,7 @@ void readService(const Statement& query, Service& service) {
 Database makeBeside(const fs::path& path) {
     Database database(path, Database::Access::Create);
     database.run("PRAGMA journal_mode = MEMORY; PRAGMA synchronous = OFF; PRAGMA foreign_keys = ON");
-    database.run(SCHEMA);
+    database.run(schema());
     return database;
 }
 
@@ -92,9 +116,9 @@ class Insertion final : public ChannelSink {
 public:
     explicit Insertion(Database& database)
         : m_database(database),
-          m_insert(database,
-                   "INSERT INTO services VALUES(NULL, ?, ?, ?, ?, ?, ?, nullif(?, 0), ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, "
-                   "?, ?, ?) ON CONFLICT(identity) DO NOTHING") {}
+          m_insert(database, fmt::format("INSERT INTO services({}) VALUES({}) ON CONFLICT(identity) DO NOTHING",
+                                         listColumns([](const ServiceColumn& column) { return column.sql; }),
+                                         listColumns(&placeholder))) {}
 
     void addGroup(const std::string& name) override {
         m_database.change("INSERT INTO channel_groups(name) VALUES(?)", name);
@@ -104,16 +128,20 @@ public:
         m_database.change("INSERT INTO list_headers VALUES(?, ?)", header.before, header.text);
     }
 
-    std::size_t addService(const Service& s) override {
-        m_insert
-            .bind(s.number, s.identity, s.name, s.shortName, s.provider, s.type, s.group, s.source, s.frequency,
-                  s.symbolRate, s.parameters, s.videoPid, s.audioPids, s.textPids, s.conditionalAccess, s.sid, s.nid,
-                  s.tid, s.rid, s.frequencyUnit, s.listFields)
-            .run();
+    std::size_t addService(const Service& service) override {
+        int parameter = 0;
+        for (const ServiceColumn& column : SERVICE_COLUMNS) {
+            if (isStored(column)) {
+                ++parameter;
+                std::visit([&](auto member) { m_insert.set(parameter, service.*member); }, column.member);
+            }
+        }
+        m_insert.run();
         return m_database.changes() == 1
                    ? 0
                    : static_cast<std::size_t>(
-                         m_database.integer("SELECT id FROM services WHERE identity = ?", s.identity).value_or(0));
+                         m_database.integer("SELECT id FROM services WHERE identity = ?", service.identity)
+                             .value_or(0));
     }
 
 private:
@@ -142,7 +170,7 @@ std::optional<ReplaceStatus> adoptRows(const ReceivedDatabase& received, const f
     std::uint64_t count = 0;
     if (isRefused([&] {
             received.copy(GROUPS, database);
-            count = received.copy(SERVICES, database);
+            count = received.copy(servicesTable(), database);
             received.copy(META, database);
             if (received.has(HEADERS)) {  // older ones have none
                 received.copy(HEADERS, database);
@@ -211,9 +239,15 @@ std::optional<ReplaceStatus> ServiceDb::replace(const fs::path& archive) const {
     return std::nullopt;
 }
 
-ServiceDb::Counts ServiceDb::counts() const {
-    const Database database(this->database(), Database::Access::Look);
-    Statement query(database,
+std::string ServiceDb::ipServices() const {
+    return readFile(ipsrv());
+}
+
+Services::Services(const fs::path& database)
+    : m_database(std::make_shared<Database>(database, Database::Access::Look)) {}
+
+Services::Counts Services::counts() const {
+    Statement query(*m_database,
                     "SELECT count(*), coalesce(sum(type = 'radio'), 0), (SELECT count(*) FROM channel_groups) "
                     "FROM services");
     query.next();
@@ -221,9 +255,8 @@ ServiceDb::Counts ServiceDb::counts() const {
     return {count(0), count(1), count(2)};
 }
 
-std::optional<Service> ServiceDb::find(std::uint64_t id) const {
-    const Database database(this->database(), Database::Access::Look);
-    Statement query(database, std::string(SELECT) + "WHERE id = ?");
+std::optional<Service> Services::find(std::uint64_t id) const {
+    Statement query(*m_database, select() + "WHERE id = ?");
     if (!query.bind(id).next()) {
         return std::nullopt;
     }
@@ -232,14 +265,12 @@ std::optional<Service> ServiceDb::find(std::uint64_t id) const {
     return service;
 }
 
-std::uint64_t ServiceDb::first() const {
-    const Database database(this->database(), Database::Access::Look);
-    return static_cast<std::uint64_t>(database.integer("SELECT id FROM services ORDER BY number").value_or(0));
+std::uint64_t Services::first() const {
+    return static_cast<std::uint64_t>(m_database->integer("SELECT id FROM services ORDER BY number").value_or(0));
 }
 
-void ServiceDb::forEach(const std::function<void(const Service&)>& visit) const {
-    const Database database(this->database(), Database::Access::Look);
-    Statement query(database, std::string(SELECT) + "ORDER BY services.number");
+void Services::forEach(const std::function<void(const Service&)>& visit) const {
+    Statement query(*m_database, select() + "ORDER BY services.number");
     Service service;
     while (query.next()) {
         readService(query, service);
@@ -247,18 +278,31 @@ void ServiceDb::forEach(const std::function<void(const Service&)>& visit) const 
     }
 }
 
-void ServiceDb::copyTo(ChannelSink& sink) const {
+std::vector<Service> Services::all() const {
+    std::vector<Service> services;
+    forEach([&](const Service& service) { services.push_back(service); });
+    return services;
+}
+
+std::vector<ListHeader> Services::headers() const {
+    Statement query(*m_database, "SELECT before, line FROM list_headers ORDER BY rowid");
+    std::vector<ListHeader> headers;
+    while (query.next()) {
+        headers.push_back({static_cast<int>(query.integer(0)), query.text(1)});
+    }
+    return headers;
+}
+
+void Services::copyTo(ChannelSink& sink) const {
     std::map<int, int> groups = {{0, 0}};  // those of a received database need not count from 1
-    {
-        const Database database(this->database(), Database::Access::Look);
-        Statement query(database, "SELECT number, name FROM channel_groups ORDER BY number");
-        while (query.next()) {
-            sink.addGroup(query.text(1));
-            groups.emplace(static_cast<int>(query.integer(0)), static_cast<int>(groups.size()));
-        }
+    Statement query(*m_database, "SELECT number, name FROM channel_groups ORDER BY number");
+    while (query.next()) {
+        sink.addGroup(query.text(1));
+        groups.emplace(static_cast<int>(query.integer(0)), static_cast<int>(groups.size()));
     }
     forEach([&](const Service& service) {
         Service copy = service;
+        copy.id = 0;
         copy.group = groups[service.group];
         sink.addService(copy);
     });
@@ -267,24 +311,33 @@ void ServiceDb::copyTo(ChannelSink& sink) const {
     }
 }
 
-std::vector<Service> ServiceDb::services() const {
-    std::vector<Service> services;
-    forEach([&](const Service& service) { services.push_back(service); });
-    return services;
+std::string Services::fingerprint() const {
+    constexpr std::size_t FLUSH_BYTES = 64U << 10;  // a digest takes many short texts more slowly than one long one
+    Digest digest;
+    std::string rows;
+    const auto append = [&](const auto& value) {
+        if constexpr (std::is_same_v<decltype(value), const std::string&>) {
+            fmt::format_to(std::back_inserter(rows), FMT_COMPILE("{}:"), value.size());  // or values could run together
+        }
+        fmt::format_to(std::back_inserter(rows), FMT_COMPILE("{} "), value);
+    };
+    forEach([&](const Service& service) {
+        for (const ServiceColumn& column : SERVICE_COLUMNS) {
+            if (*column.label == '\0') {
+                continue;
+            }
+            std::visit([&](auto member) { append(service.*member); }, column.member);
+        }
+        if (rows.size() >= FLUSH_BYTES) {
+            digest.addBytes(rows);
+            rows.clear();
+        }
+    });
+    return digest.addBytes(rows).hex();
 }
 
-std::vector<ListHeader> ServiceDb::headers() const {
-    const Database database(this->database(), Database::Access::Look);
-    Statement query(database, "SELECT before, line FROM list_headers ORDER BY rowid");
-    std::vector<ListHeader> headers;
-    while (query.next()) {
-        headers.push_back({static_cast<int>(query.integer(0)), query.text(1)});
-    }
-    return headers;
-}
-
-std::string ServiceDb::ipServices() const {
-    return readFile(ipsrv());
+bool operator==(const Services& left, const Services& right) {
+    return left.fingerprint() == right.fingerprint();
 }
 
 }  // namespace sim

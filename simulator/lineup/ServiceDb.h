@@ -6,6 +6,7 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,6 +15,8 @@
 #include "simulator/lineup/Service.h"
 
 namespace sim {
+
+class Database;
 
 // What ReplaceServiceDb() reports in its status. Below 1: it has not come so far as to look at the archive.
 enum class ReplaceStatus : int {
@@ -24,6 +27,40 @@ enum class ReplaceStatus : int {
     CountDiffers = 5,     // other services than stored with it, or none at all
     NotPutInPlace = 6,
 };
+
+// The services of a channel database as they are at one moment: services.db is only ever replaced whole, so what was
+// opened stays what it was, whatever becomes of its file. Copies share it; it is for one thread. Every function throws
+// Error if the database cannot be read.
+class Services {
+public:
+    explicit Services(const std::filesystem::path& database);
+
+    struct Counts {
+        std::uint64_t services = 0;
+        std::uint64_t radios = 0;  // of the services
+        std::uint64_t groups = 0;
+    };
+    Counts counts() const;
+    std::optional<Service> find(std::uint64_t id) const;
+    std::uint64_t first() const;  // the id of the service with the lowest number
+
+    // In the order of their numbers. The service is good until the next one is visited.
+    void forEach(const std::function<void(const Service&)>& visit) const;
+    std::vector<Service> all() const;
+    std::vector<ListHeader> headers() const;  // of the list that it was made of
+
+    // All of it into a sink.
+    void copyTo(ChannelSink& sink) const;
+
+    // SHA-256 of all services in each column that is compared.
+    std::string fingerprint() const;
+
+private:
+    std::shared_ptr<Database> m_database;
+};
+
+// Whether two databases have the same services.
+bool operator==(const Services& left, const Services& right);
 
 // services.db is only ever built beside its place and put there whole, so that no journal of an older one can be taken
 // for its own.
@@ -40,26 +77,10 @@ public:
     void snapshot(const std::filesystem::path& archive, std::time_t time = std::time(nullptr)) const;
 
     // Replaces the database by the archive's, if it is a whole one; this set's ipsrv stays. Nothing on success. Throws
-    // when there is no place to build it in.
+    // if there is no place to build it in.
     std::optional<ReplaceStatus> replace(const std::filesystem::path& archive) const;
 
-    struct Counts {
-        std::uint64_t services = 0;
-        std::uint64_t radios = 0;  // of the services
-        std::uint64_t groups = 0;
-    };
-    Counts counts() const;
-    std::optional<Service> find(std::uint64_t id) const;
-    std::uint64_t first() const;  // the id of the service with the lowest number
-
-    // All of it into a sink.
-    void copyTo(ChannelSink& sink) const;
-
-    // In the order of their numbers.
-    void forEach(const std::function<void(const Service&)>& visit) const;
-    std::vector<Service> services() const;
-    std::vector<ListHeader> headers() const;  // of the list that it was made of
-
+    Services services() const { return Services(database()); }
     std::string ipServices() const;
 
 private:

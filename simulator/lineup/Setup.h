@@ -1,28 +1,36 @@
-// A channel set-up: what a backup carries and a restore brings back.
+// A channel set-up, wherever it stands: what a TV has, and what a backup carries.
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
-#include <vector>
 
-#include "simulator/lineup/CiFiles.h"
 #include "simulator/lineup/IssDb.h"
 #include "simulator/lineup/Item.h"
-#include "simulator/lineup/Service.h"
+#include "simulator/lineup/ServiceDb.h"
 #include "simulator/lineup/Viewing.h"
 
 namespace sim {
 
 struct Setup {
-    std::vector<Service> services;        // in the order of their numbers
-    std::vector<std::string> favourites;  // the lists' names
-    IssDb::Entries iss;
-    CiFiles::Digests ci;
-    Viewing viewing;
-    std::vector<ListHeader> headers;      // of the channel list, for who writes it; not compared
-    std::map<Item, std::string> lacking;  // items that are not in it, or cannot be read: why; empty for a TV's own
+    std::optional<Services> services;  // Item::Channels
+    Viewing viewing;                   // Item::Viewing
+    // The other items, but for the IP services, which belong to their set. The name of a favourite list has the one key
+    // "name"; a CI file is its name and its SHA-256.
+    std::map<Item, Entries> entries;
+    std::map<Item, std::string> lacking;  // why an item is not here, or cannot be read
+
+    // None if it is lacking.
+    const Entries& of(Item item) const;
+
+    // The name of a favourite list, 1 to application::FAVOURITE_LISTS; empty if it is lacking.
+    std::string favourite(int list) const;
 };
 
-bool operator==(const Setup& one, const Setup& other);
+bool operator==(const Setup& left, const Setup& right);
+
+// SHA-256 by item, so that it can be told later whether it has changed; none for an item that is lacking.
+using Fingerprints = std::map<Item, std::string>;
+Fingerprints fingerprintsOf(const Setup& setup);
 
 }  // namespace sim

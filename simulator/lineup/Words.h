@@ -1,6 +1,7 @@
 // How a TV's codes read.
 #pragma once
 
+#include <optional>
 #include <set>
 #include <string>
 
@@ -15,7 +16,9 @@ std::string words(Source source);
 std::string words(const Category& category);
 std::string words(Response response);
 std::string words(ReplaceStatus status);
-std::string words(const Viewing& viewing);
+
+// With the service that is on; std::nullopt if the channel list does not have it.
+std::string words(const Viewing& viewing, const std::optional<Service>& service);
 
 // "terrestrial (0), satellite (2)".
 std::string antennaWords(const std::set<int>& inputs);

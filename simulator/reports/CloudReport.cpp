@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
@@ -58,8 +59,9 @@ std::string antennaOf(const StoredBackup& backup) {
 }
 
 std::string deviceOf(const Bundle& bundle) {
-    const auto set = bundle.iss().find("set");
-    return set == bundle.iss().end() ? "" : set->second;
+    const Entries& iss = bundle.setup().of(Item::Iss);
+    const auto set = iss.find("set");
+    return set == iss.end() ? "" : set->second;
 }
 
 std::string metadataFor(const std::set<int>& antenna) {
@@ -115,6 +117,24 @@ std::optional<Reason> incompatibility(const Metadata& metadata, const std::set<i
                                    : "no setting of this TV matches";
     return Reason{Cause::Antenna, fmt::format("the backup was made with the antenna inputs {}, and this TV has {}; {}",
                                               backup, antennaWords(antenna), advice)};
+}
+
+std::string importBundle(CloudStore& store, const Bundle& bundle, const std::filesystem::path& file,
+                         const std::string& account, const Tv* tv) {
+    if (!bundle.problem().empty()) {
+        throw Error(Error::Kind::Damaged, fmt::format("{}; give a bundle", bundle.problem()));
+    }
+    NewBackup backup;
+    static_cast<Address&>(backup) = {account, application::CLIENT_ID, application::CATEGORY};
+    backup.metadata = bundle.metadataText().value_or("");
+    backup.device = deviceOf(bundle);
+    if (!bundle.metadataText()) {
+        backup.metadata = metadataFor(tv->antenna());
+    }
+    if (bundle.setup().services) {
+        backup.services = bundle.setup().services->counts().services;
+    }
+    return store.put(backup, file);
 }
 
 }  // namespace sim

@@ -1,6 +1,7 @@
 // What the store holds, and what would become of it on a TV.
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <set>
 #include <string>
@@ -51,5 +52,11 @@ struct Reason {
     std::string why;
 };
 std::optional<Reason> incompatibility(const Metadata& metadata, const std::set<int>& antenna);
+
+// Puts the bundle file into the store as a new backup of an account; its id. If its metadata is not known, it gets some
+// that lets `tv`, which must be given then, restore it and leaves the viewing state of that TV alone. Throws Error,
+// also if the file is no bundle.
+std::string importBundle(CloudStore& store, const Bundle& bundle, const std::filesystem::path& file,
+                         const std::string& account, const Tv* tv);
 
 }  // namespace sim

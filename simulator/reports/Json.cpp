@@ -24,6 +24,17 @@ Json::Value number(std::uint64_t value) {
     return Json::Value::UInt64(value);
 }
 
+// A value of a service's column.
+Json::Value cell(int value) {
+    return value;
+}
+Json::Value cell(std::uint64_t value) {
+    return number(value);
+}
+Json::Value cell(const std::string& value) {
+    return text(value);
+}
+
 template <typename Enum>
 Json::Value coded(Enum code) {
     Json::Value value;
@@ -55,27 +66,26 @@ Json::Value toJson(const ItemVerdict& item) {
 
 Json::Value toJson(const ServicePair& pair) {
     Json::Value value;
-    value["one"] = toJson(pair.one);
-    value["other"] = toJson(pair.other);
+    value["left"] = toJson(pair.left);
+    value["right"] = toJson(pair.right);
     value["columns"] = Json::Value(Json::arrayValue);
-    for (const ServiceColumn& column : SERVICE_COLUMNS) {
-        if (column.valueOf(pair.one) != column.valueOf(pair.other)) {
-            Json::Value changed;
-            changed["column"] = column.name;
-            changed["one"] = text(column.valueOf(pair.one));
-            changed["other"] = text(column.valueOf(pair.other));
-            value["columns"].append(changed);
-        }
+    for (const ServiceColumn* column : pair.columns) {
+        Json::Value changed;
+        changed["column"] = column->label;
+        changed["left"] = text(textOf(*column, pair.left));
+        changed["right"] = text(textOf(*column, pair.right));
+        value["columns"].append(changed);
     }
     return value;
 }
 
-Json::Value toJson(const PartDifference& part) {
+Json::Value toJson(const ItemDifference& item) {
     Json::Value value;
-    value["item"] = text(nameOf(part.item));
-    value["isSame"] = part.isSame;
-    value["one"] = text(part.one);
-    value["other"] = text(part.other);
+    value["item"] = text(nameOf(item.item));
+    value["isSame"] = item.isSame;
+    value["left"] = text(item.left);
+    value["right"] = text(item.right);
+    value["detail"] = text(item.detail);
     return value;
 }
 
@@ -132,26 +142,11 @@ Json::Value toJson(const std::vector<std::string>& texts) {
 
 Json::Value toJson(const Service& service) {
     Json::Value value;
-    value["id"] = number(service.id);
-    value["number"] = service.number;
-    value["identity"] = text(service.identity);
-    value["name"] = text(service.name);
-    value["shortName"] = text(service.shortName);
-    value["provider"] = text(service.provider);
-    value["type"] = text(service.type);
-    value["group"] = text(service.groupName);
-    value["source"] = text(service.source);
-    value["frequencyHz"] = number(service.frequency);
-    value["symbolRate"] = service.symbolRate;
-    value["parameters"] = text(service.parameters);
-    value["videoPid"] = text(service.videoPid);
-    value["audioPids"] = text(service.audioPids);
-    value["textPids"] = text(service.textPids);
-    value["conditionalAccess"] = text(service.conditionalAccess);
-    value["sid"] = service.sid;
-    value["nid"] = service.nid;
-    value["tid"] = service.tid;
-    value["rid"] = service.rid;
+    for (const ServiceColumn& column : SERVICE_COLUMNS) {
+        if (*column.json != '\0') {
+            std::visit([&](auto member) { value[column.json] = cell(service.*member); }, column.member);
+        }
+    }
     return value;
 }
 
@@ -229,18 +224,17 @@ Json::Value toJson(const Difference& difference) {
     Json::Value value;
     value["isSame"] = difference.isSame();
     value["services"]["isSame"] = services.isSame();
-    value["services"]["ones"] = number(services.ones);
-    value["services"]["others"] = number(services.others);
-    value["services"]["lacking"] = text(services.lacking);
+    value["services"]["leftCount"] = number(services.leftCount);
+    value["services"]["rightCount"] = number(services.rightCount);
     value["services"]["removed"] = toJson(services.removed);
     value["services"]["added"] = toJson(services.added);
     value["services"]["renamed"] = pairs(services.renamed);
     value["services"]["changed"] = pairs(services.changed);
     value["services"]["moved"] = pairs(services.moved);
     value["services"]["renumbered"] = pairs(services.renumbered);
-    value["parts"] = Json::Value(Json::arrayValue);
-    for (const PartDifference& part : difference.parts) {
-        value["parts"].append(toJson(part));
+    value["items"] = Json::Value(Json::arrayValue);
+    for (const ItemDifference& item : difference.items) {
+        value["items"].append(toJson(item));
     }
     return value;
 }
@@ -264,8 +258,8 @@ Json::Value toJson(const Bundle& bundle) {
     }
     value["metadata"] = bundle.metadataText() ? toJson(bundle.metadata()) : Json::Value();
     value["channels"] = Json::Value();
-    if (bundle.part(Item::Channels).state == PartState::Whole) {
-        const ChannelCounts counts = countChannels(bundle.services());
+    if (bundle.setup().services) {
+        const ChannelCounts counts = countChannels(*bundle.setup().services);
         const auto count = [&](const char* name, const std::map<std::string, std::uint64_t>& by) {
             value["channels"][name] = Json::Value(Json::objectValue);
             for (const auto& [key, services] : by) {

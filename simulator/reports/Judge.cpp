@@ -43,96 +43,47 @@ struct Evidence {
     bool endedWell() const { return run.ended == RunEnd::Exit || run.ended == RunEnd::Reclaimed; }
 };
 
-// --- items ---
-
-std::string howServicesDiffer(const ServiceDb& bundle, const ServiceDb& tv) {
-    if (fingerprintOf(bundle) == fingerprintOf(tv)) {
-        return "";  // a list may be too long to be held twice
+// Policy: what a run must have made of the items. After a backup, the bundle has what the TV has. After a restore, the
+// TV has what the bundle has; CI files that it had besides stay, and of the viewing state only what the application
+// applies changes.
+Setup expectedAfterRestore(const Bundle& bundle, const Setup& now) {
+    Setup expected = bundle.setup();
+    const auto files = expected.entries.find(Item::Ci);
+    if (files != expected.entries.end()) {
+        files->second.insert(now.of(Item::Ci).begin(), now.of(Item::Ci).end());
     }
-    const ServiceDifference difference = compareServices(bundle.services(), tv.services());
-    std::string text = fmt::format("{} in the backup, {} in the TV", difference.ones, difference.others);
-    for (const auto& [count, what] :
-         {std::pair(difference.removed.size(), "missing"), std::pair(difference.added.size(), "more"),
-          std::pair(difference.renamed.size(), "renamed"), std::pair(difference.changed.size(), "changed"),
-          std::pair(difference.moved.size(), "moved"), std::pair(difference.renumbered.size(), "renumbered")}) {
-        text += count == 0 ? "" : fmt::format("; {} {}", count, what);
-    }
-    return text;
+    expected.viewing = bundle.metadata().appliedTo(now.viewing);
+    return expected;
 }
 
-std::string howTextDiffers(const std::string& bundle, const std::string& tv) {
-    return bundle == tv ? "" : fmt::format("{} in the backup, {} in the TV", inQuotes(bundle), inQuotes(tv));
+// How an item that the bundle has is different in the TV; empty: it is not.
+std::string howItDiffers(Item item, const Setup& backup, const Setup& tv) {
+    const ItemDifference difference = compare(item, backup, tv);
+    return difference.isSame ? ""
+                             : fmt::format("{} in the backup, {} in the TV{}{}", difference.left, difference.right,
+                                           difference.detail.empty() ? "" : "; ", difference.detail);
 }
 
-// The keys of the first map that the second does not have with the same value.
-template <typename Map>
-std::string howMapsDiffer(const Map& ones, const Map& others, bool isMoreAllowed) {
-    std::vector<std::string> keys;
-    for (const auto& [key, value] : ones) {
-        const auto found = others.find(key);
-        if (found == others.end() || found->second != value) {
-            keys.push_back(inQuotes(key));
-        }
-    }
-    for (const auto& [key, value] : others) {
-        if (!isMoreAllowed && ones.count(key) == 0) {
-            keys.push_back(inQuotes(key));
-        }
-    }
-    return keys.empty() ? "" : fmt::format("in {}", fmt::join(keys, ", "));
-}
-
-std::string howViewingDiffers(const Viewing& bundle, const Viewing& tv) {
-    return bundle == tv ? "" : fmt::format("{} in the backup, {} in the TV", words(bundle), words(tv));
-}
-
-// How an item that the bundle has whole is different in the TV; empty: it is not. Throws Error where the TV's cannot be
-// read.
-std::string howItDiffers(const Evidence& evidence, Item item) {
-    const Bundle& bundle = *evidence.bundle;
-    const Tv& tv = evidence.tv;
-    switch (item) {
-        case Item::Channels:
-            return howServicesDiffer(bundle.services(), tv.serviceDb());
-        case Item::Iss:
-            return howMapsDiffer(bundle.iss(), tv.issDb().entries(), false);
-        case Item::Ci:
-            return howMapsDiffer(bundle.ci(), tv.ciFiles().digests(), evidence.isRestore());
-        case Item::Viewing: {
-            const Viewing now = tv.viewing();
-            if (evidence.isRestore()) {
-                return howViewingDiffers(bundle.metadata().appliedTo(now), now);
-            }
-            const std::optional<Reason> reason = incompatibility(bundle.metadata(), tv.antenna());
-            return reason ? reason->why : howViewingDiffers(bundle.metadata().viewing, now);
-        }
-        case Item::IpServices:
-            return "they are in the backup, though they are this set's own";
-        default: {
-            const int list = codeOf(item) - codeOf(Item::Favourite1) + 1;
-            return howTextDiffers(bundle.favourite(list), tv.settings().favouriteName(list));
-        }
-    }
-}
-
-bool hasIt(const Tv& tv, Item item) {
-    return item == Item::Ci ? !tv.ciFiles().paths().empty() : item != Item::IpServices;
-}
-
-ItemVerdict judgeAfterBackup(const Evidence& evidence, Item item) {
+ItemVerdict judgeAfterBackup(const Evidence& evidence, Item item, const Setup& now) {
     const BundlePart& part = evidence.bundle->part(item);
+    const bool isOfSet = item == Item::IpServices;
     if (part.state == PartState::Damaged) {
         return {item, ItemState::Damaged, part.problem};
     }
     if (part.state == PartState::Absent) {
-        const ItemState state = hasIt(evidence.tv, item) ? ItemState::Missing : ItemState::Kept;
-        return {item, state, item == Item::IpServices ? "this set's own" : part.problem};
+        const bool isMissing = !isOfSet && (item != Item::Ci || !now.of(Item::Ci).empty());
+        return {item, isMissing ? ItemState::Missing : ItemState::Kept, isOfSet ? "this set's own" : part.problem};
     }
-    const std::string difference = howItDiffers(evidence, item);
+    if (isOfSet) {
+        return {item, ItemState::Differs, "they are in the backup, though they are this set's own"};
+    }
+    const std::optional<Reason> reason =
+        item == Item::Viewing ? incompatibility(evidence.bundle->metadata(), evidence.tv.antenna()) : std::nullopt;
+    const std::string difference = reason ? reason->why : howItDiffers(item, evidence.bundle->setup(), now);
     return {item, difference.empty() ? ItemState::Stored : ItemState::Differs, difference};
 }
 
-ItemVerdict judgeAfterRestore(const Evidence& evidence, Item item, bool hasChanged) {
+ItemVerdict judgeAfterRestore(const Evidence& evidence, Item item, const Setup& now, bool hasChanged) {
     const BundlePart& part = evidence.bundle->part(item);
     if (item == Item::IpServices) {
         return {item, hasChanged ? ItemState::Differs : ItemState::Kept,
@@ -145,7 +96,7 @@ ItemVerdict judgeAfterRestore(const Evidence& evidence, Item item, bool hasChang
         return {item, hasChanged ? ItemState::Differs : ItemState::Kept,
                 hasChanged ? "not in the backup, and yet changed: by what an earlier run had left" : part.problem};
     }
-    const std::string difference = howItDiffers(evidence, item);
+    const std::string difference = howItDiffers(item, expectedAfterRestore(*evidence.bundle, now), now);
     if (!difference.empty()) {
         return {item, ItemState::Differs, difference};
     }
@@ -157,25 +108,25 @@ std::vector<ItemVerdict> judgeItems(const Evidence& evidence) {
     if (!evidence.bundle || evidence.isRestore() == evidence.hasBackedUp()) {
         return items;  // nothing was handed over, or not what was asked for
     }
+    const Setup now = evidence.tv.setup();
     const Fingerprints before = evidence.tv.runs().before(evidence.run.id);
-    const Fingerprints now = evidence.isRestore() ? evidence.tv.fingerprints() : Fingerprints();
+    const Fingerprints after = evidence.isRestore() ? evidence.tv.fingerprints() : Fingerprints();
     for (const Name<Item>& each : NAMES<Item>) {
         const Item item = each.value;
         const auto was = before.find(item);
-        const auto is = now.find(item);
-        const bool hasChanged = (was == before.end()) != (is == now.end()) ||
-                                (was != before.end() && is != now.end() && was->second != is->second);
-        try {
-            items.push_back(evidence.isRestore() ? judgeAfterRestore(evidence, item, hasChanged)
-                                                 : judgeAfterBackup(evidence, item));
-        } catch (const Error& error) {
-            items.push_back({item, ItemState::Unreadable, error.what()});
+        const auto is = after.find(item);
+        const bool hasChanged = (was == before.end()) != (is == after.end()) ||
+                                (was != before.end() && is != after.end() && was->second != is->second);
+        const auto lacking = now.lacking.find(item);
+        if (lacking != now.lacking.end()) {
+            items.push_back({item, ItemState::Unreadable, lacking->second});
+        } else {
+            items.push_back(evidence.isRestore() ? judgeAfterRestore(evidence, item, now, hasChanged)
+                                                 : judgeAfterBackup(evidence, item, now));
         }
     }
     return items;
 }
-
-// --- why ---
 
 std::string faultWords(const Evidence& evidence) {
     std::vector<std::string> texts;
@@ -342,8 +293,6 @@ Reason failureReason(const Evidence& evidence) {
     }
     return otherReason(evidence);
 }
-
-// --- the outcome ---
 
 // Whoever asked was told that it has worked: a restore's caller by its reply, or the cloud by the report; a backup
 // replies to nobody, and the cloud's response is what there is.

@@ -25,7 +25,7 @@ std::vector<std::string> leftoversOf(const Tv& tv) {
     return leftovers;
 }
 
-ChannelCounts countChannels(const ServiceDb& services) {
+ChannelCounts countChannels(const Services& services) {
     ChannelCounts counts;
     services.forEach([&](const Service& service) {
         ++counts.services;
@@ -40,9 +40,9 @@ TvReport reportOn(const Tv& tv) {
     TvReport report;
     report.account = tv.account();
     report.home = tv.home();
-    report.counts = tv.serviceDb().counts();
+    report.counts = tv.services().counts();
     report.viewing = tv.viewing();
-    report.watching = tv.serviceDb().find(report.viewing.serviceId);
+    report.watching = tv.services().find(report.viewing.serviceId);
     report.antenna = tv.antenna();
     report.isScanning = tv.isScanning();
     for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {

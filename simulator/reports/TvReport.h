@@ -15,13 +15,13 @@ namespace sim {
 struct TvReport {
     std::string home;
     std::string account;  // that it has in the cloud
-    ServiceDb::Counts counts;
+    Services::Counts counts;
     Viewing viewing;
     std::optional<Service> watching;  // nothing: the channel list has no such service
     std::set<int> antenna;
     bool isScanning = false;
     std::vector<std::string> favourites;  // the lists' names
-    IssDb::Entries iss;
+    Entries iss;
     std::map<std::string, std::uint64_t> ciFiles;  // size in bytes by name
     std::uint64_t ipServices = 0;                  // bytes
     std::string fixedTime;                         // that its clock is stopped at; empty: it runs
@@ -35,7 +35,7 @@ struct ChannelCounts {
     std::map<std::string, std::uint64_t> byGroup;
     std::map<std::string, std::uint64_t> byProvider;
 };
-ChannelCounts countChannels(const ServiceDb& services);
+ChannelCounts countChannels(const Services& services);
 
 // Where a restore unpacks its bundle, and what is there between runs: paths below it.
 std::filesystem::path unpackFolderOf(const Tv& tv);

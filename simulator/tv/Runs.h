@@ -8,7 +8,7 @@
 
 #include "simulator/base/Database.h"
 #include "simulator/lineup/Codes.h"
-#include "simulator/lineup/Fingerprint.h"
+#include "simulator/lineup/Setup.h"
 #include "simulator/tv/PendingRecords.h"
 #include "simulator/tv/Verdict.h"
 

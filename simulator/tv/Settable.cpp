@@ -61,7 +61,7 @@ void setMode(Tv& tv, const std::string& value) {
 
 void setService(Tv& tv, const std::string& value) {
     const auto id = number<std::uint64_t>(value);
-    if (!tv.serviceDb().find(id)) {
+    if (!tv.services().find(id)) {
         refuse("service", value);
     }
     tv.changeViewing([&](Viewing& viewing) { viewing.serviceId = id; });

@@ -161,7 +161,7 @@ void Tv::create(const fs::path& home, const ChannelSource& list, const std::stri
     makePrivateFolder(built);
     const ServiceDb services(built / "service-db");
     services.create(list, fmt::format("set={}\nservice=http://set-{}.invalid/live\n", serial, serial));
-    const std::optional<Service> first = services.find(services.first());
+    const std::optional<Service> first = services.services().find(services.services().first());
     if (!first) {
         throw Error("the channel list holds not one service");
     }
@@ -231,7 +231,7 @@ bool Tv::has(const Category& category) const {
         case CategoryKind::FavouriteList:
             return category.param >= 1 && category.param <= application::FAVOURITE_LISTS;
         case CategoryKind::Group:
-            return category.param >= 1 && category.param <= m_serviceDb.counts().groups;
+            return category.param >= 1 && category.param <= services().counts().groups;
         default:
             return false;
     }
@@ -294,30 +294,30 @@ void Tv::setScanning(bool scanning) {
 }
 
 Setup Tv::setup() const {
-    Setup setup{m_serviceDb.services(), {}, m_issDb.entries(), m_ciFiles.digests(), viewing(),
-                m_serviceDb.headers(),  {}};
+    Setup setup;
+    const auto take = [&](Item item, auto read) {
+        try {
+            read(item);
+        } catch (const Error& error) {
+            setup.lacking[item] = error.what();
+        }
+    };
+    take(Item::Channels, [&](Item) { setup.services = services(); });
+    take(Item::Viewing, [&](Item) { setup.viewing = viewing(); });
+    take(Item::Iss, [&](Item item) { setup.entries[item] = m_issDb.entries(); });
+    take(Item::Ci, [&](Item item) { setup.entries[item] = m_ciFiles.digests(); });
     for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
-        setup.favourites.push_back(m_settings.favouriteName(list));
+        take(favouriteItem(list), [&](Item item) { setup.entries[item] = {{"name", m_settings.favouriteName(list)}}; });
     }
     return setup;
 }
 
 Fingerprints Tv::fingerprints() const {
-    Fingerprints fingerprints;
-    const auto take = [&](Item item, auto read) {
-        try {
-            fingerprints[item] = read();
-        } catch (const Error&) {  // has none
-        }
-    };
-    take(Item::Channels, [&] { return fingerprintOf(m_serviceDb); });
-    for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
-        take(favouriteItem(list), [&] { return Digest().add(m_settings.favouriteName(list)).hex(); });
+    Fingerprints fingerprints = fingerprintsOf(setup());
+    try {
+        fingerprints[Item::IpServices] = Digest().add(m_serviceDb.ipServices()).hex();
+    } catch (const Error&) {  // unreadable: it has none
     }
-    take(Item::Iss, [&] { return fingerprintOf(m_issDb.entries()); });
-    take(Item::Ci, [&] { return fingerprintOf(m_ciFiles.digests()); });
-    take(Item::Viewing, [&] { return fingerprintOf(viewing()); });
-    take(Item::IpServices, [&] { return Digest().add(m_serviceDb.ipServices()).hex(); });
     return fingerprints;
 }
 

@@ -87,10 +87,12 @@ public:
     const IssDb& issDb() const { return m_issDb; }
     const CiFiles& ciFiles() const { return m_ciFiles; }
 
-    // All that a backup carries. Throws Error where a part cannot be read.
+    Services services() const { return m_serviceDb.services(); }
+
+    // All that a backup carries; what cannot be read is lacking.
     Setup setup() const;
 
-    // Of the items as they are now; one that cannot be read has none.
+    // Of that, and of the IP services.
     Fingerprints fingerprints() const;
 
     const std::filesystem::path& home() const { return m_home; }

@@ -7,7 +7,6 @@
 #include "simulator/base/Files.h"
 #include "simulator/base/Text.h"
 #include "simulator/reports/CloudReport.h"
-#include "simulator/reports/Import.h"
 #include "simulator/reports/Json.h"
 #include "simulator/web/Routes.h"
 
@@ -73,11 +72,11 @@ Setup sideOf(const Lab& lab, const std::string& name) {
 }
 
 Json::Value showDifference(const Lab& lab, const ApiRequest& request) {
-    const std::string one = inQuery(request, "one");
-    const std::string other = inQuery(request, "other");
-    Json::Value value = toJson(compare(sideOf(lab, one), sideOf(lab, other)));
-    value["one"] = toUtf8(one);
-    value["other"] = toUtf8(other);
+    const std::string left = inQuery(request, "left");
+    const std::string right = inQuery(request, "right");
+    Json::Value value = toJson(compare(sideOf(lab, left), sideOf(lab, right)));
+    value["left"] = toUtf8(left);
+    value["right"] = toUtf8(right);
     return value;
 }
 

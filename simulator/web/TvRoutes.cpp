@@ -43,7 +43,7 @@ Json::Value showTv(const Lab& lab, const ApiRequest& request) {
 // A row a channel, because a list may have 50,000 of them: id, number, name, kind, group, provider, identity.
 Json::Value showChannels(const Lab& lab, const ApiRequest& request) {
     Json::Value rows(Json::arrayValue);
-    look(lab, request).serviceDb().forEach([&](const Service& service) {
+    look(lab, request).services().forEach([&](const Service& service) {
         Json::Value row(Json::arrayValue);
         row.append(Json::Value::UInt64(service.id));
         row.append(service.number);

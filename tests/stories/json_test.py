@@ -27,8 +27,8 @@ class Json(Story):
                          ["IUtil::RestoreIssDbArchive"])
         for name, words, code in [
                 ("records", "record --all", 0), ("status", "status --services", 0), ("snapshot", "snapshot", 0),
-                ("diff", "diff 000001", 1), ("diff", "bundle diff", 1), ("bundle show", "bundle show", 0),
-                ("bundle show", "cloud show 000001", 0), ("bundle verify", "cloud verify", 0),
+                ("diff", "diff 000001", 1), ("bundle show", "bundle show", 0),
+                ("bundle show", "bundle show 000001", 0), ("bundle verify", "bundle verify", 0),
                 ("cloud list", "cloud list", 0), ("fault list", "fault list", 0), ("fault calls", "fault calls", 0)]:
             with self.subTest(words):
                 check(name, b.tv(*words.split(), "--json", code=code).json)

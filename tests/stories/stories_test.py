@@ -97,7 +97,7 @@ class Customer(Story):
         self.assertTrue(verified["restore"]["isPossible"])
 
         difference = b.tv("diff", "a", "customer.zip", "--json", code=1).json
-        self.assertEqual([pair["other"]["name"] for pair in difference["services"]["renamed"]], ["Grandma TV"])
+        self.assertEqual([pair["right"]["name"] for pair in difference["services"]["renamed"]], ["Grandma TV"])
         self.assertIn("Grandma TV,Hafen;Küstenfunk:11523:", b.tv("export", "customer.zip", "--format", "vdr").text)
 
         b.tv("cloud", "import", "customer.zip")

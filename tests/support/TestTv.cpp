@@ -118,7 +118,7 @@ void write(const fs::path& file, const std::string& text) {
 }
 
 std::uint64_t servicesIn(const fs::path& bundle) {
-    return sim::Bundle(bundle, std::nullopt).services().counts().services;
+    return sim::Bundle(bundle, std::nullopt).setup().services->counts().services;
 }
 
 std::vector<std::string> tree(const fs::path& folder) {

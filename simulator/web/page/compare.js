@@ -4,18 +4,18 @@ import {differences} from "./difference.js";
 import {byId, command, fill, h, numberOf, partsOf, shown, wantsLessMotion} from "./dom.js";
 import {attempt, homeOf, state} from "./state.js";
 
-const view = {one: "", other: "", difference: null};
+const view = {left: "", right: "", difference: null};
 
 async function compare() {
-  const {one, other} = view;
-  const difference = one && other ? await attempt(() => find("diff", {one, other})) : null;
-  if (one !== view.one || other !== view.other) return;
+  const {left, right} = view;
+  const difference = left && right ? await attempt(() => find("diff", {left, right})) : null;
+  if (left !== view.left || right !== view.right) return;
   view.difference = difference;
   drawCompare();
 }
 
-export function compareWith(other) {
-  Object.assign(view, {one: `tv:${state.tv}`, other});
+export function compareWith(right) {
+  Object.assign(view, {left: `tv:${state.tv}`, right});
   byId("compare").scrollIntoView({behavior: wantsLessMotion() ? "auto" : "smooth"});
   return compare();
 }
@@ -42,12 +42,12 @@ function select(name, text, sides) {
 
 export function drawCompare() {
   const sides = sidesOf(state);
-  if (!sides.some(([value]) => value === view.one)) view.one = sides[0]?.[0] ?? "";
-  if (!sides.some(([value]) => value === view.other)) view.other = sides[1]?.[0] ?? "";
+  if (!sides.some(([value]) => value === view.left)) view.left = sides[0]?.[0] ?? "";
+  if (!sides.some(([value]) => value === view.right)) view.right = sides[1]?.[0] ?? "";
   fill(byId("compare"), h("div", {class: "head"}, h("h2", {id: "compare-title"}, "Before and after")),
     sides.length < 2 ? h("p", {class: "empty"}, "With a second TV or a backup there is something to compare.")
-      : h("div", {class: "form"}, select("one", "Compare", sides), select("other", "with", sides),
+      : h("div", {class: "form"}, select("left", "Compare", sides), select("right", "with", sides),
         h("button", {type: "button", "data-key": "compare-now", onclick: compare}, "Compare")),
     view.difference ? differences(view.difference) : null,
-    sides.length < 2 ? null : command("--cloud", state.lab.cloud, "diff", word(view.one), word(view.other)));
+    sides.length < 2 ? null : command("--cloud", state.lab.cloud, "diff", word(view.left), word(view.right)));
 }

@@ -6,11 +6,11 @@ const KINDS = [["removed", "−", "bad"], ["added", "+", "good"], ["renamed", "=
 const MOST_SHOWN = 200;
 
 function line(kind, each) {
-  const one = each.one ?? each;
+  const left = each.left ?? each;
   const columns = (each.columns ?? [])
     .filter(({column}) => kind !== "changed" || !["id", "number", "name"].includes(column))
-    .map(({column, one: was, other}) => `${column} ${was || "(none)"} → ${other || "(none)"}`).join(", ");
-  return [`${one.number} ${one.name}`, kind === "removed" || kind === "added" ? one.identity : columns];
+    .map((each) => `${each.column} ${each.left || "(none)"} → ${each.right || "(none)"}`).join(", ");
+  return [`${left.number} ${left.name}`, kind === "removed" || kind === "added" ? left.identity : columns];
 }
 
 function row(tone, mark, name, detail) {
@@ -18,26 +18,26 @@ function row(tone, mark, name, detail) {
     h("td", {class: "muted"}, h("bdi", {}, shown(detail))));
 }
 
-function summary(services) {
-  const counts = KINDS.filter(([kind]) => services[kind].length).map(([kind]) => `${services[kind].length} ${kind}`);
-  const both = `${plural(services.ones, "channel")} and ${plural(services.others, "channel")}`;
-  return counts.length ? `${both}: ${counts.join(", ")}` : `${both}, all the same`;
+function summary({isSame, left, right, detail}) {
+  const channels = `Channels: ${left} and ${right}`;
+  return isSame ? `${channels}, all the same` : `${channels}${detail ? `: ${detail}` : ""}`;
 }
 
 export function differences(difference) {
   const {services} = difference;
+  const [channels, ...others] = difference.items;
   const rows = KINDS.flatMap(([kind, sign, tone]) => services[kind].map((each) => {
     const [name, detail] = line(kind, each);
     return row(tone, `${sign} ${kind}`, h("bdi", {}, shown(name)), detail);
   }));
-  const parts = difference.parts.filter((part) => !part.isSame)
-    .map((part) => row("part", "~ differs", itemTitle(part.item), `${part.one} → ${part.other}`));
+  const items = others.filter((item) => !item.isSame).map((item) => row("part", "~ differs", itemTitle(item.item),
+    `${item.left} → ${item.right}${item.detail ? `; ${item.detail}` : ""}`));
   if (difference.isSame) {
     return [h("p", {class: "note good"},
-      `Nothing differs: ${plural(services.ones, "channel")}, each compared in every column, and all other items.`)];
+      `Nothing differs: ${channels.left}, each compared in every column, and all other items.`)];
   }
-  return [h("p", {class: "note"}, services.lacking ? shown(services.lacking) : summary(services)),
-    h("div", {class: "scroll"}, h("table", {class: "differences"}, h("tbody", {}, parts, rows.slice(0, MOST_SHOWN)))),
+  return [h("p", {class: "note"}, shown(summary(channels))),
+    h("div", {class: "scroll"}, h("table", {class: "differences"}, h("tbody", {}, items, rows.slice(0, MOST_SHOWN)))),
     rows.length > MOST_SHOWN ? h("p", {class: "note muted"},
       `and ${plural(rows.length - MOST_SHOWN, "more channel")}; the command shows all`) : null];
 }

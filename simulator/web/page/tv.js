@@ -15,7 +15,7 @@ const collator = new Intl.Collator("en", {sensitivity: "base"});
 function marksOf(changes) {
   const marks = new Map();
   for (const kind of ["added", "renamed", "changed", "moved", "renumbered"]) {
-    for (const each of changes?.services[kind] ?? []) marks.set((each.other ?? each).identity, kind);
+    for (const each of changes?.services[kind] ?? []) marks.set((each.right ?? each).identity, kind);
   }
   return marks;
 }
