@@ -247,14 +247,14 @@ Json::Value toJson(const Bundle& bundle) {
     for (const ArchiveEntry& entry : bundle.entries()) {
         value["entries"].append(toJson(entry));
     }
-    value["parts"] = Json::Value(Json::arrayValue);
+    value["items"] = Json::Value(Json::arrayValue);
     for (const Name<Item>& item : NAMES<Item>) {
         const BundlePart& part = bundle.part(item.value);
         Json::Value each;
         each["item"] = text(item.name);
         each["state"] = text(nameOf(part.state));
         each["problem"] = text(part.problem);
-        value["parts"].append(each);
+        value["items"].append(each);
     }
     value["metadata"] = bundle.metadataText() ? toJson(bundle.metadata()) : Json::Value();
     value["channels"] = Json::Value();

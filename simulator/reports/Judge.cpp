@@ -59,9 +59,11 @@ Setup expectedAfterRestore(const Bundle& bundle, const Setup& now) {
 // How an item that the bundle has is different in the TV; empty: it is not.
 std::string howItDiffers(Item item, const Setup& backup, const Setup& tv) {
     const ItemDifference difference = compare(item, backup, tv);
-    return difference.isSame ? ""
-                             : fmt::format("{} in the backup, {} in the TV{}{}", difference.left, difference.right,
-                                           difference.detail.empty() ? "" : "; ", difference.detail);
+    if (difference.isSame || difference.left == difference.right) {
+        return difference.detail;
+    }
+    return fmt::format("{} in the backup, {} in the TV{}{}", difference.left, difference.right,
+                       difference.detail.empty() ? "" : "; ", difference.detail);
 }
 
 ItemVerdict judgeAfterBackup(const Evidence& evidence, Item item, const Setup& now) {

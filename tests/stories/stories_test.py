@@ -93,7 +93,7 @@ class Customer(Story):
         self.make_bundle()
         b = Tv(self.folder, "b")
         verified = b.tv("bundle", "verify", "customer.zip", "--json", code=6).json
-        self.assertEqual([part["item"] for part in verified["parts"] if part["state"] == "damaged"], ["iss"])
+        self.assertEqual([part["item"] for part in verified["items"] if part["state"] == "damaged"], ["iss"])
         self.assertTrue(verified["restore"]["isPossible"])
 
         difference = b.tv("diff", "a", "customer.zip", "--json", code=1).json
@@ -113,7 +113,7 @@ class Customer(Story):
         content = (self.folder / "a/ci/ci_profile.bin").read_bytes()
         bundle.write_bytes(bundle.read_bytes().replace(content, content[::-1]))
         verified = Tv(self.folder, "b").tv("bundle", "verify", bundle, "--json", code=6).json
-        ci = next(part for part in verified["parts"] if part["item"] == "ci")
+        ci = next(part for part in verified["items"] if part["item"] == "ci")
         self.assertEqual((ci["state"], ci["problem"]), ("damaged", "entry 'ci/ci_profile.bin': CRC error"))
 
     def test_without_its_metadata_is_accepted_as_such(self):

@@ -26,7 +26,7 @@ function badge(backup) {
   const found = verified.get(pathOf(backup));
   if (!found) return h("span", {class: "badge muted"}, "verifying …");
   if (found.isWhole) return h("span", {class: "badge good"}, "verified");
-  const part = found.parts.find((each) => each.state === "damaged");
+  const part = found.items.find((each) => each.state === "damaged");
   return h("span", {class: "badge bad"}, `${part?.item ?? "archive"} damaged`);
 }
 
@@ -69,7 +69,7 @@ function bundleDetails(bundle) {
   const head = ["entry", "bytes", "CRC-32", ""].map((name) => h("th", {scope: "col"}, name));
   return [wholeness(bundle), bundle.channels ? channelCounts(bundle.channels) : null, h("h3", {}, "Entries"),
     h("table", {class: "entries"}, h("thead", {}, h("tr", {}, head)), h("tbody", {}, bundle.entries.map(entryRow))),
-    h("h3", {}, "Items"), h("table", {}, h("tbody", {}, bundle.parts.map(partRow)))];
+    h("h3", {}, "Items"), h("table", {}, h("tbody", {}, bundle.items.map(partRow)))];
 }
 
 async function show(backup) {
