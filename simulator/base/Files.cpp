@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/Limits.h"
 
 namespace fs = std::filesystem;
 
@@ -157,6 +158,29 @@ void forEachBlock(const fs::path& path, const std::function<void(std::string_vie
     }
     if (count < 0) {
         throw Error::ofSystem(path, "cannot read");
+    }
+}
+
+void forEachLine(const fs::path& path, const std::function<void(std::string_view)>& take, std::size_t maxBytes) {
+    std::string begun;
+    forEachBlock(path, [&](std::string_view block) {
+        while (!block.empty()) {
+            const std::size_t end = block.find('\n');
+            const std::string_view part = block.substr(0, end);
+            if (begun.size() + part.size() > maxBytes) {
+                limits::require(path.string() + ": bytes of a line", begun.size() + part.size(), maxBytes);
+            }
+            if (end == std::string_view::npos) {
+                begun += part;
+                return;
+            }
+            take(begun.empty() ? part : begun += part);
+            begun.clear();
+            block.remove_prefix(end + 1);
+        }
+    });
+    if (!begun.empty()) {
+        take(begun);
     }
 }
 

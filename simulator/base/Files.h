@@ -32,6 +32,10 @@ std::filesystem::path temporaryFolder();
 // Hands the bytes of a file on, block by block.
 void forEachBlock(const std::filesystem::path& path, const std::function<void(std::string_view)>& take);
 
+// Hands its lines on, without their line breaks. Throws Error (Damaged) if one is longer than `maxBytes`.
+void forEachLine(const std::filesystem::path& path, const std::function<void(std::string_view)>& take,
+                 std::size_t maxBytes = SIZE_MAX);
+
 std::string readFile(const std::filesystem::path& path);
 
 std::uint64_t sizeOf(const std::filesystem::path& path);

@@ -234,17 +234,8 @@ int listRecords(const Place& place, const sim::Tv& tv, const sim::CloudStore& st
     return DONE;
 }
 
-// To look at a TV takes no right to write to it; where there is one, runs whose process is gone are closed.
-sim::Tv openForRecord(const Place& place) {
-    try {
-        sim::Tv(place.home).runs().closeAbandoned();
-    } catch (const sim::Error&) {
-    }
-    return sim::Tv(place.home, sim::Database::Access::Look);
-}
-
 int record(const Place& place, const RecordOptions& options) {
-    const sim::Tv tv = openForRecord(place);
+    const sim::Tv tv(place.home, sim::Database::Access::Look);
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
     if (options.all) {
         return listRecords(place, tv, *store);

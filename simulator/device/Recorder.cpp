@@ -23,10 +23,6 @@ Recorder::Recorder(Tv& tv, const EventLoop& loop) : m_tv(tv), m_runs(tv.runs()),
     attempt([&] { m_runs.keep(keptRuns()); });
 }
 
-Recorder::~Recorder() {
-    m_runs.flush();
-}
-
 void Recorder::launched(const std::string& operation, bool replyRequested) {
     m_run.operation = operation;
     m_run.replyRequested = replyRequested;

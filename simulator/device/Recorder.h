@@ -19,7 +19,6 @@ public:
     Recorder(Tv& tv, const EventLoop& loop);
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
-    ~Recorder();
 
     void launched(const std::string& operation, bool replyRequested);
     void replied(int result);

@@ -205,39 +205,6 @@ private:
     ChannelSummary m_summary;
 };
 
-// The lines of a file, which may be a pipe, or a device without an end. Throws Error beyond the limits.
-void forEachLine(const std::filesystem::path& file, const std::function<void(std::string)>& take) {
-    constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
-    std::string line;
-    std::uint64_t total = 0;
-    bool isFirst = true;
-    const auto finishLine = [&] {
-        const bool hasMark = isFirst && line.compare(0, BYTE_ORDER_MARK.size(), BYTE_ORDER_MARK) == 0;
-        take(hasMark ? line.substr(BYTE_ORDER_MARK.size()) : line);
-        isFirst = false;
-        line.clear();
-    };
-    forEachBlock(file, [&](std::string_view block) {
-        total += block.size();
-        limits::require(fmt::format("{}: bytes", file.string()), total, limits::CHANNEL_LIST_BYTES);
-        for (std::size_t end = block.find('\n'); !block.empty(); end = block.find('\n')) {
-            line += block.substr(0, end);
-            if (line.size() > limits::CHANNEL_LINE_BYTES) {
-                limits::require(fmt::format("{}: bytes of a line", file.string()), line.size(),
-                                limits::CHANNEL_LINE_BYTES);
-            }
-            if (end == std::string_view::npos) {
-                return;
-            }
-            finishLine();
-            block.remove_prefix(end + 1);
-        }
-    });
-    if (!line.empty()) {
-        finishLine();
-    }
-}
-
 }  // namespace
 
 std::size_t ChannelList::addService(const Service& service) {
@@ -261,11 +228,18 @@ ChannelList parseChannelList(const std::string& text, const std::string& name) {
 
 ChannelSummary readChannelList(const std::filesystem::path& file, ChannelSink& sink) {
     Reader reader(file.string(), sink);
+    constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
+    std::uint64_t total = 0;
+    // The file may be a pipe, or a device without an end.
+    const auto take = [&](std::string_view line) {
+        const bool hasMark = total == 0 && line.compare(0, BYTE_ORDER_MARK.size(), BYTE_ORDER_MARK) == 0;
+        total += line.size() + 1;
+        limits::require("its bytes", total, limits::CHANNEL_LIST_BYTES);
+        line.remove_prefix(hasMark ? BYTE_ORDER_MARK.size() : 0);
+        reader.take(toUtf8(line.substr(0, line.find_last_not_of(" \t\r") + 1)));
+    };
     try {
-        forEachLine(file, [&](std::string line) {
-            line.erase(line.find_last_not_of(" \t\r") + 1);
-            reader.take(toUtf8(line));
-        });
+        forEachLine(file, take, limits::CHANNEL_LINE_BYTES);
     } catch (const Error& error) {
         throw Error(error.kind(), fmt::format("{}; give a channel list in the channels.conf format", error.what()));
     }

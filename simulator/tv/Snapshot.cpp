@@ -57,6 +57,7 @@ void copyTv(const fs::path& from, const fs::path& to) {
     share(from / "iss.db", to / "iss.db");
     copyTree(from / "service-db", to / "service-db", &share);
     copyTree(from / "ci", to / "ci", &share);
+    copyTree(from / "runs", to / "runs", &share);
     copyTree(from / "apps", to / "apps", &copyFile);
     copyTree(from / "tmp", to / "tmp", &copyFile);
 }

@@ -20,7 +20,7 @@ namespace sim {
 namespace {
 
 // Of the tables below, as it stands in the database: one that was made by another version is not touched.
-constexpr std::int64_t LAYOUT = 3;
+constexpr std::int64_t LAYOUT = 4;
 
 constexpr char SCHEMA[] = R"(
 CREATE TABLE state(
@@ -32,29 +32,10 @@ CREATE TABLE settings(key TEXT PRIMARY KEY, type TEXT NOT NULL, value TEXT NOT N
 CREATE TABLE faults(
     id INTEGER PRIMARY KEY, call TEXT NOT NULL, failure TEXT NOT NULL, nth INTEGER NOT NULL, times INTEGER NOT NULL,
     fired INTEGER NOT NULL DEFAULT 0);
-CREATE TABLE runs(
-    id INTEGER PRIMARY KEY, pid INTEGER NOT NULL, started TEXT NOT NULL, operation TEXT, reply_requested INTEGER,
-    reply INTEGER, response INTEGER, reported TEXT, ended TEXT NOT NULL DEFAULT 'running', detail TEXT NOT NULL DEFAULT '',
-    account TEXT, client_id TEXT, category TEXT, backup TEXT);
-CREATE TABLE calls(
-    run INTEGER NOT NULL, seq INTEGER NOT NULL, at INTEGER NOT NULL, name TEXT NOT NULL, arguments TEXT NOT NULL,
-    result TEXT NOT NULL, fault INTEGER, PRIMARY KEY(run, seq)) WITHOUT ROWID;
-CREATE TABLE log(
-    run INTEGER NOT NULL, seq INTEGER NOT NULL, at INTEGER NOT NULL, sink TEXT NOT NULL, priority INTEGER, tag TEXT,
-    file TEXT, function TEXT, line INTEGER, message TEXT NOT NULL, PRIMARY KEY(run, seq)) WITHOUT ROWID;
-CREATE TABLE fingerprints(run INTEGER NOT NULL, item TEXT NOT NULL, digest TEXT NOT NULL);
-CREATE TABLE verdicts(
-    run INTEGER PRIMARY KEY, outcome TEXT NOT NULL, cause TEXT NOT NULL, why TEXT NOT NULL, decisive INTEGER NOT NULL);
-CREATE TABLE verdict_items(run INTEGER NOT NULL, item TEXT NOT NULL, state TEXT NOT NULL, detail TEXT NOT NULL);
-PRAGMA user_version = 3;
 )";
 
 fs::path databaseOf(const fs::path& home) {
     return home / "tv.db";
-}
-
-fs::path pendingOf(const fs::path& home) {
-    return home / "tv.db-pending";
 }
 
 void requireTv(const fs::path& home) {
@@ -81,8 +62,7 @@ Database openExisting(const fs::path& home, Database::Access access) {
                         "its backup to it",
                         home.string()));
     }
-    // A power cut may take the last records of a run with it, but nothing is ever half there; waiting for the disk at
-    // each of hundreds of records would make a run many times slower.
+    // A power cut may take the last changes with it, but nothing is ever half there.
     database.run("PRAGMA synchronous = NORMAL");
     return database;
 }
@@ -125,8 +105,11 @@ void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::st
     database.run("PRAGMA journal_mode = WAL");
     Transaction transaction(database);
     database.run(SCHEMA);
-    database.change("INSERT INTO state VALUES(?, 0, 1, 0, 0, 0, 0, '0', 0, ?, ?, ?)", static_cast<int>(antennaMode),
-                    time, serial, account);
+    database.run(fmt::format("PRAGMA user_version = {}", LAYOUT));
+    database.change(
+        "INSERT INTO state(antenna_mode, service_mode, service_id, source, category, category_param, sort_mode, now, "
+        "serial, account) VALUES(?, 0, 1, 0, 0, 0, 0, ?, ?, ?)",
+        codeOf(antennaMode), time, serial, account);
     Settings settings(database);
     for (int i = 1; i <= application::FAVOURITE_LISTS; ++i) {
         settings.setFavouriteName(i, fmt::format("Favourites {}", i));
@@ -170,6 +153,7 @@ void Tv::create(const fs::path& home, const ChannelSource& list, const std::stri
         .create({{"ci_profile.bin", "CI\x01" + serial},
                  {"ci_operator.xml", "<operator set=\"" + inXml(serial) + "\"/>\n"}});
     createDatabase(databaseOf(built), antennaModeOf(first->source), serial, time, account);
+    makePrivateFolder(built / "runs");
     saveSnapshot(built, INIT_SNAPSHOT);
     if (!putInPlace(built, home)) {
         throw Error(fmt::format("there is something at {} already; remove that folder, or choose another with --home",
@@ -182,7 +166,7 @@ Tv::Tv(const fs::path& home, Database::Access access)
       m_database(openExisting(home, access)),
       m_settings(m_database),
       m_faults(m_database),
-      m_runs(m_database, pendingOf(home)),
+      m_runs(home / "runs"),
       m_serviceDb(home / "service-db"),
       m_issDb(home / "iss.db"),
       m_ciFiles(home / "ci") {}

@@ -1,7 +1,7 @@
 // A simulated TV: one folder, the TV home.
 //
-//   tv.db         the TV's state, settings store, fault rules, runs with their log and call journal; beside it, until
-//                 they are brought there, the last records of a run that goes on or was killed
+//   tv.db         the TV's state, settings store and fault rules
+//   runs/         the record of each run
 //   service-db/   the TV service's channel database
 //   iss.db        the iss database
 //   ci/           the CI module's own files
