@@ -49,24 +49,23 @@ constexpr SourceName<N> sourceName(const char (&path)[N]) {
 
 }  // namespace Log
 
-#define LOG_AT(function, line, priority, format, ...)                                                         \
-    do {                                                                                                      \
-        static constexpr auto logSource = Log::sourceName(__FILE__);                                          \
-        __dlog_print(Log::BUFFER, Log::priority, Log::TAG, "%s: %s(%d) > " format "\n", logSource.text,       \
-                     static_cast<const char*>(function), line, ##__VA_ARGS__);                                \
-        CCLogger::AddLogger(logSource.text, static_cast<const char*>(function), line, format, ##__VA_ARGS__); \
+#define LOG_AT(function, line, priority, format, ...)                                                             \
+    do {                                                                                                          \
+        static constexpr auto logSource = Log::sourceName(__FILE__);                                              \
+        __dlog_print(Log::BUFFER, Log::priority, Log::TAG, "%s: %s(%d) > " format "\n", logSource.text, function, \
+                     line, ##__VA_ARGS__);                                                                        \
+        CCLogger::AddLogger(logSource.text, function, line, format, ##__VA_ARGS__);                               \
     } while (false)
 
 #define LOG_IN(function, priority, ...) LOG_AT(function, __LINE__, priority, __VA_ARGS__)
 
 #define LOG(priority, ...) LOG_AT(__func__, __LINE__, priority, __VA_ARGS__)
 
-#define LOG_FUNC_BEGIN()                                                                                 \
-    do {                                                                                                 \
-        static constexpr auto logSource = Log::sourceName(__FILE__);                                     \
-        __dlog_print(Log::BUFFER, Log::DETAIL, Log::TAG, "%s: %s(%d) > ", logSource.text,                \
-                     static_cast<const char*>(__func__), __LINE__);                                      \
-        CCLogger::AddLogger(logSource.text, static_cast<const char*>(__func__), __LINE__, "FUNC BEGIN"); \
+#define LOG_FUNC_BEGIN()                                                                                       \
+    do {                                                                                                       \
+        static constexpr auto logSource = Log::sourceName(__FILE__);                                           \
+        __dlog_print(Log::BUFFER, Log::DETAIL, Log::TAG, "%s: %s(%d) > ", logSource.text, __func__, __LINE__); \
+        CCLogger::AddLogger(logSource.text, __func__, __LINE__, "FUNC BEGIN");                                 \
     } while (false)
 
 #define LOG_ASSERTION_FAILED(assertion) LOG(FAILURE, "Assertion failed: %s", #assertion)
