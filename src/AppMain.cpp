@@ -1,4 +1,4 @@
-#include <string>
+#include <string_view>
 
 #include "HalcyonLineup.h"
 #include "Log.h"
@@ -24,29 +24,31 @@ void app_resume(void*) {
     LOG_FUNC_BEGIN();
 }
 
-void app_control(app_control_s* request, void*) {
-    LOG_FUNC_BEGIN();
-    char* callerId = nullptr;
-    app_control_get_caller(request, &callerId);
-    if (const PlatformText owner(callerId); owner != nullptr) {
-        LOG(DETAIL, "app_control_get_caller success. callerID=[%s]", callerId);
-    }
-
-    // Static: the cloud and the TV service hold its address after this handler has returned.
+// Starts the operation that the request asks for. True: it goes on when its response comes. The text asked for is freed
+// on return, before anything is done about a failure.
+bool StartOperation(app_control_s* request) {
+    // Static: the cloud and the TV service hold its address after the handler has returned.
     static CHalcyonLineup lineup;
     char* extra = nullptr;
     const bool isRead = app_control_get_extra_data(request, "operation", &extra) == 0;
     const PlatformText owner(extra);
-    const std::string operation = isRead && owner != nullptr ? owner.get() : "";
-    bool started = false;
+    const std::string_view operation = isRead && extra != nullptr ? extra : "";
     if (operation == "restore" || operation == "RESTORE") {
-        LOG(PROGRESS, "Do restore");
-        started = lineup.Restore(request);
-    } else {
-        LOG(PROGRESS, "Do backup");
-        started = lineup.Backup();
+        LOG_IN("app_control", PROGRESS, "Do restore");
+        return lineup.Restore(request);
     }
-    if (!started) {
+    LOG_IN("app_control", PROGRESS, "Do backup");
+    return lineup.Backup();
+}
+
+void app_control(app_control_s* request, void*) {
+    LOG_FUNC_BEGIN();
+    char* callerId = nullptr;
+    app_control_get_caller(request, &callerId);  // the id alone tells
+    if (const PlatformText owner(callerId); owner != nullptr) {
+        LOG(DETAIL, "app_control_get_caller success. callerID=[%s]", callerId);
+    }
+    if (!StartOperation(request)) {
         LOG(PROGRESS, "operation fail");
         ui_app_exit();
     }

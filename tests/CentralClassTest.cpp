@@ -1,5 +1,5 @@
-// The central class in this process, for what no launch request leads to. It resolves its folders and captures the TV
-// before main(), so it has an executable of its own, in which a TV is there before everything else.
+// The dispatch and the central class in this process, for what no launch request leads to. It resolves its folders and
+// captures the TV before main(), so it has an executable of its own, in which a TV is there before everything else.
 #include "src/HalcyonLineup.h"
 
 #include <fcntl.h>
@@ -18,6 +18,9 @@
 
 namespace fs = std::filesystem;
 
+// main() of src/AppMain.cpp.
+int application_main(int argc, char** argv);
+
 namespace {
 
 using ::testing::Contains;
@@ -31,6 +34,10 @@ struct EarlyTv {
     test::TestTv tv{folder.path(), "tv", "Welcome:11361:HC23:S19.2E:22000:501=27:502:0:0:5001:1:5:0\n"};
 };
 __attribute__((init_priority(101))) EarlyTv early;
+
+// The text of the operation until it is freed, and the last message before that.
+char* operationText = nullptr;
+std::string messageBeforeFree;
 
 // What the platform was handed as user data.
 void* cloudUserData = nullptr;
@@ -78,6 +85,12 @@ TEST(CentralClass, ResolvesItsFoldersOnceAndForAll) {
     EXPECT_EQ(CHANNEL_MAP_DIR_PATH_TMP, early.tv.failures.string());
 }
 
+TEST(Dispatch, FreesTheOperationBeforeTheFailureIsHandled) {
+    EXPECT_EQ(application_main(0, nullptr), 0);
+    EXPECT_EQ(messageBeforeFree, "6 appCaller == nullptr");
+    EXPECT_THAT(test::messages(), Contains("5 operation fail"));
+}
+
 TEST(CentralClass, RefusesARestoreWithoutRequest) {
     EXPECT_FALSE(CHalcyonLineup().Restore(nullptr));
     EXPECT_EQ(test::messages().back(), "6 appCaller == nullptr");
@@ -120,10 +133,29 @@ TEST(CentralClass, HandsItselfToTheServices) {
 
 // The linker leads the application's calls here.
 extern "C" {
-// Of every request: a scan is running.
-int __wrap_app_control_get_extra_data(app_control_s* /*request*/, const char* /*key*/, char** value) {
-    *value = ::strdup("1");
+// A launch without a request.
+int __wrap_ui_app_main(int /*argc*/, char** /*argv*/, const ui_app_callbacks* callbacks, void* userData) {
+    callbacks->control(nullptr, userData);
     return 0;
+}
+
+// Of every request: a restore, and a scan is running.
+int __wrap_app_control_get_extra_data(app_control_s* /*request*/, const char* key, char** value) {
+    const bool isOperation = std::strcmp(key, "operation") == 0;
+    *value = ::strdup(isOperation ? "restore" : "1");
+    if (isOperation) {
+        operationText = *value;
+    }
+    return 0;
+}
+
+void __real_free(void* memory);
+void __wrap_free(void* memory) {
+    if (memory != nullptr && memory == operationText) {
+        operationText = nullptr;
+        messageBeforeFree = test::messages().back();
+    }
+    __real_free(memory);
 }
 
 int __real_bnr_callback_register(const char* id, bnr_response_cb callback, void* userData, int* handlerId);
