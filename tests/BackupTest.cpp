@@ -223,15 +223,26 @@ TEST_F(Backup, IsHandedOverThoughTheBundleCannotBeRemoved) {
 }
 
 TEST_F(Backup, ARefusedBundleIsKeptInTheFailureFolder) {
-    const Outcome run = failingBackup("bnr_backup", "result=-2");
-    const std::string message = std::string("6 bnr_backup(") + METADATA + ", {data}{name}.zip) fail [-2]";
-    EXPECT_THAT(endOf(run, message),
-                ElementsAre(message, "5 create_directories({tmp}) success",
-                            "5 copy_file({data}{name}.zip, {tmp}{name}.zip) success",
-                            "5 remove({data}{name}.zip) success", closing[0], closing[1], closing[2], closing[3]));
-    EXPECT_THAT(a.dataFiles(), IsEmpty());
-    ASSERT_EQ(a.failureFiles().size(), 1U);
-    EXPECT_EQ(test::servicesIn(a.failures / a.failureFiles()[0]), 3U);
+    for (const std::string status : {"-2", "2"}) {
+        const Outcome run = failingBackup("bnr_backup", "result=" + status);
+        const std::string message =
+            std::string("6 bnr_backup(") + METADATA + ", {data}{name}.zip) fail [" + status + "]";
+        EXPECT_THAT(endOf(run, message),
+                    ElementsAre(message, "5 create_directories({tmp}) success",
+                                "5 copy_file({data}{name}.zip, {tmp}{name}.zip) success",
+                                "5 remove({data}{name}.zip) success", closing[0], closing[1], closing[2], closing[3]));
+        EXPECT_THAT(a.dataFiles(), IsEmpty());
+        ASSERT_EQ(a.failureFiles().size(), 1U);
+        EXPECT_EQ(test::servicesIn(a.failures / a.failureFiles()[0]), 3U);
+        fs::remove_all(a.failures);
+    }
+}
+
+TEST_F(Backup, ARefusedBundleStaysIfThereIsNoFailureFolder) {
+    test::write(a.failures.parent_path(), "in the place of the failure folder");
+    failingBackup("bnr_backup", "result=-2");
+    ASSERT_EQ(a.dataFiles().size(), 1U);
+    EXPECT_EQ(test::servicesIn(a.data / a.dataFiles()[0]), 3U);
 }
 
 // The items are best effort: one that fails is left out, and the bundle is sent.

@@ -13,6 +13,7 @@
 #include <filesystem>
 
 #include "simulator/base/Archive.h"
+#include "tests/support/BrokenFolder.h"
 #include "tests/support/TestTv.h"
 #include "tests/support/WithoutPrivileges.h"
 
@@ -110,6 +111,12 @@ TEST(CentralClass, LetsACiFolderThatCannotBeReadThrow) {
     CHalcyonLineup lineup;
     {
         const test::WithoutPrivileges unprivileged;
+        EXPECT_THROW(Answer().deliverTo(lineup), fs::filesystem_error);
+    }
+    ASSERT_EQ(::chmod(ci.c_str(), 0700), 0);
+    test::write(ci / "file", "x");
+    {
+        const test::BrokenFolder broken(ci, 3);
         EXPECT_THROW(Answer().deliverTo(lineup), fs::filesystem_error);
     }
     EXPECT_THAT(test::messages(), Contains(::testing::StartsWith("5 ReplaceServiceDb(")));

@@ -8,6 +8,7 @@
 #include <climits>
 #include <filesystem>
 
+#include "tests/support/SmallDisk.h"
 #include "tests/support/TestTv.h"
 #include "tests/support/WithoutPrivileges.h"
 
@@ -103,6 +104,17 @@ TEST_F(FileUtil, CopiesAFileIntoAFolderUnderItsOwnName) {
                             "FileUtil Copy(94) 5 copy_file({folder}/from/file, {folder}/to/file) success"}));
 }
 
+TEST_F(FileUtil, FollowsLinks) {
+    write(at("from/file"), "text");
+    fs::create_directories(at("to"));
+    fs::create_symlink("from/file", at("file"));
+    fs::create_symlink("to", at("folder"));
+    EXPECT_TRUE(CFileUtil::CreateDirectories(at("folder")));
+    EXPECT_TRUE(CFileUtil::Copy(at("file"), at("folder")));
+    EXPECT_EQ(readFile(at("to/file")), "text");
+    EXPECT_EQ(log(), (Lines{"FileUtil Copy(94) 5 copy_file({folder}/file, {folder}/folder/file) success"}));
+}
+
 TEST_F(FileUtil, CopiesNothingButRegularFiles) {
     write(at("folder/file"), "x");
     EXPECT_FALSE(CFileUtil::Copy(at("folder"), at("to")));
@@ -140,12 +152,25 @@ TEST_F(FileUtil, TakesAwayTheFolderThatAFailedCopyMade) {
                 AllOf(StartsWith("FileUtil RemoveAll(50) 5 remove_all({folder}/deep/"), EndsWith(" success")));
 }
 
+TEST_F(FileUtil, LeavesWhatAFailedCopyHasWritten) {
+    write(at("large"), std::string(2 * test::SmallDisk::SIZE, 'x'));
+    fs::create_directories(at("to"));
+    {
+        const test::SmallDisk disk;
+        EXPECT_FALSE(CFileUtil::Copy(at("large"), at("to")));
+    }
+    EXPECT_EQ(fs::file_size(at("to/large")), test::SmallDisk::SIZE);
+    EXPECT_THAT(log().back(), StartsWith("FileUtil Copy(98) 6 copy_file({folder}/large, {folder}/to/large) fail ["));
+}
+
 TEST_F(FileUtil, MovesByCopyAndDelete) {
     write(at("file"), "x");
     EXPECT_TRUE(CFileUtil::Move(at("file"), at("to/")));
     EXPECT_EQ(readFile(at("to/file")), "x");
     EXPECT_FALSE(fs::exists(at("file")));
     EXPECT_FALSE(CFileUtil::Move(at("file"), at("to/")));
+    EXPECT_FALSE(CFileUtil::Move(at("to/file"), at("to/file")));
+    EXPECT_EQ(readFile(at("to/file")), "x") << "a source that was not copied stays";
 
     // A file of the kernel's can be copied, but not deleted.
     EXPECT_TRUE(CFileUtil::Move("/proc/self/stat", at("to/"))) << "the source that stays does not count";

@@ -35,6 +35,16 @@ TEST_F(Restore, RefusesAnotherAntennaBeforeAnythingIsTouched) {
                                                             "log  HalcyonLineup sm_BnrCallback 6 m_Restore fail"}));
 }
 
+TEST_F(Restore, LeavesARefusedBundleIfThereIsNoFailureFolder) {
+    setMetadata("<html>");
+    test::write(b.failures.parent_path(), "in the place of the failure folder");
+    const Outcome run = b.restore();
+    EXPECT_TRUE(run.says("6 create_directories({tmp}) fail [17][File exists]"));
+    EXPECT_EQ(run.reported, "failure");
+    ASSERT_EQ(b.dataFiles().size(), 1U);
+    EXPECT_EQ(test::servicesIn(b.data / b.dataFiles()[0]), 3U);
+}
+
 TEST_F(Restore, RefusesAnotherVersionAndWhatIsNoMetadata) {
     setMetadata(R"({"version":"0.2","setting":{"antenna":1}})");
     const Outcome older = b.restore();

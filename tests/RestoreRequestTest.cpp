@@ -16,11 +16,14 @@ using test::Restore;
 using ::testing::ElementsAre;
 
 TEST_F(Restore, EndsWithoutReplyWhereTheRequestCannotBeKept) {
-    const Outcome run = b.restoreUnder("app_control_clone", "result=-9");
-    EXPECT_THAT(run.logBetween("5 Do restore", "4 Last line"),
-                ElementsAre("5 Do restore", "6 app_control_clone fail[-9]", "5 operation fail", "4 Last line"));
-    EXPECT_EQ(run.reply, std::nullopt);
-    EXPECT_EQ(run.count("bnr_init"), 0);
+    for (const std::string status : {"-9", "9"}) {
+        const Outcome run = b.restoreUnder("app_control_clone", "result=" + status);
+        EXPECT_THAT(
+            run.logBetween("5 Do restore", "4 Last line"),
+            ElementsAre("5 Do restore", "6 app_control_clone fail[" + status + "]", "5 operation fail", "4 Last line"));
+        EXPECT_EQ(run.reply, std::nullopt);
+        EXPECT_EQ(run.count("bnr_init"), 0);
+    }
 }
 
 TEST_F(Restore, RepliesFailureWhereTheCloudCannotBeAsked) {
@@ -31,12 +34,15 @@ TEST_F(Restore, RepliesFailureWhereTheCloudCannotBeAsked) {
     EXPECT_EQ(unopened.count("bnr_deinit"), 0);
     EXPECT_EQ(unopened.reply, -1);
 
-    const Outcome refused = b.restoreUnder("bnr_restore", "result=-4");
-    EXPECT_EQ(refused.logBetween("6 bnr_restore(Qr7tLw2ZkA, {data}) error [-4]", "4 Last line"),
-              joined({{"6 bnr_restore(Qr7tLw2ZkA, {data}) error [-4]"},
-                      CLOSING,
-                      {"5 app_control_reply_to_launch_request(-1) success", "5 operation fail", "4 Last line"}}));
-    EXPECT_EQ(refused.reply, -1);
+    for (const std::string status : {"-4", "4"}) {
+        const Outcome refused = b.restoreUnder("bnr_restore", "result=" + status);
+        const std::string message = "6 bnr_restore(Qr7tLw2ZkA, {data}) error [" + status + "]";
+        EXPECT_EQ(refused.logBetween(message, "4 Last line"),
+                  joined({{message},
+                          CLOSING,
+                          {"5 app_control_reply_to_launch_request(-1) success", "5 operation fail", "4 Last line"}}));
+        EXPECT_EQ(refused.reply, -1);
+    }
 
     fs::remove_all(b.data);
     test::write(b.data.parent_path(), "in the place of the working folder");

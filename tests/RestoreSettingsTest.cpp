@@ -37,17 +37,21 @@ TEST_F(Restore, SetsEachTypeOfSetting) {
 }
 
 TEST_F(Restore, LogsEachSettingThatCannotBeSet) {
-    for (const std::string type : {"int", "str", "bool", "dbl"}) {
-        b.fault("vconf_set_" + type, "result=-1");
+    for (const std::string failure : {"result=-1", "result=1"}) {
+        for (const std::string type : {"int", "str", "bool", "dbl"}) {
+            b.fault("vconf_set_" + type, failure);
+        }
+        const Outcome run = restoreSettings(R"({"dataSize":4,"data":[
+            {"path":"i","type":0,"value":1},{"path":"s","type":1,"value":"x"},{"path":"b","type":2,"value":0},
+            {"path":"d","type":3,"value":1}]})");
+        EXPECT_THAT(run.logBetween("5 vconf_path: i", "5 vconf_set_dbl of d failed!"),
+                    ElementsAre("5 vconf_path: i", "5 vconf_set_int of i failed!", "5 vconf_path: s",
+                                "5 vconf_set_str of s failed!", "5 vconf_path: b", "5 vconf_set_bool of b failed!",
+                                "5 vconf_path: d", "5 vconf_set_dbl of d failed!"));
+        EXPECT_TRUE(run.succeeded());
+        b.clearFaults();
+        fs::remove_all(folder / "bundle");
     }
-    const Outcome run = restoreSettings(R"({"dataSize":4,"data":[
-        {"path":"i","type":0,"value":1},{"path":"s","type":1,"value":"x"},{"path":"b","type":2,"value":0},
-        {"path":"d","type":3,"value":1}]})");
-    EXPECT_THAT(run.logBetween("5 vconf_path: i", "5 vconf_set_dbl of d failed!"),
-                ElementsAre("5 vconf_path: i", "5 vconf_set_int of i failed!", "5 vconf_path: s",
-                            "5 vconf_set_str of s failed!", "5 vconf_path: b", "5 vconf_set_bool of b failed!",
-                            "5 vconf_path: d", "5 vconf_set_dbl of d failed!"));
-    EXPECT_TRUE(run.succeeded());
 }
 
 TEST_F(Restore, SetsNothingWhereTheSettingsFileCountsNone) {

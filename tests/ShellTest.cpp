@@ -74,30 +74,36 @@ TEST_F(Shell, EndsWithTheMainLoopsResult) {
 
 // The session: each failure of opening it ends the run; one of closing it is only logged.
 TEST_F(Shell, EndsWhenTheCloudSessionCannotBeOpened) {
-    const Outcome refused = a.backUpUnder("bnr_init", "result=-7");
-    EXPECT_THAT(refused.logBetween("5 Do backup", "4 Last line"),
-                ElementsAre("5 Do backup", "6 bnr_init fail[-7]", "6 m_BnrInitialize() fail", "5 operation fail",
-                            "4 Last line"));
-    EXPECT_THAT(refused.callsBetween("bnr_init", "app.terminate"),
-                ElementsAre("bnr_init", "ui_app_exit", "app.terminate"));
-    const Outcome unregistered = a.backUpUnder("bnr_callback_register", "result=-8");
-    EXPECT_THAT(unregistered.logBetween("5 Do backup", "4 Last line"),
-                ElementsAre("5 Do backup", "4 bnr init success", "6 Failed to set bnr callback [-8]",
-                            "6 m_BnrInitialize() fail", "5 operation fail", "4 Last line"));
-    EXPECT_THAT(unregistered.callsBetween("bnr_init", "app.terminate"),
-                ElementsAre("bnr_init", "bnr_callback_register", "bnr_deinit", "ui_app_exit", "app.terminate"));
+    for (const std::string status : {"-7", "7"}) {
+        const Outcome refused = a.backUpUnder("bnr_init", "result=" + status);
+        EXPECT_THAT(refused.logBetween("5 Do backup", "4 Last line"),
+                    ElementsAre("5 Do backup", "6 bnr_init fail[" + status + "]", "6 m_BnrInitialize() fail",
+                                "5 operation fail", "4 Last line"));
+        EXPECT_THAT(refused.callsBetween("bnr_init", "app.terminate"),
+                    ElementsAre("bnr_init", "ui_app_exit", "app.terminate"));
+        const Outcome unregistered = a.backUpUnder("bnr_callback_register", "result=" + status);
+        EXPECT_THAT(unregistered.logBetween("5 Do backup", "4 Last line"),
+                    ElementsAre("5 Do backup", "4 bnr init success", "6 Failed to set bnr callback [" + status + "]",
+                                "6 m_BnrInitialize() fail", "5 operation fail", "4 Last line"));
+        EXPECT_THAT(unregistered.callsBetween("bnr_init", "app.terminate"),
+                    ElementsAre("bnr_init", "bnr_callback_register", "bnr_deinit", "ui_app_exit", "app.terminate"));
+    }
     EXPECT_THAT(a.dataFiles(), ElementsAre());
 }
 
 TEST_F(Shell, GoesOnWhenTheCloudSessionCannotBeClosed) {
-    a.fault("bnr_callback_deregister", "result=-3");
-    a.fault("bnr_deinit", "result=-4");
-    const Outcome run = a.backUp();
-    EXPECT_THAT(
-        run.logBetween("5 BNR Callback called [101]", "5 response came. Finish app"),
-        ElementsAre("5 BNR Callback called [101]", "5 Backup is completed (nil)", "6 Failed to unset bnr callback [-3]",
-                    "6 Failed bnr_deinit [-4]", "6 m_appCaller == nullptr", "5 response came. Finish app"));
-    EXPECT_TRUE(run.succeeded());
+    for (const std::string status : {"-3", "3"}) {
+        a.clearFaults();
+        a.fault("bnr_callback_deregister", "result=" + status);
+        a.fault("bnr_deinit", "result=" + status);
+        const Outcome run = a.backUp();
+        EXPECT_THAT(
+            run.logBetween("5 BNR Callback called [101]", "5 response came. Finish app"),
+            ElementsAre("5 BNR Callback called [101]", "5 Backup is completed (nil)",
+                        "6 Failed to unset bnr callback [" + status + "]", "6 Failed bnr_deinit [" + status + "]",
+                        "6 m_appCaller == nullptr", "5 response came. Finish app"));
+        EXPECT_TRUE(run.succeeded());
+    }
 }
 
 // Every code but the one that brings restore data: a message, the session closed, a failure reply, the end.
@@ -160,14 +166,16 @@ TEST_F(Shell, ReleasesTheRequestWhateverBecomesOfTheReply) {
         b.fault(call, failure);
         return b.restore();
     };
-    const Outcome unasked = fail("app_control_is_reply_requested", "result=-5");
-    EXPECT_TRUE(unasked.says("6 app_control_is_reply_requested fail[-5]"));
-    EXPECT_EQ(unasked.count("app_control_destroy"), 1);
-    EXPECT_EQ(unasked.reply, std::nullopt);
+    for (const std::string status : {"-5", "5"}) {
+        const Outcome unasked = fail("app_control_is_reply_requested", "result=" + status);
+        EXPECT_TRUE(unasked.says("6 app_control_is_reply_requested fail[" + status + "]"));
+        EXPECT_EQ(unasked.count("app_control_destroy"), 1);
+        EXPECT_EQ(unasked.reply, std::nullopt);
 
-    const Outcome unsent = fail("app_control_reply_to_launch_request", "result=-6");
-    EXPECT_TRUE(unsent.says("6 app_control_reply_to_launch_request(-1) fail[-6]"));
-    EXPECT_EQ(unsent.count("app_control_destroy"), 2);
+        const Outcome unsent = fail("app_control_reply_to_launch_request", "result=" + status);
+        EXPECT_TRUE(unsent.says("6 app_control_reply_to_launch_request(-1) fail[" + status + "]"));
+        EXPECT_EQ(unsent.count("app_control_destroy"), 2);
+    }
 
     const Outcome unmade = fail("app_control_create", "result=-1");
     EXPECT_TRUE(unmade.says("6 app_control_reply_to_launch_request(-1) fail[-1]"));

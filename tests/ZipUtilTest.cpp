@@ -2,11 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <zip.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -14,6 +12,8 @@
 
 #include "simulator/base/Archive.h"
 #include "tests/support/Archives.h"
+#include "tests/support/BrokenFolder.h"
+#include "tests/support/SmallDisk.h"
 #include "tests/support/TestTv.h"
 #include "tests/support/WithoutPrivileges.h"
 
@@ -25,6 +25,7 @@ using Lines = std::vector<std::string>;
 using test::makeArchive;
 using test::number;
 using test::readFile;
+using test::SmallDisk;
 using test::write;
 using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;
@@ -36,28 +37,6 @@ Lines entryNames(const fs::path& archive) {
     }
     return names;
 }
-
-constexpr std::size_t DISK_SIZE = 2U << 20;
-
-// No file grows beyond DISK_SIZE within the scope.
-class SmallDisk {
-public:
-    SmallDisk() : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
-        ::getrlimit(RLIMIT_FSIZE, &m_limit);
-        const rlimit limit = {DISK_SIZE, m_limit.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~SmallDisk() {
-        ::setrlimit(RLIMIT_FSIZE, &m_limit);
-        std::signal(SIGXFSZ, m_handler);
-    }
-    SmallDisk(const SmallDisk&) = delete;
-    SmallDisk& operator=(const SmallDisk&) = delete;
-
-private:
-    void (*m_handler)(int);
-    rlimit m_limit = {};
-};
 
 std::string incompressible(std::size_t size) {
     std::minstd_rand random(1);
@@ -136,6 +115,19 @@ TEST_F(ZipUtil, NamesEntriesByCuttingTheFolderTextOff) {
                        }));
 }
 
+TEST_F(ZipUtil, FollowsLinks) {
+    write(at("target/file"), "text");
+    fs::create_directories(at("in"));
+    fs::create_symlink(at("target"), at("in/folder"));
+    fs::create_symlink(at("target/file"), at("in/link"));
+    ASSERT_TRUE(zip.CreateZipFile(at("in/"), at("out.zip")));
+    EXPECT_EQ(test::tree(at("target")), Lines{"file"}) << "only the links are consumed";
+    fs::create_symlink("out.zip", at("link.zip"));
+    ASSERT_TRUE(zip.UnzipFile(at("link.zip"), at("back/")));
+    EXPECT_EQ(readFile(at("back/folder/file")), "text");
+    EXPECT_EQ(readFile(at("back/link")), "text");
+}
+
 TEST_F(ZipUtil, PacksAnEmptyFolderIntoAnEmptyArchive) {
     fs::create_directories(at("in"));
     EXPECT_TRUE(zip.CreateZipFile(at("in/"), at("out.zip")));
@@ -191,8 +183,18 @@ TEST_F(ZipUtil, ThrowsWhereAMembersStatusCannotBeRead) {
     fs::permissions(at("listed"), fs::perms::owner_all);
 }
 
+TEST_F(ZipUtil, ThrowsIfAFolderCannotBeReadToItsEnd) {
+    write(at("in/sub/a"), "x");
+    write(at("in/sub/b"), "x");
+    const test::LeavesHandles leavesHandles;
+    for (const int most : {0, 3}) {
+        const test::BrokenFolder broken(at("in/sub"), most);
+        EXPECT_THROW(zip.CreateZipFile(at("in/"), at("out.zip")), fs::filesystem_error) << most;
+    }
+}
+
 TEST_F(ZipUtil, RemovesBothWhenTheDiskIsFull) {
-    write(at("in/large"), incompressible(2 * DISK_SIZE));
+    write(at("in/large"), incompressible(2 * SmallDisk::SIZE));
     {
         const SmallDisk disk;
         EXPECT_FALSE(zip.CreateZipFile(at("in/"), at("out.zip")));
@@ -247,13 +249,14 @@ TEST_F(ZipUtil, FollowsNamesThatLeadOutOfTheFolder) {
 }
 
 TEST_F(ZipUtil, StopsWhereTheDiskIsFull) {
-    makeArchive(at("x.zip"), {{"large", std::string(2 * DISK_SIZE, 'x')}});
+    makeArchive(at("x.zip"), {{"large", std::string(2 * SmallDisk::SIZE, 'x')}});
     {
         const SmallDisk disk;
         const test::LeavesHandles leavesHandles;
         EXPECT_FALSE(zip.UnzipFile(at("x.zip"), at("to/")));
     }
     EXPECT_EQ(log().back(), "ZipUtil UnzipFile(224) 6 error while writing file large from {folder}/x.zip");
+    EXPECT_TRUE(fs::exists(at("to/large"))) << "what was written stays";
 }
 
 }  // namespace

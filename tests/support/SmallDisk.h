@@ -1,0 +1,33 @@
+// A disk that is full at some point.
+#pragma once
+
+#include <sys/resource.h>
+
+#include <csignal>
+#include <cstddef>
+
+namespace test {
+
+// No file grows beyond SIZE within the scope.
+class SmallDisk {
+public:
+    static constexpr std::size_t SIZE = 2U << 20;
+
+    SmallDisk() : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &m_limit);
+        const rlimit limit = {SIZE, m_limit.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~SmallDisk() {
+        ::setrlimit(RLIMIT_FSIZE, &m_limit);
+        std::signal(SIGXFSZ, m_handler);
+    }
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+
+private:
+    void (*m_handler)(int);
+    rlimit m_limit = {};
+};
+
+}  // namespace test
