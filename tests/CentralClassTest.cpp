@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 
 #include "simulator/base/Archive.h"
 #include "tests/support/BrokenFolder.h"
@@ -24,7 +25,10 @@ int application_main(int argc, char** argv);
 
 namespace {
 
+using ::testing::AllOf;
 using ::testing::Contains;
+using ::testing::Not;
+using ::testing::StartsWith;
 
 struct EarlyTv {
     EarlyTv() {
@@ -36,13 +40,22 @@ struct EarlyTv {
 };
 __attribute__((init_priority(101))) EarlyTv early;
 
+// What the platform answers, beside an object or a text.
+struct Results {
+    int read = 0;
+    int createUtil = 0;
+    int subscribe = 1;
+} results;
+
 // The text of the operation until it is freed, and the last message before that.
 char* operationText = nullptr;
 std::string messageBeforeFree;
 
-// What the platform was handed as user data.
+// What the platform was handed.
 void* cloudUserData = nullptr;
 void* signalUserData = nullptr;
+ISignalSubscriber* formerSubscriber = nullptr;
+test::Strings openSettingsFiles;  // while a setting was set
 
 // A subscriber that nobody signals.
 class Subscriber final : public ISignalSubscriber {
@@ -50,20 +63,23 @@ public:
     int Subscribe(ESignalType /*type*/, void* appData, int /*profile*/, int /*option*/,
                   SignalCallback /*callback*/) override {
         signalUserData = appData;
-        return 1;
+        return results.subscribe;
     }
     int Unsubscribe(ESignalType /*type*/, int /*profile*/, int /*option*/, SignalCallback /*callback*/) override {
         return 1;
     }
 };
 
-// Lets the cloud service answer a restore with TV's own channel database, as a bundle that can be read but not removed.
+// Lets the cloud service answer a restore with the TV's own channel database and a setting, in a bundle that can be
+// read but not removed.
 class Answer {
 public:
     Answer() {
         const fs::path archive = early.folder / "ServiceDB.zip";
+        const fs::path settings = early.folder / "vconf.json";
         early.tv.open().serviceDb().snapshot(archive);
-        sim::writeArchive(early.folder / "bundle.zip", {archive});
+        test::write(settings, R"({"dataSize":1,"data":[{"path":"p","type":1,"value":"x"}]})");
+        sim::writeArchive(early.folder / "bundle.zip", {archive, settings});
         m_descriptor = ::open((early.folder / "bundle.zip").c_str(), O_RDONLY | O_CLOEXEC);
         m_path = fmt::format("/proc/self/fd/{}", m_descriptor);
     }
@@ -71,8 +87,10 @@ public:
     Answer(const Answer&) = delete;
     Answer& operator=(const Answer&) = delete;
 
-    void deliverTo(CHalcyonLineup& lineup) {
-        bnr_resp_data_s data = {R"({"version":"0.3","setting":{"antenna":1}})", m_path.c_str()};
+    void deliverTo(CHalcyonLineup& lineup, const std::string& mode = "-1") {
+        const std::string metadata = R"({"version":"0.3","setting":{"antenna":1,"tvmode":{"antenna_mode":)" + mode +
+                                     R"(,"service_mode":)" + mode + "}}}";
+        bnr_resp_data_s data = {metadata.c_str(), m_path.c_str()};
         CHalcyonLineup::sm_BnrCallback(static_cast<bnr_response_e>(102), &data, &lineup);
     }
 
@@ -81,30 +99,79 @@ private:
     std::string m_path;
 };
 
-TEST(CentralClass, ResolvesItsFoldersOnceAndForAll) {
+// While a scan is running.
+void restore(CHalcyonLineup& lineup) {
+    sim::Tv(early.tv.home).setScanning(true);
+    app_control_s* request = nullptr;
+    app_control_create(&request);
+    EXPECT_TRUE(lineup.Restore(request));
+    Answer().deliverTo(lineup);
+    app_control_destroy(request);
+}
+
+class CentralClass : public ::testing::Test {
+protected:
+    ~CentralClass() override { results = Results(); }
+
+    // What this test has logged.
+    test::Strings messages() const {
+        const test::Strings all = test::messages();
+        return {all.begin() + m_former, all.end()};
+    }
+
+private:
+    std::ptrdiff_t m_former = static_cast<std::ptrdiff_t>(test::messages().size());
+};
+
+using Dispatch = CentralClass;
+
+TEST_F(CentralClass, ResolvesItsFoldersOnceAndForAll) {
     EXPECT_EQ(CHANNEL_MAP_DIR_PATH, early.tv.data.string());
     EXPECT_EQ(CHANNEL_MAP_DIR_PATH_TMP, early.tv.failures.string());
 }
 
-TEST(Dispatch, FreesTheOperationBeforeTheFailureIsHandled) {
+TEST_F(Dispatch, FreesTheOperationBeforeTheFailureIsHandled) {
     EXPECT_EQ(application_main(0, nullptr), 0);
     EXPECT_EQ(messageBeforeFree, "6 appCaller == nullptr");
-    EXPECT_THAT(test::messages(), Contains("5 operation fail"));
+    EXPECT_THAT(messages(), Contains("5 operation fail"));
 }
 
-TEST(CentralClass, RefusesARestoreWithoutRequest) {
+TEST_F(Dispatch, TakesATextThatCameWithAFailureForNone) {
+    for (const int status : {-1, 1}) {
+        results.read = status;
+        results.createUtil = -1;  // ends the backup at once
+        application_main(0, nullptr);
+        EXPECT_THAT(messages(), AllOf(Contains("5 Do backup"), Not(Contains("5 Do restore"))));
+        EXPECT_EQ(operationText, nullptr) << "freed all the same";
+    }
+    fs::remove_all(early.tv.data);
+}
+
+TEST_F(CentralClass, RefusesARestoreWithoutRequest) {
     EXPECT_FALSE(CHalcyonLineup().Restore(nullptr));
-    EXPECT_EQ(test::messages().back(), "6 appCaller == nullptr");
+    EXPECT_EQ(messages().back(), "6 appCaller == nullptr");
 }
 
-TEST(CentralClass, HasRestoredWhateverBecomesOfTheArchive) {
+TEST_F(CentralClass, HasRestoredWhateverBecomesOfTheArchive) {
     CHalcyonLineup lineup;
     Answer().deliverTo(lineup);
-    EXPECT_THAT(test::messages(), Contains(::testing::StartsWith("6 remove(/proc/self/fd/")));
-    EXPECT_THAT(test::messages(), Contains("5 m_Restore success"));
+    EXPECT_THAT(messages(), Contains(StartsWith("6 remove(/proc/self/fd/")));
+    EXPECT_THAT(messages(), Contains("5 m_Restore success"));
 }
 
-TEST(CentralClass, LetsACiFolderThatCannotBeReadThrow) {
+TEST_F(CentralClass, UsesNothingOfARefusedRestore) {
+    CHalcyonLineup lineup;
+    for (const int status : {-1, 1}) {
+        results.createUtil = status;
+        Answer().deliverTo(lineup, "7");
+        EXPECT_THAT(messages(), Not(Contains("5 m_Restore success"))) << "a utility that came with a failure";
+    }
+    CHalcyonLineup::sm_SignalCallback(static_cast<ESignalType>(18), static_cast<EProfile>(1), 0, {}, &lineup);
+    EXPECT_THAT(messages(), Contains(StartsWith("4 tvMode[")));
+    EXPECT_THAT(messages(), Not(Contains(StartsWith("4 tvMode[7/7]")))) << "the record of the backup";
+}
+
+TEST_F(CentralClass, LetsACiFolderThatCannotBeReadThrow) {
     const fs::path ci = early.tv.data / "temp/ci";
     fs::create_directories(ci);
     ASSERT_EQ(::chmod(ci.c_str(), 0100), 0);
@@ -119,21 +186,32 @@ TEST(CentralClass, LetsACiFolderThatCannotBeReadThrow) {
         const test::BrokenFolder broken(ci, 3);
         EXPECT_THROW(Answer().deliverTo(lineup), fs::filesystem_error);
     }
-    EXPECT_THAT(test::messages(), Contains(::testing::StartsWith("5 ReplaceServiceDb(")));
+    EXPECT_THAT(messages(), Contains(StartsWith("5 ReplaceServiceDb(")));
     fs::remove_all(early.tv.data);
 }
 
 // All state is class-wide, so that any other pointer would do as well until somebody adds a member.
-TEST(CentralClass, HandsItselfToTheServices) {
-    sim::Tv(early.tv.home).setScanning(true);
-    app_control_s* request = nullptr;
-    app_control_create(&request);
+TEST_F(CentralClass, HandsItselfToTheServices) {
     CHalcyonLineup lineup;
-    EXPECT_TRUE(lineup.Restore(request));
+    restore(lineup);
     EXPECT_EQ(cloudUserData, &lineup);
-    Answer().deliverTo(lineup);
     EXPECT_EQ(signalUserData, &lineup);
-    app_control_destroy(request);
+}
+
+TEST_F(CentralClass, KeepsASubscriberThatCannotSubscribe) {
+    CHalcyonLineup lineup;
+    results.subscribe = 0;
+    restore(lineup);
+    formerSubscriber = nullptr;
+    restore(lineup);
+    EXPECT_NE(formerSubscriber, nullptr);
+}
+
+TEST_F(CentralClass, ClosesTheSettingsFileBeforeItSetsThem) {
+    CHalcyonLineup lineup;
+    Answer().deliverTo(lineup);
+    EXPECT_EQ(sim::Tv(early.tv.home).settings().get("p", sim::SettingType::String), "x");
+    EXPECT_THAT(openSettingsFiles, ::testing::IsEmpty());
 }
 
 }  // namespace
@@ -153,7 +231,7 @@ int __wrap_app_control_get_extra_data(app_control_s* /*request*/, const char* ke
     if (isOperation) {
         operationText = *value;
     }
-    return 0;
+    return results.read;
 }
 
 void __real_free(void* memory);
@@ -171,10 +249,34 @@ int __wrap_bnr_callback_register(const char* id, bnr_response_cb callback, void*
     return __real_bnr_callback_register(id, callback, userData, handlerId);
 }
 
+int __real_vconf_set_str(const char* key, const char* value);
+int __wrap_vconf_set_str(const char* key, const char* value) {
+    for (const fs::directory_entry& descriptor : fs::directory_iterator("/proc/self/fd")) {
+        const fs::path file = fs::read_symlink(descriptor);
+        if (file.filename() == "vconf.json") {
+            openSettingsFiles.push_back(file);
+        }
+    }
+    return __real_vconf_set_str(key, value);
+}
+
+// TVServiceAPI::CreateUtil
+int __real__ZN12TVServiceAPI10CreateUtilEPP5IUtil(IUtil** util);
+int __wrap__ZN12TVServiceAPI10CreateUtilEPP5IUtil(IUtil** util) {
+    const int status = __real__ZN12TVServiceAPI10CreateUtilEPP5IUtil(util);
+    if (results.createUtil == 0) {
+        return status;
+    }
+    static std::vector<std::unique_ptr<IUtil, decltype(&TVServiceAPI::Destroy)>> unwanted;
+    unwanted.emplace_back(*util, &TVServiceAPI::Destroy);
+    return results.createUtil;
+}
+
 // TVServiceAPI::CreateSignalSubscriber
 int __wrap__ZN12TVServiceAPI22CreateSignalSubscriberEPFi11ESignalType8EProfilet12TSSignalDataPvEPP17ISignalSubscriber(
     SignalCallback /*callback*/, ISignalSubscriber** subscriber) {
     static Subscriber only;
+    formerSubscriber = *subscriber;
     *subscriber = &only;
     return 0;
 }
