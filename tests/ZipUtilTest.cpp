@@ -168,19 +168,20 @@ TEST_F(ZipUtil, RemovesBothWhenAFileCannotBeRead) {
                             "FileUtil Remove(65) 5 remove({folder}/out.zip) success"}));
 }
 
-TEST_F(ZipUtil, ThrowsWhereAMembersStatusCannotBeRead) {
+TEST_F(ZipUtil, ThrowsIfAMemberCannotBeAskedFor) {
     fs::create_directories(at("in"));
     fs::create_symlink("itself", at("in/itself"));
     const test::LeavesHandles leavesHandles;
     EXPECT_THROW(zip.CreateZipFile(at("in/"), at("out.zip")), fs::filesystem_error);
 
-    write(at("listed/file"), "text");
-    fs::permissions(at("listed"), fs::perms::owner_read);
-    {
+    write(at("closed/file"), "text");
+    // A folder that can be listed but not entered, and one that can be entered but not listed.
+    for (const fs::perms mode : {fs::perms::owner_read, fs::perms::owner_exec}) {
+        fs::permissions(at("closed"), mode);
         const test::WithoutPrivileges unprivileged;
-        EXPECT_THROW(zip.CreateZipFile(at("listed/"), at("out.zip")), fs::filesystem_error);
+        EXPECT_THROW(zip.CreateZipFile(at("closed/"), at("out.zip")), fs::filesystem_error);
     }
-    fs::permissions(at("listed"), fs::perms::owner_all);
+    fs::permissions(at("closed"), fs::perms::owner_all);
 }
 
 TEST_F(ZipUtil, ThrowsIfAFolderCannotBeReadToItsEnd) {
