@@ -17,6 +17,7 @@
 #include "FileUtil.h"
 #include "Log.h"
 #include "PlatformText.h"
+#include "TvProfile.h"
 #include "ZipUtil.h"
 #include "platform/ci_service.h"
 #include "platform/json_util.h"
@@ -41,8 +42,6 @@ constexpr char BNR_ID[] = "Qr7tLw2ZkA";
 constexpr char BNR_CATEGORY[] = "OOBERFChannelList";
 constexpr int BNR_POSTPONED = 6;
 
-constexpr auto PROFILE = static_cast<EProfile>(1);
-constexpr int NO_OPTION = 0;
 constexpr auto SIGNAL_SCAN_STOPPED = static_cast<ESignalType>(18);
 
 // By number, because the names in the service's enumeration are the SDK's own, and the numbers the protocol's.

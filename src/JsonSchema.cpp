@@ -6,14 +6,13 @@
 #include <set>
 
 #include "Log.h"
+#include "TvProfile.h"
 #include "platform/json_util.h"
 
 namespace {
 
 constexpr char JSON_SCHEMA_VERSION[] = "0.3";
 
-constexpr auto PROFILE = static_cast<EProfile>(1);
-constexpr int NO_OPTION = 0;
 constexpr int SOURCE_TV = 0;
 constexpr int FIELD_SERVICE_ID = 12;
 constexpr int FIELD_BESIDE_SERVICE_ID = 13;  // asked for, never read
