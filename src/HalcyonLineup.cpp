@@ -75,8 +75,6 @@ Util CreateUtil() {
     return Util(TVServiceAPI::CreateUtil(&util) == 0 ? util : nullptr);
 }
 
-// --- steps of Backup() ---
-
 bool FetchServiceDb(const std::string& archive) {
     Util util = CreateUtil();
     if (util == nullptr) {
@@ -143,8 +141,6 @@ bool HandOver(const std::string& bundle) {
     }
 }
 
-// --- steps of Restore() ---
-
 bool ReadScanActivated(app_control_s* request) {
     char* extra = nullptr;
     app_control_get_extra_data(request, "scan_activated", &extra);
@@ -169,8 +165,6 @@ bool RequestBackup() {
     LOG_IN("Restore", PROGRESS, "Restore requested successfully.");
     return true;
 }
-
-// --- steps of sm_BnrCallback() ---
 
 // The responses that end a run with a record and nothing else.
 void LogResponse(int code, bnr_resp_data_s* data) {
@@ -206,8 +200,6 @@ void FinishOnResponse() {
     ui_app_exit();
 }
 
-// --- steps of m_Restore() ---
-
 bool ReplaceServiceDb(IUtil& util, const std::string& archive) {
     int status = 0;
     if (util.ReplaceServiceDb(archive, &status) < 1) {
@@ -229,8 +221,6 @@ bool GiveUp(const std::string& archivePath) {
     LOG_IN("m_Restore", FAILURE, "m_Restore fail");
     return false;
 }
-
-// --- settings values ---
 
 // What was last read of each kind: a read that fails leaves the value of the one before.
 struct LastRead {
