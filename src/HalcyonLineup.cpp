@@ -555,10 +555,7 @@ void CHalcyonLineup::m_SendMessageToCaller(bool ok) {
 }
 
 std::string CHalcyonLineup::m_GenerateUniqueName() {
-    const std::int64_t nanoseconds =
-        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
-            .count();
-    const auto seconds = static_cast<std::time_t>(nanoseconds / 1'000'000'000);
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     std::tm local = {};
     localtime_r(&seconds, &local);
     std::ostringstream stream;
