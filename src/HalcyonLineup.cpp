@@ -200,9 +200,29 @@ void FinishOnResponse() {
     ui_app_exit();
 }
 
-bool ReplaceServiceDb(IUtil& util, const std::string& archive) {
+bool Accept(CJsonSchema& schema) {
+    if (!schema.CheckMetaData()) {
+        LOG_IN("m_Restore", FAILURE, "m_CheckMetaData fail");
+        return false;
+    }
+    return true;
+}
+
+bool Unpack(const std::string& archive, const std::string& folder) {
+    if (!CZipUtil().UnzipFile(archive, folder)) {
+        LOG_IN("m_Restore", FAILURE, "Unzip file fail");
+        return false;
+    }
+    return true;
+}
+
+bool ReplaceServiceDb(IUtil* util, const std::string& archive) {
+    if (util == nullptr) {
+        LOG_IN("m_Restore", FAILURE, "TVServiceAPI::CreateUtil fail");
+        return false;
+    }
     int status = 0;
-    if (util.ReplaceServiceDb(archive, &status) < 1) {
+    if (util->ReplaceServiceDb(archive, &status) < 1) {
         LOG_IN("m_Restore", FAILURE, "ReplaceServiceDb fail. status=[%d]", status);
         return false;
     }
@@ -442,34 +462,26 @@ bool CHalcyonLineup::m_Restore(const bnr_resp_data_s* data) {
     }
     LOG(PROGRESS, "RestoreData download json schema[%s] filePath[%s]", data->jsonSchema, data->filePath);
     const std::string archivePath = data->filePath;
-    CJsonSchema schema(data->jsonSchema);
-    if (!schema.CheckMetaData()) {
-        LOG(FAILURE, "m_CheckMetaData fail");
-        return GiveUp(archivePath);
-    }
     const std::string unpackFolder = CHANNEL_MAP_DIR_PATH + std::string("temp/");
-    if (!CZipUtil().UnzipFile(archivePath, unpackFolder)) {
-        LOG(FAILURE, "Unzip file fail");
+    CJsonSchema schema(data->jsonSchema);
+    if (!Accept(schema) || !Unpack(archivePath, unpackFolder)) {
         return GiveUp(archivePath);
     }
 
-    bool replaced = false;
-    if (const Util util = CreateUtil()) {
-        replaced = ReplaceServiceDb(*util, unpackFolder + "ServiceDB.zip");
-        if (replaced) {
-            m_SendMessageToCaller(true);
-            // Best effort from here on: the channels are back, and the caller knows.
-            if (Exists(unpackFolder + "vconf.json")) {
-                m_RestoreVconf(unpackFolder + "vconf.json");
-            }
-            if (Exists(unpackFolder + "issDB.zip")) {
-                m_RestoreIssDB(unpackFolder + "issDB.zip");
-            }
-            m_RestoreCiFile(unpackFolder + "ci/");
+    Util util = CreateUtil();
+    const bool replaced = ReplaceServiceDb(util.get(), unpackFolder + "ServiceDB.zip");
+    if (replaced) {
+        m_SendMessageToCaller(true);
+        // Best effort from here on: the channels are back, and the caller knows.
+        if (Exists(unpackFolder + "vconf.json")) {
+            m_RestoreVconf(unpackFolder + "vconf.json");
         }
-    } else {
-        LOG(FAILURE, "TVServiceAPI::CreateUtil fail");
+        if (Exists(unpackFolder + "issDB.zip")) {
+            m_RestoreIssDB(unpackFolder + "issDB.zip");
+        }
+        m_RestoreCiFile(unpackFolder + "ci/");
     }
+    util.reset();
     CFileUtil::RemoveAll(unpackFolder);
     if (!replaced) {
         return GiveUp(archivePath);
