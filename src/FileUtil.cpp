@@ -14,7 +14,7 @@ CFileUtil::~CFileUtil() = default;
 
 bool CFileUtil::Remove(const std::string& path) {
     std::error_code error;
-    if (!fs::remove(path, error)) {
+    if (!fs::remove(path, error)) {  // a missing path fails without an error: [0][Success]
         LOG_AT(__func__, 69, FAILURE, "remove(%s) fail [%d][%s]", path.c_str(), error.value(), error.message().c_str());
         return false;
     }
@@ -40,6 +40,7 @@ bool CFileUtil::CreateDirectories(const std::string& folder) {
         return true;
     }
     std::error_code error;
+    // Only the folder itself is opened below: those above it keep the mode that the umask gives them.
     if (!fs::create_directories(folder, error)) {
         LOG_AT(__func__, 27, FAILURE, "create_directories(%s) fail [%d][%s]", folder.c_str(), error.value(),
                error.message().c_str());
@@ -82,9 +83,10 @@ bool CFileUtil::Copy(const std::string& source, const std::string& destinationFo
 }
 
 bool CFileUtil::Move(const std::string& source, const std::string& destinationFolder) {
+    // Never renamed: the failure folder may be on another file system.
     if (!Copy(source, destinationFolder)) {
         return false;
     }
-    Remove(source);
+    Remove(source);  // the file is where it should be, whatever becomes of the source
     return true;
 }

@@ -26,7 +26,8 @@
 
 namespace fs = std::filesystem;
 
-// The order of these three is the order of the process's start.
+// The order of these three is the order of the process's start. 61 and 78 are the platform's numbers for the folders of
+// application data and of temporary data.
 const char* CHANNEL_MAP_DIR_PATH = platform_path_resolve(61, "com.kestrel.tv.halcyon-lineup/data/");
 const char* CHANNEL_MAP_DIR_PATH_TMP = platform_path_resolve(78, "halcyon-lineup/");
 CJsonSchema CHalcyonLineup::m_jsonSchema;
@@ -38,6 +39,7 @@ bool CHalcyonLineup::m_bScanActivated = false;
 
 namespace {
 
+// The cloud finds an account's backups by these two.
 constexpr char BNR_ID[] = "Qr7tLw2ZkA";
 constexpr char BNR_CATEGORY[] = "OOBERFChannelList";
 constexpr int BNR_POSTPONED = 6;
@@ -61,7 +63,7 @@ enum SettingsType : std::int32_t {
     SETTING_STRING = 1,
     SETTING_BOOL = 2,
     SETTING_DOUBLE = 3,
-    SETTING_INT_TOO = 4,
+    SETTING_INT_TOO = 4,  // no different from 0
 };
 
 struct UtilDestroyer {
@@ -97,10 +99,11 @@ bool FilterServiceDb(CZipUtil& zip, const std::string& archive, const std::strin
         return false;
     }
     const std::string excluded = folder + "ipsrv";
-    std::error_code error;
+    std::error_code error;  // one that cannot be asked for counts as missing
     if (fs::exists(fs::status(excluded, error))) {
         CFileUtil::Remove(excluded);
     }
+    // Packing removes the folder, which would otherwise go into the bundle.
     if (!zip.CreateZipFile(folder, archive)) {
         LOG_IN("Backup", FAILURE, "CreateZipFile(%s, %s)) fail", folder.c_str(), archive.c_str());
         return false;
@@ -121,7 +124,7 @@ bool PackBundle(CZipUtil& zip, const std::string& stagingFolder, const std::stri
 
 // True when the service accepted the bundle. A postponed hand-over is a failed one.
 bool HandOver(const std::string& bundle) {
-    CJsonSchema schema;
+    CJsonSchema schema;  // the TV as it is now, not at the process's start
     const std::string metadata = schema.StringJson();
     const int status = bnr_backup(BNR_ID, metadata.c_str(), bundle.c_str());
     switch (status) {
@@ -143,8 +146,9 @@ bool HandOver(const std::string& bundle) {
 
 bool ReadScanActivated(app_control_s* request) {
     char* extra = nullptr;
-    app_control_get_extra_data(request, "scan_activated", &extra);
+    app_control_get_extra_data(request, "scan_activated", &extra);  // the text alone tells
     const PlatformText value(extra);
+    // Only "0" says no: "00" and the empty text say yes.
     const bool activated = value != nullptr && std::strcmp(value.get(), "0") != 0;
     LOG_IN("Restore", DETAIL, "pScanActivated=[%s], m_bScanActivated=[%d]", value != nullptr ? value.get() : "(null)",
            activated);
@@ -242,20 +246,21 @@ bool GiveUp(const std::string& archivePath) {
     return false;
 }
 
-// What was last read of each kind: a read that fails leaves the value of the one before.
+// What was last read of each kind. The results of reads are ignored: one that fails leaves the value of the one before.
 struct LastRead {
     int integer = 0;
     int boolean = 0;
     double real = 0;
 };
 
+// All kinds that the file's format knows; only SETTING_STRING is in the list of m_PrepareVconfVector() today.
 void ReadSetting(const SSettingsEntry& entry, LastRead& last, Json::Value& element) {
     const char* key = entry.key.c_str();
     switch (entry.type) {
         case SETTING_INT:
         case SETTING_INT_TOO:
             vconf_get_int(key, &last.integer);
-            // Sign-extended, then unsigned: the form that the file has always had.
+            // Sign-extended, then unsigned: the form that the file has always had. A negative one cannot be read back.
             element["value"] = static_cast<Json::UInt64>(last.integer);
             LOG_IN("m_BackupVconf", DETAIL, "CHalcyonLineup::m_BackupVconf vconf_get_int %s value %d \n", key,
                    last.integer);
@@ -285,8 +290,8 @@ void ReadSetting(const SSettingsEntry& entry, LastRead& last, Json::Value& eleme
     }
 }
 
-// Wrong JSON types are not guarded against; they raise the JSON library's error. Texts are read with asCString(),
-// because asString() would take a missing one for an empty one.
+// Wrong JSON types are not guarded against: they raise the JSON library's error. Texts are read with asCString(),
+// because asString() would take a missing one for an empty one. A setting that cannot be set stops no other.
 void WriteSetting(const Json::Value& element) {
     const char* key = element["path"].asCString();
     LOG_IN("m_RestoreVconf", PROGRESS, "vconf_path: %s", key);
@@ -331,7 +336,7 @@ bool CHalcyonLineup::Backup() {
     }
     const std::string base = CHANNEL_MAP_DIR_PATH + m_GenerateUniqueName();
     const std::string stagingFolder = base + "/";
-    CFileUtil::CreateDirectories(stagingFolder);
+    CFileUtil::CreateDirectories(stagingFolder);  // if it fails, so does what is put there
 
     CZipUtil zip;
     const std::string serviceDb = stagingFolder + "ServiceDB.zip";
@@ -382,6 +387,7 @@ void CHalcyonLineup::sm_BnrCallback(bnr_response_e response, bnr_resp_data_s* da
     const int code = response;
     LOG(PROGRESS, "BNR Callback called [%d]", code);
     if (pThis == nullptr) {
+        // Without the instance, the session cannot be closed, nor the caller answered.
         bnr_report_failure(BNR_ID);
         LOG(FAILURE, "pThis==nullptr");
         FinishOnResponse();
@@ -418,6 +424,7 @@ int CHalcyonLineup::sm_SignalCallback(ESignalType type, EProfile, unsigned short
     if (type == SIGNAL_SCAN_STOPPED) {
         m_jsonSchema.RestoreServiceSetting();
     }
+    // Any signal ends the run, and the subscription goes with the process.
     LOG(PROGRESS, "signal came. Finish app");
     ui_app_exit();
     return 0;
@@ -440,6 +447,7 @@ bool CHalcyonLineup::m_BnrInitialize() {
     return true;
 }
 
+// Takes both steps, whatever becomes of the first: the run is over.
 void CHalcyonLineup::m_BnrDeinitialize() {
     const int deregistered = bnr_callback_deregister(sm_bnrHandler);
     if (deregistered != 0) {
@@ -505,11 +513,12 @@ bool CHalcyonLineup::m_StopScan() {
         LOG(PROGRESS, "Scan is not activated");
         return false;
     }
-    TVServiceAPI::CreateSignalSubscriber(sm_SignalCallback, &m_pSubscriber);
+    TVServiceAPI::CreateSignalSubscriber(sm_SignalCallback, &m_pSubscriber);  // the subscriber alone tells
     if (m_pSubscriber == nullptr) {
         LOG_ASSERTION_FAILED(0 && "m_pSubscriber");
         return false;
     }
+    // Until the stop itself fails, the subscriber is left as it is: the run is about to end.
     if (m_pSubscriber->Subscribe(SIGNAL_SCAN_STOPPED, this, PROFILE, NO_OPTION, sm_SignalCallback) <= 0) {
         return false;
     }
@@ -555,7 +564,7 @@ void CHalcyonLineup::m_SendMessageToCaller(bool ok) {
     }
     const int code = ok ? 0 : -1;
     app_control_s* reply = nullptr;
-    app_control_create(&reply);
+    app_control_create(&reply);  // if it fails, so does the next call
     const int sent = app_control_reply_to_launch_request(reply, m_appCaller, code);
     if (sent != 0) {
         LOG(FAILURE, "app_control_reply_to_launch_request(%d) fail[%d]", code, sent);
@@ -563,6 +572,7 @@ void CHalcyonLineup::m_SendMessageToCaller(bool ok) {
         LOG(PROGRESS, "app_control_reply_to_launch_request(%d) success", code);
     }
     app_control_destroy(reply);
+    // Not reset: a run replies once, so that nobody uses the handle again.
     app_control_destroy(m_appCaller);
 }
 
@@ -611,7 +621,7 @@ void CHalcyonLineup::m_BackupVconf(const std::string& stagingFolder) {
         return;
     }
     LOG(PROGRESS, "CHalcyonLineup::m_BackupVconf file opened \n");
-    file << root;
+    file << root;  // in the library's default style, with tabs
 }
 
 bool CHalcyonLineup::m_RestoreVconf(const std::string& filePath) {
@@ -621,10 +631,10 @@ bool CHalcyonLineup::m_RestoreVconf(const std::string& filePath) {
         return false;
     }
     Json::Value parsed;
-    JsonUtil::StreamToJson(file, parsed);
+    JsonUtil::StreamToJson(file, parsed);  // what is no JSON becomes null, which counts no settings
     file.close();
-    const Json::Value& root = parsed;  // const: a look-up adds no members
-    const int count = root["dataSize"].asInt();
+    const Json::Value& root = parsed;            // const: a look-up adds no members
+    const int count = root["dataSize"].asInt();  // decides, whatever the array holds
     for (int i = 0; i < count; ++i) {
         WriteSetting(root["data"][i]);
     }
@@ -634,7 +644,7 @@ bool CHalcyonLineup::m_RestoreVconf(const std::string& filePath) {
 void CHalcyonLineup::m_BackupCiFile(const std::string& ciFolder) {
     CIM::ICIGeneral* ci = CIM::TCCIService::CIGeneralInstance();
     if (ci == nullptr) {
-        return;
+        return;  // a TV without CI: nothing to say
     }
     std::list<std::string> paths;
     if (ci->GetBackupFilePaths(paths) != 1 || paths.empty()) {
@@ -644,7 +654,7 @@ void CHalcyonLineup::m_BackupCiFile(const std::string& ciFolder) {
     for (const std::string& path : paths) {
         if (!CFileUtil::Copy(path, ciFolder)) {
             LOG(FAILURE, "Copy file[%s] to directory[%s] fail", path.c_str(), ciFolder.c_str());
-            return;
+            return;  // what was copied before stays
         }
         LOG(PROGRESS, "Copy file[%s] to directory[%s] success", path.c_str(), ciFolder.c_str());
     }
@@ -655,6 +665,7 @@ void CHalcyonLineup::m_RestoreCiFile(const std::string& ciFolder) {
     if (!fs::is_directory(fs::status(ciFolder, error))) {
         return;
     }
+    // Whatever is there: the CI service decides what it takes.
     std::list<std::string> paths;
     for (const fs::directory_entry& member : fs::directory_iterator(ciFolder)) {
         paths.push_back(member.path().string());

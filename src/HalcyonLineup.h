@@ -15,7 +15,7 @@
 extern const char* CHANNEL_MAP_DIR_PATH;
 extern const char* CHANNEL_MAP_DIR_PATH_TMP;
 
-// A value of the settings store that belongs to the channel set-up.
+// A value of the settings store that belongs to the channel setup.
 struct SSettingsEntry {
     std::string key;
     std::int32_t type;  // 0 and 4 integer, 1 string, 2 boolean, 3 double
@@ -27,8 +27,8 @@ public:
     CHalcyonLineup();
     virtual ~CHalcyonLineup();
 
-    // Backs the channel set-up up. True: the bundle was handed over, and the service's response ends the run. False:
-    // the run is over, and the caller ends the application.
+    // Saves the channel setup to the cloud. True: the bundle was handed over, and the service's response ends the run.
+    // False: the run is over, and the caller ends the application.
     bool Backup();
 
     // Asks the cloud for the backup. True: the request was accepted, and the service's response goes on with it.
@@ -56,7 +56,7 @@ private:
     void m_UnsubscribeSignal();
 
     // Replies to the sender of the restore request, if it asked for that, and releases the kept request. At most once a
-    // run; does nothing in a backup run.
+    // run. A backup run has no request to reply to: this logs a failure then, and that is all.
     void m_SendMessageToCaller(bool ok);
 
     // The local time to the second; names a backup's folder and bundle.
@@ -73,7 +73,7 @@ private:
 
     static CJsonSchema m_jsonSchema;          // the TV's state at process start; after a restore, the restored one
     static ISignalSubscriber* m_pSubscriber;  // set while a scan stop is awaited
-    static app_control_s* m_appCaller;        // the kept restore request
+    static app_control_s* m_appCaller;        // the kept restore request, still set when it has been released
     static int sm_bnrHandler;
     static bool m_bScanActivated;
 };

@@ -22,8 +22,8 @@ const Json::Value& Member(const Json::Value& parent, const char* key) {
     return parent.isObject() ? parent[key] : Json::Value::nullSingleton();
 }
 
-// A member as the JSON library converts it. `absent` where there is none, or where it cannot: a record is read as far
-// as it goes.
+// A member as the JSON library converts it; `absent` if there is none, or none that can be converted. A record is read
+// as far as it goes.
 template <typename Value>
 Value Read(const Json::Value& parent, const char* key, Value (Json::Value::*convert)() const, Value absent) {
     if (!parent.isObject() || !parent.isMember(key)) {
@@ -40,6 +40,8 @@ int ReadInt(const Json::Value& parent, const char* key) {
     return Read(parent, key, &Json::Value::asInt, -1);
 }
 
+// Digits, because many a JSON reader keeps only 53 bits of a number. Texts are taken as strtoull() takes them: "007x"
+// is 7, "-1" is all ones.
 std::uint64_t ReadDigits(const Json::Value& parent, const char* key, std::uint64_t absent) {
     const Json::Value& value = Member(parent, key);
     return value.isString() ? std::strtoull(value.asCString(), nullptr, 10) : absent;
@@ -56,13 +58,14 @@ void CaptureNavigation(CTVSApiWrapper& wrapper, TSTvMode& mode, std::uint64_t& s
     TCServiceData serviceData;
     if (navigation->GetTvMode(mode) <= 0) {
         LOG_IN("CJsonSchema", FAILURE, "GetTvMode fail");
-        return;
+        return;  // service and category are asked for by the mode
     }
     if (navigation->GetCurrentServiceInfo(mode, criteria, serviceData) <= 0) {
         LOG_IN("CJsonSchema", FAILURE, "GetCurrentServiceInfo fail");
     } else if (!serviceData.GetField(FIELD_SERVICE_ID, serviceId)) {
         serviceId = UINT64_MAX;
     }
+    // A call that fails may have changed the record; what it left there stays.
     CCCategoryUtil* category = CCCategoryUtil::GetInstance();
     if (category != nullptr && !category->GetCurrentCategory(mode, info)) {
         LOG_IN("CJsonSchema", FAILURE, "GetCurrentCategory fail");
@@ -88,7 +91,7 @@ int AntennaBits(int status) {
 }
 
 void RestoreService(IServiceNavigation& navigation, TSTvMode mode, const std::uint64_t& id) {
-    const unsigned long long serviceId = id;
+    const unsigned long long serviceId = id;  // what %llu takes, on every processor
     if (navigation.SetCurrentServiceInfo(mode, id) > 0) {
         LOG_IN("RestoreServiceSetting", PROGRESS, "SetCurrentServiceInfo[%d/%d %llu] success", mode.antennaMode,
                mode.serviceMode, serviceId);
@@ -115,7 +118,7 @@ void RestoreSource(CTVSApiWrapper& wrapper, int source, unsigned long long servi
 
 void RestoreCategory(TSTvMode mode, const CCNavigationModeInfo& info) {
     if (info.category == -1) {
-        return;
+        return;  // unknown when the backup was taken: no failure
     }
     const unsigned long long param = info.param;
     CCCategoryUtil* category = CCCategoryUtil::GetInstance();
@@ -184,7 +187,7 @@ std::string CJsonSchema::StringJson() {
     setting["category"]["sort"] = m_navigationModeInfo.sortMode;
 
     Json::Value root;
-    root["version"] = JSON_SCHEMA_VERSION;
+    root["version"] = JSON_SCHEMA_VERSION;  // not the member: what is written now is of this version
     root["setting"] = setting;
     std::string text = JsonUtil::JsonToString(root);
     LOG(PROGRESS, "%s", text.c_str());
@@ -197,6 +200,7 @@ bool CJsonSchema::CheckMetaData() {
         LOG(FAILURE, "json schema version mismatch [%s]!=[%s]", m_strVersion.c_str(), JSON_SCHEMA_VERSION);
         return false;
     }
+    // Compared whole: two that could not be read, -1 both, are equal as well.
     const int antennaStatus = m_GetAntennaStatus();
     if (antennaStatus != m_nAntennaStatus) {
         LOG(FAILURE, "Current antenna status=[0x%x] != Backup antenna status=[0x%x]",
@@ -221,6 +225,7 @@ void CJsonSchema::RestoreServiceSetting() {
         LOG(FAILURE, "SetTvMode[%d/%d] fail", m_tvMode.antennaMode, m_tvMode.serviceMode);
         return;
     }
+    // The mode stays set; services and categories are the tuner's alone.
     if (m_nSource != SOURCE_TV) {
         LOG(PROGRESS, "Cannot set non-TV type source [%d]", m_nSource);
         return;
@@ -233,7 +238,7 @@ void CJsonSchema::RestoreServiceSetting() {
 
 int CJsonSchema::m_GetAntennaStatus() {
     ITunerControl* tuner = nullptr;
-    TVServiceAPI::CreateTunerControl(PROFILE, NO_OPTION, &tuner);
+    TVServiceAPI::CreateTunerControl(PROFILE, NO_OPTION, &tuner);  // the tuner alone tells; nobody releases it
     std::set<int> statuses;
     if (tuner == nullptr || tuner->GetAntennaConnectionStatus(statuses) <= 0) {
         LOG(FAILURE, "pTunerControl==nullptr or ITunerControl::GetAntennaConnectionStatus error");

@@ -1,4 +1,4 @@
-// Internal: the owner of a text that the platform has handed out.
+// Internal: the owner of a text that the platform has handed out, to be released with free().
 #pragma once
 
 #include <cstdlib>

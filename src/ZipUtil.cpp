@@ -26,11 +26,11 @@ std::string EntryName(const std::string& entryPath, const std::string& baseFolde
                name.c_str());
         return fs::path(entryPath).filename().string();
     }
-    // From the front, wherever the base folder was found: the paths of members always begin with it.
+    // From the front, wherever the folder was found: the path of a member begins with it.
     return name.erase(0, baseFolder.size());
 }
 
-// Copies a file into the entry that is open.
+// Copies a file into the entry that is open. A read error ends the entry as the end of the file does.
 bool WriteEntry(zipFile zip, std::ifstream& file, const std::string& entryPath) {
     Buffer buffer;
     for (;;) {
@@ -119,7 +119,7 @@ bool ExtractEntry(unzFile zip, bool last, const std::string& zipPath, const fs::
     }
 
     const fs::path outputPath = destinationFolder / name.data();
-    CFileUtil::CreateDirectories(outputPath.parent_path().string());
+    CFileUtil::CreateDirectories(outputPath.parent_path().string());  // if it fails, so does the open
     std::filebuf file;
     if (file.open(outputPath, std::ios::out | std::ios::binary | std::ios::trunc) == nullptr) {
         LOG_AT("UnzipFile", 197, FAILURE, "cannot extract %s [%s] on %s", outputPath.c_str(), name.data(),
