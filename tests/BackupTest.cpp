@@ -160,7 +160,7 @@ TEST_F(Backup, EndsWithoutTheChannelDatabase) {
     EXPECT_FALSE(a.dataFiles().empty()) << "the staging folder stays";
 }
 
-TEST_F(Backup, EndsWhereTheChannelDatabaseCannotBeUnpacked) {
+TEST_F(Backup, EndsIfTheChannelDatabaseCannotBeUnpacked) {
     const std::string message = "6 Unzip({data}{name}/ServiceDB.zip, {data}{name}/service-db/) Fail";
     const std::vector<std::pair<std::string, std::string>> damages = {
         {"damage=missing", "6 exists({data}{name}/ServiceDB.zip) fail [0][Success]"},
@@ -178,7 +178,7 @@ TEST_F(Backup, EndsWhereTheChannelDatabaseCannotBeUnpacked) {
     EXPECT_THAT(a.dataFiles(), Contains(::testing::EndsWith("service-db/services.db"))) << "half unpacked, it stays";
 }
 
-TEST_F(Backup, EndsWhereTheChannelDatabaseCannotBePackedAgain) {
+TEST_F(Backup, EndsIfTheChannelDatabaseCannotBePackedAgain) {
     const Outcome run = failingBackup("IUtil::GetServiceDb", "damage=unwritable");
     const std::string message = "6 CreateZipFile({data}{name}/service-db/, {data}{name}/ServiceDB.zip)) fail";
     EXPECT_EQ(endOf(run, message), closingAfter(message));
@@ -186,7 +186,7 @@ TEST_F(Backup, EndsWhereTheChannelDatabaseCannotBePackedAgain) {
     EXPECT_THAT(a.dataFiles(), Contains(::testing::EndsWith("service-db/services.db"))) << "unpacked, it stays";
 }
 
-TEST_F(Backup, EndsWhereTheBundleCannotBePacked) {
+TEST_F(Backup, EndsIfTheBundleCannotBePacked) {
     const Outcome run = failingBackup("IUtil::GetIssDbArchive", "damage=dangling");
     const std::string message = "6 CreateZipFile({data}{name}/, {data}{name}.zip)) for update file fail";
     EXPECT_EQ(endOf(run, message), closingAfter(message));
@@ -194,7 +194,7 @@ TEST_F(Backup, EndsWhereTheBundleCannotBePacked) {
     EXPECT_THAT(a.dataFiles(), IsEmpty()) << "neither staging folder nor bundle stays";
 }
 
-TEST_F(Backup, KeepsTheStagingFolderWhereTheBundleCannotBeOpened) {
+TEST_F(Backup, KeepsTheStagingFolderIfTheBundleCannotBeOpened) {
     makeFolders(".zip");
     const Outcome run = a.backUp();
     EXPECT_THAT(

@@ -40,7 +40,7 @@ Strings linesOf(const std::string& path) {
     return lines;
 }
 
-// Where they differ, the run as it was is written beside the test's program, to be compared as a whole.
+// If they differ, the run as it was is written beside the test's program, to be compared as a whole.
 void expectTimeline(const Outcome& run, const std::string& name) {
     const Strings expected = linesOf(TEST_DATA "/" + name);
     const Strings actual = ordered(run.timeline);

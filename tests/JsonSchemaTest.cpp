@@ -204,7 +204,7 @@ TEST_F(JsonSchema, FitsOnlyTheSameVersionAndAntenna) {
     EXPECT_EQ(messages().back(), "6 Current antenna status=[0xe] != Backup antenna status=[0xffffffff]");
 }
 
-TEST_F(JsonSchema, FitsWhereBothAntennasAreUnknown) {
+TEST_F(JsonSchema, FitsIfBothAntennasAreUnknown) {
     fault("ITunerControl::GetAntennaConnectionStatus", "result=0");
     EXPECT_TRUE(CJsonSchema(R"({"version":"0.3","setting":{}})").CheckMetaData());
 }

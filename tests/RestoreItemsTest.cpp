@@ -65,7 +65,7 @@ INSTANTIATE_TEST_SUITE_P(
         Item{"CIM::ICIGeneral::BackupFileDone", "result=2", 1, "6 CIM::ICIGeneral::BackupFileDone fail"}));
 
 // What the TV service refuses stays out; the caller has been told by then.
-TEST_F(Restore, KeepsItsIssDatabaseWhereTheBundlesIsDamaged) {
+TEST_F(Restore, KeepsItsIssDatabaseIfTheBundlesIsDamaged) {
     changeBundle([](const fs::path& work) { test::write(work / "issDB.zip", "no archive"); });
     const Outcome run = b.restore();
     EXPECT_TRUE(run.says("6 Failed to restore iss database!"));

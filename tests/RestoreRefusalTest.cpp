@@ -93,7 +93,7 @@ TEST_F(Restore, FailsWithoutTheTvServicesUtility) {
 }
 
 // Archives that the TV service refuses, each with the status that it then reports; the old database stays.
-TEST_F(Restore, FailsWhereTheTvServiceRefusesTheDatabase) {
+TEST_F(Restore, FailsIfTheTvServiceRefusesTheDatabase) {
     const auto corruptDatabase = [](const fs::path& work) {
         ASSERT_TRUE(sim::extractEntry(work / "ServiceDB.zip", "services.db", work / "services.db"));
         std::string bytes = test::readFile(work / "services.db");

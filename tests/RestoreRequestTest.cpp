@@ -15,7 +15,7 @@ using test::Outcome;
 using test::Restore;
 using ::testing::ElementsAre;
 
-TEST_F(Restore, EndsWithoutReplyWhereTheRequestCannotBeKept) {
+TEST_F(Restore, EndsWithoutReplyIfTheRequestCannotBeKept) {
     for (const std::string status : {"-9", "9"}) {
         const Outcome run = b.restoreUnder("app_control_clone", "result=" + status);
         EXPECT_THAT(
@@ -26,7 +26,7 @@ TEST_F(Restore, EndsWithoutReplyWhereTheRequestCannotBeKept) {
     }
 }
 
-TEST_F(Restore, RepliesFailureWhereTheCloudCannotBeAsked) {
+TEST_F(Restore, RepliesFailureIfTheCloudCannotBeAsked) {
     const Outcome unopened = b.restoreUnder("bnr_init", "result=-1");
     EXPECT_THAT(unopened.logBetween("6 bnr_init fail[-1]", "4 Last line"),
                 ElementsAre("6 bnr_init fail[-1]", "6 m_BnrInitialize() fail",

@@ -74,14 +74,14 @@ TEST_F(RestoreWithScan, ReadsTheExtraAsItStands) {
     }
 }
 
-TEST_F(RestoreWithScan, EndsWithoutTheViewingStateWhereNoScanRuns) {
+TEST_F(RestoreWithScan, EndsWithoutTheViewingStateIfNoScanRuns) {
     b.open().setScanning(false);
     expectNoViewing(restoreWithScan(), {"4 FUNC BEGIN", "5 Scan is not activated"});
     expectNoViewing(restoreWithScanUnder("IScanData::IsScanActivated", "result=0"),
                     {"4 FUNC BEGIN", "5 Scan is not activated"});
 }
 
-TEST_F(RestoreWithScan, EndsWithoutTheViewingStateWhereTheScanCannotBeStopped) {
+TEST_F(RestoreWithScan, EndsWithoutTheViewingStateIfTheScanCannotBeStopped) {
     const std::vector<std::tuple<std::string, std::string, Lines>> failures = {
         {"CTVSApiWrapper::CreateScanData", "null", {"4 FUNC BEGIN", R"(6 Assertion failed: 0 && "pScanData")"}},
         {"TVServiceAPI::CreateSignalSubscriber",
@@ -111,7 +111,7 @@ TEST_F(RestoreWithScan, EndsOnAnotherSignalWithoutTheViewingState) {
     }
 }
 
-TEST_F(RestoreWithScan, WaitsWhereTheSignalDoesNotReachIt) {
+TEST_F(RestoreWithScan, WaitsIfTheSignalDoesNotReachIt) {
     const Outcome nobody = restoreWithScanUnder("tv_signal", "null");
     EXPECT_TRUE(nobody.says(R"(6 Assertion failed: 0 && "pAppData")"));
     EXPECT_EQ(nobody.ended, sim::RunEnd::Waiting);

@@ -54,7 +54,7 @@ TEST_F(Restore, LogsEachSettingThatCannotBeSet) {
     }
 }
 
-TEST_F(Restore, SetsNothingWhereTheSettingsFileCountsNone) {
+TEST_F(Restore, SetsNothingIfTheSettingsFileCountsNone) {
     for (const std::string text : {R"({"dataSize":0,"data":[{"path":"p","type":0,"value":1}]})", R"({"dataSize":-1})",
                                    R"({"data":[]})", "{}", "no JSON", ""}) {
         const Outcome run = restoreSettings(text);

@@ -25,7 +25,7 @@ protected:
     }
 };
 
-TEST_F(RestoreViewing, StaysWhereTheModeIsUnknown) {
+TEST_F(RestoreViewing, StaysIfTheModeIsUnknown) {
     for (const std::string setting :
          {R"("source":0)", R"("tvmode":{"antenna_mode":2})", R"("tvmode":{"service_mode":0})"}) {
         setMetadata(metadata(setting));
@@ -55,7 +55,7 @@ TEST_F(RestoreViewing, EndsAfterTheModeForAnExternalSource) {
     EXPECT_EQ(b.open().viewing().mode.antenna, sim::AntennaMode::Cable);
 }
 
-TEST_F(RestoreViewing, FallsBackWhereTheServiceCannotBeSet) {
+TEST_F(RestoreViewing, FallsBackIfTheServiceCannotBeSet) {
     setMetadata(metadata(R"("tvmode":{"antenna_mode":2,"service_mode":0},"source":0,"service_id":"99",)"
                          R"("category":{"mode":0,"param":"0","sort":0})"));
     const Lines head = {"4 tvMode[2/0], service id[99], source[0], category[0/0/0]", "5 SetTvMode[2/0] success",

@@ -190,7 +190,7 @@ INSTANTIATE_TEST_SUITE_P(
              {"first"}},
         // what other tools write
         Wild{"DataDescriptor", &withDataDescriptor, true, CLOSED, BOTH},
-        // where long has 64 bits, the library wants the sizes where they were
+        // if long has 64 bits, the library wants the sizes where they were
         Wild{"Zip64", &withZip64, IS_LONG_SHORT, IS_LONG_SHORT ? CLOSED : NOT_OPENED,
              IS_LONG_SHORT ? BOTH : test::Strings{}},
 

@@ -138,7 +138,7 @@ TEST_F(ZipUtil, PacksAnEmptyFolderIntoAnEmptyArchive) {
     EXPECT_EQ(log().back(), "ZipUtil UnzipFile(146) 6 Cannot open {folder}/out.zip.");
 }
 
-TEST_F(ZipUtil, LeavesEverythingWhereTheArchiveCannotBeOpened) {
+TEST_F(ZipUtil, LeavesEverythingIfTheArchiveCannotBeOpened) {
     write(at("in/a"), "x");
     EXPECT_FALSE(zip.CreateZipFile(at("in/"), at("missing/out.zip")));
     EXPECT_TRUE(fs::exists(at("in/a")));
@@ -249,7 +249,7 @@ TEST_F(ZipUtil, FollowsNamesThatLeadOutOfTheFolder) {
     EXPECT_EQ(readFile(at("absolute/file")), "2");
 }
 
-TEST_F(ZipUtil, StopsWhereTheDiskIsFull) {
+TEST_F(ZipUtil, StopsIfTheDiskIsFull) {
     makeArchive(at("x.zip"), {{"large", std::string(2 * SmallDisk::SIZE, 'x')}});
     {
         const SmallDisk disk;

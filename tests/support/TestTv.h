@@ -31,8 +31,9 @@ std::uint64_t servicesIn(const std::filesystem::path& bundle);
 // The files below a folder, relative to it, sorted; folders end in '/'.
 std::vector<std::string> tree(const std::filesystem::path& folder);
 
-// What a run of the application left in its record. Log lines read "<priority> <message>"; folders of the TV read
-// {data}, {tmp} and {home} in them and in calls, and the unique name {name}.
+// What a run of the application left in its record. Log lines read "<priority> <message>", with the priority 4 for
+// details, 5 for progress and 6 for failures; folders of the TV read {data}, {tmp} and {home} in them and in calls, and
+// the unique name {name}.
 struct Outcome : sim::Run {
     int exitStatus = 0;  // as waitpid() gives it
     std::vector<std::string> log;
@@ -90,9 +91,8 @@ public:
 };
 
 // A folder with two TVs.
-//   A  three services in two groups, the last one a radio; watches service 2 in mode 2/1 (satellite, television),
-//   category
-//      2/2/1 (the second group, by name); favname1 "Für Oma", favname5 empty
+//   A  three services in two groups, the last one a radio; watches service 2 in mode 2/1 (satellite, television)
+//      and category 2/2/1 (the second group, by name); favname1 "Für Oma", favname5 empty
 //   B  fresh from the factory: one service, mode 2/0
 struct TvPair {
     TvPair();
