@@ -15,7 +15,7 @@ import time
 REPEATS = 9
 ROOT = pathlib.Path(__file__).parents[1]
 sys.path.insert(0, str(ROOT / "tests/stories"))
-from cluster import Cluster  # noqa: E402
+from cluster import Cluster, object_key  # noqa: E402
 
 STORES = [("folder", None), ("1 OSD in memory, 1 gateway", ()),
           ("3 OSDs on disk, 2 gateways", ("--osds", "3", "--gateways", "2", "--disk"))]
@@ -82,45 +82,41 @@ def bench_fleet(arguments):
 
 
 def fill(cluster, key, count):
-    """Copies of a backup under the numbers up to `count`."""
+    """Copies of the first backup under the numbers up to `count`, which keys count down."""
     with tempfile.NamedTemporaryFile() as body:
         body.write(cluster.read(key))
         body.flush()
         user = f"{os.environ['AWS_ACCESS_KEY_ID']}:{os.environ['AWS_SECRET_ACCESS_KEY']}"
         folder = key.rsplit("/", 1)[0]
+        keys = f"v2-[{99999999 - count:08}-99999997]-0badcafe"
         subprocess.run(["curl", "--silent", "--show-error", "--fail", "--aws-sigv4", "aws:amz:default:s3",
                         "--user", user, "--header", "x-amz-content-sha256: UNSIGNED-PAYLOAD",
-                        "--upload-file", body.name, f"{cluster.endpoints[0]}/{folder}/[00000002-{count:08}]-0badcafe"],
+                        "--upload-file", body.name, f"{cluster.endpoints[0]}/{folder}/{keys}"],
                        check=True, stdout=subprocess.DEVNULL)
 
 
 def bench_growth(arguments):
     print("## A backup where there are many already (1 OSD in memory)\n\n"
-          "| backups before | the TV made the last one: time | requests | a new TV of the account: time | requests |\n"
-          "|---|---|---|---|---|")
+          "| backups before | time | requests |\n"
+          "|---|---|---|")
     for count in 10, 100, 1_000, 10_000:
         with tempfile.TemporaryDirectory() as temporary:
             folder = pathlib.Path(temporary)
             store = Store(folder, ())
             try:
-                def run(*names):
-                    times = []
-                    before = store.requests()
-                    for name in names:
-                        begin = time.monotonic()
-                        tv("run", "-q", "--home", folder / name, "--cloud", store.place)
-                        times.append(time.monotonic() - begin)
-                    return f"{statistics.median(times) * 1000:.0f} ms | {(store.requests() - before) / len(names):.1f}"
+                def run():
+                    begin = time.monotonic()
+                    tv("run", "-q", "--home", folder / "tv", "--cloud", store.place)
+                    return time.monotonic() - begin
 
-                fresh = [f"new{i}" for i in range(REPEATS)]
-                for name in "old", *fresh:
-                    tv("init", "--home", folder / name, "--channels", arguments.channels)
-                run("old")
+                tv("init", "--home", folder / "tv", "--channels", arguments.channels)
+                run()
                 backup = json.loads(tv("cloud", "list", "--json", "--cloud", store.place))["backups"][0]
-                parts = (backup[part] for part in ("account", "clientId", "category", "id"))
-                fill(store.cluster, "/".join(["bench", *parts]), count)
-                run("old")  # and now it knows the end
-                print(f"| {count:,} | {run(*['old'] * REPEATS)} | {run(*fresh)} |", flush=True)
+                fill(store.cluster, object_key("bench", backup), count)
+                before = store.requests()
+                times = [run() for _ in range(REPEATS)]
+                requests = (store.requests() - before) / REPEATS
+                print(f"| {count:,} | {statistics.median(times) * 1000:.0f} ms | {requests:.1f} |", flush=True)
             finally:
                 store.stop()
     print("\nOf the requests, one is the verdict's. The time is that of `halcyon-tv run`, verdict included, the median "

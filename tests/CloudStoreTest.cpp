@@ -1,4 +1,5 @@
 // What every cloud store promises. It is tested in a folder, or where $HALCYON_TEST_CLOUD says.
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -18,12 +19,14 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/cloud/CloudStore.h"
+#include "simulator/cloud/ObjectClient.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
@@ -48,7 +51,7 @@ protected:
         return put(*store, address, content);
     }
     std::string put(sim::CloudStore& to, const sim::Address& address, const std::string& content) const {
-        return to.put({address, "{\"about\":\"" + content + "\"}", "SET", 7, "", false}, bundle("bundle.zip", content));
+        return to.put({address, "{\"about\":\"" + content + "\"}", "SET", 7, false}, bundle("bundle.zip", content));
     }
 
     std::string fetched(const sim::BackupName& name) const {
@@ -71,15 +74,15 @@ protected:
 };
 
 TEST_F(Contract, WhatIsPutComesBackAsItWas) {
-    EXPECT_EQ(store->newest(HOME, ""), std::nullopt);
+    EXPECT_EQ(store->newest(HOME), std::nullopt);
     EXPECT_THAT(store->content().backups, IsEmpty());
     std::string large(5U << 20, 'x');
     for (std::size_t i = 0; i < large.size(); i += 1000) {
         large[i] = static_cast<char>(i / 1000);
     }
     const fs::path file = bundle("12 of\n\xff.zip", large);
-    const std::string id = store->put({HOME, "{\"m\":\"\xc3\xa4\"}\n", "SET <1>", 50'000, "", false}, file);
-    const std::optional<sim::BackupName> name = store->newest(HOME, "");
+    const std::string id = store->put({HOME, "{\"m\":\"\xc3\xa4\"}\n", "SET <1>", 50'000, false}, file);
+    const std::optional<sim::BackupName> name = store->newest(HOME);
     ASSERT_TRUE(name);
     EXPECT_EQ(name->id, id);
     const sim::StoredBackup backup = store->look(*name);
@@ -95,19 +98,14 @@ TEST_F(Contract, WhatIsPutComesBackAsItWas) {
 
 TEST_F(Contract, TheNewestIsTheLastOfItsAccountAndCategory) {
     const sim::Address other{"other", HOME.clientId, HOME.category};
-    std::string first;
     for (const char* content : {"1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11"}) {
-        const std::string id = put(HOME, content);
-        first = first.empty() ? id : first;
+        put(HOME, content);
     }
     put(other, "of another");
     put({"default", HOME.clientId, "other"}, "of another category");
-    for (const std::string& lastSeen :
-         {std::string(), first, std::string("99999999-00000000"), std::string("nonsense")}) {
-        EXPECT_EQ(fetched(*store->newest(HOME, lastSeen)), "11") << lastSeen;
-    }
-    EXPECT_EQ(fetched(*store->newest(other, first)), "of another");
-    EXPECT_EQ(store->newest({"default", "client", "none"}, ""), std::nullopt);
+    EXPECT_EQ(fetched(*store->newest(HOME)), "11");
+    EXPECT_EQ(fetched(*store->newest(other)), "of another");
+    EXPECT_EQ(store->newest({"default", "client", "none"}), std::nullopt);
     EXPECT_THAT(paths(), ElementsAre("default 1", "default 2", "default 3", "default 4", "default 5", "default 6",
                                      "default 7", "default 8", "default 9", "default 10", "default 11",
                                      "default of another category", "other of another"));
@@ -116,8 +114,8 @@ TEST_F(Contract, TheNewestIsTheLastOfItsAccountAndCategory) {
 TEST_F(Contract, WhatIsRemovedIsGoneAndItsIdToo) {
     put(HOME, "1");
     const std::string second = put(HOME, "2");
-    store->remove(*store->newest(HOME, ""));
-    EXPECT_EQ(fetched(*store->newest(HOME, "")), "1");
+    store->remove(*store->newest(HOME));
+    EXPECT_EQ(fetched(*store->newest(HOME)), "1");
     const sim::BackupName gone{HOME, second, ""};
     try {
         store->look(gone);
@@ -131,7 +129,7 @@ TEST_F(Contract, WhatIsRemovedIsGoneAndItsIdToo) {
 
 TEST_F(Contract, TheVerySameBundleIsRefusedWhereThatIsAskedFor) {
     put(HOME, "same");
-    sim::NewBackup backup{HOME, "{}", "SET", std::nullopt, "", true};
+    sim::NewBackup backup{HOME, "{}", "SET", std::nullopt, true};
     try {
         store->put(backup, bundle("again.zip", "same"));
         FAIL() << "took it";
@@ -143,20 +141,102 @@ TEST_F(Contract, TheVerySameBundleIsRefusedWhereThatIsAskedFor) {
     EXPECT_THAT(store->content().backups, SizeIs(3));
 }
 
-TEST_F(Contract, ALongCategoryIsSearchedForItsEnd) {
+// Another store below the category, so that what it holds is foreign there, and comes first in a listing.
+TEST_F(Contract, WhatIsForeignHidesNoBackup) {
+    const sim::Address inside{"0", "client", "lists"};
+    const std::unique_ptr<sim::CloudStore> foreign = sim::openCloud(place + "/default/client/lists");
+    constexpr std::size_t MORE_THAN_A_PAGE = 101;
+    const std::size_t count = store->isRemote() ? MORE_THAN_A_PAGE : 3;
+    for (std::size_t i = 0; i < count; ++i) {
+        put(*foreign, inside, "foreign");
+    }
+    EXPECT_EQ(store->newest(HOME), std::nullopt);
+    put(HOME, "1");
+    put(HOME, "2");
+    EXPECT_EQ(fetched(*store->newest(HOME)), "2");
+    EXPECT_THAT(paths(), ElementsAre("default 1", "default 2"));
+    EXPECT_THAT(store->content().foreign, SizeIs(store->isRemote() ? count : 1));
+}
+
+// --- what an object store holds ---
+
+class Objects : public Contract {
+protected:
+    void SetUp() override {
+        if (!store->isRemote()) {
+            GTEST_SKIP() << "a folder";
+        }
+        const std::string rest = place.substr(std::string("s3://").size());
+        const std::size_t slash = rest.find('/');
+        client = std::make_unique<sim::ObjectClient>(rest.substr(0, slash), [this](auto&, auto&) { ++requests; });
+        folder = rest.substr(slash + 1) + "/default/client/lists/";
+    }
+
+    void write(const std::string& name) const {
+        sim::ObjectClient::Body body{"x", bundle("empty", ""), 1, sim::Digest().addBytes("x").hex()};
+        client->put(folder + name, body);
+    }
+
+    std::vector<std::string> names() const {
+        std::vector<std::string> names;
+        for (const sim::ObjectClient::Object& object : client->list(folder, "", 1000).objects) {
+            names.push_back(object.key.substr(folder.size()));
+        }
+        return names;
+    }
+
+    std::unique_ptr<sim::ObjectClient> client;
+    std::string folder;
     int requests = 0;
+};
+
+TEST_F(Objects, IdsCountUpAndKeysCountDown) {
+    const std::string first = put(HOME, "1");
+    const std::string second = put(HOME, "2");
+    EXPECT_EQ(first.substr(0, 9), "00000001-");
+    EXPECT_EQ(second.substr(0, 9), "00000002-");
+    EXPECT_THAT(names(), ElementsAre("v2-99999997-" + second.substr(9), "v2-99999998-" + first.substr(9)));
+    EXPECT_EQ(fetched({HOME, first, ""}), "1");
+}
+
+TEST_F(Objects, OnlyTheExactFormOfAKeyIsABackups) {
+    const std::vector<std::string> others{
+        "00000001-1a2b3c4d",        // of version 1.1.0
+        "99999998-1a2b3c4d",        // and the one that is most like a key of today
+        "v1-99999998-1a2b3c4d",     //
+        "v2-9999998-1a2b3c4d",      //
+        "v2-99999998-1A2B3C4D",     //
+        "v2-99999998-1a2b3c4d0",    //
+        "v2-99999998",              //
+        "v2-99999998-1a2b3c4d/x",   //
+        "v2-v2-99999998-1a2b3c4d",  //
+    };
+    for (const std::string& name : others) {
+        write(name);
+    }
+    EXPECT_THAT(store->content().foreign, SizeIs(others.size()));
+    EXPECT_EQ(store->newest(HOME), std::nullopt);
+    EXPECT_EQ(put(HOME, "1").substr(0, 9), "00000001-");
+    for (const std::string id : {"000001", "99999998-1a2b3c4d", "00000001-../../x", ""}) {
+        EXPECT_THROW(store->look({HOME, id, ""}), sim::Error) << id;
+    }
+}
+
+TEST_F(Objects, TheHighestNumberIsOneRequestAwayAndTheLast) {
+    for (const char* number : {"00000000", "00000007", "99999999"}) {
+        write(fmt::format("v2-{}-00000000", number));
+    }
     const std::unique_ptr<sim::CloudStore> counting =
         sim::openCloud(place, [&](const std::string&, const std::string&) { ++requests; });
-    constexpr int COUNT = 1150;
-    std::string last;
-    for (int i = 0; i < (store->isRemote() ? COUNT : COUNT / 10); ++i) {
-        last = store->put({HOME, "{}", "", std::nullopt, last, false}, bundle("bundle.zip", "x"));
-    }
-    EXPECT_EQ(counting->newest(HOME, "")->id, last);
-    EXPECT_LE(requests, 8);
     requests = 0;
-    EXPECT_EQ(counting->newest(HOME, last)->id, last);
-    EXPECT_LE(requests, 1);
+    EXPECT_EQ(counting->newest(HOME)->id, "99999999-00000000");
+    EXPECT_EQ(requests, 1);
+    try {
+        put(HOME, "1");
+        FAIL() << "gave a number twice";
+    } catch (const sim::Error& error) {
+        EXPECT_THAT(error.what(), HasSubstr("is full"));
+    }
 }
 
 // --- writers who race ---
@@ -187,7 +267,7 @@ protected:
             for (int i = 0; i < EACH; ++i) {
                 sim::writeFile(file, std::to_string(writer) + "/" + std::to_string(i));
                 const std::int64_t begun = now();
-                const std::string id = own->put({HOME, "{}", "", std::nullopt, "", false}, file);
+                const std::string id = own->put({HOME, "{}", "", std::nullopt, false}, file);
                 log << id << ' ' << begun << ' ' << now() << '\n';
             }
             return log.flush() ? 0 : 1;

@@ -375,7 +375,7 @@ TEST_F(Containment, TheStoreHasOneOrderAndHidesNothing) {
         return list;
     };
     EXPECT_THAT(ids(), ElementsAre("000001", "999999", "1000000"));
-    EXPECT_EQ(store->newest({"default", "Qr7tLw2ZkA", "OOBERFChannelList"}, "")->id, "1000000") << "the newest";
+    EXPECT_EQ(store->newest({"default", "Qr7tLw2ZkA", "OOBERFChannelList"})->id, "1000000") << "the newest";
     EXPECT_EQ(tv("run -q").code, 0);
     fs::remove(category / "999999/bundle.zip");
     EXPECT_THAT(ids(), ElementsAre("000001", "999999 damaged", "1000000", "1000001"));

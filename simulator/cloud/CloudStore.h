@@ -19,7 +19,7 @@ struct Address {
 };
 
 struct BackupName : Address {
-    std::string id;    // begins with digits, counted up in its category: the newest is the last
+    std::string id;    // begins with digits that count up within the category: the newest is the last
     std::string mark;  // another one where another backup has come under the name; empty: not known
 
     std::string path() const { return account + "/" + clientId + "/" + category + "/" + id; }
@@ -40,7 +40,6 @@ struct NewBackup : Address {
     std::string metadata;
     std::string device;  // as of StoredBackup
     std::optional<std::uint64_t> services;
-    std::string lastSeen;          // as of newest()
     bool refuseDuplicate = false;  // where the newest one has the very same bundle
 };
 
@@ -79,9 +78,8 @@ public:
     // Removes a backup, whole or not at all. No later one gets its id.
     virtual void remove(const BackupName& backup) = 0;
 
-    // The newest backup there. The id of any that was the newest once, or nothing, may be given as `lastSeen`: a long
-    // category is looked at from there on.
-    virtual std::optional<BackupName> newest(const Address& address, const std::string& lastSeen) const = 0;
+    // The newest backup at an address, damaged or not; nothing if there is none.
+    virtual std::optional<BackupName> newest(const Address& address) const = 0;
 
     virtual StoreContent content() const = 0;
 

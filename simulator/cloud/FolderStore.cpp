@@ -132,7 +132,7 @@ fs::path FolderStore::folderOf(const Address& address) const {
     return account / address.clientId / address.category;
 }
 
-std::optional<BackupName> FolderStore::newest(const Address& address, const std::string& /*lastSeen*/) const {
+std::optional<BackupName> FolderStore::newest(const Address& address) const {
     const std::vector<std::string> ids = backupIds(folderOf(address));
     return ids.empty() ? std::nullopt : std::optional(BackupName{address, ids.back(), ""});
 }

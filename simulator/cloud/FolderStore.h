@@ -24,7 +24,7 @@ public:
     void create() override { makeLocalFolders(); }
     std::string put(const NewBackup& backup, const std::filesystem::path& bundle) override;
     void remove(const BackupName& backup) override;
-    std::optional<BackupName> newest(const Address& address, const std::string& lastSeen) const override;
+    std::optional<BackupName> newest(const Address& address) const override;
     StoreContent content() const override;
     StoredBackup look(const BackupName& name) const override;
     StoredBackup fetch(const BackupName& name, const std::filesystem::path& folder) const override;

@@ -351,10 +351,10 @@ std::string ObjectClient::perform(const Request& request) {
     throw Error(Error::Kind::Unreachable, fmt::format("{} ({} tries)", last, tries));
 }
 
-ObjectClient::Page ObjectClient::list(const std::string& prefix, const std::string& after) {
+ObjectClient::Page ObjectClient::list(const std::string& prefix, const std::string& after, int maxKeys) {
     Request request{
         "GET", fmt::format("LIST {}* after {}", prefix, after.substr(std::min(prefix.size(), after.size()))), "", ""};
-    request.query = fmt::format("encoding-type=url&list-type=2&max-keys={}&prefix={}&start-after={}", A_PAGE,
+    request.query = fmt::format("encoding-type=url&list-type=2&max-keys={}&prefix={}&start-after={}", maxKeys,
                                 escaped(prefix, false), escaped(after, false));
     const std::string text = perform(request);
     pugi::xml_document document;

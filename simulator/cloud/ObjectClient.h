@@ -34,9 +34,8 @@ public:
         bool hasMore = false;
     };
 
-    // The first objects with the prefix, after a key: A_PAGE of them at most.
-    static constexpr int A_PAGE = 1000;
-    Page list(const std::string& prefix, const std::string& after);
+    // The first objects whose key begins with `prefix` and comes after `after`, at most `maxKeys` (1 to 1000).
+    Page list(const std::string& prefix, const std::string& after, int maxKeys);
 
     // The bytes are those of `head` and then of the file, with SHA-256 `digest`.
     struct Body {

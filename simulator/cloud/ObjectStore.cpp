@@ -25,9 +25,12 @@ namespace sim {
 namespace {
 
 constexpr char SCHEME[] = "s3://";
-constexpr std::size_t ID_DIGITS = 8;
+constexpr std::size_t SEQUENCE_DIGITS = 8;
 constexpr std::size_t RANDOM_DIGITS = 8;
-constexpr std::uint64_t MOST_OF_A_NUMBER = 99'999'999;
+constexpr std::uint64_t MAX_SEQUENCE = 99'999'999;
+constexpr std::string_view KEY_VERSION = "v2-";
+constexpr int PAGE_SIZE = 1000;
+constexpr int SHORT_PAGE_SIZE = 100;  // of a listing that is read for its first names
 constexpr std::string_view MARK = "halcyon backup 1 ";
 constexpr std::size_t DIGEST_DIGITS = 64;
 constexpr std::size_t FIRST_LINE = MARK.size() + DIGEST_DIGITS + 1;
@@ -40,17 +43,22 @@ bool consistsOf(std::string_view text, std::size_t size, const char* characters)
 
 bool isId(const std::string& id) {
     const std::string_view text = id;
-    return text.size() == ID_DIGITS + 1 + RANDOM_DIGITS && text[ID_DIGITS] == '-' &&
-           consistsOf(text.substr(0, ID_DIGITS), ID_DIGITS, "0123456789") &&
-           consistsOf(text.substr(ID_DIGITS + 1), RANDOM_DIGITS, "0123456789abcdef");
+    return text.size() == SEQUENCE_DIGITS + 1 + RANDOM_DIGITS && text[SEQUENCE_DIGITS] == '-' &&
+           consistsOf(text.substr(0, SEQUENCE_DIGITS), SEQUENCE_DIGITS, "0123456789") &&
+           consistsOf(text.substr(SEQUENCE_DIGITS + 1), RANDOM_DIGITS, "0123456789abcdef");
 }
 
 std::uint64_t numberOf(const std::string& id) {
-    return toNumber<std::uint64_t>(std::string_view(id).substr(0, ID_DIGITS)).value_or(0);
+    return toNumber<std::uint64_t>(std::string_view(id).substr(0, SEQUENCE_DIGITS)).value_or(0);
 }
 
 std::string textOf(std::uint64_t number) {
-    return fmt::format("{:0{}}", number, ID_DIGITS);
+    return fmt::format("{:0{}}", number, SEQUENCE_DIGITS);
+}
+
+// An id counted down, as the name of its object has it; or such a name counted up again.
+std::string mirrored(const std::string& id) {
+    return textOf(MAX_SEQUENCE - numberOf(id)) + id.substr(SEQUENCE_DIGITS);
 }
 
 [[noreturn]] void refusePlace(const std::string& place, const char* why) {
@@ -258,75 +266,59 @@ std::string ObjectStore::folderOf(const Address& address) const {
 }
 
 std::string ObjectStore::keyOf(const BackupName& name) const {
-    return folderOf(name) + name.id;
+    if (!isId(name.id)) {
+        throw Error(Error::Kind::Missing, fmt::format("{} holds no backup {}", m_place, name.path()));
+    }
+    return fmt::format("{}{}{}", folderOf(name), KEY_VERSION, mirrored(name.id));
 }
 
 std::optional<BackupName> ObjectStore::nameIn(const ObjectClient::Object& object) const {
     const std::vector<std::string> parts = split(std::string_view(object.key).substr(m_prefix.size()), '/');
     constexpr std::size_t PARTS = 4;
-    const bool isOne = parts.size() == PARTS && isId(parts.back()) &&
-                       std::none_of(parts.begin(), parts.end(), [](const std::string& part) { return part.empty(); });
-    return isOne ? std::optional(BackupName{{parts[0], parts[1], parts[2]}, parts[3], object.tag}) : std::nullopt;
-}
-
-std::optional<BackupName> ObjectStore::last(const ObjectClient::Page& page) const {
-    for (auto object = page.objects.rbegin(); object != page.objects.rend(); ++object) {
-        if (std::optional<BackupName> name = nameIn(*object)) {
-            return name;
-        }
+    if (parts.size() != PARTS || parts[3].compare(0, KEY_VERSION.size(), KEY_VERSION) != 0 ||
+        std::any_of(parts.begin(), parts.end(), [](const std::string& part) { return part.empty(); })) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    const std::string countedDown = parts[3].substr(KEY_VERSION.size());
+    return isId(countedDown)
+               ? std::optional(BackupName{{parts[0], parts[1], parts[2]}, mirrored(countedDown), object.tag})
+               : std::nullopt;
 }
 
 void ObjectStore::create() {
     m_client->makeBucket();
 }
 
-// A list comes in pages from its begin. A long one is looked at from the last place known; else ever longer steps find
-// a place behind its end, and halving what is between finds the end.
-std::optional<BackupName> ObjectStore::newest(const Address& address, const std::string& lastSeen) const {
-    struct Found {
-        std::optional<BackupName> name;
-        bool hasMore;
-    };
-    const std::string folder = folderOf(address);
-    const auto after = [&](const std::string& id) {
-        const ObjectClient::Page page = m_client->list(folder, folder + id);
-        return Found{last(page), page.hasMore};
-    };
-    const std::uint64_t known = isId(lastSeen) ? numberOf(lastSeen) : 0;
-    Found found = after(textOf(known));
-    if (known > 0 && !found.name) {
-        found = after(textOf(0));
-    }
-    std::uint64_t step = ObjectClient::A_PAGE;
-    std::optional<std::uint64_t> end;  // none has this number or a higher one
-    while (found.name && found.hasMore) {
-        const std::uint64_t number = numberOf(found.name->id);
-        if (end == number + 1) {
-            const Found next = after(found.name->id);
-            if (!next.name) {
-                break;
+// Visits the objects whose key begins with `prefix`, sorted by key, until `visit` returns false.
+void ObjectStore::forEachObject(const std::string& prefix, int pageSize,
+                                const std::function<bool(const ObjectClient::Object&)>& visit) const {
+    std::string after;
+    for (bool hasMore = true; hasMore;) {
+        const ObjectClient::Page page = m_client->list(prefix, after, pageSize);
+        for (const ObjectClient::Object& object : page.objects) {
+            if (!visit(object)) {
+                return;
             }
-            found = next;
-            continue;
         }
-        const std::uint64_t further = end ? number + (*end - number) / 2 : number + step;
-        const Found ahead = after(textOf(further));
-        if (ahead.name) {
-            found = ahead;
-        } else {
-            end = further;
-        }
-        step *= 2;
+        hasMore = page.hasMore && !page.objects.empty();
+        after = page.objects.empty() ? "" : page.objects.back().key;
     }
-    return found.name;
+}
+
+// The first object is the newest backup, unless foreign ones sort before it.
+std::optional<BackupName> ObjectStore::newest(const Address& address) const {
+    std::optional<BackupName> newest;
+    forEachObject(folderOf(address), SHORT_PAGE_SIZE, [&](const ObjectClient::Object& object) {
+        newest = nameIn(object);
+        return !newest;
+    });
+    return newest;
 }
 
 std::string ObjectStore::put(const NewBackup& backup, const fs::path& bundle) {
-    const std::optional<BackupName> before = newest(backup, backup.lastSeen);
+    const std::optional<BackupName> before = newest(backup);
     const std::uint64_t number = before ? numberOf(before->id) + 1 : 1;
-    if (number > MOST_OF_A_NUMBER) {
+    if (number > MAX_SEQUENCE) {
         throw Error(Error::Kind::Denied, fmt::format("{} is full", folderOf(backup)));
     }
     Json::Value info;
@@ -372,18 +364,20 @@ void ObjectStore::remove(const BackupName& backup) {
 
 StoreContent ObjectStore::content() const {
     StoreContent content;
-    std::string after;
-    for (bool hasMore = true; hasMore;) {
-        const ObjectClient::Page page = m_client->list(m_prefix, after);
-        for (const ObjectClient::Object& object : page.objects) {
-            if (std::optional<BackupName> name = nameIn(object)) {
-                content.backups.push_back(std::move(*name));
-            } else {
-                content.foreign.push_back(object.key);
-            }
+    forEachObject(m_prefix, PAGE_SIZE, [&](const ObjectClient::Object& object) {
+        if (std::optional<BackupName> name = nameIn(object)) {
+            content.backups.push_back(std::move(*name));
+        } else {
+            content.foreign.push_back(object.key);
         }
-        hasMore = page.hasMore && !page.objects.empty();
-        after = page.objects.empty() ? "" : page.objects.back().key;
+        return true;
+    });
+    // The listing has the newest of a category first.
+    for (auto first = content.backups.begin(); first != content.backups.end();) {
+        const auto last = std::find_if(first, content.backups.end(),
+                                       [&](const BackupName& name) { return folderOf(name) != folderOf(*first); });
+        std::reverse(first, last);
+        first = last;
     }
     return content;
 }

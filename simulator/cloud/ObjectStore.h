@@ -1,13 +1,18 @@
 // A cloud store on an object store that speaks S3. A backup is one object, which never changes:
 //
-//   [PREFIX/]<account>/<client id>/<category>/<8 digits>-<8 hexadecimal digits>
+//   [PREFIX/]<account>/<client id>/<category>/v2-<8 digits>-<8 hexadecimal digits>
 //
-// The number is the greatest listed and one; the rest of the name is random, so that writers who have seen the same
-// list never write the same object. The object is a line with the SHA-256 of all that follows, a line of JSON with what
-// is known of the backup and how long its parts are, the metadata, and the bundle.
+// The digits of a key count down from 99999999, so that the newest backup is the first of its category in a listing,
+// which is sorted by keys. Those of the backup's id count up: "v2-99999998-1a2b3c4d" holds "00000001-1a2b3c4d". The
+// last part is random: writers that saw the same listing never write the same object. (Version 1.1.0 counted up,
+// without "v2-"; what it stored is foreign.)
+//
+// An object is a line with the SHA-256 of all that follows it, a line of JSON with what is known of the backup and how
+// long its parts are, the metadata, and the bundle.
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,7 +33,7 @@ public:
     void create() override;
     std::string put(const NewBackup& backup, const std::filesystem::path& bundle) override;
     void remove(const BackupName& backup) override;
-    std::optional<BackupName> newest(const Address& address, const std::string& lastSeen) const override;
+    std::optional<BackupName> newest(const Address& address) const override;
     StoreContent content() const override;
     StoredBackup look(const BackupName& name) const override;
     StoredBackup fetch(const BackupName& name, const std::filesystem::path& folder) const override;
@@ -37,7 +42,8 @@ private:
     std::string folderOf(const Address& address) const;
     std::string keyOf(const BackupName& name) const;
     std::optional<BackupName> nameIn(const ObjectClient::Object& object) const;
-    std::optional<BackupName> last(const ObjectClient::Page& page) const;
+    void forEachObject(const std::string& prefix, int pageSize,
+                       const std::function<bool(const ObjectClient::Object&)>& visit) const;
 
     std::string m_place;
     std::string m_prefix;  // empty, or with a '/' at its end

@@ -86,7 +86,7 @@ int download(const std::string& id, const fs::path& folder, std::optional<Downlo
     const sim::Address address = addressOf(id);
     try {
         const std::optional<sim::BackupName> name =
-            device.chosenBackup.empty() ? device.cloud->newest(address, "")
+            device.chosenBackup.empty() ? device.cloud->newest(address)
                                         : std::optional(sim::BackupName{address, device.chosenBackup, ""});
         if (!name) {
             return BNR_RESPONSE_ERROR;
@@ -239,9 +239,8 @@ int bnr_backup(const char* id, const char* metadata, const char* filePath) {
                 return 0;
             }
             Device& device = Device::current();
-            const sim::NewBackup backup{
-                addressOf(id),           metadata, device.tv.serial(), device.tv.services().counts().services, "",
-                device.refusesDuplicates};
+            const sim::NewBackup backup{addressOf(id), metadata, device.tv.serial(),
+                                        device.tv.services().counts().services, device.refusesDuplicates};
             if (device.cloud->isRemote()) {
                 uploadLater(backup, filePath);
                 given.text = "spooled";

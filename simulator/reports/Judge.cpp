@@ -209,7 +209,7 @@ Reason cloudReason(const Evidence& evidence) {
     const std::string detail = lastRefusal(evidence);
     if (evidence.isRestore() && detail.empty()) {
         const Address address{evidence.tv.account(), application::CLIENT_ID, application::CATEGORY};
-        if (!evidence.store.newest(address, "")) {
+        if (!evidence.store.newest(address)) {
             return {Cause::NothingStored, fmt::format("there is no backup{} in {}; make one with: halcyon-tv run",
                                                       ofAccount(address.account), evidence.store.place())};
         }

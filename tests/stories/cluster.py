@@ -51,6 +51,13 @@ class Cluster:
                                f"{self.endpoints[0]}/{key}"], check=True, capture_output=True).stdout
 
 
+def object_key(place, backup):
+    """The key of a listed backup's object: its number counts down as that of the id counts up."""
+    number, random = backup["id"].split("-")
+    name = f"v2-{99999999 - int(number):08}-{random}"
+    return "/".join((place, backup["account"], backup["clientId"], backup["category"], name))
+
+
 class TwoTvs(Story):
     """TV a with a list of its own and TV b fresh from the factory, over a place of its own in the bucket `lab`."""
 
@@ -59,6 +66,9 @@ class TwoTvs(Story):
         self.cloud = "s3://lab/" + self.id().rsplit(".", 1)[1]
         self.a = self.make("a", DATA / "channels.conf")
         self.b = self.make("b", DATA / "factory.conf")
+
+    def key(self, backup):
+        return object_key(self.cloud.removeprefix("s3://"), backup)
 
     def make(self, name, channels):
         return Tv(self.folder, name, cloud=self.cloud, channels=channels)

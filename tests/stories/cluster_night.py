@@ -143,8 +143,7 @@ class Stories(TwoTvs):
         digests = []
         for backup in backups:
             self.assertIn("whole", self.a.tv("bundle", "verify", backup["id"]).text)
-            path = "/".join(backup[part] for part in ("account", "clientId", "category", "id"))
-            body = cluster.read(f"{self.cloud.removeprefix('s3://')}/{path}")
+            body = cluster.read(self.key(backup))
             head, rest = body.split(b"\n", 1)
             self.assertEqual(head.split()[-1].decode(), hashlib.sha256(rest).hexdigest())
             digests.append(hashlib.sha256(body).hexdigest())

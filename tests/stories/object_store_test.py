@@ -26,10 +26,6 @@ class Contract(unittest.TestCase):
 
 
 class Stories(TwoTvs):
-    def key(self, backup):
-        parts = (backup[part] for part in ("account", "clientId", "category", "id"))
-        return "/".join([self.cloud.removeprefix("s3://"), *parts])
-
     def backups(self, tv):
         return tv.tv("cloud", "list", "--json").json["backups"]
 
