@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <map>
-#include <mutex>
 #include <random>
 #include <utility>
 
@@ -207,33 +205,6 @@ StoredBackup damaged(const BackupName& name, const std::string& damage) {
     return backup;
 }
 
-// What has been read of objects, which never change: a page shows all backups again and again.
-class Seen {
-public:
-    std::optional<StoredBackup> find(const std::string& key) {
-        const std::lock_guard lock(m_mutex);
-        const auto found = m_backups.find(key);
-        return found == m_backups.end() ? std::nullopt : std::optional(found->second);
-    }
-    void add(const std::string& key, const StoredBackup& backup) {
-        const std::lock_guard lock(m_mutex);
-        if (m_backups.size() >= MOST) {
-            m_backups.clear();
-        }
-        m_backups[key] = backup;
-    }
-
-private:
-    static constexpr std::size_t MOST = 20'000;
-    std::mutex m_mutex;
-    std::map<std::string, StoredBackup> m_backups;
-};
-
-Seen& seen() {
-    static Seen seen;
-    return seen;
-}
-
 }  // namespace
 
 ObjectStore::ObjectStore(const std::string& place, TellRequest tell) : m_place(place) {
@@ -383,32 +354,21 @@ StoreContent ObjectStore::content() const {
 }
 
 StoredBackup ObjectStore::look(const BackupName& name) const {
-    const std::string remembered = m_place + "/" + name.path() + " " + name.mark;
-    if (!name.mark.empty()) {
-        if (std::optional<StoredBackup> backup = seen().find(remembered)) {
-            return *backup;
-        }
-    }
     ObjectReader reader("");
     const ObjectClient::Sink sink{[&] { reader.restart(); }, [&](std::string_view bytes) { reader.take(bytes); }};
-    StoredBackup backup;
     try {
         m_client->get(keyOf(name), USUAL_HEAD, sink);
         if (!reader.hasHead()) {
             m_client->get(keyOf(name), MOST_OF_A_HEAD, sink);
         }
         reader.finish();
-        backup = described(name, reader);
+        return described(name, reader);
     } catch (const Error& error) {
         if (error.kind() != Error::Kind::Damaged) {
             throw;
         }
-        backup = damaged(name, error.what());
+        return damaged(name, error.what());
     }
-    if (!name.mark.empty() && backup.damage.empty()) {  // damage may be of the way here
-        seen().add(remembered, backup);
-    }
-    return backup;
 }
 
 StoredBackup ObjectStore::fetch(const BackupName& name, const fs::path& folder) const {

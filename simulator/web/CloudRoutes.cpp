@@ -17,7 +17,7 @@ namespace {
 Json::Value listAll(const Lab& lab, const ApiRequest& /*request*/) {
     Json::Value value;
     value["cloud"] = toUtf8(lab.cloud());
-    value["backups"] = toJson(listBackups(*openCloud(lab.cloud())));
+    value["backups"] = toJson(lab.backups());
     return value;
 }
 

@@ -51,6 +51,26 @@ fs::path Lab::homeOf(const std::string& name) const {
     return found->second;
 }
 
+std::vector<StoredBackup> Lab::backups() const {
+    const std::unique_ptr<CloudStore> store = openCloud(m_cloud);
+    const std::vector<BackupName> names = store->content().backups;
+    const std::lock_guard lock(m_mutex);
+    std::map<std::string, StoredBackup> read;
+    std::vector<StoredBackup> backups;
+    for (const BackupName& name : names) {
+        const std::string key = name.path() + " " + name.mark;
+        const auto known = name.mark.empty() ? m_read.end() : m_read.find(key);
+        for (StoredBackup& backup : known == m_read.end() ? lookAt(*store, {name}) : std::vector{known->second}) {
+            if (backup.damage.empty()) {  // the transfer alone may have been at fault: look again the next time
+                read[key] = backup;
+            }
+            backups.push_back(std::move(backup));
+        }
+    }
+    m_read = std::move(read);
+    return backups;
+}
+
 fs::path Lab::tokenFile() const {
     const fs::path beside = m_folder.empty() ? m_home.parent_path() : m_folder;
     return beside / (m_folder.empty() ? "." + m_home.filename().string() + ".token" : ".halcyon-tv.token");

@@ -3,8 +3,11 @@
 
 #include <filesystem>
 #include <map>
+#include <mutex>
 #include <string>
 #include <vector>
+
+#include "simulator/cloud/CloudStore.h"
 
 namespace sim {
 
@@ -22,6 +25,10 @@ public:
 
     const std::string& cloud() const { return m_cloud; }
 
+    // The cloud's backups, oldest first within their category. What an object store holds is read only once: the page
+    // asks for all of it at each change. May be called on several threads.
+    std::vector<StoredBackup> backups() const;
+
     // Where the token is kept.
     std::filesystem::path tokenFile() const;
 
@@ -31,6 +38,8 @@ private:
     std::filesystem::path m_home;
     std::filesystem::path m_folder;
     std::string m_cloud;
+    mutable std::mutex m_mutex;
+    mutable std::map<std::string, StoredBackup> m_read;  // by path and entity tag
 };
 
 }  // namespace sim

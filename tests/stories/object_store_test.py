@@ -129,6 +129,14 @@ class Stories(TwoTvs):
             return json.load(urllib.request.urlopen(request))
 
         backup, = ask("/api/cloud")["backups"]
+        self.a.tv("set", "favname1", "Family")
+        self.a.tv("run", "-q")
+        self.assertEqual(ask("/api/cloud")["backups"], self.backups(self.b))
+        first, second = self.backups(self.b)
+        cluster.write(self.key(second), b"of somebody else")
+        self.assertEqual([bool(each["damage"]) for each in ask("/api/cloud")["backups"]], [False, True])
+        self.a.tv("cloud", "remove", second["id"])
+        self.assertEqual(ask("/api/cloud")["backups"], [backup])
         path = "/".join(backup[part] for part in ("account", "clientId", "category", "id"))
         self.assertTrue(ask(f"/api/cloud/{path}?tv=a")["isWhole"])
 
