@@ -75,7 +75,8 @@ public:
     // Takes a copy of the bundle. Gives the new backup's id. Throws Error (Duplicate) as `refuseDuplicate` says.
     virtual std::string put(const NewBackup& backup, const std::filesystem::path& bundle) = 0;
 
-    // Removes a backup, whole or not at all. No later one gets its id.
+    // Removes a backup, whole or not at all; its id is never used again. Throws Error (Missing) if there is no such
+    // backup.
     virtual void remove(const BackupName& backup) = 0;
 
     // The newest backup at an address, damaged or not; nothing if there is none.

@@ -119,17 +119,27 @@ std::string FolderStore::put(const NewBackup& backup, const fs::path& bundle) {
     }
 }
 
+// The mark comes first: if the process is killed in between, the backup is still there, and no id is used twice.
 void FolderStore::remove(const BackupName& backup) {
-    const fs::path parent = folderOf(backup);
-    const ScratchFolder scratch(parent);
-    writeFile(parent / (backup.id + REMOVED), "");
-    putInPlace(parent / backup.id, scratch / "removed");
+    const fs::path folder = existingFolderOf(backup);
+    const ScratchFolder scratch(folder.parent_path());
+    writeFile(folder.parent_path() / (backup.id + REMOVED), "");
+    putInPlace(folder, scratch / "removed");
 }
 
 fs::path FolderStore::folderOf(const Address& address) const {
     const fs::path account =
         address.account == DEFAULT_ACCOUNT ? m_folder : m_folder / (ACCOUNT_MARK + address.account);
     return account / address.clientId / address.category;
+}
+
+fs::path FolderStore::existingFolderOf(const BackupName& name) const {
+    fs::path folder = folderOf(name) / name.id;
+    if (!numberOf(name.id) || !isFolder(folder)) {
+        throw Error(Error::Kind::Missing,
+                    fmt::format("{} holds no backup {}; see: halcyon-tv cloud list", place(), name.path()));
+    }
+    return folder;
 }
 
 std::optional<BackupName> FolderStore::newest(const Address& address) const {
@@ -184,10 +194,7 @@ StoreContent FolderStore::content() const {
 }
 
 StoredBackup FolderStore::look(const BackupName& name) const {
-    const fs::path folder = folderOf(name) / name.id;
-    if (!numberOf(name.id) || !isFolder(folder)) {
-        throw Error(Error::Kind::Missing, fmt::format("{} holds no backup {}", place(), name.path()));
-    }
+    const fs::path folder = existingFolderOf(name);
     StoredBackup backup;
     static_cast<BackupName&>(backup) = name;
     try {

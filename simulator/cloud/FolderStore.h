@@ -31,6 +31,7 @@ public:
 
 private:
     std::filesystem::path folderOf(const Address& address) const;
+    std::filesystem::path existingFolderOf(const BackupName& name) const;
     std::vector<std::filesystem::path> foldersIn(const std::filesystem::path& folder, StoreContent& content) const;
     void addCategory(const Address& address, const std::filesystem::path& folder, StoreContent& content) const;
     void addAccount(const std::string& account, const std::filesystem::path& folder, StoreContent& content) const;

@@ -329,7 +329,9 @@ std::string ObjectStore::put(const NewBackup& backup, const fs::path& bundle) {
     return name.id;
 }
 
+// The store does not say if it had nothing to remove: it is asked before.
 void ObjectStore::remove(const BackupName& backup) {
+    look(backup);
     m_client->remove(keyOf(backup));
 }
 
