@@ -11,9 +11,9 @@
 
 namespace sim {
 
-std::unique_ptr<CloudStore> openCloud(const std::string& place, TellRequest tell) {
+std::unique_ptr<CloudStore> openCloud(const std::string& place, RequestObserver observer) {
     if (place.find("://") != std::string::npos) {
-        return std::make_unique<ObjectStore>(place, std::move(tell));
+        return std::make_unique<ObjectStore>(place, std::move(observer));
     }
     return std::make_unique<FolderStore>(place);
 }

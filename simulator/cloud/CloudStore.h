@@ -48,8 +48,8 @@ struct StoreContent {
     std::vector<std::string> foreign;  // what lies there and is no backup
 };
 
-// A request to a store on another machine, one line each: what was asked, and what came of it.
-using TellRequest = std::function<void(const std::string& request, const std::string& outcome)>;
+// Called after each try of a request to a remote store, with one line each for the request and its outcome.
+using RequestObserver = std::function<void(const std::string& request, const std::string& outcome)>;
 
 // What is wrong with the store itself is thrown as Error: Unreachable where it does not answer, Denied where it
 // refuses. One object is for one thread.
@@ -97,7 +97,7 @@ std::string bundleName(const std::string& name);
 
 // The store at a place: s3://BUCKET[/PREFIX], else a folder. Throws Error where the place is neither, or what it takes
 // to reach an object store is not in the environment.
-std::unique_ptr<CloudStore> openCloud(const std::string& place, TellRequest tell = {});
+std::unique_ptr<CloudStore> openCloud(const std::string& place, RequestObserver observer = {});
 
 // What is known of the named backups that are still there, and of all, oldest first within their category.
 std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<BackupName>& names);

@@ -1,21 +1,20 @@
 #include "simulator/cloud/ObjectClient.h"
 
 #include <curl/curl.h>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
-#include <cstdio>
-#include <cstring>
 #include <exception>
 #include <optional>
 #include <pugixml.hpp>
 #include <thread>
 #include <utility>
 
+#include "simulator/base/Descriptor.h"
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
@@ -24,17 +23,21 @@ namespace sim {
 
 namespace {
 
-constexpr long CONNECT_SECONDS = 5;
+constexpr long CONNECT_TIMEOUT_SECONDS = 5;
 constexpr long STALL_SECONDS = 20;
-constexpr std::size_t TRIES = 3;  // at least; each endpoint gets one
-constexpr std::chrono::milliseconds FIRST_PAUSE{250};
-constexpr std::size_t MOST_BYTES_OF_AN_ANSWER = 8U << 20;
+constexpr std::size_t MIN_TRIES = 3;
+constexpr std::chrono::milliseconds FIRST_PAUSE{250};  // doubled before each further try
+constexpr std::size_t MAX_RESPONSE_BYTES = 8U << 20;   // of a response that is kept in memory
 
-constexpr long NO_SUCH_THING = 404;
-constexpr long EMPTY = 416;  // there is no first byte to begin a range with
-constexpr long REQUEST_TIMEOUT = 408;
-constexpr long FIRST_SERVER_ERROR = 500;
-constexpr long NOT_IMPLEMENTED = 501;
+constexpr long STATUS_NOT_FOUND = 404;
+constexpr long STATUS_REQUEST_TIMEOUT = 408;
+constexpr long STATUS_RANGE_NOT_SATISFIABLE = 416;  // the object is empty: all ranges here begin with its first byte
+constexpr long STATUS_SERVER_ERROR = 500;
+constexpr long STATUS_NOT_IMPLEMENTED = 501;
+
+// What stays as it is in a URL; the signature demands that everything else is encoded.
+constexpr std::string_view PATH_CHARACTERS = "/ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.~";
+constexpr std::string_view QUERY_CHARACTERS = PATH_CHARACTERS.substr(1);
 
 std::string required(const char* name, const char* what) {
     std::string value = environment(name);
@@ -52,29 +55,25 @@ std::vector<std::string> endpointsIn(const std::string& text) {
         const bool hasScheme = endpoint.compare(0, 7, "http://") == 0 || endpoint.compare(0, 8, "https://") == 0;
         if (!hasScheme || endpoint.find('@') != std::string::npos) {
             throw Error(
-                fmt::format("AWS_ENDPOINT_URL: {} is no address such as http://127.0.0.1:8000; several are "
-                            "separated by commas",
+                fmt::format("AWS_ENDPOINT_URL: {} is not an address such as http://127.0.0.1:8000; separate several "
+                            "with commas",
                             inQuotes(endpoint)));
         }
     }
     return endpoints;
 }
 
-// As the signature wants it.
-std::string escaped(std::string_view text, bool isPath) {
-    constexpr std::string_view PLAIN = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.~";
+std::string percentEncoded(std::string_view text, std::string_view plain) {
     std::string result;
     for (const char c : text) {
-        if (PLAIN.find(c) != std::string_view::npos || (isPath && c == '/')) {
-            result += c;
-        } else {
-            result += fmt::format("%{:02X}", static_cast<unsigned char>(c));
-        }
+        result += plain.find(c) != std::string_view::npos ? std::string(1, c)
+                                                          : fmt::format("%{:02X}", static_cast<unsigned char>(c));
     }
     return result;
 }
 
-std::string unescaped(const std::string& text) {
+// Stores encode a blank in a listing as %20 or as '+'.
+std::string percentDecoded(const std::string& text) {
     std::string result;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const auto code = text[i] == '%' ? toNumber<unsigned>(std::string_view(text).substr(i + 1, 2), 16)
@@ -85,47 +84,43 @@ std::string unescaped(const std::string& text) {
     return result;
 }
 
-// What is read is what was there when its digest was taken: a file that has changed is cut or refused by the store.
+// Hands libcurl the bytes of a body. If the file has changed since its digest was taken, the store refuses it.
 class Upload {
 public:
-    explicit Upload(const ObjectClient::Body& body)
-        : m_body(body), m_file(std::fopen(body.file.c_str(), "rb"), &std::fclose) {
-        if (!m_file) {
-            throw Error(kindOfErrno(errno),
-                        fmt::format("{}: cannot read: {}", body.file.string(), std::strerror(errno)));
-        }
-    }
+    explicit Upload(const ObjectClient::Body& body) : m_body(body), m_file(openFile(body.file, O_RDONLY)) {}
 
-    std::size_t read(char* bytes, std::size_t size) {
-        const std::size_t count = m_body.head.copy(bytes, size, m_taken);
-        m_taken += count;
-        return count > 0 ? count : std::fread(bytes, 1, size, m_file.get());
-    }
-
-    void rewind() {
-        m_taken = 0;
-        std::rewind(m_file.get());
+    void attachTo(CURL* handle) {
+        curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
+        curl_easy_setopt(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(m_body.size));
+        curl_easy_setopt(handle, CURLOPT_READFUNCTION, &Upload::read);
+        curl_easy_setopt(handle, CURLOPT_READDATA, this);
+        curl_easy_setopt(handle, CURLOPT_SEEKFUNCTION, &Upload::seek);
+        curl_easy_setopt(handle, CURLOPT_SEEKDATA, this);
     }
 
 private:
+    static std::size_t read(char* bytes, std::size_t size, std::size_t count, void* self) {
+        auto* upload = static_cast<Upload*>(self);
+        const std::size_t copied = upload->m_body.header.copy(bytes, size * count, upload->m_sent);
+        upload->m_sent += copied;
+        const ssize_t got = copied > 0 ? 0 : ::read(upload->m_file.get(), bytes, size * count);
+        return got < 0 ? CURL_READFUNC_ABORT : copied + static_cast<std::size_t>(got);
+    }
+
+    // A connection that was kept may turn out to be closed: then libcurl opens another one and begins again.
+    static int seek(void* self, curl_off_t offset, int /*origin*/) {
+        auto* upload = static_cast<Upload*>(self);
+        upload->m_sent = 0;
+        return offset == 0 && ::lseek(upload->m_file.get(), 0, SEEK_SET) == 0 ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
+    }
+
     const ObjectClient::Body& m_body;
-    std::size_t m_taken = 0;  // of the head
-    std::unique_ptr<std::FILE, decltype(&std::fclose)> m_file;
+    std::size_t m_sent = 0;  // of the header
+    Descriptor m_file;
 };
 
-std::size_t readUpload(char* bytes, std::size_t size, std::size_t count, void* upload) {
-    return static_cast<Upload*>(upload)->read(bytes, size * count);
-}
-
-int rewindUpload(void* upload, curl_off_t offset, int /*origin*/) {
-    if (offset != 0) {
-        return CURL_SEEKFUNC_FAIL;
-    }
-    static_cast<Upload*>(upload)->rewind();
-    return CURL_SEEKFUNC_OK;
-}
-
-void global() {
+// Must run before the first handle is made, once in the process.
+void initialiseLibrary() {
     static const CURLcode done = curl_global_init(CURL_GLOBAL_DEFAULT);
     if (done != CURLE_OK) {
         throw Error(fmt::format("libcurl: {}", curl_easy_strerror(done)));
@@ -136,239 +131,231 @@ void global() {
 
 struct ObjectClient::Request {
     const char* method;
-    std::string about;  // as a person reads it
-    std::string key;    // empty: the bucket
-    std::string query;  // sorted and escaped
+    std::string summary;  // for the observer
+    std::string key;      // empty: the bucket
+    std::string query;    // sorted and encoded, as the signature demands
     const Body* body = nullptr;
-    std::uint64_t most = 0;
+    std::uint64_t maxBytes = 0;  // 0: all
     const Sink* sink = nullptr;
 };
 
-struct ObjectClient::Answer {
+struct ObjectClient::Response {
+    CURL* handle = nullptr;
+    const Sink* sink = nullptr;
     CURLcode transfer = CURLE_OK;
     long status = 0;
-    std::string text;          // of what goes to no sink
-    std::string code;          // of a refusal
-    std::string detail;        // of a failed transfer, in the library's words
-    std::exception_ptr error;  // that the sink has thrown
+    std::string text;           // what does not go to the sink
+    std::string code;           // of a refusal, such as NoSuchKey
+    std::string detail;         // of a failed transfer, in libcurl's words
+    std::exception_ptr thrown;  // by the sink
+
+    bool isSuccess() const { return transfer == CURLE_OK && status / 100 == 2; }
+
+    // Whether another try may succeed. A digest that does not match tells of a damaged transfer.
+    bool isTransient() const {
+        return transfer != CURLE_OK || status == STATUS_REQUEST_TIMEOUT ||
+               (status >= STATUS_SERVER_ERROR && status != STATUS_NOT_IMPLEMENTED) ||
+               code == "XAmzContentSHA256Mismatch" || code == "BadDigest" || code == "RequestTimeout";
+    }
 
     Error::Kind kind() const {
-        if (status == EMPTY) {
+        if (status == STATUS_RANGE_NOT_SATISFIABLE) {
             return Error::Kind::Damaged;
         }
-        return status == NO_SUCH_THING && code != "NoSuchBucket" ? Error::Kind::Missing : Error::Kind::Denied;
+        return status == STATUS_NOT_FOUND && code != "NoSuchBucket" ? Error::Kind::Missing : Error::Kind::Denied;
     }
-    bool isWell() const { return transfer == CURLE_OK && status / 100 == 2; }
-    // Whether another try may help.
-    bool isPassing() const {
-        return transfer != CURLE_OK || status == REQUEST_TIMEOUT ||
-               (status >= FIRST_SERVER_ERROR && status != NOT_IMPLEMENTED) || code == "XAmzContentSHA256Mismatch" ||
-               code == "BadDigest" || code == "RequestTimeout";
+
+    // An exception must not pass through libcurl, which is C: it waits here for the end of the transfer.
+    static std::size_t take(char* bytes, std::size_t size, std::size_t count, void* self) {
+        auto* response = static_cast<Response*>(self);
+        const std::string_view piece(bytes, size * count);
+        curl_easy_getinfo(response->handle, CURLINFO_RESPONSE_CODE, &response->status);
+        if (response->sink == nullptr || response->status / 100 != 2) {
+            if (response->text.size() + piece.size() > MAX_RESPONSE_BYTES) {
+                return 0;
+            }
+            response->text += piece;
+            return piece.size();
+        }
+        try {
+            response->sink->take(piece);
+            return piece.size();
+        } catch (...) {
+            response->thrown = std::current_exception();
+            return 0;
+        }
     }
 };
 
-void ObjectClient::Free::operator()(void* handle) const {
+void ObjectClient::FreeHandle::operator()(void* handle) const {
     curl_easy_cleanup(handle);
 }
 
-ObjectClient::ObjectClient(std::string bucket, TellRequest tell)
+ObjectClient::ObjectClient(std::string bucket, RequestObserver observer)
     : m_bucket(std::move(bucket)),
-      m_tell(std::move(tell)),
+      m_observer(std::move(observer)),
       m_endpoints(endpointsIn(
-          required("AWS_ENDPOINT_URL", "give the object store's address there, such as http://127.0.0.1:8000"))),
-      m_key(required("AWS_ACCESS_KEY_ID", "give the object store's access key there")),
-      m_secret(required("AWS_SECRET_ACCESS_KEY", "give the secret of the access key there")),
+          required("AWS_ENDPOINT_URL", "set it to the object store's address, such as http://127.0.0.1:8000"))),
+      m_key(required("AWS_ACCESS_KEY_ID", "set it to the object store's access key")),
+      m_secret(required("AWS_SECRET_ACCESS_KEY", "set it to the secret of the access key")),
       m_region(environment("AWS_REGION")),
-      m_authorities(environment("AWS_CA_BUNDLE")),
-      m_stall(toNumber<long>(environment(STALL_VARIABLE)).value_or(STALL_SECONDS)) {
+      m_certificates(environment("AWS_CA_BUNDLE")),
+      m_stallSeconds(toNumber<long>(environment(STALL_VARIABLE)).value_or(STALL_SECONDS)) {
     if (m_region.empty()) {
         m_region = "us-east-1";
     }
-    if (!m_authorities.empty() && ::access(m_authorities.c_str(), R_OK) != 0) {
-        throw Error(fmt::format("AWS_CA_BUNDLE: {}: cannot read: {}", m_authorities, std::strerror(errno)));
+    if (!m_certificates.empty() && ::access(m_certificates.c_str(), R_OK) != 0) {
+        throw Error::ofSystem("AWS_CA_BUNDLE: " + m_certificates, "cannot read");
     }
-    global();
+    initialiseLibrary();
     m_handle.reset(curl_easy_init());
 }
 
 ObjectClient::~ObjectClient() = default;
 
-// What comes: the body of a success for the sink, or a text.
-struct ObjectClient::Receiver {
-    CURL* handle;
-    const Sink* sink;
-    Answer& answer;
-
-    std::size_t take(std::string_view bytes) {
-        long status = 0;
-        curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
-        try {
-            if (sink != nullptr && status / 100 == 2) {
-                sink->take(bytes);
-                return bytes.size();
-            }
-        } catch (...) {  // not through the library
-            answer.error = std::current_exception();
-            return 0;
-        }
-        if (answer.text.size() + bytes.size() > MOST_BYTES_OF_AN_ANSWER) {
-            return 0;
-        }
-        answer.text += bytes;
-        return bytes.size();
-    }
-
-    static std::size_t receive(char* bytes, std::size_t size, std::size_t count, void* receiver) {
-        return static_cast<Receiver*>(receiver)->take({bytes, size * count});
-    }
-};
-
-// The connection of the last request stays.
-void ObjectClient::prepare() {
+// A reset handle keeps its connection. libcurl copies the texts that it is given.
+void ObjectClient::prepare(const Request& request, const std::string& endpoint) {
     CURL* handle = m_handle.get();
     curl_easy_reset(handle);
+    std::string url = endpoint + "/" + percentEncoded(m_bucket, PATH_CHARACTERS);
+    url += request.key.empty() ? "" : "/" + percentEncoded(request.key, PATH_CHARACTERS);
+    url += request.query.empty() ? "" : "?" + request.query;
+    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method);
     curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(handle, CURLOPT_AWS_SIGV4, fmt::format("aws:amz:{}:s3", m_region).c_str());
     curl_easy_setopt(handle, CURLOPT_USERNAME, m_key.c_str());
     curl_easy_setopt(handle, CURLOPT_PASSWORD, m_secret.c_str());
-    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, CONNECT_SECONDS);
+    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);  // timeouts without SIGALRM, which threads would share
+    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, CONNECT_TIMEOUT_SECONDS);
     curl_easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, 1L);  // bytes a second
-    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_TIME, m_stall);
-    if (!m_authorities.empty()) {
-        curl_easy_setopt(handle, CURLOPT_CAINFO, m_authorities.c_str());
+    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_TIME, m_stallSeconds);
+    if (!m_certificates.empty()) {
+        curl_easy_setopt(handle, CURLOPT_CAINFO, m_certificates.c_str());
+    }
+    if (request.maxBytes > 0) {
+        curl_easy_setopt(handle, CURLOPT_RANGE, fmt::format("0-{}", request.maxBytes - 1).c_str());
     }
 }
 
-ObjectClient::Answer ObjectClient::attempt(const Request& request, const std::string& endpoint) {
-    prepare();
+ObjectClient::Response ObjectClient::attempt(const Request& request, const std::string& endpoint) {
+    prepare(request, endpoint);
     CURL* handle = m_handle.get();
-    const std::string path = escaped(m_bucket + (request.key.empty() ? "" : "/" + request.key), true);
-    const std::string url = endpoint + "/" + path + (request.query.empty() ? "" : "?" + request.query);
-    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method);
     const std::string digest =
-        fmt::format("x-amz-content-sha256: {}", request.body != nullptr ? request.body->digest : "UNSIGNED-PAYLOAD");
+        fmt::format("x-amz-content-sha256: {}", request.body != nullptr ? request.body->sha256 : "UNSIGNED-PAYLOAD");
     const std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> headers(
         curl_slist_append(nullptr, digest.c_str()), &curl_slist_free_all);
     curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
-    if (request.most > 0) {
-        curl_easy_setopt(handle, CURLOPT_RANGE, fmt::format("0-{}", request.most - 1).c_str());
-    }
     std::optional<Upload> upload;
     if (request.body != nullptr) {
-        upload.emplace(*request.body);
-        curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
-        curl_easy_setopt(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(request.body->size));
-        curl_easy_setopt(handle, CURLOPT_READFUNCTION, &readUpload);
-        curl_easy_setopt(handle, CURLOPT_READDATA, &*upload);
-        curl_easy_setopt(handle, CURLOPT_SEEKFUNCTION, &rewindUpload);
-        curl_easy_setopt(handle, CURLOPT_SEEKDATA, &*upload);
+        upload.emplace(*request.body).attachTo(handle);
     }
     if (request.sink != nullptr) {
         request.sink->restart();
     }
-    Answer answer;
-    Receiver receiver{handle, request.sink, answer};
-    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Receiver::receive);
-    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &receiver);
+    Response response;
+    response.handle = handle;
+    response.sink = request.sink;
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Response::take);
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &response);
     std::array<char, CURL_ERROR_SIZE> detail = {};
     curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, detail.data());
-    answer.transfer = curl_easy_perform(handle);
-    answer.detail = detail.data();
+    response.transfer = curl_easy_perform(handle);
     curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, nullptr);
-    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &answer.status);
-    if (answer.error) {
-        std::rethrow_exception(answer.error);
+    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &response.status);
+    if (response.thrown) {
+        std::rethrow_exception(response.thrown);
     }
-    if (!answer.isWell()) {
+    response.detail = detail.data();
+    if (!response.isSuccess()) {
         pugi::xml_document document;
-        document.load_buffer(answer.text.data(), answer.text.size());
-        answer.code = document.child("Error").child("Code").text().get();
+        document.load_buffer(response.text.data(), response.text.size());
+        response.code = document.child("Error").child("Code").text().get();
     }
-    return answer;
+    return response;
 }
 
-std::string ObjectClient::refusal(const Answer& answer) const {
-    if (answer.transfer == CURLE_OPERATION_TIMEDOUT) {
+// What went wrong, in words that tell what to do.
+std::string ObjectClient::failureOf(const Response& response) const {
+    if (response.transfer == CURLE_OPERATION_TIMEDOUT) {
         return "it did not answer in time";
     }
-    if (answer.transfer == CURLE_PEER_FAILED_VERIFICATION) {
-        return fmt::format("its certificate is not trusted: {}; authorities: {}", answer.detail,
-                           m_authorities.empty() ? "the machine's; AWS_CA_BUNDLE can name others" : m_authorities);
+    if (response.transfer == CURLE_PEER_FAILED_VERIFICATION) {
+        return fmt::format(
+            "its certificate is not trusted: {}; trusted are the authorities {}", response.detail,
+            m_certificates.empty() ? "of this machine (AWS_CA_BUNDLE can name others)" : "in " + m_certificates);
     }
-    if (answer.transfer != CURLE_OK) {
-        return curl_easy_strerror(answer.transfer);
+    if (response.transfer != CURLE_OK) {
+        return curl_easy_strerror(response.transfer);
     }
-    const std::pair<const char*, std::string> words[] = {
-        {"SignatureDoesNotMatch", "the signature is wrong: AWS_SECRET_ACCESS_KEY is not the key's secret"},
-        {"InvalidAccessKeyId", "it does not know the key that AWS_ACCESS_KEY_ID names"},
-        {"RequestTimeTooSkewed", "the clocks of this machine and of the store differ too much; set this one"},
+    const std::pair<const char*, std::string> meanings[] = {
+        {"SignatureDoesNotMatch", "AWS_SECRET_ACCESS_KEY is not the secret of the access key in AWS_ACCESS_KEY_ID"},
+        {"InvalidAccessKeyId", "it does not know the access key in AWS_ACCESS_KEY_ID"},
+        {"RequestTimeTooSkewed", "the clocks of this machine and of the store differ too much; set this machine's"},
         {"NoSuchBucket", fmt::format("there is no bucket {}; make it with: halcyon-tv --cloud s3://{} cloud create",
                                      m_bucket, m_bucket)},
-        {"InvalidRange", "what is there is empty"},
+        {"InvalidRange", "the object is empty"},
         {"NoSuchKey", "there is no such object"},
-        {"AccessDenied", "the key that AWS_ACCESS_KEY_ID names may not do this"},
+        {"AccessDenied", "the access key in AWS_ACCESS_KEY_ID has no permission for this"},
         {"XAmzContentSHA256Mismatch", "what arrived is not what was sent"},
         {"BadDigest", "what arrived is not what was sent"},
-        {"QuotaExceeded", "the account has no room left"},
-        {"BucketAlreadyExists", fmt::format("the bucket {} is somebody else's; take another name", m_bucket)},
-        {"InvalidBucketName", fmt::format("{} is no name for a bucket there", m_bucket)}};
-    for (const auto& [code, meaning] : words) {
-        if (answer.code == code) {
+        {"QuotaExceeded", "the quota is used up; remove backups with: halcyon-tv cloud remove"},
+        {"BucketAlreadyExists", fmt::format("the bucket {} belongs to somebody else; choose another name", m_bucket)},
+        {"InvalidBucketName",
+         fmt::format("the store does not accept {} as the name of a bucket; choose another one", m_bucket)}};
+    for (const auto& [code, meaning] : meanings) {
+        if (response.code == code) {
             return fmt::format("{} ({})", meaning, code);
         }
     }
-    return answer.code.empty() ? fmt::format("status {}", answer.status)
-                               : fmt::format("{} (status {})", inQuotes(answer.code), answer.status);
+    return response.code.empty() ? fmt::format("status {}", response.status)
+                                 : fmt::format("{} (status {})", inQuotes(response.code), response.status);
 }
 
 std::string ObjectClient::perform(const Request& request) {
-    const std::size_t tries = std::max(TRIES, m_endpoints.size());
-    std::string last;
+    const std::size_t tries = std::max(MIN_TRIES, m_endpoints.size());
+    std::string outcome;
     for (std::size_t i = 0; i < tries; ++i) {
-        if (i >= m_endpoints.size()) {  // all have been asked: give them time
+        if (i >= m_endpoints.size()) {  // every endpoint has failed: give them time
             std::this_thread::sleep_for(FIRST_PAUSE * (1U << (i - m_endpoints.size())));
         }
         const std::string& endpoint = m_endpoints[m_current];
-        Answer answer = attempt(request, endpoint);
-        const std::string number = i == 0 ? "" : fmt::format(", try {}", i + 1);
-        if (answer.isWell()) {
-            if (m_tell) {
-                m_tell(request.about + number, fmt::format("{}", answer.status));
-            }
-            return std::move(answer.text);
+        Response response = attempt(request, endpoint);
+        outcome = response.isSuccess() ? std::to_string(response.status)
+                                       : fmt::format("{}: {}", endpoint, failureOf(response));
+        if (m_observer) {
+            m_observer(request.summary + (i == 0 ? "" : fmt::format(", try {}", i + 1)), outcome);
         }
-        last = fmt::format("{}: {}", endpoint, refusal(answer));
-        if (m_tell) {
-            m_tell(request.about + number, last);
+        if (response.isSuccess()) {
+            return std::move(response.text);
         }
-        if (!answer.isPassing()) {
-            throw Error(answer.kind(), last);
+        if (!response.isTransient()) {
+            throw Error(response.kind(), outcome);
         }
         m_current = (m_current + 1) % m_endpoints.size();
     }
-    throw Error(Error::Kind::Unreachable, fmt::format("{} ({} tries)", last, tries));
+    throw Error(Error::Kind::Unreachable, fmt::format("{} ({} tries)", outcome, tries));
 }
 
+// Keys are asked for in URL encoding: XML cannot hold all of their characters.
 ObjectClient::Page ObjectClient::list(const std::string& prefix, const std::string& after, int maxKeys) {
-    Request request{
-        "GET", fmt::format("LIST {}* after {}", prefix, after.substr(std::min(prefix.size(), after.size()))), "", ""};
+    Request request{"GET", fmt::format("LIST {}*{}", prefix, after.empty() ? "" : " after " + after), "", ""};
     request.query = fmt::format("encoding-type=url&list-type=2&max-keys={}&prefix={}&start-after={}", maxKeys,
-                                escaped(prefix, false), escaped(after, false));
+                                percentEncoded(prefix, QUERY_CHARACTERS), percentEncoded(after, QUERY_CHARACTERS));
     const std::string text = perform(request);
     pugi::xml_document document;
     const pugi::xml_node result =
         document.load_buffer(text.data(), text.size()) ? document.child("ListBucketResult") : pugi::xml_node();
     if (!result) {
-        throw Error(Error::Kind::Denied, fmt::format("{}: its answer is no list of objects; is it an object store?",
-                                                     m_endpoints[m_current]));
+        throw Error(Error::Kind::Denied,
+                    fmt::format("{}: the response is not a list of objects; check that AWS_ENDPOINT_URL names an "
+                                "object store",
+                                m_endpoints[m_current]));
     }
     Page page;
     page.hasMore = result.child("IsTruncated").text().as_bool();
     for (const pugi::xml_node& each : result.children("Contents")) {
-        page.objects.push_back({unescaped(each.child("Key").text().get()), each.child("Size").text().as_ullong(),
-                                each.child("ETag").text().get()});
+        page.objects.push_back({percentDecoded(each.child("Key").text().get()), each.child("ETag").text().get()});
     }
     return page;
 }
@@ -379,9 +366,9 @@ void ObjectClient::put(const std::string& key, const Body& body) {
     perform(request);
 }
 
-void ObjectClient::get(const std::string& key, std::uint64_t most, const Sink& sink) {
-    Request request{"GET", (most > 0 ? "GET the head of " : "GET ") + key, key, ""};
-    request.most = most;
+void ObjectClient::get(const std::string& key, std::uint64_t maxBytes, const Sink& sink) {
+    Request request{"GET", fmt::format("GET {}{}", maxBytes > 0 ? "the header of " : "", key), key, ""};
+    request.maxBytes = maxBytes;
     request.sink = &sink;
     perform(request);
 }

@@ -1,4 +1,4 @@
-// Requests to an object store that speaks S3, signed, and repeated where that can help.
+// Signed requests to an object store that speaks S3. Requests that fail for a passing reason are tried again.
 #pragma once
 
 #include <cstdint>
@@ -13,74 +13,81 @@
 
 namespace sim {
 
-// The key, the secret, the region and the address come from the environment: AWS_ACCESS_KEY_ID, AWS_SECRET_ACCESS_KEY,
-// AWS_REGION, AWS_ENDPOINT_URL (several, separated by commas, are tried in turn) and AWS_CA_BUNDLE.
+// Configured by the environment: AWS_ACCESS_KEY_ID, AWS_SECRET_ACCESS_KEY, AWS_REGION, AWS_ENDPOINT_URL (several
+// addresses, separated by commas, are tried in turn) and AWS_CA_BUNDLE.
 //
-// Every function throws Error: Unreachable where no endpoint has answered in any of several tries, Missing where there
-// is no such object, Denied for any other refusal, with what the store has said in words.
+// A try ends after 5 seconds without a connection, or about 20 ($HALCYON_CLOUD_STALL) without a byte. Each endpoint is
+// tried, and at least three tries are made, with a pause once every endpoint has failed.
+//
+// Every request throws Error: Unreachable if all tries failed, Missing if there is no such object, Damaged if the start
+// of an empty object was asked for, Denied if the store refuses for any other reason, which the message says.
 class ObjectClient {
 public:
-    // Throws Error where the environment lacks something.
-    ObjectClient(std::string bucket, TellRequest tell);
+    // Throws Error if the environment lacks something.
+    ObjectClient(std::string bucket, RequestObserver observer);
     ~ObjectClient();
 
     struct Object {
         std::string key;
-        std::uint64_t size = 0;
-        std::string tag;
+        std::string etag;
     };
     struct Page {
-        std::vector<Object> objects;  // in the order of their keys' bytes
+        std::vector<Object> objects;  // sorted by the bytes of their keys
         bool hasMore = false;
     };
 
     // The first objects whose key begins with `prefix` and comes after `after`, at most `maxKeys` (1 to 1000).
     Page list(const std::string& prefix, const std::string& after, int maxKeys);
 
-    // The bytes are those of `head` and then of the file, with SHA-256 `digest`.
+    // The object's bytes: `header`, followed by those of `file`.
     struct Body {
-        std::string head;
+        std::string header;
         std::filesystem::path file;
-        std::uint64_t size = 0;
-        std::string digest;
+        std::uint64_t size = 0;  // of both together
+        std::string sha256;      // of both together, in hexadecimal digits
     };
+
+    // Stores an object, whole or not at all, replacing one of the same key.
     void put(const std::string& key, const Body& body);
 
-    // Gives an object's bytes to `sink`, the first `most` of them or all (0). A try after one that was cut off begins
-    // with `restart`.
+    // What receives an object: `restart` is called before each try, `take` for each piece. What they throw ends the
+    // request and comes out of it.
     struct Sink {
         std::function<void()> restart;
         std::function<void(std::string_view)> take;
     };
-    void get(const std::string& key, std::uint64_t most, const Sink& sink);
 
+    // Reads an object: its first `maxBytes`, or all of it if that is 0.
+    void get(const std::string& key, std::uint64_t maxBytes, const Sink& sink);
+
+    // Removes an object. The store does not say whether there was one.
     void remove(const std::string& key);
 
+    // Creates the bucket.
     void makeBucket();
 
 private:
     struct Request;
-    struct Answer;
-    struct Receiver;
+    struct Response;
 
     std::string perform(const Request& request);
-    void prepare();
-    Answer attempt(const Request& request, const std::string& endpoint);
-    std::string refusal(const Answer& answer) const;
+    void prepare(const Request& request, const std::string& endpoint);
+    Response attempt(const Request& request, const std::string& endpoint);
+    std::string failureOf(const Response& response) const;
 
-    struct Free {
+    struct FreeHandle {
         void operator()(void* handle) const;
     };
     std::string m_bucket;
-    TellRequest m_tell;
+    RequestObserver m_observer;
     std::vector<std::string> m_endpoints;
-    std::size_t m_current = 0;  // of the endpoints: the one that has answered last
+    std::size_t m_current = 0;  // index of the endpoint that answered last
     std::string m_key;
     std::string m_secret;
     std::string m_region;
-    std::string m_authorities;
-    long m_stall = 0;
-    std::unique_ptr<void, Free> m_handle;
+    std::string m_certificates;  // file of trusted authorities; empty: those of the machine
+    long m_stallSeconds = 0;
+    std::unique_ptr<void, FreeHandle> m_handle;  // of libcurl; keeps its connection from one request to the next
 };
 
 }  // namespace sim

@@ -207,7 +207,7 @@ StoredBackup damaged(const BackupName& name, const std::string& damage) {
 
 }  // namespace
 
-ObjectStore::ObjectStore(const std::string& place, TellRequest tell) : m_place(place) {
+ObjectStore::ObjectStore(const std::string& place, RequestObserver observer) : m_place(place) {
     if (place.compare(0, sizeof SCHEME - 1, SCHEME) != 0) {
         refusePlace(place, "its scheme is not s3");
     }
@@ -229,7 +229,7 @@ ObjectStore::ObjectStore(const std::string& place, TellRequest tell) : m_place(p
     }
     m_place = SCHEME + bucket + (m_prefix.empty() ? "" : "/" + m_prefix);
     m_prefix += m_prefix.empty() ? "" : "/";
-    m_client = std::make_unique<ObjectClient>(bucket, std::move(tell));
+    m_client = std::make_unique<ObjectClient>(bucket, std::move(observer));
 }
 
 std::string ObjectStore::folderOf(const Address& address) const {
@@ -252,7 +252,7 @@ std::optional<BackupName> ObjectStore::nameIn(const ObjectClient::Object& object
     }
     const std::string countedDown = parts[3].substr(KEY_VERSION.size());
     return isId(countedDown)
-               ? std::optional(BackupName{{parts[0], parts[1], parts[2]}, mirrored(countedDown), object.tag})
+               ? std::optional(BackupName{{parts[0], parts[1], parts[2]}, mirrored(countedDown), object.etag})
                : std::nullopt;
 }
 
@@ -321,9 +321,9 @@ std::string ObjectStore::put(const NewBackup& backup, const fs::path& bundle) {
     const std::string rest = writeJson(info) + "\n" + backup.metadata;
     ObjectClient::Body body;
     body.file = bundle;
-    body.head = fmt::format("{}{}\n", MARK, Digest().addBytes(rest).addFile(bundle).hex()) + rest;
-    body.size = body.head.size() + info["bundle"].asUInt64();
-    body.digest = Digest().addBytes(body.head).addFile(bundle).hex();
+    body.header = fmt::format("{}{}\n", MARK, Digest().addBytes(rest).addFile(bundle).hex()) + rest;
+    body.size = body.header.size() + info["bundle"].asUInt64();
+    body.sha256 = Digest().addBytes(body.header).addFile(bundle).hex();
     BackupName name{backup, fmt::format("{}-{:08x}", textOf(number), std::random_device()()), ""};
     m_client->put(keyOf(name), body);
     return name.id;

@@ -25,7 +25,7 @@ namespace sim {
 class ObjectStore final : public CloudStore {
 public:
     // `place` is s3://BUCKET[/PREFIX]. Throws Error where it is not, or the environment lacks something.
-    ObjectStore(const std::string& place, TellRequest tell);
+    ObjectStore(const std::string& place, RequestObserver observer);
 
     std::string place() const override { return m_place; }
     bool isRemote() const override { return true; }
