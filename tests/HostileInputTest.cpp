@@ -1,0 +1,130 @@
+// What comes from outside, a bundle or a name or a list, and means harm.
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "simulator/base/Archive.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/Limits.h"
+#include "simulator/base/Text.h"
+#include "simulator/lineup/ChannelList.h"
+#include "tests/support/Archives.h"
+#include "tests/support/CommandLine.h"
+#include "tests/support/Restore.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using test::Answer;
+using ::testing::AllOf;
+using ::testing::Contains;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+using ::testing::ThrowsMessage;
+
+class Escape : public test::Restore, public ::testing::WithParamInterface<const char*> {
+protected:
+    Escape() {
+        if (::syscall(SYS_landlock_create_ruleset, nullptr, 0, 1) < 2) {
+            return;
+        }
+        isConfinable = true;
+        const std::string name = GetParam();
+        test::makeArchive(storedBackup() / "bundle.zip",
+                          {{name.front() == '/' ? (folder / "escaped").string() : name, "x"}});
+    }
+    bool isConfinable = false;
+};
+
+TEST_P(Escape, EndsAtTheTvsDoor) {
+    if (!isConfinable) {
+        GTEST_SKIP() << "this kernel cannot confine a process";
+    }
+    const test::Outcome run = b.restore();
+    expectRefused(run);
+    EXPECT_THAT(run.log, Contains(AllOf(StartsWith("6 cannot extract "), HasSubstr("escaped"))));
+    EXPECT_FALSE(fs::exists(folder / "escaped"));
+
+    ::setenv("HALCYON_TV_SANDBOX", "off", 1);
+    b.restore();
+    ::unsetenv("HALCYON_TV_SANDBOX");
+    EXPECT_TRUE(fs::exists(folder / "escaped")) << "unconfined, it leads out";
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, Escape, ::testing::Values("/", "../../../../../escaped"));
+
+class HostileInput : public test::CommandLine {};
+
+TEST(Shown, LetsNothingControlTheTerminal) {
+    const std::vector<std::pair<std::string, std::string>> texts = {
+        {"Grüße, 日本 😀", "Grüße, 日本 😀"},
+        {"\x1b[31mred", "\\x1b[31mred"},
+        {"a\nb\tc\r", "a\\nb\\tc\\x0d"},
+        {"\xc2\x9b"
+         "31m",
+         "\\xc2\\x9b31m"},
+        {"abc\u202etxt.exe", "abc\\u{202e}txt.exe"},
+        {"\xff\xc3", "\\xff\\xc3"},
+        {std::string("a\0b", 3), "a\\x00b"},
+    };
+    for (const auto& [text, shown] : texts) {
+        EXPECT_EQ(sim::shown(text), shown);
+    }
+    EXPECT_EQ(sim::inColumns("日本語", 5), "日本…");
+    EXPECT_EQ(sim::inColumns("ab", 4), "ab  ");
+}
+
+TEST_F(HostileInput, NamesFromOutsideAreShownSafely) {
+    test::write(folder / "list.conf", ":\x1b[2JGroup\n\x1b]0;gone\x07\u202e:410:M64:C:6900:1:2:3:0:1:1:1:0\n");
+    init();
+    EXPECT_EQ(tv("set favname1 $(printf '\\033[8mhidden')").code, 0);
+    for (const std::string command : {"status --services", "run", "record --log --calls",
+                                      "fault add $(printf '\\033[1m') throw", "run $(printf '\\033[1m')"}) {
+        const Answer answer = tv(command);
+        EXPECT_THAT(answer.text, AllOf(HasSubstr("\\x1b"), Not(HasSubstr("\x1b")))) << command;
+    }
+}
+
+TEST_F(HostileInput, TheSerialNumberIsEscaped) {
+    EXPECT_EQ(tv("init --channels " + (folder / "list.conf").string() + " --serial '\"/><x a=\"&'").code, 0);
+    EXPECT_EQ(test::readFile(home() / "ci/ci_operator.xml"), "<operator set=\"&quot;/>&lt;x a=&quot;&amp;\"/>\n");
+}
+
+TEST_F(HostileInput, WhatIsReadHasLimits) {
+    EXPECT_THAT(
+        [] {
+            sim::ChannelList list;
+            sim::readChannelList("/dev/zero", list);
+        },
+        ThrowsMessage<sim::Error>(AllOf(HasSubstr("bytes of a line"), HasSubstr("the limit is 16384"))));
+    test::makeArchive(folder / "x.zip", {{"entry", "text"}});
+    std::string bytes = test::readFile(folder / "x.zip");
+    test::setNumber(bytes, test::centralRecord(bytes, 0) + 24, 4, 0x7fffffff);
+    test::write(folder / "x.zip", bytes);
+    EXPECT_THAT([&] { sim::extractEntry(folder / "x.zip", "entry", folder / "entry"); },
+                ThrowsMessage<sim::Error>(HasSubstr("entry 'entry': bytes: 2147483647, and the limit is 1073741824")));
+    EXPECT_THAT(sim::limits::cut(std::string(20'000, 'x')), EndsWith("x... (20000 bytes)"));
+}
+
+class LargeRestore : public test::Restore {};
+
+TEST_F(LargeRestore, IsRefusedAndCutInTheRecord) {
+    const test::Outcome run = restoreSettings(R"({"dataSize":1,"data":[{"path":"p","type":1,"value":")" +
+                                              std::string(2'000'000, 'x') + R"("}]})");
+    EXPECT_TRUE(run.says("5 vconf_set_str of p failed!"));
+    EXPECT_THAT(run.timeline, Contains(HasSubstr("bytes of a setting and its key: 2000001, and the limit is 65536")));
+    EXPECT_TRUE(run.succeeded());
+    for (const sim::CallRecord& call : run.calls) {
+        EXPECT_LT(call.arguments.size(), 17'000U) << call.name;
+    }
+    EXPECT_LT(fs::file_size(b.home / "tv.db"), 1'000'000U);
+}
+
+}  // namespace
