@@ -101,7 +101,7 @@ TEST_F(Faults, AreOnlyOfWhatCanHappen) {
 }
 
 TEST_F(Faults, FireForEverIfTheRuleSaysSo) {
-    sim::Tv(a.home).faults().add({0, "vconf_get_str", "throw", 1, 0, 0});
+    a.fault("vconf_get_str", "throw", 1, 0);
     for (int run = 1; run <= 2; ++run) {
         EXPECT_EQ(a.backUp().ended, sim::RunEnd::Crashed);
         EXPECT_EQ(a.faultsFired(), run);

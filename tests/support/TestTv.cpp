@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -11,7 +10,7 @@
 #include <iterator>
 #include <map>
 
-#include "simulator/base/Process.h"
+#include "simulator/base/Descriptor.h"
 #include "simulator/device/Device.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Bundle.h"
@@ -164,20 +163,24 @@ TestTv::TestTv(const fs::path& folder, const std::string& name, const std::strin
         home, [&](sim::ChannelSink& sink) { sim::readChannelList(list, sink); }, "serial-" + name);
 }
 
-Outcome TestTv::launch(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words = {HALCYON_LINEUP};
-    words.insert(words.end(), arguments.begin(), arguments.end());
+sim::Launch TestTv::application(const Strings& arguments) const {
+    sim::Launch launch;
+    launch.words = {HALCYON_LINEUP};
+    launch.words.insert(launch.words.end(), arguments.begin(), arguments.end());
+    launch.environment = {{"HALCYON_TV_HOME", home},
+                          {"HALCYON_CLOUD", cloud},
+                          {"LSAN_OPTIONS", "suppressions=" TEST_DATA "/../lsan.supp:print_suppressions=0"}};
+    return launch;
+}
+
+Outcome TestTv::launch(const Strings& arguments) {
     sim::Tv tv(home);
     const std::int64_t before = tv.runs().newest();
     const fs::path errors = home.parent_path() / "stderr";
-    const int descriptor = ::open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    const sim::Process process({words,
-                                {{"HALCYON_TV_HOME", home},
-                                 {"HALCYON_CLOUD", cloud},
-                                 {"LSAN_OPTIONS", "suppressions=" TEST_DATA "/../lsan.supp:print_suppressions=0"}},
-                                -1,
-                                descriptor});
-    ::close(descriptor);
+    const sim::Descriptor descriptor = sim::openFile(errors, O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    sim::Launch application = this->application(arguments);
+    application.errors = descriptor.get();
+    const sim::Process process(application);
     Outcome outcome;
     outcome.exitStatus = process.wait();
     const std::optional<sim::Run> run = tv.runs().close(before, process.id(), "ended");
@@ -194,7 +197,8 @@ Outcome TestTv::launch(const std::vector<std::string>& arguments) {
     for (const std::string& message : messagesOf(log)) {
         outcome.log.push_back(readable(message, *this));
     }
-    for (sim::CallRecord& call : outcome.calls = tv.runs().calls(run->id)) {
+    outcome.calls = tv.runs().calls(run->id);
+    for (sim::CallRecord& call : outcome.calls) {
         call.arguments = readable(call.arguments, *this);
     }
     expectOneOperation(outcome, log);
@@ -210,11 +214,12 @@ Outcome TestTv::launchUnder(const std::string& call, const std::string& failure,
     return outcome;
 }
 
-void TestTv::fault(const std::string& call, const std::string& failure, int nth) {
+void TestTv::fault(const std::string& call, const std::string& failure, int nth, int times) {
     sim::FaultRule rule;
     rule.call = call;
     rule.failure = failure;
     rule.nth = nth;
+    rule.times = times;
     sim::Tv(home).faults().add(rule);
 }
 

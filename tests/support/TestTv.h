@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "simulator/base/Files.h"
+#include "simulator/base/Process.h"
 #include "simulator/lineup/Setup.h"
 #include "simulator/tv/Tv.h"
 
@@ -59,6 +60,9 @@ public:
     // Makes a factory-fresh TV below `folder`; the TVs of a folder share its cloud.
     TestTv(const std::filesystem::path& folder, const std::string& name, const std::string& channels);
 
+    // How the application is started on this TV.
+    sim::Launch application(const Strings& arguments) const;
+
     // Runs the application as a process of its own, and checks where each of its log records comes from.
     Outcome launch(const Strings& arguments);
     Outcome backUp() { return launch({"--reply"}); }
@@ -73,7 +77,8 @@ public:
         return launchUnder(call, failure, {"operation=restore", "--reply"}, nth);
     }
 
-    void fault(const std::string& call, const std::string& failure, int nth = 1);
+    // A call fails so many times, from the nth of a run on; times 0: for ever.
+    void fault(const std::string& call, const std::string& failure, int nth = 1, int times = 1);
     void clearFaults();
     // How often the rules have fired since they were last cleared.
     int faultsFired();

@@ -22,6 +22,8 @@
 #include <optional>
 #include <system_error>
 
+#include "simulator/base/Descriptor.h"
+
 namespace fs = std::filesystem;
 
 namespace test {
@@ -31,6 +33,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto HUNG_AFTER = 30s;
+constexpr int MAX_CALLS = 1'000'000;
 
 [[noreturn]] void fail(const char* what, int error) {
     throw std::system_error(error, std::generic_category(), what);
@@ -42,19 +45,6 @@ int check(const char* what, int result) {
     }
     return result;
 }
-
-class Descriptor {
-public:
-    explicit Descriptor(int number) : m_number(number) {}
-    ~Descriptor() { ::close(m_number); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int number() const { return m_number; }
-
-private:
-    int m_number;
-};
 
 // Where a call names what it changes: an open file, or a path, which may be relative to an open folder.
 struct Place {
@@ -217,9 +207,9 @@ void answer(int listener, const seccomp_notif& event, int error) {
     seccomp_notify_respond(listener, &response);
 }
 
-// Answers the calls of a process until it has ended, or hangs.
+// Answers the calls of a process until it has ended, or hangs, or makes more of them than any run needs.
 void follow(int listener, const fs::path& folder, const Fate& fate) {
-    for (;;) {
+    for (int calls = 0; calls < MAX_CALLS; ++calls) {
         pollfd state = {listener, POLLIN, 0};
         const int ready = ::poll(&state, 1, static_cast<int>(std::chrono::milliseconds(HUNG_AFTER).count()));
         seccomp_notif event = {};
@@ -237,17 +227,17 @@ int runTraced(const sim::Launch& launch, const fs::path& folder, const Fate& fat
     const Filter filter = makeFilter();
     std::array<int, 2> ends;
     check("cannot make a socket", ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()));
-    const Descriptor ours(ends[0]);
+    const sim::Descriptor ours(ends[0]);
     int id = 0;
     {
-        const Descriptor theirs(ends[1]);
+        const sim::Descriptor theirs(ends[1]);
         id = check("cannot fork", ::fork());
         if (id == 0) {
-            become(launch, filter.get(), theirs.number());
+            become(launch, filter.get(), theirs.get());
         }
     }
-    const Descriptor listener(receiveDescriptor(ours.number()));
-    follow(listener.number(), folder, fate);
+    const sim::Descriptor listener(receiveDescriptor(ours.get()));
+    follow(listener.get(), folder, fate);
     ::kill(id, SIGKILL);  // no harm where it has ended
     int status = 0;
     check("cannot wait", ::waitpid(id, &status, 0));
