@@ -3,11 +3,14 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 
+#include "simulator/base/Descriptor.h"
 #include "simulator/base/Process.h"
 #include "tests/support/CommandLine.h"
 
@@ -20,7 +23,18 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-class Run : public test::CommandLine {};
+class Run : public test::CommandLine {
+protected:
+    // `halcyon-tv run` beside this process; output -1: to this process's.
+    sim::Launch toolRun(const test::Strings& options, int output = -1) const {
+        sim::Launch launch;
+        launch.words = {HALCYON_TV, "--home", home(), "run"};
+        launch.words.insert(launch.words.end(), options.begin(), options.end());
+        launch.output = output;
+        launch.errors = output;
+        return launch;
+    }
+};
 
 TEST_F(Run, ASecondRunIsRefusedOrWaits) {
     init();
@@ -37,18 +51,21 @@ TEST_F(Run, ASecondRunIsRefusedOrWaits) {
         EXPECT_EQ(tv("status").code, 0) << "readers are not blocked";
     }
     sim::FolderLock held = sim::lockTv(home(), std::chrono::seconds(0));
-    const sim::Process waiting({{HALCYON_TV, "--home", home(), "run", "-q", "--wait", "60"}, {}, -1, -1});
+    const sim::Process waiting(toolRun({"-q", "--wait", "60"}));
     held = {};
     EXPECT_EQ(WEXITSTATUS(waiting.wait()), 0);
 }
 
 TEST_F(Run, ASignalToTheToolEndsTheApplication) {
     init();
-    const int output = ::open((folder / "output").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    const sim::Process tool({{HALCYON_TV, "--home", home(), "run", "--realtime"}, {}, output, output});
-    ::close(output);
-    while (sim::Tv(home(), sim::Database::Access::Look).runs().newest() == 0) {
-    }
+    std::array<int, 2> ends = {};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    const sim::Descriptor reader(ends[0]);
+    sim::Descriptor writer(ends[1]);
+    const sim::Process tool(toolRun({"--realtime"}, writer.get()));
+    writer.reset();
+    pollfd firstLine = {reader.get(), POLLIN, 0};  // of the application's log: its run has begun
+    ASSERT_EQ(::poll(&firstLine, 1, 60'000), 1) << "the run doesn't begin";
     ::kill(tool.id(), SIGTERM);
     EXPECT_EQ(WEXITSTATUS(tool.wait()), 1);
     const std::optional<sim::Run> run = sim::Tv(home()).runs().find(1);
