@@ -121,6 +121,9 @@ TEST_F(ChannelListFile, ReportsBadLinesAndLoadsTheOthers) {
         ASSERT_THAT(list.problems, SizeIs(1)) << line;
         EXPECT_THAT(list.problems[0], HasSubstr("list.conf:2: " + reason)) << line;
     }
+}
+
+TEST_F(ChannelListFile, HasToHaveAService) {
     EXPECT_THAT([&] { parse("nothing\n"); }, ThrowsMessage<sim::Error>(HasSubstr("not one service")));
     EXPECT_THAT(
         [&] {

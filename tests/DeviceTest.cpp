@@ -54,10 +54,8 @@ TEST_F(Platform, TellsJsonFromOtherTexts) {
         EXPECT_TRUE(JsonUtil::StringToJson(text, value)) << text;
     }
     const std::string deep = std::string(1200, '[') + std::string(1200, ']');
-    for (const std::string& text :
-         {std::string(), std::string(" "), std::string("{} x"), std::string("{"), std::string("[1,]"),
-          std::string("[-01]"), std::string("[2.]"), std::string("['a']"), std::string("[\"a\nb\"]"),
-          std::string("[1]//x"), std::string("1\0", 2), deep}) {
+    for (const std::string& text : test::Strings{"", " ", "{} x", "{", "[1,]", "[-01]", "[2.]", "['a']", "[\"a\nb\"]",
+                                                 "[1]//x", std::string("1\0", 2), deep}) {
         Json::Value value(1);
         EXPECT_FALSE(JsonUtil::StringToJson(text, value)) << text.substr(0, 20);
         EXPECT_TRUE(value.isNull()) << text.substr(0, 20);

@@ -26,12 +26,6 @@ using ::testing::HasSubstr;
 using ::testing::SizeIs;
 using ::testing::ThrowsMessage;
 
-unsigned int modeOf(const fs::path& path) {
-    struct stat status = {};
-    EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
-    return status.st_mode & 07777U;
-}
-
 TEST(Environment, SaysWhereHomesAndCloudsAre) {
     const std::vector<std::tuple<const char*, const char*, const char*, std::string>> environments = {
         {"/given/tv/", "/state", "/user", "/given/tv"},
@@ -60,8 +54,8 @@ class Home : public test::CommandLine {};
 TEST_F(Home, HomesAndCloudsArePrivate) {
     init();
     tv("run -q");
-    EXPECT_EQ(modeOf(home()), 0700U);
-    EXPECT_EQ(modeOf(folder / "cloud"), 0700U);
+    EXPECT_EQ(fs::status(home()).permissions(), fs::perms::owner_all);
+    EXPECT_EQ(fs::status(folder / "cloud").permissions(), fs::perms::owner_all);
     ASSERT_EQ(::chmod(home().c_str(), 0770), 0);
     for (const std::string command : {"status", "run -q"}) {
         const Answer refused = tv(command);
@@ -105,6 +99,14 @@ TEST_F(Home, ATvThatCannotBeWrittenToCanBeShown) {
     ASSERT_EQ(::chmod((home() / "service-db").c_str(), 0700), 0);
 }
 
+test::Strings idsIn(const sim::CloudStore& store) {
+    test::Strings ids;
+    for (const sim::StoredBackup& backup : sim::listBackups(store)) {
+        ids.push_back(backup.id + (backup.damage.empty() ? "" : " damaged"));
+    }
+    return ids;
+}
+
 TEST_F(Home, TheStoreHasOneOrderAndHidesNothing) {
     init();
     tv("run -q");
@@ -114,18 +116,11 @@ TEST_F(Home, TheStoreHasOneOrderAndHidesNothing) {
     }
     fs::create_directory(category / "000abc");
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(folder / "cloud");
-    const auto ids = [&] {
-        test::Strings list;
-        for (const sim::StoredBackup& backup : sim::listBackups(*store)) {
-            list.push_back(backup.id + (backup.damage.empty() ? "" : " damaged"));
-        }
-        return list;
-    };
-    EXPECT_THAT(ids(), ElementsAre("000001", "999999", "1000000"));
+    EXPECT_THAT(idsIn(*store), ElementsAre("000001", "999999", "1000000"));
     EXPECT_EQ(store->newest({"default", "Qr7tLw2ZkA", "OOBERFChannelList"})->id, "1000000") << "the newest";
     EXPECT_EQ(tv("run -q").code, 0);
     fs::remove(category / "999999/bundle.zip");
-    EXPECT_THAT(ids(), ElementsAre("000001", "999999 damaged", "1000000", "1000001"));
+    EXPECT_THAT(idsIn(*store), ElementsAre("000001", "999999 damaged", "1000000", "1000001"));
     EXPECT_THAT(tv("cloud list").text, AllOf(HasSubstr("1000001"), HasSubstr("DAMAGED"), HasSubstr("000001 ")));
     EXPECT_THAT(tv("bundle show").text, HasSubstr("backup 1000001"));
 }
@@ -165,6 +160,9 @@ TEST_F(Services, ThatAreGoneFailTheCalls) {
     const test::Outcome run = b.backUp();
     EXPECT_EQ(run.ended, sim::RunEnd::Exit);
     EXPECT_TRUE(run.says("6 IUtil::GetServiceDb({data}{name}/ServiceDB.zip) fail"));
+}
+
+TEST_F(Services, AreNotTakenFromAStoredBackupThatLiesOrCannotBeRead) {
     a.backUp();
     fs::remove(storedBackup() / "metadata.json");
     EXPECT_EQ(a.restore().response, sim::Response::Error) << "a backup that the cloud cannot read";
