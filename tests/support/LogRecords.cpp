@@ -1,6 +1,7 @@
 #include "tests/support/LogRecords.h"
 
 #include <fmt/format.h>
+#include <fnmatch.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -14,26 +15,26 @@ namespace test {
 namespace {
 
 struct Listed {
-    std::string source;                 // "HalcyonLineup Backup 6" or, where the line counts, "FileUtil Remove(69) 6"
-    std::vector<std::string> literals;  // of the format, between its conversions
-    std::size_t literalSize = 0;
+    std::string source;   // "HalcyonLineup Backup 6" or, where the line counts, "FileUtil Remove(69) 6"
+    std::string pattern;  // of the message, for fnmatch()
+    std::ptrdiff_t literals = 0;
 };
 
-// "%s of %d" has the literals "", " of ", "".
-std::vector<std::string> literalsOf(const std::string& format) {
-    std::vector<std::string> literals(1);
+// A format's own characters, each escaped, and '*' for each of its conversions.
+std::string patternOf(const std::string& format) {
+    std::string pattern;
     for (std::size_t i = 0; i < format.size(); ++i) {
         if (format[i] == '%') {
             i = format.find_first_of("sdxopuf", i);
-            literals.emplace_back();
+            pattern += '*';
         } else if (format[i] == '\\') {
             ++i;
-            literals.back() += '\n';
+            pattern += "\\\n";
         } else {
-            literals.back() += format[i];
+            pattern += {'\\', format[i]};
         }
     }
-    return literals;
+    return pattern;
 }
 
 const std::vector<Listed>& list() {
@@ -42,46 +43,24 @@ const std::vector<Listed>& list() {
         std::ifstream file(TEST_DATA "/log-records.txt");
         for (std::string line; std::getline(file, line);) {
             const std::size_t format = line.find(' ', line.find(' ', line.find(' ') + 1) + 1);
-            Listed listed{line.substr(0, format), literalsOf(line.substr(format + 1)), 0};
-            for (const std::string& literal : listed.literals) {
-                listed.literalSize += literal.size();
-            }
-            read.push_back(listed);
+            const std::string pattern = patternOf(line.substr(format + 1));
+            read.push_back({line.substr(0, format), pattern, std::count(pattern.begin(), pattern.end(), '\\')});
         }
         return read;
     }();
     return all;
 }
 
-bool matches(const std::vector<std::string>& literals, const std::string& message) {
-    if (literals.size() == 1) {
-        return message == literals.front();
-    }
-    const std::string& last = literals.back();
-    if (message.compare(0, literals.front().size(), literals.front()) != 0 || message.size() < last.size()) {
-        return false;
-    }
-    std::size_t at = literals.front().size();
-    for (std::size_t i = 1; i + 1 < literals.size(); ++i) {
-        const std::size_t found = message.find(literals[i], at);
-        if (found == std::string::npos) {
-            return false;
-        }
-        at = found + literals[i].size();
-    }
-    return message.size() - last.size() >= at && message.compare(message.size() - last.size(), last.size(), last) == 0;
-}
-
 // Where a message may come from: of the formats that it matches, those that say the most.
 std::vector<std::string> sourcesOf(const std::string& message) {
     std::vector<std::string> sources;
-    std::size_t most = 0;
+    std::ptrdiff_t most = 0;
     for (const Listed& listed : list()) {
-        if (listed.literalSize >= most && matches(listed.literals, message)) {
-            if (listed.literalSize > most) {
+        if (listed.literals >= most && ::fnmatch(listed.pattern.c_str(), message.c_str(), 0) == 0) {
+            if (listed.literals > most) {
                 sources.clear();
             }
-            most = listed.literalSize;
+            most = listed.literals;
             sources.push_back(listed.source);
         }
     }
