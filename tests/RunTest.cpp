@@ -9,6 +9,7 @@
 
 #include <array>
 #include <csignal>
+#include <future>
 
 #include "simulator/base/Descriptor.h"
 #include "simulator/base/Process.h"
@@ -23,18 +24,7 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-class Run : public test::CommandLine {
-protected:
-    // `halcyon-tv run` beside this process; output -1: to this process's.
-    sim::Launch toolRun(const test::Strings& options, int output = -1) const {
-        sim::Launch launch;
-        launch.words = {HALCYON_TV, "--home", home(), "run"};
-        launch.words.insert(launch.words.end(), options.begin(), options.end());
-        launch.output = output;
-        launch.errors = output;
-        return launch;
-    }
-};
+class Run : public test::CommandLine {};
 
 TEST_F(Run, ASecondRunIsRefusedOrWaits) {
     init();
@@ -51,9 +41,9 @@ TEST_F(Run, ASecondRunIsRefusedOrWaits) {
         EXPECT_EQ(tv("status").code, 0) << "readers are not blocked";
     }
     sim::FolderLock held = sim::lockTv(home(), std::chrono::seconds(0));
-    const sim::Process waiting(toolRun({"-q", "--wait", "60"}));
+    std::future<Answer> waiting = std::async(std::launch::async, [&] { return tv("run -q --wait 60"); });
     held = {};
-    EXPECT_EQ(WEXITSTATUS(waiting.wait()), 0);
+    EXPECT_EQ(waiting.get().code, 0);
 }
 
 TEST_F(Run, ASignalToTheToolEndsTheApplication) {
@@ -62,7 +52,10 @@ TEST_F(Run, ASignalToTheToolEndsTheApplication) {
     ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
     const sim::Descriptor reader(ends[0]);
     sim::Descriptor writer(ends[1]);
-    const sim::Process tool(toolRun({"--realtime"}, writer.get()));
+    sim::Launch launch;
+    launch.words = {HALCYON_TV, "--home", home(), "run", "--realtime"};
+    launch.output = launch.errors = writer.get();
+    const sim::Process tool(launch);
     writer.reset();
     pollfd firstLine = {reader.get(), POLLIN, 0};  // of the application's log: its run has begun
     ASSERT_EQ(::poll(&firstLine, 1, 60'000), 1) << "the run doesn't begin";
