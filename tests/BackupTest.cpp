@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 namespace {
 
 using Lines = std::vector<std::string>;
-using test::Outcome;
+using test::RunResult;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -49,9 +49,9 @@ protected:
     }
 
     // Runs a backup that fails as told. It must leave the session closed, the cloud empty and the TV as it was.
-    Outcome failingBackup(const std::string& call, const std::string& failure, int nth = 1) {
+    RunResult failingBackup(const std::string& call, const std::string& failure, int nth = 1) {
         const sim::Setup before = a.setup();
-        Outcome run = a.backUpUnder(call, failure, nth);
+        RunResult run = a.backUpUnder(call, failure, nth);
         EXPECT_THAT(run.logBetween("5 operation fail", "4 Last line"), ElementsAre("5 operation fail", "4 Last line"));
         EXPECT_EQ(run.count("bnr_deinit"), 1);
         EXPECT_EQ(run.ended, sim::RunEnd::Exit);
@@ -72,7 +72,7 @@ protected:
     }
 
     // The log of a failed run from the failure on.
-    Lines endOf(const Outcome& run, const std::string& from) { return run.logBetween(from, "4 Last line"); }
+    Lines endOf(const RunResult& run, const std::string& from) { return run.logBetween(from, "4 Last line"); }
 
     const Lines closing = {"5 bnr_callback_deregister success. Handler=[1]", "5 bnr_deinit success", "5 operation fail",
                            "4 Last line"};
@@ -85,7 +85,7 @@ protected:
 
 TEST_F(Backup, BringsEverythingIntoTheCloud) {
     const sim::Setup before = a.setup();
-    const Outcome run = a.backUp();
+    const RunResult run = a.backUp();
     EXPECT_TRUE(run.succeeded());
     EXPECT_EQ(run.reply, std::nullopt) << "a backup never replies";
     EXPECT_THAT(bundleEntries(), UnorderedElementsAre("ServiceDB.zip", "vconf.json", "issDB.zip", "ci/ci_profile.bin",
@@ -147,12 +147,12 @@ TEST_F(Backup, IsNamedAfterTheLocalTime) {
 
 TEST_F(Backup, EndsWithoutTheChannelDatabase) {
     for (const std::string failure : {"result=-1", "result=0"}) {
-        const Outcome run = failingBackup("TVServiceAPI::CreateUtil", failure);
+        const RunResult run = failingBackup("TVServiceAPI::CreateUtil", failure);
         EXPECT_EQ(endOf(run, "6 TVServiceAPI::CreateUtil fail"), closingAfter("6 TVServiceAPI::CreateUtil fail"));
         EXPECT_EQ(run.count("TVServiceAPI::Destroy"), 0);
     }
     for (const std::string failure : {"result=-1", "result=0"}) {
-        const Outcome run = failingBackup("IUtil::GetServiceDb", failure);
+        const RunResult run = failingBackup("IUtil::GetServiceDb", failure);
         const std::string message = "6 IUtil::GetServiceDb({data}{name}/ServiceDB.zip) fail";
         EXPECT_EQ(endOf(run, message), closingAfter(message));
         EXPECT_EQ(run.count("TVServiceAPI::Destroy"), 1);
@@ -168,18 +168,18 @@ TEST_F(Backup, EndsIfTheChannelDatabaseCannotBeUnpacked) {
         {"damage=truncate", "6 Cannot open {data}{name}/ServiceDB.zip."},
     };
     for (const auto& [damage, reason] : damages) {
-        const Outcome run = failingBackup("IUtil::GetServiceDb", damage);
+        const RunResult run = failingBackup("IUtil::GetServiceDb", damage);
         EXPECT_EQ(endOf(run, message), closingAfter(message));
         EXPECT_TRUE(run.says(reason)) << damage;
         fs::remove_all(a.data);
     }
-    const Outcome run = failingBackup("IUtil::GetServiceDb", "damage=corrupt");
+    const RunResult run = failingBackup("IUtil::GetServiceDb", "damage=corrupt");
     EXPECT_EQ(endOf(run, message), closingAfter(message));
     EXPECT_THAT(a.dataFiles(), Contains(::testing::EndsWith("service-db/services.db"))) << "half unpacked, it stays";
 }
 
 TEST_F(Backup, EndsIfTheChannelDatabaseCannotBePackedAgain) {
-    const Outcome run = failingBackup("IUtil::GetServiceDb", "damage=unwritable");
+    const RunResult run = failingBackup("IUtil::GetServiceDb", "damage=unwritable");
     const std::string message = "6 CreateZipFile({data}{name}/service-db/, {data}{name}/ServiceDB.zip)) fail";
     EXPECT_EQ(endOf(run, message), closingAfter(message));
     EXPECT_TRUE(run.says("6 zipOpen64 error"));
@@ -187,7 +187,7 @@ TEST_F(Backup, EndsIfTheChannelDatabaseCannotBePackedAgain) {
 }
 
 TEST_F(Backup, EndsIfTheBundleCannotBePacked) {
-    const Outcome run = failingBackup("IUtil::GetIssDbArchive", "damage=dangling");
+    const RunResult run = failingBackup("IUtil::GetIssDbArchive", "damage=dangling");
     const std::string message = "6 CreateZipFile({data}{name}/, {data}{name}.zip)) for update file fail";
     EXPECT_EQ(endOf(run, message), closingAfter(message));
     EXPECT_TRUE(run.says("6 Cannot open {data}{name}/issDB.zip for archiving."));
@@ -196,7 +196,7 @@ TEST_F(Backup, EndsIfTheBundleCannotBePacked) {
 
 TEST_F(Backup, KeepsTheStagingFolderIfTheBundleCannotBeOpened) {
     makeFolders(".zip");
-    const Outcome run = a.backUp();
+    const RunResult run = a.backUp();
     EXPECT_THAT(
         run.logBetween("6 zipOpen64 error", "4 Last line"),
         ElementsAre("6 zipOpen64 error", "6 CreateZipFile({data}{name}/, {data}{name}.zip)) for update file fail",
@@ -206,7 +206,7 @@ TEST_F(Backup, KeepsTheStagingFolderIfTheBundleCannotBeOpened) {
 
 // The hand-over's three outcomes.
 TEST_F(Backup, APostponedHandOverIsAFailureThatLeavesNothing) {
-    const Outcome run = failingBackup("bnr_backup", "result=6");
+    const RunResult run = failingBackup("bnr_backup", "result=6");
     const std::string message = std::string("5 bnr_backup(") + METADATA + ", {data}{name}.zip) is postponded [6]";
     EXPECT_THAT(endOf(run, message), ElementsAre(message, "5 remove({data}{name}.zip) success", closing[0], closing[1],
                                                  closing[2], closing[3]));
@@ -216,7 +216,7 @@ TEST_F(Backup, APostponedHandOverIsAFailureThatLeavesNothing) {
 
 // The service has what it took, whatever becomes of the bundle here.
 TEST_F(Backup, IsHandedOverThoughTheBundleCannotBeRemoved) {
-    const Outcome run = a.backUpUnder("bnr_backup", "damage=missing");
+    const RunResult run = a.backUpUnder("bnr_backup", "damage=missing");
     EXPECT_TRUE(run.says("6 remove({data}{name}.zip) fail [0][Success]"));
     EXPECT_FALSE(run.says("5 operation fail"));
     EXPECT_TRUE(run.succeeded());
@@ -224,7 +224,7 @@ TEST_F(Backup, IsHandedOverThoughTheBundleCannotBeRemoved) {
 
 TEST_F(Backup, ARefusedBundleIsKeptInTheFailureFolder) {
     for (const std::string status : {"-2", "2"}) {
-        const Outcome run = failingBackup("bnr_backup", "result=" + status);
+        const RunResult run = failingBackup("bnr_backup", "result=" + status);
         const std::string message =
             std::string("6 bnr_backup(") + METADATA + ", {data}{name}.zip) fail [" + status + "]";
         EXPECT_THAT(endOf(run, message),
@@ -259,7 +259,7 @@ class BackupItem : public Backup, public ::testing::WithParamInterface<Item> {};
 TEST_P(BackupItem, IsBestEffort) {
     const Item& item = GetParam();
     SCOPED_TRACE(std::string(item.call) + " " + item.failure);
-    const Outcome run = a.backUpUnder(item.call, item.failure, item.nth);
+    const RunResult run = a.backUpUnder(item.call, item.failure, item.nth);
     EXPECT_TRUE(run.succeeded());
     Lines entries = item.entries;
     entries.insert(entries.end(), {"ServiceDB.zip", "vconf.json"});
@@ -296,7 +296,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(Backup, SendsTheBundleWithoutSettingsThatCannotBeWritten) {
     makeFolders("/vconf.json");
-    const Outcome run = a.backUp();
+    const RunResult run = a.backUp();
     EXPECT_TRUE(run.says("5 CHalcyonLineup::m_BackupVconf problem with opening file \n"));
     EXPECT_TRUE(run.succeeded());
     EXPECT_THAT(bundleEntries(),
@@ -304,7 +304,7 @@ TEST_F(Backup, SendsTheBundleWithoutSettingsThatCannotBeWritten) {
 }
 
 TEST_F(Backup, DiesOfASettingThatCannotBeRead) {
-    const Outcome run = a.backUpUnder("vconf_get_str", "null", 3);
+    const RunResult run = a.backUpUnder("vconf_get_str", "null", 3);
     EXPECT_EQ(run.ended, sim::RunEnd::Crashed);
     EXPECT_THAT(run.detail, StartsWith("Json::LogicError"));
     EXPECT_FALSE(fs::exists(storedBackup()));

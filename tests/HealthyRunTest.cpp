@@ -10,7 +10,7 @@
 
 namespace {
 
-using test::Outcome;
+using test::RunResult;
 using test::Strings;
 
 // A record about one of a folder's members, whose order is the file system's.
@@ -41,7 +41,7 @@ Strings linesOf(const std::string& path) {
 }
 
 // If they differ, the run as it was is written beside the test's program, to be compared as a whole.
-void expectTimeline(const Outcome& run, const std::string& name) {
+void expectTimeline(const RunResult& run, const std::string& name) {
     const Strings expected = linesOf(TEST_DATA "/" + name);
     const Strings actual = ordered(run.timeline);
     const auto [one, other] = std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end());
@@ -69,7 +69,7 @@ TEST_F(Healthy, RestoreIsAsItHasAlwaysBeen) {
 }
 
 TEST_F(Healthy, RestoreBringsTheChannelSetUpBack) {
-    const Outcome run = b.restore();
+    const RunResult run = b.restore();
     EXPECT_TRUE(run.succeeded());
     EXPECT_EQ(run.reply, 0);
     EXPECT_EQ(run.reported, "success");

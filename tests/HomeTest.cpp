@@ -157,7 +157,7 @@ TEST_F(Services, OfTheCiModuleAreTakenOverAllOrNone) {
 TEST_F(Services, ThatAreGoneFailTheCalls) {
     fs::remove(b.home / "service-db/services.db");
     fs::remove_all(b.home / "ci");
-    const test::Outcome run = b.backUp();
+    const test::RunResult run = b.backUp();
     EXPECT_EQ(run.ended, sim::RunEnd::Exit);
     EXPECT_TRUE(run.says("6 IUtil::GetServiceDb({data}{name}/ServiceDB.zip) fail"));
 }

@@ -39,7 +39,7 @@ TEST_P(Escape, EndsAtTheTvsDoor) {
     const std::string name = GetParam();
     test::makeArchive(storedBackup() / "bundle.zip",
                       {{name.front() == '/' ? (folder / "escaped").string() : name, "x"}});
-    const test::Outcome run = b.restore();
+    const test::RunResult run = b.restore();
     expectRefused(run);
     EXPECT_THAT(run.log, Contains(AllOf(StartsWith("6 cannot extract "), HasSubstr("escaped"))));
     EXPECT_FALSE(fs::exists(folder / "escaped"));
@@ -108,8 +108,8 @@ TEST_F(HostileInput, WhatIsReadHasLimits) {
 class LargeRestore : public test::Restore {};
 
 TEST_F(LargeRestore, IsRefusedAndCutInTheRecord) {
-    const test::Outcome run = restoreSettings(R"({"dataSize":1,"data":[{"path":"p","type":1,"value":")" +
-                                              std::string(2'000'000, 'x') + R"("}]})");
+    const test::RunResult run = restoreSettings(R"({"dataSize":1,"data":[{"path":"p","type":1,"value":")" +
+                                                std::string(2'000'000, 'x') + R"("}]})");
     EXPECT_TRUE(run.says("5 vconf_set_str of p failed!"));
     EXPECT_THAT(run.timeline, Contains(HasSubstr("bytes of a setting and its key: 2000001, and the limit is 65536")));
     EXPECT_TRUE(run.succeeded());

@@ -9,8 +9,8 @@ namespace fs = std::filesystem;
 namespace {
 
 using Lines = test::Strings;
-using test::Outcome;
 using test::Restore;
+using test::RunResult;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 
@@ -19,7 +19,7 @@ TEST_F(Restore, SkipsWhatTheBundleDoesNotHold) {
         fs::remove(work / "vconf.json");
         fs::remove(work / "issDB.zip");
     });
-    const Outcome run = b.restore();
+    const RunResult run = b.restore();
     EXPECT_EQ(run.reply, 0);
     const sim::Setup now = b.setup();
     EXPECT_EQ(now.services, a.setup().services);
@@ -40,7 +40,7 @@ class RestoreItem : public Restore, public ::testing::WithParamInterface<Item> {
 
 TEST_P(RestoreItem, IsBestEffort) {
     SCOPED_TRACE(std::string(GetParam().call) + " " + GetParam().failure);
-    const Outcome run = b.restoreUnder(GetParam().call, GetParam().failure, GetParam().nth);
+    const RunResult run = b.restoreUnder(GetParam().call, GetParam().failure, GetParam().nth);
     EXPECT_TRUE(run.succeeded());
     EXPECT_EQ(run.reply, 0);
     EXPECT_EQ(b.setup().services, a.setup().services);
@@ -67,7 +67,7 @@ INSTANTIATE_TEST_SUITE_P(
 // What the TV service refuses stays out; the caller has been told by then.
 TEST_F(Restore, KeepsItsIssDatabaseIfTheBundlesIsDamaged) {
     changeBundle([](const fs::path& work) { test::write(work / "issDB.zip", "no archive"); });
-    const Outcome run = b.restore();
+    const RunResult run = b.restore();
     EXPECT_TRUE(run.says("6 Failed to restore iss database!"));
     EXPECT_EQ(run.reply, 0);
     EXPECT_TRUE(run.succeeded());
@@ -81,7 +81,7 @@ TEST_F(Restore, HandsEveryMemberOfTheCiFolderOver) {
     EXPECT_EQ(b.restore().count("CIM::TCCIService::CIGeneralInstance"), 0) << "an empty folder";
 
     fs::create_directories(b.data / "temp/ci/folder");
-    const Outcome run = b.restore();
+    const RunResult run = b.restore();
     EXPECT_THAT(run.calls, Contains(::testing::AllOf(
                                ::testing::Field(&sim::CallRecord::name, "CIM::ICIGeneral::BackupFileDone"),
                                ::testing::Field(&sim::CallRecord::arguments, R"(["{data}temp/ci/folder"])"))));

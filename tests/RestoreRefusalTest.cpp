@@ -13,15 +13,15 @@ namespace {
 using Lines = test::Strings;
 using test::ENDING;
 using test::joined;
-using test::Outcome;
 using test::Restore;
+using test::RunResult;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 TEST_F(Restore, RefusesAnotherAntennaBeforeAnythingIsTouched) {
     b.open().setAntenna({0, 2});
-    const Outcome run = b.restore();
+    const RunResult run = b.restore();
     expectRefused(run);
     const std::string message = "6 Current antenna status=[0x5] != Backup antenna status=[0x1]";
     EXPECT_EQ(run.logBetween(message, "5 response came. Finish app"),
@@ -38,7 +38,7 @@ TEST_F(Restore, RefusesAnotherAntennaBeforeAnythingIsTouched) {
 TEST_F(Restore, LeavesARefusedBundleIfThereIsNoFailureFolder) {
     setMetadata("<html>");
     test::write(b.failures.parent_path(), "in the place of the failure folder");
-    const Outcome run = b.restore();
+    const RunResult run = b.restore();
     EXPECT_TRUE(run.says("6 create_directories({tmp}) fail [17][File exists]"));
     EXPECT_EQ(run.reported, "failure");
     ASSERT_EQ(b.dataFiles().size(), 1U);
@@ -47,12 +47,12 @@ TEST_F(Restore, LeavesARefusedBundleIfThereIsNoFailureFolder) {
 
 TEST_F(Restore, RefusesAnotherVersionAndWhatIsNoMetadata) {
     setMetadata(R"({"version":"0.2","setting":{"antenna":1}})");
-    const Outcome older = b.restore();
+    const RunResult older = b.restore();
     expectRefused(older);
     EXPECT_TRUE(older.says("6 json schema version mismatch [0.2]!=[0.3]"));
 
     setMetadata("<html>");
-    const Outcome none = b.restore();
+    const RunResult none = b.restore();
     EXPECT_TRUE(none.says("6 Json parse fail"));
     EXPECT_TRUE(none.says("6 json schema version mismatch []!=[0.3]"));
     EXPECT_THAT(none.callsBetween("JsonUtil::StringToJson", "bnr_report_failure"),
@@ -62,7 +62,7 @@ TEST_F(Restore, RefusesAnotherVersionAndWhatIsNoMetadata) {
 }
 
 TEST_F(Restore, RefusesADamagedBundleAndLeavesTheUnpackFolder) {
-    const Outcome run = b.restoreUnder("bnr_response", "damage=corrupt");
+    const RunResult run = b.restoreUnder("bnr_response", "damage=corrupt");
     expectRefused(run);
     EXPECT_EQ(run.logBetween("6 Unzip file fail", "5 response came. Finish app"),
               joined({{"6 Unzip file fail", "5 create_directories({tmp}) success",
@@ -73,7 +73,7 @@ TEST_F(Restore, RefusesADamagedBundleAndLeavesTheUnpackFolder) {
 }
 
 TEST_F(Restore, HasNothingToKeepWithoutData) {
-    const Outcome run = b.restoreUnder("bnr_response", "no-data");
+    const RunResult run = b.restoreUnder("bnr_response", "no-data");
     EXPECT_EQ(run.logBetween("6 bnr_resp_data_s *respdata is nullptr", "5 response came. Finish app"),
               joined({{"6 bnr_resp_data_s *respdata is nullptr", "6 m_Restore fail"}, ENDING}));
     EXPECT_THAT(b.failureFiles(), IsEmpty());
@@ -83,7 +83,7 @@ TEST_F(Restore, HasNothingToKeepWithoutData) {
 
 TEST_F(Restore, FailsWithoutTheTvServicesUtility) {
     for (const std::string failure : {"result=-1", "result=0"}) {
-        const Outcome run = b.restoreUnder("TVServiceAPI::CreateUtil", failure);
+        const RunResult run = b.restoreUnder("TVServiceAPI::CreateUtil", failure);
         expectRefused(run);
         EXPECT_THAT(run.logBetween("6 TVServiceAPI::CreateUtil fail", "5 response came. Finish app"),
                     ::testing::IsSupersetOf(Lines{"5 remove_all({data}temp/) success", "6 m_Restore fail"}));
@@ -111,7 +111,7 @@ TEST_F(Restore, FailsIfTheTvServiceRefusesTheDatabase) {
     for (const auto& [change, status] : changes) {
         test::write(storedBackup() / "bundle.zip", pristine);
         changeBundle(change);
-        const Outcome run = b.restore();
+        const RunResult run = b.restore();
         expectRefused(run);
         EXPECT_TRUE(run.says(fmt::format("6 ReplaceServiceDb fail. status=[{}]", status)));
         EXPECT_EQ(run.count("TVServiceAPI::Destroy"), 1);

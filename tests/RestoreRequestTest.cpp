@@ -11,13 +11,13 @@ namespace {
 using Lines = test::Strings;
 using test::CLOSING;
 using test::joined;
-using test::Outcome;
 using test::Restore;
+using test::RunResult;
 using ::testing::ElementsAre;
 
 TEST_F(Restore, EndsWithoutReplyIfTheRequestCannotBeKept) {
     for (const std::string status : {"-9", "9"}) {
-        const Outcome run = b.restoreUnder("app_control_clone", "result=" + status);
+        const RunResult run = b.restoreUnder("app_control_clone", "result=" + status);
         EXPECT_THAT(
             run.logBetween("5 Do restore", "4 Last line"),
             ElementsAre("5 Do restore", "6 app_control_clone fail[" + status + "]", "5 operation fail", "4 Last line"));
@@ -27,7 +27,7 @@ TEST_F(Restore, EndsWithoutReplyIfTheRequestCannotBeKept) {
 }
 
 TEST_F(Restore, RepliesFailureIfTheCloudCannotBeAsked) {
-    const Outcome unopened = b.restoreUnder("bnr_init", "result=-1");
+    const RunResult unopened = b.restoreUnder("bnr_init", "result=-1");
     EXPECT_THAT(unopened.logBetween("6 bnr_init fail[-1]", "4 Last line"),
                 ElementsAre("6 bnr_init fail[-1]", "6 m_BnrInitialize() fail",
                             "5 app_control_reply_to_launch_request(-1) success", "5 operation fail", "4 Last line"));
@@ -35,7 +35,7 @@ TEST_F(Restore, RepliesFailureIfTheCloudCannotBeAsked) {
     EXPECT_EQ(unopened.reply, -1);
 
     for (const std::string status : {"-4", "4"}) {
-        const Outcome refused = b.restoreUnder("bnr_restore", "result=" + status);
+        const RunResult refused = b.restoreUnder("bnr_restore", "result=" + status);
         const std::string message = "6 bnr_restore(Qr7tLw2ZkA, {data}) error [" + status + "]";
         EXPECT_EQ(refused.logBetween(message, "4 Last line"),
                   joined({{message},
@@ -46,7 +46,7 @@ TEST_F(Restore, RepliesFailureIfTheCloudCannotBeAsked) {
 
     fs::remove_all(b.data);
     test::write(b.data.parent_path(), "in the place of the working folder");
-    const Outcome homeless = b.restore();
+    const RunResult homeless = b.restore();
     EXPECT_EQ(homeless.logBetween("6 create_directories({data}) fail [17][File exists]", "4 Last line"),
               joined({{"6 create_directories({data}) fail [17][File exists]", "6 m_CreateDirectories({data}) fail"},
                       CLOSING,
@@ -57,7 +57,7 @@ TEST_F(Restore, RepliesFailureIfTheCloudCannotBeAsked) {
 
 TEST_F(Restore, TellsTheCallerThatTheCloudHasNothing) {
     fs::remove_all(b.cloud);
-    const Outcome run = b.restore();
+    const RunResult run = b.restore();
     EXPECT_TRUE(run.says("6 Error happened"));
     EXPECT_EQ(run.reply, -1);
     expectUntouched();

@@ -10,24 +10,24 @@ namespace {
 
 using Lines = test::Strings;
 using test::joined;
-using test::Outcome;
 using test::Restore;
+using test::RunResult;
 using ::testing::ElementsAre;
 
 class RestoreWithScan : public Restore {
 protected:
     RestoreWithScan() { b.open().setScanning(true); }
 
-    Outcome restoreWithScan() { return b.launch({"operation=restore", "scan_activated=1", "--reply"}); }
+    RunResult restoreWithScan() { return b.launch({"operation=restore", "scan_activated=1", "--reply"}); }
 
     // The same with a scan that is running anew, and one call failing.
-    Outcome restoreWithScanUnder(const std::string& call, const std::string& failure) {
+    RunResult restoreWithScanUnder(const std::string& call, const std::string& failure) {
         b.open().setScanning(true);
         return b.launchUnder(call, failure, {"operation=restore", "scan_activated=1", "--reply"});
     }
 
     // The run after the channels are back, whose scan does not come to its stop: it ends without the viewing state.
-    void expectNoViewing(const Outcome& run, const Lines& lines) {
+    void expectNoViewing(const RunResult& run, const Lines& lines) {
         EXPECT_EQ(run.logBetween("5 bnr_deinit success", "5 response came. Finish app"),
                   joined({{"5 bnr_deinit success"}, lines, {"5 response came. Finish app"}}));
         EXPECT_EQ(run.ended, sim::RunEnd::Exit);
@@ -40,7 +40,7 @@ protected:
 };
 
 TEST_F(RestoreWithScan, StopsItAndWaitsForTheSignal) {
-    const Outcome run = restoreWithScan();
+    const RunResult run = restoreWithScan();
     EXPECT_TRUE(run.says("4 pScanActivated=[1], m_bScanActivated=[1]"));
     EXPECT_THAT(run.logBetween("5 bnr_deinit success", "5 main function,ret=0"),
                 ElementsAre("5 bnr_deinit success", "4 FUNC BEGIN", "5 StopAutoScan success", "4 FUNC BEGIN",
@@ -68,7 +68,7 @@ TEST_F(RestoreWithScan, StopsItAndWaitsForTheSignal) {
 TEST_F(RestoreWithScan, ReadsTheExtraAsItStands) {
     for (const auto& [value, activated] :
          std::vector<std::pair<std::string, bool>>{{"0", false}, {"00", true}, {"", true}, {"false", true}}) {
-        const Outcome run = b.launch({"operation=restore", "scan_activated=" + value});
+        const RunResult run = b.launch({"operation=restore", "scan_activated=" + value});
         EXPECT_TRUE(run.says(fmt::format("4 pScanActivated=[{}], m_bScanActivated=[{:d}]", value, activated))) << value;
         EXPECT_EQ(run.count("CTVSApiWrapper::CreateScanData"), activated ? 1 : 0) << value;
     }
@@ -93,7 +93,7 @@ TEST_F(RestoreWithScan, EndsWithoutTheViewingStateIfTheScanCannotBeStopped) {
     };
     for (const auto& [call, failure, lines] : failures) {
         SCOPED_TRACE(call);
-        const Outcome run = restoreWithScanUnder(call, failure);
+        const RunResult run = restoreWithScanUnder(call, failure);
         expectNoViewing(run, lines);
         const bool isUndone = call == "IScanControl::StopAutoScan";
         EXPECT_EQ(run.count("ISignalSubscriber::Unsubscribe"), isUndone ? 1 : 0);
@@ -103,7 +103,7 @@ TEST_F(RestoreWithScan, EndsWithoutTheViewingStateIfTheScanCannotBeStopped) {
 
 TEST_F(RestoreWithScan, EndsOnAnotherSignalWithoutTheViewingState) {
     for (const std::string type : {"result=17", "result=19"}) {
-        const Outcome run = restoreWithScanUnder("tv_signal", type);
+        const RunResult run = restoreWithScanUnder("tv_signal", type);
         EXPECT_THAT(run.logBetween("5 StopAutoScan success", "5 signal came. Finish app"),
                     ElementsAre("5 StopAutoScan success", "4 FUNC BEGIN", "5 signal came. Finish app"));
         EXPECT_EQ(run.ended, sim::RunEnd::Exit);
@@ -112,13 +112,13 @@ TEST_F(RestoreWithScan, EndsOnAnotherSignalWithoutTheViewingState) {
 }
 
 TEST_F(RestoreWithScan, WaitsIfTheSignalDoesNotReachIt) {
-    const Outcome nobody = restoreWithScanUnder("tv_signal", "null");
+    const RunResult nobody = restoreWithScanUnder("tv_signal", "null");
     EXPECT_TRUE(nobody.says(R"(6 Assertion failed: 0 && "pAppData")"));
     EXPECT_EQ(nobody.ended, sim::RunEnd::Waiting);
     EXPECT_EQ(nobody.detail, "for signal 18 of the TV service");
     EXPECT_EQ(restoreWithScanUnder("tv_signal", "lost").ended, sim::RunEnd::Waiting);
 
-    const Outcome unanswered = restoreWithScanUnder("bnr_response", "lost");
+    const RunResult unanswered = restoreWithScanUnder("bnr_response", "lost");
     EXPECT_EQ(unanswered.ended, sim::RunEnd::Waiting);
     EXPECT_EQ(unanswered.detail, "for the cloud service (Qr7tLw2ZkA)");
     EXPECT_EQ(unanswered.reply, std::nullopt);

@@ -11,15 +11,15 @@ namespace fs = std::filesystem;
 namespace {
 
 using Lines = test::Strings;
-using test::Outcome;
 using test::Restore;
+using test::RunResult;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::Not;
 using ::testing::StartsWith;
 
 TEST_F(Restore, SetsEachTypeOfSetting) {
-    const Outcome run = restoreSettings(R"({"dataSize":7,"data":[
+    const RunResult run = restoreSettings(R"({"dataSize":7,"data":[
         {"path":"i","type":0,"value":-5},{"path":"s","type":1,"value":"text"},{"path":"b","type":2,"value":1},
         {"path":"d","type":3,"value":2.5},{"path":"j","type":4,"value":6},{"path":"x","type":7,"value":0},
         {"path":"t","type":2,"value":true}]})");
@@ -41,7 +41,7 @@ TEST_F(Restore, LogsEachSettingThatCannotBeSet) {
         for (const std::string type : {"int", "str", "bool", "dbl"}) {
             b.fault("vconf_set_" + type, failure);
         }
-        const Outcome run = restoreSettings(R"({"dataSize":4,"data":[
+        const RunResult run = restoreSettings(R"({"dataSize":4,"data":[
             {"path":"i","type":0,"value":1},{"path":"s","type":1,"value":"x"},{"path":"b","type":2,"value":0},
             {"path":"d","type":3,"value":1}]})");
         EXPECT_THAT(run.logBetween("5 vconf_path: i", "5 vconf_set_dbl of d failed!"),
@@ -57,7 +57,7 @@ TEST_F(Restore, LogsEachSettingThatCannotBeSet) {
 TEST_F(Restore, SetsNothingIfTheSettingsFileCountsNone) {
     for (const std::string text : {R"({"dataSize":0,"data":[{"path":"p","type":0,"value":1}]})", R"({"dataSize":-1})",
                                    R"({"data":[]})", "{}", "no JSON", ""}) {
-        const Outcome run = restoreSettings(text);
+        const RunResult run = restoreSettings(text);
         EXPECT_TRUE(run.succeeded()) << text;
         EXPECT_THAT(run.log, Not(Contains(StartsWith("5 vconf_path")))) << text;
         fs::remove_all(folder / "bundle");
@@ -69,7 +69,7 @@ TEST_F(Restore, LogsASettingsFileThatCannotBeOpened) {
     // A socket in the file's place is there, but nobody can open it.
     fs::create_directories(b.data / "temp");
     ASSERT_EQ(::mknod((b.data / "temp/vconf.json").c_str(), S_IFSOCK | 0600, 0), 0);
-    const Outcome run = b.restore();
+    const RunResult run = b.restore();
     EXPECT_TRUE(run.says("6 ChannelListCloudUtil::m_RestoreVconf(): ERROR with opening file.\n"));
     EXPECT_TRUE(run.succeeded());
 }
@@ -83,7 +83,7 @@ TEST_F(Restore, DiesOfASettingsFileThatDoesNotHoldWhatItCounts) {
           R"({"dataSize":1,"data":[{"path":"p","type":0,"value":18446744073709551615}]})",
           R"({"dataSize":1,"data":[{"path":"p","type":1,"value":5}]})",
           R"({"dataSize":1,"data":[{"path":"p","type":1}]})"}) {
-        const Outcome run = restoreSettings(text);
+        const RunResult run = restoreSettings(text);
         EXPECT_EQ(run.ended, sim::RunEnd::Crashed) << text;
         EXPECT_THAT(run.detail, StartsWith("Json::LogicError")) << text;
         EXPECT_EQ(run.reply, 0) << text;

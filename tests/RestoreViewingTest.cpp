@@ -8,15 +8,15 @@ namespace {
 
 using Lines = test::Strings;
 using test::joined;
-using test::Outcome;
 using test::Restore;
+using test::RunResult;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
 class RestoreViewing : public Restore {
 protected:
     // What is logged of the viewing state, and the calls for it.
-    static Lines viewingLog(const Outcome& run) {
+    static Lines viewingLog(const RunResult& run) {
         Lines lines = run.logBetween("5 bnr_deinit success", "5 main function,ret=0");
         return {lines.begin() + 1, lines.end() - 2};
     }
@@ -29,7 +29,7 @@ TEST_F(RestoreViewing, StaysIfTheModeIsUnknown) {
     for (const std::string setting :
          {R"("source":0)", R"("tvmode":{"antenna_mode":2})", R"("tvmode":{"service_mode":0})"}) {
         setMetadata(metadata(setting));
-        const Outcome run = b.restore();
+        const RunResult run = b.restore();
         EXPECT_THAT(viewingLog(run), ElementsAre(StartsWith("4 tvMode[")));
         EXPECT_EQ(run.ended, sim::RunEnd::Reclaimed);
         EXPECT_EQ(run.count("IServiceNavigation::SetTvMode"), 0);
@@ -47,7 +47,7 @@ TEST_F(RestoreViewing, EndsWithAModeThatCannotBeSet) {
 
 TEST_F(RestoreViewing, EndsAfterTheModeForAnExternalSource) {
     setMetadata(metadata(R"("tvmode":{"antenna_mode":1,"service_mode":2},"source":2,"service_id":"3")"));
-    const Outcome run = b.restore();
+    const RunResult run = b.restore();
     EXPECT_THAT(viewingLog(run), ElementsAre("4 tvMode[1/2], service id[3], source[2], category[-1/0/-1]",
                                              "5 Cannot set non-TV type source [2]"));
     EXPECT_THAT(run.callsBetween("IServiceNavigation::SetTvMode", "app.terminate"),
@@ -63,7 +63,7 @@ TEST_F(RestoreViewing, FallsBackIfTheServiceCannotBeSet) {
     const Lines tail = {"6 SetSource(0, 99) fail", "5 SetCurrentCategory[0/0/0] success"};
     EXPECT_EQ(viewingLog(b.restore()), joined({head, {"6 ResetCurrentServiceInfo success"}, tail}));
     EXPECT_EQ(b.open().viewing().serviceId, 1U) << "the first one";
-    const Outcome run = b.restoreUnder("IServiceNavigation::ResetCurrentServiceInfo", "result=0");
+    const RunResult run = b.restoreUnder("IServiceNavigation::ResetCurrentServiceInfo", "result=0");
     EXPECT_EQ(viewingLog(run), joined({head, {"6 ResetCurrentServiceInfo fail"}, tail}));
     EXPECT_EQ(run.count("IServiceNavigation::ResetCurrentServiceInfo"), 1);
 }
@@ -81,7 +81,7 @@ TEST_F(RestoreViewing, EndsWithTheCategory) {
     EXPECT_EQ(viewingLog(b.restoreUnder("CCCategoryUtil::GetInstance", "null", 2)).back(), message);
     EXPECT_EQ(viewingLog(b.restoreUnder("CCCategoryUtil::SetCurrentCategory", "result=0")).back(), message);
     setMetadata(metadata(R"("tvmode":{"antenna_mode":2,"service_mode":0},"source":0,"service_id":"3")"));
-    const Outcome without = b.restore();
+    const RunResult without = b.restore();
     EXPECT_EQ(viewingLog(without).back(), "5 SetSource(0, 3) success") << "an unknown category is not set";
     EXPECT_EQ(without.count("CCCategoryUtil::GetInstance"), 1) << "at the start";
 }

@@ -8,14 +8,14 @@
 namespace {
 
 using Lines = std::vector<std::string>;
-using test::Outcome;
+using test::RunResult;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 
 class Shell : public test::TwoTvs {};
 
 TEST_F(Shell, ResolvesTheFoldersThenCapturesTheTvBeforeMain) {
-    const Outcome run = a.backUp();
+    const RunResult run = a.backUp();
     const Lines before = run.callsBetween("platform_path_resolve", "ui_app_main");
     EXPECT_THAT(before,
                 ElementsAre("platform_path_resolve", "platform_path_resolve", "TVServiceAPI::CreateTunerControl",
@@ -51,13 +51,13 @@ TEST_F(Shell, RestoresOnlyWhenAskedToTheLetter) {
 }
 
 TEST_F(Shell, DoesWithoutTheCallersId) {
-    const Outcome run = a.backUpUnder("app_control_get_caller", "result=-1");
+    const RunResult run = a.backUpUnder("app_control_get_caller", "result=-1");
     EXPECT_TRUE(run.succeeded());
     EXPECT_THAT(run.log, ::testing::Not(Contains(::testing::StartsWith("4 app_control_get_caller"))));
 }
 
 TEST_F(Shell, PassesThroughItsLifecycle) {
-    const Outcome run = a.launch({"--pause"});
+    const RunResult run = a.launch({"--pause"});
     EXPECT_THAT(run.logBetween("4 Last line", "5 BNR Callback called [101]"),
                 ElementsAre("4 Last line", "4 FUNC BEGIN", "4 FUNC BEGIN", "5 BNR Callback called [101]"));
     EXPECT_THAT(run.logBetween("5 response came. Finish app", "5 main function,ret=0"),
@@ -65,7 +65,7 @@ TEST_F(Shell, PassesThroughItsLifecycle) {
 }
 
 TEST_F(Shell, EndsWithTheMainLoopsResult) {
-    const Outcome run = a.backUpUnder("ui_app_main", "result=5");
+    const RunResult run = a.backUpUnder("ui_app_main", "result=5");
     EXPECT_THAT(
         run.logBetween("5 halcyon-lineup main start", "5 main function,ret=5"),
         ElementsAre("5 halcyon-lineup main start", "6 ui_app_main() is failed. err=5", "5 main function,ret=5"));
@@ -75,13 +75,13 @@ TEST_F(Shell, EndsWithTheMainLoopsResult) {
 // The session: each failure of opening it ends the run; one of closing it is only logged.
 TEST_F(Shell, EndsWhenTheCloudSessionCannotBeOpened) {
     for (const std::string status : {"-7", "7"}) {
-        const Outcome refused = a.backUpUnder("bnr_init", "result=" + status);
+        const RunResult refused = a.backUpUnder("bnr_init", "result=" + status);
         EXPECT_THAT(refused.logBetween("5 Do backup", "4 Last line"),
                     ElementsAre("5 Do backup", "6 bnr_init fail[" + status + "]", "6 m_BnrInitialize() fail",
                                 "5 operation fail", "4 Last line"));
         EXPECT_THAT(refused.callsBetween("bnr_init", "app.terminate"),
                     ElementsAre("bnr_init", "ui_app_exit", "app.terminate"));
-        const Outcome unregistered = a.backUpUnder("bnr_callback_register", "result=" + status);
+        const RunResult unregistered = a.backUpUnder("bnr_callback_register", "result=" + status);
         EXPECT_THAT(unregistered.logBetween("5 Do backup", "4 Last line"),
                     ElementsAre("5 Do backup", "4 bnr init success", "6 Failed to set bnr callback [" + status + "]",
                                 "6 m_BnrInitialize() fail", "5 operation fail", "4 Last line"));
@@ -96,7 +96,7 @@ TEST_F(Shell, GoesOnWhenTheCloudSessionCannotBeClosed) {
         a.clearFaults();
         a.fault("bnr_callback_deregister", "result=" + status);
         a.fault("bnr_deinit", "result=" + status);
-        const Outcome run = a.backUp();
+        const RunResult run = a.backUp();
         EXPECT_THAT(
             run.logBetween("5 BNR Callback called [101]", "5 response came. Finish app"),
             ElementsAre("5 BNR Callback called [101]", "5 Backup is completed (nil)",
@@ -122,7 +122,7 @@ TEST_F(Shell, EndsOnEachResponseCode) {
         {-1, "6 INVALID value[-1]"},
     };
     for (const auto& [code, message] : codes) {
-        const Outcome run = b.restoreUnder("bnr_response", "result=" + std::to_string(code));
+        const RunResult run = b.restoreUnder("bnr_response", "result=" + std::to_string(code));
         const std::string called = "5 BNR Callback called [" + std::to_string(code) + "]";
         EXPECT_THAT(
             run.logBetween(called, "5 response came. Finish app"),
@@ -139,7 +139,7 @@ TEST_F(Shell, EndsOnEachResponseCode) {
 
 TEST_F(Shell, NeitherClosesNorRepliesWithoutItsInstance) {
     a.backUp();
-    const Outcome run = b.restoreUnder("bnr_response", "null");
+    const RunResult run = b.restoreUnder("bnr_response", "null");
     EXPECT_THAT(run.logBetween("5 BNR Callback called [102]", "5 response came. Finish app"),
                 ElementsAre("5 BNR Callback called [102]", "6 pThis==nullptr", "5 response came. Finish app"));
     EXPECT_THAT(run.callsBetween("bnr_response", "ui_app_exit"),
@@ -149,7 +149,7 @@ TEST_F(Shell, NeitherClosesNorRepliesWithoutItsInstance) {
 }
 
 TEST_F(Shell, RestoreDataInABackupRunIsAFailureWithoutReply) {
-    const Outcome run = a.backUpUnder("bnr_response", "result=102");
+    const RunResult run = a.backUpUnder("bnr_response", "result=102");
     EXPECT_THAT(run.logBetween("5 BNR Callback called [102]", "5 response came. Finish app"),
                 ElementsAre("5 BNR Callback called [102]", "6 bnr_resp_data_s *respdata is nullptr", "6 m_Restore fail",
                             "5 bnr_callback_deregister success. Handler=[1]", "5 bnr_deinit success",
@@ -167,23 +167,23 @@ TEST_F(Shell, ReleasesTheRequestWhateverBecomesOfTheReply) {
         return b.restore();
     };
     for (const std::string status : {"-5", "5"}) {
-        const Outcome unasked = fail("app_control_is_reply_requested", "result=" + status);
+        const RunResult unasked = fail("app_control_is_reply_requested", "result=" + status);
         EXPECT_TRUE(unasked.says("6 app_control_is_reply_requested fail[" + status + "]"));
         EXPECT_EQ(unasked.count("app_control_destroy"), 1);
         EXPECT_EQ(unasked.reply, std::nullopt);
 
-        const Outcome unsent = fail("app_control_reply_to_launch_request", "result=" + status);
+        const RunResult unsent = fail("app_control_reply_to_launch_request", "result=" + status);
         EXPECT_TRUE(unsent.says("6 app_control_reply_to_launch_request(-1) fail[" + status + "]"));
         EXPECT_EQ(unsent.count("app_control_destroy"), 2);
     }
 
-    const Outcome unmade = fail("app_control_create", "result=-1");
+    const RunResult unmade = fail("app_control_create", "result=-1");
     EXPECT_TRUE(unmade.says("6 app_control_reply_to_launch_request(-1) fail[-1]"));
     EXPECT_EQ(unmade.count("app_control_destroy"), 2);
 
     b.clearFaults();
     b.fault("bnr_response", "result=500");
-    const Outcome unwanted = b.launch({"operation=restore"});
+    const RunResult unwanted = b.launch({"operation=restore"});
     EXPECT_TRUE(unwanted.says("5 Caller app did not request a reply"));
     EXPECT_THAT(unwanted.callsBetween("app_control_is_reply_requested", "ui_app_exit"),
                 ElementsAre("app_control_is_reply_requested", "app_control_destroy", "ui_app_exit"));

@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 namespace {
 
 using sim::RunEnd;
-using test::Outcome;
+using test::RunResult;
 using ::testing::AnyOf;
 using ::testing::Contains;
 using ::testing::Each;
@@ -53,7 +53,7 @@ struct World : test::TvPair {
         fs::copy(pristine / part.filename(), part, fs::copy_options::recursive);
     }
 
-    static Outcome run(test::TestTv& tv, Kind kind) {
+    static RunResult run(test::TestTv& tv, Kind kind) {
         if (kind == Kind::Backup) {
             return tv.backUp();
         }
@@ -74,7 +74,7 @@ World& world() {
 
 // How often a healthy run makes a call.
 int callsIn(Kind kind, const sim::PlatformCall& call) {
-    static std::map<Kind, Outcome> healthy;
+    static std::map<Kind, RunResult> healthy;
     if (healthy.count(kind) == 0) {
         healthy[kind] = World::run(world().reset(kind), kind);
     }
@@ -99,7 +99,7 @@ const std::vector<End> ENDS = {
     {"bnr_deinit", "", {Kind::Restore}, RunEnd::Waiting},  // a session that could not be closed is one to wait for
 };
 
-RunEnd expectedEnd(Kind kind, const std::string& call, const std::string& failure, const Outcome& run) {
+RunEnd expectedEnd(Kind kind, const std::string& call, const std::string& failure, const RunResult& run) {
     for (const End& rule : ENDS) {
         if ((*rule.call == '\0' || rule.call == call) && (*rule.failure == '\0' || rule.failure == failure) &&
             std::find(rule.kinds.begin(), rule.kinds.end(), kind) != rule.kinds.end()) {
@@ -112,7 +112,7 @@ RunEnd expectedEnd(Kind kind, const std::string& call, const std::string& failur
 }
 
 // The caller got at most one reply, and it says what became of the channel database.
-void expectTrueReply(const Outcome& run, bool isReplaced) {
+void expectTrueReply(const RunResult& run, bool isReplaced) {
     EXPECT_LE(run.count("app_control_reply_to_launch_request"), 1);
     test::expectTruth(run, isReplaced);
 }
@@ -133,7 +133,7 @@ void expectWholeCloud(std::size_t fewest, std::size_t most) {
 }
 
 // The downloaded archive is removed on success, and kept in the failure folder otherwise, if it could be read.
-void expectArchive(const test::TestTv& tv, const Outcome& run, const std::string& failure) {
+void expectArchive(const test::TestTv& tv, const RunResult& run, const std::string& failure) {
     const bool downloaded = run.response == sim::Response::RestoreData && failure != "damage=missing" &&
                             failure != "damage=dangling" && failure != "no-data";
     if (!downloaded || run.ended == RunEnd::Crashed || failure == "null") {
@@ -151,7 +151,7 @@ bool isSame(sim::Item item, const sim::Setup& left, const sim::Setup& right) {
 }
 
 // The outcomes that fit what the caller was told, and whether each item is where it should be.
-std::vector<sim::Outcome> fittingOutcomes(const Outcome& run, bool wasTold, bool isWhole) {
+std::vector<sim::Outcome> fittingOutcomes(const RunResult& run, bool wasTold, bool isWhole) {
     if (run.ended == RunEnd::Crashed) {
         return {sim::Outcome::Crashed};
     }
@@ -165,7 +165,7 @@ std::vector<sim::Outcome> fittingOutcomes(const Outcome& run, bool wasTold, bool
     return {run.ended == RunEnd::Waiting || isReplyMissing ? sim::Outcome::Failed : sim::Outcome::Done};
 }
 
-void expectOutcome(const sim::Verdict& verdict, const Outcome& run, bool wasTold, bool isWhole) {
+void expectOutcome(const sim::Verdict& verdict, const RunResult& run, bool wasTold, bool isWhole) {
     EXPECT_THAT(fittingOutcomes(run, wasTold, isWhole), Contains(verdict.outcome));
     if (verdict.outcome == sim::Outcome::Done) {
         EXPECT_EQ(verdict.why, "");
@@ -176,7 +176,7 @@ void expectOutcome(const sim::Verdict& verdict, const Outcome& run, bool wasTold
 }
 
 // The verdict on a restore says of each item what a comparison of the set-ups says.
-void expectVerdictOnRestore(const test::TestTv& tv, const Outcome& run) {
+void expectVerdictOnRestore(const test::TestTv& tv, const RunResult& run) {
     const sim::Verdict verdict = tv.verdict();
     const sim::Setup now = tv.setup();
     bool isWhole = true;
@@ -192,7 +192,7 @@ void expectVerdictOnRestore(const test::TestTv& tv, const Outcome& run) {
 }
 
 // The verdict on a backup says that it is whole exactly where a restore of it brings everything back.
-void expectVerdictOnBackup(const test::TestTv& tv, const Outcome& run) {
+void expectVerdictOnBackup(const test::TestTv& tv, const RunResult& run) {
     const sim::Verdict verdict = tv.verdict();
     bool isWhole = !verdict.items.empty();
     for (const sim::ItemVerdict& item : verdict.items) {
@@ -218,7 +218,7 @@ protected:
         SCOPED_TRACE(fmt::format("{} {} at call {}", call, failure, nth));
         test::TestTv& tv = world().reset(kind);
         tv.fault(call, failure, nth);
-        const Outcome run = World::run(tv, kind);
+        const RunResult run = World::run(tv, kind);
         EXPECT_EQ(tv.faultsFired(), 1);
         EXPECT_EQ(run.ended, expectedEnd(kind, call, failure, run));
         if (kind != Kind::Backup) {
@@ -278,7 +278,7 @@ TEST_P(PowerCut, AtEachStep) {
         SCOPED_TRACE(cuts + 1);
         test::TestTv& tv = world().reset(kind);
         tv.fault("disk", "cut", cuts + 1);
-        const Outcome run = World::run(tv, kind);
+        const RunResult run = World::run(tv, kind);
         if (tv.faultsFired() == 0) {
             EXPECT_TRUE(run.succeeded());
             break;

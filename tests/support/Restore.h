@@ -53,7 +53,7 @@ protected:
     }
 
     // B was refused the backup before anything was changed, and keeps its archive.
-    void expectRefused(const Outcome& run) {
+    void expectRefused(const RunResult& run) {
         expectUntouched();
         EXPECT_EQ(run.reply, -1);
         EXPECT_EQ(run.count("app_control_reply_to_launch_request"), 1);
@@ -81,7 +81,7 @@ protected:
     }
 
     // Runs a restore of a bundle with this settings file.
-    Outcome restoreSettings(const std::string& text) {
+    RunResult restoreSettings(const std::string& text) {
         changeBundle([&](const std::filesystem::path& work) { write(work / "vconf.json", text); });
         return b.restore();
     }

@@ -62,7 +62,7 @@ std::vector<std::string> messagesOf(const std::vector<sim::LogRecord>& log) {
 }
 
 // The two operations have some messages in common.
-void expectOneOperation(const Outcome& outcome, const std::vector<sim::LogRecord>& log) {
+void expectOneOperation(const RunResult& outcome, const std::vector<sim::LogRecord>& log) {
     const std::string other = outcome.says("5 Do backup") ? "Restore" : "Backup";
     for (const sim::LogRecord& record : log) {
         EXPECT_NE(record.function, other) << record.message;
@@ -131,24 +131,24 @@ std::vector<std::string> tree(const fs::path& folder) {
     return paths;
 }
 
-bool Outcome::succeeded() const {
+bool RunResult::succeeded() const {
     return sim::succeeded(*this);
 }
 
-bool Outcome::says(const std::string& line) const {
+bool RunResult::says(const std::string& line) const {
     return std::find(log.begin(), log.end(), line) != log.end();
 }
 
-int Outcome::count(const std::string& call) const {
+int RunResult::count(const std::string& call) const {
     return static_cast<int>(
         std::count_if(calls.begin(), calls.end(), [&](const sim::CallRecord& each) { return each.name == call; }));
 }
 
-std::vector<std::string> Outcome::callsBetween(const std::string& from, const std::string& to) const {
+std::vector<std::string> RunResult::callsBetween(const std::string& from, const std::string& to) const {
     return between(calls, from, to, [](const sim::CallRecord& call) { return call.name; });
 }
 
-std::vector<std::string> Outcome::logBetween(const std::string& from, const std::string& to) const {
+std::vector<std::string> RunResult::logBetween(const std::string& from, const std::string& to) const {
     return between(log, from, to, [](const std::string& line) { return line; });
 }
 
@@ -173,7 +173,7 @@ sim::Launch TestTv::application(const Strings& arguments) const {
     return launch;
 }
 
-Outcome TestTv::launch(const Strings& arguments) {
+RunResult TestTv::launch(const Strings& arguments) {
     sim::Tv tv(home);
     const std::int64_t before = tv.runs().newest();
     const fs::path errors = home.parent_path() / "stderr";
@@ -181,7 +181,7 @@ Outcome TestTv::launch(const Strings& arguments) {
     sim::Launch application = this->application(arguments);
     application.errors = descriptor.get();
     const sim::Process process(application);
-    Outcome outcome;
+    RunResult outcome;
     outcome.exitStatus = process.wait();
     const std::optional<sim::Run> run = tv.runs().close(before, process.id(), "ended");
     if (!run) {
@@ -206,9 +206,9 @@ Outcome TestTv::launch(const Strings& arguments) {
     return outcome;
 }
 
-Outcome TestTv::launchUnder(const std::string& call, const std::string& failure, const Strings& arguments, int nth) {
+RunResult TestTv::launchUnder(const std::string& call, const std::string& failure, const Strings& arguments, int nth) {
     fault(call, failure, nth);
-    Outcome outcome = launch(arguments);
+    RunResult outcome = launch(arguments);
     EXPECT_EQ(faultsFired(), 1) << call << " " << failure;
     clearFaults();
     return outcome;

@@ -35,7 +35,7 @@ std::vector<std::string> tree(const std::filesystem::path& folder);
 // What a run of the application left in its record. Log lines read "<priority> <message>", with the priority 4 for
 // details, 5 for progress and 6 for failures; folders of the TV read {data}, {tmp} and {home} in them and in calls, and
 // the unique name {name}.
-struct Outcome : sim::Run {
+struct RunResult : sim::Run {
     int exitStatus = 0;  // as waitpid() gives it
     std::vector<std::string> log;
     std::vector<sim::CallRecord> calls;
@@ -64,16 +64,16 @@ public:
     sim::Launch application(const Strings& arguments) const;
 
     // Runs the application as a process of its own, and checks where each of its log records comes from.
-    Outcome launch(const Strings& arguments);
-    Outcome backUp() { return launch({"--reply"}); }
-    Outcome restore() { return launch({"operation=restore", "--reply"}); }
+    RunResult launch(const Strings& arguments);
+    RunResult backUp() { return launch({"--reply"}); }
+    RunResult restore() { return launch({"operation=restore", "--reply"}); }
 
     // The same with one call, the nth of its name, failing.
-    Outcome launchUnder(const std::string& call, const std::string& failure, const Strings& arguments, int nth = 1);
-    Outcome backUpUnder(const std::string& call, const std::string& failure, int nth = 1) {
+    RunResult launchUnder(const std::string& call, const std::string& failure, const Strings& arguments, int nth = 1);
+    RunResult backUpUnder(const std::string& call, const std::string& failure, int nth = 1) {
         return launchUnder(call, failure, {"--reply"}, nth);
     }
-    Outcome restoreUnder(const std::string& call, const std::string& failure, int nth = 1) {
+    RunResult restoreUnder(const std::string& call, const std::string& failure, int nth = 1) {
         return launchUnder(call, failure, {"operation=restore", "--reply"}, nth);
     }
 
