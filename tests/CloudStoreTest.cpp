@@ -240,6 +240,17 @@ TEST_F(Objects, TheHighestNumberIsOneRequestAwayAndTheLast) {
     EXPECT_EQ(failure([&] { put(HOME, "1"); }), sim::Error::Kind::Denied) << "no number is left";
 }
 
+TEST_F(Objects, MetadataIsAsLongAsCanBeReadBack) {
+    const std::string large(100'000, 'x');
+    const auto putWith = [&](std::size_t size) {
+        store->put({HOME, std::string(size, ' '), "", 0, false}, bundle("bundle.zip", large));
+    };
+    putWith(261'000);
+    EXPECT_TRUE(fetched(*store->newest(HOME)) == large);
+    EXPECT_EQ(store->look(*store->newest(HOME)).metadata.size(), 261'000U);
+    EXPECT_EQ(failure([&] { putWith(262'144); }), sim::Error::Kind::Unusable);
+}
+
 // --- writers who race ---
 
 struct Written {

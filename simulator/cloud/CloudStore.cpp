@@ -1,9 +1,11 @@
 #include "simulator/cloud/CloudStore.h"
 
 #include <fmt/format.h>
+#include <json/value.h>
 
 #include <utility>
 
+#include "simulator/base/Clock.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
 #include "simulator/cloud/FolderStore.h"
@@ -18,14 +20,6 @@ std::unique_ptr<CloudStore> openCloud(const std::string& place, RequestObserver 
     return std::make_unique<FolderStore>(place);
 }
 
-std::string bundleName(const std::string& name) {
-    std::string last = std::filesystem::path(name).filename();
-    if (last.empty() || last == "." || last == "..") {
-        throw Error(Error::Kind::Damaged, fmt::format("{} is no name for a bundle", inQuotes(name)));
-    }
-    return last;
-}
-
 std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<BackupName>& names) {
     std::vector<StoredBackup> backups;
     backups.reserve(names.size());
@@ -33,7 +27,7 @@ std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<Back
         try {
             backups.push_back(store.look(name));
         } catch (const Error& error) {
-            if (error.kind() != Error::Kind::Missing) {  // else it was removed in the meantime
+            if (error.kind() != Error::Kind::Missing) {  // else it was removed after the listing
                 throw;
             }
         }
@@ -43,6 +37,35 @@ std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<Back
 
 std::vector<StoredBackup> listBackups(const CloudStore& store) {
     return lookAt(store, store.content().backups);
+}
+
+Json::Value infoOf(const NewBackup& backup, const std::filesystem::path& bundle) {
+    Json::Value info;
+    info["time"] = utcNow();
+    info["name"] = toUtf8(bundle.filename().string());
+    info["device"] = toUtf8(backup.device);
+    if (backup.services) {
+        info["services"] = Json::Value::UInt64(*backup.services);
+    }
+    return info;
+}
+
+void readInfo(const Json::Value& info, StoredBackup& backup) {
+    if (!info.isObject() || !info["time"].isString() || !info["name"].isString()) {
+        throw Error(Error::Kind::Damaged, "the description of the backup is not a JSON object with a time and a name");
+    }
+    // The name comes from outside and becomes a path: it must not lead out of the folder that the bundle goes to.
+    const std::string name = std::filesystem::path(info["name"].asString()).filename();
+    if (name.empty() || name == "." || name == "..") {
+        throw Error(Error::Kind::Damaged,
+                    fmt::format("{} cannot be the file name of a bundle", inQuotes(info["name"].asString())));
+    }
+    backup.name = name;
+    backup.time = info["time"].asString();
+    backup.device = info["device"].isString() ? info["device"].asString() : "";
+    if (info["services"].isUInt64()) {
+        backup.services = info["services"].asUInt64();
+    }
 }
 
 }  // namespace sim

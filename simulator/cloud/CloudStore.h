@@ -1,5 +1,7 @@
-// The cloud store that TVs share: backups by account, client id and category, each taken whole or not at all.
+// The cloud store that TVs share: backups by account, client id and category, each stored whole or not at all.
 #pragma once
+
+#include <json/forwards.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -11,7 +13,7 @@
 
 namespace sim {
 
-// Whose backups, and of what.
+// Whose backups they are, and of what.
 struct Address {
     std::string account;
     std::string clientId;
@@ -20,39 +22,41 @@ struct Address {
 
 struct BackupName : Address {
     std::string id;    // begins with digits that count up within the category: the newest is the last
-    std::string mark;  // another one where another backup has come under the name; empty: not known
+    std::string etag;  // changes if another backup takes the name; empty: not known
 
     std::string path() const { return account + "/" + clientId + "/" + category + "/" + id; }
 };
 
 struct StoredBackup : BackupName {
+    explicit StoredBackup(const BackupName& backup) : BackupName(backup) {}
+
     std::string time;                       // UTC, ISO 8601
-    std::string name;                       // file name of the bundle as it was handed over
+    std::string name;                       // file name of the bundle when it was stored
     std::string metadata;                   // JSON text
     std::uint64_t size = 0;                 // of the bundle, bytes
+    std::string sha256;                     // of the bundle, hexadecimal digits; empty: not known
     std::string device;                     // serial number of the set that made it; empty: not known
-    std::optional<std::uint64_t> services;  // that the set had then
-    std::string damage;                     // why it cannot be handed out; empty: it can, and all of the above is known
+    std::optional<std::uint64_t> services;  // channels of that set at the time
+    std::string damage;                     // why it cannot be restored; if empty, all of the above is known
 };
 
-// A backup that is handed over.
 struct NewBackup : Address {
-    std::string metadata;
-    std::string device;  // as of StoredBackup
-    std::optional<std::uint64_t> services;
-    bool refuseDuplicate = false;  // where the newest one has the very same bundle
+    std::string metadata;                   // JSON text
+    std::string device;                     // see StoredBackup
+    std::optional<std::uint64_t> services;  // see StoredBackup
+    bool refuseDuplicate = false;           // refuse the bundle if the newest backup has the same bytes
 };
 
 struct StoreContent {
     std::vector<BackupName> backups;   // oldest first within their category
-    std::vector<std::string> foreign;  // what lies there and is no backup
+    std::vector<std::string> foreign;  // paths or keys of everything else
 };
 
 // Called after each try of a request to a remote store, with one line each for the request and its outcome.
 using RequestObserver = std::function<void(const std::string& request, const std::string& outcome)>;
 
-// What is wrong with the store itself is thrown as Error: Unreachable where it does not answer, Denied where it
-// refuses. One object is for one thread.
+// Every function throws Error: Unreachable if the store does not answer, Denied if it refuses, or the kind of the
+// system's error. A store object is not thread-safe; any number of them, in any processes, may share a place.
 class CloudStore {
 public:
     CloudStore() = default;
@@ -60,19 +64,20 @@ public:
     CloudStore(const CloudStore&) = delete;
     CloudStore& operator=(const CloudStore&) = delete;
 
-    // Where it is, as a person says it.
+    // The place as the user writes it.
     virtual std::string place() const = 0;
 
-    // Whether each look at it is a request to another machine.
+    // Whether it is on another machine, so that each call costs requests.
     virtual bool isRemote() const = 0;
 
-    // The folders of this machine that it writes to. They are made where they are missing.
+    // The local folders that the store writes to, which are created if they are missing.
     virtual std::vector<std::filesystem::path> makeLocalFolders() const = 0;
 
-    // Makes the place itself, where it is missing.
+    // Creates the store's place if it is missing.
     virtual void create() = 0;
 
-    // Takes a copy of the bundle. Gives the new backup's id. Throws Error (Duplicate) as `refuseDuplicate` says.
+    // Stores a copy of the bundle file and returns the id of the new backup. Throws Error (Duplicate) if
+    // `refuseDuplicate` is set and the newest backup has the same bundle.
     virtual std::string put(const NewBackup& backup, const std::filesystem::path& bundle) = 0;
 
     // Removes a backup, whole or not at all; its id is never used again. Throws Error (Missing) if there is no such
@@ -84,23 +89,25 @@ public:
 
     virtual StoreContent content() const = 0;
 
-    // What is known of a backup without its bundle. Throws Error (Missing) where there is none of the name.
+    // What is known of a backup without its bundle. Throws Error (Missing) if there is no such backup.
     virtual StoredBackup look(const BackupName& name) const = 0;
 
-    // The same, and brings the bundle into `folder`, under its name, in the place of what is there; but not that of a
-    // damaged backup.
+    // Does the same, and writes the bundle to `folder` under its name, replacing a file or link there. If the backup is
+    // damaged, no file is left.
     virtual StoredBackup fetch(const BackupName& name, const std::filesystem::path& folder) const = 0;
 };
 
-// The name of a bundle's file as a store has it, without folders. Throws Error (Damaged) where it is none.
-std::string bundleName(const std::string& name);
-
-// The store at a place: s3://BUCKET[/PREFIX], else a folder. Throws Error where the place is neither, or what it takes
-// to reach an object store is not in the environment.
+// Opens the store at s3://BUCKET[/PREFIX], or in a folder. Throws Error if the place is neither, or if the environment
+// does not say how to reach an object store.
 std::unique_ptr<CloudStore> openCloud(const std::string& place, RequestObserver observer = {});
 
-// What is known of the named backups that are still there, and of all, oldest first within their category.
+// What is known of those of the named backups that are still there; of all backups, oldest first within their category.
 std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<BackupName>& names);
 std::vector<StoredBackup> listBackups(const CloudStore& store);
+
+// For stores: the JSON object that both keep beside a bundle, and what it tells of a backup. `readInfo` throws Error
+// (Damaged) if it is not such an object.
+Json::Value infoOf(const NewBackup& backup, const std::filesystem::path& bundle);
+void readInfo(const Json::Value& info, StoredBackup& backup);
 
 }  // namespace sim

@@ -6,7 +6,6 @@
 #include <algorithm>
 
 #include "simulator/base/Account.h"
-#include "simulator/base/Clock.h"
 #include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
@@ -19,17 +18,19 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t ID_DIGITS = 6;  // at least
+constexpr std::size_t MIN_ID_DIGITS = 6;
 constexpr char REMOVED[] = ".removed";
+constexpr char ACCOUNT_MARK = '@';
 
-// The number that an id is. Nothing: the name is that of no backup.
+// The number that an id stands for; nothing if the name is not that of a backup. A number has one id only: leading
+// zeros fill it up to six digits, and no further.
 std::optional<std::uint64_t> numberOf(const std::string& id) {
-    const bool hasForm = id.size() >= ID_DIGITS && id.find_first_not_of("0123456789") == std::string::npos &&
-                         (id.size() == ID_DIGITS || id.front() != '0');
+    const bool hasForm = id.size() >= MIN_ID_DIGITS && id.find_first_not_of("0123456789") == std::string::npos &&
+                         (id.size() == MIN_ID_DIGITS || id.front() != '0');
     return hasForm ? toNumber<std::uint64_t>(id) : std::nullopt;
 }
 
-// Oldest first.
+// Oldest first. As texts, 1000000 would come before 999999.
 std::vector<std::string> backupIds(const fs::path& category) {
     std::vector<std::string> ids;
     for (const fs::path& member : membersOf(category)) {
@@ -38,45 +39,38 @@ std::vector<std::string> backupIds(const fs::path& category) {
         }
     }
     std::sort(ids.begin(), ids.end(),
-              [](const std::string& one, const std::string& other) { return numberOf(one) < numberOf(other); });
+              [](const std::string& left, const std::string& right) { return numberOf(left) < numberOf(right); });
     return ids;
 }
 
-// Of those that are or were there; 0: none.
+// The highest number ever used in a category, also by removed backups; 0 if none was.
 std::uint64_t highestNumber(const fs::path& category) {
     std::uint64_t highest = 0;
     for (const fs::path& member : membersOf(category)) {
-        const std::string name = member.filename();
-        const bool wasRemoved = member.extension() == REMOVED;
-        highest = std::max(highest, numberOf(wasRemoved ? member.stem().string() : name).value_or(0));
+        const fs::path id = member.extension() == REMOVED ? member.stem() : member.filename();
+        highest = std::max(highest, numberOf(id).value_or(0));
     }
     return highest;
 }
 
 void load(const fs::path& folder, StoredBackup& backup) {
+    const fs::path file = folder / "info.json";
     Json::Value info;
-    const bool isObject = parseJson(readFile(folder / "info.json"), info) && info.isObject();
-    if (!isObject || !info["time"].isString() || !info["name"].isString()) {
-        throw Error(Error::Kind::Damaged,
-                    fmt::format("{}: not what a backup has there", (folder / "info.json").string()));
-    }
-    backup.time = info["time"].asString();
-    backup.name = bundleName(info["name"].asString());
-    backup.device = info["device"].isString() ? info["device"].asString() : "";
-    if (info["services"].isUInt64()) {
-        backup.services = info["services"].asUInt64();
+    parseJson(readFile(file), info);  // else it is null
+    try {
+        readInfo(info, backup);
+    } catch (const Error& error) {
+        throw Error(error.kind(), fmt::format("{}: {}", file.string(), error.what()));
     }
     backup.metadata = readFile(folder / "metadata.json");
     backup.size = sizeOf(folder / "bundle.zip");
 }
 
-constexpr char ACCOUNT_MARK = '@';
-
 bool isAccount(const fs::path& member) {
     return member.filename().string().front() == ACCOUNT_MARK && isFolder(member);
 }
 
-// What the store itself has beside backups: marks of removed ones, and what is being built.
+// What the store itself keeps beside backups: the marks of removed ones, and what is being built.
 bool isOwn(const fs::path& member) {
     return member.extension() == REMOVED || isScratch(member);
 }
@@ -94,7 +88,8 @@ std::string FolderStore::put(const NewBackup& backup, const fs::path& bundle) {
     if (backup.refuseDuplicate) {
         const std::vector<std::string> ids = backupIds(parent);
         if (!ids.empty() && digestOf(parent / ids.back() / "bundle.zip") == digestOf(bundle)) {
-            throw Error(Error::Kind::Duplicate, fmt::format("backup {} has the very same bundle", ids.back()));
+            throw Error(Error::Kind::Duplicate,
+                        fmt::format("{}: backup {} has the same bundle already", place(), ids.back()));
         }
     }
     const ScratchFolder scratch(parent);
@@ -102,17 +97,10 @@ std::string FolderStore::put(const NewBackup& backup, const fs::path& bundle) {
     makeFolders(built);
     copyFile(bundle, built / "bundle.zip");
     writeFile(built / "metadata.json", backup.metadata);
-    Json::Value info;
-    info["time"] = utcNow();
-    info["name"] = toUtf8(bundle.filename().string());
-    info["device"] = toUtf8(backup.device);
-    if (backup.services) {
-        info["services"] = Json::Value::UInt64(*backup.services);
-    }
-    writeFile(built / "info.json", writeJson(info));
-
+    writeFile(built / "info.json", writeJson(infoOf(backup, bundle)));
+    // Another writer may have taken the number since: then the next one is tried.
     for (std::uint64_t number = highestNumber(parent) + 1;; ++number) {
-        std::string id = fmt::format("{:0{}}", number, ID_DIGITS);
+        std::string id = fmt::format("{:0{}}", number, MIN_ID_DIGITS);
         if (putInPlace(built, parent / id)) {
             return id;
         }
@@ -147,7 +135,7 @@ std::optional<BackupName> FolderStore::newest(const Address& address) const {
     return ids.empty() ? std::nullopt : std::optional(BackupName{address, ids.back(), ""});
 }
 
-// The folders there; all else that is not the store's own is foreign.
+// The folders in a folder. Adds everything else there to the foreign content, unless it is the store's own.
 std::vector<fs::path> FolderStore::foldersIn(const fs::path& folder, StoreContent& content) const {
     std::vector<fs::path> folders;
     for (const fs::path& member : membersOf(folder)) {
@@ -195,8 +183,7 @@ StoreContent FolderStore::content() const {
 
 StoredBackup FolderStore::look(const BackupName& name) const {
     const fs::path folder = existingFolderOf(name);
-    StoredBackup backup;
-    static_cast<BackupName&>(backup) = name;
+    StoredBackup backup(name);
     try {
         load(folder, backup);
     } catch (const Error& error) {
@@ -208,8 +195,7 @@ StoredBackup FolderStore::look(const BackupName& name) const {
 StoredBackup FolderStore::fetch(const BackupName& name, const fs::path& folder) const {
     StoredBackup backup = look(name);
     if (backup.damage.empty()) {
-        std::error_code ignored;
-        fs::remove(folder / backup.name, ignored);  // or a link there would lead the bundle elsewhere
+        removeFile(folder / backup.name);  // a link there would lead the copy out of the folder
         copyFile(folderOf(name) / name.id / "bundle.zip", folder / backup.name);
     }
     return backup;

@@ -3,7 +3,8 @@
 //   [@<account>/]<client id>/<category>/<backup id>/{bundle.zip, metadata.json, info.json}
 //   [@<account>/]<client id>/<category>/<backup id>.removed
 //
-// The default account has no folder of its own.
+// The default account has no folder of its own. The empty file <backup id>.removed keeps the id of a removed backup
+// from being used again.
 #pragma once
 
 #include <filesystem>

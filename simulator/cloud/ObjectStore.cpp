@@ -1,18 +1,17 @@
 #include "simulator/cloud/ObjectStore.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <json/value.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <random>
 #include <utility>
 
-#include "simulator/base/Clock.h"
+#include "simulator/base/Descriptor.h"
 #include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
 
@@ -22,18 +21,21 @@ namespace sim {
 
 namespace {
 
-constexpr char SCHEME[] = "s3://";
+constexpr std::string_view SCHEME = "s3://";
+
 constexpr std::size_t SEQUENCE_DIGITS = 8;
-constexpr std::size_t RANDOM_DIGITS = 8;
 constexpr std::uint64_t MAX_SEQUENCE = 99'999'999;
+constexpr std::size_t RANDOM_DIGITS = 8;
 constexpr std::string_view KEY_VERSION = "v2-";
-constexpr int PAGE_SIZE = 1000;
-constexpr int SHORT_PAGE_SIZE = 100;  // of a listing that is read for its first names
-constexpr std::string_view MARK = "halcyon backup 1 ";
+
+constexpr int PAGE_SIZE = 1000;       // the most that a store lists at once
+constexpr int SHORT_PAGE_SIZE = 100;  // enough where the first name is likely to do
+
+constexpr std::string_view MAGIC = "halcyon backup 1 ";
 constexpr std::size_t DIGEST_DIGITS = 64;
-constexpr std::size_t FIRST_LINE = MARK.size() + DIGEST_DIGITS + 1;
-constexpr std::uint64_t MOST_OF_A_HEAD = 256U << 10;
-constexpr std::uint64_t USUAL_HEAD = 8U << 10;
+constexpr std::size_t HEADER_LINE_BYTES = MAGIC.size() + DIGEST_DIGITS + 1;
+constexpr std::uint64_t MAX_HEADER_BYTES = 256U << 10;  // of both lines and the metadata
+constexpr std::uint64_t TYPICAL_HEADER_BYTES = 8U << 10;
 
 bool consistsOf(std::string_view text, std::size_t size, const char* characters) {
     return text.size() == size && text.find_first_not_of(characters) == std::string_view::npos;
@@ -41,7 +43,7 @@ bool consistsOf(std::string_view text, std::size_t size, const char* characters)
 
 bool isId(const std::string& id) {
     const std::string_view text = id;
-    return text.size() == SEQUENCE_DIGITS + 1 + RANDOM_DIGITS && text[SEQUENCE_DIGITS] == '-' &&
+    return text.size() > SEQUENCE_DIGITS && text[SEQUENCE_DIGITS] == '-' &&
            consistsOf(text.substr(0, SEQUENCE_DIGITS), SEQUENCE_DIGITS, "0123456789") &&
            consistsOf(text.substr(SEQUENCE_DIGITS + 1), RANDOM_DIGITS, "0123456789abcdef");
 }
@@ -50,173 +52,180 @@ std::uint64_t numberOf(const std::string& id) {
     return toNumber<std::uint64_t>(std::string_view(id).substr(0, SEQUENCE_DIGITS)).value_or(0);
 }
 
-std::string textOf(std::uint64_t number) {
-    return fmt::format("{:0{}}", number, SEQUENCE_DIGITS);
-}
-
-// An id counted down, as the name of its object has it; or such a name counted up again.
+// Counts an id down into the name of its key, or such a name up into the id.
 std::string mirrored(const std::string& id) {
-    return textOf(MAX_SEQUENCE - numberOf(id)) + id.substr(SEQUENCE_DIGITS);
+    return fmt::format("{:0{}}{}", MAX_SEQUENCE - numberOf(id), SEQUENCE_DIGITS, id.substr(SEQUENCE_DIGITS));
 }
 
 [[noreturn]] void refusePlace(const std::string& place, const char* why) {
-    throw Error(fmt::format("{} is no cloud: {}; give a folder, or s3://BUCKET[/PREFIX]", inQuotes(place), why));
+    throw Error(
+        fmt::format("{} is not a cloud store: {}; give a folder, or s3://BUCKET[/PREFIX]", inQuotes(place), why));
 }
 
-// Reads an object as it comes: its head, and what follows into a file.
+// The header has the digest of all that follows its first line, so that a bit that flips anywhere on the way back is
+// noticed. The digest of the whole body is for the store, which checks what arrives.
+ObjectClient::Body bodyOf(const NewBackup& backup, const fs::path& bundle) {
+    const std::uint64_t bundleSize = sizeOf(bundle);
+    Json::Value info = infoOf(backup, bundle);
+    info["sha256"] = digestOf(bundle);
+    info["metadata"] = Json::Value::UInt64(backup.metadata.size());
+    info["bundle"] = Json::Value::UInt64(bundleSize);
+    const std::string rest = writeJson(info) + "\n" + backup.metadata;
+    ObjectClient::Body body;
+    body.file = bundle;
+    body.header = fmt::format("{}{}\n{}", MAGIC, Digest().addBytes(rest).addFile(bundle).hex(), rest);
+    if (body.header.size() > MAX_HEADER_BYTES) {
+        throw Error(fmt::format("the metadata of the backup has {} bytes; a store takes at most about {}",
+                                backup.metadata.size(), MAX_HEADER_BYTES));
+    }
+    body.size = body.header.size() + bundleSize;
+    body.sha256 = Digest().addBytes(body.header).addFile(bundle).hex();
+    return body;
+}
+
+// Reads an object as it arrives: the header into memory, the bundle into a file.
 class ObjectReader {
 public:
-    // Without a folder for it, the bundle is not looked at.
-    explicit ObjectReader(fs::path folder) : m_folder(std::move(folder)) {}
+    // Without a folder, the bundle is ignored.
+    ObjectReader(BackupName name, fs::path folder)
+        : m_name(std::move(name)), m_folder(std::move(folder)), m_backup(m_name) {}
 
-    void restart() { *this = ObjectReader(m_folder); }
+    ObjectClient::Sink sink() {
+        return {[this] { restart(); }, [this](std::string_view bytes) { take(bytes); }};
+    }
+
+    bool hasHeader() const { return m_hasHeader; }
+
+    // What was read. Throws Error (Damaged) if the object is not whole; without a folder, its header is enough.
+    const StoredBackup& finish() {
+        if (!m_hasHeader) {
+            fail("the object is not a backup, or its end is missing");
+        }
+        if (!m_folder.empty() && m_bundleBytes != m_backup.size) {
+            fail(fmt::format("it has {} of the {} bytes of its bundle", m_bundleBytes, m_backup.size));
+        }
+        if (!m_folder.empty() && m_digest.hex() != m_header.substr(MAGIC.size(), DIGEST_DIGITS)) {
+            fail("its bytes are not those that were stored (SHA-256)");
+        }
+        return m_backup;
+    }
+
+    // Removes the file that was begun, if any.
+    void discard() {
+        if (m_file.isOpen()) {
+            removeFile(m_folder / m_backup.name);
+        }
+    }
+
+private:
+    [[noreturn]] static void fail(const std::string& why) { throw Error(Error::Kind::Damaged, why); }
+
+    // A try that was cut off may have left a part of the bundle.
+    void restart() {
+        discard();
+        *this = ObjectReader(m_name, m_folder);
+    }
 
     void take(std::string_view bytes) {
-        if (!m_hasHead) {
-            m_head += bytes;
-            if (!readHead()) {
+        if (m_hasHeader) {
+            m_digest.addBytes(bytes);
+        } else {
+            m_header += bytes;
+            if (!readHeader()) {
+                if (m_header.size() >= MAX_HEADER_BYTES) {
+                    fail(fmt::format("its header does not end within {} bytes", MAX_HEADER_BYTES));
+                }
                 return;
             }
-            bytes = std::string_view(m_head).substr(m_headSize);
-        } else {
-            m_digest.addBytes(bytes);
+            bytes = std::string_view(m_header).substr(m_headerSize);
         }
-        m_taken += bytes.size();
         if (!m_folder.empty()) {
-            requireNoMoreThanStored();
             write(bytes);
         }
     }
 
-    // Of the whole object, or of its head where there is no folder. Throws Error (Damaged).
-    void finish() {
-        if (!m_hasHead) {
-            throw Error(Error::Kind::Damaged, "what is there is no backup, or is cut off");
+    // Returns false if more bytes are needed.
+    bool readHeader() {
+        if (m_header.compare(0, MAGIC.size(), MAGIC, 0, m_header.size()) != 0) {
+            fail("the object is not a backup");
         }
-        if (m_folder.empty()) {
-            return;
-        }
-        if (m_taken != m_size) {
-            throw Error(Error::Kind::Damaged, fmt::format("{} of {} bytes of the bundle are there", m_taken, m_size));
-        }
-        if (m_digest.hex() != m_expected) {
-            throw Error(Error::Kind::Damaged, "its bytes are not those that were stored (SHA-256)");
-        }
-        if (m_file && std::fflush(m_file.get()) != 0) {
-            fail();
-        }
-    }
-
-    bool hasHead() const { return m_hasHead; }
-    const Json::Value& info() const { return m_info; }
-    std::uint64_t size() const { return m_size; }
-    const fs::path& target() const { return m_target; }  // empty: nothing was written
-    const std::string& name() const { return m_name; }
-    const std::string& metadata() const { return m_metadata; }
-
-private:
-    bool readHead() {
-        const std::size_t end = m_head.find('\n', std::min(FIRST_LINE, m_head.size()));
-        if (m_head.size() > MOST_OF_A_HEAD ||
-            (m_head.size() >= FIRST_LINE && m_head.compare(0, MARK.size(), MARK) != 0)) {
-            throw Error(Error::Kind::Damaged, "what is there is no backup");
-        }
+        const std::size_t end = m_header.find('\n', HEADER_LINE_BYTES);
         if (end == std::string::npos) {
             return false;
         }
-        const bool isWhole = parseJson(m_head.substr(FIRST_LINE, end - FIRST_LINE), m_info) && m_info.isObject() &&
-                             m_info["time"].isString() && m_info["name"].isString() && m_info["sha256"].isString() &&
-                             m_info["metadata"].isUInt64() && m_info["bundle"].isUInt64() &&
-                             m_info["metadata"].asUInt64() < MOST_OF_A_HEAD;
-        if (!isWhole) {
-            throw Error(Error::Kind::Damaged, "its head is not what a backup has there");
+        Json::Value info;
+        const bool hasSizes = parseJson(m_header.substr(HEADER_LINE_BYTES, end - HEADER_LINE_BYTES), info) &&
+                              info.isObject() && info["sha256"].isString() && info["bundle"].isUInt64() &&
+                              info["metadata"].isUInt64() && info["metadata"].asUInt64() < MAX_HEADER_BYTES;
+        if (!hasSizes) {
+            fail("its header does not describe a backup");
         }
-        m_headSize = end + 1 + static_cast<std::size_t>(m_info["metadata"].asUInt64());
-        if (m_head.size() < m_headSize) {
+        m_headerSize = end + 1 + static_cast<std::size_t>(info["metadata"].asUInt64());
+        if (m_header.size() < m_headerSize) {
             return false;
         }
-        m_metadata = m_head.substr(end + 1, m_headSize - end - 1);
-        m_name = bundleName(m_info["name"].asString());
-        m_size = m_info["bundle"].asUInt64();
-        m_expected = m_head.substr(MARK.size(), DIGEST_DIGITS);
-        m_digest.addBytes(std::string_view(m_head).substr(FIRST_LINE));
-        m_hasHead = true;
+        readInfo(info, m_backup);
+        m_backup.sha256 = info["sha256"].asString();
+        m_backup.size = info["bundle"].asUInt64();
+        m_backup.metadata = m_header.substr(end + 1, m_headerSize - end - 1);
+        m_digest.addBytes(std::string_view(m_header).substr(HEADER_LINE_BYTES));
+        m_hasHeader = true;
         return true;
     }
 
-    void requireNoMoreThanStored() const {
-        if (m_taken > m_size) {
-            throw Error(Error::Kind::Damaged, fmt::format("it is longer than its {} bytes", m_size));
-        }
-    }
-
     void write(std::string_view bytes) {
-        if (!m_file) {
-            m_target = m_folder / m_name;
-            std::error_code ignored;
-            fs::remove(m_target, ignored);  // or a link there would lead the bundle elsewhere
-            m_file.reset(std::fopen(m_target.c_str(), "wbx"));
+        m_bundleBytes += bytes.size();
+        if (m_bundleBytes > m_backup.size) {
+            fail(fmt::format("it is longer than the {} bytes of its bundle", m_backup.size));
         }
-        if (!m_file || std::fwrite(bytes.data(), 1, bytes.size(), m_file.get()) != bytes.size()) {
-            fail();
+        const fs::path target = m_folder / m_backup.name;
+        if (!m_file.isOpen()) {
+            removeFile(target);  // a link there would lead the bundle out of the folder
+            m_file = openFile(target, O_WRONLY | O_CREAT | O_EXCL, 0666);
         }
+        writeAll(m_file, bytes, target);
     }
 
-    [[noreturn]] void fail() const {
-        throw Error(kindOfErrno(errno), fmt::format("{}: cannot write: {}", m_target.string(), std::strerror(errno)));
-    }
-
-    struct Close {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
+    BackupName m_name;
     fs::path m_folder;
-    fs::path m_target;
-    std::string m_head;
-    std::size_t m_headSize = 0;
-    bool m_hasHead = false;
-    Json::Value m_info;
-    std::string m_name;
-    std::string m_metadata;
-    std::string m_expected;
+    StoredBackup m_backup;
+    std::string m_header;          // and, of the piece that completed it, the start of the bundle
+    std::size_t m_headerSize = 0;  // known once it is whole
+    bool m_hasHeader = false;
     Digest m_digest;
-    std::uint64_t m_size = 0;  // of the bundle
-    std::uint64_t m_taken = 0;
-    std::unique_ptr<std::FILE, Close> m_file;
+    std::uint64_t m_bundleBytes = 0;
+    Descriptor m_file;
 };
 
-StoredBackup described(const BackupName& name, const ObjectReader& reader) {
-    StoredBackup backup;
-    static_cast<BackupName&>(backup) = name;
-    backup.time = reader.info()["time"].asString();
-    backup.name = reader.name();
-    backup.metadata = reader.metadata();
-    backup.size = reader.size();
-    backup.device = reader.info()["device"].isString() ? reader.info()["device"].asString() : "";
-    if (reader.info()["services"].isUInt64()) {
-        backup.services = reader.info()["services"].asUInt64();
+// What `read` brings into a reader. Damage is part of the description; any other error is thrown.
+StoredBackup described(const BackupName& name, ObjectReader& reader, const std::function<void()>& read) {
+    try {
+        read();
+        return reader.finish();
+    } catch (const Error& error) {
+        reader.discard();
+        if (error.kind() != Error::Kind::Damaged) {
+            throw;
+        }
+        StoredBackup backup(name);
+        backup.damage = error.what();
+        return backup;
     }
-    return backup;
-}
-
-StoredBackup damaged(const BackupName& name, const std::string& damage) {
-    StoredBackup backup;
-    static_cast<BackupName&>(backup) = name;
-    backup.damage = damage;
-    return backup;
 }
 
 }  // namespace
 
-ObjectStore::ObjectStore(const std::string& place, RequestObserver observer) : m_place(place) {
-    if (place.compare(0, sizeof SCHEME - 1, SCHEME) != 0) {
+ObjectStore::ObjectStore(const std::string& place, RequestObserver observer) {
+    if (place.compare(0, SCHEME.size(), SCHEME) != 0) {
         refusePlace(place, "its scheme is not s3");
     }
-    const std::string rest = place.substr(sizeof SCHEME - 1);
+    const std::string rest = place.substr(SCHEME.size());
     const std::size_t slash = rest.find('/');
     const std::string bucket = rest.substr(0, slash);
-    constexpr std::size_t SHORTEST = 3;
-    constexpr std::size_t LONGEST = 63;
-    if (bucket.size() < SHORTEST || bucket.size() > LONGEST || bucket.front() == '-' || bucket.front() == '.' ||
+    constexpr std::size_t MIN_BUCKET_SIZE = 3;
+    constexpr std::size_t MAX_BUCKET_SIZE = 63;
+    if (bucket.size() < MIN_BUCKET_SIZE || bucket.size() > MAX_BUCKET_SIZE || bucket.front() == '-' ||
+        bucket.front() == '.' ||
         bucket.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789.-") != std::string::npos) {
         refusePlace(place, "a bucket's name is 3 to 63 lower-case letters, digits, '-' and '.'");
     }
@@ -227,7 +236,7 @@ ObjectStore::ObjectStore(const std::string& place, RequestObserver observer) : m
     if (m_prefix.find("//") != std::string::npos || (!m_prefix.empty() && m_prefix.front() == '/')) {
         refusePlace(place, "the prefix has an empty part");
     }
-    m_place = SCHEME + bucket + (m_prefix.empty() ? "" : "/" + m_prefix);
+    m_place = fmt::format("{}{}{}{}", SCHEME, bucket, m_prefix.empty() ? "" : "/", m_prefix);
     m_prefix += m_prefix.empty() ? "" : "/";
     m_client = std::make_unique<ObjectClient>(bucket, std::move(observer));
 }
@@ -238,7 +247,8 @@ std::string ObjectStore::folderOf(const Address& address) const {
 
 std::string ObjectStore::keyOf(const BackupName& name) const {
     if (!isId(name.id)) {
-        throw Error(Error::Kind::Missing, fmt::format("{} holds no backup {}", m_place, name.path()));
+        throw Error(Error::Kind::Missing,
+                    fmt::format("{} holds no backup {}; see: halcyon-tv cloud list", m_place, name.path()));
     }
     return fmt::format("{}{}{}", folderOf(name), KEY_VERSION, mirrored(name.id));
 }
@@ -288,44 +298,25 @@ std::optional<BackupName> ObjectStore::newest(const Address& address) const {
 
 std::string ObjectStore::put(const NewBackup& backup, const fs::path& bundle) {
     const std::optional<BackupName> before = newest(backup);
-    const std::uint64_t number = before ? numberOf(before->id) + 1 : 1;
-    if (number > MAX_SEQUENCE) {
-        throw Error(Error::Kind::Denied, fmt::format("{} is full", folderOf(backup)));
-    }
-    Json::Value info;
-    info["time"] = utcNow();
-    info["name"] = toUtf8(bundle.filename().string());
-    info["device"] = toUtf8(backup.device);
-    info["sha256"] = digestOf(bundle);
-    info["metadata"] = Json::Value::UInt64(backup.metadata.size());
-    info["bundle"] = Json::Value::UInt64(fs::file_size(bundle));
-    if (backup.services) {
-        info["services"] = Json::Value::UInt64(*backup.services);
-    }
-    if (backup.refuseDuplicate && before) {
-        ObjectReader reader("");
-        // The digest of a head alone is not checked; one that is damaged refuses nothing.
-        const ObjectClient::Sink sink{[&] { reader.restart(); }, [&](std::string_view bytes) { reader.take(bytes); }};
-        try {
-            m_client->get(keyOf(*before), USUAL_HEAD, sink);
-            reader.finish();
-        } catch (const Error& error) {
-            if (error.kind() != Error::Kind::Damaged && error.kind() != Error::Kind::Missing) {
-                throw;
+    if (before && backup.refuseDuplicate) {
+        for (const StoredBackup& stored : lookAt(*this, {*before})) {
+            if (stored.sha256 == digestOf(bundle)) {
+                throw Error(Error::Kind::Duplicate,
+                            fmt::format("{}: backup {} has the same bundle already", m_place, before->id));
             }
         }
-        if (reader.hasHead() && reader.info()["sha256"] == info["sha256"]) {
-            throw Error(Error::Kind::Duplicate, fmt::format("backup {} has the very same bundle", before->id));
-        }
     }
-    const std::string rest = writeJson(info) + "\n" + backup.metadata;
-    ObjectClient::Body body;
-    body.file = bundle;
-    body.header = fmt::format("{}{}\n", MARK, Digest().addBytes(rest).addFile(bundle).hex()) + rest;
-    body.size = body.header.size() + info["bundle"].asUInt64();
-    body.sha256 = Digest().addBytes(body.header).addFile(bundle).hex();
-    BackupName name{backup, fmt::format("{}-{:08x}", textOf(number), std::random_device()()), ""};
-    m_client->put(keyOf(name), body);
+    const std::uint64_t number = before ? numberOf(before->id) + 1 : 1;
+    if (number > MAX_SEQUENCE) {
+        throw Error(Error::Kind::Denied,
+                    fmt::format("{}: {} is full: no number follows that of backup {}; remove it, or "
+                                "use another prefix",
+                                m_place, folderOf(backup), before->id));
+    }
+    // Two writers may see the same newest backup and take the same number. The random part keeps their objects apart.
+    const BackupName name{
+        backup, fmt::format("{:0{}}-{:0{}x}", number, SEQUENCE_DIGITS, std::random_device()(), RANDOM_DIGITS), ""};
+    m_client->put(keyOf(name), bodyOf(backup, bundle));
     return name.id;
 }
 
@@ -355,38 +346,20 @@ StoreContent ObjectStore::content() const {
     return content;
 }
 
+// The header of nearly every backup is small: one short request reads it.
 StoredBackup ObjectStore::look(const BackupName& name) const {
-    ObjectReader reader("");
-    const ObjectClient::Sink sink{[&] { reader.restart(); }, [&](std::string_view bytes) { reader.take(bytes); }};
-    try {
-        m_client->get(keyOf(name), USUAL_HEAD, sink);
-        if (!reader.hasHead()) {
-            m_client->get(keyOf(name), MOST_OF_A_HEAD, sink);
+    ObjectReader reader(name, "");
+    return described(name, reader, [&] {
+        m_client->get(keyOf(name), TYPICAL_HEADER_BYTES, reader.sink());
+        if (!reader.hasHeader()) {
+            m_client->get(keyOf(name), MAX_HEADER_BYTES, reader.sink());
         }
-        reader.finish();
-        return described(name, reader);
-    } catch (const Error& error) {
-        if (error.kind() != Error::Kind::Damaged) {
-            throw;
-        }
-        return damaged(name, error.what());
-    }
+    });
 }
 
 StoredBackup ObjectStore::fetch(const BackupName& name, const fs::path& folder) const {
-    ObjectReader reader(folder);
-    try {
-        m_client->get(keyOf(name), 0, {[&] { reader.restart(); }, [&](std::string_view bytes) { reader.take(bytes); }});
-        reader.finish();
-        return described(name, reader);
-    } catch (const Error& error) {
-        std::error_code ignored;
-        fs::remove(reader.target(), ignored);
-        if (error.kind() != Error::Kind::Damaged) {
-            throw;
-        }
-        return damaged(name, error.what());
-    }
+    ObjectReader reader(name, folder);
+    return described(name, reader, [&] { m_client->get(keyOf(name), 0, reader.sink()); });
 }
 
 }  // namespace sim

@@ -24,7 +24,7 @@ namespace sim {
 
 class ObjectStore final : public CloudStore {
 public:
-    // `place` is s3://BUCKET[/PREFIX]. Throws Error where it is not, or the environment lacks something.
+    // Throws Error if `place` is not s3://BUCKET[/PREFIX], or if the environment lacks something.
     ObjectStore(const std::string& place, RequestObserver observer);
 
     std::string place() const override { return m_place; }
@@ -46,7 +46,7 @@ private:
                        const std::function<bool(const ObjectClient::Object&)>& visit) const;
 
     std::string m_place;
-    std::string m_prefix;  // empty, or with a '/' at its end
+    std::string m_prefix;  // empty, or ends with '/'
     std::unique_ptr<ObjectClient> m_client;
 };
 

@@ -50,7 +50,7 @@ void Watch::watchCloud(std::string& events) {
             m_store = openCloud(m_lab.cloud());
         }
         for (const BackupName& name : m_store->content().backups) {
-            cloud += name.path() + " " + name.mark + "\n";
+            cloud += name.path() + " " + name.etag + "\n";
         }
     } catch (const Error& error) {  // who looks at the page's list of backups is told
         cloud = error.what();

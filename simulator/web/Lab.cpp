@@ -58,11 +58,11 @@ std::vector<StoredBackup> Lab::backups() const {
     std::map<std::string, StoredBackup> read;
     std::vector<StoredBackup> backups;
     for (const BackupName& name : names) {
-        const std::string key = name.path() + " " + name.mark;
-        const auto known = name.mark.empty() ? m_read.end() : m_read.find(key);
+        const std::string key = name.path() + " " + name.etag;
+        const auto known = name.etag.empty() ? m_read.end() : m_read.find(key);
         for (StoredBackup& backup : known == m_read.end() ? lookAt(*store, {name}) : std::vector{known->second}) {
             if (backup.damage.empty()) {  // the transfer alone may have been at fault: look again the next time
-                read[key] = backup;
+                read.emplace(key, backup);
             }
             backups.push_back(std::move(backup));
         }
