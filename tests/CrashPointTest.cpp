@@ -70,11 +70,11 @@ protected:
 
     int run(const test::TestTv& tv, const test::Fate& fate) const {
         const sim::Descriptor errors = sim::openFile(folder / "stderr", O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        sim::Launch launch =
+        sim::ProcessOptions options =
             tv.application({"--reply", m_operation == Operation::Backup ? "operation=backup" : "operation=restore"});
-        launch.environment["ASAN_OPTIONS"] = "detect_leaks=0";  // what is traced cannot be searched for leaks
-        launch.errors = errors.get();
-        return test::runTraced(launch, folder.path(), fate);
+        options.environment["ASAN_OPTIONS"] = "detect_leaks=0";  // what is traced cannot be searched for leaks
+        options.errors = errors.get();
+        return test::runTraced(options, folder.path(), fate);
     }
 
     void expectWholeTv(const test::TestTv& tv) const { test::expectWholeTv(tv, m_before, m_after); }

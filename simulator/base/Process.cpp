@@ -46,15 +46,15 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 class SpawnSettings {
 public:
     // Signals that this process ignores or blocks must reach the other one.
-    explicit SpawnSettings(const Launch& launch) {
+    explicit SpawnSettings(const ProcessOptions& options) {
         posix_spawn_file_actions_init(&actions);
-        if (launch.output >= 0) {
-            posix_spawn_file_actions_adddup2(&actions, launch.output, STDOUT_FILENO);
+        if (options.output >= 0) {
+            posix_spawn_file_actions_adddup2(&actions, options.output, STDOUT_FILENO);
         }
-        if (launch.errors >= 0) {
-            posix_spawn_file_actions_adddup2(&actions, launch.errors, STDERR_FILENO);
+        if (options.errors >= 0) {
+            posix_spawn_file_actions_adddup2(&actions, options.errors, STDERR_FILENO);
         }
-        for (const int descriptor : launch.handedDown) {
+        for (const int descriptor : options.handedDown) {
             posix_spawn_file_actions_adddup2(&actions, descriptor, descriptor);
         }
         posix_spawnattr_init(&attributes);
@@ -67,7 +67,7 @@ public:
         posix_spawnattr_setsigdefault(&attributes, &signals);
         constexpr int ALWAYS = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK;
         posix_spawnattr_setflags(&attributes,
-                                 static_cast<short>(launch.hasOwnGroup ? ALWAYS | POSIX_SPAWN_SETPGROUP : ALWAYS));
+                                 static_cast<short>(options.hasOwnGroup ? ALWAYS | POSIX_SPAWN_SETPGROUP : ALWAYS));
     }
     ~SpawnSettings() {
         posix_spawn_file_actions_destroy(&actions);
@@ -82,20 +82,20 @@ public:
 
 }  // namespace
 
-Process::Process(const Launch& launch) {
+Process::Process(const ProcessOptions& options) {
     std::vector<std::string> words = split(environment(EMULATOR_VARIABLE), ' ');
     if (words.front().empty()) {
         words.clear();
     }
-    words.insert(words.end(), launch.words.begin(), launch.words.end());
-    std::vector<std::string> variables = mergedEnvironment(launch.environment);
-    const SpawnSettings settings(launch);
+    words.insert(words.end(), options.words.begin(), options.words.end());
+    std::vector<std::string> variables = mergedEnvironment(options.environment);
+    const SpawnSettings settings(options);
     std::fflush(nullptr);  // what was printed before comes before what the other one prints
     const int error = ::posix_spawnp(&m_id, words.front().c_str(), &settings.actions, &settings.attributes,
                                      pointersTo(words).data(), pointersTo(variables).data());
     if (error != 0) {
         throw Error(kindOfErrno(error),
-                    fmt::format("cannot launch {}: {}", launch.words.front(), std::strerror(error)));
+                    fmt::format("cannot launch {}: {}", options.words.front(), std::strerror(error)));
     }
 }
 

@@ -7,7 +7,7 @@
 
 namespace sim {
 
-struct Launch {
+struct ProcessOptions {
     std::vector<std::string> words;  // the program's path, then its arguments
     std::map<std::string, std::string>
         environment;  // variables that it gets in the place of, or beside, this process's
@@ -20,7 +20,7 @@ struct Launch {
 // A program that was started; its end must be waited for. Throws Error where it cannot be started.
 class Process {
 public:
-    explicit Process(const Launch& launch);
+    explicit Process(const ProcessOptions& options);
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 

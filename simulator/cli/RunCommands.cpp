@@ -143,14 +143,14 @@ volatile std::sig_atomic_t launched = 0;
 
 // Launches the application and waits for its end. Signals that would end this process go to the application instead,
 // from its start on.
-sim::EndedProcess execute(const sim::Launch& launch) {
+sim::EndedProcess execute(const sim::ProcessOptions& options) {
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
         sigaddset(&signals, signal);
     }
     ::sigprocmask(SIG_BLOCK, &signals, nullptr);
-    const sim::Process application(launch);
+    const sim::Process application(options);
     launched = application.id();
     struct sigaction forward = {};
     forward.sa_handler = [](int signal) { ::kill(launched, signal); };

@@ -88,8 +88,8 @@ private:
 FleetRun runOne(const FleetRequest& request, const std::string& cloud, const std::string& name) {
     FleetRun run;
     run.tv = name;
-    const auto timed = [&](const Launch& launch) {
-        Launch own = launch;
+    const auto timed = [&](const ProcessOptions& options) {
+        ProcessOptions own = options;
         own.hasOwnGroup = true;
         const auto begin = std::chrono::steady_clock::now();
         EndedProcess end = execute(own);

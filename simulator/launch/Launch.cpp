@@ -29,30 +29,31 @@ fs::path applicationPath() {
     return path;
 }
 
-Launch launchOf(const RunRequest& request, const Tv& tv, const std::string& cloud, const FolderLock& lock) {
-    Launch launch;
-    launch.words = {applicationPath(), "--caller", "halcyon-tv"};
+ProcessOptions processOptions(const RunRequest& request, const Tv& tv, const std::string& cloud,
+                              const FolderLock& lock) {
+    ProcessOptions options;
+    options.words = {applicationPath(), "--caller", "halcyon-tv"};
     if (request.replyRequested) {
-        launch.words.emplace_back("--reply");
+        options.words.emplace_back("--reply");
     }
     if (request.realtime) {
-        launch.words.emplace_back("--realtime");
+        options.words.emplace_back("--realtime");
     }
     if (request.refuseDuplicates) {
-        launch.words.emplace_back("--refuse-duplicates");
+        options.words.emplace_back("--refuse-duplicates");
     }
     if (!request.backup.empty()) {
-        launch.words.insert(launch.words.end(), {"--backup", request.backup});
+        options.words.insert(options.words.end(), {"--backup", request.backup});
     }
-    launch.words.emplace_back("--");  // what follows is extra values, whatever it looks like
-    launch.words.insert(launch.words.end(), request.extras.begin(), request.extras.end());
-    launch.handedDown = {lock.descriptor()};
-    launch.environment = {{HOME_VARIABLE, tv.home()},
-                          {CLOUD_VARIABLE, cloud},
-                          {LOCK_VARIABLE, std::to_string(lock.descriptor())},
-                          {KEEP_VARIABLE, std::to_string(request.keep)},
-                          {SANDBOX_VARIABLE, request.isConfined ? "on" : "off"}};
-    return launch;
+    options.words.emplace_back("--");  // what follows is extra values, whatever it looks like
+    options.words.insert(options.words.end(), request.extras.begin(), request.extras.end());
+    options.handedDown = {lock.descriptor()};
+    options.environment = {{HOME_VARIABLE, tv.home()},
+                           {CLOUD_VARIABLE, cloud},
+                           {LOCK_VARIABLE, std::to_string(lock.descriptor())},
+                           {KEEP_VARIABLE, std::to_string(request.keep)},
+                           {SANDBOX_VARIABLE, request.isConfined ? "on" : "off"}};
+    return options;
 }
 
 std::string contentOf(std::FILE* file) {
@@ -67,19 +68,19 @@ std::string contentOf(std::FILE* file) {
 
 }  // namespace
 
-EndedProcess execute(const Launch& launch) {
-    const Process application(launch);
+EndedProcess execute(const ProcessOptions& options) {
+    const Process application(options);
     return {application.id(), describeEnd(application.wait())};
 }
 
 RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& cloud, const CloudStore& store,
                          const FolderLock& lock, const Execute& execute) {
     const std::int64_t before = tv.runs().newest();
-    Launch launch = launchOf(request, tv, cloud, lock);
+    ProcessOptions options = processOptions(request, tv, cloud, lock);
     const std::unique_ptr<std::FILE, decltype(&std::fclose)> printed(request.isLogShown ? nullptr : std::tmpfile(),
                                                                      &std::fclose);
-    launch.errors = printed ? ::fileno(printed.get()) : launch.errors;
-    const EndedProcess end = execute(launch);
+    options.errors = printed ? ::fileno(printed.get()) : options.errors;
+    const EndedProcess end = execute(options);
     const std::optional<Run> run = tv.runs().close(before, end.pid, end.how);
     if (!run) {
         throw Error(fmt::format("the application did not start on the TV at {}: {}{}{}", tv.home().string(), end.how,

@@ -28,8 +28,8 @@ struct EndedProcess {
     int pid;
     std::string how;
 };
-using Execute = std::function<EndedProcess(const Launch&)>;
-EndedProcess execute(const Launch& launch);
+using Execute = std::function<EndedProcess(const ProcessOptions&)>;
+EndedProcess execute(const ProcessOptions& options);
 
 // Launches the application on a TV whose lock is held, gives the verdict on what it has made of the TV and the store at
 // `cloud`, and keeps that with the run's record. Throws Error; if no run began, with what the

@@ -138,13 +138,13 @@ int receiveDescriptor(int channel) {
 }
 
 // In the new process.
-[[noreturn]] void become(const sim::Launch& launch, void* filter, int channel) {
-    for (const auto& [name, value] : launch.environment) {
+[[noreturn]] void become(const sim::ProcessOptions& options, void* filter, int channel) {
+    for (const auto& [name, value] : options.environment) {
         ::setenv(name.c_str(), value.c_str(), 1);
     }
-    ::dup2(launch.errors, STDERR_FILENO);
+    ::dup2(options.errors, STDERR_FILENO);
     std::vector<char*> words;
-    for (const std::string& word : launch.words) {
+    for (const std::string& word : options.words) {
         words.push_back(const_cast<char*>(word.c_str()));
     }
     words.push_back(nullptr);
@@ -223,7 +223,7 @@ void follow(int listener, const fs::path& folder, const Fate& fate) {
 
 }  // namespace
 
-int runTraced(const sim::Launch& launch, const fs::path& folder, const Fate& fate) {
+int runTraced(const sim::ProcessOptions& options, const fs::path& folder, const Fate& fate) {
     const Filter filter = makeFilter();
     std::array<int, 2> ends;
     check("cannot make a socket", ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()));
@@ -233,7 +233,7 @@ int runTraced(const sim::Launch& launch, const fs::path& folder, const Fate& fat
         const sim::Descriptor theirs(ends[1]);
         id = check("cannot fork", ::fork());
         if (id == 0) {
-            become(launch, filter.get(), theirs.get());
+            become(options, filter.get(), theirs.get());
         }
     }
     const sim::Descriptor listener(receiveDescriptor(ours.get()));

@@ -21,6 +21,6 @@ using Fate = std::function<int(const DiskCall&)>;
 
 // Runs a program to its end, and gives its status as waitpid() does. Only calls below `folder` count, and none on the
 // program's standard streams. A program that makes no call for long hangs, and is killed.
-int runTraced(const sim::Launch& launch, const std::filesystem::path& folder, const Fate& fate);
+int runTraced(const sim::ProcessOptions& options, const std::filesystem::path& folder, const Fate& fate);
 
 }  // namespace test
