@@ -14,7 +14,7 @@
 
 #include "simulator/base/Version.h"
 #include "simulator/cli/Command.h"
-#include "simulator/device/LaunchLine.h"
+#include "simulator/device/LaunchOptions.h"
 
 namespace {
 
@@ -160,7 +160,7 @@ int write(const std::vector<std::string_view>& words) {
     cli::Place place;
     std::string home;
     cli::Action chosen;
-    sim::LaunchLine line;
+    sim::LaunchOptions options;
     const bool isTool = words.size() == 2 && words[1] == "halcyon-tv";
     if (words.size() != 2 || (!isTool && words[1] != "halcyon-lineup") || (words[0] != "man" && words[0] != "bash")) {
         fmt::print(stderr, "usage: halcyon-manual man|bash halcyon-tv|halcyon-lineup\n");
@@ -169,7 +169,7 @@ int write(const std::vector<std::string_view>& words) {
     if (isTool) {
         cli::describe(app, place, home, chosen);
     } else {
-        sim::describe(app, line);
+        sim::describe(app, options);
     }
     if (words[0] == "bash") {
         writeCompletion(app);

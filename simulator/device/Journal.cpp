@@ -1,4 +1,4 @@
-#include "simulator/device/PlatformCall.h"
+#include "simulator/device/Journal.h"
 
 #include <stdexcept>
 

@@ -1,4 +1,4 @@
-#include "simulator/device/LaunchLine.h"
+#include "simulator/device/LaunchOptions.h"
 
 #include <CLI/CLI.hpp>
 
@@ -6,7 +6,7 @@
 
 namespace sim {
 
-void describe(CLI::App& app, LaunchLine& line) {
+void describe(CLI::App& app, LaunchOptions& options) {
     app.name("halcyon-lineup");
     app.description(
         "Backs a TV's channel set-up up to the cloud, or restores it (operation=restore), on the simulated TV\n"
@@ -16,14 +16,14 @@ void describe(CLI::App& app, LaunchLine& line) {
         "leaves the application ends it by SIGABRT.\n"
         "Example: halcyon-lineup operation=restore scan_activated=0 --reply");
     app.set_version_flag("--version", std::string("halcyon-lineup ") + VERSION);
-    app.add_option("extra", line.extras, "extra values of the launch request, each key=value");
-    app.add_flag("--reply", line.replyRequested, "request a reply");
-    app.add_option("--caller", line.caller, "id of the caller")->capture_default_str();
-    app.add_option("--backup", line.backup, "the backup that the cloud shall hand out (default: the newest)");
-    app.add_flag("--refuse-duplicates", line.refuseDuplicates,
+    app.add_option("extra", options.extras, "extra values of the launch request, each key=value");
+    app.add_flag("--reply", options.replyRequested, "request a reply");
+    app.add_option("--caller", options.caller, "id of the caller")->capture_default_str();
+    app.add_option("--backup", options.backup, "the backup that the cloud shall hand out (default: the newest)");
+    app.add_flag("--refuse-duplicates", options.refuseDuplicates,
                  "let the cloud refuse a backup whose bundle is the very same as its newest one's");
-    app.add_flag("--realtime", line.realtime, "wait for responses as long as on a TV");
-    app.add_flag("--pause", line.pause, "pause and resume the application once after the launch");
+    app.add_flag("--realtime", options.realtime, "wait for responses as long as on a TV");
+    app.add_flag("--pause", options.pause, "pause and resume the application once after the launch");
 }
 
 }  // namespace sim

@@ -10,7 +10,7 @@ class App;
 
 namespace sim {
 
-struct LaunchLine {
+struct LaunchOptions {
     std::vector<std::string> extras;  // key=value each
     std::string caller = "command-line";
     std::string backup;  // that the cloud shall hand out; empty: the newest
@@ -20,7 +20,7 @@ struct LaunchLine {
     bool pause = false;
 };
 
-// Puts its options on a command line; they are in `line` when that is parsed.
-void describe(CLI::App& app, LaunchLine& line);
+// Puts its options on a command line; they are in `options` when that is parsed.
+void describe(CLI::App& app, LaunchOptions& options);
 
 }  // namespace sim

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "simulator/base/Text.h"
-#include "simulator/device/LaunchLine.h"
-#include "simulator/device/PlatformCall.h"
+#include "simulator/device/Journal.h"
+#include "simulator/device/LaunchOptions.h"
 #include "simulator/lineup/Application.h"
 
 struct app_control_s {
@@ -58,11 +58,11 @@ void takeBack() {
 std::optional<int> parse(int argc, char** argv, app_control_s& request, bool& pause) {
     Device& device = Device::current();
     CLI::App app;
-    sim::LaunchLine line;
-    sim::describe(app, line);
+    sim::LaunchOptions options;
+    sim::describe(app, options);
     try {
         app.parse(argc, argv);
-        for (const std::string& extra : line.extras) {
+        for (const std::string& extra : options.extras) {
             const std::size_t equals = extra.find('=');
             if (equals == std::string::npos || equals == 0) {
                 throw CLI::ValidationError(extra, "not of the form key=value");
@@ -73,12 +73,12 @@ std::optional<int> parse(int argc, char** argv, app_control_s& request, bool& pa
         std::fprintf(stderr, "halcyon-lineup: %s; see: halcyon-lineup --help\n", sim::shown(error.what()).c_str());
         return USAGE_ERROR;
     }
-    request.caller = line.caller;
-    request.replyRequested = line.replyRequested;
-    device.chosenBackup = line.backup;
-    device.refusesDuplicates = line.refuseDuplicates;
-    device.loop.setRealtime(line.realtime);
-    pause = line.pause;
+    request.caller = options.caller;
+    request.replyRequested = options.replyRequested;
+    device.chosenBackup = options.backup;
+    device.refusesDuplicates = options.refuseDuplicates;
+    device.loop.setRealtime(options.realtime);
+    pause = options.pause;
     return std::nullopt;
 }
 

@@ -7,15 +7,15 @@
 #include <string>
 
 #include "simulator/device/Device.h"
-#include "simulator/device/LaunchLine.h"
+#include "simulator/device/LaunchOptions.h"
 
 namespace {
 
 // Whoever asks for help need not have a TV.
 void answer(int argc, char** argv) {
     CLI::App app;
-    sim::LaunchLine line;
-    sim::describe(app, line);
+    sim::LaunchOptions options;
+    sim::describe(app, options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {

@@ -1,6 +1,6 @@
 #include "platform/ci_service.h"
 
-#include "simulator/device/PlatformCall.h"
+#include "simulator/device/Journal.h"
 
 namespace {
 

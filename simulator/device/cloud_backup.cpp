@@ -14,7 +14,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
-#include "simulator/device/PlatformCall.h"
+#include "simulator/device/Journal.h"
 
 namespace fs = std::filesystem;
 

@@ -3,7 +3,7 @@
 #include <sstream>
 
 #include "simulator/base/Json.h"
-#include "simulator/device/PlatformCall.h"
+#include "simulator/device/Journal.h"
 
 bool JsonUtil::StringToJson(const std::string& text, Json::Value& value) {
     value = Json::Value();

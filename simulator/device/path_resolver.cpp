@@ -5,7 +5,7 @@
 #include <set>
 #include <string>
 
-#include "simulator/device/PlatformCall.h"
+#include "simulator/device/Journal.h"
 
 namespace {
 

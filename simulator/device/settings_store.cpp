@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "simulator/device/PlatformCall.h"
+#include "simulator/device/Journal.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/tv_service.h"
-#include "simulator/device/PlatformCall.h"
+#include "simulator/device/Journal.h"
 
 // Found by the journal through their arguments' own namespace.
 static std::string toJournal(const TSTvMode& mode) {

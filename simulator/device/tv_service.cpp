@@ -7,7 +7,7 @@
 #include <exception>
 #include <optional>
 
-#include "simulator/device/PlatformCall.h"
+#include "simulator/device/Journal.h"
 
 namespace {
 
