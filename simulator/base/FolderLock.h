@@ -1,32 +1,32 @@
-// One process at a time for a folder. The kernel releases the lock when its last holder ends, however that is.
+// A lock on a folder, held by one process at a time. The kernel releases it when its last holder ends, even by a kill.
 #pragma once
 
 #include <chrono>
 #include <filesystem>
 
+#include "simulator/base/Descriptor.h"
+
 namespace sim {
 
 class FolderLock {
 public:
+    // Holds nothing.
     FolderLock() = default;
-    FolderLock(FolderLock&& other) noexcept;
-    FolderLock& operator=(FolderLock&& other) noexcept;
-    ~FolderLock();
 
-    // Takes the lock, waiting for it for a while. What it gives holds nothing when somebody else has it still. Throws
-    // Error where the folder cannot be opened.
+    // Takes the lock, waiting up to `patience` for it; holds nothing if somebody else still has it then. Throws Error
+    // if the folder cannot be opened.
     static FolderLock take(const std::filesystem::path& folder, std::chrono::milliseconds patience);
 
-    // Whether an open descriptor, as another process hands it down, is that of the folder; it shares its lock then.
+    // Whether `descriptor`, which another process has handed down, is of that folder, and so shares its lock.
     static bool isOf(const std::filesystem::path& folder, int descriptor);
 
-    bool isHeld() const { return m_descriptor >= 0; }
+    bool isHeld() const { return m_descriptor.isOpen(); }
 
-    // To be handed down to another program, which holds the lock, too, from then on.
-    int descriptor() const { return m_descriptor; }
+    // For another program to inherit, which then holds the lock too. -1: nothing is held.
+    int descriptor() const { return m_descriptor.get(); }
 
 private:
-    int m_descriptor = -1;
+    Descriptor m_descriptor;
 };
 
 }  // namespace sim

@@ -1,17 +1,14 @@
 #include "simulator/base/Sandbox.h"
 
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <linux/landlock.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
-#include <cstring>
-#include <string>
 
+#include "simulator/base/Descriptor.h"
 #include "simulator/base/Error.h"
 
 namespace fs = std::filesystem;
@@ -20,10 +17,10 @@ namespace sim {
 
 namespace {
 
-// Before the second version, nothing could be put in place from another folder.
+// The first version refuses to rename between folders, which is how files are put in place.
 constexpr long OLDEST_VERSION = 2;
 
-// Younger than the oldest headers that this is built with.
+// LANDLOCK_ACCESS_FS_TRUNCATE, which the oldest headers that this is built with do not have.
 constexpr std::uint64_t TRUNCATE = 1ULL << 14;
 
 std::uint64_t writingRights(long version) {
@@ -35,27 +32,9 @@ std::uint64_t writingRights(long version) {
     return version > OLDEST_VERSION ? rights | TRUNCATE : rights;
 }
 
-[[noreturn]] void fail(const std::string& what) {
-    throw Error(
-        fmt::format("cannot confine the application: {}: {}; --no-sandbox does without", what, std::strerror(errno)));
+[[noreturn]] void fail(const fs::path& path) {
+    throw Error::ofSystem(path, "cannot confine the application here (--no-sandbox leaves it free)");
 }
-
-class Descriptor {
-public:
-    Descriptor(int descriptor, const std::string& what) : m_descriptor(descriptor) {
-        if (m_descriptor < 0) {
-            fail(what);
-        }
-    }
-    ~Descriptor() { ::close(m_descriptor); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return m_descriptor; }
-
-private:
-    int m_descriptor;
-};
 
 }  // namespace
 
@@ -66,19 +45,21 @@ bool confineWritingTo(const std::vector<fs::path>& folders) {
     }
     landlock_ruleset_attr attributes = {};
     attributes.handled_access_fs = writingRights(version);
-    const Descriptor rules(static_cast<int>(::syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes, 0)),
-                           "rules");
+    const Descriptor rules(static_cast<int>(::syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes, 0)));
+    if (!rules.isOpen()) {
+        fail("Landlock");
+    }
     for (const fs::path& folder : folders) {
-        const Descriptor place(::open(folder.c_str(), O_PATH | O_CLOEXEC), folder.string());
+        const Descriptor place = openFile(folder, O_PATH);
         landlock_path_beneath_attr below = {};
         below.allowed_access = attributes.handled_access_fs;
         below.parent_fd = place.get();
         if (::syscall(SYS_landlock_add_rule, rules.get(), LANDLOCK_RULE_PATH_BENEATH, &below, 0) != 0) {
-            fail(folder.string());
+            fail(folder);
         }
     }
     if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || ::syscall(SYS_landlock_restrict_self, rules.get(), 0) != 0) {
-        fail("the kernel");
+        fail("Landlock");
     }
     return true;
 }

@@ -1,4 +1,4 @@
-// Confines the process: from then on it, and what it starts, can write to a few folders only.
+// Confines what the process may write to.
 #pragma once
 
 #include <filesystem>
@@ -6,8 +6,9 @@
 
 namespace sim {
 
-// Files that are open already stay as they are, and reading stays everywhere. False: the kernel has no means for that;
-// nothing has changed. Throws Error where it has, and refuses.
+// From now on this process and its children can change files below these folders only. They can still read everywhere,
+// and write to files that are open already. False: this kernel has no Landlock; nothing has changed. Throws Error if it
+// has, but refuses.
 bool confineWritingTo(const std::vector<std::filesystem::path>& folders);
 
 }  // namespace sim
