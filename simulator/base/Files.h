@@ -13,7 +13,8 @@
 
 namespace sim {
 
-// Called before each step that changes what a restarted TV would find. Faults use it to cut the power there.
+// Sets what the whole process calls, on the thread that takes it, before each step that changes what a restarted TV
+// would find. Faults use it to cut the power there; an empty hook is none.
 void onDiskStep(std::function<void()> hook);
 
 // Whether something is there, links followed. A path that cannot be looked at is not there.

@@ -1,5 +1,5 @@
-// Closed sets: enumerations whose values have names. A set says its names once, in a specialisation of NAMES; a code
-// from outside that is no value of its set stays representable, and is called "unknown".
+// Enums with printable names, listed once per enum in a specialisation of NAMES. A value that is not listed, such as a
+// code from outside, is called "unknown".
 #pragma once
 
 #include <array>
@@ -16,7 +16,7 @@ struct Name {
     std::string_view name;
 };
 
-// A std::array<Name<Enum>, N>.
+// For each enum, a std::array<Name<Enum>, N>.
 template <typename Enum>
 constexpr std::nullptr_t NAMES = nullptr;
 
