@@ -1,4 +1,4 @@
-// Where the TV and the cloud are when nobody says so.
+// The environment variables that steer the programs, and the places that follow from them.
 #pragma once
 
 #include <filesystem>
@@ -6,23 +6,23 @@
 
 namespace sim {
 
-// How halcyon-tv tells the application what it cannot say on the command line, which is read after the TV is opened.
+// The application reads these instead of options, because it opens its TV before main() gets the command line.
+// halcyon-tv sets those for the application that it launches.
 constexpr char HOME_VARIABLE[] = "HALCYON_TV_HOME";
 constexpr char CLOUD_VARIABLE[] = "HALCYON_CLOUD";
 constexpr char LOCK_VARIABLE[] = "HALCYON_TV_LOCK";        // descriptor that holds the lock of the TV home
 constexpr char WAIT_VARIABLE[] = "HALCYON_TV_WAIT";        // seconds to wait for that lock
 constexpr char KEEP_VARIABLE[] = "HALCYON_TV_KEEP";        // how many runs' records stay
 constexpr char SANDBOX_VARIABLE[] = "HALCYON_TV_SANDBOX";  // "off": the application is not confined
-constexpr char EMULATOR_VARIABLE[] = "HALCYON_EMULATOR";   // what runs programs of another processor, with its options
 constexpr char STALL_VARIABLE[] = "HALCYON_CLOUD_STALL";   // seconds without a byte until a request is given up
 
-// A folder's path, absolute and without a '/' at its end.
+// A folder's path, absolute and without a trailing '/'. Throws Error if the working folder is gone.
 std::filesystem::path normalised(const std::filesystem::path& folder);
 
-// $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv, else ~/.local/state/halcyon-tv. Throws Error without any of them.
+// $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv, else ~/.local/state/halcyon-tv. Throws Error if all are unset.
 std::filesystem::path defaultHome();
 
-// The value of an environment variable; empty where there is none.
+// The value of an environment variable; empty if it is not set.
 std::string environment(const char* name);
 
 // A cloud's place: an address such as s3://BUCKET as it is, a folder's path as normalised().

@@ -10,15 +10,13 @@
 #include <cstdio>
 #include <cstring>
 
-#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
-#include "simulator/base/Text.h"
 
 namespace sim {
 
 namespace {
 
-// One value a name: a program may take the first or the last of two.
+// One value for each name: of two, a program might take either.
 std::vector<std::string> mergedEnvironment(std::map<std::string, std::string> merged) {
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text = *entry;
@@ -45,29 +43,10 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 
 class SpawnSettings {
 public:
-    // Signals that this process ignores or blocks must reach the other one.
-    explicit SpawnSettings(const ProcessOptions& options) {
+    // Neither can fail: both fill in what they are given.
+    SpawnSettings() {
         posix_spawn_file_actions_init(&actions);
-        if (options.output >= 0) {
-            posix_spawn_file_actions_adddup2(&actions, options.output, STDOUT_FILENO);
-        }
-        if (options.errors >= 0) {
-            posix_spawn_file_actions_adddup2(&actions, options.errors, STDERR_FILENO);
-        }
-        for (const int descriptor : options.handedDown) {
-            posix_spawn_file_actions_adddup2(&actions, descriptor, descriptor);
-        }
         posix_spawnattr_init(&attributes);
-        sigset_t signals;
-        sigemptyset(&signals);
-        posix_spawnattr_setsigmask(&attributes, &signals);
-        for (const int signal : {SIGINT, SIGQUIT, SIGTERM}) {
-            sigaddset(&signals, signal);
-        }
-        posix_spawnattr_setsigdefault(&attributes, &signals);
-        constexpr int ALWAYS = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK;
-        posix_spawnattr_setflags(&attributes,
-                                 static_cast<short>(options.hasOwnGroup ? ALWAYS | POSIX_SPAWN_SETPGROUP : ALWAYS));
     }
     ~SpawnSettings() {
         posix_spawn_file_actions_destroy(&actions);
@@ -83,27 +62,47 @@ public:
 }  // namespace
 
 Process::Process(const ProcessOptions& options) {
-    std::vector<std::string> words = split(environment(EMULATOR_VARIABLE), ' ');
-    if (words.front().empty()) {
-        words.clear();
-    }
-    words.insert(words.end(), options.words.begin(), options.words.end());
+    std::vector<std::string> words = options.words;
     std::vector<std::string> variables = mergedEnvironment(options.environment);
-    const SpawnSettings settings(options);
-    std::fflush(nullptr);  // what was printed before comes before what the other one prints
-    const int error = ::posix_spawnp(&m_id, words.front().c_str(), &settings.actions, &settings.attributes,
-                                     pointersTo(words).data(), pointersTo(variables).data());
-    if (error != 0) {
-        throw Error(kindOfErrno(error),
-                    fmt::format("cannot launch {}: {}", options.words.front(), std::strerror(error)));
+    SpawnSettings settings;
+    const auto check = [&](int error) {
+        if (error != 0) {
+            throw Error::ofSystem(words.front(), "cannot launch", error);
+        }
+    };
+    const auto give = [&](int descriptor, int number) {
+        check(posix_spawn_file_actions_adddup2(&settings.actions, descriptor, number));
+    };
+    if (options.output >= 0) {
+        give(options.output, STDOUT_FILENO);
     }
+    if (options.errors >= 0) {
+        give(options.errors, STDERR_FILENO);
+    }
+    for (const int descriptor : options.handedDown) {
+        give(descriptor, descriptor);  // which undoes O_CLOEXEC
+    }
+    // Signals that this process ignores or blocks must reach the program.
+    sigset_t signals;
+    sigemptyset(&signals);
+    check(posix_spawnattr_setsigmask(&settings.attributes, &signals));
+    for (const int signal : {SIGINT, SIGQUIT, SIGTERM}) {
+        sigaddset(&signals, signal);
+    }
+    check(posix_spawnattr_setsigdefault(&settings.attributes, &signals));
+    constexpr int ALWAYS = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK;
+    check(posix_spawnattr_setflags(&settings.attributes,
+                                   static_cast<short>(options.hasOwnGroup ? ALWAYS | POSIX_SPAWN_SETPGROUP : ALWAYS)));
+    std::fflush(nullptr);  // what was printed before the launch comes before what the program prints
+    check(::posix_spawnp(&m_id, words.front().c_str(), &settings.actions, &settings.attributes,
+                         pointersTo(words).data(), pointersTo(variables).data()));
 }
 
 int Process::wait() const {
     int status = 0;
     while (::waitpid(m_id, &status, 0) < 0) {
         if (errno != EINTR) {
-            throw Error(fmt::format("cannot wait for process {}: {}", m_id, std::strerror(errno)));
+            throw Error::ofSystem(fmt::format("process {}", m_id), "cannot wait");
         }
     }
     return status;

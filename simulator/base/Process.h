@@ -1,4 +1,4 @@
-// Other programs as processes.
+// Child processes.
 #pragma once
 
 #include <map>
@@ -8,32 +8,32 @@
 namespace sim {
 
 struct ProcessOptions {
-    std::vector<std::string> words;  // the program's path, then its arguments
-    std::map<std::string, std::string>
-        environment;  // variables that it gets in the place of, or beside, this process's
-    int output = -1;  // descriptors for its standard output and error; -1: this process's
-    int errors = -1;
-    bool hasOwnGroup = false;          // what a terminal sends to this process does not reach it
-    std::vector<int> handedDown = {};  // descriptors that it gets under their own numbers
+    std::vector<std::string> words;                  // the program's path, then its arguments
+    std::map<std::string, std::string> environment;  // added to this process's; overrides variables of the same name
+    int output = -1;                                 // descriptors of its standard output and error; -1: as this
+    int errors = -1;                                 // process's. The caller keeps and closes them, as those below
+    std::vector<int> handedDown = {};                // descriptors that the program gets under the same numbers
+    bool hasOwnGroup = false;                        // signals from this process's terminal do not reach it
 };
 
-// A program that was started; its end must be waited for. Throws Error where it cannot be started.
+// A program that was started. The caller must wait() for it, or it stays as a zombie.
 class Process {
 public:
+    // Throws Error if the program cannot be started.
     explicit Process(const ProcessOptions& options);
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
     int id() const { return m_id; }
 
-    // Waits for the end. The status as waitpid() gives it.
+    // Waits for the program to end; the status is that of waitpid(). Throws Error.
     int wait() const;
 
 private:
     int m_id = 0;
 };
 
-// A status of wait() in words: "ended with code 3", "killed by signal 9 (Killed)".
+// A status in words: "ended with code 3", "killed by signal 9 (Killed)".
 std::string describeEnd(int status);
 
 }  // namespace sim

@@ -9,9 +9,9 @@
 
 namespace test {
 
-// The programs, as a shell starts them: where they are of another processor, by an emulator.
-constexpr char APPLICATION[] = "$HALCYON_EMULATOR " HALCYON_LINEUP;
-constexpr char TOOL[] = "$HALCYON_EMULATOR " HALCYON_TV;
+// The programs, as a shell starts them.
+constexpr char APPLICATION[] = HALCYON_LINEUP;
+constexpr char TOOL[] = HALCYON_TV;
 
 struct Answer {
     int code;
