@@ -140,7 +140,7 @@ TEST_F(Cli, TheApplicationAloneExplainsItselfToo) {
     init();
     const Answer usage = test::shell(environment() + test::APPLICATION + " restore");
     EXPECT_EQ(usage.code, 2);
-    EXPECT_THAT(usage.text, HasSubstr("restore: not of the form key=value"));
+    EXPECT_THAT(usage.text, HasSubstr("'restore' is not of the form key=value"));
     EXPECT_EQ(test::shell(environment() + test::APPLICATION + " operation=backup").code, 0);
 }
 

@@ -56,9 +56,6 @@ CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::strin
 // Puts a command there that has commands of its own.
 CLI::App* addGroup(CLI::App& parent, const std::string& name, const std::string& help);
 
-// What is wrong with an extra value of a launch request; empty: nothing.
-std::string checkExtra(const std::string& extra);
-
 void addTvCommands(CLI::App& app, Action& chosen);
 void addRunCommands(CLI::App& app, Action& chosen);
 void addFaultCommands(CLI::App& app, Action& chosen);

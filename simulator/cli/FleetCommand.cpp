@@ -15,6 +15,7 @@
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
 #include "simulator/launch/Fleet.h"
+#include "simulator/lineup/Application.h"
 #include "simulator/tv/Tv.h"
 
 namespace cli {
@@ -176,7 +177,7 @@ void addFleetCommand(CLI::App& app, Action& chosen) {
                    "halcyon-tv fleet run --tvs 100 --jobs 8 operation=restore", chosen,
                    [options](const Place& place) { return run(place, *options); });
     running->add_option("extra", options->request.extras, "extra values of each launch request, key=value")
-        ->check(&checkExtra);
+        ->check(&sim::application::checkExtra);
     running->add_option("--tvs", options->request.tvs, "how many TVs; those that are missing are made")
         ->required()
         ->check(CLI::Range(std::size_t{1}, MOST_TVS));

@@ -274,7 +274,7 @@ void addRunCommands(CLI::App& app, Action& chosen) {
                                    "halcyon-tv run operation=restore --backup 000001", chosen,
                                    [options](const Place& place) { return run(place, *options); });
     running->add_option("extra", options->request.extras, "extra values of the launch request, each key=value")
-        ->check(&checkExtra);
+        ->check(&sim::application::checkExtra);
     running->add_flag("--refuse-duplicates", options->request.refuseDuplicates,
                       "let the cloud refuse a backup whose bundle is the very same as its newest one's");
     running->add_option("--backup", options->request.backup, "the backup to restore (default: the newest)");

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "simulator/base/Version.h"
+#include "simulator/lineup/Application.h"
 
 namespace sim {
 
@@ -16,7 +17,8 @@ void describe(CLI::App& app, LaunchOptions& options) {
         "leaves the application ends it by SIGABRT.\n"
         "Example: halcyon-lineup operation=restore scan_activated=0 --reply");
     app.set_version_flag("--version", std::string("halcyon-lineup ") + VERSION);
-    app.add_option("extra", options.extras, "extra values of the launch request, each key=value");
+    app.add_option("extra", options.extras, "extra values of the launch request, each key=value")
+        ->check(&application::checkExtra);
     app.add_flag("--reply", options.replyRequested, "request a reply");
     app.add_option("--caller", options.caller, "id of the caller")->capture_default_str();
     app.add_option("--backup", options.backup, "the backup that the cloud shall hand out (default: the newest)");

@@ -4,12 +4,20 @@
 
 #include <array>
 
+#include "simulator/base/Text.h"
 #include "simulator/lineup/Codes.h"
 
 namespace sim::application {
 
 bool isRestore(std::string_view operation) {
     return operation == "restore" || operation == "RESTORE";
+}
+
+std::string checkExtra(const std::string& extra) {
+    const std::size_t equals = extra.find('=');
+    return equals == std::string::npos || equals == 0
+               ? inQuotes(extra) + " is not of the form key=value, such as operation=restore"
+               : std::string();
 }
 
 std::string favouriteKey(int list) {

@@ -21,6 +21,9 @@ constexpr char OPERATION[] = "operation";
 bool isRestore(std::string_view operation);
 constexpr char SCAN_ACTIVATED[] = "scan_activated";
 
+// What is wrong with an extra value on a command line, which is KEY=VALUE; empty: nothing.
+std::string checkExtra(const std::string& extra);
+
 // Under which its backups are in the cloud.
 constexpr char CLIENT_ID[] = "Qr7tLw2ZkA";
 constexpr char CATEGORY[] = "OOBERFChannelList";
