@@ -20,32 +20,13 @@ constexpr char EXAMPLE[] = "Example: halcyon-tv init --channels list.conf && hal
 
 std::string footer() {
     std::string text = std::string(PLACES) + "Exit codes:\n";
-    for (const ExitCode& code : EXIT_CODES) {
+    for (const ExitCode& code : sim::exit_code::ALL) {
         text += fmt::format("  {}  {}\n", code.code, code.meaning);
     }
     return text + EXAMPLE;
 }
 
 }  // namespace
-
-const std::array<ExitCode, 9> EXIT_CODES = {{
-    {DONE, "done"},
-    {FAILED, "the run did not succeed, for another reason than those below; the two sides differ"},
-    {USAGE, "wrong usage"},
-    {UNUSABLE, "a file, folder or value cannot be used"},
-    {IN_PART, "the run was done in part: success was reported, but an item was lost"},
-    {INCOMPATIBLE, "the backup was refused as not compatible with the TV"},
-    {DAMAGED, "the bundle is damaged"},
-    {NO_BACKUP, "the cloud refused or could not be reached, or there is nothing to restore"},
-    {BUSY, "the TV is busy"},
-}};
-
-std::string checkExtra(const std::string& extra) {
-    const std::size_t equals = extra.find('=');
-    return equals == std::string::npos || equals == 0
-               ? sim::inQuotes(extra) + " is not of the form key=value, such as operation=restore"
-               : std::string();
-}
 
 CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& help, const std::string& example,
                      Action& chosen, Action action) {

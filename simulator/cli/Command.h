@@ -5,32 +5,17 @@
 
 #include <CLI/CLI.hpp>
 
-#include <array>
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "simulator/base/ExitCodes.h"
+
 namespace cli {
 
-// Exit codes.
-constexpr int DONE = 0;
-constexpr int FAILED = 1;        // the run did not succeed, for another reason than those below; the two sides differ
-constexpr int USAGE = 2;         // wrong usage
-constexpr int UNUSABLE = 3;      // a file, folder or value that cannot be used
-constexpr int IN_PART = 4;       // the run was done in part
-constexpr int INCOMPATIBLE = 5;  // the backup was refused as not compatible with the TV
-constexpr int DAMAGED = 6;       // the bundle is damaged
-constexpr int NO_BACKUP = 7;     // the cloud refused or could not be reached, or there is nothing to restore
-constexpr int BUSY = 8;          // another run is under way on the TV, or somebody holds its database
-
-// The exit codes, in words.
-struct ExitCode {
-    int code;
-    const char* meaning;
-};
-extern const std::array<ExitCode, 9> EXIT_CODES;
+using namespace sim::exit_code;
 
 // Where a command works, and how it says what it has found out.
 struct Place {

@@ -1,0 +1,34 @@
+// How the programs end: halcyon-tv with any of these, halcyon-lineup with DONE, USAGE, UNUSABLE or BUSY.
+#pragma once
+
+#include <array>
+
+namespace sim::exit_code {
+
+constexpr int DONE = 0;
+constexpr int FAILED = 1;
+constexpr int USAGE = 2;
+constexpr int UNUSABLE = 3;
+constexpr int IN_PART = 4;
+constexpr int INCOMPATIBLE = 5;
+constexpr int DAMAGED = 6;
+constexpr int NO_BACKUP = 7;
+constexpr int BUSY = 8;
+
+struct ExitCode {
+    int code;
+    const char* meaning;
+};
+constexpr std::array<ExitCode, 9> ALL = {{
+    {DONE, "done"},
+    {FAILED, "the run did not succeed, for another reason than those below; the two sides differ"},
+    {USAGE, "wrong usage"},
+    {UNUSABLE, "a file, folder or value cannot be used"},
+    {IN_PART, "the run was done in part: success was reported, but an item was lost"},
+    {INCOMPATIBLE, "the backup was refused as not compatible with the TV"},
+    {DAMAGED, "the bundle is damaged"},
+    {NO_BACKUP, "the cloud refused or could not be reached, or there is nothing to restore"},
+    {BUSY, "the TV is busy"},
+}};
+
+}  // namespace sim::exit_code
