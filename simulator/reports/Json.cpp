@@ -313,6 +313,7 @@ Json::Value toJson(const FaultRule& rule) {
 Json::Value toJson(const PlatformCall& call) {
     Json::Value value;
     value["call"] = text(call.name);
+    value["item"] = call.item.empty() ? Json::Value() : text(call.item);
     value["failures"] = toJson(call.failureList());
     return value;
 }

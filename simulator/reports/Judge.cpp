@@ -220,17 +220,11 @@ Reason cloudReason(const Evidence& evidence) {
 
 // What the application was at when it ended.
 std::string itemAt(const Evidence& evidence) {
-    const std::vector<std::pair<std::string_view, Item>> places = {
-        {"vconf_", Item::Favourite1},     {"ServiceDb", Item::Channels},         {"IssDb", Item::Iss},
-        {"ICIGeneral", Item::Ci},         {"IServiceNavigation", Item::Viewing}, {"CCCategoryUtil", Item::Viewing},
-        {"ISourceControl", Item::Viewing}};
     for (auto call = evidence.calls.rbegin(); call != evidence.calls.rend(); ++call) {
-        for (const auto& [part, item] : places) {
-            if (call->name.find(part) != std::string::npos) {
-                return fmt::format(" at {}, in {}({})",
-                                   item == Item::Favourite1 ? "the favourites' names" : nameOf(item), call->name,
-                                   call->arguments);
-            }
+        const PlatformCall* known = findPlatformCall(call->name);
+        if (known != nullptr && !known->item.empty()) {
+            return fmt::format(" at {}, in {}({})", known->item == "favname" ? "the favourites' names" : known->item,
+                               call->name, call->arguments);
         }
     }
     return "";

@@ -1,5 +1,7 @@
 #include "simulator/tv/PlatformCalls.h"
 
+#include <algorithm>
+
 #include "simulator/base/Text.h"
 
 namespace sim {
@@ -9,12 +11,19 @@ std::vector<std::string> PlatformCall::failureList() const {
 }
 
 const std::vector<const PlatformCall*>& platformCalls() {
-#define PLATFORM_CALL(identifier, name, failures) &calls::identifier,
+#define PLATFORM_CALL(identifier, name, item, failures) &calls::identifier,
     static const std::vector<const PlatformCall*> all = {
 #include "simulator/tv/PlatformCalls.inc"
     };
 #undef PLATFORM_CALL
     return all;
+}
+
+const PlatformCall* findPlatformCall(std::string_view name) {
+    const std::vector<const PlatformCall*>& all = platformCalls();
+    const auto found =
+        std::find_if(all.begin(), all.end(), [&](const PlatformCall* each) { return each->name == name; });
+    return found != all.end() ? *found : nullptr;
 }
 
 }  // namespace sim

@@ -1,4 +1,4 @@
-// The platform's calls and events as data. The journal, the fault rules and who sweeps faults take them from here.
+// The platform's calls and events as data, for the journal, the fault rules, the verdict and tests that try all faults.
 #pragma once
 
 #include <string>
@@ -9,6 +9,7 @@ namespace sim {
 
 struct PlatformCall {
     std::string_view name;
+    std::string_view item;      // what it works on, as NAMES<Item>, or "favname" for any of the five; empty: on none
     std::string_view failures;  // as fault rules write them, blanks between; of numbers, those worth a test
 
     std::vector<std::string> failureList() const;
@@ -22,7 +23,7 @@ namespace calls {
 #define POINTER "null throw"
 #define DAMAGE "damage=truncate damage=corrupt damage=empty damage=missing damage=dangling damage=unwritable"
 #define EVENT "null lost delay=60000"
-#define PLATFORM_CALL(identifier, name, failures) inline constexpr PlatformCall identifier{name, failures};
+#define PLATFORM_CALL(identifier, name, item, failures) inline constexpr PlatformCall identifier{name, item, failures};
 #include "simulator/tv/PlatformCalls.inc"
 #undef PLATFORM_CALL
 #undef STATUS
@@ -34,5 +35,8 @@ namespace calls {
 
 // All of them.
 const std::vector<const PlatformCall*>& platformCalls();
+
+// The one of that name; null: there is none.
+const PlatformCall* findPlatformCall(std::string_view name);
 
 }  // namespace sim
