@@ -77,8 +77,9 @@ TEST_F(Cli, InjectsFaultsAndTellsWhatBecameOfTheRun) {
     const Answer postponed = tv("run -q");
     EXPECT_EQ(postponed.code, 1);
     EXPECT_THAT(postponed.text, HasSubstr("outcome    failed"));
-    EXPECT_THAT(tv("fault list").text, AllOf(HasSubstr("bnr_backup result=6, from call 1 of a run, 1 times; fired 1"),
-                                             HasSubstr("vconf_get_str null, from call 2 of a run, 1 times; fired 1")));
+    EXPECT_THAT(tv("fault list").text,
+                AllOf(HasSubstr("bnr_backup result=6, from call 1 of a run, 1 time; fired 1 time"),
+                      HasSubstr("vconf_get_str null, from call 2 of a run, 1 time; fired 1 time")));
     EXPECT_THAT(tv("record --calls").text, HasSubstr("[fault rule 1]"));
     EXPECT_EQ(tv("fault clear").code, 0);
     EXPECT_EQ(tv("run -q").code, 0);

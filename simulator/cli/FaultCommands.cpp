@@ -13,7 +13,21 @@ namespace cli {
 
 namespace {
 
-int add(const Place& place, const sim::FaultRule& rule) {
+struct NewRule {
+    std::string call;
+    std::string failure;
+    int nth = 1;
+    int times = 1;
+};
+
+std::string times(int count) {
+    return fmt::format("{} time{}", count, count == 1 ? "" : "s");
+}
+
+int add(const Place& place, const NewRule& wanted) {
+    sim::FaultRule rule = sim::makeRule(wanted.call, wanted.failure);
+    rule.nth = wanted.nth;
+    rule.times = wanted.times;
     const std::int64_t id = sim::Tv(place.home).faults().add(rule);
     if (place.isJson) {
         printJson(asMember("rule", Json::Int64(id)));
@@ -30,9 +44,8 @@ int list(const Place& place) {
         return DONE;
     }
     for (const sim::FaultRule& rule : rules) {
-        const std::string limit = rule.times == 0 ? "for ever" : fmt::format("{} times", rule.times);
-        print("{:>4}  {} {}, from call {} of a run, {}; fired {} times\n", rule.id, rule.call, rule.failure, rule.nth,
-              limit, rule.fired);
+        print("{:>4}  {} {}, from call {} of a run, {}; fired {}\n", rule.id, rule.call, sim::toText(rule.failure),
+              rule.nth, rule.times == 0 ? "every time" : times(rule.times), times(rule.fired));
     }
     return DONE;
 }
@@ -69,7 +82,7 @@ int listCalls(const Place& place) {
 void addFaultCommands(CLI::App& app, Action& chosen) {
     CLI::App* fault = addGroup(app, "fault", "Make platform calls fail");
 
-    const auto rule = std::make_shared<sim::FaultRule>();
+    const auto rule = std::make_shared<NewRule>();
     CLI::App* adding =
         addCommand(*fault, "add", "Add a rule", "halcyon-tv fault add IUtil::GetServiceDb damage=truncate --times 0",
                    chosen, [rule](const Place& place) { return add(place, *rule); });
@@ -77,7 +90,7 @@ void addFaultCommands(CLI::App& app, Action& chosen) {
     adding->add_option("failure", rule->failure, "its failure, such as result=6, null, throw, damage=truncate")
         ->required();
     adding->add_option("--nth", rule->nth, "the first call of a run that fails")->capture_default_str();
-    adding->add_option("--times", rule->times, "how often the rule fires, 0 for ever")->capture_default_str();
+    adding->add_option("--times", rule->times, "how often the rule fires, 0 for every time")->capture_default_str();
 
     addCommand(*fault, "list", "List the rules and how often each fired", "halcyon-tv fault list", chosen, &list);
 

@@ -167,7 +167,7 @@ std::vector<std::string> silentRules(const sim::Tv& tv, const std::vector<sim::F
     for (const sim::FaultRule& rule : tv.faults().list()) {
         for (const sim::FaultRule& was : before) {
             if (was.id == rule.id && was.fired == rule.fired) {
-                silent.push_back(fmt::format("{} ({} {})", rule.id, rule.call, rule.failure));
+                silent.push_back(fmt::format("{} ({} {})", rule.id, rule.call, sim::toText(rule.failure)));
             }
         }
     }

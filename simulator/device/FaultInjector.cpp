@@ -6,8 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
+#include <functional>
 #include <string>
 
 #include "simulator/base/Error.h"
@@ -19,7 +18,7 @@ namespace sim {
 
 namespace {
 
-// A copy in memory that nothing can change any more. It lives as long as the process.
+// A link to a copy in memory that nobody, not even root, can change any more. The copy lives as long as the process.
 fs::path sealedCopy(const fs::path& file) {
     const std::string content = readFile(file);
     const int copy = ::memfd_create("sealed", MFD_ALLOW_SEALING);
@@ -27,22 +26,28 @@ fs::path sealedCopy(const fs::path& file) {
                         ::write(copy, content.data(), content.size()) == static_cast<ssize_t>(content.size()) &&
                         ::fcntl(copy, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) == 0;
     if (!sealed) {
-        throw Error(kindOfErrno(errno), fmt::format("{}: cannot seal a copy: {}", file.string(), std::strerror(errno)));
+        throw Error::ofSystem(file, "cannot seal a copy");
     }
     return fmt::format("/proc/self/fd/{}", copy);
 }
 
 void replaceByLink(const fs::path& file, const fs::path& target) {
-    fs::remove(file);
-    fs::create_symlink(target, file);
+    removeFile(file);
+    if (::symlink(target.c_str(), file.c_str()) != 0) {
+        throw Error::ofSystem(file, "cannot link");
+    }
 }
 
-void corrupt(const fs::path& file) {
-    std::string content = readFile(file);
+void corrupt(std::string& content) {
     const std::size_t begin = content.size() / 3;
     for (std::size_t i = begin; i < std::min(begin + 16, content.size()); ++i) {
         content[i] = static_cast<char>(~content[i]);
     }
+}
+
+void change(const fs::path& file, const std::function<void(std::string&)>& edit) {
+    std::string content = readFile(file);
+    edit(content);
     writeFile(file, content);
 }
 
@@ -60,9 +65,9 @@ std::optional<FaultInjector::Hit> FaultInjector::next(const PlatformCall& call) 
     ++rule->fired;
     try {
         m_faults.countFired(rule->id);
-    } catch (const Error&) {  // on a full disk, say: the rule fires all the same
+    } catch (const Error&) {  // on a full disk, say; the rule fires all the same
     }
-    return Hit{rule->id, parseFailure(rule->failure)};
+    return Hit{rule->id, rule->failure};
 }
 
 bool fails(const std::optional<FaultInjector::Hit>& hit, Failure::Kind kind) {
@@ -72,16 +77,16 @@ bool fails(const std::optional<FaultInjector::Hit>& hit, Failure::Kind kind) {
 void damageFile(const fs::path& file, Damage damage) {
     switch (damage) {
         case Damage::Truncate:
-            fs::resize_file(file, fs::file_size(file) / 2);
+            change(file, [](std::string& content) { content.resize(content.size() / 2); });
             break;
         case Damage::Corrupt:
-            corrupt(file);
+            change(file, &corrupt);
             break;
         case Damage::Empty:
-            fs::resize_file(file, 0);
+            change(file, [](std::string& content) { content.clear(); });
             break;
         case Damage::Missing:
-            fs::remove(file);
+            removeFile(file);
             break;
         case Damage::Dangling:
             replaceByLink(file, "nowhere");

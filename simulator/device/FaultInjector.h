@@ -1,4 +1,4 @@
-// The fault rules as they bear on one run.
+// Applies the fault rules to the calls of one run.
 #pragma once
 
 #include <cstdint>
@@ -21,7 +21,7 @@ public:
 
     explicit FaultInjector(Faults& faults) : m_faults(faults), m_rules(faults.list()) {}
 
-    // Counts a call, and gives the failure that it shall have.
+    // Counts a call. Nothing: it does not fail.
     std::optional<Hit> next(const PlatformCall& call);
 
 private:
@@ -32,7 +32,7 @@ private:
 
 bool fails(const std::optional<FaultInjector::Hit>& hit, Failure::Kind kind);
 
-// Damages a file. Throws Error where that cannot be.
+// Throws Error if the file cannot be damaged.
 void damageFile(const std::filesystem::path& file, Damage damage);
 
 }  // namespace sim

@@ -303,7 +303,7 @@ Json::Value toJson(const FaultRule& rule) {
     Json::Value value;
     value["rule"] = Json::Int64(rule.id);
     value["call"] = text(rule.call);
-    value["failure"] = text(rule.failure);
+    value["failure"] = text(toText(rule.failure));
     value["nth"] = rule.nth;
     value["times"] = rule.times;
     value["fired"] = rule.fired;

@@ -139,7 +139,7 @@ std::string faultWords(const Evidence& evidence) {
         std::string failure = "removed since";
         for (const FaultRule& rule : evidence.tv.faults().list()) {
             if (rule.id == *call.fault) {
-                failure = rule.failure;
+                failure = toText(rule.failure);
             }
         }
         texts.push_back(fmt::format("fault rule {} fired: {} {}", *call.fault, call.name, failure));

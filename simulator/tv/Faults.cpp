@@ -20,34 +20,6 @@ bool takesNumber(Failure::Kind kind) {
     return kind == Failure::Kind::Result || kind == Failure::Kind::Answer || kind == Failure::Kind::Delay;
 }
 
-void check(const FaultRule& rule) {
-    const std::vector<const PlatformCall*>& calls = platformCalls();
-    const auto call =
-        std::find_if(calls.begin(), calls.end(), [&](const auto* each) { return each->name == rule.call; });
-    if (call == calls.end() || (*call)->failures.empty()) {
-        std::vector<std::string> names;
-        names.reserve(calls.size());
-        for (const PlatformCall* each : calls) {
-            names.emplace_back(each->failures.empty() ? "" : each->name);
-        }
-        throw Error(fmt::format("no call {} can fail{}; see: halcyon-tv fault calls", inQuotes(rule.call),
-                                didYouMean(rule.call, names)));
-    }
-    const std::vector<std::string> failures = (*call)->failureList();
-    const bool hasNumber = takesNumber(parseFailure(rule.failure, failures).kind);
-    if (std::none_of(failures.begin(), failures.end(), [&](const std::string& each) {
-            return hasNumber ? kindOf(each) == kindOf(rule.failure) : each == rule.failure;
-        })) {
-        throw Error(fmt::format("{} cannot fail with {}{}; see: halcyon-tv fault calls", rule.call,
-                                inQuotes(rule.failure), didYouMean(rule.failure, failures)));
-    }
-    if (rule.nth < 1 || rule.times < 0) {
-        throw Error(
-            fmt::format("a rule counts calls from 1 and fires 0 (for ever) or more times, not from {} and {} times",
-                        rule.nth, rule.times));
-    }
-}
-
 int numberOf(const std::string& failure, const std::string& value) {
     const std::optional<int> number = toNumber<int>(value);
     if (!number) {
@@ -56,9 +28,8 @@ int numberOf(const std::string& failure, const std::string& value) {
     return *number;
 }
 
-}  // namespace
-
-Failure parseFailure(const std::string& text, const std::vector<std::string>& candidates) {
+// `candidates` are for the message.
+Failure parseFailure(const std::string& text, const std::vector<std::string>& candidates = {}) {
     const std::optional<Failure::Kind> kind = fromName<Failure::Kind>(kindOf(text));
     const std::size_t equals = text.find('=');
     const std::string value = equals == std::string::npos ? "" : text.substr(equals + 1);
@@ -81,10 +52,49 @@ Failure parseFailure(const std::string& text, const std::vector<std::string>& ca
     return failure;
 }
 
+}  // namespace
+
+std::string toText(const Failure& failure) {
+    const std::string_view kind = nameOf(failure.kind);
+    if (takesNumber(failure.kind)) {
+        return fmt::format("{}={}", kind, failure.number);
+    }
+    return failure.kind == Failure::Kind::Damage ? fmt::format("{}={}", kind, nameOf(failure.damage))
+                                                 : std::string(kind);
+}
+
+FaultRule makeRule(const std::string& call, const std::string& failure) {
+    const PlatformCall* known = findPlatformCall(call);
+    if (known == nullptr || known->failures.empty()) {
+        std::vector<std::string> names;
+        for (const PlatformCall* each : platformCalls()) {
+            names.emplace_back(each->failures.empty() ? "" : each->name);
+        }
+        throw Error(
+            fmt::format("no call {} can fail{}; see: halcyon-tv fault calls", inQuotes(call), didYouMean(call, names)));
+    }
+    const std::vector<std::string> failures = known->failureList();
+    FaultRule rule;
+    rule.call = call;
+    rule.failure = parseFailure(failure, failures);
+    const bool hasNumber = takesNumber(rule.failure.kind);
+    if (std::none_of(failures.begin(), failures.end(), [&](const std::string& each) {
+            return hasNumber ? kindOf(each) == kindOf(failure) : each == failure;
+        })) {
+        throw Error(fmt::format("{} cannot fail with {}{}; see: halcyon-tv fault calls", call, inQuotes(failure),
+                                didYouMean(failure, failures)));
+    }
+    return rule;
+}
+
 std::int64_t Faults::add(const FaultRule& rule) {
-    check(rule);
-    m_database.change("INSERT INTO faults(call, failure, nth, times) VALUES(?, ?, ?, ?)", rule.call, rule.failure,
-                      rule.nth, rule.times);
+    if (rule.nth < 1 || rule.times < 0) {
+        throw Error(
+            fmt::format("a rule counts calls from 1 and fires 0 (every time) or more times, not from {} and {} times",
+                        rule.nth, rule.times));
+    }
+    m_database.change("INSERT INTO faults(call, failure, nth, times) VALUES(?, ?, ?, ?)", rule.call,
+                      toText(rule.failure), rule.nth, rule.times);
     return m_database.lastRow();
 }
 
@@ -92,8 +102,9 @@ std::vector<FaultRule> Faults::list() const {
     Statement query(m_database, "SELECT id, call, failure, nth, times, fired FROM faults ORDER BY id");
     std::vector<FaultRule> rules;
     while (query.next()) {
-        rules.push_back({query.integer(0), query.text(1), query.text(2), static_cast<int>(query.integer(3)),
-                         static_cast<int>(query.integer(4)), static_cast<int>(query.integer(5))});
+        rules.push_back({query.integer(0), query.text(1), parseFailure(query.text(2)),
+                         static_cast<int>(query.integer(3)), static_cast<int>(query.integer(4)),
+                         static_cast<int>(query.integer(5))});
     }
     return rules;
 }

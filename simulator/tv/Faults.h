@@ -1,4 +1,4 @@
-// Faults as data: rules that make a platform call fail. They are kept in the TV.
+// Rules, kept in the TV, that make platform calls fail.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace sim {
 
 class Database;
 
-// What happens instead of, or on top of, what a healthy TV does.
+// What happens instead of, or in addition to, what a healthy TV does.
 struct Failure {
     enum class Kind {
         Result,  // the call returns `number` and does nothing else; of an event: it carries that code
@@ -26,7 +26,7 @@ struct Failure {
         NoData,  // the event comes with null data
         Cut,     // the power is cut: the process is killed
     };
-    Kind kind;
+    Kind kind = Kind::Throw;
     int number = 0;
     Damage damage = Damage::Missing;
 };
@@ -44,28 +44,31 @@ inline constexpr std::array<Name<Failure::Kind>, 9> NAMES<Failure::Kind>{{
     {Failure::Kind::Cut, "cut"},
 }};
 
-// Reads "result=6", "damage=empty", "null" and the like. Throws Error, which names the nearest of the candidates.
-Failure parseFailure(const std::string& text, const std::vector<std::string>& candidates = {});
+// As users write it: "result=6", "damage=empty", "null" and the like.
+std::string toText(const Failure& failure);
 
 struct FaultRule {
     std::int64_t id = 0;
     std::string call;
-    std::string failure;
+    Failure failure;
     int nth = 1;    // the first call of a run that fails, counted from 1
-    int times = 1;  // how often it fires in all; 0: for ever
+    int times = 1;  // how often it fires in all; 0: every time
     int fired = 0;
 };
+
+// A rule that makes the first such call of a run fail once. Throws Error if there is no such call, or it cannot fail
+// like that; of failures with a number, any number will do.
+FaultRule makeRule(const std::string& call, const std::string& failure);
 
 class Faults {
 public:
     explicit Faults(Database& database) : m_database(database) {}
 
-    // Gives the new rule's id. Throws Error for a call or a failure that there is not; of the kinds with a number, any
-    // number will do.
+    // The new rule's id. Throws Error if `nth` or `times` makes no sense.
     std::int64_t add(const FaultRule& rule);
     std::vector<FaultRule> list() const;
     void countFired(std::int64_t id);
-    bool remove(std::int64_t id);  // false: there is no such rule
+    bool remove(std::int64_t id);  // false: there is none
     void clear();
 
 private:

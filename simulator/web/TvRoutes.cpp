@@ -115,9 +115,7 @@ Json::Value listFaults(const Lab& lab, const ApiRequest& request) {
 
 Json::Value addFault(const Lab& lab, const ApiRequest& request) {
     Tv tv(lab.homeOf(request.parts[0]));
-    FaultRule rule;
-    rule.call = textIn(request.body, "call");
-    rule.failure = textIn(request.body, "failure");
+    FaultRule rule = makeRule(textIn(request.body, "call"), textIn(request.body, "failure"));
     rule.times = request.body["times"].isInt() ? request.body["times"].asInt() : rule.times;
     rule.nth = request.body["nth"].isInt() ? request.body["nth"].asInt() : rule.nth;
     tv.faults().add(rule);

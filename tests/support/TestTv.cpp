@@ -215,9 +215,7 @@ RunResult TestTv::launchUnder(const std::string& call, const std::string& failur
 }
 
 void TestTv::fault(const std::string& call, const std::string& failure, int nth, int times) {
-    sim::FaultRule rule;
-    rule.call = call;
-    rule.failure = failure;
+    sim::FaultRule rule = sim::makeRule(call, failure);
     rule.nth = nth;
     rule.times = times;
     sim::Tv(home).faults().add(rule);
