@@ -1,11 +1,12 @@
 #include "simulator/device/EventLoop.h"
 
+#include <algorithm>
 #include <thread>
 
 namespace sim {
 
 void EventLoop::post(Milliseconds delay, Event event) {
-    m_events.emplace(std::make_pair(m_now + delay, m_posted++), std::move(event));
+    m_events.emplace(std::make_pair(m_now + std::max(delay, Milliseconds::zero()), m_posted++), std::move(event));
 }
 
 bool EventLoop::run() {

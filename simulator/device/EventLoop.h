@@ -1,4 +1,4 @@
-// The main loop's events, each with a due time. The clock is the loop's own: it jumps from one event to the next.
+// The main loop: events, each with a due time. The loop has a clock of its own, which jumps from one event to the next.
 #pragma once
 
 #include <chrono>
@@ -14,16 +14,19 @@ public:
     using Milliseconds = std::chrono::milliseconds;
     using Event = std::function<void()>;
 
-    // Waits for each event's due time in the person's time too.
+    // Whether to sleep until each event is due instead of running it at once.
     void setRealtime(bool realtime) { m_realtime = realtime; }
 
     // Time since the loop was made.
     Milliseconds now() const { return m_now; }
 
+    // Adds an event that is due `delay` from now. A delay below zero is none: the clock never goes back.
     void post(Milliseconds delay, Event event);
+
+    // Lets run() return when the present event has.
     void quit() { m_quit = true; }
 
-    // Runs the events in the order of their due times, until quit() is called or none is left. True: quit() was called.
+    // Runs events by due time until quit() is called (true) or none is left (false). What an event throws goes through.
     bool run();
 
 private:
