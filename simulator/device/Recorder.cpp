@@ -42,11 +42,10 @@ void Recorder::responded(int code) {
     save();
 }
 
-void Recorder::used(const std::string& account, const std::string& clientId, const std::string& category,
-                    const std::string& backup) {
-    m_run.account = account;
-    m_run.clientId = clientId;
-    m_run.category = category;
+void Recorder::transferred(const Address& address, const std::string& backup) {
+    m_run.account = address.account;
+    m_run.clientId = address.clientId;
+    m_run.category = address.category;
     m_run.backup = backup;
     save();
 }

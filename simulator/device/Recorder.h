@@ -1,4 +1,4 @@
-// Writes the record of the application's present run as it happens.
+// Writes the record of the application's run while it happens.
 #pragma once
 
 #include <cstdint>
@@ -6,16 +6,17 @@
 #include <string>
 #include <string_view>
 
+#include "simulator/cloud/CloudStore.h"
 #include "simulator/device/EventLoop.h"
 #include "simulator/tv/Tv.h"
 
 namespace sim {
 
-// A record that cannot be written, on a full disk say, is dropped and counted: a log must not take the application with
-// it.
+// A record that cannot be written, on a full disk say, is dropped and counted: the application must not fail because it
+// is watched.
 class Recorder {
 public:
-    // Throws Error where not even the run's begin can be written.
+    // Begins a run. Throws Error if that cannot be written.
     Recorder(Tv& tv, const EventLoop& loop);
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
@@ -23,9 +24,8 @@ public:
     void launched(const std::string& operation, bool replyRequested);
     void replied(int result);
     void responded(int code);
-    // Which backup the cloud has taken or handed out.
-    void used(const std::string& account, const std::string& clientId, const std::string& category,
-              const std::string& backup);
+    // The cloud has taken this backup, or handed it out.
+    void transferred(const Address& address, const std::string& backup);
     void reported(const std::string& outcome);
     void ended(RunEnd end, const std::string& detail);
 
@@ -34,7 +34,7 @@ public:
     void systemLog(int priority, const std::string& tag, const std::string& text);
     void logger(const std::string& file, const std::string& function, int line, const std::string& message);
 
-    // How many records could not be written, and why the first of them.
+    // How many records could not be written, and why the first could not.
     int dropped() const { return m_dropped; }
     const std::string& reason() const { return m_reason; }
 

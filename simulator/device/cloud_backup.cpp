@@ -98,7 +98,7 @@ int download(const std::string& id, const fs::path& folder, std::optional<Downlo
             return BNR_RESPONSE_ERROR;
         }
         const fs::path target = folder / backup.name;
-        device.record.used(address.account, id, address.category, backup.id);
+        device.record.transferred(address, backup.id);
         device.bundleName = backup.name;
         device.bundleMetadata = backup.metadata;
         downloaded = {backup.metadata, target};
@@ -158,7 +158,7 @@ bnr_response_e store(const sim::NewBackup& backup, const fs::path& bundle, std::
         }
         return static_cast<bnr_response_e>(codeOf(error));
     }
-    device.record.used(backup.account, backup.clientId, backup.category, stored);
+    device.record.transferred(backup, stored);
     return BNR_RESPONSE_BACKUP_COMPLETED;
 }
 
