@@ -12,6 +12,7 @@
 
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
+#include "simulator/base/ExitCodes.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Sandbox.h"
 #include "simulator/base/Text.h"
@@ -21,7 +22,7 @@ namespace sim {
 
 namespace {
 
-// Inside a function, because the device is opened before main(), where the order of initialisation is open.
+// Inside a function, because static objects that open the device may be initialised before any of this file.
 std::unique_ptr<Device>& slot() {
     static std::unique_ptr<Device> device;
     return device;
@@ -38,7 +39,7 @@ std::string currentExceptionType() {
     return status == 0 ? name.get() : type->name();
 }
 
-// An exception that has left the application ends it; the record says which it was.
+// The terminate handler: records which exception has left the application.
 [[noreturn]] void recordCrash() {
     std::string detail = currentExceptionType();
     try {
@@ -58,17 +59,17 @@ std::string currentExceptionType() {
 
 bool isConfinedWhenOpened = false;
 
-// Nothing where whoever launched this process holds the lock.
+// Holds nothing if the parent process has the lock: a second descriptor would wait for the first for ever.
 FolderLock lockHome(const std::filesystem::path& home) {
-    const std::optional<int> handedDown = toNumber<int>(environment(LOCK_VARIABLE));
-    if (handedDown && FolderLock::isOf(home, *handedDown)) {
+    const std::optional<int> inherited = toNumber<int>(environment(LOCK_VARIABLE));
+    if (inherited && FolderLock::isOf(home, *inherited)) {
         return {};
     }
     const std::chrono::seconds patience(toNumber<int>(environment(WAIT_VARIABLE)).value_or(0));
     return lockTv(home, patience);
 }
 
-void cutPowerWhereRuled() {
+void cutPowerIfRuled() {
     if (slot() && slot()->faults.next(calls::disk)) {
         slot()->record.call(calls::disk.name, "", "power cut", std::nullopt);
         std::raise(SIGKILL);
@@ -78,7 +79,7 @@ void cutPowerWhereRuled() {
 }  // namespace
 
 Device::Device(const std::filesystem::path& home)
-    : lock(lockHome(home)),
+    : m_lock(lockHome(home)),
       tv(home),
       cloud(openCloud(defaultCloud(home),
                       [this](const std::string& request, const std::string& outcome) {
@@ -89,9 +90,9 @@ Device::Device(const std::filesystem::path& home)
     if (isConfinedWhenOpened) {
         confine();
     }
-    onDiskStep(&cutPowerWhereRuled);
+    onDiskStep(&cutPowerIfRuled);
     std::set_terminate(&recordCrash);
-    // Neither a reader of the log that goes away nor a limit on the size of files ends the application.
+    // Neither a closed pipe behind the log nor a limit on the size of files ends the application.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
 }
@@ -126,7 +127,7 @@ Device& Device::current() {
             slot().reset(new Device(defaultHome()));
         } catch (const Error& error) {
             std::fprintf(stderr, "halcyon-lineup: %s\n", shown(error.what()).c_str());
-            std::_Exit(error.kind() == Error::Kind::Locked ? EXIT_BUSY : EXIT_NO_TV);
+            std::_Exit(error.kind() == Error::Kind::Locked ? exit_code::BUSY : exit_code::UNUSABLE);
         }
     }
     return *slot();
@@ -141,8 +142,7 @@ void Device::noLongerAwaited(const std::string& what) {
 
 void Device::keepMetadata() const {
     const std::filesystem::path kept = tv.home() / application::FAILURE_FOLDER / bundleName;
-    std::error_code error;
-    if (bundleName.empty() || !std::filesystem::is_regular_file(kept, error)) {
+    if (bundleName.empty() || !isRegularFile(kept)) {
         return;
     }
     try {

@@ -13,9 +13,8 @@ std::optional<FaultInjector::Hit> nextFailure(Device& device, const PlatformCall
     return hit;
 }
 
-void platformEvent(const PlatformCall& event, const std::string& about, std::chrono::milliseconds delay, int code,
-                   const std::function<void(const Arrival&)>& deliver) {
-    Device& device = Device::current();
+void platformEvent(Device& device, const PlatformCall& event, const std::string& about, std::chrono::milliseconds delay,
+                   int code, const std::function<void(const Arrival&)>& deliver) {
     const std::optional<FaultInjector::Hit> hit = nextFailure(device, event, about);
     if (fails(hit, Failure::Kind::Lost)) {
         device.record.call(event.name, about, "lost", hit->rule);

@@ -1,5 +1,5 @@
-// What all platform calls have in common: they are journalled with their arguments and results, and fail as fault rules
-// say.
+// What all platform calls have in common: they are journalled with their arguments and results, and fail as the fault
+// rules say.
 #pragma once
 
 #include <fmt/format.h>
@@ -18,7 +18,7 @@
 
 namespace sim {
 
-// How values stand in the journal.
+// Values as the journal shows them.
 template <typename Number, std::enable_if_t<std::is_arithmetic_v<Number> || std::is_enum_v<Number>, int> = 0>
 std::string toJournal(Number value) {
     if constexpr (std::is_same_v<Number, bool>) {
@@ -59,38 +59,41 @@ std::string toJournal(const std::tuple<Values...>& values) {
     return text;
 }
 
-// What a call gives out beside its result, as it stands in the journal.
+// What a call gives out beside its result, as the journal shows it.
 struct Given {
     std::string text;
 };
 
-// The failure that a call shall have now, if any. Throws when it is an exception, which is in the record then.
+// Counts a call, and returns the failure that a rule wants for it. If that is an exception, journals and throws it.
 std::optional<FaultInjector::Hit> nextFailure(Device& device, const PlatformCall& call, const std::string& arguments);
 
-// The body of a platform call, which may say what it gives out.
+// Runs the body of a platform call, which takes a Device and a Given, the Device, or nothing.
 template <typename Body>
-auto perform(Body& body, Given& given) {
-    if constexpr (std::is_invocable_v<Body, Given&>) {
-        return body(given);
+auto perform(Body& body, Device& device, Given& given) {
+    if constexpr (std::is_invocable_v<Body, Device&, Given&>) {
+        return body(device, given);
+    } else if constexpr (std::is_invocable_v<Body, Device&>) {
+        return body(device);
     } else {
         return body();
     }
 }
 
-// A platform call: does what `body` does, unless a fault rule says otherwise, and journals it. Where the TV's own files
-// are unusable, so that `body` throws, the call fails with -1, false or null. `damage` damages what the call has made.
+// A platform call: does what `body` does, unless a fault rule says otherwise, and journals it. If `body` throws,
+// because the TV's own files are unusable, the call fails with -1, false or null. `damage` damages the file that it has
+// made.
 template <typename Arguments, typename Body>
 auto platformCall(const PlatformCall& call, const Arguments& arguments, Body body,
                   const std::function<void(Damage)>& damage = {}) {
-    Given given;
-    using Result = decltype(perform(body, given));
     Device& device = Device::current();
+    Given given;
+    using Result = decltype(perform(body, device, given));
     const std::string written = toJournal(arguments);
     const std::optional<FaultInjector::Hit> hit = nextFailure(device, call, written);
     Result result{};
     if (!fails(hit, Failure::Kind::Result) && !fails(hit, Failure::Kind::Null)) {
         try {
-            result = perform(body, given);
+            result = perform(body, device, given);
             if (fails(hit, Failure::Kind::Damage)) {
                 damage(hit->failure.damage);
             }
@@ -111,24 +114,24 @@ auto platformCall(const PlatformCall& call, const Arguments& arguments, Body bod
     return result;
 }
 
-// The same for a call that has no result and cannot fail.
+// Journals a call that has no result and cannot fail.
 template <typename... Values>
 void platformNotice(const PlatformCall& call, const Values&... arguments) {
     Device::current().record.call(call.name, toJournal(std::tuple(arguments...)), "", std::nullopt);
 }
 
-// What arrives of an event that was posted: as it was sent, or as a fault rule has changed it.
+// An event as it arrives: as it was sent, or as a fault rule has changed it.
 struct Arrival {
     int code = 0;
     bool hasUserData = true;
     bool hasData = true;
-    std::optional<Damage> damage;  // of the file that it brings
-    std::optional<std::int64_t> fault;
+    std::optional<Damage> damage;       // for the file that it brings
+    std::optional<std::int64_t> fault;  // the rule that changed it
 };
 
-// Posts an event, carrying `code`, that comes after `delay`; a fault rule may lose, delay or change it. `deliver`
-// journals it when it knows what it brings.
-void platformEvent(const PlatformCall& event, const std::string& about, std::chrono::milliseconds delay, int code,
-                   const std::function<void(const Arrival&)>& deliver);
+// Posts an event that carries `code` to the main loop, due after `delay`; a fault rule may lose, delay or change it.
+// `deliver` hands it over and journals it, because it alone knows what the event brings.
+void platformEvent(Device& device, const PlatformCall& event, const std::string& about, std::chrono::milliseconds delay,
+                   int code, const std::function<void(const Arrival&)>& deliver);
 
 }  // namespace sim

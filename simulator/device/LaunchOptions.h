@@ -1,4 +1,4 @@
-// The command line of the application, which makes its launch request.
+// The application's command line.
 #pragma once
 
 #include <string>
@@ -12,15 +12,15 @@ namespace sim {
 
 struct LaunchOptions {
     std::vector<std::string> extras;  // key=value each
-    std::string caller = "command-line";
-    std::string backup;  // that the cloud shall hand out; empty: the newest
-    bool refuseDuplicates = false;
     bool replyRequested = false;
-    bool realtime = false;
-    bool pause = false;
+    std::string caller = "command-line";
+    std::string backup;             // id of the one that the cloud hands out; empty: the newest
+    bool refuseDuplicates = false;  // the cloud takes no bundle that it has as its newest
+    bool realtime = false;          // see EventLoop::setRealtime()
+    bool pause = false;             // pause and resume once after the launch
 };
 
-// Puts its options on a command line; they are in `options` when that is parsed.
+// Adds the options to a command line. Parsing it fills in `options`, which must live as long.
 void describe(CLI::App& app, LaunchOptions& options);
 
 }  // namespace sim

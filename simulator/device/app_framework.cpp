@@ -8,14 +8,13 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
-#include <optional>
-#include <set>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "simulator/base/ExitCodes.h"
 #include "simulator/base/Text.h"
 #include "simulator/device/Journal.h"
-#include "simulator/device/LaunchOptions.h"
 #include "simulator/lineup/Application.h"
 
 struct app_control_s {
@@ -28,58 +27,46 @@ namespace {
 
 using sim::Device;
 
-constexpr int USAGE_ERROR = 2;
 constexpr int BAD_HANDLE = -1;
 constexpr int NOT_THERE = -2;
 
-// The handles that the application may use. A handle that was destroyed is refused, not followed.
-std::set<app_control_s*>& live() {
-    static std::set<app_control_s*> handles;
-    return handles;
+// The controls that the application may use, by handle. A handle that was destroyed is refused, not followed.
+std::map<app_control_s*, std::unique_ptr<app_control_s>>& controls() {
+    static std::map<app_control_s*, std::unique_ptr<app_control_s>> controls;
+    return controls;
 }
 
 bool isLive(app_control_s* control) {
-    return live().count(control) != 0;
+    return controls().count(control) != 0;
 }
 
 app_control_s* make(app_control_s control) {
-    return *live().insert(new app_control_s(std::move(control))).first;
+    auto owner = std::make_unique<app_control_s>(std::move(control));
+    app_control_s* handle = owner.get();
+    controls()[handle] = std::move(owner);
+    return handle;
 }
 
-// Releases what the application has left of its controls.
-void takeBack() {
-    for (app_control_s* control : live()) {
-        delete control;
-    }
-    live().clear();
-}
-
-// The launch request on the command line. An exit code instead: there is nothing to launch.
-std::optional<int> parse(int argc, char** argv, app_control_s& request, bool& pause) {
-    Device& device = Device::current();
+// Reads the command line. False: it is wrong, and the user was told.
+bool parse(int argc, char** argv, sim::LaunchOptions& options) {
     CLI::App app;
-    sim::LaunchOptions options;
     sim::describe(app, options);
     try {
         app.parse(argc, argv);
-        for (const std::string& extra : options.extras) {
-            const std::size_t equals = extra.find('=');
-            if (equals == std::string::npos || equals == 0) {
-                throw CLI::ValidationError(extra, "not of the form key=value");
-            }
-            request.extras[extra.substr(0, equals)] = extra.substr(equals + 1);
-        }
+        return true;
     } catch (const CLI::ParseError& error) {
         std::fprintf(stderr, "halcyon-lineup: %s; see: halcyon-lineup --help\n", sim::shown(error.what()).c_str());
-        return USAGE_ERROR;
+        return false;
     }
-    request.caller = options.caller;
-    request.replyRequested = options.replyRequested;
-    device.chosenBackup = options.backup;
-    device.refusesDuplicates = options.refuseDuplicates;
-    device.loop.setRealtime(options.realtime);
-    pause = options.pause;
-    return std::nullopt;
+}
+
+app_control_s requestOf(const sim::LaunchOptions& options) {
+    app_control_s request{options.caller, {}, options.replyRequested};
+    for (const std::string& extra : options.extras) {
+        const std::size_t equals = extra.find('=');
+        request.extras[extra.substr(0, equals)] = extra.substr(equals + 1);
+    }
+    return request;
 }
 
 std::string operationOf(const app_control_s& request) {
@@ -109,14 +96,13 @@ void runLoop(Device& device) {
     }
 }
 
-int run(int argc, char** argv, const ui_app_callbacks& callbacks, void* userData) {
-    Device& device = Device::current();
-    app_control_s launch;
-    bool pause = false;
-    if (const std::optional<int> refused = parse(argc, argv, launch, pause)) {
+int run(Device& device, int argc, char** argv, const ui_app_callbacks& callbacks, void* userData) {
+    if (!parse(argc, argv, device.launch)) {
         device.record.ended(sim::RunEnd::Refused, "command line");
-        return *refused;
+        return sim::exit_code::USAGE;
     }
+    const app_control_s launch = requestOf(device.launch);
+    device.loop.setRealtime(device.launch.realtime);
     device.record.launched(operationOf(launch), launch.replyRequested);
     sim::platformNotice(sim::calls::app_create);
     if (!callbacks.create(userData)) {
@@ -126,9 +112,8 @@ int run(int argc, char** argv, const ui_app_callbacks& callbacks, void* userData
     app_control_s* request = make(launch);
     sim::platformNotice(sim::calls::app_control, extrasOf(launch));
     callbacks.control(request, userData);
-    live().erase(request);
-    delete request;
-    if (pause) {
+    controls().erase(request);
+    if (device.launch.pause) {
         device.loop.post(sim::EventLoop::Milliseconds(0), [&] {
             sim::platformNotice(sim::calls::app_pause);
             callbacks.pause(userData);
@@ -140,19 +125,19 @@ int run(int argc, char** argv, const ui_app_callbacks& callbacks, void* userData
     sim::platformNotice(sim::calls::app_terminate);
     callbacks.terminate(userData);
     device.keepMetadata();
-    takeBack();
+    controls().clear();  // those that the application has left
     return 0;
 }
 
-// A call that gives a text of `control` out.
-template <typename Arguments>
-int giveText(const sim::PlatformCall& call, const Arguments& arguments, app_control_s* control, char** out,
-             const std::optional<std::string>& text) {
-    return sim::platformCall(call, arguments, [&](sim::Given& given) {
+// A call that gives out a text of `control`, which `find` looks up; null: there is none.
+template <typename Arguments, typename Find>
+int giveText(const sim::PlatformCall& call, const Arguments& arguments, app_control_s* control, char** out, Find find) {
+    return sim::platformCall(call, arguments, [&](Device&, sim::Given& given) {
         if (!isLive(control)) {
             return BAD_HANDLE;
         }
-        if (!text) {
+        const std::string* text = find();
+        if (text == nullptr) {
             return NOT_THERE;
         }
         *out = ::strdup(text->c_str());
@@ -171,7 +156,7 @@ int ui_app_main(int argc, char** argv, const ui_app_callbacks* callbacks, void* 
         return hit->failure.number;
     }
     sim::platformNotice(sim::calls::ui_app_main);
-    return run(argc, argv, *callbacks, userData);
+    return run(device, argc, argv, *callbacks, userData);
 }
 
 void ui_app_exit() {
@@ -181,15 +166,14 @@ void ui_app_exit() {
 
 int app_control_get_caller(app_control_s* request, char** callerId) {
     return giveText(sim::calls::app_control_get_caller, std::tuple(), request, callerId,
-                    isLive(request) ? std::optional(request->caller) : std::nullopt);
+                    [&] { return &request->caller; });
 }
 
 int app_control_get_extra_data(app_control_s* request, const char* key, char** value) {
-    std::optional<std::string> text;
-    if (isLive(request) && request->extras.count(key) != 0) {
-        text = request->extras.at(key);
-    }
-    return giveText(sim::calls::app_control_get_extra_data, std::tuple(key), request, value, text);
+    return giveText(sim::calls::app_control_get_extra_data, std::tuple(key), request, value, [&]() -> std::string* {
+        const auto extra = request->extras.find(key);
+        return extra != request->extras.end() ? &extra->second : nullptr;
+    });
 }
 
 int app_control_clone(app_control_s** clone, app_control_s* request) {
@@ -203,7 +187,7 @@ int app_control_clone(app_control_s** clone, app_control_s* request) {
 }
 
 int app_control_is_reply_requested(app_control_s* request, bool* requested) {
-    return sim::platformCall(sim::calls::app_control_is_reply_requested, std::tuple(), [&](sim::Given& given) {
+    return sim::platformCall(sim::calls::app_control_is_reply_requested, std::tuple(), [&](Device&, sim::Given& given) {
         if (!isLive(request)) {
             return BAD_HANDLE;
         }
@@ -221,24 +205,19 @@ int app_control_create(app_control_s** control) {
 }
 
 int app_control_reply_to_launch_request(app_control_s* reply, app_control_s* request, int result) {
-    return sim::platformCall(sim::calls::app_control_reply_to_launch_request, std::tuple(result), [&] {
+    return sim::platformCall(sim::calls::app_control_reply_to_launch_request, std::tuple(result), [&](Device& device) {
         if (!isLive(reply) || !isLive(request)) {
             return BAD_HANDLE;
         }
         if (!request->replyRequested) {
             return NOT_THERE;
         }
-        Device::current().record.replied(result);
+        device.record.replied(result);
         return 0;
     });
 }
 
 int app_control_destroy(app_control_s* control) {
-    return sim::platformCall(sim::calls::app_control_destroy, std::tuple(), [&] {
-        if (live().erase(control) == 0) {
-            return BAD_HANDLE;
-        }
-        delete control;
-        return 0;
-    });
+    return sim::platformCall(sim::calls::app_control_destroy, std::tuple(),
+                             [&] { return controls().erase(control) == 1 ? 0 : BAD_HANDLE; });
 }

@@ -1,5 +1,5 @@
-// Linked into the application alone, and not into programs that use its classes: what a launch from a command line is
-// about before the TV is opened, which is before main().
+// What a launch from a command line needs before main(), where the application's static objects open the TV. Linked
+// into the application alone, not into other programs that use its classes.
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// Whoever asks for help need not have a TV.
+// Help needs no TV.
 void answer(int argc, char** argv) {
     CLI::App app;
     sim::LaunchOptions options;
@@ -20,7 +20,7 @@ void answer(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {
         std::exit(app.exit(help));
-    } catch (const CLI::ParseError&) {  // is for the launch to say
+    } catch (const CLI::ParseError&) {  // ui_app_main() reports it
     }
 }
 
@@ -28,7 +28,7 @@ bool asksForHelp(const std::string& word) {
     return word == "--help" || word == "-h" || word == "--version";
 }
 
-// The process confines itself when it opens its TV.
+// The first priority that programs may use: ahead of all static objects.
 __attribute__((constructor(101))) void beforeMain(int argc, char** argv) {
     if (std::any_of(argv, argv + argc, &asksForHelp)) {
         answer(argc, argv);

@@ -9,8 +9,8 @@ public:
     int GetBackupFilePaths(std::list<std::string>& paths) override {
         return sim::platformCall(
             sim::calls::get_backup_file_paths, std::tuple(),
-            [&](sim::Given& given) {
-                paths.splice(paths.end(), sim::Device::current().tv.ciFiles().paths());
+            [&](sim::Device& device, sim::Given& given) {
+                paths.splice(paths.end(), device.tv.ciFiles().paths());
                 given.text = sim::toJournal(paths);
                 return 1;
             },
@@ -20,7 +20,7 @@ public:
 
     int BackupFileDone(std::list<std::string>& paths) override {
         return sim::platformCall(sim::calls::backup_file_done, std::tuple(paths),
-                                 [&] { return sim::Device::current().tv.ciFiles().takeOver(paths) ? 1 : 0; });
+                                 [&](sim::Device& device) { return device.tv.ciFiles().takeOver(paths) ? 1 : 0; });
     }
 };
 

@@ -25,8 +25,9 @@ using namespace std::chrono_literals;
 
 constexpr int NO_SESSION = -1;
 constexpr int NOT_THERE = -2;
-constexpr auto BACKUP_TAKES = 1500ms;
-constexpr auto RESTORE_TAKES = 2500ms;
+constexpr int ALREADY_OPEN = -3;
+constexpr auto BACKUP_DURATION = 1500ms;
+constexpr auto RESTORE_DURATION = 2500ms;
 
 struct Handler {
     std::string id;
@@ -86,8 +87,8 @@ int download(const std::string& id, const fs::path& folder, std::optional<Downlo
     const sim::Address address = addressOf(id);
     try {
         const std::optional<sim::BackupName> name =
-            device.chosenBackup.empty() ? device.cloud->newest(address)
-                                        : std::optional(sim::BackupName{address, device.chosenBackup, ""});
+            device.launch.backup.empty() ? device.cloud->newest(address)
+                                         : std::optional(sim::BackupName{address, device.launch.backup, ""});
         if (!name) {
             return BNR_RESPONSE_ERROR;
         }
@@ -132,19 +133,20 @@ void respond(const std::string& id, const sim::Arrival& arrival, const std::opti
 // Answers a request on the main loop; that for a restore brings the backup into `folder`.
 void respondLater(std::chrono::milliseconds delay, const std::string& id, bnr_response_e code,
                   const std::optional<fs::path>& folder) {
-    sim::platformEvent(sim::calls::bnr_response, id, delay, code, [id, folder](sim::Arrival arrival) {
-        if (client().sessions.count(id) == 0) {
-            return;  // closed in the meantime
-        }
-        std::optional<Download> downloaded;
-        if (arrival.code == BNR_RESPONSE_RESTORE_DATA && folder) {
-            arrival.code = download(id, *folder, downloaded);
-            if (downloaded && arrival.damage) {
-                sim::damageFile(downloaded->path, *arrival.damage);
-            }
-        }
-        respond(id, arrival, downloaded);
-    });
+    sim::platformEvent(Device::current(), sim::calls::bnr_response, id, delay, code,
+                       [id, folder](sim::Arrival arrival) {
+                           if (client().sessions.count(id) == 0) {
+                               return;  // closed in the meantime
+                           }
+                           std::optional<Download> downloaded;
+                           if (arrival.code == BNR_RESPONSE_RESTORE_DATA && folder) {
+                               arrival.code = download(id, *folder, downloaded);
+                               if (downloaded && arrival.damage) {
+                                   sim::damageFile(downloaded->path, *arrival.damage);
+                               }
+                           }
+                           respond(id, arrival, downloaded);
+                       });
 }
 
 // Puts a backup into the store. The code of the response, or Error where that is for the caller to know at once.
@@ -169,7 +171,7 @@ void uploadLater(const sim::NewBackup& backup, const fs::path& bundle) {
     const auto spool = std::make_shared<sim::ScratchFolder>(device.tv.home() / "spool");
     const fs::path copy = *spool / bundle.filename();
     sim::copyFile(bundle, copy);
-    device.loop.post(BACKUP_TAKES, [backup, spool, copy] {
+    device.loop.post(BACKUP_DURATION, [backup, spool, copy] {
         if (client().sessions.count(backup.clientId) == 0) {
             return;  // closed in the meantime
         }
@@ -179,11 +181,11 @@ void uploadLater(const sim::NewBackup& backup, const fs::path& bundle) {
 }
 
 int report(const sim::PlatformCall& call, const char* id, const char* outcome) {
-    return sim::platformCall(call, std::tuple(id), [&] {
+    return sim::platformCall(call, std::tuple(id), [&](Device& device) {
         if (client().sessions.count(id) == 0) {
             return NO_SESSION;
         }
-        Device::current().record.reported(outcome);
+        device.record.reported(outcome);
         return 0;
     });
 }
@@ -191,24 +193,24 @@ int report(const sim::PlatformCall& call, const char* id, const char* outcome) {
 }  // namespace
 
 int bnr_init(const char* id, const char* category) {
-    return sim::platformCall(sim::calls::bnr_init, std::tuple(id, category), [&] {
-        const bool isNew = client().sessions.emplace(id, category).second;
-        if (isNew) {
-            Device::current().awaited.insert(sessionName(id));
+    return sim::platformCall(sim::calls::bnr_init, std::tuple(id, category), [&](Device& device) {
+        if (!client().sessions.emplace(id, category).second) {
+            return ALREADY_OPEN;
         }
-        return isNew ? 0 : NO_SESSION;
+        device.awaited.insert(sessionName(id));
+        return 0;
     });
 }
 
 int bnr_deinit(const char* id) {
-    return sim::platformCall(sim::calls::bnr_deinit, std::tuple(id), [&] {
-        Device::current().noLongerAwaited(sessionName(id));
+    return sim::platformCall(sim::calls::bnr_deinit, std::tuple(id), [&](Device& device) {
+        device.noLongerAwaited(sessionName(id));
         return client().sessions.erase(id) == 1 ? 0 : NO_SESSION;
     });
 }
 
 int bnr_callback_register(const char* id, bnr_response_cb callback, void* userData, int* handlerId) {
-    return sim::platformCall(sim::calls::bnr_callback_register, std::tuple(id), [&](sim::Given& given) {
+    return sim::platformCall(sim::calls::bnr_callback_register, std::tuple(id), [&](Device&, sim::Given& given) {
         if (client().sessions.count(id) == 0) {
             return NO_SESSION;
         }
@@ -229,25 +231,24 @@ int bnr_backup(const char* id, const char* metadata, const char* filePath) {
     Device::current().bundleMetadata = metadata;
     return sim::platformCall(
         sim::calls::bnr_backup, std::tuple(id, metadata, filePath),
-        [&](sim::Given& given) {
+        [&](Device& device, sim::Given& given) {
             if (client().sessions.count(id) == 0) {
                 return NO_SESSION;
             }
             Json::Value parsed;
             if (!sim::parseJson(metadata, parsed)) {
-                respondLater(BACKUP_TAKES, id, BNR_RESPONSE_BACKUP_SCHEMA_ERROR, std::nullopt);
+                respondLater(BACKUP_DURATION, id, BNR_RESPONSE_BACKUP_SCHEMA_ERROR, std::nullopt);
                 return 0;
             }
-            Device& device = Device::current();
             const sim::NewBackup backup{addressOf(id), metadata, device.tv.serial(),
-                                        device.tv.services().counts().services, device.refusesDuplicates};
+                                        device.tv.services().counts().services, device.launch.refuseDuplicates};
             if (device.cloud->isRemote()) {
                 uploadLater(backup, filePath);
                 given.text = "spooled";
                 return 0;
             }
             std::string stored;
-            respondLater(BACKUP_TAKES, id, store(backup, filePath, stored), std::nullopt);
+            respondLater(BACKUP_DURATION, id, store(backup, filePath, stored), std::nullopt);
             given.text = stored.empty() ? "" : "backup " + stored;
             return 0;
         },
@@ -262,7 +263,7 @@ int bnr_restore(const char* id, const char* folder) {
         if (!fs::is_directory(folder)) {
             return NOT_THERE;
         }
-        respondLater(RESTORE_TAKES, id, BNR_RESPONSE_RESTORE_DATA, folder);
+        respondLater(RESTORE_DURATION, id, BNR_RESPONSE_RESTORE_DATA, folder);
         return 0;
     });
 }

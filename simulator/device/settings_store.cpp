@@ -6,18 +6,20 @@
 #include <optional>
 #include <string>
 
+#include "simulator/base/Text.h"
 #include "simulator/device/Journal.h"
 
 namespace {
 
-template <typename Value, typename Convert>
-int get(const sim::PlatformCall& call, sim::SettingType type, const char* key, Value* out, Convert convert) {
-    return sim::platformCall(call, std::tuple(key), [&](sim::Given& given) {
-        const std::optional<std::string> value = sim::Device::current().tv.settings().get(key, type);
-        if (!value) {
+template <typename Number>
+int get(const sim::PlatformCall& call, sim::SettingType type, const char* key, Number* out) {
+    return sim::platformCall(call, std::tuple(key), [&](sim::Device& device, sim::Given& given) {
+        const std::optional<std::string> text = device.tv.settings().get(key, type);
+        const std::optional<Number> number = text ? sim::toNumber<Number>(*text) : std::nullopt;
+        if (!number) {
             return -1;
         }
-        *out = convert(*value);
+        *out = *number;
         given.text = sim::toJournal(*out);
         return 0;
     });
@@ -25,32 +27,26 @@ int get(const sim::PlatformCall& call, sim::SettingType type, const char* key, V
 
 int set(const sim::PlatformCall& call, sim::SettingType type, const char* key, const std::string& value) {
     return sim::platformCall(call, std::tuple(key, value),
-                             [&] { return sim::Device::current().tv.settings().set(key, type, value) ? 0 : -1; });
-}
-
-int toInt(const std::string& value) {
-    return std::stoi(value);
+                             [&](sim::Device& device) { return device.tv.settings().set(key, type, value) ? 0 : -1; });
 }
 
 }  // namespace
 
 int vconf_get_int(const char* key, int* out) {
-    return get(sim::calls::vconf_get_int, sim::SettingType::Int, key, out, toInt);
+    return get(sim::calls::vconf_get_int, sim::SettingType::Int, key, out);
 }
 
 int vconf_get_bool(const char* key, int* out) {
-    return get(sim::calls::vconf_get_bool, sim::SettingType::Bool, key, out, toInt);
+    return get(sim::calls::vconf_get_bool, sim::SettingType::Bool, key, out);
 }
 
 int vconf_get_dbl(const char* key, double* out) {
-    return get(sim::calls::vconf_get_dbl, sim::SettingType::Double, key, out,
-               [](const std::string& value) { return std::stod(value); });
+    return get(sim::calls::vconf_get_dbl, sim::SettingType::Double, key, out);
 }
 
 char* vconf_get_str(const char* key) {
-    return sim::platformCall(sim::calls::vconf_get_str, std::tuple(key), [&]() -> char* {
-        const std::optional<std::string> value =
-            sim::Device::current().tv.settings().get(key, sim::SettingType::String);
+    return sim::platformCall(sim::calls::vconf_get_str, std::tuple(key), [&](sim::Device& device) -> char* {
+        const std::optional<std::string> value = device.tv.settings().get(key, sim::SettingType::String);
         return value ? ::strdup(value->c_str()) : nullptr;
     });
 }

@@ -1,10 +1,9 @@
 // What the TV service shows and does: mode, service, source, category, scan and the signals that say when it has ended.
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <chrono>
 #include <functional>
-#include <memory>
+#include <map>
 #include <optional>
 #include <vector>
 
@@ -31,9 +30,8 @@ using sim::Viewing;
 using namespace std::chrono_literals;
 
 constexpr int FIELD_SERVICE_ID = 12;
-constexpr int FIELD_ANTENNA_MODE = 13;
 constexpr auto SIGNAL_SCAN_STOPPED = static_cast<ESignalType>(18);
-constexpr auto SCAN_STOP_TAKES = 800ms;
+constexpr auto SCAN_STOP_DURATION = 800ms;
 
 sim::TvMode modeOf(const TSTvMode& mode) {
     return {static_cast<sim::AntennaMode>(mode.antennaMode), static_cast<sim::ServiceMode>(mode.serviceMode)};
@@ -43,20 +41,17 @@ sim::Category categoryOf(const CCNavigationModeInfo& info) {
     return {static_cast<sim::CategoryKind>(info.category), info.param, static_cast<sim::SortMode>(info.sortMode)};
 }
 
-// Changes what is on, if the TV has what is asked for.
-int change(bool isKnown, const std::function<void(Viewing&)>& action) {
-    if (!isKnown) {
-        return 0;
-    }
-    Device::current().tv.changeViewing(action);
+// Changes what is on; the result of a call that succeeds.
+int change(Device& device, const std::function<void(Viewing&)>& action) {
+    device.tv.changeViewing(action);
     return 1;
 }
 
 class ServiceNavigation final : public IServiceNavigation {
 public:
     int GetTvMode(TSTvMode& mode) override {
-        return platformCall(calls::get_tv_mode, std::tuple(), [&](Given& given) {
-            const Viewing viewing = Device::current().tv.viewing();
+        return platformCall(calls::get_tv_mode, std::tuple(), [&](Device& device, Given& given) {
+            const Viewing viewing = device.tv.viewing();
             mode.antennaMode = static_cast<EAntennaMode>(viewing.mode.antenna);
             mode.serviceMode = static_cast<EServiceMode>(viewing.mode.service);
             given.text = toJournal(mode);
@@ -65,40 +60,37 @@ public:
     }
 
     int SetTvMode(TSTvMode mode, int option) override {
-        return platformCall(calls::set_tv_mode, std::tuple(mode, option), [&] {
-            return change(Device::current().tv.has(modeOf(mode)),
-                          [&](Viewing& viewing) { viewing.mode = modeOf(mode); });
+        return platformCall(calls::set_tv_mode, std::tuple(mode, option), [&](Device& device) {
+            return device.tv.has(modeOf(mode)) ? change(device, [&](Viewing& viewing) { viewing.mode = modeOf(mode); })
+                                               : 0;
         });
     }
 
     int GetCurrentServiceInfo(TSTvMode mode, const TCCriteriaHelper& criteria, TCServiceData& data) override {
-        return platformCall(calls::get_current_service_info, std::tuple(mode), [&](Given& given) {
-            sim::Tv& tv = Device::current().tv;
-            const Viewing viewing = tv.viewing();
-            if (!tv.services().find(viewing.serviceId)) {
+        return platformCall(calls::get_current_service_info, std::tuple(mode), [&](Device& device, Given& given) {
+            const Viewing viewing = device.tv.viewing();
+            if (!device.tv.services().find(viewing.serviceId)) {
                 return 0;
             }
             if (criteria.IsFetched(FIELD_SERVICE_ID)) {
                 data.SetField(FIELD_SERVICE_ID, viewing.serviceId);
                 given.text = fmt::format("service {}", viewing.serviceId);
             }
-            if (criteria.IsFetched(FIELD_ANTENNA_MODE)) {
-                data.SetField(FIELD_ANTENNA_MODE, static_cast<std::uint64_t>(viewing.mode.antenna));
-            }
             return 1;
         });
     }
 
     int SetCurrentServiceInfo(TSTvMode mode, const std::uint64_t& serviceId) override {
-        return platformCall(calls::set_current_service_info, std::tuple(mode, serviceId), [&] {
-            return change(Device::current().tv.services().find(serviceId).has_value(),
-                          [&](Viewing& viewing) { viewing.serviceId = serviceId; });
+        return platformCall(calls::set_current_service_info, std::tuple(mode, serviceId), [&](Device& device) {
+            return device.tv.services().find(serviceId)
+                       ? change(device, [&](Viewing& viewing) { viewing.serviceId = serviceId; })
+                       : 0;
         });
     }
 
     int ResetCurrentServiceInfo() override {
-        return platformCall(calls::reset_current_service_info, std::tuple(), [&] {
-            return change(true, [](Viewing& viewing) { viewing.serviceId = Device::current().tv.services().first(); });
+        return platformCall(calls::reset_current_service_info, std::tuple(), [](Device& device) {
+            return change(device, [&](Viewing& viewing) { viewing.serviceId = device.tv.services().first(); });
         });
     }
 };
@@ -106,19 +98,20 @@ public:
 class SourceControl final : public ISourceControl {
 public:
     int GetCurrentSourceInfo(std::int32_t& source) override {
-        return platformCall(calls::get_current_source_info, std::tuple(), [&](Given& given) {
-            source = static_cast<std::int32_t>(Device::current().tv.viewing().source);
+        return platformCall(calls::get_current_source_info, std::tuple(), [&](Device& device, Given& given) {
+            source = static_cast<std::int32_t>(device.tv.viewing().source);
             given.text = std::to_string(source);
             return 1;
         });
     }
 
     int SetSource(std::int32_t source, std::uint64_t serviceId, std::string option) override {
-        return platformCall(calls::set_source, std::tuple(source, serviceId, option), [&] {
-            const sim::Tv& tv = Device::current().tv;
+        return platformCall(calls::set_source, std::tuple(source, serviceId, option), [&](Device& device) {
             const auto selected = static_cast<sim::Source>(source);
-            const bool isShowable = selected != sim::Source::Tuner || tv.services().find(serviceId).has_value();
-            return change(tv.has(selected) && isShowable, [&](Viewing& viewing) { viewing.source = selected; });
+            const bool isShowable = selected != sim::Source::Tuner || device.tv.services().find(serviceId);
+            return device.tv.has(selected) && isShowable
+                       ? change(device, [&](Viewing& viewing) { viewing.source = selected; })
+                       : 0;
         });
     }
 };
@@ -126,52 +119,56 @@ public:
 class ScanData final : public IScanData {
 public:
     int IsScanActivated(bool& activated, int option) override {
-        return platformCall(calls::is_scan_activated, std::tuple(option), [&](Given& given) {
-            activated = Device::current().tv.isScanning();
+        return platformCall(calls::is_scan_activated, std::tuple(option), [&](Device& device, Given& given) {
+            activated = device.tv.isScanning();
             given.text = sim::toJournal(activated);
             return 1;
         });
     }
 };
 
-// The one subscriber of each callback, with what it subscribed to.
+// The subscriber of one callback, with the subscription it has.
 class SignalSubscriber final : public ISignalSubscriber {
 public:
-    explicit SignalSubscriber(SignalCallback called) : m_callback(called) {}
-    ~SignalSubscriber() { forget(); }
-
-    bool calls(SignalCallback callback) const { return callback == m_callback; }
+    explicit SignalSubscriber(SignalCallback callback) : m_callback(callback) {}
 
     int Subscribe(ESignalType type, void* appData, int profile, int option, SignalCallback callback) override {
-        return platformCall(calls::subscribe, std::tuple(type, profile, option), [&] {
-            if (!calls(callback) || m_subscription) {
+        return platformCall(calls::subscribe, std::tuple(type, profile, option), [&](Device& device) {
+            if (callback != m_callback || m_subscription) {
                 return 0;
             }
             m_subscription = Subscription{type, static_cast<EProfile>(profile), appData};
-            Device::current().awaited.insert(name());
+            device.awaited.insert(name());
             return 1;
         });
     }
 
     int Unsubscribe(ESignalType type, int profile, int option, SignalCallback callback) override {
-        return platformCall(calls::unsubscribe, std::tuple(type, profile, option), [&] {
-            if (!calls(callback) || !m_subscription || m_subscription->type != type ||
+        return platformCall(calls::unsubscribe, std::tuple(type, profile, option), [&](Device& device) {
+            if (callback != m_callback || !m_subscription || m_subscription->type != type ||
                 m_subscription->profile != profile) {
                 return 0;
             }
-            forget();
+            end(device);
             return 1;
         });
     }
 
-    // Calls the subscriber if it waits for signals of `type`; a fault may let another type arrive.
-    void signal(ESignalType type, const sim::Arrival& arrival) {
+    void end(Device& device) {
+        if (m_subscription) {
+            device.noLongerAwaited(name());
+            m_subscription.reset();
+        }
+    }
+
+    // Calls back if the subscription is to signals of `type`; a fault may let another type arrive. The callback may end
+    // the subscription or destroy this object.
+    void signal(Device& device, ESignalType type, const sim::Arrival& arrival) const {
         if (!m_subscription || m_subscription->type != type) {
             return;
         }
         const Subscription subscription = *m_subscription;
-        Device::current().record.call(calls::tv_signal.name, sim::toJournal(std::tuple(arrival.code)), "",
-                                      arrival.fault);
+        device.record.call(calls::tv_signal.name, sim::toJournal(std::tuple(arrival.code)), "", arrival.fault);
         m_callback(static_cast<ESignalType>(arrival.code), subscription.profile, 0, TSSignalData{0},
                    arrival.hasUserData ? subscription.appData : nullptr);
     }
@@ -185,34 +182,25 @@ private:
 
     std::string name() const { return fmt::format("signal {} of the TV service", m_subscription->type); }
 
-    void forget() {
-        if (m_subscription) {
-            Device::current().noLongerAwaited(name());
-            m_subscription.reset();
-        }
-    }
-
     SignalCallback m_callback;
     std::optional<Subscription> m_subscription;
 };
 
-std::vector<SignalSubscriber*>& subscribers() {
-    static std::vector<SignalSubscriber*> subscribers;
+std::map<SignalCallback, SignalSubscriber>& subscribers() {
+    static std::map<SignalCallback, SignalSubscriber> subscribers;
     return subscribers;
 }
 
-auto findSubscriber(SignalCallback callback) {
-    return std::find_if(subscribers().begin(), subscribers().end(),
-                        [&](const SignalSubscriber* each) { return each->calls(callback); });
-}
-
-void signalScanStopped(const sim::Arrival& arrival) {
-    Device::current().tv.setScanning(false);
-    const std::vector<SignalSubscriber*> present = subscribers();
-    for (SignalSubscriber* subscriber : present) {
-        const auto& now = subscribers();
-        if (std::find(now.begin(), now.end(), subscriber) != now.end()) {  // a callback may have destroyed it
-            subscriber->signal(SIGNAL_SCAN_STOPPED, arrival);
+void signalScanStopped(Device& device, const sim::Arrival& arrival) {
+    device.tv.setScanning(false);
+    std::vector<SignalCallback> callbacks;
+    for (const auto& [callback, subscriber] : subscribers()) {
+        callbacks.push_back(callback);
+    }
+    for (const SignalCallback callback : callbacks) {
+        const auto found = subscribers().find(callback);  // an earlier one may have destroyed it
+        if (found != subscribers().end()) {
+            found->second.signal(device, SIGNAL_SCAN_STOPPED, arrival);
         }
     }
 }
@@ -220,11 +208,12 @@ void signalScanStopped(const sim::Arrival& arrival) {
 class ScanControl final : public IScanControl {
 public:
     int StopAutoScan(int option) override {
-        return platformCall(calls::stop_auto_scan, std::tuple(option), [&] {
-            if (!Device::current().tv.isScanning()) {
+        return platformCall(calls::stop_auto_scan, std::tuple(option), [](Device& device) {
+            if (!device.tv.isScanning()) {
                 return 0;
             }
-            sim::platformEvent(calls::tv_signal, "", SCAN_STOP_TAKES, SIGNAL_SCAN_STOPPED, &signalScanStopped);
+            sim::platformEvent(device, calls::tv_signal, "", SCAN_STOP_DURATION, SIGNAL_SCAN_STOPPED,
+                               [&device](const sim::Arrival& arrival) { signalScanStopped(device, arrival); });
             return 1;
         });
     }
@@ -233,8 +222,8 @@ public:
 class CategoryUtil final : public CCCategoryUtil {
 public:
     bool GetCurrentCategory(TSTvMode mode, CCNavigationModeInfo& info) override {
-        return platformCall(calls::get_current_category, std::tuple(mode), [&](Given& given) {
-            const Viewing viewing = Device::current().tv.viewing();
+        return platformCall(calls::get_current_category, std::tuple(mode), [&](Device& device, Given& given) {
+            const Viewing viewing = device.tv.viewing();
             info.category = static_cast<ECategory>(viewing.category.kind);
             info.param = viewing.category.param;
             info.sortMode = static_cast<ESortMode>(viewing.category.sort);
@@ -244,10 +233,10 @@ public:
     }
 
     bool SetCurrentCategory(TSTvMode mode, CCNavigationModeInfo info) override {
-        return platformCall(calls::set_current_category, std::tuple(mode, info), [&] {
+        return platformCall(calls::set_current_category, std::tuple(mode, info), [&](Device& device) {
             const sim::Category category = categoryOf(info);
-            return change(Device::current().tv.has(category), [&](Viewing& viewing) { viewing.category = category; }) >
-                   0;
+            return device.tv.has(category) &&
+                   change(device, [&](Viewing& viewing) { viewing.category = category; }) > 0;
         });
     }
 };
@@ -256,21 +245,18 @@ public:
 
 int TVServiceAPI::CreateSignalSubscriber(SignalCallback callback, ISignalSubscriber** subscriber) {
     return platformCall(calls::create_signal_subscriber, std::tuple(), [&] {
-        if (findSubscriber(callback) == subscribers().end()) {
-            subscribers().push_back(new SignalSubscriber(callback));
-        }
-        *subscriber = *findSubscriber(callback);
+        *subscriber = &subscribers().try_emplace(callback, callback).first->second;
         return 0;
     });
 }
 
 int TVServiceAPI::DestroySignalSubscriber(SignalCallback callback) {
-    return platformCall(calls::destroy_signal_subscriber, std::tuple(), [&] {
-        const auto found = findSubscriber(callback);
+    return platformCall(calls::destroy_signal_subscriber, std::tuple(), [&](Device& device) {
+        const auto found = subscribers().find(callback);
         if (found == subscribers().end()) {
             return 0;
         }
-        delete *found;
+        found->second.end(device);
         subscribers().erase(found);
         return 1;
     });

@@ -22,17 +22,16 @@ public:
     int GetServiceDb(const std::string& path) override {
         return platformCall(
             calls::get_service_db, std::tuple(path),
-            [&] {
-                const sim::Tv& tv = Device::current().tv;
-                tv.serviceDb().snapshot(path, tv.now());
+            [&](Device& device) {
+                device.tv.serviceDb().snapshot(path, device.tv.now());
                 return 1;
             },
             [&](sim::Damage damage) { sim::damageFile(path, damage); });
     }
 
     int ReplaceServiceDb(const std::string& path, int* status) override {
-        return platformCall(calls::replace_service_db, std::tuple(path), [&](Given& given) {
-            const std::optional<sim::ReplaceStatus> problem = Device::current().tv.serviceDb().replace(path);
+        return platformCall(calls::replace_service_db, std::tuple(path), [&](Device& device, Given& given) {
+            const std::optional<sim::ReplaceStatus> problem = device.tv.serviceDb().replace(path);
             if (problem) {
                 *status = static_cast<int>(*problem);
                 given.text = fmt::format("status {}", *status);
@@ -48,10 +47,9 @@ public:
     int GetIssDbArchive(const std::string& path) override {
         return platformCall(
             calls::get_iss_db_archive, std::tuple(path),
-            [&] {
+            [&](Device& device) {
                 try {
-                    const sim::Tv& tv = Device::current().tv;
-                    tv.issDb().snapshot(path, tv.now());
+                    device.tv.issDb().snapshot(path, device.tv.now());
                     return 1;
                 } catch (const std::exception&) {
                     return 0;  // a negative result would be success here
@@ -62,15 +60,15 @@ public:
 
     int RestoreIssDbArchive(const std::string& path) override {
         return platformCall(calls::restore_iss_db_archive, std::tuple(path),
-                            [&] { return Device::current().tv.issDb().restore(path) ? 1 : 0; });
+                            [&](Device& device) { return device.tv.issDb().restore(path) ? 1 : 0; });
     }
 };
 
 class TunerControl final : public ITunerControl {
 public:
     int GetAntennaConnectionStatus(std::set<int>& statuses) override {
-        return platformCall(calls::get_antenna_connection_status, std::tuple(), [&](Given& given) {
-            statuses.merge(Device::current().tv.antenna());
+        return platformCall(calls::get_antenna_connection_status, std::tuple(), [&](Device& device, Given& given) {
+            statuses.merge(device.tv.antenna());
             given.text = fmt::format("{{{}}}", fmt::join(statuses, ", "));
             return 1;
         });
