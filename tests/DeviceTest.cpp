@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <sstream>
+#include <tuple>
 
 #include "platform/json_util.h"
 #include "platform/settings_store.h"
@@ -29,10 +30,12 @@ TEST(EventLoop, JumpsFromOneDueTimeToTheNext) {
         loop.post(50ms, [&] { note(2); });
     });
     loop.post(500ms, [&] { note(4); });
+    loop.post(500ms, [&] { loop.post(-1ms, [&] { note(6); }); });
     loop.post(86'400'000ms, [&] { loop.quit(); });
     loop.post(86'400'001ms, [&] { note(5); });
     EXPECT_TRUE(loop.run());
-    EXPECT_THAT(order, ElementsAre(std::pair(1, 100ms), std::pair(2, 150ms), std::pair(3, 500ms), std::pair(4, 500ms)));
+    EXPECT_THAT(order, ElementsAre(std::pair(1, 100ms), std::pair(2, 150ms), std::pair(3, 500ms), std::pair(4, 500ms),
+                                   std::pair(6, 500ms)));
     EXPECT_FALSE(sim::EventLoop().run()) << "nothing to wait for";
 }
 
@@ -86,14 +89,31 @@ TEST_F(Platform, KeepsSettingsByType) {
     EXPECT_EQ(real, 0.1);
 }
 
+TEST(FaultRule, IsMadeOnlyOfACallAndAFailureThatItCanHave) {
+    const std::tuple<const char*, const char*, const char*> refused[] = {
+        {"no_such_call", "throw", "no call 'no_such_call' can fail"},
+        {"bnr_int", "throw", "did you mean 'bnr_init'"},
+        {"ui_app_exit", "throw", "no call 'ui_app_exit' can fail"},
+        {"bnr_init", "damage=empty", "bnr_init cannot fail with 'damage=empty'"},
+        {"bnr_init", "result=x", "'x' is not a number"},
+        {"bnr_init", "result", "no failure 'result'"},
+        {"bnr_init", "sulk", "no failure 'sulk'"},
+        {"bnr_response", "delay=-1", "nothing comes before its time"},
+    };
+    for (const auto& [call, failure, message] : refused) {
+        const auto make = [c = call, f = failure] { sim::makeRule(c, f); };
+        EXPECT_THAT(make, ThrowsMessage<sim::Error>(HasSubstr(message)));
+    }
+    for (const sim::PlatformCall* call : sim::platformCalls()) {
+        for (const std::string& failure : call->failureList()) {
+            EXPECT_EQ(sim::toText(sim::makeRule(std::string(call->name), failure).failure), failure) << call->name;
+        }
+    }
+}
+
 class Faults : public test::TwoTvs {};
 
-TEST_F(Faults, AreOnlyOfWhatCanHappen) {
-    EXPECT_THAT([&] { a.fault("no_such_call", "throw"); }, ThrowsMessage<sim::Error>(HasSubstr("no call")));
-    EXPECT_THAT([&] { a.fault("bnr_init", "damage=empty"); }, ThrowsMessage<sim::Error>(HasSubstr("cannot fail with")));
-    EXPECT_THAT([&] { a.fault("bnr_init", "result=x"); }, ThrowsMessage<sim::Error>(HasSubstr("not a number")));
-    EXPECT_THAT([&] { a.fault("bnr_init", "sulk"); }, ThrowsMessage<sim::Error>(HasSubstr("no failure")));
-    EXPECT_THAT([&] { a.fault("bnr_response", "delay=-1"); }, ThrowsMessage<sim::Error>(HasSubstr("before its time")));
+TEST_F(Faults, CountCallsFromOne) {
     EXPECT_THAT([&] { a.fault("bnr_init", "result=1", 0); }, ThrowsMessage<sim::Error>(HasSubstr("from 1")));
     EXPECT_EQ(a.faultsFired(), 0);
 }
