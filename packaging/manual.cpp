@@ -18,9 +18,7 @@
 
 namespace {
 
-// --- manual pages ---
-
-// A text as roff takes it literally.
+// A text that roff shows literally.
 std::string roff(const std::string& text) {
     std::string escaped;
     bool isLineBegin = true;
@@ -91,8 +89,6 @@ void writeManual(const CLI::App& app, const std::string& summary, const std::str
     fmt::print(".SH SEE ALSO\n.BR {} (1)\n", roff(other));
 }
 
-// --- completions ---
-
 struct Completion {
     std::string path;  // "verb" or "group verb"
     std::vector<std::string> words;
@@ -117,7 +113,7 @@ void collect(const CLI::App& app, const std::string& path, std::vector<Completio
     }
 }
 
-// Where a call's name is wanted, the program is asked for them; where nothing fits, files are offered.
+// `fault add` completes the names of calls, for which the script asks the program; if nothing fits, files are offered.
 void writeCompletion(const CLI::App& app) {
     std::string function = "_" + app.get_name();
     std::replace(function.begin(), function.end(), '-', '_');

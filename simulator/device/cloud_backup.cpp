@@ -81,7 +81,7 @@ struct Download {
     std::string path;
 };
 
-// The code of the response; the download where it is BNR_RESPONSE_RESTORE_DATA.
+// The code of the response; with BNR_RESPONSE_RESTORE_DATA there is a download.
 int download(const std::string& id, const fs::path& folder, std::optional<Download>& downloaded) {
     Device& device = Device::current();
     const sim::Address address = addressOf(id);
@@ -149,7 +149,8 @@ void respondLater(std::chrono::milliseconds delay, const std::string& id, bnr_re
                        });
 }
 
-// Puts a backup into the store. The code of the response, or Error where that is for the caller to know at once.
+// Puts a backup into the store. The code of the response; throws Error instead if the service would refuse it at once,
+// as a full disk under a local store.
 bnr_response_e store(const sim::NewBackup& backup, const fs::path& bundle, std::string& stored) {
     Device& device = Device::current();
     try {

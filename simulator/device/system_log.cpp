@@ -36,7 +36,7 @@ char letter(int priority) {
                                                                         : '?';
 }
 
-// A line as a person's terminal shows it: by priority.
+// On a terminal: failures in red, progress in green, details in grey.
 std::string coloured(int priority, const std::string& line) {
     static const char* const noColour = std::getenv("NO_COLOR");
     static const bool isColoured = ::isatty(STDERR_FILENO) == 1 && (noColour == nullptr || *noColour == '\0') &&
@@ -50,7 +50,7 @@ std::string coloured(int priority, const std::string& line) {
     return fmt::format(fmt::fg(colour), "{}", line);
 }
 
-// The TV's time: that of the process's start, and on by the loop's own clock.
+// The TV's time: when the process started, plus what the main loop's clock has run since.
 std::string timeOfDay() {
     static const auto start = std::chrono::system_clock::now();
     const auto now = std::chrono::time_point_cast<std::chrono::milliseconds>(start + sim::Device::current().loop.now());
