@@ -30,7 +30,7 @@ TEST_F(Run, ASecondRunIsRefusedOrWaits) {
     init();
     {
         const sim::FolderLock held = sim::lockTv(home(), std::chrono::seconds(0));
-        const std::int64_t first = sim::Tv(home()).runs().begin(4711, "now");
+        const std::int64_t first = sim::Tv(home()).runs().begin(4711, "now").id;
         const std::string names = fmt::format("run {} (process 4711) is under way", first);
         const Answer refused = tv("run -q");
         EXPECT_EQ(refused.code, 8);
@@ -52,7 +52,7 @@ TEST_F(Run, ASignalToTheToolEndsTheApplication) {
     ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
     const sim::Descriptor reader(ends[0]);
     sim::Descriptor writer(ends[1]);
-    sim::Launch launch;
+    sim::ProcessOptions launch;
     launch.words = {HALCYON_TV, "--home", home(), "run", "--realtime"};
     launch.output = launch.errors = writer.get();
     const sim::Process tool(launch);

@@ -19,7 +19,7 @@ int keptRuns() {
 }  // namespace
 
 Recorder::Recorder(Tv& tv, const EventLoop& loop) : m_tv(tv), m_runs(tv.runs()), m_loop(loop) {
-    m_run.id = m_runs.begin(static_cast<int>(::getpid()), toUtc(tv.now()));
+    m_run = m_runs.begin(static_cast<int>(::getpid()), toUtc(tv.now()));
     attempt([&] { m_runs.keep(keptRuns()); });
 }
 

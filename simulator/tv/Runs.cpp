@@ -95,7 +95,7 @@ std::optional<Verdict> Runs::verdict(std::int64_t run) const {
     return has(run) ? RunFile(fileOf(run)).verdict() : std::nullopt;
 }
 
-std::int64_t Runs::begin(int pid, const std::string& started) {
+Run Runs::begin(int pid, const std::string& started) {
     makeFolders(m_folder);
     Run run;
     run.id = newest() + 1;
@@ -103,7 +103,7 @@ std::int64_t Runs::begin(int pid, const std::string& started) {
     run.started = started;
     m_written = run.id;
     m_writer.emplace(fileOf(run.id)).create(run);
-    return run.id;
+    return run;
 }
 
 void Runs::save(const Run& run) {

@@ -34,8 +34,8 @@ public:
     void add(std::int64_t run, const Verdict& verdict);
     std::optional<Verdict> verdict(std::int64_t run) const;
 
-    // A new run of the process `pid`; its id.
-    std::int64_t begin(int pid, const std::string& started);
+    // A new run of the process `pid`.
+    Run begin(int pid, const std::string& started);
 
     // Writes how a run stands.
     void save(const Run& run);

@@ -163,8 +163,8 @@ TestTv::TestTv(const fs::path& folder, const std::string& name, const std::strin
         home, [&](sim::ChannelSink& sink) { sim::readChannelList(list, sink); }, "serial-" + name);
 }
 
-sim::Launch TestTv::application(const Strings& arguments) const {
-    sim::Launch launch;
+sim::ProcessOptions TestTv::application(const Strings& arguments) const {
+    sim::ProcessOptions launch;
     launch.words = {HALCYON_LINEUP};
     launch.words.insert(launch.words.end(), arguments.begin(), arguments.end());
     launch.environment = {{"HALCYON_TV_HOME", home},
@@ -178,7 +178,7 @@ RunResult TestTv::launch(const Strings& arguments) {
     const std::int64_t before = tv.runs().newest();
     const fs::path errors = home.parent_path() / "stderr";
     const sim::Descriptor descriptor = sim::openFile(errors, O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    sim::Launch application = this->application(arguments);
+    sim::ProcessOptions application = this->application(arguments);
     application.errors = descriptor.get();
     const sim::Process process(application);
     RunResult outcome;

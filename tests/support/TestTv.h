@@ -61,7 +61,7 @@ public:
     TestTv(const std::filesystem::path& folder, const std::string& name, const std::string& channels);
 
     // How the application is started on this TV.
-    sim::Launch application(const Strings& arguments) const;
+    sim::ProcessOptions application(const Strings& arguments) const;
 
     // Runs the application as a process of its own, and checks where each of its log records comes from.
     RunResult launch(const Strings& arguments);
