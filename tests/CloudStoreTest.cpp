@@ -20,8 +20,8 @@
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
-#include "simulator/cloud/CloudStore.h"
 #include "simulator/cloud/ObjectClient.h"
+#include "simulator/cloud/OpenCloud.h"
 
 namespace fs = std::filesystem;
 

@@ -17,7 +17,7 @@
 #include <tuple>
 
 #include "simulator/base/Descriptor.h"
-#include "simulator/cloud/CloudStore.h"
+#include "simulator/cloud/OpenCloud.h"
 #include "tests/support/Invariants.h"
 #include "tests/support/Tracer.h"
 

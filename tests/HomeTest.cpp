@@ -10,7 +10,7 @@
 #include "simulator/base/Archive.h"
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
-#include "simulator/cloud/CloudStore.h"
+#include "simulator/cloud/OpenCloud.h"
 #include "simulator/reports/TvReport.h"
 #include "tests/support/CommandLine.h"
 #include "tests/support/WithoutPrivileges.h"

@@ -142,7 +142,7 @@ bool removeFile(const fs::path& path) {
 
 fs::path temporaryFolder() {
     std::error_code error;
-    const fs::path folder = fs::temp_directory_path(error);
+    fs::path folder = fs::temp_directory_path(error);
     if (error) {  // no file of the caller's is missing
         throw Error(fmt::format("no folder for temporary files ({}); set TMPDIR", error.message()));
     }

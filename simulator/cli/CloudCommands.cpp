@@ -6,6 +6,7 @@
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
 #include "simulator/cli/Side.h"
+#include "simulator/cloud/OpenCloud.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/reports/CloudReport.h"
 #include "simulator/reports/Json.h"

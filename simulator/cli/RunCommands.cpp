@@ -10,7 +10,7 @@
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
 #include "simulator/cli/Side.h"
-#include "simulator/cloud/CloudStore.h"
+#include "simulator/cloud/OpenCloud.h"
 #include "simulator/launch/Launch.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/reports/Json.h"

@@ -5,6 +5,7 @@
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
+#include "simulator/cloud/OpenCloud.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/reports/CloudReport.h"
 

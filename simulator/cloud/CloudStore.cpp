@@ -3,22 +3,11 @@
 #include <fmt/format.h>
 #include <json/value.h>
 
-#include <utility>
-
 #include "simulator/base/Clock.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
-#include "simulator/cloud/FolderStore.h"
-#include "simulator/cloud/ObjectStore.h"
 
 namespace sim {
-
-std::unique_ptr<CloudStore> openCloud(const std::string& place, RequestObserver observer) {
-    if (place.find("://") != std::string::npos) {
-        return std::make_unique<ObjectStore>(place, std::move(observer));
-    }
-    return std::make_unique<FolderStore>(place);
-}
 
 std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<BackupName>& names) {
     std::vector<StoredBackup> backups;

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -96,10 +95,6 @@ public:
     // damaged, no file is left.
     virtual StoredBackup fetch(const BackupName& name, const std::filesystem::path& folder) const = 0;
 };
-
-// Opens the store at s3://BUCKET[/PREFIX], or in a folder. Throws Error if the place is neither, or if the environment
-// does not say how to reach an object store.
-std::unique_ptr<CloudStore> openCloud(const std::string& place, RequestObserver observer = {});
 
 // What is known of those of the named backups that are still there; of all backups, oldest first within their category.
 std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<BackupName>& names);

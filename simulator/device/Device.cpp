@@ -16,6 +16,7 @@
 #include "simulator/base/Files.h"
 #include "simulator/base/Sandbox.h"
 #include "simulator/base/Text.h"
+#include "simulator/cloud/OpenCloud.h"
 #include "simulator/lineup/Application.h"
 
 namespace sim {

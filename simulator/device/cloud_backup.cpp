@@ -261,7 +261,7 @@ int bnr_restore(const char* id, const char* folder) {
         if (client().sessions.count(id) == 0) {
             return NO_SESSION;
         }
-        if (!fs::is_directory(folder)) {
+        if (!sim::isFolder(folder)) {
             return NOT_THERE;
         }
         respondLater(RESTORE_DURATION, id, BNR_RESPONSE_RESTORE_DATA, folder);

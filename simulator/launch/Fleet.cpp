@@ -18,6 +18,7 @@
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
+#include "simulator/cloud/OpenCloud.h"
 
 namespace fs = std::filesystem;
 

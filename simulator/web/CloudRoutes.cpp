@@ -6,6 +6,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Text.h"
+#include "simulator/cloud/OpenCloud.h"
 #include "simulator/reports/CloudReport.h"
 #include "simulator/reports/Json.h"
 #include "simulator/web/Routes.h"

@@ -5,6 +5,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
+#include "simulator/cloud/OpenCloud.h"
 #include "simulator/reports/Json.h"
 
 namespace sim {

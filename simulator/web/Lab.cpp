@@ -5,6 +5,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Text.h"
+#include "simulator/cloud/OpenCloud.h"
 
 namespace fs = std::filesystem;
 

@@ -5,6 +5,7 @@
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
+#include "simulator/cloud/OpenCloud.h"
 #include "simulator/launch/Launch.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/reports/CloudReport.h"

@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "simulator/cloud/OpenCloud.h"
 #include "simulator/reports/CloudReport.h"
 #include "simulator/reports/Judge.h"
 

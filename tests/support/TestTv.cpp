@@ -11,6 +11,7 @@
 #include <map>
 
 #include "simulator/base/Descriptor.h"
+#include "simulator/cloud/OpenCloud.h"
 #include "simulator/device/Device.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Bundle.h"

@@ -6,11 +6,11 @@ const KINDS = [["removed", "−", "bad"], ["added", "+", "good"], ["renamed", "=
 const MOST_SHOWN = 200;
 
 function line(kind, each) {
-  const left = each.left ?? each;
+  const service = each.left ?? each;
   const columns = (each.columns ?? [])
     .filter(({column}) => kind !== "changed" || !["id", "number", "name"].includes(column))
-    .map((each) => `${each.column} ${each.left || "(none)"} → ${each.right || "(none)"}`).join(", ");
-  return [`${left.number} ${left.name}`, kind === "removed" || kind === "added" ? left.identity : columns];
+    .map(({column, left, right}) => `${column} ${left || "(none)"} → ${right || "(none)"}`).join(", ");
+  return [`${service.number} ${service.name}`, kind === "removed" || kind === "added" ? service.identity : columns];
 }
 
 function row(tone, mark, name, detail) {
