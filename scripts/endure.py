@@ -23,6 +23,7 @@ class Tv:
     def __init__(self, bin_folder, folder):
         self.lineup = os.path.join(bin_folder, "halcyon-lineup")
         self.home = os.path.join(folder, "tv")
+        self.runs = os.path.join(self.home, "runs")
         self.cloud = os.path.join(folder, "cloud")
         self.environment = dict(os.environ, HALCYON_TV_HOME=self.home, HALCYON_CLOUD=self.cloud)
         channels = os.path.join(folder, "channels.conf")
@@ -44,14 +45,13 @@ class Tv:
         return sum(name == "bundle.zip" for _, _, names in os.walk(self.cloud) for name in names)
 
     def files(self):
-        """What is in the home, but for the database of the records: path and size."""
+        """What is in the home, but for the records of the runs: path and size."""
         paths = (os.path.join(folder, name) for folder, _, names in os.walk(self.home) for name in names
-                 if not name.startswith("tv.db"))
+                 if folder != self.runs)
         return sorted((os.path.relpath(path, self.home), os.path.getsize(path)) for path in paths)
 
     def records(self):
-        return sum(os.path.getsize(os.path.join(self.home, name)) for name in os.listdir(self.home)
-                   if name.startswith("tv.db"))
+        return sum(os.path.getsize(os.path.join(self.runs, name)) for name in os.listdir(self.runs))
 
 
 def live_long(tv, runs):

@@ -37,7 +37,7 @@ std::string nameOf(Operation operation) {
 
 // Hundreds in a row, and not the same number each time.
 bool writesRecord(const DiskCall& call) {
-    return call.name == "pwrite64" && call.path.find("/tv.db") != std::string::npos;
+    return call.name.find("write") != std::string::npos && call.path.find("/runs/") != std::string::npos;
 }
 
 bool needsSpace(const DiskCall& call) {
@@ -137,7 +137,7 @@ TEST_P(Kill, AtEachCall) {
         return 0;
     });
     EXPECT_EQ(status, 0);
-    EXPECT_GT(points, 300);
+    EXPECT_GT(points, 200);
     std::cout << "crash points: " << points << " killed\n";
 }
 

@@ -160,7 +160,7 @@ std::string didYouMean(std::string_view word, const std::vector<std::string>& ca
             best = candidate;
         }
     }
-    return best.empty() ? "" : fmt::format("; did you mean {}?", inQuotes(best));
+    return best.empty() ? "" : fmt::format(" (did you mean {}?)", inQuotes(best));
 }
 
 void requireName(std::string_view what, std::string_view text) {

@@ -42,7 +42,7 @@ std::string shown(std::string_view text);
 // The same in quotes and of a bearable length, for messages.
 std::string inQuotes(std::string_view text);
 
-// "; did you mean 'x'?", where one of the candidates is near to a word; otherwise nothing.
+// " (did you mean 'x'?)" if one of the candidates is close to the word; else the empty string.
 std::string didYouMean(std::string_view word, const std::vector<std::string>& candidates);
 
 // Throws Error unless a text can name an account or a snapshot (`what`): up to 64 letters, digits, '.', '_' and '-', no

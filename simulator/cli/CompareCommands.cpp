@@ -111,6 +111,7 @@ void addCompareCommands(CLI::App& app, Action& chosen) {
     exporting->add_option("side", options->side,
                           "the folder of a TV, a bundle file, or a stored backup's id (default: this TV)");
     std::vector<std::string> formats;
+    formats.reserve(std::size(sim::NAMES<sim::ExportFormat>));
     for (const auto& each : sim::NAMES<sim::ExportFormat>) {
         formats.emplace_back(each.name);
     }

@@ -109,7 +109,7 @@ bool checkRequest(const RunOptions& options) {
                 : sim::didYouMean(key, {sim::application::OPERATION, sim::application::SCAN_ACTIVATED});
         if (!near.empty() && !options.asIs) {
             throw UsageError(
-                fmt::format("the application reads no {}{} --as-is launches it anyway", sim::inQuotes(key), near));
+                fmt::format("the application reads no {}{}; --as-is launches it anyway", sim::inQuotes(key), near));
         }
         if (key == sim::application::OPERATION) {
             operation = extra.substr(key.size() + 1);
@@ -117,7 +117,7 @@ bool checkRequest(const RunOptions& options) {
     }
     const bool isRestore = sim::application::isRestore(operation);
     if (!options.asIs && !isRestore && operation != "backup") {
-        throw UsageError(fmt::format("operation {} would make a backup{} --as-is launches it anyway",
+        throw UsageError(fmt::format("operation {} would make a backup{}; --as-is launches it anyway",
                                      sim::inQuotes(operation), sim::didYouMean(operation, {"restore", "backup"})));
     }
     if (!options.asIs && !isRestore && !options.request.backup.empty()) {

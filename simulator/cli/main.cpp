@@ -37,39 +37,52 @@ int codeFor(const sim::Error& error) {
 
 // Commands that others have taken over.
 struct Renamed {
-    const char* group;
-    const char* command;
-    const char* now;
+    std::string_view group;
+    std::string_view command;
+    std::string_view now;
 };
 constexpr Renamed RENAMED[] = {{"bundle", "diff", "diff"},       {"bundle", "export", "export"},
                                {"cloud", "show", "bundle show"}, {"cloud", "verify", "bundle verify"},
                                {"cloud", "diff", "diff"},        {"cloud", "export", "export"}};
 
-// What stood where a command, or an option of the chosen one, was expected.
+// The names of a command's subcommands, and of the options that may stand after it.
+std::vector<std::string> namesAfter(const CLI::App* command) {
+    std::vector<std::string> names;
+    for (const CLI::App* each : command->get_subcommands([](const CLI::App*) { return true; })) {
+        names.push_back(each->get_name());
+    }
+    for (; command != nullptr; command = command->get_parent()) {
+        for (const CLI::Option* option : command->get_options()) {
+            names.push_back(option->get_name());
+        }
+    }
+    return names;
+}
+
+const Renamed* findRenamed(std::string_view group, std::string_view command) {
+    const auto* found = std::find_if(std::begin(RENAMED), std::end(RENAMED), [&](const Renamed& each) {
+        return each.group == group && each.command == command;
+    });
+    return found == std::end(RENAMED) ? nullptr : found;
+}
+
+// What may have been meant by the first word that is not known after the command that was recognised.
 std::string suggestion(const CLI::App& app, int argc, char** argv) {
     const CLI::App* group = &app;
     while (!group->get_subcommands().empty()) {
         group = group->get_subcommands().front();
     }
-    std::vector<std::string> names;
-    for (const CLI::App* command : group->get_subcommands([](const CLI::App*) { return true; })) {
-        names.push_back(command->get_name());
-    }
-    for (const CLI::App* each = group; each != nullptr; each = each->get_parent()) {
-        for (const CLI::Option* option : each->get_options()) {
-            names.push_back(option->get_name());
-        }
-    }
+    const std::vector<std::string> names = namesAfter(group);
     for (int i = 1; i < argc; ++i) {
-        for (const Renamed& each : RENAMED) {
-            if (group->get_name() == each.group && std::string_view(argv[i]) == each.command) {
-                return fmt::format("'{} {}' is gone; use: halcyon-tv {}\n", each.group, each.command, each.now);
-            }
+        const std::string word = argv[i];
+        if (const Renamed* renamed = findRenamed(group->get_name(), word)) {
+            return fmt::format("'{} {}' is gone; use: halcyon-tv {}\n", renamed->group, renamed->command, renamed->now);
         }
-        const bool isKnown = std::find(names.begin(), names.end(), argv[i]) != names.end();
-        const std::string near = isKnown ? "" : sim::didYouMean(argv[i], names);
-        if (!near.empty() && (argv[i][0] == '-' || group->get_name() != argv[i])) {
-            return fmt::format("{}{}\n", sim::inQuotes(argv[i]), near);
+        if (word == group->get_name() || std::find(names.begin(), names.end(), word) != names.end()) {
+            continue;
+        }
+        if (const std::string near = sim::didYouMean(word, names); !near.empty()) {
+            return fmt::format("{}{}\n", sim::inQuotes(word), near);
         }
     }
     return "";

@@ -49,15 +49,14 @@ std::optional<Value> optionalOf(const Json& value) {
 }
 
 std::string headOf(const Run& run) {
-    const std::optional<int> response = run.response ? std::optional(codeOf(*run.response)) : std::nullopt;
     std::string line = Json{{"run", json(run.started)},
                             {"pid", run.pid},
-                            {"operation", run.operation},
+                            {"operation", json(run.operation)},
                             {"replyRequested", run.replyRequested},
                             {"reply", json(run.reply)},
-                            {"response", json(response)},
-                            {"reported", run.reported},
-                            {"account", run.account},
+                            {"response", run.response ? Json(codeOf(*run.response)) : Json()},
+                            {"reported", json(run.reported)},
+                            {"account", json(run.account)},
                             {"clientId", json(run.clientId)},
                             {"category", json(run.category)},
                             {"backup", json(run.backup)},

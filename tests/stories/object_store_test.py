@@ -98,8 +98,9 @@ class Stories(TwoTvs):
                 self.assertIn(words, report["why"])
                 record = tv.tv("record", "--calls").text
                 self.assertIn(words, record)
-                database = b"".join(file.read_bytes() for file in tv.home.glob("tv.db*"))
-                self.assertNotIn(secret.encode(), database + record.encode())
+                kept = b"".join(file.read_bytes() for file in tv.home.rglob("*") if file.is_file())
+                self.assertIn(words.encode(), kept)
+                self.assertNotIn(secret.encode(), kept + record.encode())
 
     def test_a_dead_endpoint_is_passed_over(self):
         self.addCleanup(os.environ.update, cluster.environment)
