@@ -1,5 +1,5 @@
 #!/bin/sh
-# What a backup does, in the words of a shell: backup.sh TV_HOME CLOUD_FOLDER
+# What a backup does, as a shell script: backup.sh TV_HOME CLOUD_FOLDER
 set -eu
 home=$1 cloud=$2 work=$1/tmp/script
 rm -rf "$work"

@@ -40,7 +40,7 @@ class Store:
             self.place = "s3://bench"
 
     def requests(self):
-        """That the gateways have answered so far."""
+        """Answered by the gateways so far."""
         if not self.cluster:
             return 0
         total = 0

@@ -1,5 +1,5 @@
 #!/bin/sh
-# What a restore does, in the words of a shell: restore.sh TV_HOME CLOUD_FOLDER
+# What a restore does, as a shell script: restore.sh TV_HOME CLOUD_FOLDER
 set -eu
 home=$1 cloud=$2 work=$1/tmp/script
 rm -rf "$work"
@@ -41,7 +41,7 @@ sqlite3 "$home/tv.db" "UPDATE settings SET value = json_extract(item.value, '$.v
     FROM json_each(readfile('$work/bundle/vconf.json'), '$.data') AS item
     WHERE settings.key = json_extract(item.value, '$.path')"
 
-# The iss database likewise.
+# The same for the iss database.
 unzip -q "$work/bundle/issDB.zip" -d "$work/received"
 sqlite3 -readonly "$work/received/iss.db" "PRAGMA integrity_check(1)" | grep -qx ok
 sqlite3 -bail "$work/iss.db" "CREATE TABLE iss(key TEXT PRIMARY KEY, value TEXT NOT NULL) STRICT;

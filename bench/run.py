@@ -97,8 +97,6 @@ class Bench:
         return place, {"HALCYON_TV_HOME": str(place / "tv"), "HALCYON_CLOUD": str(place / "cloud")}
 
 
-# --- packing and unpacking ---
-
 OTHERS = ["bare loop", "Info-ZIP", "bsdtar", "7z"]
 PACKERS = {
     "ours": "zip-once pack {work}/set/ {work}/set.zip",
@@ -165,9 +163,6 @@ def bare_ratio(bench, operation, prepare, work):
     return ratio(times["ours"], times["bare"])
 
 
-# --- whole backups and restores ---
-
-
 def bench_whole(bench, sizes):
     """By operation and number of services."""
     result = {}
@@ -197,8 +192,6 @@ def exponent(result, operation, who, sizes):
     points = [(math.log(size), math.log(result[operation, size]["seconds"][who])) for size in sizes if size >= 10_000]
     return statistics.linear_regression(*zip(*points)).slope
 
-
-# --- every verb of halcyon-tv ---
 
 # What each is given. Those that print what they read take the memory for it.
 VERBS = {
@@ -265,9 +258,6 @@ def bench_verbs(bench, services, most):
     return result
 
 
-# --- memory, and what recording costs ---
-
-
 def bench_heap(bench):
     """The most heap that the application has had, in MB: by operation, with a CI file of 1 MB and of 1 GB that cannot
     be compressed."""
@@ -302,9 +292,6 @@ def bench_records(bench):
     shutil.rmtree(place)
     print(result, flush=True)
     return result
-
-
-# --- what is written ---
 
 
 def machine():

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The libraries and headers that the project is built with, for another processor, in a folder of their own: apt works
-# there with a state of its own, and whatever is installed on this machine has no part in it.
+# there with a state of its own, independent of what is installed on this machine.
 #   sysroot.sh ARCHITECTURE FOLDER PACKAGE...
 set -euo pipefail
 
@@ -16,7 +16,7 @@ fi
 rm -rf "$folder"
 mkdir -p "$folder"/{root,apt/lists/partial,apt/archives/partial}
 touch "$folder/apt/status"
-# An empty state: no package is installed, so all that is depended on comes along.
+# An empty state: no package counts as installed, so all dependencies come along.
 own_apt() {
     apt-get -qq -o APT::Architecture="$architecture" -o APT::Architectures="$architecture" \
         -o Dir::State::lists="$folder/apt/lists" -o Dir::State::status="$folder/apt/status" \

@@ -1,4 +1,4 @@
-# Removes what `cmake --install` has installed, by its own lists.
+# Removes what `cmake --install` installed, according to its manifests.
 file(GLOB manifests ${MANIFESTS}/install_manifest*.txt)
 if(NOT manifests)
     message(FATAL_ERROR "nothing was installed from ${MANIFESTS}: no install_manifest.txt there")

@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""Names each include of the simulator that goes against the arrows between its rooms or takes a library out of its
-home, and a circle of files, or of the page's modules."""
+"""Lists each include of the simulator that breaks the order of its rooms or uses a library outside the files that may,
+and each cycle of files or of the page's modules."""
 import graphlib
 import os
 import pathlib
 import re
 import sys
 
-# What a room may include of the simulator; packaging/ has what writes the manuals.
+# Which rooms a room may include; packaging/ has the program that writes the manuals.
 MAY = {
     "base": "base",
     "lineup": "lineup base",
@@ -20,7 +20,7 @@ MAY = {
     "cli": "cli web launch reports tv cloud lineup base",
     "packaging": "cli device base",
 }
-# Who alone may include what begins so: rooms, or files without their suffix.
+# The only rooms, or files without their suffix, that may include what begins so.
 HOMES = {
     "<sqlite3.h": ["base/Database", "lineup/ReceivedDatabase"],
     "<curl/": ["cloud"],

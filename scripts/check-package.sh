@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the Debian packages, lets lintian look at them, unpacks them into a scratch root and tells the demo's story
-# with what is there; then installs and uninstalls without a package.
+# Builds the Debian packages, runs lintian on them, unpacks them into a scratch root and runs the demo from there; then
+# installs and uninstalls without a package.
 #   check-package.sh BUILD_FOLDER
 set -euo pipefail
 build=$(realpath "$1")
@@ -25,7 +25,7 @@ DESTDIR=$scratch/stage cmake --build "$build" --target uninstall >/dev/null
 left=$(find "$scratch/stage" ! -type d)
 [ -z "$left" ] || { echo "check-package: left by uninstall: $left" >&2; exit 1; }
 
-# The source package builds for a TV: with the platform's headers, and nothing else of this tree.
+# The source package builds for a TV: with the platform's headers and nothing else of this tree.
 mkdir "$scratch/sdk"
 cp -r "$root/platform" "$scratch/sdk/"
 cmake -S "$scratch/root/usr/src/halcyon-lineup" -B "$scratch/tv" -DHALCYON_PLATFORM_SDK="$scratch/sdk" >/dev/null

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Names each path of this tree that leads nowhere, in documents, scripts and the comments of C++ and JavaScript, and
+"""Lists each path of this tree that does not exist, in documents, scripts and the comments of C++ and JavaScript, and
 each broken link of a document."""
 import os
 import pathlib

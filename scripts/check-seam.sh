@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-# strays FOLDER LIBRARY: its includes of something else. The standard library's headers have neither suffix nor folder.
+# strays FOLDER LIBRARY: its other includes. The standard library's headers have neither suffix nor folder.
 strays() {
     grep -nE '^[[:space:]]*#[[:space:]]*include' "$1"/* |
         grep -vE "include[[:space:]]+(\"(platform/)?[[:alnum:]_]+\.h\"|<[[:alnum:]_]+>|<($2)/[[:alnum:]_]+\.h>)" || true

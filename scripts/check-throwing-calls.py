@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Names each call of the simulator to a function of std::filesystem that throws: one without an std::error_code at its
+"""Lists each call of the simulator to a function of std::filesystem that throws: one without an std::error_code at the
 end. What the simulator throws is its own Error, so that each failure of a file meets the one who can tell the user."""
 import os
 import pathlib

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Tells the story of one channel list and four TVs. Fails if the story does not come true.
 #   demo.sh BIN [--channels FILE] [--verbose] [--cloud folder|ceph]
-#   demo.sh check [OPTION...]     whether these options can be had, and the cloud that they name
+#   demo.sh check [OPTION...]     checks the options, and prints the cloud that they name
 set -euo pipefail
 
 wrong() { echo "demo: $*" >&2; exit 2; }

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""A long life and a large bundle: nothing grows but what is meant to.
+"""A thousand runs and a large bundle: nothing grows that should not.
 
 usage: endure.py BIN [--runs N] [--megabytes N]
 
@@ -45,7 +45,7 @@ class Tv:
         return sum(name == "bundle.zip" for _, _, names in os.walk(self.cloud) for name in names)
 
     def files(self):
-        """What is in the home, but for the records of the runs: path and size."""
+        """Everything in the home except the records of runs: path and size."""
         paths = (os.path.join(folder, name) for folder, _, names in os.walk(self.home) for name in names
                  if folder != self.runs)
         return sorted((os.path.relpath(path, self.home), os.path.getsize(path)) for path in paths)

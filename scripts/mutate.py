@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Breaks the code on purpose, one small change at a time, and tells which changes no test notices.
+"""Breaks the code on purpose, one small change at a time, and lists the changes that no test notices.
 
 usage: mutate.py [--most N] [--seed N] [--sweeps] [FILE...]
 
@@ -18,7 +18,7 @@ import sys
 
 COPY = "build/mutate"
 
-# What is written in the place of what. Texts and comments are left alone.
+# What replaces what. Strings and comments are left alone.
 CHANGES = [
     (r" == ", " != "), (r" != ", " == "), (r" < ", " <= "), (r" <= ", " < "), (r" > ", " >= "), (r" >= ", " > "),
     (r" && ", " || "), (r" \|\| ", " && "), (r" \+ ", " - "), (r" - ", " + "), (r"\+\+", "--"), (r"if \(!", "if ("),
@@ -30,7 +30,7 @@ CHANGES = [
 
 
 def without_texts(line):
-    """The line with what stands in texts and comments replaced by blanks of the same length."""
+    """The line with its strings and comments blanked, at the same length."""
     line = re.sub(r'"(?:[^"\\]|\\.)*"', lambda text: '"' + " " * (len(text.group()) - 2) + '"', line)
     return re.sub(r"//.*", lambda comment: " " * len(comment.group()), line)
 

@@ -48,7 +48,7 @@ protected:
         return target;
     }
 
-    // Runs a backup that fails as told. It must leave the session closed, the cloud empty and the TV as it was.
+    // Runs a backup that must fail as given, and leave the session closed, the cloud empty and the TV as it was.
     RunResult failingBackup(const std::string& call, const std::string& failure, int nth = 1) {
         const sim::Setup before = a.setup();
         RunResult run = a.backUpUnder(call, failure, nth);
@@ -214,7 +214,7 @@ TEST_F(Backup, APostponedHandOverIsAFailureThatLeavesNothing) {
     EXPECT_THAT(a.failureFiles(), IsEmpty());
 }
 
-// The service has what it took, whatever becomes of the bundle here.
+// The service keeps what it took, whatever happens to the bundle here.
 TEST_F(Backup, IsHandedOverThoughTheBundleCannotBeRemoved) {
     const RunResult run = a.backUpUnder("bnr_backup", "damage=missing");
     EXPECT_TRUE(run.says("6 remove({data}{name}.zip) fail [0][Success]"));
@@ -282,7 +282,7 @@ INSTANTIATE_TEST_SUITE_P(
         Item{"CIM::ICIGeneral::GetBackupFilePaths", "result=0", 1, "6 CIM::ICIGeneral::GetBackupFilePaths fail", NO_CI},
         Item{"CIM::ICIGeneral::GetBackupFilePaths", "answer=2", 1, "6 CIM::ICIGeneral::GetBackupFilePaths fail", NO_CI},
         Item{"CIM::ICIGeneral::GetBackupFilePaths", "result=1", 1, "6 CIM::ICIGeneral::GetBackupFilePaths fail", NO_CI},
-        // What was copied before the file that is not there stays.
+        // Files that were copied before the missing one stay.
         Item{"CIM::ICIGeneral::GetBackupFilePaths", "damage=missing", 1,
              "6 Copy file[{home}ci/missing.bin] to directory[{data}{name}/ci/] fail", ALL},
         Item{"TVServiceAPI::CreateUtil", "result=-1", 2, "6 CHalcyonLineup::m_BackupIssDB Failed to create pUtil!",

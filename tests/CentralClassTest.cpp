@@ -99,7 +99,7 @@ private:
     std::string m_path;
 };
 
-// While a scan is running.
+// With a scan running.
 void restore(CHalcyonLineup& lineup) {
     sim::Tv(early.tv.home).setScanning(true);
     app_control_s* request = nullptr;
@@ -190,7 +190,7 @@ TEST_F(CentralClass, LetsACiFolderThatCannotBeReadThrow) {
     fs::remove_all(early.tv.data);
 }
 
-// All state is class-wide, so that any other pointer would do as well until somebody adds a member.
+// All state is static, so any pointer would do until somebody adds a member.
 TEST_F(CentralClass, HandsItselfToTheServices) {
     CHalcyonLineup lineup;
     restore(lineup);
@@ -216,7 +216,7 @@ TEST_F(CentralClass, ClosesTheSettingsFileBeforeItSetsThem) {
 
 }  // namespace
 
-// The linker leads the application's calls here.
+// The linker redirects the application's calls here.
 extern "C" {
 // A launch without a request.
 int __wrap_ui_app_main(int /*argc*/, char** /*argv*/, const ui_app_callbacks* callbacks, void* userData) {
@@ -224,7 +224,7 @@ int __wrap_ui_app_main(int /*argc*/, char** /*argv*/, const ui_app_callbacks* ca
     return 0;
 }
 
-// Of every request: a restore, and a scan is running.
+// Every request is a restore, with a scan running.
 int __wrap_app_control_get_extra_data(app_control_s* /*request*/, const char* key, char** value) {
     const bool isOperation = std::strcmp(key, "operation") == 0;
     *value = ::strdup(isOperation ? "restore" : "1");

@@ -1,4 +1,4 @@
-// What every cloud store promises. It is tested in a folder, or where $HALCYON_TEST_CLOUD says.
+// The contract of every cloud store, tested on a folder or on $HALCYON_TEST_CLOUD.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -164,8 +164,6 @@ TEST_F(Contract, WhatIsForeignHidesNoBackup) {
     EXPECT_THAT(store->content().foreign, SizeIs(store->isRemote() ? count : 1));
 }
 
-// --- what an object store holds ---
-
 class Objects : public Contract {
 protected:
     void SetUp() override {
@@ -251,8 +249,6 @@ TEST_F(Objects, MetadataIsAsLongAsCanBeReadBack) {
     EXPECT_EQ(failure([&] { putWith(262'144); }), sim::Error::Kind::Unusable);
 }
 
-// --- writers who race ---
-
 struct Written {
     std::string id;
     std::int64_t begun;
@@ -302,7 +298,7 @@ protected:
     }
 };
 
-// How many pairs of backups, one of them done before the other was begun, are in the wrong order.
+// The number of pairs in the wrong order, where one backup was done before the other began.
 int disordered(const std::vector<Written>& all) {
     int count = 0;
     for (const Written& earlier : all) {

@@ -35,7 +35,7 @@ std::string nameOf(Operation operation) {
     return operation == Operation::Backup ? "Backup" : "Restore";
 }
 
-// Hundreds in a row, and not the same number each time.
+// There are hundreds in a row, and not the same number each time.
 bool writesRecord(const DiskCall& call) {
     return call.name.find("write") != std::string::npos && call.path.find("/runs/") != std::string::npos;
 }
@@ -55,7 +55,7 @@ protected:
         m_runs = m_tv.open().runs().newest();
     }
 
-    // The TV and its cloud as they are on the disk now, in another place.
+    // A copy of the TV and its cloud as they are on disk now.
     test::TestTv copyOfAll() const {
         const fs::path place = folder / "copy";
         fs::remove_all(place);
@@ -79,7 +79,7 @@ protected:
 
     void expectWholeTv(const test::TestTv& tv) const { test::expectWholeTv(tv, m_before, m_after); }
 
-    // What the record says that the caller and the cloud were told is so. Records may be missing.
+    // What the caller and the cloud were told, according to the record, is true. Records may be missing.
     void expectTruth(const test::TestTv& tv) const {
         const sim::Tv opened = tv.open();
         const std::int64_t newest = opened.runs().newest();
@@ -100,7 +100,7 @@ protected:
                            [](const auto& record) { return record.message == "operation fail"; });
     }
 
-    // The next run succeeds, and leaves nothing half-made.
+    // The next run succeeds and leaves nothing half-made.
     void expectRecovery(test::TestTv& tv) const {
         EXPECT_TRUE((m_operation == Operation::Backup ? tv.backUp() : tv.restore()).succeeded());
         EXPECT_TRUE(tv.setup() == m_after);
@@ -120,7 +120,7 @@ protected:
     Kill() : DiskCase(GetParam()) {}
 };
 
-// What is on the disk when a call is reached is what a kill there leaves: one run shows the remains of all kills.
+// A kill leaves what is on disk when the call is reached, so one run shows the remains of all kills.
 TEST_P(Kill, AtEachCall) {
     int points = 0;
     bool isNew = true;  // the remains differ from those before by more than the record

@@ -1,4 +1,4 @@
-// What the simulated device promises by itself: its loop, its platform, its faults.
+// The simulated device alone: main loop, platform calls, faults.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <json/value.h>

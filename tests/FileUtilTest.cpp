@@ -55,7 +55,7 @@ TEST_F(FileUtil, RemovesATree) {
                             "FileUtil RemoveAll(54) 6 remove_all({folder}/tree/) fail [0][Success]"}));
 }
 
-// What is gone in part counts as removed.
+// A partial removal counts as removed.
 TEST_F(FileUtil, TakesAPartForTheWholeTree) {
     write(at("tree/gone"), "x");
     write(at("tree/kept/file"), "x");
@@ -134,7 +134,7 @@ TEST_F(FileUtil, TakesAwayTheFolderThatAFailedCopyMade) {
     EXPECT_FALSE(CFileUtil::Copy(at("file"), at("kept")));
     EXPECT_TRUE(fs::exists(at("kept"))) << "a folder that was there stays";
 
-    // Into a folder whose path leaves no room for a file's name below it.
+    // Into a folder whose path is too long for any file name below it.
     const std::string name(200, 'n');
     write(at(name), "x");
     std::string deep = at("deep/");

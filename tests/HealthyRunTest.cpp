@@ -40,21 +40,21 @@ Strings linesOf(const std::string& path) {
     return lines;
 }
 
-// If they differ, the run as it was is written beside the test's program, to be compared as a whole.
+// If they differ, the actual run is written beside the test's program, to be compared as a whole.
 void expectTimeline(const RunResult& run, const std::string& name) {
     const Strings expected = linesOf(TEST_DATA "/" + name);
     const Strings actual = ordered(run.timeline);
-    const auto [one, other] = std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end());
-    if (one == expected.end() && other == actual.end()) {
+    const auto [wanted, found] = std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end());
+    if (wanted == expected.end() && found == actual.end()) {
         return;
     }
     std::ofstream file(name);
     for (const std::string& line : actual) {
         file << line << '\n';
     }
-    ADD_FAILURE() << "line " << one - expected.begin() + 1 << " of " << name << ":\n  expected "
-                  << (one != expected.end() ? *one : "the end") << "\n  was      "
-                  << (other != actual.end() ? *other : "the end") << "\nThe whole run is in "
+    ADD_FAILURE() << "line " << wanted - expected.begin() + 1 << " of " << name << ":\n  expected "
+                  << (wanted != expected.end() ? *wanted : "the end") << "\n  was      "
+                  << (found != actual.end() ? *found : "the end") << "\nThe whole run is in "
                   << std::filesystem::current_path() / name;
 }
 

@@ -1,4 +1,4 @@
-// A TV's home and its cloud, as folders of a disk that others use too.
+// A TV's home and its cloud as folders on a shared disk.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -153,7 +153,7 @@ TEST_F(Services, OfTheCiModuleAreTakenOverAllOrNone) {
     EXPECT_EQ(module.contents().at("ci_operator.xml"), before.at("ci_operator.xml"));
 }
 
-// A TV whose own files are gone fails its calls; it does not take the application with it.
+// If a TV's own files are missing, its calls fail; the application survives.
 TEST_F(Services, ThatAreGoneFailTheCalls) {
     fs::remove(b.home / "service-db/services.db");
     fs::remove_all(b.home / "ci");

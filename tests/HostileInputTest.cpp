@@ -1,4 +1,4 @@
-// What comes from outside, a bundle or a name or a list, and means harm.
+// Malicious input: bundles, names and lists.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -29,7 +29,7 @@ using ::testing::Not;
 using ::testing::StartsWith;
 using ::testing::ThrowsMessage;
 
-// A bundle whose names lead out of the TV.
+// A bundle whose entry names escape from the TV.
 class Escape : public test::Restore, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(Escape, EndsAtTheTvsDoor) {

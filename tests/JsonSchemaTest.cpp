@@ -96,7 +96,7 @@ INSTANTIATE_TEST_SUITE_P(
         Failing{"CTVSApiWrapper::CreateSourceControl", "null", NO_SOURCE, ""},
         Failing{"ISourceControl::GetCurrentSourceInfo", "result=0", NO_SOURCE, "6 GetCurrentSourceInfo fail"}));
 
-// One bit a code, but for code 4; codes that there are not add nothing.
+// One bit per code, except for code 4; unknown codes add nothing.
 TEST_F(JsonSchema, CondensesTheAntennaStatusIntoAMask) {
     const std::vector<std::pair<std::set<int>, int>> masks = {{{}, 0},        {{0}, 0x01},    {{1}, 0x02},
                                                               {{2}, 0x04},    {{3}, 0x08},    {{4}, 0x99},
@@ -124,7 +124,7 @@ TEST_F(JsonSchema, ReadsWhatItWrites) {
     EXPECT_THAT(messages(), Not(Contains(::testing::StartsWith("6 "))));
 }
 
-// A member counts as the JSON library converts it; what is absent, or it cannot convert, is unknown.
+// A member counts as the JSON library converts it; if it is absent or cannot be converted, it is unknown.
 TEST_F(JsonSchema, TakesWhatCanBeConverted) {
     const auto setting = [](const std::string& members) { return R"({"version":"0.3","setting":{)" + members + "}}"; };
     const std::vector<std::pair<std::string, std::string>> documents = {

@@ -1,4 +1,4 @@
-// Databases that are made to do harm: refused or harmless, with the TV's own untouched.
+// Malicious databases are refused or harmless; the TV's own stay untouched.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ struct Hostile {
     std::optional<ReplaceStatus> refusal;  // nothing: only its rows come in
 };
 
-// An endless query in the place of a table, and beside one.
+// An endless query instead of a table, and beside one.
 #define ENDLESS "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i FROM n"
 
 class Received : public test::TwoTvs, public ::testing::WithParamInterface<Hostile> {
@@ -146,8 +146,7 @@ INSTANTIATE_TEST_SUITE_P(
                 ReplaceStatus::TablesDiffer}),
     &nameOf);
 
-// What is no plain table, and yet looks like one, runs out of steps: an index can be of an expression as long as one
-// likes.
+// What only looks like a plain table runs out of steps: the expression of an index can be arbitrarily long.
 TEST_F(Received, SpendsABudgetOfSteps) {
     const fs::path file = folder / "slow.db";
     std::string sum = "x";

@@ -1,4 +1,4 @@
-// The record of a run, whatever becomes of the run, of its process and of the disk.
+// The record of a run: crashes, kills, full disks, pruning.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,19 +21,19 @@ using ::testing::SizeIs;
 
 class Records : public test::CommandLine {
 protected:
-    // Launches the application by itself, where no file may grow beyond so many KiB.
+    // Launches the application alone, with file sizes limited to so many KiB.
     Answer runWithin(int kibibytes) {
         return test::shell(fmt::format("bash -c 'ulimit -f {}; {}{}'", kibibytes, environment(), test::APPLICATION));
     }
 
-    // Each leaves some seven records of a backup.
+    // Each leaves about seven records of a backup.
     void addCiFiles(int count) {
         for (int i = 0; i < count; ++i) {
             std::ofstream(home() / fmt::format("ci/{}.bin", i)) << i;
         }
     }
 
-    // How many records the newest run has; none of them may be missing.
+    // The number of records of the newest run; none may be missing.
     std::size_t recordsOfNewest() {
         const sim::Tv tv(home(), sim::Database::Access::Look);
         std::set<int> numbers;

@@ -1,4 +1,4 @@
-// The items beside the channels are best effort.
+// All items except the channels are best effort.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -64,7 +64,7 @@ INSTANTIATE_TEST_SUITE_P(
         Item{"CIM::ICIGeneral::BackupFileDone", "result=0", 1, "6 CIM::ICIGeneral::BackupFileDone fail"},
         Item{"CIM::ICIGeneral::BackupFileDone", "result=2", 1, "6 CIM::ICIGeneral::BackupFileDone fail"}));
 
-// What the TV service refuses stays out; the caller has been told by then.
+// What the TV service refuses stays out; by then the caller has been told.
 TEST_F(Restore, KeepsItsIssDatabaseIfTheBundlesIsDamaged) {
     changeBundle([](const fs::path& work) { test::write(work / "issDB.zip", "no archive"); });
     const RunResult run = b.restore();

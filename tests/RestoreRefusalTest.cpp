@@ -1,4 +1,4 @@
-// What refuses the data of a restore.
+// Restores whose data are refused.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

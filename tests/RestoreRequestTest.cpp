@@ -1,4 +1,4 @@
-// What ends a restore before the data come.
+// Restores that end before the data arrive.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

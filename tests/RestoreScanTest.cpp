@@ -20,13 +20,13 @@ protected:
 
     RunResult restoreWithScan() { return b.launch({"operation=restore", "scan_activated=1", "--reply"}); }
 
-    // The same with a scan that is running anew, and one call failing.
+    // The same with a new scan running and one call failing.
     RunResult restoreWithScanUnder(const std::string& call, const std::string& failure) {
         b.open().setScanning(true);
         return b.launchUnder(call, failure, {"operation=restore", "scan_activated=1", "--reply"});
     }
 
-    // The run after the channels are back, whose scan does not come to its stop: it ends without the viewing state.
+    // The rest of a run whose scan never stops: it ends without the viewing state.
     void expectNoViewing(const RunResult& run, const Lines& lines) {
         EXPECT_EQ(run.logBetween("5 bnr_deinit success", "5 response came. Finish app"),
                   joined({{"5 bnr_deinit success"}, lines, {"5 response came. Finish app"}}));

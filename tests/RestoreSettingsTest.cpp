@@ -66,7 +66,7 @@ TEST_F(Restore, SetsNothingIfTheSettingsFileCountsNone) {
 
 TEST_F(Restore, LogsASettingsFileThatCannotBeOpened) {
     changeBundle([](const fs::path& work) { fs::remove(work / "vconf.json"); });
-    // A socket in the file's place is there, but nobody can open it.
+    // A socket exists, but cannot be opened as a file.
     fs::create_directories(b.data / "temp");
     ASSERT_EQ(::mknod((b.data / "temp/vconf.json").c_str(), S_IFSOCK | 0600, 0), 0);
     const RunResult run = b.restore();

@@ -1,4 +1,4 @@
-// A run beside others: the lock, a signal, and what an earlier one left.
+// Runs side by side: the lock, a signal, and the remains of an earlier run.
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>

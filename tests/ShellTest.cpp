@@ -72,7 +72,7 @@ TEST_F(Shell, EndsWithTheMainLoopsResult) {
     EXPECT_EQ(WEXITSTATUS(run.exitStatus), 5);
 }
 
-// The session: each failure of opening it ends the run; one of closing it is only logged.
+// The session: a failure to open it ends the run; a failure to close it is only logged.
 TEST_F(Shell, EndsWhenTheCloudSessionCannotBeOpened) {
     for (const std::string status : {"-7", "7"}) {
         const RunResult refused = a.backUpUnder("bnr_init", "result=" + status);
@@ -106,7 +106,7 @@ TEST_F(Shell, GoesOnWhenTheCloudSessionCannotBeClosed) {
     }
 }
 
-// Every code but the one that brings restore data: a message, the session closed, a failure reply, the end.
+// Every code except the one that brings restore data: a message, the session closed, a failure reply, the end.
 TEST_F(Shell, EndsOnEachResponseCode) {
     const std::vector<std::pair<int, std::string>> codes = {
         {0, "6 Unhandled response"},
@@ -158,7 +158,7 @@ TEST_F(Shell, RestoreDataInABackupRunIsAFailureWithoutReply) {
     EXPECT_FALSE(run.succeeded());
 }
 
-// The reply: what can fail about it is logged, and the kept request is released whatever happens.
+// The reply: each failure is logged, and the kept request is always released.
 TEST_F(Shell, ReleasesTheRequestWhateverBecomesOfTheReply) {
     const auto fail = [&](const std::string& call, const std::string& failure) {
         b.clearFaults();

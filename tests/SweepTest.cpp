@@ -66,13 +66,13 @@ struct World : test::TvPair {
     sim::Setup after;   // of A, and so of B after a restore
 };
 
-// One world a process: each sweep resets what it has changed.
+// One world per process: each sweep resets what it has changed.
 World& world() {
     static World only;
     return only;
 }
 
-// How often a healthy run makes a call.
+// How often a healthy run makes each call.
 int callsIn(Kind kind, const sim::PlatformCall& call) {
     static std::map<Kind, RunResult> healthy;
     if (healthy.count(kind) == 0) {
@@ -81,7 +81,7 @@ int callsIn(Kind kind, const sim::PlatformCall& call) {
     return healthy[kind].count(std::string(call.name));
 }
 
-// How runs end under faults; the first row that fits counts. Where none does, a backup, a restore that failed and one
+// How runs end under faults; the first row that fits counts. If none does, a backup, a restore that failed and one
 // with a scan end themselves, and any other restore is reclaimed.
 struct End {
     const char* call;  // "": any
@@ -117,7 +117,7 @@ void expectTrueReply(const RunResult& run, bool isReplaced) {
     test::expectTruth(run, isReplaced);
 }
 
-// Each part of the TV is as it was before or after, the CI module's files too.
+// Each part of the TV is as before or as after, including the CI module's files.
 void expectWholeTv(const test::TestTv& tv, Kind kind) {
     const sim::Setup& before = kind == Kind::Backup ? world().after : world().before;
     test::expectWholeTv(tv, before, world().after);
@@ -191,7 +191,7 @@ void expectVerdictOnRestore(const test::TestTv& tv, const RunResult& run) {
     expectOutcome(verdict, run, wasTold, isWhole);
 }
 
-// The verdict on a backup says that it is whole exactly where a restore of it brings everything back.
+// The verdict on a backup says that it is whole exactly if a restore of it brings everything back.
 void expectVerdictOnBackup(const test::TestTv& tv, const RunResult& run) {
     const sim::Verdict verdict = tv.verdict();
     bool isWhole = !verdict.items.empty();
@@ -213,7 +213,7 @@ class Sweep : public ::testing::TestWithParam<Swept> {
 protected:
     static void TearDownTestSuite() { std::cout << "swept " << s_runs << " runs under a fault each\n"; }
 
-    // A run with the nth of the call failing.
+    // A run in which the nth such call fails.
     static void sweep(Kind kind, const std::string& call, const std::string& failure, int nth) {
         SCOPED_TRACE(fmt::format("{} {} at call {}", call, failure, nth));
         test::TestTv& tv = world().reset(kind);
@@ -268,7 +268,7 @@ INSTANTIATE_TEST_SUITE_P(Calls, Sweep,
 
 class PowerCut : public ::testing::TestWithParam<Kind> {};
 
-// After the power went at any moment, a part is as it was or as it is restored, and the next run works.
+// After a power cut at any moment, each part is as before or as restored, and the next run works.
 TEST_P(PowerCut, AtEachStep) {
     const Kind kind = GetParam();
     constexpr int MAX_CUTS = 1000;  // a run has dozens of steps; one that never ends without a cut is a fault

@@ -1,4 +1,4 @@
-// Archives as the world makes and damages them: what unpacking makes of each, its last word, and what it leaves.
+// Archives of other tools, and damaged ones: how unpacking ends for each, its last message, and what it leaves.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -48,7 +48,7 @@ std::function<void(std::string&)> cutTo(std::function<std::size_t(const std::str
     return [size = std::move(size)](std::string& bytes) { bytes.resize(size(bytes)); };
 }
 
-// Another archive altogether.
+// A different archive altogether.
 std::function<void(std::string&)> instead(const std::vector<std::pair<std::string, std::string>>& entries) {
     return [=](std::string& bytes) {
         const test::TempFolder folder;
@@ -75,7 +75,7 @@ void withDataDescriptor(std::string& bytes) {
     insertBefore(bytes, SECOND, "PK\x07\x08" + sizes);
 }
 
-// The sizes of the first entry in an extra field of its central record, and -1 in their place.
+// The sizes of the first entry in an extra field of its central record, and -1 instead of them.
 void withZip64(std::string& bytes) {
     const std::size_t record = centralRecord(bytes, 0);
     std::string extra("\x01\x00\x10\x00", 4);
@@ -190,7 +190,7 @@ INSTANTIATE_TEST_SUITE_P(
              {"first"}},
         // what other tools write
         Wild{"DataDescriptor", &withDataDescriptor, true, CLOSED, BOTH},
-        // if long has 64 bits, the library wants the sizes where they were
+        // if long has 64 bits, the library expects the sizes in their usual place
         Wild{"Zip64", &withZip64, IS_LONG_SHORT, IS_LONG_SHORT ? CLOSED : NOT_OPENED,
              IS_LONG_SHORT ? BOTH : test::Strings{}},
 

@@ -76,7 +76,7 @@ TEST_F(ZipUtil, PacksAFolderAndUnpacksItAgain) {
     EXPECT_FALSE(fs::exists(at("back/hollow")));
 }
 
-// The layout that the program's archives have, read from the bytes.
+// The byte layout of the application's archives.
 TEST_F(ZipUtil, WritesBareDeflatedEntries) {
     write(at("in/name"), std::string(2000, 'x'));
     ASSERT_TRUE(zip.CreateZipFile(at("in/"), at("out.zip")));
@@ -133,7 +133,7 @@ TEST_F(ZipUtil, PacksAnEmptyFolderIntoAnEmptyArchive) {
     EXPECT_TRUE(zip.CreateZipFile(at("in/"), at("out.zip")));
     EXPECT_FALSE(fs::exists(at("in")));
     EXPECT_EQ(fs::file_size(at("out.zip")), 22U);
-    // The library cannot open an archive whose end record stands at its very begin.
+    // The library cannot open an archive whose end record is at offset 0.
     EXPECT_FALSE(zip.UnzipFile(at("out.zip"), at("back")));
     EXPECT_EQ(log().back(), "ZipUtil UnzipFile(146) 6 Cannot open {folder}/out.zip.");
 }
@@ -241,7 +241,7 @@ TEST_F(ZipUtil, ReportsEachEntryOnceItIsThere) {
                             "ZipUtil UnzipFile(256) 5 closed zip file {folder}/two.zip"}));
 }
 
-// Names are taken as they stand.
+// Names are used verbatim.
 TEST_F(ZipUtil, FollowsNamesThatLeadOutOfTheFolder) {
     makeArchive(at("out.zip"), {{"../sibling", "1"}, {at("absolute/file"), "2"}});
     ASSERT_TRUE(zip.UnzipFile(at("out.zip"), at("to")));

@@ -118,7 +118,7 @@ class Page(Lab):
         self.click(f"[data-key='{operation}']")
 
     def problems(self):
-        """What the browser complains of, but for what a server that has gone brings."""
+        """The browser's complaints, except those about a server that is gone."""
         return [entry["message"] for entry in self.browser.get_log("browser")
                 if "ERR_CONNECTION" not in entry["message"] and "ERR_INCOMPLETE" not in entry["message"]
                 and "the server responded with a status of 4" not in entry["message"]]

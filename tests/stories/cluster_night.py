@@ -115,7 +115,7 @@ class Stories(TwoTvs):
         return proxy.address
 
     def silent(self):
-        """An endpoint where one connects, and nothing ever comes."""
+        """An endpoint that accepts connections and never answers."""
         listener = socket.create_server(("127.0.0.1", 0))
         self.addCleanup(listener.close)
         return f"http://127.0.0.1:{listener.getsockname()[1]}"

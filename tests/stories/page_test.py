@@ -1,4 +1,4 @@
-"""The page as people use it, in a browser."""
+"""The page in a browser, as people use it."""
 import signal
 import unittest
 import zipfile

@@ -1,4 +1,4 @@
-"""What scripts rely on: exports, snapshots, equal TVs, exit codes, and messages that lead on."""
+"""What scripts rely on: exports, snapshots, equal TVs, exit codes, and messages that name the next command."""
 import filecmp
 import json
 import os

@@ -18,7 +18,7 @@ def steps():
 
 
 def masked(text, folder):
-    """Without what is another at each run, or with each change of the application's source."""
+    """Without what differs in each run, or after each change of the application's source."""
     text = text.replace(str(folder), "/home/me/halcyon-lineup")
     text = re.sub(r"\(\d+\): ", "(LINE): ", text)
     text = re.sub(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ", "TIME", text)

@@ -1,4 +1,4 @@
-// Archives as other tools, or nobody, would make them.
+// Archives as other tools make them, and as none would.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace test {
 
-// Leaks of the scope are not reported. An operation on an archive that fails, or throws, leaves its handle open,
+// Leaks within the scope are not reported. An operation on an archive that fails, or throws, leaves its handle open,
 // deliberately.
 class LeavesHandles {
 public:

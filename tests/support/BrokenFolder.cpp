@@ -39,7 +39,7 @@ BrokenFolder::~BrokenFolder() {
 
 }  // namespace test
 
-// In place of the C library's: the standard library calls the one or the other, as it was built.
+// These replace the C library's. Which of the two the standard library calls depends on how it was built.
 extern "C" {
 dirent* readNarrow(DIR* folder) __asm__("readdir");
 dirent* readNarrow(DIR* folder) {

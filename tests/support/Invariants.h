@@ -1,4 +1,4 @@
-// What holds whatever became of a run: of its TV, of the cloud, and of what it told its caller.
+// What holds after every run, of the TV, the cloud and what the caller was told.
 #pragma once
 
 #include <cstdint>
@@ -15,11 +15,11 @@ void expectWholeTv(const TestTv& tv, const sim::Setup& before, const sim::Setup&
 // Nothing half-made is left in the TV or in the cloud.
 void expectTidy(const TestTv& tv);
 
-// Every backup in the TV's cloud can be read to its end, but for one that its run's verdict calls damaged. Returns the
+// Every backup in the TV's cloud can be read whole, except one that its run's verdict calls damaged. Returns the
 // number of services of each whose channel database is whole.
 std::vector<std::uint64_t> expectWholeCloud(const TestTv& tv);
 
-// The caller and the cloud were told of a restore only what became of the channel database.
+// What the caller and the cloud were told of a restore is what happened to the channel database.
 void expectTruth(const sim::Run& run, bool isReplaced);
 
 }  // namespace test

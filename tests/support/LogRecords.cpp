@@ -51,7 +51,7 @@ const std::vector<Listed>& list() {
     return all;
 }
 
-// Where a message may come from: of the formats that it matches, those that say the most.
+// Where a message may come from: of the formats that match, the most specific ones.
 std::vector<std::string> sourcesOf(const std::string& message) {
     std::vector<std::string> sources;
     std::ptrdiff_t most = 0;

@@ -9,7 +9,7 @@
 
 namespace test {
 
-// Checks each record of a log against the list: it stands twice, as the prefixed line of the system log and as the
+// Checks each record of a log against the list: it appears twice, as the prefixed line of the system log and as the
 // logger's, with the same place and message, and comes from where the list says, with the priority that it says.
 void expectListedRecords(const std::vector<sim::LogRecord>& log);
 

@@ -37,7 +37,7 @@ protected:
         ipServices = b.open().serviceDb().ipServices();
     }
 
-    // All but the viewing state.
+    // Everything except the viewing state.
     void expectRestored() {
         sim::Setup expected = a.setup();
         expected.viewing = b.open().viewing();
@@ -52,7 +52,7 @@ protected:
         EXPECT_TRUE(b.open().viewing() == freshViewing);
     }
 
-    // B was refused the backup before anything was changed, and keeps its archive.
+    // The backup was refused before B was changed, and B keeps the archive.
     void expectRefused(const RunResult& run) {
         expectUntouched();
         EXPECT_EQ(run.reply, -1);
@@ -64,7 +64,7 @@ protected:
 
     void setMetadata(const std::string& text) { write(storedBackup() / "metadata.json", text); }
 
-    // Rebuilds the stored bundle after `change` had its way with its unpacked files.
+    // Rebuilds the stored bundle after `change` has edited its unpacked files.
     void changeBundle(const std::function<void(const std::filesystem::path&)>& change) {
         const std::filesystem::path work = folder / "bundle";
         std::filesystem::create_directories(work);

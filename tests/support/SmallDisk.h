@@ -1,4 +1,4 @@
-// A disk that is full at some point.
+// A disk that runs full.
 #pragma once
 
 #include <sys/resource.h>
@@ -8,7 +8,7 @@
 
 namespace test {
 
-// No file grows beyond SIZE within the scope.
+// Limits every file to SIZE within the scope.
 class SmallDisk {
 public:
     static constexpr std::size_t SIZE = 2U << 20;

@@ -1,4 +1,4 @@
-// A simulated TV for tests, in a temporary folder of its own, with what a tester does to it as verbs.
+// A simulated TV for tests, in a temporary folder of its own; its functions are what a tester does to it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -48,10 +48,10 @@ struct RunResult : sim::Run {
     bool says(const std::string& line) const;
     int count(const std::string& call) const;
 
-    // The names of the calls from the first `from` on, to the first `to` after it.
+    // The names of the calls from the first `from` to the first `to` after it.
     std::vector<std::string> callsBetween(const std::string& from, const std::string& to) const;
 
-    // The log from the first line `from` on, to the first line `to` after it.
+    // The log from the first line `from` to the first line `to` after it.
     std::vector<std::string> logBetween(const std::string& from, const std::string& to) const;
 };
 
@@ -63,7 +63,7 @@ public:
     // How the application is started on this TV.
     sim::ProcessOptions application(const Strings& arguments) const;
 
-    // Runs the application as a process of its own, and checks where each of its log records comes from.
+    // Runs the application in a process of its own and checks the origin of each log record.
     RunResult launch(const Strings& arguments);
     RunResult backUp() { return launch({"--reply"}); }
     RunResult restore() { return launch({"operation=restore", "--reply"}); }
@@ -77,7 +77,7 @@ public:
         return launchUnder(call, failure, {"operation=restore", "--reply"}, nth);
     }
 
-    // A call fails so many times, from the nth of a run on; times 0: for ever.
+    // A call fails `times` times from its nth in a run on; 0: every time.
     void fault(const std::string& call, const std::string& failure, int nth = 1, int times = 1);
     void clearFaults();
     // How often the rules have fired since they were last cleared.

@@ -46,7 +46,7 @@ int check(const char* what, int result) {
     return result;
 }
 
-// Where a call names what it changes: an open file, or a path, which may be relative to an open folder.
+// Which argument of a call names what it changes: an open file, or a path, perhaps relative to an open folder.
 struct Place {
     int descriptor = -1;  // number of the argument
     int path = -1;
@@ -73,7 +73,7 @@ const Watched WATCHED[] = {
 
 using Filter = std::unique_ptr<void, decltype(&seccomp_release)>;
 
-// Reports the watched calls, and lets all others pass at full speed.
+// Reports the watched calls; all others run at full speed.
 Filter makeFilter() {
     Filter filter(seccomp_init(SCMP_ACT_ALLOW), &seccomp_release);
     const auto watch = [&](int call, const std::vector<scmp_arg_cmp>& condition) {
@@ -155,7 +155,7 @@ int receiveDescriptor(int channel) {
     ::_exit(127);
 }
 
-// What a call is about, looked up in the process that waits in it.
+// What a call is about, read from the process that waits in it.
 std::string textAt(int process, std::uint64_t address) {
     std::ifstream memory(fmt::format("/proc/{}/mem", process), std::ios::binary);
     memory.seekg(static_cast<std::streamoff>(address));
@@ -186,7 +186,7 @@ std::string nameOf(const seccomp_notif& event) {
     return name.get();
 }
 
-// Nothing where the call changes no file below the folder.
+// Returns nothing if the call changes no file below the folder.
 std::optional<DiskCall> diskCall(const seccomp_notif& event, const fs::path& folder) {
     const auto watched = std::find_if(std::begin(WATCHED), std::end(WATCHED),
                                       [&](const Watched& each) { return each.call == event.data.nr; });
@@ -207,7 +207,7 @@ void answer(int listener, const seccomp_notif& event, int error) {
     seccomp_notify_respond(listener, &response);
 }
 
-// Answers the calls of a process until it has ended, or hangs, or makes more of them than any run needs.
+// Answers the calls of a process until it ends, hangs, or makes more of them than any run needs.
 void follow(int listener, const fs::path& folder, const Fate& fate) {
     for (int calls = 0; calls < MAX_CALLS; ++calls) {
         pollfd state = {listener, POLLIN, 0};

@@ -1,5 +1,4 @@
-// Stands between a program and the disk: sees each of its system calls that change files before it is done, and can
-// let it fail.
+// Intercepts each system call of a program that changes files, before it is done, and can make it fail.
 #pragma once
 
 #include <filesystem>
@@ -15,8 +14,7 @@ struct DiskCall {
     std::string path;  // relative to the folder that is watched; of two, the first
 };
 
-// Decides what becomes of a call, which waits meanwhile: 0: it is done; else the number of the error that it fails
-// with.
+// Decides about a call while it waits: 0 to let it pass, else the errno that it fails with.
 using Fate = std::function<int(const DiskCall&)>;
 
 // Runs a program to its end, and gives its status as waitpid() does. Only calls below `folder` count, and none on the

@@ -1,4 +1,4 @@
-// Lets files' modes hold for this thread within a scope, also where root runs the tests.
+// Makes file modes apply to this thread within a scope, even if root runs the tests.
 #pragma once
 
 #include <linux/capability.h>
