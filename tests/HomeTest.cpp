@@ -46,10 +46,25 @@ TEST(Environment, SaysWhereHomesAndCloudsAre) {
     ::unsetenv("XDG_STATE_HOME");
     ::unsetenv("HALCYON_TV_HOME");
     ::unsetenv("HALCYON_CLOUD");
-    EXPECT_EQ(sim::defaultCloud("/some/tv"), "/some/cloud");
+    EXPECT_EQ(sim::cloudOf("/some/tv"), "/some/cloud");
 }
 
 class Home : public test::CommandLine {};
+
+TEST_F(Home, TheCloudAndTheTvAreNotInOneAnother) {
+    init();
+    fs::create_directory_symlink(home(), folder / "link");
+    for (const fs::path& cloud : {home() / "cloud", folder / "link/cloud", home(), home().parent_path()}) {
+        for (const std::string program : {test::APPLICATION, test::TOOL}) {
+            const test::Answer answer =
+                test::shell(fmt::format("HALCYON_TV_HOME='{}' HALCYON_CLOUD='{}' '{}'{}", home().string(),
+                                        cloud.string(), program, program == test::TOOL ? " run -q" : ""));
+            EXPECT_EQ(answer.code, 3) << cloud;
+            EXPECT_THAT(answer.text, HasSubstr("must not be in one another; choose another folder with --cloud"));
+        }
+    }
+    EXPECT_EQ(tv("run -q").code, 0);
+}
 
 TEST_F(Home, HomesAndCloudsArePrivate) {
     init();

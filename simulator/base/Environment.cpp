@@ -1,5 +1,8 @@
 #include "simulator/base/Environment.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -9,6 +12,18 @@
 namespace fs = std::filesystem;
 
 namespace sim {
+
+namespace {
+
+// Whether a path is a folder or below it, links followed.
+bool isWithin(const fs::path& path, const fs::path& folder) {
+    std::error_code error;
+    const fs::path inner = fs::weakly_canonical(path, error);
+    const fs::path outer = fs::weakly_canonical(folder, error);
+    return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
+}  // namespace
 
 std::string environment(const char* name) {
     const char* value = std::getenv(name);
@@ -33,15 +48,19 @@ fs::path defaultHome() {
     throw Error("no folder for the TV; set HALCYON_TV_HOME or HOME, or give --home to halcyon-tv");
 }
 
-std::string normalisedCloud(const std::string& place) {
-    return place.find("://") != std::string::npos ? place : normalised(place).string();
-}
-
-std::string defaultCloud(const fs::path& home) {
-    if (const std::string cloud = environment(CLOUD_VARIABLE); !cloud.empty()) {
-        return normalisedCloud(cloud);
+std::string cloudOf(const fs::path& home, const std::string& given) {
+    const std::string place = given.empty() ? environment(CLOUD_VARIABLE) : given;
+    if (place.find("://") != std::string::npos) {
+        return place;
     }
-    return home.parent_path() / "cloud";
+    const fs::path folder = place.empty() ? home.parent_path() / "cloud" : normalised(place);
+    if (isWithin(folder, home) || isWithin(home, folder)) {
+        throw Error(
+            fmt::format("the cloud at {} and the TV at {} must not be in one another; choose another folder with "
+                        "--cloud or HALCYON_CLOUD",
+                        folder.string(), home.string()));
+    }
+    return folder;
 }
 
 }  // namespace sim

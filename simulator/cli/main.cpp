@@ -105,7 +105,7 @@ int dispatch(int argc, char** argv) {
         return error.get_exit_code() == 0 ? app.exit(error) : usageError(app, error.what(), argc, argv);
     }
     place.home = home.empty() ? sim::defaultHome() : sim::normalised(home);
-    place.cloud = place.cloud.empty() ? sim::defaultCloud(place.home) : sim::normalisedCloud(place.cloud);
+    place.cloud = sim::cloudOf(place.home, place.cloud);
     try {
         return chosen(place);
     } catch (const cli::UsageError& error) {

@@ -82,7 +82,7 @@ void cutPowerIfRuled() {
 Device::Device(const std::filesystem::path& home)
     : m_lock(lockHome(home)),
       tv(home),
-      cloud(openCloud(defaultCloud(home),
+      cloud(openCloud(cloudOf(home),
                       [this](const std::string& request, const std::string& outcome) {
                           record.call(calls::cloud_request.name, request, outcome, std::nullopt);
                       })),
