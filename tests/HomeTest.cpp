@@ -66,6 +66,19 @@ TEST_F(Home, TheCloudAndTheTvAreNotInOneAnother) {
     EXPECT_EQ(tv("run -q").code, 0);
 }
 
+TEST_F(Home, SnapshotsShareNoFileWithTheTv) {
+    init();
+    tv("run -q");
+    tv("snapshot kept");
+    tv("reset kept");
+    int files = 0;
+    for (const fs::directory_entry& each : fs::recursive_directory_iterator(home())) {
+        files += each.is_regular_file() ? 1 : 0;
+        EXPECT_TRUE(!each.is_regular_file() || each.hard_link_count() == 1) << each.path();
+    }
+    EXPECT_GT(files, 10);
+}
+
 TEST_F(Home, HomesAndCloudsArePrivate) {
     init();
     tv("run -q");

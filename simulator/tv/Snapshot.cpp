@@ -19,8 +19,9 @@ namespace {
 constexpr char SNAPSHOTS[] = "snapshots";
 constexpr char DATABASE[] = "tv.db";
 
-// A second name for a file that is only ever replaced, never written to; a copy where the file system has no links.
-void share(const fs::path& from, const fs::path& to) {
+// A second name for a file of a snapshot, which takes its place in the TV's new folder; a copy if the file system has
+// no links.
+void moveFile(const fs::path& from, const fs::path& to) {
     std::error_code error;
     fs::create_hard_link(from, to, error);
     if (error) {
@@ -42,24 +43,21 @@ void copyTree(const fs::path& from, const fs::path& to, Copy copy) {
             fs::copy_symlink(member, target, ignored);
         } else if (isFolder(member)) {
             copyTree(member, target, copy);
-        } else {
+        } else if (isRegularFile(member)) {
             copy(member, target);
         }
     }
     copyPermissions(from, to);
 }
 
-// All of a TV but its snapshots. Its own databases and files are only ever replaced whole; what the application has
-// written may be written to again.
+// All of a TV but its snapshots. Nothing is shared: what is written into a TV's file must not reach its snapshots.
 void copyTv(const fs::path& from, const fs::path& to) {
     makePrivateFolder(to);
     Database(from / DATABASE, Database::Access::Look).snapshot(to / DATABASE);
-    share(from / "iss.db", to / "iss.db");
-    copyTree(from / "service-db", to / "service-db", &share);
-    copyTree(from / "ci", to / "ci", &share);
-    copyTree(from / "runs", to / "runs", &share);
-    copyTree(from / "apps", to / "apps", &copyFile);
-    copyTree(from / "tmp", to / "tmp", &copyFile);
+    copyFile(from / "iss.db", to / "iss.db");
+    for (const char* folder : {"service-db", "ci", "runs", "apps", "tmp"}) {
+        copyTree(from / folder, to / folder, &copyFile);
+    }
 }
 
 }  // namespace
@@ -92,7 +90,7 @@ void resetTo(const fs::path& home, const std::string& name) {
     copyTv(snapshot, built);
     makePrivateFolder(built / SNAPSHOTS);
     for (const std::string& each : snapshotsOf(home)) {
-        copyTree(home / SNAPSHOTS / each, built / SNAPSHOTS / each, &share);
+        copyTree(home / SNAPSHOTS / each, built / SNAPSHOTS / each, &moveFile);
     }
     exchange(built, home);
 }
