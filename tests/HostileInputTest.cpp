@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -11,6 +12,8 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
+#include "simulator/cloud/OpenCloud.h"
+#include "simulator/lineup/Bundle.h"
 #include "simulator/lineup/ChannelList.h"
 #include "tests/support/Archives.h"
 #include "tests/support/CommandLine.h"
@@ -103,6 +106,34 @@ TEST_F(HostileInput, WhatIsReadHasLimits) {
     EXPECT_THAT([&] { sim::extractEntry(folder / "x.zip", "entry", folder / "entry"); },
                 ThrowsMessage<sim::Error>(HasSubstr("entry 'entry': bytes: 2147483647, and the limit is 1073741824")));
     EXPECT_THAT(sim::limits::cut(std::string(20'000, 'x')), EndsWith("x... (20000 bytes)"));
+}
+
+TEST_F(HostileInput, ABundleHasLimitsInSum) {
+    test::makeArchive(folder / "x.zip", {{"1", ""}, {"2", ""}, {"3", ""}, {"4", ""}, {"5", ""}});
+    std::string bytes = test::readFile(folder / "x.zip");
+    for (int i = 0; i < 5; ++i) {
+        test::setNumber(bytes, test::centralRecord(bytes, static_cast<std::size_t>(i)) + 24, 4, 0x3fffffff);
+    }
+    test::write(folder / "x.zip", bytes);
+    EXPECT_THAT(sim::Bundle(folder / "x.zip", std::nullopt).problem(),
+                HasSubstr("bytes of all entries: 5368709115, and the limit is 4294967296"));
+    test::makeArchive(folder / "y.zip", {{"vconf.json", "[" + std::string(4U << 20, ' ') + "]"}});
+    EXPECT_THAT(sim::Bundle(folder / "y.zip", std::nullopt).part(sim::Item::Favourite1).problem,
+                HasSubstr("vconf.json: bytes: 4194306, and the limit is 4194304"));
+}
+
+class HostileStore : public test::TwoTvs {};
+
+TEST_F(HostileStore, HasLimits) {
+    ASSERT_TRUE(a.backUp().succeeded());
+    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(a.cloud);
+    const auto damage = [&] { return sim::listBackups(*store).at(0).damage; };
+    EXPECT_EQ(damage(), "");
+    test::write(storedBackup() / "metadata.json", std::string((1U << 20) + 1, ' '));
+    EXPECT_THAT(damage(), HasSubstr("metadata.json: bytes: 1048577, and the limit is 1048576"));
+    fs::remove(storedBackup() / "info.json");
+    ASSERT_EQ(::mkfifo((storedBackup() / "info.json").c_str(), 0600), 0);
+    EXPECT_THAT(damage(), HasSubstr("info.json: not a regular file"));
 }
 
 class LargeRestore : public test::Restore {};

@@ -223,8 +223,11 @@ std::vector<ArchiveEntry> checkArchive(const fs::path& archive) {
     std::vector<ArchiveEntry> entries = listArchive(archive);
     const Zip zip = open(archive, ZIP_RDONLY);
     std::set<std::string> names;
+    std::uint64_t unpacked = 0;
     for (std::size_t i = 0; i < entries.size(); ++i) {
         ArchiveEntry& entry = entries[i];
+        unpacked += std::min(entry.size, limits::ENTRY_BYTES);  // no more of it is read
+        limits::require(fmt::format("{}: bytes of all entries", archive.string()), unpacked, limits::ARCHIVE_BYTES);
         try {
             Digest digest;
             readEntry(zip.get(), i, "", [&](const char* bytes, std::size_t size) { digest.addBytes({bytes, size}); });

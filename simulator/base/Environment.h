@@ -25,9 +25,9 @@ std::filesystem::path defaultHome();
 // The value of an environment variable; empty if it is not set.
 std::string environment(const char* name);
 
-// The place of a TV's cloud: `given`, if it is not empty, else $HALCYON_CLOUD, else the folder "cloud" beside the TV. An
-// address such as s3://BUCKET stays as it is, a folder is normalised(). Throws Error if the folder is inside the TV's
-// home, where a reset would delete it, or the home inside the folder, where the application could write to it all.
+// The place of a TV's cloud: `given`, if it is not empty, else $HALCYON_CLOUD, else the folder "cloud" beside the TV.
+// An address such as s3://BUCKET stays as it is, a folder is normalised(). Throws Error if the folder is inside the
+// TV's home, where a reset would delete it, or the home inside the folder, where the application could write to it all.
 std::string cloudOf(const std::filesystem::path& home, const std::string& given = "");
 
 }  // namespace sim

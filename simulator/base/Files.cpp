@@ -184,10 +184,22 @@ void forEachLine(const fs::path& path, const std::function<void(std::string_view
     }
 }
 
-std::string readFile(const fs::path& path) {
+std::string readFile(const fs::path& path, std::uint64_t maxBytes) {
     std::string text;
-    forEachBlock(path, [&](std::string_view block) { text += block; });
+    forEachBlock(path, [&](std::string_view block) {
+        text += block;
+        if (text.size() > maxBytes) {
+            limits::require(path.string() + ": bytes", text.size(), maxBytes);
+        }
+    });
     return text;
+}
+
+std::string readReceived(const fs::path& path, std::uint64_t maxBytes) {
+    if (pathExists(path) && !isRegularFile(path)) {
+        throw Error(Error::Kind::Damaged, fmt::format("{}: not a regular file", path.string()));
+    }
+    return readFile(path, maxBytes);
 }
 
 std::uint64_t sizeOf(const fs::path& path) {

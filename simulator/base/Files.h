@@ -37,7 +37,12 @@ void forEachBlock(const std::filesystem::path& path, const std::function<void(st
 void forEachLine(const std::filesystem::path& path, const std::function<void(std::string_view)>& take,
                  std::size_t maxBytes = SIZE_MAX);
 
-std::string readFile(const std::filesystem::path& path);
+// All of a file. Throws Error (Damaged) if it has more than `maxBytes`.
+std::string readFile(const std::filesystem::path& path, std::uint64_t maxBytes = UINT64_MAX);
+
+// The same of a file that somebody else may have put there. Throws Error (Damaged) if it is not a regular file: reading
+// a pipe might never end.
+std::string readReceived(const std::filesystem::path& path, std::uint64_t maxBytes);
 
 std::uint64_t sizeOf(const std::filesystem::path& path);
 

@@ -16,6 +16,14 @@ constexpr std::uint64_t CHANNEL_LINE_BYTES = 16U << 10;
 constexpr std::uint64_t ENTRY_BYTES = 1U << 30;
 constexpr std::uint64_t ARCHIVE_ENTRIES = 65'535;
 
+// Of all entries of an archive together: small entries can share their packed bytes.
+constexpr std::uint64_t ARCHIVE_BYTES = 4 * ENTRY_BYTES;
+
+// Of a bundle's settings file, of its metadata, and of what a store keeps about a backup. Parsed JSON takes some fifty
+// times its size in memory.
+constexpr std::uint64_t SETTINGS_FILE_BYTES = 4U << 20;
+constexpr std::uint64_t METADATA_BYTES = 1U << 20;
+
 // Of a row of a received database: more than a line of a channel list makes.
 constexpr std::uint64_t ROW_BYTES = 64U << 10;
 

@@ -5,6 +5,7 @@
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
+#include "simulator/base/Limits.h"
 #include "simulator/cloud/OpenCloud.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/reports/CloudReport.h"
@@ -18,12 +19,12 @@ namespace {
 // The metadata that is known of a bundle file: as the failure folder has it, or as the store does.
 std::optional<std::string> metadataOf(const fs::path& bundle, const std::string& metadata) {
     if (!metadata.empty()) {
-        return sim::readFile(metadata);
+        return sim::readFile(metadata, sim::limits::METADATA_BYTES);
     }
     for (const fs::path& beside :
          {fs::path(bundle.string() + sim::application::METADATA_SUFFIX), bundle.parent_path() / "metadata.json"}) {
         if (sim::isRegularFile(beside)) {
-            return sim::readFile(beside);
+            return sim::readFile(beside, sim::limits::METADATA_BYTES);
         }
     }
     return std::nullopt;

@@ -10,6 +10,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
+#include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 
 namespace fs = std::filesystem;
@@ -56,13 +57,13 @@ std::uint64_t highestNumber(const fs::path& category) {
 void load(const fs::path& folder, StoredBackup& backup) {
     const fs::path file = folder / "info.json";
     Json::Value info;
-    parseJson(readFile(file), info);  // else it is null
+    parseJson(readReceived(file, limits::METADATA_BYTES), info);  // else it is null
     try {
         readInfo(info, backup);
     } catch (const Error& error) {
         throw Error(error.kind(), fmt::format("{}: {}", file.string(), error.what()));
     }
-    backup.metadata = readFile(folder / "metadata.json");
+    backup.metadata = readReceived(folder / "metadata.json", limits::METADATA_BYTES);
     backup.size = sizeOf(folder / "bundle.zip");
 }
 
@@ -83,6 +84,7 @@ std::vector<fs::path> FolderStore::makeLocalFolders() const {
 }
 
 std::string FolderStore::put(const NewBackup& backup, const fs::path& bundle) {
+    limits::require("the metadata of a backup: bytes", backup.metadata.size(), limits::METADATA_BYTES);
     makePrivateFolder(m_folder);
     const fs::path parent = folderOf(backup);
     if (backup.refuseDuplicate) {

@@ -10,6 +10,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
+#include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Words.h"
@@ -189,7 +190,7 @@ void Bundle::readSettings(const fs::path& file, const fs::path& folder) {
     std::string problem;
     try {
         extractEntry(file, application::SETTINGS_ENTRY, folder / application::SETTINGS_ENTRY);
-        values = settingsOf(readFile(folder / application::SETTINGS_ENTRY));
+        values = settingsOf(readReceived(folder / application::SETTINGS_ENTRY, limits::SETTINGS_FILE_BYTES));
     } catch (const Error& error) {
         if (!isOfBundle(error)) {
             throw;
