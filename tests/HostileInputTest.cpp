@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "simulator/base/Archive.h"
+#include "simulator/base/Database.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
@@ -123,6 +124,20 @@ TEST_F(HostileInput, ABundleHasLimitsInSum) {
 }
 
 class HostileStore : public test::TwoTvs {};
+
+TEST_F(HostileStore, IsNotLeftByTheNameOfAnAccount) {
+    ASSERT_TRUE(a.backUp().succeeded());
+    sim::Database(a.home / "tv.db", sim::Database::Access::Change)
+        .run("UPDATE state SET account = 'x/../../../escaped'");
+    const std::string environment =
+        fmt::format("HALCYON_TV_HOME='{}' HALCYON_CLOUD='{}' ", a.home.string(), a.cloud.string());
+    const Answer import = test::shell(
+        fmt::format("{}'{}' cloud import '{}'", environment, test::TOOL, (storedBackup() / "bundle.zip").string()));
+    EXPECT_EQ(import.code, 3);
+    EXPECT_THAT(import.text, HasSubstr("'x/../../../escaped' is no account"));
+    EXPECT_NE(test::shell(fmt::format("{}'{}' run -q", environment, test::TOOL)).code, 0);
+    EXPECT_FALSE(fs::exists(folder / "escaped"));
+}
 
 TEST_F(HostileStore, HasLimits) {
     ASSERT_TRUE(a.backUp().succeeded());

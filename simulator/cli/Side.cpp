@@ -33,11 +33,13 @@ std::optional<std::string> metadataOf(const fs::path& bundle, const std::string&
 }  // namespace
 
 std::string accountOf(const Place& place) {
+    std::optional<sim::Tv> tv;
     try {
-        return sim::Tv(place.home, sim::Database::Access::Look).account();
+        tv.emplace(place.home, sim::Database::Access::Look);
     } catch (const sim::Error&) {
         return "";
     }
+    return tv->account();
 }
 
 NamedBundle chooseBundle(const Place& place, const std::string& what, const std::string& metadata) {

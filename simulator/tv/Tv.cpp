@@ -246,7 +246,9 @@ std::string Tv::serial() const {
 std::string Tv::account() const {
     Statement query(m_database, "SELECT account FROM state");
     query.next();
-    return query.text(0);
+    std::string account = query.text(0);
+    requireName("account", account);  // it becomes part of a path, and a bundle may have written the database
+    return account;
 }
 
 void Tv::setAccount(const std::string& account) {

@@ -65,7 +65,7 @@ public:
 
     std::string serial() const;
 
-    // Whose it is in the cloud. Setting throws Error where the text is no account.
+    // Whose it is in the cloud. Both throw Error if the text is no account.
     std::string account() const;
     void setAccount(const std::string& account);
 
