@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/support/Restore.h"
 
 namespace {
@@ -84,6 +86,20 @@ TEST_F(RestoreViewing, EndsWithTheCategory) {
     const RunResult without = b.restore();
     EXPECT_EQ(viewingLog(without).back(), "5 SetSource(0, 3) success") << "an unknown category is not set";
     EXPECT_EQ(without.count("CCCategoryUtil::GetInstance"), 1) << "at the start";
+}
+
+// On another source than the tuner, only the mode is applied, and the verdict does not call the rest equal.
+TEST_F(RestoreViewing, SaysWhatIsNotApplied) {
+    setMetadata(metadata(R"("source":4,"service_id":"2","tvmode":{"antenna_mode":2,"service_mode":0},)"
+                         R"("category":{"mode":1,"param":"2","sort":0})"));
+    ASSERT_TRUE(b.restore().succeeded());
+    const sim::Verdict verdict = b.verdict();
+    EXPECT_EQ(verdict.outcome, sim::Outcome::Done);
+    const auto viewing = std::find_if(verdict.items.begin(), verdict.items.end(),
+                                      [](const auto& each) { return each.item == sim::Item::Viewing; });
+    ASSERT_NE(viewing, verdict.items.end());
+    EXPECT_EQ(viewing->state, sim::ItemState::Kept);
+    EXPECT_EQ(viewing->detail, "not applied: service 2, source 4, category 1/2/0 in the backup");
 }
 
 }  // namespace

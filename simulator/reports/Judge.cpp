@@ -66,6 +66,25 @@ std::string howItDiffers(Item item, const Setup& backup, const Setup& tv) {
                        difference.detail.empty() ? "" : "; ", difference.detail);
 }
 
+// What the backup knows of the viewing state, and the TV is not after a restore, by the application's design.
+std::string notApplied(const Viewing& backup, const Viewing& tv) {
+    std::vector<std::string> parts;
+    if (!(backup.mode == tv.mode) && backup.mode.antenna != AntennaMode{-1} && backup.mode.service != ServiceMode{-1}) {
+        parts.push_back(fmt::format("mode {}/{}", codeOf(backup.mode.antenna), codeOf(backup.mode.service)));
+    }
+    if (backup.serviceId != tv.serviceId && backup.serviceId != UINT64_MAX) {
+        parts.push_back(fmt::format("service {}", backup.serviceId));
+    }
+    if (backup.source != tv.source && backup.source != Source{-1}) {
+        parts.push_back(fmt::format("source {}", codeOf(backup.source)));
+    }
+    if (!(backup.category == tv.category) && backup.category.kind != CategoryKind{-1}) {
+        parts.push_back(fmt::format("category {}/{}/{}", codeOf(backup.category.kind), backup.category.param,
+                                    codeOf(backup.category.sort)));
+    }
+    return parts.empty() ? "" : fmt::format("not applied: {} in the backup", fmt::join(parts, ", "));
+}
+
 ItemVerdict judgeAfterBackup(const Evidence& evidence, Item item, const Setup& now) {
     const BundlePart& part = evidence.bundle->part(item);
     const bool isOfSet = item == Item::IpServices;
@@ -102,7 +121,10 @@ ItemVerdict judgeAfterRestore(const Evidence& evidence, Item item, const Setup& 
     if (!difference.empty()) {
         return {item, ItemState::Differs, difference};
     }
-    return {item, hasChanged ? ItemState::Restored : ItemState::AlreadyEqual, ""};
+    const std::string left =
+        item == Item::Viewing ? notApplied(evidence.bundle->setup().viewing, now.viewing) : std::string();
+    const ItemState unchanged = left.empty() ? ItemState::AlreadyEqual : ItemState::Kept;
+    return {item, hasChanged ? ItemState::Restored : unchanged, left};
 }
 
 std::vector<ItemVerdict> judgeItems(const Evidence& evidence) {

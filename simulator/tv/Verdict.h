@@ -12,7 +12,7 @@ namespace sim {
 enum class ItemState {
     Restored,      // it is as the backup has it, and was not before
     AlreadyEqual,  // it is as the backup has it, and was before
-    Kept,          // the backup does not have it; it is as it was
+    Kept,          // it is as it was: the backup does not have it, or the application by its design does not apply it
     Stored,        // it is in the stored backup as it is in the TV
     Differs,       // it is not as the backup has it; or the backup does not have it, and yet it has changed
     Damaged,       // what the backup has of it cannot be read
