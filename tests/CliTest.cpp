@@ -134,6 +134,17 @@ TEST_F(Cli, EndsWithAMessageIfThereIsNoFolderForTemporaryFiles) {
     EXPECT_THAT(fleet.text, AllOf(HasSubstr("failed"), HasSubstr("set TMPDIR")));
 }
 
+TEST_F(Cli, EndsWithItsCodeIfNothingCanBePrinted) {
+    init();
+    const auto codeOf = [&](const std::string& words) {
+        return test::shell(fmt::format("{} '{}' {} >/dev/full 2>/dev/full", environment(), test::TOOL, words)).code;
+    };
+    EXPECT_EQ(codeOf("status"), 3);
+    EXPECT_EQ(codeOf("--version"), 3);
+    EXPECT_EQ(codeOf("nonsense"), 2);
+    EXPECT_EQ(codeOf("--home /nowhere status"), 3);
+}
+
 TEST_F(Cli, TheApplicationAloneExplainsItselfToo) {
     const Answer nowhere = test::shell(environment() + test::APPLICATION);
     EXPECT_EQ(nowhere.code, 3);

@@ -5,6 +5,7 @@
 #include <json/value.h>
 
 #include <cstdio>
+#include <string>
 #include <string_view>
 #include <type_traits>
 
@@ -23,10 +24,12 @@ decltype(auto) safe(const Value& value) {
     }
 }
 
-// Prints to a stream or to standard output. What controls a terminal comes from `format` alone.
+// Prints to a stream or to standard output. What controls a terminal comes from `format` alone. If the stream cannot be
+// written, it has its error flag; an exception would end the program at the message of another.
 template <typename... Values>
 void print(std::FILE* stream, std::string_view format, const Values&... values) {
-    fmt::print(stream, fmt::runtime(format), safe(values)...);
+    const std::string text = fmt::format(fmt::runtime(format), safe(values)...);
+    std::fwrite(text.data(), 1, text.size(), stream);
 }
 template <typename... Values>
 void print(std::string_view format, const Values&... values) {

@@ -119,7 +119,7 @@ int dispatch(int argc, char** argv) {
 int main(int argc, char** argv) {
     try {
         const int code = dispatch(argc, argv);
-        if (std::fflush(stdout) != 0) {
+        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
             throw sim::Error("cannot write to standard output; nothing else is wrong");
         }
         return code;

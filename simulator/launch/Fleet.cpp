@@ -11,6 +11,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -200,7 +201,14 @@ std::vector<FleetRun> runFleet(const FleetRequest& request, const std::string& c
     std::vector<std::thread> workers;
     workers.reserve(request.jobs);
     for (std::size_t i = 0; i < std::min(request.jobs, request.tvs); ++i) {
-        workers.emplace_back([&fleet] { fleet.work(); });
+        try {
+            workers.emplace_back([&fleet] { fleet.work(); });
+        } catch (const std::system_error& error) {  // those that there are do all the work
+            if (workers.empty()) {
+                throw Error(fmt::format("cannot start a thread: {}", error.what()));
+            }
+            break;
+        }
     }
     for (std::thread& worker : workers) {
         worker.join();
