@@ -24,6 +24,7 @@ MAY = {
 HOMES = {
     "<sqlite3.h": ["base/Database", "lineup/ReceivedDatabase"],
     "<curl/": ["cloud"],
+    "<minizip/": ["lineup/Unpacking"],
     '"platform/': ["device"],
 }
 

@@ -1,0 +1,33 @@
+// Unpacks a bundle as the application does, so that what is said of a bundle is what a restore of it meets.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+struct UnpackedEntry {
+    std::string name;        // as the application reads it: up to a NUL, at most 255 bytes
+    std::uint64_t size = 0;  // bytes, unpacked
+    std::uint32_t crc = 0;   // CRC-32 of them, as the archive has it
+    std::string digest;      // SHA-256 of them; empty: they cannot be read
+    std::string problem;     // why the application cannot unpack it, or must not; empty: it can
+};
+
+struct Unpacking {
+    std::vector<UnpackedEntry> entries;        // in the archive's order, to the first one that the application fails at
+    std::string problem;                       // of the archive as such; empty: it can be opened
+    std::map<std::string, std::string> files;  // SHA-256 by path; of entries with one path, the last counts
+};
+
+// Uses the application's library and takes its steps: the entries in the order of the central directory, by the names
+// there, each over what is in its place, and the end at the first failure. Names that lead out of `folder` are not
+// followed. Files that are not wanted stay empty. Throws Error if the archive cannot be read or the disk is full.
+Unpacking unpackBundle(const std::filesystem::path& archive, const std::filesystem::path& folder,
+                       const std::function<bool(const std::string&)>& isWanted);
+
+}  // namespace sim
