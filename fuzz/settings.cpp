@@ -7,7 +7,7 @@
 #include "src/HalcyonLineup.h"
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    sim::Tv(fuzz::folder() / "tv").faults().add({0, "IUtil::ReplaceServiceDb", "result=1", 1, 0, 0});
+    sim::Tv(fuzz::folder() / "tv").faults().add(sim::makeRule("IUtil::ReplaceServiceDb", "result=1"));
     return 0;
 }
 

@@ -27,6 +27,7 @@ namespace {
 using test::Answer;
 using ::testing::AllOf;
 using ::testing::Contains;
+using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -110,17 +111,41 @@ TEST_F(HostileInput, WhatIsReadHasLimits) {
 }
 
 TEST_F(HostileInput, ABundleHasLimitsInSum) {
-    test::makeArchive(folder / "x.zip", {{"1", ""}, {"2", ""}, {"3", ""}, {"4", ""}, {"5", ""}});
-    std::string bytes = test::readFile(folder / "x.zip");
-    for (int i = 0; i < 5; ++i) {
-        test::setNumber(bytes, test::centralRecord(bytes, static_cast<std::size_t>(i)) + 24, 4, 0x3fffffff);
-    }
-    test::write(folder / "x.zip", bytes);
-    EXPECT_THAT(sim::Bundle(folder / "x.zip", std::nullopt).problem(),
-                HasSubstr("bytes of all entries: 5368709115, and the limit is 4294967296"));
+    test::makeArchive(folder / "x.zip", {{"1", "12345"}, {"2", "12345"}, {"3", "12345"}});
+    const sim::Unpacking unpacking = sim::unpackBundle(
+        folder / "x.zip", folder / "x", [](const auto&) { return true; }, 9);
+    EXPECT_EQ(unpacking.entries.size(), 2U);
+    EXPECT_EQ(unpacking.entries.back().problem, "bytes of all entries: 10, and the limit is 9");
     test::makeArchive(folder / "y.zip", {{"vconf.json", "[" + std::string(4U << 20, ' ') + "]"}});
     EXPECT_THAT(sim::Bundle(folder / "y.zip", std::nullopt).part(sim::Item::Favourite1).problem,
                 HasSubstr("vconf.json: bytes: 4194306, and the limit is 4194304"));
+}
+
+// What the application unpacks, though other tools say something else.
+TEST_F(HostileInput, ABundleThatReadersDisagreeOnIsAmbiguous) {
+    const auto ambiguities = [&](const std::vector<std::pair<std::string, std::string>>& entries,
+                                 const std::function<void(std::string&)>& change) {
+        test::makeArchive(folder / "x.zip", entries);
+        std::string bytes = test::readFile(folder / "x.zip");
+        change(bytes);
+        test::write(folder / "x.zip", bytes);
+        const sim::Bundle bundle(folder / "x.zip", std::nullopt);
+        EXPECT_FALSE(bundle.isWhole());
+        return bundle.ambiguities();
+    };
+    const auto nothing = [](std::string&) {};
+    EXPECT_THAT(ambiguities({{"a", "1"}, {"b", "2"}}, nothing), ElementsAre());
+    EXPECT_THAT(ambiguities({{"a", "1"}, {"./a", "2"}}, nothing),
+                ElementsAre("entry './a' takes the place of an earlier one"));
+    EXPECT_THAT(ambiguities({{std::string(300, 'n'), "1"}}, nothing), ElementsAre(HasSubstr("for another reader")));
+    EXPECT_THAT(ambiguities({{"vconf.json", "{}"}},
+                            [](std::string& bytes) { bytes[test::centralRecord(bytes, 0) + 46 + 9] = 'N'; }),
+                ElementsAre(HasSubstr("another reader: ")));
+    EXPECT_THAT(ambiguities({{"\xfc"
+                              "ber",
+                              "1"}},
+                            nothing),
+                ElementsAre());
 }
 
 class HostileStore : public test::TwoTvs {};

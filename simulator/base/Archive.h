@@ -11,10 +11,8 @@ namespace sim {
 
 struct ArchiveEntry {
     std::string name;
-    std::uint64_t size;   // bytes, unpacked
-    std::uint32_t crc;    // CRC-32 of them
-    std::string digest;   // of checkArchive(): SHA-256 of them; empty: they cannot be read
-    std::string problem;  // of checkArchive(): why it cannot be used; empty: it can
+    std::uint64_t size = 0;  // bytes, unpacked
+    std::uint32_t crc = 0;   // CRC-32 of them, as the archive has it
 };
 
 // Every function throws Error when the archive cannot be written, read or trusted.
@@ -24,12 +22,9 @@ struct ArchiveEntry {
 void writeArchive(const std::filesystem::path& archive, const std::vector<std::filesystem::path>& files,
                   std::time_t time = std::time(nullptr));
 
-// The archive's entries in its own order.
+// The archive's entries in its own order, with names as bytes. Throws Error (Damaged) also if its structures contradict
+// each other, such as the central directory and a local header.
 std::vector<ArchiveEntry> listArchive(const std::filesystem::path& archive);
-
-// The same after each byte of each entry was read, and each name looked at: one that leads out of the folder that the
-// archive is unpacked in, that is there twice or is too long is a problem too.
-std::vector<ArchiveEntry> checkArchive(const std::filesystem::path& archive);
 
 // Unpacks the one entry `name` into the file `target`, checksum checked. Other entries are not looked at, so that no
 // name in the archive decides where something is written, and an entry that unpacks to more than limits::ENTRY_BYTES is

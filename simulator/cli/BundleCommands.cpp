@@ -81,7 +81,7 @@ void printItems(const sim::Bundle& bundle) {
 
 void printEntries(const sim::Bundle& bundle) {
     print("  {:<28} {:>12}  {:<8}\n", "entry", "bytes", "crc32");
-    for (const sim::ArchiveEntry& entry : bundle.entries()) {
+    for (const sim::UnpackedEntry& entry : bundle.entries()) {
         print("  {:<28} {:>12}  {:08x}  {}\n", sim::inColumns(entry.name, 28), entry.size, entry.crc, entry.problem);
     }
 }
@@ -118,12 +118,18 @@ std::optional<sim::Prospect> prospectFor(const Place& place, const BundleOptions
     return sim::prospectOf(bundle, sim::Tv(home, sim::Database::Access::Look));
 }
 
+const char* statusOf(const sim::Bundle& bundle) {
+    return bundle.isWhole() ? "whole" : (bundle.problems().empty() ? "AMBIGUOUS" : "DAMAGED");
+}
+
 void printVerified(const NamedBundle& named, const std::optional<sim::Prospect>& prospect) {
     for (const std::string& problem : named.bundle.problems()) {
         print("damaged: {}\n", problem);
     }
-    print("{}: {}, each byte of {} entries read\n", named.name, named.bundle.isDamaged() ? "DAMAGED" : "whole",
-          named.bundle.entries().size());
+    for (const std::string& ambiguity : named.bundle.ambiguities()) {
+        print("ambiguous: {}\n", ambiguity);
+    }
+    print("{}: {}, each byte of {} entries read\n", named.name, statusOf(named.bundle), named.bundle.entries().size());
     printItems(named.bundle);
     printEntries(named.bundle);
     if (!prospect) {
@@ -145,7 +151,7 @@ int verify(const Place& place, const BundleOptions& options) {
     } else {
         printVerified(named, prospect);
     }
-    if (named.bundle.isDamaged()) {
+    if (!named.bundle.isWhole()) {
         return DAMAGED;
     }
     return options.tv.empty() || prospect->isPossible ? DONE : INCOMPATIBLE;

@@ -4,7 +4,6 @@
 #include <fmt/ranges.h>
 #include <json/value.h>
 
-#include <algorithm>
 #include <set>
 
 #include "simulator/base/Error.h"
@@ -92,28 +91,39 @@ Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata) : m_me
 }
 
 void Bundle::readArchive(const fs::path& file, const fs::path& folder) {
-    try {
-        m_entries = checkArchive(file);
-    } catch (const Error& error) {
-        if (error.kind() != Error::Kind::Damaged) {
-            throw;
-        }
-        m_problem = error.what();
+    const std::set<std::string> wanted = {application::SERVICE_DB_ENTRY, application::SETTINGS_ENTRY,
+                                          application::ISS_DB_ENTRY};
+    m_unpacking = unpackBundle(file, folder, [&](const std::string& path) { return wanted.count(path) > 0; });
+    if (!m_unpacking.problem.empty()) {
+        m_problem = fmt::format("{}: no usable zip archive: {}", file.string(), m_unpacking.problem);
         return;
     }
-    for (ArchiveEntry& entry : m_entries) {
-        if (entry.problem.empty() && entry.name.back() == '/') {
-            entry.problem = "the application cannot unpack a folder's own entry; pack the files alone, as zip -D does";
+    m_ambiguities = ambiguitiesOf(file, m_unpacking);
+    readServices(folder);
+    readSettings(folder);
+    readIss(folder);
+    readCi(folder);
+    for (const UnpackedEntry& entry : m_unpacking.entries) {
+        if (!entry.problem.empty()) {
+            blame(entry);
         }
     }
-    readServices(file, folder);
-    readSettings(file, folder);
-    readIss(file, folder);
-    readCi(folder);
 }
 
-bool Bundle::isDamaged() const {
-    return !problems().empty();
+// Notes that what an entry holds of an item cannot be unpacked.
+void Bundle::blame(const UnpackedEntry& entry) {
+    const auto isOf = [&](Item item) {
+        return (item == Item::Channels && entry.name == application::SERVICE_DB_ENTRY) ||
+               (favouriteList(item) && entry.name == application::SETTINGS_ENTRY) ||
+               (item == Item::Iss && entry.name == application::ISS_DB_ENTRY) ||
+               (item == Item::Ci && entry.name.rfind(application::CI_PREFIX, 0) == 0);
+    };
+    for (auto& [item, part] : m_parts) {
+        if (isOf(item)) {
+            part = {PartState::Damaged, fmt::format("entry {}: {}", inQuotes(entry.name), entry.problem)};
+            m_setup.entries.erase(item);
+        }
+    }
 }
 
 std::vector<std::string> Bundle::fatalProblems() const {
@@ -121,7 +131,7 @@ std::vector<std::string> Bundle::fatalProblems() const {
     if (!m_problem.empty()) {
         return {m_problem};
     }
-    for (const ArchiveEntry& entry : m_entries) {
+    for (const UnpackedEntry& entry : m_unpacking.entries) {
         if (!entry.problem.empty()) {
             problems.push_back(fmt::format("entry {}: {}", inQuotes(entry.name), entry.problem));
         }
@@ -142,9 +152,8 @@ std::vector<std::string> Bundle::problems() const {
     return problems;
 }
 
-bool Bundle::hasEntry(const std::string& name) const {
-    return std::any_of(m_entries.begin(), m_entries.end(),
-                       [&](const ArchiveEntry& entry) { return entry.name == name; });
+bool Bundle::hasFile(const std::string& path) const {
+    return m_unpacking.files.count(path) > 0;
 }
 
 // Notes what becomes of the reading of an item.
@@ -161,14 +170,13 @@ void Bundle::read(Item item, const fs::path& folder, Read read) {
     }
 }
 
-void Bundle::readServices(const fs::path& file, const fs::path& folder) {
-    if (!hasEntry(application::SERVICE_DB_ENTRY)) {
+void Bundle::readServices(const fs::path& folder) {
+    if (!hasFile(application::SERVICE_DB_ENTRY)) {
         return;
     }
     const fs::path archive = folder / application::SERVICE_DB_ENTRY;
     const fs::path database = folder / "services.db";
     read(Item::Channels, folder, [&] {
-        extractEntry(file, application::SERVICE_DB_ENTRY, archive);
         if (const std::optional<ReplaceStatus> status = adoptServices(archive, database)) {
             damaged(words(*status));
         }
@@ -182,14 +190,13 @@ void Bundle::readServices(const fs::path& file, const fs::path& folder) {
 }
 
 // Of settings under the same key, a restore applies the last.
-void Bundle::readSettings(const fs::path& file, const fs::path& folder) {
-    if (!hasEntry(application::SETTINGS_ENTRY)) {
+void Bundle::readSettings(const fs::path& folder) {
+    if (!hasFile(application::SETTINGS_ENTRY)) {
         return;
     }
     std::map<std::string, Json::Value> values;
     std::string problem;
     try {
-        extractEntry(file, application::SETTINGS_ENTRY, folder / application::SETTINGS_ENTRY);
         values = settingsOf(readReceived(folder / application::SETTINGS_ENTRY, limits::SETTINGS_FILE_BYTES));
     } catch (const Error& error) {
         if (!isOfBundle(error)) {
@@ -211,12 +218,11 @@ void Bundle::readSettings(const fs::path& file, const fs::path& folder) {
     }
 }
 
-void Bundle::readIss(const fs::path& file, const fs::path& folder) {
-    if (!hasEntry(application::ISS_DB_ENTRY)) {
+void Bundle::readIss(const fs::path& folder) {
+    if (!hasFile(application::ISS_DB_ENTRY)) {
         return;
     }
     read(Item::Iss, folder, [&] {
-        extractEntry(file, application::ISS_DB_ENTRY, folder / application::ISS_DB_ENTRY);
         adoptIss(folder / application::ISS_DB_ENTRY, folder / "iss.db");
         m_setup.entries[Item::Iss] = IssDb(folder / "iss.db").entries();
     });
@@ -225,26 +231,18 @@ void Bundle::readIss(const fs::path& file, const fs::path& folder) {
 void Bundle::readCi(const fs::path& folder) {
     const std::string prefix = application::CI_PREFIX;
     Entries files;
-    const auto add = [&](const ArchiveEntry& entry) {
-        const std::string name = entry.name.substr(prefix.size());
-        if (name.find('/') != std::string::npos) {
-            damaged(fmt::format("{} is no file directly in {}", inQuotes(entry.name), prefix));
+    for (const auto& [path, digest] : m_unpacking.files) {
+        if (path.compare(0, prefix.size(), prefix) == 0) {
+            files[path.substr(prefix.size())] = digest;
         }
-        if (entry.digest.empty()) {
-            damaged(fmt::format("entry {}: {}", inQuotes(entry.name), entry.problem));
-        }
-        files[name] = entry.digest;
-    };
-    const auto isOfCi = [&](const ArchiveEntry& entry) {
-        return entry.name.compare(0, prefix.size(), prefix) == 0 && entry.name != prefix;
-    };
-    if (std::none_of(m_entries.begin(), m_entries.end(), isOfCi)) {
+    }
+    if (files.empty()) {
         return;
     }
     read(Item::Ci, folder, [&] {
-        for (const ArchiveEntry& entry : m_entries) {
-            if (isOfCi(entry)) {
-                add(entry);
+        for (const auto& [name, digest] : files) {
+            if (name.find('/') != std::string::npos) {
+                damaged(fmt::format("{} is no file directly in {}", inQuotes(prefix + name), prefix));
             }
         }
         m_setup.entries[Item::Ci] = files;

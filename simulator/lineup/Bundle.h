@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "simulator/base/Archive.h"
 #include "simulator/lineup/Metadata.h"
 #include "simulator/lineup/ServiceDb.h"
 #include "simulator/lineup/Setup.h"
+#include "simulator/lineup/Unpacking.h"
 
 namespace sim {
 
@@ -39,12 +39,15 @@ public:
     Bundle(const std::filesystem::path& file, std::optional<std::string> metadata);
 
     const std::string& problem() const { return m_problem; }  // of the archive as such; empty: it can be read
-    const std::vector<ArchiveEntry>& entries() const { return m_entries; }
+    const std::vector<UnpackedEntry>& entries() const { return m_unpacking.entries; }
     const BundlePart& part(Item item) const { return m_parts.at(item); }
-    bool isDamaged() const;
+    // Nothing is damaged, and other readers of archives see what the application unpacks.
+    bool isWhole() const { return problems().empty() && m_ambiguities.empty(); }
     // What is damaged, a line each: what makes a restore of it fail, and all.
     std::vector<std::string> fatalProblems() const;
     std::vector<std::string> problems() const;
+
+    const std::vector<std::string>& ambiguities() const { return m_ambiguities; }
 
     const std::optional<std::string>& metadataText() const { return m_metadataText; }
     const Metadata& metadata() const { return m_metadata; }
@@ -55,16 +58,18 @@ public:
 private:
     // `folder` is where entries are unpacked.
     void readArchive(const std::filesystem::path& file, const std::filesystem::path& folder);
-    void readServices(const std::filesystem::path& file, const std::filesystem::path& folder);
-    void readSettings(const std::filesystem::path& file, const std::filesystem::path& folder);
-    void readIss(const std::filesystem::path& file, const std::filesystem::path& folder);
+    void readServices(const std::filesystem::path& folder);
+    void readSettings(const std::filesystem::path& folder);
+    void readIss(const std::filesystem::path& folder);
     void readCi(const std::filesystem::path& folder);
     template <typename Read>
     void read(Item item, const std::filesystem::path& folder, Read read);
-    bool hasEntry(const std::string& name) const;
+    bool hasFile(const std::string& path) const;
+    void blame(const UnpackedEntry& entry);
 
     std::string m_problem;
-    std::vector<ArchiveEntry> m_entries;
+    Unpacking m_unpacking;
+    std::vector<std::string> m_ambiguities;
     std::map<Item, BundlePart> m_parts;
     std::optional<std::string> m_metadataText;
     Metadata m_metadata;

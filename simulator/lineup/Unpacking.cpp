@@ -8,13 +8,14 @@
 #include <array>
 #include <memory>
 #include <optional>
+#include <set>
 #include <type_traits>
 
 #include "simulator/base/Descriptor.h"
 #include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
-#include "simulator/base/Limits.h"
+#include "simulator/base/Text.h"
 
 namespace fs = std::filesystem;
 
@@ -30,8 +31,9 @@ using Zip = std::unique_ptr<std::remove_pointer_t<unzFile>, decltype(&unzClose)>
 
 class Unpacker {
 public:
-    Unpacker(const fs::path& archive, const fs::path& folder, const std::function<bool(const std::string&)>& isWanted)
-        : m_zip(unzOpen64(archive.c_str()), &unzClose), m_folder(folder), m_isWanted(isWanted) {}
+    Unpacker(const fs::path& archive, const fs::path& folder, const std::function<bool(const std::string&)>& isWanted,
+             std::uint64_t maxBytes)
+        : m_zip(unzOpen64(archive.c_str()), &unzClose), m_folder(folder), m_isWanted(isWanted), m_maxBytes(maxBytes) {}
 
     Unpacking run() {
         Unpacking result;
@@ -129,7 +131,7 @@ private:
                 damaged(count < 0 ? "its data cannot be unpacked" : "its data end early");
             }
             const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
-            limits::require("bytes of all entries", m_unpacked += bytes.size(), limits::ARCHIVE_BYTES);
+            limits::require("bytes of all entries", m_unpacked += bytes.size(), m_maxBytes);
             digest.addBytes(bytes);
             if (file != nullptr) {
                 writeAll(*file, bytes, m_folder);
@@ -145,15 +147,44 @@ private:
     Zip m_zip;
     const fs::path& m_folder;
     const std::function<bool(const std::string&)>& m_isWanted;
+    std::uint64_t m_maxBytes;
     std::uint64_t m_unpacked = 0;
 };
 
 }  // namespace
 
 Unpacking unpackBundle(const fs::path& archive, const fs::path& folder,
-                       const std::function<bool(const std::string&)>& isWanted) {
+                       const std::function<bool(const std::string&)>& isWanted, std::uint64_t maxBytes) {
     openFile(archive, O_RDONLY);  // what the system says of it, which the library does not tell
-    return Unpacker(archive, folder, isWanted).run();
+    return Unpacker(archive, folder, isWanted, maxBytes).run();
+}
+
+std::vector<std::string> ambiguitiesOf(const fs::path& archive, const Unpacking& unpacking) {
+    std::vector<ArchiveEntry> others;
+    try {
+        others = listArchive(archive);
+    } catch (const Error& error) {
+        return {fmt::format("another reader: {}", error.what())};
+    }
+    std::vector<std::string> ambiguities;
+    const bool isWhole = unpacking.entries.empty() || unpacking.entries.back().problem.empty();
+    if (isWhole && others.size() != unpacking.entries.size()) {
+        ambiguities.push_back(fmt::format("{} for the application, {} for another reader",
+                                          plural(unpacking.entries.size(), "entry", "entries"), others.size()));
+    }
+    std::set<fs::path> paths;
+    for (std::size_t i = 0; i < std::min(others.size(), unpacking.entries.size()); ++i) {
+        const ArchiveEntry& ours = unpacking.entries[i];
+        if (ours.name != others[i].name || ours.size != others[i].size || ours.crc != others[i].crc) {
+            ambiguities.push_back(fmt::format("entry {} of {} bytes is {} of {} for another reader",
+                                              inQuotes(ours.name), ours.size, inQuotes(others[i].name),
+                                              others[i].size));
+        }
+        if (!paths.insert(fs::path(ours.name).lexically_normal()).second) {
+            ambiguities.push_back(fmt::format("entry {} takes the place of an earlier one", inQuotes(ours.name)));
+        }
+    }
+    return ambiguities;
 }
 
 }  // namespace sim

@@ -8,14 +8,15 @@
 #include <string>
 #include <vector>
 
+#include "simulator/base/Archive.h"
+#include "simulator/base/Limits.h"
+
 namespace sim {
 
-struct UnpackedEntry {
-    std::string name;        // as the application reads it: up to a NUL, at most 255 bytes
-    std::uint64_t size = 0;  // bytes, unpacked
-    std::uint32_t crc = 0;   // CRC-32 of them, as the archive has it
-    std::string digest;      // SHA-256 of them; empty: they cannot be read
-    std::string problem;     // why the application cannot unpack it, or must not; empty: it can
+// By a name as the application reads it: up to a NUL, at most 255 bytes.
+struct UnpackedEntry : ArchiveEntry {
+    std::string digest;   // SHA-256 of its bytes; empty: they cannot be read
+    std::string problem;  // why the application cannot unpack it, or must not; empty: it can
 };
 
 struct Unpacking {
@@ -26,8 +27,14 @@ struct Unpacking {
 
 // Uses the application's library and takes its steps: the entries in the order of the central directory, by the names
 // there, each over what is in its place, and the end at the first failure. Names that lead out of `folder` are not
-// followed. Files that are not wanted stay empty. Throws Error if the archive cannot be read or the disk is full.
+// followed. Files that are not wanted stay empty. No more than `maxBytes` of all entries together are unpacked. Throws
+// Error if the archive cannot be read or the disk is full.
 Unpacking unpackBundle(const std::filesystem::path& archive, const std::filesystem::path& folder,
-                       const std::function<bool(const std::string&)>& isWanted);
+                       const std::function<bool(const std::string&)>& isWanted,
+                       std::uint64_t maxBytes = limits::ARCHIVE_BYTES);
+
+// Where another reader of archives disagrees with the application, a line each: such a bundle is not what other tools
+// say.
+std::vector<std::string> ambiguitiesOf(const std::filesystem::path& archive, const Unpacking& unpacking);
 
 }  // namespace sim

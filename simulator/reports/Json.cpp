@@ -89,7 +89,7 @@ Json::Value toJson(const ItemDifference& item) {
     return value;
 }
 
-Json::Value toJson(const ArchiveEntry& entry) {
+Json::Value toJson(const UnpackedEntry& entry) {
     Json::Value value;
     value["name"] = text(entry.name);
     value["bytes"] = number(entry.size);
@@ -241,10 +241,11 @@ Json::Value toJson(const Difference& difference) {
 
 Json::Value toJson(const Bundle& bundle) {
     Json::Value value;
-    value["isWhole"] = !bundle.isDamaged();
+    value["isWhole"] = bundle.isWhole();
     value["problems"] = toJson(bundle.problems());
+    value["ambiguities"] = toJson(bundle.ambiguities());
     value["entries"] = Json::Value(Json::arrayValue);
-    for (const ArchiveEntry& entry : bundle.entries()) {
+    for (const UnpackedEntry& entry : bundle.entries()) {
         value["entries"].append(toJson(entry));
     }
     value["items"] = Json::Value(Json::arrayValue);

@@ -114,7 +114,8 @@ class Customer(Story):
         bundle.write_bytes(bundle.read_bytes().replace(content, content[::-1]))
         verified = Tv(self.folder, "b").tv("bundle", "verify", bundle, "--json", code=6).json
         ci = next(part for part in verified["items"] if part["item"] == "ci")
-        self.assertEqual((ci["state"], ci["problem"]), ("damaged", "entry 'ci/ci_profile.bin': CRC error"))
+        self.assertEqual((ci["state"], ci["problem"]),
+                         ("damaged", "entry 'ci/ci_profile.bin': its data do not match their checksum"))
 
     def test_without_its_metadata_is_accepted_as_such(self):
         self.make_bundle()

@@ -56,14 +56,14 @@ std::vector<std::uint64_t> expectWholeCloud(const TestTv& tv) {
         EXPECT_EQ(backup.damage, "");
         EXPECT_EQ(backup.metadata.front(), '{') << backup.id;
         const sim::Bundle bundle = sim::fetchBundle(*store, backup).bundle;
-        for (const sim::ArchiveEntry& entry : bundle.entries()) {
+        for (const sim::UnpackedEntry& entry : bundle.entries()) {
             EXPECT_EQ(entry.problem, "") << backup.id << entry.name;
         }
         if (bundle.part(sim::Item::Channels).state == sim::PartState::Whole) {
             services.push_back(bundle.setup().services->counts().services);
         }
         for (const sim::Run& run : opened.runs().list()) {
-            if (run.backup == backup.id && bundle.isDamaged()) {
+            if (run.backup == backup.id && !bundle.isWhole()) {
                 EXPECT_NE(sim::judge(opened, *store, run).outcome, sim::Outcome::Done) << backup.id;
             }
         }
