@@ -72,7 +72,7 @@ TEST_F(Healthy, RestoreBringsTheChannelSetUpBack) {
     const RunResult run = b.restore();
     EXPECT_TRUE(run.succeeded());
     EXPECT_EQ(run.reply, 0);
-    EXPECT_EQ(run.reported, "success");
+    EXPECT_EQ(run.reported, sim::Reported::Success);
     EXPECT_EQ(run.ended, sim::RunEnd::Reclaimed) << "it does not end itself";
     EXPECT_EQ(run.exitStatus, 0);
     expectRestored();

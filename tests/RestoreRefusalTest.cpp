@@ -40,7 +40,7 @@ TEST_F(Restore, LeavesARefusedBundleIfThereIsNoFailureFolder) {
     test::write(b.failures.parent_path(), "in the place of the failure folder");
     const RunResult run = b.restore();
     EXPECT_TRUE(run.says("6 create_directories({tmp}) fail [17][File exists]"));
-    EXPECT_EQ(run.reported, "failure");
+    EXPECT_EQ(run.reported, sim::Reported::Failure);
     ASSERT_EQ(b.dataFiles().size(), 1U);
     EXPECT_EQ(test::servicesIn(b.data / b.dataFiles()[0]), 3U);
 }

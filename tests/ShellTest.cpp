@@ -145,7 +145,7 @@ TEST_F(Shell, NeitherClosesNorRepliesWithoutItsInstance) {
     EXPECT_THAT(run.callsBetween("bnr_response", "ui_app_exit"),
                 ElementsAre("bnr_response", "bnr_report_failure", "ui_app_exit"));
     EXPECT_EQ(run.reply, std::nullopt);
-    EXPECT_EQ(run.reported, "failure");
+    EXPECT_EQ(run.reported, sim::Reported::Failure);
 }
 
 TEST_F(Shell, RestoreDataInABackupRunIsAFailureWithoutReply) {
@@ -154,7 +154,7 @@ TEST_F(Shell, RestoreDataInABackupRunIsAFailureWithoutReply) {
                 ElementsAre("5 BNR Callback called [102]", "6 bnr_resp_data_s *respdata is nullptr", "6 m_Restore fail",
                             "5 bnr_callback_deregister success. Handler=[1]", "5 bnr_deinit success",
                             "6 m_appCaller == nullptr", "5 response came. Finish app"));
-    EXPECT_EQ(run.reported, "failure");
+    EXPECT_EQ(run.reported, sim::Reported::Failure);
     EXPECT_FALSE(run.succeeded());
 }
 

@@ -139,7 +139,7 @@ void expectArchive(const test::TestTv& tv, const RunResult& run, const std::stri
     if (!downloaded || run.ended == RunEnd::Crashed || failure == "null") {
         return;
     }
-    const bool failed = run.reported != "success" && run.count("bnr_report_success") == 0;
+    const bool failed = run.reported != sim::Reported::Success && run.count("bnr_report_success") == 0;
     EXPECT_EQ(tv.failureFiles().size(), failed ? 1U : 0U);
     EXPECT_THAT(tv.dataFiles(), Each(StartsWith("temp/")));
 }
@@ -161,7 +161,7 @@ std::vector<sim::Outcome> fittingOutcomes(const RunResult& run, bool wasTold, bo
     if (!isWhole) {
         return {sim::Outcome::DoneInPart};
     }
-    const bool isReplyMissing = run.replyRequested && run.operation == "restore" && !run.reply;
+    const bool isReplyMissing = run.replyRequested && run.operation == sim::Operation::Restore && !run.reply;
     return {run.ended == RunEnd::Waiting || isReplyMissing ? sim::Outcome::Failed : sim::Outcome::Done};
 }
 
@@ -223,10 +223,10 @@ protected:
         EXPECT_EQ(run.ended, expectedEnd(kind, call, failure, run));
         if (kind != Kind::Backup) {
             expectVerdictOnRestore(tv, run);
-        } else if (run.operation == "backup") {
+        } else if (run.operation == sim::Operation::Backup) {
             expectVerdictOnBackup(tv, run);
         }
-        if (run.operation == "restore") {
+        if (run.operation == sim::Operation::Restore) {
             expectTrueReply(run, tv.setup().services == world().after.services);
             expectArchive(tv, run, failure);
         } else {

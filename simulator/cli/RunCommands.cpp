@@ -35,11 +35,13 @@ void printVerdict(const sim::RunReport& report) {
         print("{}: {}\n", sim::nameOf(verdict.outcome), verdict.why);
     }
     print("run {} of {}\n", report.run.id, report.run.started);
-    print("  operation  {}\n", report.run.operation.empty() ? "none" : report.run.operation);
+    print("  operation  {}\n",
+          report.run.operation == sim::Operation::None ? "none" : sim::nameOf(report.run.operation));
     print("  outcome    {}\n", sim::nameOf(verdict.outcome));
     print("  backup     {}\n", report.run.backup.empty() ? "none" : report.run.backup);
     print("  response   {}\n", report.response);
-    print("  reported   {}\n", report.run.reported.empty() ? "nothing" : report.run.reported);
+    print("  reported   {}\n",
+          report.run.reported == sim::Reported::Nothing ? "nothing" : sim::nameOf(report.run.reported));
     print("  reply      {}\n", report.reply);
     print("  ended      {}\n", report.end);
     if (!verdict.items.empty()) {
@@ -58,7 +60,7 @@ std::string momentText(const sim::CallRecord& call) {
 
 std::string momentText(const sim::LogRecord& log) {
     const std::string message = log.message.substr(0, log.message.find_last_not_of(" \n") + 1);
-    const std::string sink = log.sink == "both" ? "" : log.sink + " ";
+    const std::string sink = log.sink == sim::LogSink::Both ? "" : fmt::format("{} ", sim::nameOf(log.sink));
     if (log.file.empty()) {
         return fmt::format("log {} {}{}: {}", log.priority, sink, log.tag, message);
     }
@@ -224,7 +226,7 @@ int listRecords(const Place& place, const sim::Tv& tv, const sim::CloudStore& st
         if (place.isJson) {
             runs.append(sim::toJson(report));
         } else {
-            print("{:>4}  {}  {:<8} {:<12} {}\n", run.id, run.started, run.operation,
+            print("{:>4}  {}  {:<8} {:<12} {}\n", run.id, run.started, sim::nameOf(run.operation),
                   sim::nameOf(report.verdict.outcome), report.verdict.why);
         }
     }

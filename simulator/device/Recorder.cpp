@@ -23,11 +23,11 @@ Recorder::Recorder(Tv& tv, const EventLoop& loop) : m_tv(tv), m_runs(tv.runs()),
     attempt([&] { m_runs.keep(keptRuns()); });
 }
 
-void Recorder::launched(const std::string& operation, bool replyRequested) {
+void Recorder::launched(Operation operation, bool replyRequested) {
     m_run.operation = operation;
     m_run.replyRequested = replyRequested;
     save();
-    if (operation == "restore") {
+    if (operation == Operation::Restore) {
         attempt([&] { m_runs.addBefore(m_run.id, m_tv.fingerprints()); });
     }
 }
@@ -50,7 +50,7 @@ void Recorder::transferred(const Address& address, const std::string& backup) {
     save();
 }
 
-void Recorder::reported(const std::string& outcome) {
+void Recorder::reported(Reported outcome) {
     m_run.reported = outcome;
     save();
 }
@@ -71,13 +71,14 @@ void Recorder::call(std::string_view name, const std::string& arguments, const s
 
 void Recorder::systemLog(int priority, const std::string& tag, const std::string& text) {
     attempt([&] {
-        m_runs.add(m_run.id, LogRecord{++m_seq, now(), "system", priority, tag, "", "", 0, limits::cut(text)});
+        m_runs.add(m_run.id, LogRecord{++m_seq, now(), LogSink::System, priority, tag, "", "", 0, limits::cut(text)});
     });
 }
 
 void Recorder::logger(const std::string& file, const std::string& function, int line, const std::string& message) {
     attempt([&] {
-        m_runs.add(m_run.id, LogRecord{++m_seq, now(), "logger", 0, "", file, function, line, limits::cut(message)});
+        m_runs.add(m_run.id,
+                   LogRecord{++m_seq, now(), LogSink::Logger, 0, "", file, function, line, limits::cut(message)});
     });
 }
 

@@ -21,12 +21,12 @@ public:
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
 
-    void launched(const std::string& operation, bool replyRequested);
+    void launched(Operation operation, bool replyRequested);
     void replied(int result);
     void responded(int code);
     // The cloud has taken this backup, or handed it out.
     void transferred(const Address& address, const std::string& backup);
-    void reported(const std::string& outcome);
+    void reported(Reported outcome);
     void ended(RunEnd end, const std::string& detail);
 
     void call(std::string_view name, const std::string& arguments, const std::string& result,

@@ -69,10 +69,10 @@ app_control_s requestOf(const sim::LaunchOptions& options) {
     return request;
 }
 
-std::string operationOf(const app_control_s& request) {
+sim::Operation operationOf(const app_control_s& request) {
     const auto operation = request.extras.find(sim::application::OPERATION);
     const bool isRestore = operation != request.extras.end() && sim::application::isRestore(operation->second);
-    return isRestore ? "restore" : "backup";
+    return isRestore ? sim::Operation::Restore : sim::Operation::Backup;
 }
 
 // The extra values as they are given on the command line.

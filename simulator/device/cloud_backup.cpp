@@ -181,7 +181,7 @@ void uploadLater(const sim::NewBackup& backup, const fs::path& bundle) {
     });
 }
 
-int report(const sim::PlatformCall& call, const char* id, const char* outcome) {
+int report(const sim::PlatformCall& call, const char* id, sim::Reported outcome) {
     return sim::platformCall(call, std::tuple(id), [&](Device& device) {
         if (client().sessions.count(id) == 0) {
             return NO_SESSION;
@@ -270,9 +270,9 @@ int bnr_restore(const char* id, const char* folder) {
 }
 
 int bnr_report_success(const char* id) {
-    return report(sim::calls::bnr_report_success, id, "success");
+    return report(sim::calls::bnr_report_success, id, sim::Reported::Success);
 }
 
 int bnr_report_failure(const char* id) {
-    return report(sim::calls::bnr_report_failure, id, "failure");
+    return report(sim::calls::bnr_report_failure, id, sim::Reported::Failure);
 }

@@ -1,4 +1,4 @@
-// The codes that a TV, its services and its records use. Codes that a TV does not know can come from a bundle or from a
+// The codes that a TV and its services use. Codes that a TV does not know can come from a bundle or from a
 // fault rule; they are kept as they are.
 #pragma once
 
@@ -91,25 +91,6 @@ inline constexpr std::array<Name<Response>, 8> NAMES<Response>{{
     {Response::BackupSchemaError, "backup schema error"},
     {Response::ServerNotResponding, "server not responding"},
     {Response::DuplicatedData, "duplicated data"},
-}};
-
-// How a run ended.
-enum class RunEnd {
-    Running,    // it has not
-    Exit,       // by its own exit
-    Reclaimed,  // by the framework: nothing was left to wait for
-    Waiting,    // by the simulator: what it waited for will never come
-    Refused,    // the main loop could not be run
-    Crashed,    // an exception left the application, or a signal killed it
-};
-template <>
-inline constexpr std::array<Name<RunEnd>, 6> NAMES<RunEnd>{{
-    {RunEnd::Running, "running"},
-    {RunEnd::Exit, "exit"},
-    {RunEnd::Reclaimed, "reclaimed"},
-    {RunEnd::Waiting, "waiting"},
-    {RunEnd::Refused, "refused"},
-    {RunEnd::Crashed, "crashed"},
 }};
 
 // What a fault does to the file that a call has made.

@@ -109,7 +109,7 @@ Json::Value toJson(const CallRecord& call) {
 
 Json::Value toJson(const LogRecord& log) {
     Json::Value value;
-    value["sink"] = text(log.sink);
+    value["sink"] = text(nameOf(log.sink));
     value["priority"] = log.priority;
     value["tag"] = text(log.tag);
     value["file"] = text(log.file);
@@ -184,7 +184,7 @@ Json::Value toJson(const RunReport& report) {
     Json::Value value;
     value["run"] = Json::Int64(run.id);
     value["started"] = text(run.started);
-    value["operation"] = text(run.operation);
+    value["operation"] = text(nameOf(run.operation));
     value["outcome"] = text(nameOf(report.verdict.outcome));
     value["cause"] = text(nameOf(report.verdict.cause));
     value["why"] = text(report.verdict.why);
@@ -194,7 +194,7 @@ Json::Value toJson(const RunReport& report) {
     }
     value["backup"] = run.backup.empty() ? Json::Value() : text(run.backup);
     value["response"] = run.response ? coded(*run.response) : Json::Value();
-    value["reported"] = text(run.reported);
+    value["reported"] = text(nameOf(run.reported));
     value["replyRequested"] = run.replyRequested;
     value["reply"] = orNull(run.reply);
     value["end"] = text(nameOf(run.ended));

@@ -39,7 +39,7 @@ struct Evidence {
     }
     // What the application did, which is not what it was asked for where the request could not be read.
     bool hasBackedUp() const { return called(calls::bnr_backup); }
-    bool isRestore() const { return run.operation == "restore"; }
+    bool isRestore() const { return run.operation == Operation::Restore; }
     bool endedWell() const { return run.ended == RunEnd::Exit || run.ended == RunEnd::Reclaimed; }
 };
 
@@ -399,7 +399,7 @@ Verdict judge(const Tv& tv, const CloudStore& store, const Run& run) {
     if (const std::string fault = faultWords(evidence); !fault.empty()) {
         verdict.why += "; " + fault;
     }
-    if (const std::vector<std::string> left = leftoversOf(tv); !left.empty() && run.operation == "restore") {
+    if (const std::vector<std::string> left = leftoversOf(tv); !left.empty() && run.operation == Operation::Restore) {
         verdict.why += fmt::format("; files left in {}", unpackFolderOf(tv).string());
     }
     verdict.decisive = decisiveIn(evidence, verdict.outcome);

@@ -19,7 +19,7 @@ std::string replyOf(const Run& run) {
     if (!run.replyRequested) {
         return "none requested";
     }
-    return run.operation == "backup" ? "none: a backup never replies" : "none, though one was requested";
+    return run.operation == Operation::Backup ? "none: a backup never replies" : "none, though one was requested";
 }
 
 std::string endOf(const Run& run) {
@@ -60,13 +60,14 @@ std::vector<LogRecord> merged(const std::vector<LogRecord>& log) {
     std::vector<LogRecord> records;
     for (const LogRecord& record : log) {
         LogRecord* last = records.empty() ? nullptr : &records.back();
-        if (record.sink == "logger" && last != nullptr && last->sink == "system" && last->seq + 1 == record.seq) {
+        if (record.sink == LogSink::Logger && last != nullptr && last->sink == LogSink::System &&
+            last->seq + 1 == record.seq) {
             const int seq = last->seq;
             const int priority = last->priority;
             const std::string tag = last->tag;
             *last = record;
             last->seq = seq;
-            last->sink = "both";
+            last->sink = LogSink::Both;
             last->priority = priority;
             last->tag = tag;
         } else {

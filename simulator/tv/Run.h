@@ -10,6 +10,51 @@
 
 namespace sim {
 
+enum class Operation { None, Backup, Restore };  // None: the launch request did not get that far
+template <>
+inline constexpr std::array<Name<Operation>, 3> NAMES<Operation>{{
+    {Operation::None, ""},
+    {Operation::Backup, "backup"},
+    {Operation::Restore, "restore"},
+}};
+
+// What the application told the cloud service of a restore.
+enum class Reported { Nothing, Success, Failure };
+template <>
+inline constexpr std::array<Name<Reported>, 3> NAMES<Reported>{{
+    {Reported::Nothing, ""},
+    {Reported::Success, "success"},
+    {Reported::Failure, "failure"},
+}};
+
+// How a run ended.
+enum class RunEnd {
+    Running,    // it has not
+    Exit,       // by its own exit
+    Reclaimed,  // by the framework: nothing was left to wait for
+    Waiting,    // by the simulator: what it waited for will never come
+    Refused,    // the main loop could not be run
+    Crashed,    // an exception left the application, or a signal killed it
+};
+template <>
+inline constexpr std::array<Name<RunEnd>, 6> NAMES<RunEnd>{{
+    {RunEnd::Running, "running"},
+    {RunEnd::Exit, "exit"},
+    {RunEnd::Reclaimed, "reclaimed"},
+    {RunEnd::Waiting, "waiting"},
+    {RunEnd::Refused, "refused"},
+    {RunEnd::Crashed, "crashed"},
+}};
+
+// Where the application has written a log record.
+enum class LogSink { System, Logger, Both };
+template <>
+inline constexpr std::array<Name<LogSink>, 3> NAMES<LogSink>{{
+    {LogSink::System, "system"},
+    {LogSink::Logger, "logger"},
+    {LogSink::Both, "both"},
+}};
+
 struct CallRecord {
     int seq = 0;
     std::int64_t at = 0;  // milliseconds of the TV's time since the start
@@ -22,7 +67,7 @@ struct CallRecord {
 struct LogRecord {
     int seq = 0;
     std::int64_t at = 0;
-    std::string sink;  // "system" or "logger"
+    LogSink sink = LogSink::System;
     int priority = 0;  // system only
     std::string tag;   // system only
     std::string file;  // logger only, like function and line
@@ -34,14 +79,14 @@ struct LogRecord {
 struct Run {
     std::int64_t id = 0;
     int pid = 0;
-    std::string started;    // UTC, ISO 8601
-    std::string operation;  // "backup" or "restore"; empty if the launch request did not get that far
+    std::string started;  // UTC, ISO 8601
+    Operation operation = Operation::None;
     bool replyRequested = false;
     std::optional<int> reply;          // result code of the last reply that the caller got
     std::optional<Response> response;  // the cloud service's last
-    std::string reported;              // to the cloud service: "success", "failure" or ""
-    std::string account;               // of the backup that the cloud took or handed out
-    std::string clientId;              // empty: there was none
+    Reported reported = Reported::Nothing;
+    std::string account;   // of the backup that the cloud took or handed out
+    std::string clientId;  // empty: there was none
     std::string category;
     std::string backup;  // its id
     RunEnd ended = RunEnd::Running;

@@ -51,11 +51,11 @@ std::optional<Value> optionalOf(const Json& value) {
 std::string headOf(const Run& run) {
     std::string line = Json{{"run", json(run.started)},
                             {"pid", run.pid},
-                            {"operation", json(run.operation)},
+                            {"operation", json(nameOf(run.operation))},
                             {"replyRequested", run.replyRequested},
                             {"reply", json(run.reply)},
                             {"response", run.response ? Json(codeOf(*run.response)) : Json()},
-                            {"reported", json(run.reported)},
+                            {"reported", json(nameOf(run.reported))},
                             {"account", json(run.account)},
                             {"clientId", json(run.clientId)},
                             {"category", json(run.category)},
@@ -77,13 +77,13 @@ std::optional<Run> parseHead(const std::string& line) {
         Run run;
         run.started = head.at("run");
         run.pid = head.at("pid");
-        run.operation = head.at("operation");
+        run.operation = enumOf<Operation>(head.at("operation")).value_or(Operation::None);
         run.replyRequested = head.at("replyRequested");
         run.reply = optionalOf<int>(head.at("reply"));
         if (const std::optional<int> response = optionalOf<int>(head.at("response"))) {
             run.response = static_cast<Response>(*response);
         }
-        run.reported = head.at("reported");
+        run.reported = enumOf<Reported>(head.at("reported")).value_or(Reported::Nothing);
         run.account = head.at("account");
         run.clientId = head.at("clientId");
         run.category = head.at("category");
@@ -112,7 +112,7 @@ LogRecord logOf(const Json& line) {
     log.message = line.at("log");
     log.seq = line.at("seq");
     log.at = line.at("at");
-    log.sink = line.at("sink");
+    log.sink = enumOf<LogSink>(line.at("sink")).value_or(LogSink::System);
     log.priority = line.at("priority");
     log.tag = line.at("tag");
     log.file = line.at("file");
@@ -193,7 +193,7 @@ void RunFile::add(const LogRecord& log) {
     append(Json{{"log", json(log.message)},
                 {"seq", log.seq},
                 {"at", log.at},
-                {"sink", log.sink},
+                {"sink", json(nameOf(log.sink))},
                 {"priority", log.priority},
                 {"tag", json(log.tag)},
                 {"file", json(log.file)},

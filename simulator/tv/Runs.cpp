@@ -29,10 +29,10 @@ bool isAlive(int pid) {
 }  // namespace
 
 bool succeeded(const Run& run) {
-    if (run.operation == "backup") {
+    if (run.operation == Operation::Backup) {
         return run.ended == RunEnd::Exit && run.response == Response::BackupCompleted;
     }
-    return run.reported == "success" && (run.ended == RunEnd::Exit || run.ended == RunEnd::Reclaimed);
+    return run.reported == Reported::Success && (run.ended == RunEnd::Exit || run.ended == RunEnd::Reclaimed);
 }
 
 std::vector<Run> Runs::list() const {

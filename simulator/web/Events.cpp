@@ -98,7 +98,7 @@ void Watch::watchRun(const std::string& name, Tv& tv, Seen& seen, std::string& e
     report.run = *run;
     Json::Value data = about(name);
     data["run"] = Json::Int64(run->id);
-    data["operation"] = run->operation;
+    data["operation"] = std::string(nameOf(run->operation));
     data["moments"] = Json::Value(Json::arrayValue);
     for (const Moment& moment : timelineOf(tv, report, {})) {
         if (moment.seq > seen.seq) {

@@ -73,7 +73,8 @@ std::vector<std::uint64_t> expectWholeCloud(const TestTv& tv) {
 
 void expectTruth(const sim::Run& run, bool isReplaced) {
     EXPECT_EQ(run.reply.value_or(isReplaced ? 0 : -1), isReplaced ? 0 : -1);
-    EXPECT_THAT(run.reported, ::testing::AnyOf("", isReplaced ? "success" : "failure"));
+    EXPECT_THAT(run.reported,
+                ::testing::AnyOf(sim::Reported::Nothing, isReplaced ? sim::Reported::Success : sim::Reported::Failure));
 }
 
 }  // namespace test

@@ -68,7 +68,8 @@ std::vector<std::string> sourcesOf(const std::string& message) {
 }
 
 void expectTwins(const sim::LogRecord& system, const sim::LogRecord& logger) {
-    EXPECT_EQ(system.sink + " " + logger.sink, "system logger") << system.message;
+    EXPECT_EQ(std::pair(system.sink, logger.sink), std::pair(sim::LogSink::System, sim::LogSink::Logger))
+        << system.message;
     EXPECT_EQ(system.tag, "halcyon-lineup");
     const std::string prefix = fmt::format("{}: {}({}) > ", logger.file, logger.function, logger.line);
     const bool isBegin = logger.message == "FUNC BEGIN";

@@ -57,7 +57,7 @@ protected:
         expectUntouched();
         EXPECT_EQ(run.reply, -1);
         EXPECT_EQ(run.count("app_control_reply_to_launch_request"), 1);
-        EXPECT_EQ(run.reported, "failure");
+        EXPECT_EQ(run.reported, sim::Reported::Failure);
         EXPECT_EQ(run.ended, sim::RunEnd::Exit);
         EXPECT_THAT(b.failureFiles(), ::testing::SizeIs(1));
     }
