@@ -91,7 +91,7 @@ protected:
             EXPECT_FALSE(isStored);
         } else if (newest > m_runs) {
             EXPECT_TRUE(isStored || run.response != sim::Response::BackupCompleted);
-            EXPECT_FALSE(isStored && saysFailure(opened.runs().log(newest)));
+            EXPECT_FALSE(isStored && saysFailure(opened.runs().record(newest).log()));
         }
     }
 

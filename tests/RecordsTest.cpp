@@ -37,10 +37,10 @@ protected:
     std::size_t recordsOfNewest() {
         const sim::Tv tv(home(), sim::Database::Access::Look);
         std::set<int> numbers;
-        for (const sim::CallRecord& call : tv.runs().calls(tv.runs().newest())) {
+        for (const sim::CallRecord& call : tv.runs().record(tv.runs().newest()).calls()) {
             numbers.insert(call.seq);
         }
-        for (const sim::LogRecord& log : tv.runs().log(tv.runs().newest())) {
+        for (const sim::LogRecord& log : tv.runs().record(tv.runs().newest()).log()) {
             numbers.insert(log.seq);
         }
         EXPECT_EQ(numbers.size(), static_cast<std::size_t>(*numbers.rbegin()));
@@ -67,9 +67,9 @@ TEST_F(Records, AreReadUpToALineThatIsCutOff) {
     sim::CallRecord call;
     call.seq = static_cast<int>(count) + 1;
     call.name = "bad \xff";
-    sim::Tv(home()).runs().add(1, call);
+    sim::Tv(home()).runs().record(1).add(call);
     EXPECT_EQ(recordsOfNewest(), count + 1) << "the next one begins a line of its own";
-    EXPECT_EQ(sim::Tv(home()).runs().calls(1).back().name, "bad ÿ") << "a record is JSON whatever it holds";
+    EXPECT_EQ(sim::Tv(home()).runs().record(1).calls().back().name, "bad ÿ") << "a record is JSON whatever it holds";
     EXPECT_THAT(tv("record").text, HasSubstr("outcome    done"));
     fs::resize_file(file, 100);
     EXPECT_THAT(tv("record").text, HasSubstr("its record is damaged"));
@@ -106,8 +106,8 @@ TEST_F(Records, OldRunsAreForgotten) {
     const sim::Tv kept(home());
     ASSERT_THAT(kept.runs().list(), SizeIs(2));
     EXPECT_EQ(kept.runs().newest(), 3);
-    EXPECT_THAT(kept.runs().calls(1), SizeIs(0));
-    EXPECT_THAT(kept.runs().log(2), Not(SizeIs(0)));
+    EXPECT_THAT(kept.runs().record(1).calls(), SizeIs(0));
+    EXPECT_THAT(kept.runs().record(2).log(), Not(SizeIs(0)));
     EXPECT_FALSE(fs::exists(home() / "runs/000001.jsonl"));
 }
 

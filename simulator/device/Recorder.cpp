@@ -18,9 +18,12 @@ int keptRuns() {
 
 }  // namespace
 
-Recorder::Recorder(Tv& tv, const EventLoop& loop) : m_tv(tv), m_runs(tv.runs()), m_loop(loop) {
-    m_run = m_runs.begin(static_cast<int>(::getpid()), toUtc(tv.now()));
-    attempt([&] { m_runs.keep(keptRuns()); });
+Recorder::Recorder(Tv& tv, const EventLoop& loop)
+    : m_tv(tv),
+      m_loop(loop),
+      m_run(tv.runs().begin(static_cast<int>(::getpid()), toUtc(tv.now()))),
+      m_record(tv.runs().record(m_run.id)) {
+    attempt([&] { tv.runs().keep(keptRuns()); });
 }
 
 void Recorder::launched(Operation operation, bool replyRequested) {
@@ -28,7 +31,7 @@ void Recorder::launched(Operation operation, bool replyRequested) {
     m_run.replyRequested = replyRequested;
     save();
     if (operation == Operation::Restore) {
-        attempt([&] { m_runs.addBefore(m_run.id, m_tv.fingerprints()); });
+        attempt([&] { m_record.addBefore(m_tv.fingerprints()); });
     }
 }
 
@@ -64,26 +67,24 @@ void Recorder::ended(RunEnd end, const std::string& detail) {
 void Recorder::call(std::string_view name, const std::string& arguments, const std::string& result,
                     const std::optional<std::int64_t>& fault) {
     attempt([&] {
-        m_runs.add(m_run.id,
-                   CallRecord{++m_seq, now(), std::string(name), limits::cut(arguments), limits::cut(result), fault});
+        m_record.add(CallRecord{++m_seq, now(), std::string(name), limits::cut(arguments), limits::cut(result), fault});
     });
 }
 
 void Recorder::systemLog(int priority, const std::string& tag, const std::string& text) {
     attempt([&] {
-        m_runs.add(m_run.id, LogRecord{++m_seq, now(), LogSink::System, priority, tag, "", "", 0, limits::cut(text)});
+        m_record.add(LogRecord{++m_seq, now(), LogSink::System, priority, tag, "", "", 0, limits::cut(text)});
     });
 }
 
 void Recorder::logger(const std::string& file, const std::string& function, int line, const std::string& message) {
     attempt([&] {
-        m_runs.add(m_run.id,
-                   LogRecord{++m_seq, now(), LogSink::Logger, 0, "", file, function, line, limits::cut(message)});
+        m_record.add(LogRecord{++m_seq, now(), LogSink::Logger, 0, "", file, function, line, limits::cut(message)});
     });
 }
 
 void Recorder::save() {
-    attempt([&] { m_runs.save(m_run); });
+    attempt([&] { m_record.save(m_run); });
 }
 
 template <typename Write>

@@ -46,9 +46,9 @@ private:
     std::int64_t now() const { return m_loop.now().count(); }
 
     const Tv& m_tv;
-    Runs& m_runs;
     const EventLoop& m_loop;
     Run m_run;
+    RunFile m_record;
     int m_seq = 0;
     int m_dropped = 0;
     std::string m_reason;

@@ -87,7 +87,7 @@ RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& c
                                 printed ? "\n" : "", printed ? contentOf(printed.get()) : ""));
     }
     RunReport report = reportOn(tv, store, *run);
-    tv.runs().add(run->id, report.verdict);
+    tv.runs().record(run->id).add(report.verdict);
     return report;
 }
 

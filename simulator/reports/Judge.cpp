@@ -133,7 +133,7 @@ std::vector<ItemVerdict> judgeItems(const Evidence& evidence) {
         return items;  // nothing was handed over, or not what was asked for
     }
     const Setup now = evidence.tv.setup();
-    const Fingerprints before = evidence.tv.runs().before(evidence.run.id);
+    const Fingerprints before = evidence.tv.runs().record(evidence.run.id).before();
     const Fingerprints after = evidence.isRestore() ? evidence.tv.fingerprints() : Fingerprints();
     for (const Name<Item>& each : NAMES<Item>) {
         const Item item = each.value;
@@ -383,7 +383,8 @@ void takeBackup(Evidence& evidence) {
 }  // namespace
 
 Verdict judge(const Tv& tv, const CloudStore& store, const Run& run) {
-    Evidence evidence{tv, store, run, tv.runs().calls(run.id), tv.runs().log(run.id), std::nullopt, std::nullopt};
+    Evidence evidence{tv,           store,       run, tv.runs().record(run.id).calls(), tv.runs().record(run.id).log(),
+                      std::nullopt, std::nullopt};
     Verdict verdict;
     if (!run.backup.empty()) {
         takeBackup(evidence);

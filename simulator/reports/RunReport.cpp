@@ -49,7 +49,7 @@ Verdict verdictByRecord(const Run& run) {
 }
 
 Verdict verdictOn(const Tv& tv, const CloudStore& store, const Run& run) {
-    if (std::optional<Verdict> given = tv.runs().verdict(run.id)) {
+    if (std::optional<Verdict> given = tv.runs().record(run.id).verdict()) {
         return *given;
     }
     return run.id == tv.runs().newest() ? judge(tv, store, run) : verdictByRecord(run);
@@ -96,12 +96,12 @@ RunReport reportOn(const Tv& tv, const CloudStore& store, const Run& run) {
 std::vector<Moment> timelineOf(const Tv& tv, const RunReport& report, const TimelineFilter& filter) {
     std::vector<Moment> timeline;
     const auto isDecisive = [&](int seq) { return seq == report.verdict.decisive; };
-    for (const CallRecord& call : tv.runs().calls(report.run.id)) {
+    for (const CallRecord& call : tv.runs().record(report.run.id).calls()) {
         if (passes(filter, call)) {
             timeline.push_back({call.seq, call.at, call, std::nullopt, isDecisive(call.seq)});
         }
     }
-    const std::vector<LogRecord> log = tv.runs().log(report.run.id);
+    const std::vector<LogRecord> log = tv.runs().record(report.run.id).log();
     for (const LogRecord& record : filter.sinks ? log : merged(log)) {
         if (passes(filter, record)) {
             timeline.push_back({record.seq, record.at, std::nullopt, record, isDecisive(record.seq)});

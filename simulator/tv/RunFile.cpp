@@ -12,156 +12,97 @@
 #include "simulator/base/Text.h"
 
 namespace fs = std::filesystem;
+using Json = nlohmann::json;
+
+namespace nlohmann {
+
+// Enums by their names; but a response is any number that the cloud may send.
+template <typename Enum>
+struct adl_serializer<Enum, std::enable_if_t<std::is_enum_v<Enum> && !std::is_same_v<Enum, sim::Response>>> {
+    static void to_json(Json& json, Enum value) { json = sim::nameOf(value); }
+    static void from_json(const Json& json, Enum& value) {
+        value = sim::fromName<Enum>(json.get<std::string_view>()).value();
+    }
+};
+
+template <typename Value>
+struct adl_serializer<std::optional<Value>> {
+    static void to_json(Json& json, const std::optional<Value>& value) { json = value ? Json(*value) : Json(); }
+    static void from_json(const Json& json, std::optional<Value>& value) {
+        value = json.is_null() ? std::nullopt : std::optional(json.get<Value>());
+    }
+};
+
+}  // namespace nlohmann
 
 namespace sim {
 
-namespace {
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Run, pid, started, operation, replyRequested, reply, response, reported, account,
+                                   clientId, category, backup, ended, detail)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CallRecord, seq, at, name, arguments, result, fault)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LogRecord, seq, at, sink, priority, tag, file, function, line, message)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ItemVerdict, item, state, detail)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Verdict, outcome, cause, why, decisive, items)
 
-// Keys in the order in which they are written: a line's first tells its kind.
-using Json = nlohmann::ordered_json;
+namespace {
 
 // Of the first line. It lies within one page of the kernel's cache, so that a kill cannot leave half of it.
 constexpr std::size_t HEAD_BYTES = 4096;
-constexpr std::size_t MAX_DETAIL_BYTES = 1024;
 
 // A text that is no UTF-8 would not be JSON.
-template <typename Value>
-Json json(const Value& value) {
-    if constexpr (std::is_convertible_v<const Value&, std::string_view>) {
-        return toUtf8(value);
-    } else {
-        return value;
+void makeUtf8(Json& json) {
+    if (json.is_string()) {
+        json = toUtf8(json.get_ref<const std::string&>());
+    } else if (json.is_structured()) {
+        for (Json& each : json) {
+            makeUtf8(each);
+        }
     }
 }
-template <typename Value>
-Json json(const std::optional<Value>& value) {
-    return value ? json(*value) : Json();
+
+template <typename Record>
+std::string lineOf(const char* kind, const Record& record) {
+    Json line = {{kind, record}};
+    makeUtf8(line);
+    return line.dump();
 }
 
-template <typename Enum>
-std::optional<Enum> enumOf(const Json& name) {
-    return fromName<Enum>(name.get<std::string>());
+// Nothing if the line is not whole: it is being rewritten, or a kill or a full disk has cut it off.
+template <typename Record>
+std::optional<Record> parseLine(const char* kind, std::string_view line) {
+    try {
+        return Json::parse(line).at(kind).template get<Record>();
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
 }
 
-template <typename Value>
-std::optional<Value> optionalOf(const Json& value) {
-    return value.is_null() ? std::nullopt : std::optional(value.get<Value>());
-}
-
-std::string headOf(const Run& run) {
-    std::string line = Json{{"run", json(run.started)},
-                            {"pid", run.pid},
-                            {"operation", json(nameOf(run.operation))},
-                            {"replyRequested", run.replyRequested},
-                            {"reply", json(run.reply)},
-                            {"response", run.response ? Json(codeOf(*run.response)) : Json()},
-                            {"reported", json(nameOf(run.reported))},
-                            {"account", json(run.account)},
-                            {"clientId", json(run.clientId)},
-                            {"category", json(run.category)},
-                            {"backup", json(run.backup)},
-                            {"ended", json(nameOf(run.ended))},
-                            {"detail", json(run.detail.substr(0, MAX_DETAIL_BYTES))}}
-                           .dump();
+std::string headOf(Run run) {
+    std::string line = lineOf("run", run);
+    while (line.size() >= HEAD_BYTES && !run.detail.empty()) {
+        run.detail.resize(run.detail.size() / 2);
+        line = lineOf("run", run);
+    }
     line.resize(HEAD_BYTES - 1, ' ');
     return line + '\n';
 }
 
-// Nothing: it is being rewritten, or a power cut has left half of it.
-std::optional<Run> parseHead(const std::string& line) {
-    const Json head = Json::parse(line, nullptr, false);
-    if (!head.is_object()) {
-        return std::nullopt;
-    }
-    try {
-        Run run;
-        run.started = head.at("run");
-        run.pid = head.at("pid");
-        run.operation = enumOf<Operation>(head.at("operation")).value_or(Operation::None);
-        run.replyRequested = head.at("replyRequested");
-        run.reply = optionalOf<int>(head.at("reply"));
-        if (const std::optional<int> response = optionalOf<int>(head.at("response"))) {
-            run.response = static_cast<Response>(*response);
-        }
-        run.reported = enumOf<Reported>(head.at("reported")).value_or(Reported::Nothing);
-        run.account = head.at("account");
-        run.clientId = head.at("clientId");
-        run.category = head.at("category");
-        run.backup = head.at("backup");
-        run.ended = enumOf<RunEnd>(head.at("ended")).value_or(RunEnd::Crashed);
-        run.detail = head.at("detail");
-        return run;
-    } catch (const Json::exception&) {
-        return std::nullopt;
-    }
-}
-
-CallRecord callOf(const Json& line) {
-    CallRecord call;
-    call.name = line.at("call");
-    call.seq = line.at("seq");
-    call.at = line.at("at");
-    call.arguments = line.at("arguments");
-    call.result = line.at("result");
-    call.fault = optionalOf<std::int64_t>(line.at("fault"));
-    return call;
-}
-
-LogRecord logOf(const Json& line) {
-    LogRecord log;
-    log.message = line.at("log");
-    log.seq = line.at("seq");
-    log.at = line.at("at");
-    log.sink = enumOf<LogSink>(line.at("sink")).value_or(LogSink::System);
-    log.priority = line.at("priority");
-    log.tag = line.at("tag");
-    log.file = line.at("file");
-    log.function = line.at("function");
-    log.line = line.at("line");
-    return log;
-}
-
-Fingerprints fingerprintsOf(const Json& line) {
-    Fingerprints fingerprints;
-    for (const auto& [name, digest] : line.at("before").items()) {
-        if (const std::optional<Item> item = fromName<Item>(name)) {
-            fingerprints[*item] = digest;
-        }
-    }
-    return fingerprints;
-}
-
-Verdict verdictOf(const Json& line) {
-    Verdict verdict;
-    verdict.outcome = enumOf<Outcome>(line.at("verdict")).value_or(Outcome::Failed);
-    verdict.cause = enumOf<Cause>(line.at("cause")).value_or(Cause::Other);
-    verdict.why = line.at("why");
-    verdict.decisive = line.at("decisive");
-    for (const Json& each : line.at("items")) {
-        const std::optional<Item> item = enumOf<Item>(each.at("item"));
-        const std::optional<ItemState> state = enumOf<ItemState>(each.at("state"));
-        if (item && state) {
-            verdict.items.push_back({*item, *state, each.at("detail")});
-        }
-    }
-    return verdict;
-}
-
-// Visits the lines of a kind. Most lines of a long record are of another, and are not parsed.
-void forEachOf(const fs::path& file, std::string_view kind, const std::function<void(const Json&)>& visit) {
+// The records of one kind. Most lines of a long file are of another, and are not parsed.
+template <typename Record>
+std::vector<Record> recordsOf(const fs::path& file, const char* kind) {
+    std::vector<Record> records;
     const std::string begin = fmt::format("{{\"{}\":", kind);
-    forEachLine(file, [&](std::string_view line) {
-        if (line.compare(0, begin.size(), begin) != 0) {
-            return;
-        }
-        const Json parsed = Json::parse(line, nullptr, false);
-        try {
-            if (parsed.is_object()) {
-                visit(parsed);
+    const auto take = [&](std::string_view line) {
+        if (line.compare(0, begin.size(), begin) == 0) {
+            if (std::optional<Record> record = parseLine<Record>(kind, line)) {
+                records.push_back(std::move(*record));
             }
-        } catch (const Json::exception&) {  // not as it is written here
         }
-    });
+    };
+    if (isRegularFile(file)) {
+        forEachLine(file, take);
+    }
+    return records;
 }
 
 }  // namespace
@@ -180,48 +121,19 @@ void RunFile::save(const Run& run) {
 }
 
 void RunFile::add(const CallRecord& call) {
-    append(Json{{"call", json(call.name)},
-                {"seq", call.seq},
-                {"at", call.at},
-                {"arguments", json(call.arguments)},
-                {"result", json(call.result)},
-                {"fault", json(call.fault)}}
-               .dump());
+    append(lineOf("call", call));
 }
 
 void RunFile::add(const LogRecord& log) {
-    append(Json{{"log", json(log.message)},
-                {"seq", log.seq},
-                {"at", log.at},
-                {"sink", json(nameOf(log.sink))},
-                {"priority", log.priority},
-                {"tag", json(log.tag)},
-                {"file", json(log.file)},
-                {"function", json(log.function)},
-                {"line", log.line}}
-               .dump());
+    append(lineOf("log", log));
 }
 
 void RunFile::addBefore(const Fingerprints& fingerprints) {
-    Json digests = Json::object();
-    for (const auto& [item, digest] : fingerprints) {
-        digests[std::string(nameOf(item))] = digest;
-    }
-    append(Json{{"before", digests}}.dump());
+    append(lineOf("before", fingerprints));
 }
 
 void RunFile::add(const Verdict& verdict) {
-    Json items = Json::array();
-    for (const ItemVerdict& item : verdict.items) {
-        items.push_back(Json{
-            {"item", json(nameOf(item.item))}, {"state", json(nameOf(item.state))}, {"detail", json(item.detail)}});
-    }
-    append(Json{{"verdict", json(nameOf(verdict.outcome))},
-                {"cause", json(nameOf(verdict.cause))},
-                {"why", json(verdict.why)},
-                {"decisive", verdict.decisive},
-                {"items", items}}
-               .dump());
+    append(lineOf("verdict", verdict));
 }
 
 Run RunFile::run() const {
@@ -231,7 +143,7 @@ Run RunFile::run() const {
         std::string head(HEAD_BYTES, '\0');
         const ssize_t size = ::pread(descriptor.get(), head.data(), head.size(), 0);
         head.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
-        if (std::optional<Run> run = parseHead(head)) {
+        if (std::optional<Run> run = parseLine<Run>("run", head)) {
             return *run;
         }
     }
@@ -241,24 +153,22 @@ Run RunFile::run() const {
     return damaged;
 }
 
-void RunFile::forEachCall(const std::function<void(CallRecord)>& visit) const {
-    forEachOf(m_file, "call", [&](const Json& line) { visit(callOf(line)); });
+std::vector<CallRecord> RunFile::calls() const {
+    return recordsOf<CallRecord>(m_file, "call");
 }
 
-void RunFile::forEachLog(const std::function<void(LogRecord)>& visit) const {
-    forEachOf(m_file, "log", [&](const Json& line) { visit(logOf(line)); });
+std::vector<LogRecord> RunFile::log() const {
+    return recordsOf<LogRecord>(m_file, "log");
 }
 
 Fingerprints RunFile::before() const {
-    Fingerprints fingerprints;
-    forEachOf(m_file, "before", [&](const Json& line) { fingerprints = fingerprintsOf(line); });
-    return fingerprints;
+    const std::vector<Fingerprints> all = recordsOf<Fingerprints>(m_file, "before");
+    return all.empty() ? Fingerprints() : all.back();
 }
 
 std::optional<Verdict> RunFile::verdict() const {
-    std::optional<Verdict> verdict;
-    forEachOf(m_file, "verdict", [&](const Json& line) { verdict = verdictOf(line); });
-    return verdict;
+    const std::vector<Verdict> all = recordsOf<Verdict>(m_file, "verdict");
+    return all.empty() ? std::nullopt : std::optional(all.back());
 }
 
 void RunFile::open() {

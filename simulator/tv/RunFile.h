@@ -1,13 +1,13 @@
 // The file of a run's record: lines of JSON. The first says how the run stands, and is padded so that it can be
-// rewritten in its place, even on a full disk. The others are appended as things happen: {"call": ...}, {"log": ...},
-// {"before": ...} and {"verdict": ...}. A line that a kill or a full disk has cut off is skipped.
+// rewritten in its place, even on a full disk. The others are appended as things happen. Each is an object whose one
+// key tells its kind: {"run": ...}, then {"call": ...}, {"log": ...}, {"before": ...} and {"verdict": ...}. A line that
+// a kill or a full disk has cut off is skipped.
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <optional>
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "simulator/base/Descriptor.h"
 #include "simulator/lineup/Setup.h"
@@ -20,22 +20,21 @@ class RunFile {
 public:
     explicit RunFile(std::filesystem::path file) : m_file(std::move(file)) {}
 
-    // Writing throws Error if it fails; what was there before stays. From here on a record is kept, whatever becomes of
-    // the process; a power cut may take the last ones.
+    // Writing throws Error if it fails; what was there before stays. The caller must hold the TV's run lock (lockTv).
+    // What is written outlives this process; a power cut may take the last records.
     void create(const Run& run);
     void save(const Run& run);
     void add(const CallRecord& call);
     void add(const LogRecord& log);
-    void addBefore(const Fingerprints& fingerprints);
+    void addBefore(const Fingerprints& fingerprints);  // what the TV's items were when the run began
     void add(const Verdict& verdict);
 
-    // Reading may go on while another process writes. Throws Error if the file cannot be read. The id of the run is its
-    // file's.
-    Run run() const;
-    void forEachCall(const std::function<void(CallRecord)>& visit) const;
-    void forEachLog(const std::function<void(LogRecord)>& visit) const;
-    Fingerprints before() const;
-    std::optional<Verdict> verdict() const;
+    // Reading may go on while another process writes. Throws Error if the file cannot be read.
+    Run run() const;  // without its id, which is in the name of the file
+    std::vector<CallRecord> calls() const;
+    std::vector<LogRecord> log() const;
+    Fingerprints before() const;             // none were added: empty
+    std::optional<Verdict> verdict() const;  // nothing if nobody has looked at the end of the run
 
 private:
     void open();

@@ -46,10 +46,10 @@ std::vector<Run> Runs::list() const {
 }
 
 std::optional<Run> Runs::find(std::int64_t id) const {
-    if (!has(id)) {
+    if (!isRegularFile(fileOf(id))) {
         return std::nullopt;
     }
-    Run run = RunFile(fileOf(id)).run();
+    Run run = record(id).run();
     run.id = id;
     if (run.ended == RunEnd::Running && !isAlive(run.pid)) {
         run.ended = RunEnd::Crashed;
@@ -63,59 +63,14 @@ std::int64_t Runs::newest() const {
     return all.empty() ? 0 : all.back();
 }
 
-std::vector<CallRecord> Runs::calls(std::int64_t run) const {
-    std::vector<CallRecord> calls;
-    if (has(run)) {
-        RunFile(fileOf(run)).forEachCall([&](CallRecord call) { calls.push_back(std::move(call)); });
-    }
-    return calls;
-}
-
-std::vector<LogRecord> Runs::log(std::int64_t run) const {
-    std::vector<LogRecord> records;
-    if (has(run)) {
-        RunFile(fileOf(run)).forEachLog([&](LogRecord log) { records.push_back(std::move(log)); });
-    }
-    return records;
-}
-
-void Runs::addBefore(std::int64_t run, const Fingerprints& fingerprints) {
-    writer(run).addBefore(fingerprints);
-}
-
-Fingerprints Runs::before(std::int64_t run) const {
-    return has(run) ? RunFile(fileOf(run)).before() : Fingerprints();
-}
-
-void Runs::add(std::int64_t run, const Verdict& verdict) {
-    writer(run).add(verdict);
-}
-
-std::optional<Verdict> Runs::verdict(std::int64_t run) const {
-    return has(run) ? RunFile(fileOf(run)).verdict() : std::nullopt;
-}
-
 Run Runs::begin(int pid, const std::string& started) {
     makeFolders(m_folder);
     Run run;
     run.id = newest() + 1;
     run.pid = pid;
     run.started = started;
-    m_written = run.id;
-    m_writer.emplace(fileOf(run.id)).create(run);
+    record(run.id).create(run);
     return run;
-}
-
-void Runs::save(const Run& run) {
-    writer(run.id).save(run);
-}
-
-void Runs::add(std::int64_t run, const CallRecord& call) {
-    writer(run).add(call);
-}
-
-void Runs::add(std::int64_t run, const LogRecord& log) {
-    writer(run).add(log);
 }
 
 void Runs::keep(int count) {
@@ -127,10 +82,10 @@ void Runs::keep(int count) {
 
 std::optional<Run> Runs::close(std::int64_t after, int pid, const std::string& detail) {
     const std::int64_t id = newest();
-    if (id <= after || !has(id)) {
+    if (id <= after) {
         return std::nullopt;
     }
-    Run run = RunFile(fileOf(id)).run();
+    Run run = record(id).run();
     run.id = id;
     if (run.pid != pid) {
         return std::nullopt;
@@ -138,7 +93,7 @@ std::optional<Run> Runs::close(std::int64_t after, int pid, const std::string& d
     if (run.ended == RunEnd::Running) {
         run.ended = RunEnd::Crashed;
         run.detail = detail;
-        save(run);
+        record(id).save(run);
     }
     return run;
 }
@@ -154,20 +109,8 @@ std::vector<std::int64_t> Runs::ids() const {
     return ids;
 }
 
-fs::path Runs::fileOf(std::int64_t run) const {
-    return m_folder / fmt::format("{:06}{}", run, SUFFIX);
-}
-
-bool Runs::has(std::int64_t run) const {
-    return isRegularFile(fileOf(run));
-}
-
-RunFile& Runs::writer(std::int64_t run) {
-    if (!m_writer || m_written != run) {
-        m_writer.emplace(fileOf(run));
-        m_written = run;
-    }
-    return *m_writer;
+fs::path Runs::fileOf(std::int64_t id) const {
+    return m_folder / fmt::format("{:06}{}", id, SUFFIX);
 }
 
 }  // namespace sim

@@ -106,7 +106,7 @@ void Watch::watchRun(const std::string& name, Tv& tv, Seen& seen, std::string& e
             seen.seq = moment.seq;
         }
     }
-    const bool isJudged = tv.runs().verdict(run->id).has_value();
+    const bool isJudged = tv.runs().record(run->id).verdict().has_value();
     seen.isOpen = run->ended == RunEnd::Running || !isJudged;
     data["isOpen"] = seen.isOpen;
     if (!data["moments"].empty() || !seen.isOpen) {

@@ -92,7 +92,7 @@ std::vector<std::string> timelineOf(const std::vector<sim::CallRecord>& calls, c
 
 std::vector<sim::LogRecord> newestLog() {
     const sim::Runs& runs = sim::Device::current().tv.runs();
-    return runs.log(runs.newest());
+    return runs.record(runs.newest()).log();
 }
 
 template <typename Items, typename Name>
@@ -193,12 +193,12 @@ RunResult TestTv::launch(const Strings& arguments) {
     const bool isCrash = run->ended == sim::RunEnd::Crashed;
     EXPECT_EQ(WIFSIGNALED(outcome.exitStatus), isCrash) << readFile(errors);
     EXPECT_TRUE(isCrash || run->ended == sim::RunEnd::Refused || outcome.exitStatus == 0) << readFile(errors);
-    const std::vector<sim::LogRecord> log = tv.runs().log(run->id);
+    const std::vector<sim::LogRecord> log = tv.runs().record(run->id).log();
     expectListedRecords(log);
     for (const std::string& message : messagesOf(log)) {
         outcome.log.push_back(readable(message, *this));
     }
-    outcome.calls = tv.runs().calls(run->id);
+    outcome.calls = tv.runs().record(run->id).calls();
     for (sim::CallRecord& call : outcome.calls) {
         call.arguments = readable(call.arguments, *this);
     }
