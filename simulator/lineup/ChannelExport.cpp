@@ -1,6 +1,7 @@
 #include "simulator/lineup/ChannelExport.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cctype>
@@ -14,7 +15,7 @@ namespace sim {
 
 namespace {
 
-// A text where a line break would end the line.
+// A text that must not end its line.
 std::string inALine(std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
@@ -53,7 +54,7 @@ std::string withHeaders(const std::vector<Service>& services, const std::vector<
     return text;
 }
 
-// With headers that bring about the numbers and groups that the services have.
+// With headers made from the numbers and groups of the services.
 std::string withMadeHeaders(const std::vector<Service>& services) {
     std::string text;
     int group = 0;
@@ -72,7 +73,7 @@ std::string withMadeHeaders(const std::vector<Service>& services) {
     return text;
 }
 
-// The list as it was, as long as it still says what the services are.
+// The list as it was read, if that still gives the services their numbers and groups.
 std::string vdr(const std::vector<Service>& services, const std::vector<ListHeader>& headers) {
     std::string text = withHeaders(services, headers);
     const std::vector<Service> read = parseChannelList(text, "").services;
@@ -99,8 +100,10 @@ std::string m3u(const std::vector<Service>& services) {
 }
 
 // The letters of a channel list's parameters, with what follows each: "HC23M5" is H, C 23, M 5.
-std::map<char, std::string> parametersOf(const std::string& text) {
-    std::map<char, std::string> parameters;
+using Parameters = std::map<char, std::string>;
+
+Parameters parametersOf(const std::string& text) {
+    Parameters parameters;
     char letter = 0;
     for (const char c : text) {
         if (std::isdigit(static_cast<unsigned char>(c)) == 0) {
@@ -113,56 +116,44 @@ std::map<char, std::string> parametersOf(const std::string& text) {
     return parameters;
 }
 
-struct Word {
-    std::string_view code;
-    std::string_view word;
-};
-constexpr std::array<Word, 11> RATES{{{"0", "NONE"},
-                                      {"12", "1/2"},
-                                      {"23", "2/3"},
-                                      {"34", "3/4"},
-                                      {"35", "3/5"},
-                                      {"45", "4/5"},
-                                      {"56", "5/6"},
-                                      {"67", "6/7"},
-                                      {"78", "7/8"},
-                                      {"89", "8/9"},
-                                      {"910", "9/10"}}};
-constexpr std::array<Word, 12> MODULATIONS{{{"2", "QPSK"},
-                                            {"5", "PSK/8"},
-                                            {"6", "APSK/16"},
-                                            {"7", "APSK/32"},
-                                            {"10", "VSB/8"},
-                                            {"11", "VSB/16"},
-                                            {"12", "DQPSK"},
-                                            {"16", "QAM/16"},
-                                            {"32", "QAM/32"},
-                                            {"64", "QAM/64"},
-                                            {"128", "QAM/128"},
-                                            {"256", "QAM/256"}}};
-constexpr std::array<Word, 6> TRANSMISSIONS{
-    {{"1", "1K"}, {"2", "2K"}, {"4", "4K"}, {"8", "8K"}, {"16", "16K"}, {"32", "32K"}}};
-constexpr std::array<Word, 7> GUARDS{{{"4", "1/4"},
-                                      {"8", "1/8"},
-                                      {"16", "1/16"},
-                                      {"32", "1/32"},
-                                      {"128", "1/128"},
-                                      {"19128", "19/128"},
-                                      {"19256", "19/256"}}};
-constexpr std::array<Word, 4> HIERARCHIES{{{"0", "NONE"}, {"1", "1"}, {"2", "2"}, {"4", "4"}}};
-constexpr std::array<Word, 3> ROLLOFFS{{{"20", "20"}, {"25", "25"}, {"35", "35"}}};
-constexpr std::array<Word, 4> POLARIZATIONS{{{"H", "HORIZONTAL"}, {"V", "VERTICAL"}, {"L", "LEFT"}, {"R", "RIGHT"}}};
-
-// "AUTO" where the list leaves it open.
-template <std::size_t N>
-std::string_view wordOf(const std::array<Word, N>& words, const std::map<char, std::string>& parameters, char letter) {
+std::string valueOf(const Parameters& parameters, char letter) {
     const auto found = parameters.find(letter);
-    for (const Word& word : words) {
-        if (found != parameters.end() && found->second == word.code) {
-            return word.word;
+    return found == parameters.end() ? "" : found->second;
+}
+
+bool isSecondGeneration(const Parameters& parameters) {
+    return valueOf(parameters, 'S') == "1";
+}
+
+// What the format calls the values of a parameter.
+constexpr char RATES[] = " 0=NONE 12=1/2 23=2/3 34=3/4 35=3/5 45=4/5 56=5/6 67=6/7 78=7/8 89=8/9 910=9/10 ";
+constexpr char MODULATIONS[] =
+    " 2=QPSK 5=PSK/8 6=APSK/16 7=APSK/32 10=VSB/8 11=VSB/16 12=DQPSK 16=QAM/16 32=QAM/32 64=QAM/64 128=QAM/128"
+    " 256=QAM/256 ";
+constexpr char TRANSMISSIONS[] = " 1=1K 2=2K 4=4K 8=8K 16=16K 32=32K ";
+constexpr char GUARDS[] = " 4=1/4 8=1/8 16=1/16 32=1/32 128=1/128 19128=19/128 19256=19/256 ";
+constexpr char HIERARCHIES[] = " 0=NONE 1=1 2=2 4=4 ";
+constexpr char ROLLOFFS[] = " 20=20 25=25 35=35 ";
+
+// "AUTO" if the list leaves it open.
+std::string_view wordOf(std::string_view words, const Parameters& parameters, char letter) {
+    const std::string key = fmt::format(" {}=", valueOf(parameters, letter));
+    const std::size_t at = words.find(key);
+    if (at == std::string_view::npos) {
+        return "AUTO";
+    }
+    words.remove_prefix(at + key.size());
+    return words.substr(0, words.find(' '));
+}
+
+std::string_view polarizationOf(const Parameters& parameters) {
+    for (const auto& [letter, word] :
+         {std::pair('R', "RIGHT"), std::pair('L', "LEFT"), std::pair('V', "VERTICAL"), std::pair('H', "HORIZONTAL")}) {
+        if (parameters.count(letter) != 0) {
+            return word;
         }
     }
-    return "AUTO";
+    return "OFF";
 }
 
 // The pids of a field such as "104=deu@3,105;106", decimal numbers.
@@ -179,85 +170,64 @@ std::vector<std::string> pidsOf(const std::string& field) {
     return pids;
 }
 
-// A list of lines "<tab>KEY = value".
-class Section {
-public:
-    explicit Section(const std::string& name) : m_text("[" + name + "]\n") {}
+template <typename Value>
+void add(std::string& section, std::string_view key, const Value& value) {
+    section += fmt::format("\t{} = {}\n", key, value);
+}
 
-    template <typename Value>
-    void add(std::string_view key, const Value& value) {
-        m_text += fmt::format("\t{} = {}\n", key, value);
-    }
-
-    std::string text() const { return m_text + "\n"; }
-
-private:
-    std::string m_text;
-};
-
-void addSatellite(Section& section, const Service& service, const std::map<char, std::string>& parameters) {
-    const auto system = parameters.find('S');
-    const bool isSecond = system != parameters.end() && system->second == "1";
-    std::string_view polarization = "OFF";
-    for (const Word& word : POLARIZATIONS) {
-        if (parameters.count(word.code.front()) != 0) {
-            polarization = word.word;
-        }
-    }
-    section.add("FREQUENCY", service.frequency / 1000);
-    section.add("SYMBOL_RATE", service.symbolRate * 1000);
-    section.add("INNER_FEC", wordOf(RATES, parameters, 'C'));
-    section.add("MODULATION", isSecond ? wordOf(MODULATIONS, parameters, 'M') : "QPSK");
+void addSatellite(std::string& section, const Service& service, const Parameters& parameters) {
+    const bool isSecond = isSecondGeneration(parameters);
+    add(section, "FREQUENCY", service.frequency / 1000);
+    add(section, "SYMBOL_RATE", service.symbolRate * 1000);
+    add(section, "INNER_FEC", wordOf(RATES, parameters, 'C'));
+    add(section, "MODULATION", isSecond ? wordOf(MODULATIONS, parameters, 'M') : "QPSK");
     if (isSecond) {
-        section.add("ROLLOFF", wordOf(ROLLOFFS, parameters, 'O'));
-        section.add("PILOT", "AUTO");
+        add(section, "ROLLOFF", wordOf(ROLLOFFS, parameters, 'O'));
+        add(section, "PILOT", "AUTO");
     }
-    section.add("POLARIZATION", polarization);
-    section.add("INVERSION", "AUTO");
-    section.add("DELIVERY_SYSTEM", isSecond ? "DVBS2" : "DVBS");
+    add(section, "POLARIZATION", polarizationOf(parameters));
+    add(section, "INVERSION", "AUTO");
+    add(section, "DELIVERY_SYSTEM", isSecond ? "DVBS2" : "DVBS");
 }
 
-void addCable(Section& section, const Service& service, const std::map<char, std::string>& parameters) {
-    section.add("FREQUENCY", service.frequency);
-    section.add("SYMBOL_RATE", service.symbolRate * 1000);
-    section.add("INNER_FEC", wordOf(RATES, parameters, 'C'));
-    section.add("MODULATION", wordOf(MODULATIONS, parameters, 'M'));
-    section.add("INVERSION", "AUTO");
-    section.add("DELIVERY_SYSTEM", "DVBC/ANNEX_A");
+void addCable(std::string& section, const Service& service, const Parameters& parameters) {
+    add(section, "FREQUENCY", service.frequency);
+    add(section, "SYMBOL_RATE", service.symbolRate * 1000);
+    add(section, "INNER_FEC", wordOf(RATES, parameters, 'C'));
+    add(section, "MODULATION", wordOf(MODULATIONS, parameters, 'M'));
+    add(section, "INVERSION", "AUTO");
+    add(section, "DELIVERY_SYSTEM", "DVBC/ANNEX_A");
 }
 
-void addTerrestrial(Section& section, const Service& service, const std::map<char, std::string>& parameters) {
+void addTerrestrial(std::string& section, const Service& service, const Parameters& parameters) {
     constexpr int HZ = 1'000'000;
-    const auto bandwidth = parameters.find('B');
-    const auto system = parameters.find('S');
-    const bool isSecond = system != parameters.end() && system->second == "1";
-    section.add("FREQUENCY", service.frequency);
-    section.add("BANDWIDTH_HZ", bandwidth == parameters.end() ? 0 : toNumber<int>(bandwidth->second).value_or(0) * HZ);
-    section.add("CODE_RATE_HP", wordOf(RATES, parameters, 'C'));
-    section.add("CODE_RATE_LP", wordOf(RATES, parameters, 'D'));
-    section.add("MODULATION", wordOf(MODULATIONS, parameters, 'M'));
-    section.add("TRANSMISSION_MODE", wordOf(TRANSMISSIONS, parameters, 'T'));
-    section.add("GUARD_INTERVAL", wordOf(GUARDS, parameters, 'G'));
-    section.add("HIERARCHY", wordOf(HIERARCHIES, parameters, 'Y'));
-    section.add("INVERSION", "AUTO");
-    section.add("DELIVERY_SYSTEM", isSecond ? "DVBT2" : "DVBT");
+    add(section, "FREQUENCY", service.frequency);
+    add(section, "BANDWIDTH_HZ", toNumber<int>(valueOf(parameters, 'B')).value_or(0) * HZ);
+    add(section, "CODE_RATE_HP", wordOf(RATES, parameters, 'C'));
+    add(section, "CODE_RATE_LP", wordOf(RATES, parameters, 'D'));
+    add(section, "MODULATION", wordOf(MODULATIONS, parameters, 'M'));
+    add(section, "TRANSMISSION_MODE", wordOf(TRANSMISSIONS, parameters, 'T'));
+    add(section, "GUARD_INTERVAL", wordOf(GUARDS, parameters, 'G'));
+    add(section, "HIERARCHY", wordOf(HIERARCHIES, parameters, 'Y'));
+    add(section, "INVERSION", "AUTO");
+    add(section, "DELIVERY_SYSTEM", isSecondGeneration(parameters) ? "DVBT2" : "DVBT");
 }
 
-// Nothing: no delivery system of the format is the service's.
+// Nothing if the format has no delivery system for the service.
 std::optional<std::string> dvbv5Section(const Service& service) {
     std::string name = inALine(service.name);
     std::replace_if(
         name.begin(), name.end(), [](char c) { return c == '[' || c == ']'; }, '|');
-    Section section(name);
-    section.add("SERVICE_ID", service.sid);
+    std::string section = fmt::format("[{}]\n", name);
+    add(section, "SERVICE_ID", service.sid);
     for (const auto& [key, field] :
          {std::pair("VIDEO_PID", service.videoPid), std::pair("AUDIO_PID", service.audioPids)}) {
         const std::vector<std::string> pids = pidsOf(field);
         if (!pids.empty()) {
-            section.add(key, fmt::format("{}", fmt::join(pids, " ")));
+            add(section, key, fmt::format("{}", fmt::join(pids, " ")));
         }
     }
-    const std::map<char, std::string> parameters = parametersOf(service.parameters);
+    const Parameters parameters = parametersOf(service.parameters);
     switch (service.source.empty() ? 0 : service.source.front()) {
         case 'S':
             addSatellite(section, service, parameters);
@@ -271,7 +241,7 @@ std::optional<std::string> dvbv5Section(const Service& service) {
         default:
             return std::nullopt;
     }
-    return section.text();
+    return section + "\n";
 }
 
 ChannelExport dvbv5(const std::vector<Service>& services) {
