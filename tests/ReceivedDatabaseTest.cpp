@@ -157,7 +157,8 @@ TEST_F(Received, SpendsABudgetOfSteps) {
         .run("PRAGMA synchronous = OFF; CREATE TABLE t(x); CREATE INDEX i ON t(" + sum +
              "); WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 3000) INSERT INTO t SELECT i "
              "FROM n");
-    EXPECT_THAT([&] { sim::ReceivedDatabase{file}; },
+    Database own(folder / "own.db", Database::Access::Create);
+    EXPECT_THAT([&] { sim::ReceivedDatabase(file, own); },
                 ::testing::ThrowsMessage<sim::Error>(::testing::HasSubstr("interrupted")));
 }
 

@@ -66,7 +66,7 @@ int flagsFor(Database::Access access) {
         case Database::Access::Change:
             return SQLITE_OPEN_READWRITE;
         default:
-            return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+            return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_URI;  // for attach()
     }
 }
 
@@ -150,6 +150,17 @@ Database::Database(const fs::path& file, Access access) : m_name(file.string()) 
     if (access == Access::Look && !canRead() && !pathExists(file.string() + "-wal")) {
         open(immutableUri(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
     }
+}
+
+Database Database::makeBeside(const fs::path& file, const std::string& schema) {
+    Database database(file, Access::Create);
+    database.run("PRAGMA journal_mode = MEMORY; PRAGMA synchronous = OFF; PRAGMA foreign_keys = ON");
+    database.run(schema);
+    return database;
+}
+
+void Database::attach(const fs::path& file, std::string_view name) {
+    Statement(*this, "ATTACH ? AS ?").bind(immutableUri(file), name).run();
 }
 
 void Database::open(const std::string& name, int flags) {

@@ -60,8 +60,6 @@ public:
     std::optional<std::int64_t> optionalInteger(int column) const;
 
 private:
-    friend class ReceivedDatabase;
-
     // Lets go of the database; what is bound stays bound.
     void reset();
     void check(int code);
@@ -83,6 +81,13 @@ public:
     };
 
     Database(const std::filesystem::path& file, Access access);
+
+    // Makes one that is still beside its place, and gone after a crash: it needs no journal on the disk, and is synced
+    // whole when it is put in place.
+    static Database makeBeside(const std::filesystem::path& file, const std::string& schema);
+
+    // Attaches a file that nobody changes under a name, for reading only.
+    void attach(const std::filesystem::path& file, std::string_view name);
 
     // Runs statements that need no values and give no rows.
     void run(const std::string& script);

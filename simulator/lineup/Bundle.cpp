@@ -12,6 +12,7 @@
 #include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
+#include "simulator/lineup/ReceivedDatabase.h"
 #include "simulator/lineup/Words.h"
 
 namespace fs = std::filesystem;
@@ -34,10 +35,6 @@ std::string withoutFolder(std::string message, const fs::path& folder) {
         message.erase(at, prefix.size());
     }
     return message;
-}
-
-bool isOfBundle(const Error& error) {
-    return error.kind() == Error::Kind::Damaged || error.kind() == Error::Kind::Missing;
 }
 
 // The settings by key that a restore applies. Throws Error if it would fail at them.
@@ -163,7 +160,7 @@ void Bundle::read(Item item, const fs::path& folder, Read read) {
         read();
         m_parts[item] = {PartState::Whole, ""};
     } catch (const Error& error) {
-        if (!isOfBundle(error)) {
+        if (!isOfReceived(error)) {
             throw;
         }
         m_parts[item] = {PartState::Damaged, withoutFolder(error.what(), folder)};
@@ -199,7 +196,7 @@ void Bundle::readSettings(const fs::path& folder) {
     try {
         values = settingsOf(readReceived(folder / application::SETTINGS_ENTRY, limits::SETTINGS_FILE_BYTES));
     } catch (const Error& error) {
-        if (!isOfBundle(error)) {
+        if (!isOfReceived(error)) {
             throw;
         }
         problem = withoutFolder(error.what(), folder);

@@ -15,12 +15,7 @@ namespace {
 
 constexpr char DATABASE[] = "iss.db";
 
-Database makeBeside(const fs::path& path) {
-    Database database(path, Database::Access::Create);
-    database.run("PRAGMA journal_mode = MEMORY; PRAGMA synchronous = OFF");
-    database.run("CREATE TABLE iss(key TEXT PRIMARY KEY, value TEXT NOT NULL) STRICT");
-    return database;
-}
+constexpr char SCHEMA[] = "CREATE TABLE iss(key TEXT PRIMARY KEY, value TEXT NOT NULL) STRICT";
 
 }  // namespace
 
@@ -29,17 +24,17 @@ void adoptIss(const fs::path& archive, const fs::path& built) {
     if (!extractEntry(archive, DATABASE, scratch / DATABASE)) {
         throw Error(Error::Kind::Damaged, fmt::format("{}: holds no {}", archive.string(), DATABASE));
     }
-    const ReceivedDatabase received(scratch / DATABASE);
-    Database database = makeBeside(built);
+    Database database = Database::makeBeside(built, SCHEMA);
+    ReceivedDatabase received(scratch / DATABASE, database);
     Transaction transaction(database);
-    received.copy({"iss", {"key", "value"}, {}}, database);
+    received.copy({"iss", {"key", "value"}, {}});
     transaction.commit();
 }
 
 void IssDb::create(const Entries& entries) const {
     const ScratchFolder scratch(m_file.parent_path());
     {
-        Database database = makeBeside(scratch / DATABASE);
+        Database database = Database::makeBeside(scratch / DATABASE, SCHEMA);
         Transaction transaction(database);
         for (const auto& [key, value] : entries) {
             database.change("INSERT INTO iss VALUES(?, ?)", key, value);

@@ -102,15 +102,6 @@ void readService(const Statement& query, Service& service) {
     }
 }
 
-// A database that is still beside its place, and gone after a crash: it needs no journal on the disk, and is synced
-// whole before it is put in place.
-Database makeBeside(const fs::path& path) {
-    Database database(path, Database::Access::Create);
-    database.run("PRAGMA journal_mode = MEMORY; PRAGMA synchronous = OFF; PRAGMA foreign_keys = ON");
-    database.run(schema());
-    return database;
-}
-
 // The rows of a channel list, one after the other.
 class Insertion final : public ChannelSink {
 public:
@@ -149,14 +140,14 @@ private:
     Statement m_insert;
 };
 
-// A failure of what was received, and not of the place where it is worked on.
+// Whether a step fails due to what was received.
 template <typename Step>
 bool isRefused(Step step) {
     try {
         step();
         return false;
     } catch (const Error& error) {
-        if (error.kind() != Error::Kind::Damaged && error.kind() != Error::Kind::Missing) {
+        if (!isOfReceived(error)) {
             throw;
         }
         return true;
@@ -164,16 +155,15 @@ bool isRefused(Step step) {
 }
 
 // The rows of a received database in tables of our own.
-std::optional<ReplaceStatus> adoptRows(const ReceivedDatabase& received, const fs::path& built) {
-    Database database = makeBeside(built);
+std::optional<ReplaceStatus> adoptRows(ReceivedDatabase& received, Database& database) {
     Transaction transaction(database);
     std::uint64_t count = 0;
     if (isRefused([&] {
-            received.copy(GROUPS, database);
-            count = received.copy(servicesTable(), database);
-            received.copy(META, database);
+            received.copy(GROUPS);
+            count = received.copy(servicesTable());
+            received.copy(META);
             if (received.has(HEADERS)) {  // older ones have none
-                received.copy(HEADERS, database);
+                received.copy(HEADERS);
             }
         })) {
         return ReplaceStatus::TablesDiffer;
@@ -196,17 +186,18 @@ std::optional<ReplaceStatus> adoptServices(const fs::path& archive, const fs::pa
     if (!isThere) {
         return ReplaceStatus::NoDatabase;
     }
+    Database database = Database::makeBeside(built, schema());
     std::optional<ReceivedDatabase> received;
-    if (isRefused([&] { received.emplace(scratch / DATABASE); })) {
+    if (isRefused([&] { received.emplace(scratch / DATABASE, database); })) {
         return ReplaceStatus::DatabaseDamaged;
     }
-    return adoptRows(*received, built);
+    return adoptRows(*received, database);
 }
 
 void ServiceDb::create(const ChannelSource& list, const std::string& ipServices) const {
     const ScratchFolder scratch(m_folder);
     {
-        Database database = makeBeside(scratch / DATABASE);
+        Database database = Database::makeBeside(scratch / DATABASE, schema());
         Transaction transaction(database);
         Insertion insertion(database);
         list(insertion);
