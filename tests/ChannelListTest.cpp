@@ -98,8 +98,8 @@ TEST_F(ChannelListFile, ReadsBothEncodings) {
 TEST_F(ChannelListFile, ReportsBadLinesAndLoadsTheOthers) {
     const std::string good = "Good:410:M64:C:6900:1:2:3:0:1:1:1:0";
     const std::vector<std::pair<std::string, std::string>> lines = {
-        {"eleven:410:M64:C:6900:1:2:3:0:1:1", "11 fields where a service has 13"},
-        {good + ":x", "14 fields where a service has 13"},
+        {"eleven:410:M64:C:6900:1:2:3:0:1:1", "11 fields, but a service has 13"},
+        {good + ":x", "14 fields, but a service has 13"},
         {";P:410:M64:C:6900:1:2:3:0:1:1:1:0", "the name is empty"},
         {"N:x:M64:C:6900:1:2:3:0:1:1:1:0", "frequency 'x'"},
         {"N:0:M64:C:6900:1:2:3:0:1:1:1:0", "frequency '0'"},
@@ -124,7 +124,7 @@ TEST_F(ChannelListFile, ReportsBadLinesAndLoadsTheOthers) {
 }
 
 TEST_F(ChannelListFile, HasToHaveAService) {
-    EXPECT_THAT([&] { parse("nothing\n"); }, ThrowsMessage<sim::Error>(HasSubstr("not one service")));
+    EXPECT_THAT([&] { parse("nothing\n"); }, ThrowsMessage<sim::Error>(HasSubstr("no service in it")));
     EXPECT_THAT(
         [&] {
             sim::ChannelList list;

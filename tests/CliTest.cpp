@@ -18,7 +18,7 @@ class Cli : public test::CommandLine {};
 TEST_F(Cli, MakesATvAndSaysWhatItSkipped) {
     const Answer made = init();
     EXPECT_EQ(made.code, 0);
-    EXPECT_THAT(made.text, AllOf(HasSubstr("list.conf:3: 1 fields where a service has 13; line skipped"),
+    EXPECT_THAT(made.text, AllOf(HasSubstr("list.conf:3: 1 fields, but a service has 13; line skipped"),
                                  HasSubstr("2 services in 1 groups, 1 lines skipped")));
     const Answer shown = tv("status --services");
     EXPECT_THAT(shown.text, AllOf(HasSubstr("2 services, 1 of them radio"), HasSubstr("1 Eins (1)"),

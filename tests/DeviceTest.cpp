@@ -98,7 +98,7 @@ TEST(FaultRule, IsMadeOnlyOfACallAndAFailureThatItCanHave) {
         {"bnr_init", "result=x", "'x' is not a number"},
         {"bnr_init", "result", "no failure 'result'"},
         {"bnr_init", "sulk", "no failure 'sulk'"},
-        {"bnr_response", "delay=-1", "nothing comes before its time"},
+        {"bnr_response", "delay=-1", "a delay cannot be negative"},
     };
     for (const auto& [call, failure, message] : refused) {
         const auto make = [c = call, f = failure] { sim::makeRule(c, f); };

@@ -21,7 +21,7 @@ constexpr char OPERATION[] = "operation";
 bool isRestore(std::string_view operation);
 constexpr char SCAN_ACTIVATED[] = "scan_activated";
 
-// What is wrong with an extra value on a command line, which is KEY=VALUE; empty: nothing.
+// What is wrong with an extra value on a command line; empty if it is of the form KEY=VALUE.
 std::string checkExtra(const std::string& extra);
 
 // Under which its backups are in the cloud.
@@ -45,9 +45,10 @@ std::string favouriteKey(int list);
 // The version of a backup's metadata that it writes, and the only one that it restores.
 constexpr char SCHEMA_VERSION[] = "0.3";
 
-// What it makes of the antenna inputs' codes; a restore takes place where this is equal on both sides. -1: unknown.
+// The mask that it makes of the antenna inputs' codes, unknown ones left out. A restore needs equal masks on both
+// sides.
 int antennaMask(const std::set<int>& inputs);
-// The fewest known inputs that make a mask. Nothing: none do.
+// The fewest known inputs that make a mask; nothing if none do.
 std::optional<std::set<int>> antennaInputsOf(int mask);
 
 }  // namespace sim::application

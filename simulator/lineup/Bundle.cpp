@@ -23,12 +23,11 @@ namespace {
 
 constexpr char IP_SERVICES_ENTRY[] = "ipsrv";
 
-// A problem of what was received, and not of this machine.
 [[noreturn]] void damaged(const std::string& problem) {
     throw Error(Error::Kind::Damaged, problem);
 }
 
-// A message as it reads to who does not know where the bundle was unpacked.
+// A message without the folder that the bundle was unpacked in, which is gone when it is read.
 std::string withoutFolder(std::string message, const fs::path& folder) {
     const std::string prefix = folder.string() + "/";
     for (std::size_t at = message.find(prefix); at != std::string::npos; at = message.find(prefix)) {
@@ -153,7 +152,7 @@ bool Bundle::hasFile(const std::string& path) const {
     return m_unpacking.files.count(path) > 0;
 }
 
-// Notes what becomes of the reading of an item.
+// Reads an item, and notes how that went.
 template <typename Read>
 void Bundle::read(Item item, const fs::path& folder, Read read) {
     try {
@@ -186,7 +185,7 @@ void Bundle::readServices(const fs::path& folder) {
     });
 }
 
-// Of settings under the same key, a restore applies the last.
+// A restore applies the last of several settings under the same key.
 void Bundle::readSettings(const fs::path& folder) {
     if (!hasFile(application::SETTINGS_ENTRY)) {
         return;

@@ -31,11 +31,10 @@ struct BundlePart {
     std::string problem;  // why it is damaged, or absent
 };
 
-// Each byte of it has been read.
 class Bundle {
 public:
-    // A bundle file, with its metadata where that is known. What is wrong with it is in the parts; Error is thrown
-    // where there is no such file, or no place to unpack it.
+    // Reads a bundle file, with its metadata if that is known. What is wrong with it is in the parts. Throws Error if
+    // there is no such file, or no room to unpack it.
     Bundle(const std::filesystem::path& file, std::optional<std::string> metadata);
 
     const std::string& problem() const { return m_problem; }  // of the archive as such; empty: it can be read
@@ -43,16 +42,15 @@ public:
     const BundlePart& part(Item item) const { return m_parts.at(item); }
     // Nothing is damaged, and other readers of archives see what the application unpacks.
     bool isWhole() const { return problems().empty() && m_ambiguities.empty(); }
-    // What is damaged, a line each: what makes a restore of it fail, and all.
-    std::vector<std::string> fatalProblems() const;
-    std::vector<std::string> problems() const;
+    std::vector<std::string> problems() const;       // what is damaged, a line each
+    std::vector<std::string> fatalProblems() const;  // of these, what makes a restore fail
 
     const std::vector<std::string>& ambiguities() const { return m_ambiguities; }
 
     const std::optional<std::string>& metadataText() const { return m_metadataText; }
     const Metadata& metadata() const { return m_metadata; }
 
-    // All that is whole, and why the rest is lacking.
+    // The items that are whole, and why the others are lacking.
     const Setup& setup() const { return m_setup; }
 
 private:

@@ -24,7 +24,7 @@ inline constexpr std::array<Name<ExportFormat>, 3> NAMES<ExportFormat>{{
 
 struct ChannelExport {
     std::string text;
-    std::vector<std::string> problems;  // a line each: what the format cannot say, and was left out
+    std::vector<std::string> problems;  // a line for each service that the format cannot express
 };
 
 ChannelExport exportChannels(const Services& services, ExportFormat format);

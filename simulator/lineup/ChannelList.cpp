@@ -67,7 +67,7 @@ std::uint64_t unitOf(std::uint64_t given, const std::string& source) {
     return given <= MHZ ? KHZ : 1;
 }
 
-// What stands for the transport stream in the identity where network and transport stream are both 0.
+// The stand-in for the transport stream in the identity if network and transport stream are both 0.
 std::uint64_t transponder(const Service& service) {
     std::uint64_t megahertz = service.frequency / 1'000'000;
     if (isSatellite(service.source)) {
@@ -105,10 +105,10 @@ void readNames(std::string text, Service& service) {
     service.name = text;
 }
 
-Service readService(const std::string& line) {
+Service parseService(const std::string& line) {
     const std::vector<std::string> fields = split(line, ':');
     if (fields.size() != 12 && fields.size() != 13) {
-        throw Error(fmt::format("{} fields where a service has 13", fields.size()));
+        throw Error(fmt::format("{} fields, but a service has 13", fields.size()));
     }
     Service service;
     readNames(fields[0], service);
@@ -152,7 +152,7 @@ public:
                 takeGroup(line.substr(1));
                 m_sink.addHeader({static_cast<int>(m_lines.size()), line});
             } else {
-                takeService(readService(line));
+                takeService(parseService(line));
             }
         } catch (const Error& error) {
             m_summary.problems.push_back(fmt::format("{}:{}: {}; line skipped", m_file, m_line, error.what()));
@@ -246,7 +246,7 @@ ChannelSummary readChannelList(const std::filesystem::path& file, ChannelSink& s
     ChannelSummary summary = reader.finish();
     if (summary.services == 0) {
         std::string message =
-            fmt::format("{}: not one service in it; give a channel list in the channels.conf format", file.string());
+            fmt::format("{}: no service in it; give a channel list in the channels.conf format", file.string());
         for (const std::string& problem : summary.problems) {
             message += "\n" + problem;
         }

@@ -12,7 +12,7 @@
 
 namespace sim {
 
-// Takes what a channel list holds, in its order, however much that is.
+// Takes what a channel list holds, one by one and in its order, so that a list of any size can be read.
 class ChannelSink {
 public:
     virtual ~ChannelSink() = default;
@@ -20,21 +20,21 @@ public:
     virtual void addGroup(const std::string& name) = 0;
     virtual void addHeader(const ListHeader& header) = 0;
 
-    // Which of the services that were added, counted from 1, has the same identity: this one is not added. 0: it is.
+    // Adds a service and returns 0. If one of the same identity was added before, returns its place, counted from 1.
     virtual std::size_t addService(const Service& service) = 0;
 };
 
 // Brings a channel list into a sink.
 using ChannelSource = std::function<void(ChannelSink&)>;
 
-// What reading a list has come to.
+// The result of reading a list.
 struct ChannelSummary {
     std::size_t services = 0;
     std::size_t groups = 0;
     std::vector<std::string> problems;  // a line each: file, line, reason; what they name was skipped
 };
 
-// Reads a channel list. Throws Error when the file cannot be read or no line of it is a service.
+// Reads a channel list. Throws Error if the file cannot be read, or no line of it is a service.
 ChannelSummary readChannelList(const std::filesystem::path& file, ChannelSink& sink);
 
 // A channel list in memory.

@@ -15,14 +15,14 @@ public:
 
     explicit CiFiles(std::filesystem::path folder) : m_folder(std::move(folder)) {}
 
-    // These throw on failure.
+    // These throw Error if they fail.
     void create(const Contents& contents) const;
     Contents contents() const;
     Digests digests() const;
     std::list<std::string> paths() const;  // absolute, in the order of their names
 
-    // Takes the files over, in place of those of the same names; the others stay. False: one of the paths is no regular
-    // file, or the folder could not be put in place; nothing has changed.
+    // Copies the files in, over those of the same names; the others stay. Returns false, with nothing changed, if one
+    // of the paths is no regular file, or the folder could not be put in place.
     bool takeOver(const std::list<std::string>& paths) const;
 
 private:

@@ -15,7 +15,7 @@ namespace sim {
 
 namespace {
 
-// What a difference has a list of its own for.
+// Changes of these columns have lists of their own.
 bool isListed(const ServiceColumn* column) {
     const std::string_view label = column->label;
     return label == "id" || label == "number" || label == "name";
@@ -54,8 +54,8 @@ std::vector<bool> longestAscending(const std::vector<std::size_t>& sequence) {
     return isIn;
 }
 
-// How an item reads, if it is not lacking.
-std::string textOf(Item item, const Setup& setup) {
+// An item that is not lacking, in words.
+std::string describe(Item item, const Setup& setup) {
     const Entries& entries = setup.of(item);
     switch (item) {
         case Item::Channels:
@@ -122,8 +122,8 @@ ServiceDifference compareServices(const std::vector<Service>& left, const std::v
 
     const std::vector<bool> isInOrder = longestAscending(places);
     for (std::size_t i = 0; i < paired.size(); ++i) {
-        const Service& other = right[places[i]];
-        const ServicePair pair{*paired[i], other, differingColumns(*paired[i], other)};
+        const Service& partner = right[places[i]];
+        const ServicePair pair{*paired[i], partner, differingColumns(*paired[i], partner)};
         if (pair.left.name != pair.right.name) {
             difference.renamed.push_back(pair);
         }
@@ -145,13 +145,13 @@ ItemDifference compare(Item item, const Setup& left, const Setup& right) {
     for (const auto& [setup, text] : {std::pair(&left, &difference.left), std::pair(&right, &difference.right)}) {
         const auto lacking = setup->lacking.find(item);
         difference.isSame = difference.isSame && lacking == setup->lacking.end();
-        *text = lacking == setup->lacking.end() ? textOf(item, *setup) : fmt::format("({})", lacking->second);
+        *text = lacking == setup->lacking.end() ? describe(item, *setup) : fmt::format("({})", lacking->second);
     }
     if (!difference.isSame) {
         return difference;
     }
     if (item == Item::Channels) {
-        // Lists may be long, and are equal nearly always.
+        // Fingerprints first: lists may be long, and are nearly always equal.
         difference.isSame = left.services == right.services;
         difference.detail =
             difference.isSame ? "" : compareServices(left.services->all(), right.services->all()).summary();

@@ -1,4 +1,4 @@
-// What is different between two channel set-ups. There is one comparer, whoever asks.
+// What is different between two channel set-ups.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@ struct ServicePair {
     std::vector<const ServiceColumn*> columns;  // that differ
 };
 
-// Services are paired by their identity, wherever they stand.
+// Services are paired by their identity, not by their place in the list.
 struct ServiceDifference {
     std::size_t leftCount = 0;
     std::size_t rightCount = 0;
@@ -31,7 +31,7 @@ struct ServiceDifference {
         return removed.empty() && added.empty() && renamed.empty() && changed.empty() && moved.empty() &&
                renumbered.empty();
     }
-    // "3 added, 1 moved"; what there is nothing of is not named.
+    // "3 added, 1 moved"; without those of which there are none.
     std::string summary() const;
 };
 
@@ -43,7 +43,7 @@ struct ItemDifference {
     bool isSame = true;
     std::string left;
     std::string right;
-    std::string detail;  // where they differ, if the sides do not say it: "1 removed, 2 moved", "in 'a', 'b'"
+    std::string detail;  // how they differ, if the sides do not show it: "1 removed, 2 moved", "in 'a', 'b'"
 };
 
 // Any item but the IP services.

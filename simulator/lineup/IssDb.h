@@ -10,26 +10,26 @@ namespace sim {
 
 using Entries = std::map<std::string, std::string>;  // values by key
 
-// As with the channel database, the file is only ever put in place whole.
+// The file is only ever replaced as a whole, like the channel database.
 class IssDb {
 public:
     explicit IssDb(std::filesystem::path file) : m_file(std::move(file)) {}
 
-    // These throw Error on failure.
+    // These throw Error if they fail.
     void create(const Entries& entries) const;
     void snapshot(const std::filesystem::path& archive, std::time_t time = std::time(nullptr)) const;
     Entries entries() const;
 
-    // Replaces the database by the archive's. False: the archive holds no whole one; nothing has changed. Throws when
-    // there is no place to build it in.
+    // Replaces the database by the archive's. Returns false, with nothing changed, if the archive holds no whole one.
+    // Throws Error if there is no room to build it.
     bool restore(const std::filesystem::path& archive) const;
 
 private:
     std::filesystem::path m_file;
 };
 
-// Rebuilds the database of an archive from outside in a table of our own, as `built`. Throws Error, of the kind Damaged
-// where the archive holds no whole one.
+// Rebuilds the database of an archive from outside in a table of our own, as `built`. Throws Error (Damaged) if the
+// archive holds no whole one.
 void adoptIss(const std::filesystem::path& archive, const std::filesystem::path& built);
 
 }  // namespace sim

@@ -11,7 +11,7 @@ namespace sim {
 
 namespace {
 
-// Reads members as the application does, and notes where they are not as it writes them.
+// Reads members as the application does, and notes those that it would write otherwise.
 class MemberReader {
 public:
     explicit MemberReader(std::vector<std::string>& problems) : m_problems(problems) {}

@@ -8,14 +8,14 @@
 
 namespace sim {
 
-// As the application reads it: what is not there, or is of another type, is -1, or empty.
+// As the application reads it: a member that is missing, or of another type, is -1 or empty.
 struct Metadata {
     std::string version;
     int antenna = -1;  // mask
     Viewing viewing;
-    std::vector<std::string> problems;  // where it is not what the application writes
+    std::vector<std::string> problems;  // what differs from how the application writes it
 
-    // What a restore makes of the viewing state of a TV that has `before`.
+    // The viewing state after a restore to a TV that has `before`.
     Viewing appliedTo(const Viewing& before) const;
 };
 

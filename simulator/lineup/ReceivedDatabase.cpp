@@ -20,7 +20,7 @@ constexpr int MAX_ROW_BYTES = limits::ROW_BYTES;
 constexpr int MAX_COLUMNS = 100;
 constexpr int MAX_STATEMENT_STEPS = 10'000;
 
-// A byte of a plain table costs about a step, for checking and copying it; what takes more is no plain table.
+// Checking and copying a plain table takes fewer steps than this for each of its bytes; what takes more is none.
 constexpr std::uint64_t MIN_STEPS = 2'000'000;
 constexpr std::uint64_t STEPS_PER_BYTE = 4;
 constexpr int CHECK_INTERVAL = 1000;  // steps

@@ -22,7 +22,7 @@ inline bool isOfReceived(const Error& error) {
 
 class ReceivedDatabase {
 public:
-    // A table that is looked for, with the columns that are.
+    // A table that is expected, with its columns.
     struct Table {
         std::string name;
         std::vector<std::string> columns;
@@ -40,7 +40,7 @@ public:
     bool has(const Table& table) const { return !realColumnsOf(table).empty(); }
 
     // Copies the rows of a table into that of the same name and columns in the target. Throws Error (Damaged) if there
-    // is no such real table with such real columns, or if its rows do not fit. The number of rows.
+    // is no such real table with such real columns, or if its rows do not fit. Returns the number of rows.
     std::uint64_t copy(const Table& table);
 
 private:

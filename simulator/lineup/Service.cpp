@@ -4,7 +4,7 @@
 
 namespace sim {
 
-std::string kindOf(const Service& service) {
+std::string serviceKind(const Service& service) {
     const bool isScrambled = service.conditionalAccess.find_first_not_of("0,") != std::string::npos;
     return service.type == "radio" ? "radio" : (isScrambled ? "scrambled" : "television");
 }

@@ -11,7 +11,7 @@ struct Service {
     std::uint64_t id = 0;  // in the channel database
     int number = 0;        // as the viewer sees it
     std::string identity;  // source-nid-tid-sid-rid
-    std::string name;      // texts are UTF-8 where the list was read here; those of a received database may be anything
+    std::string name;      // texts from a channel list are UTF-8; those of a received database may be any bytes
     std::string shortName;
     std::string provider;
     std::string type;  // "tv" or "radio"
@@ -20,7 +20,7 @@ struct Service {
     std::string source;               // "S19.2E", "C", "T", ...
     std::uint64_t frequency = 0;      // Hz
     std::uint64_t frequencyUnit = 1;  // of the list that it was read from, Hz
-    int symbolRate = 0;               // kilosymbols a second, 0 where the source has none
+    int symbolRate = 0;               // kilosymbols a second, 0 if the source has none
     std::string parameters;
     std::string videoPid;  // pids as the list has them, with modes and languages
     std::string audioPids;
@@ -40,11 +40,11 @@ struct ListHeader {
 };
 
 // "television", "radio" or "scrambled", as a channel list shows it.
-std::string kindOf(const Service& service);
+std::string serviceKind(const Service& service);
 
-// A column of a service. Schema, queries, fingerprints, comparisons and JSON follow from this.
+// A column of a service. The schema, queries, fingerprints, comparisons and JSON are made from these.
 struct ServiceColumn {
-    const char* label;        // as people read it; empty: it only says how the list was written, and is not compared
+    const char* label;        // for people; empty: it only says how the list was written, and is not compared
     const char* sql;          // its name in services.db; empty: from the table of groups
     const char* declaration;  // its SQL type; one with a default may be missing in a received database
     const char* json;         // empty: not in the JSON

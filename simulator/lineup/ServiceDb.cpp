@@ -84,8 +84,8 @@ const std::string& select() {
     return text;
 }
 
-// Into the service of the row before, whose texts have their memory already.
-void readService(const Statement& query, Service& service) {
+// Reads a row into the service of the row before, so that its texts' memory is used again.
+void fetchService(const Statement& query, Service& service) {
     int index = 0;
     for (const ServiceColumn& column : SERVICE_COLUMNS) {
         std::visit(
@@ -252,7 +252,7 @@ std::optional<Service> Services::find(std::uint64_t id) const {
         return std::nullopt;
     }
     std::optional<Service> service(std::in_place);
-    readService(query, *service);
+    fetchService(query, *service);
     return service;
 }
 
@@ -264,7 +264,7 @@ void Services::forEach(const std::function<void(const Service&)>& visit) const {
     Statement query(*m_database, select() + "ORDER BY services.number");
     Service service;
     while (query.next()) {
-        readService(query, service);
+        fetchService(query, service);
         visit(service);
     }
 }

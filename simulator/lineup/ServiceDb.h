@@ -18,7 +18,7 @@ namespace sim {
 
 class Database;
 
-// What ReplaceServiceDb() reports in its status. Below 1: it has not come so far as to look at the archive.
+// What ReplaceServiceDb() reports in its status if it has looked at the archive.
 enum class ReplaceStatus : int {
     ArchiveUnreadable = 1,
     NoDatabase = 2,       // the archive holds no services.db
@@ -28,9 +28,9 @@ enum class ReplaceStatus : int {
     NotPutInPlace = 6,
 };
 
-// The services of a channel database as they are at one moment: services.db is only ever replaced whole, so what was
-// opened stays what it was, whatever becomes of its file. Copies share it; it is for one thread. Every function throws
-// Error if the database cannot be read.
+// The services of a channel database. What was opened never changes, because services.db is only ever replaced as a
+// whole. Copies share one connection, so they belong to one thread. Every function throws Error if the database cannot
+// be read.
 class Services {
 public:
     explicit Services(const std::filesystem::path& database);
@@ -49,7 +49,7 @@ public:
     std::vector<Service> all() const;
     std::vector<ListHeader> headers() const;  // of the list that it was made of
 
-    // All of it into a sink.
+    // Hands groups, services and headers to a sink.
     void copyTo(ChannelSink& sink) const;
 
     // SHA-256 of all services in each column that is compared.
@@ -62,13 +62,13 @@ private:
 // Whether two databases have the same services.
 bool operator==(const Services& left, const Services& right);
 
-// services.db is only ever built beside its place and put there whole, so that no journal of an older one can be taken
-// for its own.
+// services.db is built beside its place and put there as a whole, so that no journal of an older one can be taken for
+// its own.
 class ServiceDb {
 public:
     explicit ServiceDb(std::filesystem::path folder) : m_folder(std::move(folder)) {}
 
-    // These throw Error on failure.
+    // These throw Error if they fail.
 
     // Makes the database of a channel list, its ids counted from 1, and the set's own ipsrv.
     void create(const ChannelSource& list, const std::string& ipServices) const;
@@ -76,8 +76,8 @@ public:
     // Writes the database and ipsrv as a zip archive, as of a time.
     void snapshot(const std::filesystem::path& archive, std::time_t time = std::time(nullptr)) const;
 
-    // Replaces the database by the archive's, if it is a whole one; this set's ipsrv stays. Nothing on success. Throws
-    // if there is no place to build it in.
+    // Replaces the database by the archive's; this set's ipsrv stays. Returns nothing on success, otherwise why nothing
+    // has changed. Throws Error if there is no room to build it.
     std::optional<ReplaceStatus> replace(const std::filesystem::path& archive) const;
 
     Services services() const { return Services(database()); }
@@ -90,8 +90,8 @@ private:
     std::filesystem::path m_folder;
 };
 
-// Rebuilds the database of an archive from outside in tables of this TV's own making, as `built`, so that nothing but
-// rows comes in. Nothing on success. Throws Error when there is no place for it.
+// Rebuilds the database of an archive from outside in tables of our own, as `built`. Only rows are taken over. Returns
+// nothing on success. Throws Error if there is no room for it.
 std::optional<ReplaceStatus> adoptServices(const std::filesystem::path& archive, const std::filesystem::path& built);
 
 }  // namespace sim

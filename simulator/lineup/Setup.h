@@ -1,4 +1,4 @@
-// A channel set-up, wherever it stands: what a TV has, and what a backup carries.
+// A channel set-up: what a TV has, and what a backup carries.
 #pragma once
 
 #include <map>
@@ -29,7 +29,7 @@ struct Setup {
 
 bool operator==(const Setup& left, const Setup& right);
 
-// SHA-256 by item, so that it can be told later whether it has changed; none for an item that is lacking.
+// SHA-256 by item, to find out later if it has changed; none for an item that is lacking.
 using Fingerprints = std::map<Item, std::string>;
 Fingerprints fingerprintsOf(const Setup& setup);
 

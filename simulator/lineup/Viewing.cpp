@@ -2,17 +2,17 @@
 
 namespace sim {
 
-bool operator==(const TvMode& one, const TvMode& other) {
-    return one.antenna == other.antenna && one.service == other.service;
+bool operator==(const TvMode& left, const TvMode& right) {
+    return left.antenna == right.antenna && left.service == right.service;
 }
 
-bool operator==(const Category& one, const Category& other) {
-    return one.kind == other.kind && one.param == other.param && one.sort == other.sort;
+bool operator==(const Category& left, const Category& right) {
+    return left.kind == right.kind && left.param == right.param && left.sort == right.sort;
 }
 
-bool operator==(const Viewing& one, const Viewing& other) {
-    return one.mode == other.mode && one.serviceId == other.serviceId && one.source == other.source &&
-           one.category == other.category;
+bool operator==(const Viewing& left, const Viewing& right) {
+    return left.mode == right.mode && left.serviceId == right.serviceId && left.source == right.source &&
+           left.category == right.category;
 }
 
 }  // namespace sim

@@ -18,7 +18,6 @@ struct Category {
     SortMode sort = SortMode::Number;
 };
 
-// What is on.
 struct Viewing {
     TvMode mode;
     std::uint64_t serviceId = 0;
@@ -26,8 +25,8 @@ struct Viewing {
     Category category;
 };
 
-bool operator==(const TvMode& one, const TvMode& other);
-bool operator==(const Category& one, const Category& other);
-bool operator==(const Viewing& one, const Viewing& other);
+bool operator==(const TvMode& left, const TvMode& right);
+bool operator==(const Category& left, const Category& right);
+bool operator==(const Viewing& left, const Viewing& right);
 
 }  // namespace sim

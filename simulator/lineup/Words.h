@@ -1,4 +1,4 @@
-// How a TV's codes read.
+// A TV's codes in words.
 #pragma once
 
 #include <optional>

@@ -12,7 +12,7 @@ namespace sim {
 
 namespace {
 
-std::string kindOf(const std::string& failure) {
+std::string failureKind(const std::string& failure) {
     return failure.substr(0, failure.find('='));
 }
 
@@ -30,7 +30,7 @@ int numberOf(const std::string& failure, const std::string& value) {
 
 // `candidates` are for the message.
 Failure parseFailure(const std::string& text, const std::vector<std::string>& candidates = {}) {
-    const std::optional<Failure::Kind> kind = fromName<Failure::Kind>(kindOf(text));
+    const std::optional<Failure::Kind> kind = fromName<Failure::Kind>(failureKind(text));
     const std::size_t equals = text.find('=');
     const std::string value = equals == std::string::npos ? "" : text.substr(equals + 1);
     const std::optional<Damage> damage = fromName<Damage>(value);
@@ -47,7 +47,7 @@ Failure parseFailure(const std::string& text, const std::vector<std::string>& ca
         failure.damage = *damage;
     }
     if (*kind == Failure::Kind::Delay && failure.number < 0) {
-        throw Error(fmt::format("failure {}: nothing comes before its time", inQuotes(text)));
+        throw Error(fmt::format("failure {}: a delay cannot be negative", inQuotes(text)));
     }
     return failure;
 }
@@ -79,7 +79,7 @@ FaultRule makeRule(const std::string& call, const std::string& failure) {
     rule.failure = parseFailure(failure, failures);
     const bool hasNumber = takesNumber(rule.failure.kind);
     if (std::none_of(failures.begin(), failures.end(), [&](const std::string& each) {
-            return hasNumber ? kindOf(each) == kindOf(failure) : each == failure;
+            return hasNumber ? failureKind(each) == failureKind(failure) : each == failure;
         })) {
         throw Error(fmt::format("{} cannot fail with {}{}; see: halcyon-tv fault calls", call, inQuotes(failure),
                                 didYouMean(failure, failures)));

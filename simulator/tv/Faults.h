@@ -64,11 +64,11 @@ class Faults {
 public:
     explicit Faults(Database& database) : m_database(database) {}
 
-    // The new rule's id. Throws Error if `nth` or `times` makes no sense.
+    // Returns the new rule's id. Throws Error if `nth` is below 1 or `times` below 0.
     std::int64_t add(const FaultRule& rule);
     std::vector<FaultRule> list() const;
     void countFired(std::int64_t id);
-    bool remove(std::int64_t id);  // false: there is none
+    bool remove(std::int64_t id);  // false if there is none
     void clear();
 
 private:

@@ -9,15 +9,15 @@ namespace sim {
 
 struct PlatformCall {
     std::string_view name;
-    std::string_view item;      // what it works on, as NAMES<Item>, or "favname" for any of the five; empty: on none
-    std::string_view failures;  // as fault rules write them, blanks between; of numbers, those worth a test
+    std::string_view item;  // what it works on, as in NAMES<Item>, or "favname" for any of the five; empty if on none
+    std::string_view failures;  // as in fault rules, separated by blanks; only the numbers that are worth a test
 
     std::vector<std::string> failureList() const;
 };
 
 namespace calls {
-// How calls fail that report a status (0 is success), a number (above 0 is success) or an object; how files are damaged
-// that a call makes; and what can become of an event.
+// How calls fail that return a status (0 is success), a number (above 0 is success) or an object; how a file that a
+// call makes is damaged; and how an event goes wrong.
 #define STATUS "result=-1 throw"
 #define POSITIVE "result=0 result=-1 throw"
 #define POINTER "null throw"
@@ -36,7 +36,7 @@ namespace calls {
 // All of them.
 const std::vector<const PlatformCall*>& platformCalls();
 
-// The one of that name; null: there is none.
+// The one of that name; null if there is none.
 const PlatformCall* findPlatformCall(std::string_view name);
 
 }  // namespace sim

@@ -1,5 +1,5 @@
-// What is recorded of a run of the application: what came in, what went out, each platform call and each log record.
-// Calls and log records are counted together, so that their order is known.
+// What is recorded of a run of the application: how it stands, each platform call and each log record. Calls and log
+// records share one sequence of numbers, which tells their order.
 #pragma once
 
 #include <cstdint>
@@ -93,7 +93,7 @@ struct Run {
     std::string detail;  // of a crash: the exception or signal; of a wait: for what
 };
 
-// The channel set-up is in the cloud, or back from it, and the application ended as it should.
+// Whether the channel set-up is in the cloud, or back from it, and the application ended as it should.
 bool succeeded(const Run& run);
 
 }  // namespace sim

@@ -46,7 +46,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Verdict, outcome, cause, why, decisive, items
 
 namespace {
 
-// Of the first line. It lies within one page of the kernel's cache, so that a kill cannot leave half of it.
+// The length of the first line: one page of the kernel's cache, so that a kill cannot leave half of it.
 constexpr std::size_t HEAD_BYTES = 4096;
 
 // A text that is no UTF-8 would not be JSON.
@@ -181,7 +181,7 @@ void RunFile::open() {
     m_isTorn = size > 0 && ::pread(m_descriptor.get(), &last, 1, size - 1) == 1 && last != '\n';
 }
 
-// What a full disk takes only a part of is cut off again; if it cannot be, the next line begins after it.
+// If a full disk takes only a part of a line, that is cut off again; if it cannot be, the next line begins after it.
 void RunFile::append(std::string line) {
     open();
     line = (m_isTorn ? "\n" : "") + line + "\n";

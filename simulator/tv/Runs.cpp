@@ -17,7 +17,7 @@ namespace {
 
 constexpr char SUFFIX[] = ".jsonl";
 
-// The number that a record's file is named after. Nothing: it is another file.
+// The number that a record's file is named after; nothing if it is another file.
 std::optional<std::int64_t> idOf(const fs::path& file) {
     return file.extension() == SUFFIX ? toNumber<std::int64_t>(file.stem().string()) : std::nullopt;
 }

@@ -33,7 +33,7 @@ public:
     void keep(int count);
 
     // The run that the process `pid`, which has ended, began after the run `after`; one that did not come to its end is
-    // recorded as crashed with `detail`. Nothing if the process did not come so far as to begin a record.
+    // recorded as crashed with `detail`. Returns nothing if the process never began a record.
     std::optional<Run> close(std::int64_t after, int pid, const std::string& detail);
 
 private:

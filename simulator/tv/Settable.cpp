@@ -16,7 +16,7 @@ namespace sim {
 
 namespace {
 
-// A name that can be set, with the form of its values and what it takes to set it.
+// A name that can be set, the form of its values, and how it is set.
 struct Settable {
     std::string name;
     std::string form;
@@ -152,7 +152,7 @@ const std::vector<Settable>& settables() {
             {"scan", "on or off", &setScan},
             {"account", "whose backups it makes and restores",
              [](Tv& tv, const std::string& value) { tv.setAccount(value); }},
-            {"now", "a time such as 2026-01-31T18:00:00Z at which the clock stands, or running", &setNow},
+            {"now", "a time such as 2026-01-31T18:00:00Z to stop the clock at, or running", &setNow},
         };
         for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
             table.push_back({fmt::format("favname{}", list), "a name", [list](Tv& tv, const std::string& value) {

@@ -8,7 +8,7 @@
 
 namespace sim {
 
-// Throws Error where there is no such name, or the value does not fit.
+// Throws Error if there is no such name, or the value does not fit.
 void setByName(Tv& tv, const std::string& name, const std::string& value);
 
 // A time of the form 2026-01-31T18:00:00Z. Throws Error for any other.

@@ -14,13 +14,14 @@ class Settings {
 public:
     explicit Settings(Database& database) : m_database(database) {}
 
-    // Nothing: no value of that type under the key.
+    // Returns nothing if the key has no value of that type.
     std::optional<std::string> get(const std::string& key, SettingType type) const;
 
-    // False: the key holds a value of another type. Throws Error beyond the limit.
+    // Returns false if the key holds a value of another type. Throws Error if key and value exceed
+    // limits::SETTING_BYTES.
     bool set(const std::string& key, SettingType type, const std::string& value);
 
-    // The name of a favourite list, 1 to application::FAVOURITE_LISTS; empty where there is none.
+    // The name of a favourite list, 1 to application::FAVOURITE_LISTS; empty if there is none.
     std::string favouriteName(int list) const;
     void setFavouriteName(int list, const std::string& name);
 

@@ -19,8 +19,7 @@ namespace {
 constexpr char SNAPSHOTS[] = "snapshots";
 constexpr char DATABASE[] = "tv.db";
 
-// A second name for a file of a snapshot, which takes its place in the TV's new folder; a copy if the file system has
-// no links.
+// Links a file of a snapshot into the TV's new folder; copies it if the file system has no links.
 void moveFile(const fs::path& from, const fs::path& to) {
     std::error_code error;
     fs::create_hard_link(from, to, error);
@@ -29,7 +28,7 @@ void moveFile(const fs::path& from, const fs::path& to) {
     }
 }
 
-// Copies what is below a folder, if there is one, file by file with `copy`.
+// Copies the tree below a folder, its files with `copy`. Does nothing if there is no such folder.
 template <typename Copy>
 void copyTree(const fs::path& from, const fs::path& to, Copy copy) {
     if (!isFolder(from)) {
@@ -50,7 +49,7 @@ void copyTree(const fs::path& from, const fs::path& to, Copy copy) {
     copyPermissions(from, to);
 }
 
-// All of a TV but its snapshots. Nothing is shared: what is written into a TV's file must not reach its snapshots.
+// Copies a TV without its snapshots. Nothing is shared: what is written into a TV's file must not reach its snapshots.
 void copyTv(const fs::path& from, const fs::path& to) {
     makePrivateFolder(to);
     Database(from / DATABASE, Database::Access::Look).snapshot(to / DATABASE);

@@ -10,15 +10,16 @@ namespace sim {
 // What Tv::create() leaves.
 constexpr char INIT_SNAPSHOT[] = "init";
 
-// saveSnapshot() and resetTo() want the TV's lock held, work whole or not at all, and throw Error.
+// The caller of saveSnapshot() and resetTo() must hold the TV's run lock (lockTv). They are done whole or not at all,
+// and throw Error if they fail.
 
-// Keeps what the TV is now; a snapshot of the name is replaced. Throws Error for a name that is none.
+// Keeps what the TV is now, in place of an older snapshot of that name. Throws Error if the name is not allowed.
 void saveSnapshot(const std::filesystem::path& home, const std::string& name);
 
-// Makes the TV what the snapshot has, records of runs and fault rules included. Its snapshots stay.
+// Makes the TV what it was at the snapshot, with its records of runs and fault rules. All snapshots stay.
 void resetTo(const std::filesystem::path& home, const std::string& name);
 
-// The TV home that a snapshot is. Throws Error (Missing) where there is none of the name.
+// The folder of a snapshot, which is a TV home itself. Throws Error (Missing) if there is none of that name.
 std::filesystem::path snapshotPath(const std::filesystem::path& home, const std::string& name);
 
 // Their names, sorted.

@@ -3,8 +3,6 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <tuple>
-
 #include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
@@ -19,7 +17,7 @@ namespace sim {
 
 namespace {
 
-// Of the tables below, as it stands in the database: one that was made by another version is not touched.
+// The version of the tables below, which is stored in the database: one of another version is not touched.
 constexpr std::int64_t LAYOUT = 4;
 
 constexpr char SCHEMA[] = R"(
@@ -58,13 +56,20 @@ Database openExisting(const fs::path& home, Database::Access access) {
     Database database(databaseOf(home), access);
     if (database.integer("PRAGMA user_version") != LAYOUT) {
         throw Error(
-            fmt::format("the TV at {} was made by another version of halcyon-tv; make it anew with init, and restore "
-                        "its backup to it",
+            fmt::format("the TV at {} was made by another version of halcyon-tv; make a new one with init, and restore "
+                        "the backup to it",
                         home.string()));
     }
-    // A power cut may take the last changes with it, but nothing is ever half there.
+    // A power cut may undo the last changes, but never half of one.
     database.run("PRAGMA synchronous = NORMAL");
     return database;
+}
+
+// The one row of the state.
+Statement stateOf(const Database& database, std::string_view columns) {
+    Statement query(database, fmt::format("SELECT {} FROM state", columns));
+    query.next();
+    return query;
 }
 
 std::string inXml(const std::string& text) {
@@ -101,7 +106,7 @@ AntennaMode antennaModeOf(const std::string& source) {
 void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::string& serial,
                     const std::optional<std::time_t>& time, const std::string& account) {
     Database database(path, Database::Access::Create);
-    // With a write-ahead log, who looks at a TV never waits for the run that writes to it, nor holds it up.
+    // With a write-ahead log, readers of a TV and the run that writes to it never wait for each other.
     database.run("PRAGMA journal_mode = WAL");
     Transaction transaction(database);
     database.run(SCHEMA);
@@ -146,7 +151,7 @@ void Tv::create(const fs::path& home, const ChannelSource& list, const std::stri
     services.create(list, fmt::format("set={}\nservice=http://set-{}.invalid/live\n", serial, serial));
     const std::optional<Service> first = services.services().find(services.services().first());
     if (!first) {
-        throw Error("the channel list holds not one service");
+        throw Error("the channel list holds no service");
     }
     IssDb(built / "iss.db").create({{"set", serial}, {"layout", "list"}, {"last_group", "0"}});
     CiFiles(built / "ci")
@@ -172,15 +177,13 @@ Tv::Tv(const fs::path& home, Database::Access access)
       m_ciFiles(home / "ci") {}
 
 Viewing Tv::viewing() const {
-    Statement query(m_database,
-                    "SELECT antenna_mode, service_mode, service_id, source, category, category_param, sort_mode "
-                    "FROM state");
-    query.next();
-    const auto code = [&](int column) { return static_cast<int>(query.integer(column)); };
+    const Statement state =
+        stateOf(m_database, "antenna_mode, service_mode, service_id, source, category, category_param, sort_mode");
+    const auto code = [&](int column) { return static_cast<int>(state.integer(column)); };
     return {{static_cast<AntennaMode>(code(0)), static_cast<ServiceMode>(code(1))},
-            static_cast<std::uint64_t>(query.integer(2)),
+            static_cast<std::uint64_t>(state.integer(2)),
             static_cast<Source>(code(3)),
-            {static_cast<CategoryKind>(code(4)), static_cast<std::uint64_t>(query.integer(5)),
+            {static_cast<CategoryKind>(code(4)), static_cast<std::uint64_t>(state.integer(5)),
              static_cast<SortMode>(code(6))}};
 }
 
@@ -191,9 +194,8 @@ void Tv::changeViewing(const std::function<void(Viewing&)>& change) {
     m_database.change(
         "UPDATE state SET antenna_mode = ?, service_mode = ?, service_id = ?, source = ?, category = ?, "
         "category_param = ?, sort_mode = ?",
-        static_cast<int>(viewing.mode.antenna), static_cast<int>(viewing.mode.service), viewing.serviceId,
-        static_cast<int>(viewing.source), static_cast<int>(viewing.category.kind), viewing.category.param,
-        static_cast<int>(viewing.category.sort));
+        codeOf(viewing.mode.antenna), codeOf(viewing.mode.service), viewing.serviceId, codeOf(viewing.source),
+        codeOf(viewing.category.kind), viewing.category.param, codeOf(viewing.category.sort));
     transaction.commit();
 }
 
@@ -222,10 +224,8 @@ bool Tv::has(const Category& category) const {
 }
 
 std::set<int> Tv::antenna() const {
-    Statement query(m_database, "SELECT antenna FROM state");
-    query.next();
     std::set<int> statuses;
-    for (const std::string& status : split(query.text(0), ',')) {
+    for (const std::string& status : split(stateOf(m_database, "antenna").text(0), ',')) {
         if (const std::optional<int> code = toNumber<int>(status)) {
             statuses.insert(*code);
         }
@@ -238,15 +238,11 @@ void Tv::setAntenna(const std::set<int>& statuses) {
 }
 
 std::string Tv::serial() const {
-    Statement query(m_database, "SELECT serial FROM state");
-    query.next();
-    return query.text(0);
+    return stateOf(m_database, "serial").text(0);
 }
 
 std::string Tv::account() const {
-    Statement query(m_database, "SELECT account FROM state");
-    query.next();
-    std::string account = query.text(0);
+    std::string account = stateOf(m_database, "account").text(0);
     requireName("account", account);  // it becomes part of a path, and a bundle may have written the database
     return account;
 }
@@ -261,10 +257,7 @@ std::time_t Tv::now() const {
 }
 
 std::optional<std::time_t> Tv::fixedTime() const {
-    Statement query(m_database, "SELECT now FROM state");
-    query.next();
-    const std::optional<std::int64_t> time = query.optionalInteger(0);
-    return time ? std::optional(static_cast<std::time_t>(*time)) : std::nullopt;
+    return stateOf(m_database, "now").optionalInteger(0);
 }
 
 void Tv::setTime(const std::optional<std::time_t>& time) {
@@ -302,7 +295,7 @@ Fingerprints Tv::fingerprints() const {
     Fingerprints fingerprints = fingerprintsOf(setup());
     try {
         fingerprints[Item::IpServices] = Digest().add(m_serviceDb.ipServices()).hex();
-    } catch (const Error&) {  // unreadable: it has none
+    } catch (const Error&) {  // unreadable, so they have none
     }
     return fingerprints;
 }

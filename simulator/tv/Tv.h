@@ -33,19 +33,19 @@
 
 namespace sim {
 
-// Takes a TV for a run; there is one at a time. Throws Error, of the kind Locked and with the other run's number and
-// process, where another one still has it after `patience`. Looking at a TV takes no lock.
+// Takes the run lock of a TV, which only one run at a time holds. Throws Error (Locked), with the other run's number
+// and process, if another one still holds it after `patience`. Reading a TV needs no lock.
 FolderLock lockTv(const std::filesystem::path& home, std::chrono::milliseconds patience);
 
 class Tv {
 public:
-    // Makes a factory-fresh TV with a channel list, its clock stopped at a time if one is given: whole or not at all.
-    // Throws Error, also where there is something already, and what the list throws.
+    // Makes a factory-fresh TV with a channel list, its clock stopped if a time is given: whole or not at all. Throws
+    // Error, also if there is something at `home` already, and what the list throws.
     static void create(const std::filesystem::path& home, const ChannelSource& list, const std::string& serial,
                        const std::optional<std::time_t>& time = std::nullopt,
                        const std::string& account = DEFAULT_ACCOUNT);
 
-    // Opens a TV; to look at it takes no right to write. Throws Error where there is none.
+    // Opens a TV; Access::Look needs no right to write. Throws Error if there is none.
     explicit Tv(const std::filesystem::path& home, Database::Access access = Database::Access::Change);
     Tv(const Tv&) = delete;
     Tv& operator=(const Tv&) = delete;
@@ -54,7 +54,7 @@ public:
     // Reads, changes and writes in one transaction. What `change` throws leaves the state as it was.
     void changeViewing(const std::function<void(Viewing&)>& change);
 
-    // Whether the TV has what a setter is given.
+    // Whether these can be set on this TV.
     bool has(const TvMode& mode) const;
     bool has(Source source) const;
     bool has(const Category& category) const;
@@ -65,11 +65,11 @@ public:
 
     std::string serial() const;
 
-    // Whose it is in the cloud. Both throw Error if the text is no account.
+    // The account in the cloud. Both throw Error if the text cannot name one.
     std::string account() const;
     void setAccount(const std::string& account);
 
-    // Its clock: the machine's, unless it was stopped at a time.
+    // Its clock is the machine's, unless it was stopped at a time.
     std::time_t now() const;
     std::optional<std::time_t> fixedTime() const;
     void setTime(const std::optional<std::time_t>& time);
@@ -92,7 +92,7 @@ public:
     // All that a backup carries; what cannot be read is lacking.
     Setup setup() const;
 
-    // Of that, and of the IP services.
+    // The fingerprints of that, and of the IP services.
     Fingerprints fingerprints() const;
 
     const std::filesystem::path& home() const { return m_home; }

@@ -1,4 +1,4 @@
-// What became of a run: item by item, as it was read back from the TV and the store, and in a line.
+// What became of a run: item by item, as it was read back from the TV and the store, and as a whole.
 #pragma once
 
 #include <array>
@@ -14,7 +14,7 @@ enum class ItemState {
     AlreadyEqual,  // it is as the backup has it, and was before
     Kept,          // it is as it was: the backup does not have it, or the application by its design does not apply it
     Stored,        // it is in the stored backup as it is in the TV
-    Differs,       // it is not as the backup has it; or the backup does not have it, and yet it has changed
+    Differs,       // it is not as the backup has it; or it has changed, but the backup does not have it
     Damaged,       // what the backup has of it cannot be read
     Missing,       // the stored backup does not have it, though the TV does
     Unreadable,    // what the TV has of it cannot be read
@@ -37,13 +37,16 @@ struct ItemVerdict {
     std::string detail;  // in words; may be empty
 };
 
-// Whether an item is where it should be.
-bool isWell(ItemState state);
+// Whether an item is as it should be.
+constexpr bool isWell(ItemState state) {
+    return state == ItemState::Restored || state == ItemState::AlreadyEqual || state == ItemState::Kept ||
+           state == ItemState::Stored;
+}
 
 enum class Outcome {
     Open,        // it has not ended
-    Done,        // and each item is where it should be
-    DoneInPart,  // whoever asked was told of success, but an item was lost
+    Done,        // and each item is as it should be
+    DoneInPart,  // success was reported, but an item was lost
     Refused,     // the backup does not fit this TV
     Failed,
     Crashed,
@@ -88,7 +91,7 @@ inline constexpr std::array<Name<Cause>, 10> NAMES<Cause>{{
 struct Verdict {
     Outcome outcome = Outcome::Open;
     Cause cause = Cause::None;
-    std::string why;   // in words, with the place to look; empty where all is done
+    std::string why;   // in words, with the place to look; empty if all is done
     int decisive = 0;  // sequence number of the call or log record that decided the outcome; 0: none did
     std::vector<ItemVerdict> items;
 };

@@ -48,7 +48,7 @@ Json::Value showChannels(const Lab& lab, const ApiRequest& request) {
         row.append(Json::Value::UInt64(service.id));
         row.append(service.number);
         row.append(toUtf8(service.name));
-        row.append(kindOf(service));
+        row.append(serviceKind(service));
         row.append(toUtf8(service.groupName));
         row.append(toUtf8(service.provider));
         row.append(toUtf8(service.identity));
