@@ -121,7 +121,7 @@ TEST_F(Home, ATvThatCannotBeWrittenToCanBeShown) {
     }
     {
         const test::WithoutPrivileges unprivileged;
-        EXPECT_EQ(sim::reportOn(sim::Tv(home(), sim::Database::Access::Look)).counts.services, 2U);
+        EXPECT_EQ(sim::reportTv(sim::Tv(home(), sim::Database::Access::Look)).counts.services, 2U);
     }
     ASSERT_EQ(::chmod(home().c_str(), 0700), 0);
     ASSERT_EQ(::chmod((home() / "service-db").c_str(), 0700), 0);

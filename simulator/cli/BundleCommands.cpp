@@ -11,7 +11,7 @@
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Words.h"
 #include "simulator/reports/CloudReport.h"
-#include "simulator/reports/Json.h"
+#include "simulator/reports/ToJson.h"
 #include "simulator/reports/TvReport.h"
 
 namespace cli {

@@ -9,7 +9,7 @@
 #include "simulator/cloud/OpenCloud.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/reports/CloudReport.h"
-#include "simulator/reports/Json.h"
+#include "simulator/reports/ToJson.h"
 
 namespace cli {
 

@@ -9,7 +9,7 @@
 #include "simulator/cli/Print.h"
 #include "simulator/cli/Side.h"
 #include "simulator/lineup/ChannelExport.h"
-#include "simulator/reports/Json.h"
+#include "simulator/reports/ToJson.h"
 
 namespace cli {
 

@@ -6,7 +6,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
-#include "simulator/reports/Json.h"
+#include "simulator/reports/ToJson.h"
 #include "simulator/tv/Tv.h"
 
 namespace cli {

@@ -13,8 +13,8 @@
 #include "simulator/cloud/OpenCloud.h"
 #include "simulator/launch/Launch.h"
 #include "simulator/lineup/Application.h"
-#include "simulator/reports/Json.h"
 #include "simulator/reports/RunReport.h"
+#include "simulator/reports/ToJson.h"
 #include "simulator/reports/TvReport.h"
 #include "simulator/tv/Tv.h"
 
@@ -222,7 +222,7 @@ struct RecordOptions {
 int listRecords(const Place& place, const sim::Tv& tv, const sim::CloudStore& store) {
     Json::Value runs(Json::arrayValue);
     for (const sim::Run& run : tv.runs().list()) {
-        const sim::RunReport report = sim::reportOn(tv, store, run);
+        const sim::RunReport report = sim::reportRun(tv, store, run);
         if (place.isJson) {
             runs.append(sim::toJson(report));
         } else {
@@ -248,7 +248,7 @@ int record(const Place& place, const RecordOptions& options) {
                          options.id != 0 ? fmt::format("no run {}; see: halcyon-tv record --all", options.id)
                                          : std::string("no run yet; launch one with: halcyon-tv run"));
     }
-    const sim::RunReport report = sim::reportOn(tv, *store, *run);
+    const sim::RunReport report = sim::reportRun(tv, *store, *run);
     sim::TimelineFilter filter = options.filter;
     filter.calls = options.calls || !(options.log || filter.priority > 0);
     filter.log = options.log || !(options.calls || !filter.call.empty());

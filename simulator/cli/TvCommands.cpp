@@ -8,7 +8,7 @@
 #include "simulator/cli/Print.h"
 #include "simulator/lineup/ChannelList.h"
 #include "simulator/lineup/Words.h"
-#include "simulator/reports/Json.h"
+#include "simulator/reports/ToJson.h"
 #include "simulator/reports/TvReport.h"
 #include "simulator/tv/Settable.h"
 #include "simulator/tv/Snapshot.h"
@@ -67,7 +67,7 @@ std::string watching(const sim::TvReport& report) {
 
 int status(const Place& place, bool withServices) {
     const sim::Tv tv(place.home, Database::Access::Look);
-    const sim::TvReport report = sim::reportOn(tv);
+    const sim::TvReport report = sim::reportTv(tv);
     if (place.isJson) {
         Json::Value value = sim::toJson(report);
         if (withServices) {

@@ -89,7 +89,7 @@ bool passes(const TimelineFilter& filter, const CallRecord& call) {
 
 }  // namespace
 
-RunReport reportOn(const Tv& tv, const CloudStore& store, const Run& run) {
+RunReport reportRun(const Tv& tv, const CloudStore& store, const Run& run) {
     return {run, verdictOn(tv, store, run), run.response ? words(*run.response) : "none", replyOf(run), endOf(run)};
 }
 

@@ -21,7 +21,7 @@ struct RunReport {
 
 // With the verdict that was given at the run's end. Where nobody has looked then, with one of now for the newest run;
 // of an older one there is the outcome by its record, and no items. Throws Error where the store cannot be read.
-RunReport reportOn(const Tv& tv, const CloudStore& store, const Run& run);
+RunReport reportRun(const Tv& tv, const CloudStore& store, const Run& run);
 
 // What was recorded of a run, in its order.
 struct Moment {

@@ -36,7 +36,7 @@ ChannelCounts countChannels(const Services& services) {
     return counts;
 }
 
-TvReport reportOn(const Tv& tv) {
+TvReport reportTv(const Tv& tv) {
     TvReport report;
     report.account = tv.account();
     report.home = tv.home();

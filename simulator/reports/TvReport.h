@@ -42,6 +42,6 @@ std::filesystem::path unpackFolderOf(const Tv& tv);
 std::vector<std::string> leftoversOf(const Tv& tv);
 
 // Throws Error where a part cannot be read.
-TvReport reportOn(const Tv& tv);
+TvReport reportTv(const Tv& tv);
 
 }  // namespace sim

@@ -8,7 +8,7 @@
 #include "simulator/base/Text.h"
 #include "simulator/cloud/OpenCloud.h"
 #include "simulator/reports/CloudReport.h"
-#include "simulator/reports/Json.h"
+#include "simulator/reports/ToJson.h"
 #include "simulator/web/Routes.h"
 
 namespace sim {

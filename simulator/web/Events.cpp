@@ -6,7 +6,7 @@
 #include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
 #include "simulator/cloud/OpenCloud.h"
-#include "simulator/reports/Json.h"
+#include "simulator/reports/ToJson.h"
 
 namespace sim {
 
@@ -68,7 +68,7 @@ void Watch::watchCloud(std::string& events) {
 void Watch::watchTv(const std::string& name, std::string& events) {
     Tv tv(m_lab.homeOf(name), Database::Access::Look);
     Seen& seen = m_seen[name];
-    Json::Value status = toJson(reportOn(tv));
+    Json::Value status = toJson(reportTv(tv));
     status["faults"] = toJson(tv.faults().list());
     const std::string text = writeJson(status);
     if (text != seen.status && !m_isFirst) {

@@ -9,7 +9,7 @@
 #include "simulator/launch/Launch.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/reports/CloudReport.h"
-#include "simulator/reports/Json.h"
+#include "simulator/reports/ToJson.h"
 #include "simulator/tv/Snapshot.h"
 #include "simulator/web/Routes.h"
 
@@ -32,7 +32,7 @@ Json::Value listRuns(const Lab& lab, const ApiRequest& request) {
     Json::Value value;
     value["runs"] = Json::Value(Json::arrayValue);
     for (const Run& run : tv.runs().list()) {
-        value["runs"].append(toJson(reportOn(tv, *store, run)));
+        value["runs"].append(toJson(reportRun(tv, *store, run)));
     }
     return value;
 }
@@ -44,7 +44,7 @@ Json::Value showRun(const Lab& lab, const ApiRequest& request) {
     if (!run) {
         throw Error(Error::Kind::Missing, fmt::format("there is no run {}", inQuotes(request.parts[1])));
     }
-    return withTimeline(tv, reportOn(tv, *openCloud(lab.cloud()), *run));
+    return withTimeline(tv, reportRun(tv, *openCloud(lab.cloud()), *run));
 }
 
 // What the last restore from this page has changed; null before the first.

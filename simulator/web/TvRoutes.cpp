@@ -5,7 +5,7 @@
 #include "simulator/base/Text.h"
 #include "simulator/base/Version.h"
 #include "simulator/lineup/Codes.h"
-#include "simulator/reports/Json.h"
+#include "simulator/reports/ToJson.h"
 #include "simulator/tv/Settable.h"
 #include "simulator/tv/Snapshot.h"
 #include "simulator/web/Routes.h"
@@ -34,7 +34,7 @@ Json::Value showLab(const Lab& lab, const ApiRequest& /*request*/) {
 
 Json::Value showTv(const Lab& lab, const ApiRequest& request) {
     const Tv tv = look(lab, request);
-    Json::Value value = toJson(reportOn(tv));
+    Json::Value value = toJson(reportTv(tv));
     value["serial"] = toUtf8(tv.serial());
     value["run"] = Json::Int64(tv.runs().newest());
     return value;
@@ -62,14 +62,14 @@ Json::Value showChannels(const Lab& lab, const ApiRequest& request) {
 Json::Value setOnTv(const Lab& lab, const ApiRequest& request) {
     Tv tv(lab.homeOf(request.parts[0]));
     setByName(tv, textIn(request.body, "name"), textIn(request.body, "value"));
-    return toJson(reportOn(tv));
+    return toJson(reportTv(tv));
 }
 
 Json::Value resetTv(const Lab& lab, const ApiRequest& request) {
     const std::filesystem::path home = lab.homeOf(request.parts[0]);
     const FolderLock lock = lockTv(home, std::chrono::seconds(0));
     resetTo(home, textIn(request.body, "name", INIT_SNAPSHOT));
-    return toJson(reportOn(Tv(home, Database::Access::Look)));
+    return toJson(reportTv(Tv(home, Database::Access::Look)));
 }
 
 Json::Value listCalls(const Lab& /*lab*/, const ApiRequest& /*request*/) {

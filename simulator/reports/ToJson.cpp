@@ -1,4 +1,4 @@
-#include "simulator/reports/Json.h"
+#include "simulator/reports/ToJson.h"
 
 #include <fmt/format.h>
 
