@@ -153,7 +153,7 @@ complete -o filenames -F {1} {0}
 
 int write(const std::vector<std::string_view>& words) {
     CLI::App app;
-    cli::Place place;
+    cli::Session session;
     std::string home;
     cli::Action chosen;
     sim::LaunchOptions options;
@@ -163,7 +163,7 @@ int write(const std::vector<std::string_view>& words) {
         return 2;
     }
     if (isTool) {
-        cli::describe(app, place, home, chosen);
+        cli::describe(app, session, home, chosen);
     } else {
         sim::describe(app, options);
     }

@@ -95,9 +95,9 @@ void printHead(const NamedBundle& named) {
     }
 }
 
-int show(const Place& place, const BundleOptions& options) {
-    const NamedBundle named = chooseBundle(place, options.bundle, options.metadata);
-    if (place.isJson) {
+int show(const Session& session, const BundleOptions& options) {
+    const NamedBundle named = chooseBundle(session, options.bundle, options.metadata);
+    if (session.isJson) {
         printJson(toJson(named));
         return DONE;
     }
@@ -110,8 +110,9 @@ int show(const Place& place, const BundleOptions& options) {
 }
 
 // On the TV that was asked for, or on this one if there is one.
-std::optional<sim::Prospect> prospectFor(const Place& place, const BundleOptions& options, const sim::Bundle& bundle) {
-    const std::filesystem::path home = options.tv.empty() ? place.home : sim::normalised(options.tv);
+std::optional<sim::Prospect> prospectFor(const Session& session, const BundleOptions& options,
+                                         const sim::Bundle& bundle) {
+    const std::filesystem::path home = options.tv.empty() ? session.home : sim::normalised(options.tv);
     if (options.tv.empty() && !sim::pathExists(home)) {
         return std::nullopt;
     }
@@ -141,10 +142,10 @@ void printVerified(const NamedBundle& named, const std::optional<sim::Prospect>&
     }
 }
 
-int verify(const Place& place, const BundleOptions& options) {
-    const NamedBundle named = chooseBundle(place, options.bundle, options.metadata);
-    const std::optional<sim::Prospect> prospect = prospectFor(place, options, named.bundle);
-    if (place.isJson) {
+int verify(const Session& session, const BundleOptions& options) {
+    const NamedBundle named = chooseBundle(session, options.bundle, options.metadata);
+    const std::optional<sim::Prospect> prospect = prospectFor(session, options, named.bundle);
+    if (session.isJson) {
         Json::Value value = toJson(named);
         value["restore"] = prospect ? sim::toJson(*prospect) : Json::Value();
         printJson(value);
@@ -169,12 +170,12 @@ void addBundleCommands(CLI::App& app, Action& chosen) {
     const auto options = std::make_shared<BundleOptions>();
     CLI::App* group = addGroup(app, "bundle", "Look into a bundle: a file, or a stored backup");
     addBundle(*addCommand(*group, "show", "Show what a bundle holds", "halcyon-tv bundle show 000001", chosen,
-                          [options](const Place& place) { return show(place, *options); }),
+                          [options](const Session& session) { return show(session, *options); }),
               options);
     CLI::App* verifying =
         addCommand(*group, "verify", "Read each byte of a bundle, and say what a restore on this TV would do",
                    "halcyon-tv bundle verify customer.zip --for /tmp/halcyon/tv", chosen,
-                   [options](const Place& place) { return verify(place, *options); });
+                   [options](const Session& session) { return verify(session, *options); });
     addBundle(*verifying, options);
     verifying->add_option("--for", options->tv, "folder of the TV that shall take it; exit code 5 if it would not");
 }

@@ -26,14 +26,14 @@ void printBackup(const sim::StoredBackup& backup, std::size_t columns) {
     }
 }
 
-int list(const Place& place) {
-    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
+int list(const Session& session) {
+    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
     const sim::StoreContent content = store->content();
     const std::vector<sim::StoredBackup> backups = sim::lookAt(*store, content.backups);
-    if (place.isJson) {
+    if (session.isJson) {
         Json::Value value = asMember("backups", sim::toJson(backups));
         value["cloud"] = sim::toUtf8(store->place());
-        if (place.isVerbose) {
+        if (session.isVerbose) {
             value["foreign"] = sim::toJson(content.foreign);
         }
         printJson(value);
@@ -52,7 +52,7 @@ int list(const Place& place) {
     for (const sim::StoredBackup& backup : backups) {
         printBackup(backup, columns);
     }
-    for (const std::string& name : place.isVerbose ? content.foreign : std::vector<std::string>()) {
+    for (const std::string& name : session.isVerbose ? content.foreign : std::vector<std::string>()) {
         print("foreign: {}\n", name);
     }
     return DONE;
@@ -63,8 +63,8 @@ struct ImportOptions {
     std::string metadata;
 };
 
-int import(const Place& place, const ImportOptions& options) {
-    const NamedBundle named = chooseBundle(place, options.file, options.metadata);
+int import(const Session& session, const ImportOptions& options) {
+    const NamedBundle named = chooseBundle(session, options.file, options.metadata);
     if (named.backup) {
         throw sim::Error(sim::Error::Kind::Missing,
                          fmt::format("{}: no such file; {} is a stored backup already", options.file, named.name));
@@ -77,15 +77,16 @@ int import(const Place& place, const ImportOptions& options) {
         print(stderr,
               "No metadata is known of the bundle. Making some up: the antenna inputs of the TV at {}, and no viewing "
               "state.\n",
-              place.home.string());
+              session.home.string());
     }
     const std::optional<sim::Tv> tv =
-        isMetadataKnown ? std::nullopt : std::optional<sim::Tv>(std::in_place, place.home, sim::Database::Access::Look);
-    const std::string known = accountOf(place);
+        isMetadataKnown ? std::nullopt
+                        : std::optional<sim::Tv>(std::in_place, session.home, sim::Database::Access::Look);
+    const std::string known = accountOf(session);
     const std::string account = known.empty() ? sim::DEFAULT_ACCOUNT : known;
     const std::string id =
-        sim::importBundle(*sim::openCloud(place.cloud), named.bundle, options.file, account, tv ? &*tv : nullptr);
-    if (place.isJson) {
+        sim::importBundle(*sim::openCloud(session.cloud), named.bundle, options.file, account, tv ? &*tv : nullptr);
+    if (session.isJson) {
         printJson(asMember("backup", id));
     } else {
         print("backup {}\n", id);
@@ -93,9 +94,9 @@ int import(const Place& place, const ImportOptions& options) {
     return DONE;
 }
 
-int remove(const Place& place, const std::string& id) {
-    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
-    store->remove(sim::chooseBackup(*store, id, accountOf(place)));
+int remove(const Session& session, const std::string& id) {
+    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
+    store->remove(sim::chooseBackup(*store, id, accountOf(session)));
     return DONE;
 }
 
@@ -104,8 +105,8 @@ int remove(const Place& place, const std::string& id) {
 void addCloudCommands(CLI::App& app, Action& chosen) {
     CLI::App* store = addGroup(app, "cloud", "Look into the cloud store, and change it");
     addCommand(*store, "create", "Make the store's bucket or folder, where it is missing",
-               "halcyon-tv --cloud s3://lab cloud create", chosen, [](const Place& place) {
-                   sim::openCloud(place.cloud)->create();
+               "halcyon-tv --cloud s3://lab cloud create", chosen, [](const Session& session) {
+                   sim::openCloud(session.cloud)->create();
                    return DONE;
                });
     addCommand(*store, "list", "List the backups: which set made each, with what antenna, how many channels",
@@ -114,14 +115,14 @@ void addCloudCommands(CLI::App& app, Action& chosen) {
     const auto options = std::make_shared<ImportOptions>();
     CLI::App* importing = addCommand(*store, "import", "Put a bundle file into the store as a new backup",
                                      "halcyon-tv cloud import customer.zip", chosen,
-                                     [options](const Place& place) { return import(place, *options); });
+                                     [options](const Session& session) { return import(session, *options); });
     importing->add_option("file", options->file, "the bundle")->required();
     importing->add_option("--metadata", options->metadata,
                           "file with its metadata (default: the one beside it; else some that fits this TV)");
 
     const auto id = std::make_shared<std::string>();
     addCommand(*store, "remove", "Remove a backup for good", "halcyon-tv cloud remove 000001", chosen,
-               [id](const Place& place) { return remove(place, *id); })
+               [id](const Session& session) { return remove(session, *id); })
         ->add_option("backup", *id, "its id")
         ->required();
 }

@@ -42,7 +42,7 @@ CLI::App* addGroup(CLI::App& parent, const std::string& name, const std::string&
     return group;
 }
 
-void describe(CLI::App& app, Place& place, std::string& home, Action& chosen) {
+void describe(CLI::App& app, Session& session, std::string& home, Action& chosen) {
     app.description("A simulated TV for halcyon-lineup.");
     app.name("halcyon-tv");
     app.footer(footer());
@@ -50,10 +50,10 @@ void describe(CLI::App& app, Place& place, std::string& home, Action& chosen) {
     app.fallthrough();
     app.set_version_flag("--version", std::string("halcyon-tv ") + sim::VERSION);
     app.add_option("--home", home, "folder of the TV");
-    app.add_option("--cloud", place.cloud, "the cloud store: a folder, or s3://BUCKET[/PREFIX]");
-    app.add_flag("--json", place.isJson, "print one JSON object instead of text");
-    app.add_flag("-q,--quiet", place.isQuiet, "without the application's log, and without what is not asked for");
-    app.add_flag("-v,--verbose", place.isVerbose, "with more of what was found out");
+    app.add_option("--cloud", session.cloud, "the cloud store: a folder, or s3://BUCKET[/PREFIX]");
+    app.add_flag("--json", session.isJson, "print one JSON object instead of text");
+    app.add_flag("-q,--quiet", session.isQuiet, "without the application's log, and without what is not asked for");
+    app.add_flag("-v,--verbose", session.isVerbose, "with more of what was found out");
     for (const auto addCommands : {&addTvCommands, &addRunCommands, &addFaultCommands, &addCloudCommands,
                                    &addBundleCommands, &addCompareCommands, &addFleetCommand, &addServeCommand}) {
         addCommands(app, chosen);

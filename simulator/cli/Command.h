@@ -17,8 +17,8 @@ namespace cli {
 
 using namespace sim::exit_code;
 
-// Where a command works, and how it says what it has found out.
-struct Place {
+// What the options that every command takes have said.
+struct Session {
     std::filesystem::path home;
     std::string cloud;
     bool isJson = false;
@@ -31,7 +31,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-using Action = std::function<int(const Place&)>;
+using Action = std::function<int(const Session&)>;
 
 // Puts a command below `parent`, with an example of its use for its help. When it is chosen, `action` becomes the one
 // to do.
@@ -50,7 +50,7 @@ void addCloudCommands(CLI::App& app, Action& chosen);
 void addCompareCommands(CLI::App& app, Action& chosen);
 void addServeCommand(CLI::App& app, Action& chosen);
 
-// The whole command line. `place` is filled in when it is parsed.
-void describe(CLI::App& app, Place& place, std::string& home, Action& chosen);
+// The whole command line. `session` is filled in when it is parsed.
+void describe(CLI::App& app, Session& session, std::string& home, Action& chosen);
 
 }  // namespace cli

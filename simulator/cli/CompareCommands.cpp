@@ -49,9 +49,9 @@ void printServices(const sim::ServiceDifference& services) {
     }
 }
 
-int printDifference(const Place& place, const Side& left, const Side& right) {
+int printDifference(const Session& session, const Side& left, const Side& right) {
     const sim::Difference difference = sim::compare(left.setup, right.setup);
-    if (place.isJson) {
+    if (session.isJson) {
         Json::Value value = sim::toJson(difference);
         value["left"] = sim::toUtf8(left.name);
         value["right"] = sim::toUtf8(right.name);
@@ -88,10 +88,11 @@ void addCompareCommands(CLI::App& app, Action& chosen) {
     const auto sides = std::make_shared<std::vector<std::string>>();
     addCommand(app, "diff", "Compare two channel set-ups, service by service; one side: this TV and that one",
                "halcyon-tv diff 000003", chosen,
-               [sides](const Place& place) {
+               [sides](const Session& session) {
                    return sides->size() == 2
-                              ? printDifference(place, chooseSide(place, sides->at(0)), chooseSide(place, sides->at(1)))
-                              : printDifference(place, thisTv(place), chooseSide(place, sides->at(0)));
+                              ? printDifference(session, chooseSide(session, sides->at(0)),
+                                                chooseSide(session, sides->at(1)))
+                              : printDifference(session, thisTv(session), chooseSide(session, sides->at(0)));
                })
         ->add_option("side", *sides, "each the folder of a TV, a bundle file, or a stored backup's id")
         ->required()
@@ -102,12 +103,12 @@ void addCompareCommands(CLI::App& app, Action& chosen) {
         std::string format;
     };
     const auto options = std::make_shared<ExportOptions>();
-    CLI::App* exporting =
-        addCommand(app, "export", "Write a channel list for other programs", "halcyon-tv export --format m3u > tv.m3u",
-                   chosen, [options](const Place& place) {
-                       return exportChannels(options->side.empty() ? thisTv(place) : chooseSide(place, options->side),
-                                             options->format);
-                   });
+    CLI::App* exporting = addCommand(
+        app, "export", "Write a channel list for other programs", "halcyon-tv export --format m3u > tv.m3u", chosen,
+        [options](const Session& session) {
+            return exportChannels(options->side.empty() ? thisTv(session) : chooseSide(session, options->side),
+                                  options->format);
+        });
     exporting->add_option("side", options->side,
                           "the folder of a TV, a bundle file, or a stored backup's id (default: this TV)");
     std::vector<std::string> formats;

@@ -24,12 +24,12 @@ std::string times(int count) {
     return fmt::format("{} time{}", count, count == 1 ? "" : "s");
 }
 
-int add(const Place& place, const NewRule& wanted) {
+int add(const Session& session, const NewRule& wanted) {
     sim::FaultRule rule = sim::makeRule(wanted.call, wanted.failure);
     rule.nth = wanted.nth;
     rule.times = wanted.times;
-    const std::int64_t id = sim::Tv(place.home).faults().add(rule);
-    if (place.isJson) {
+    const std::int64_t id = sim::Tv(session.home).faults().add(rule);
+    if (session.isJson) {
         printJson(asMember("rule", Json::Int64(id)));
     } else {
         print("rule {}\n", id);
@@ -37,9 +37,9 @@ int add(const Place& place, const NewRule& wanted) {
     return DONE;
 }
 
-int list(const Place& place) {
-    const std::vector<sim::FaultRule> rules = sim::Tv(place.home, sim::Database::Access::Look).faults().list();
-    if (place.isJson) {
+int list(const Session& session) {
+    const std::vector<sim::FaultRule> rules = sim::Tv(session.home, sim::Database::Access::Look).faults().list();
+    if (session.isJson) {
         printJson(asMember("rules", sim::toJson(rules)));
         return DONE;
     }
@@ -50,8 +50,8 @@ int list(const Place& place) {
     return DONE;
 }
 
-int clear(const Place& place, std::int64_t rule) {
-    sim::Tv tv(place.home);
+int clear(const Session& session, std::int64_t rule) {
+    sim::Tv tv(session.home);
     if (rule == 0) {
         tv.faults().clear();
     } else if (!tv.faults().remove(rule)) {
@@ -60,14 +60,14 @@ int clear(const Place& place, std::int64_t rule) {
     return DONE;
 }
 
-int listCalls(const Place& place) {
+int listCalls(const Session& session) {
     std::vector<sim::PlatformCall> calls;
     for (const sim::PlatformCall* call : sim::platformCalls()) {
         if (!call->failures.empty()) {
             calls.push_back(*call);
         }
     }
-    if (place.isJson) {
+    if (session.isJson) {
         printJson(asMember("calls", sim::toJson(calls)));
         return DONE;
     }
@@ -85,7 +85,7 @@ void addFaultCommands(CLI::App& app, Action& chosen) {
     const auto rule = std::make_shared<NewRule>();
     CLI::App* adding =
         addCommand(*fault, "add", "Add a rule", "halcyon-tv fault add IUtil::GetServiceDb damage=truncate --times 0",
-                   chosen, [rule](const Place& place) { return add(place, *rule); });
+                   chosen, [rule](const Session& session) { return add(session, *rule); });
     adding->add_option("call", rule->call, "the call, as 'fault calls' lists it")->required();
     adding->add_option("failure", rule->failure, "its failure, such as result=6, null, throw, damage=truncate")
         ->required();
@@ -96,7 +96,7 @@ void addFaultCommands(CLI::App& app, Action& chosen) {
 
     const auto id = std::make_shared<std::int64_t>(0);
     addCommand(*fault, "clear", "Remove a rule, or all of them", "halcyon-tv fault clear", chosen,
-               [id](const Place& place) { return clear(place, *id); })
+               [id](const Session& session) { return clear(session, *id); })
         ->add_option("rule", *id, "number of the rule (default: all)")
         ->check(CLI::PositiveNumber);
 

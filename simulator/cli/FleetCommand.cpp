@@ -119,9 +119,10 @@ void printSummary(const Summary& summary) {
 }
 
 // A list's file may be a pipe, and there are many TVs to make.
-sim::ServiceDb channelsFor(const Place& place, const std::string& file, std::optional<sim::ScratchFolder>& scratch) {
+sim::ServiceDb channelsFor(const Session& session, const std::string& file,
+                           std::optional<sim::ScratchFolder>& scratch) {
     if (file.empty()) {
-        return sim::Tv(place.home, sim::Database::Access::Look).serviceDb();
+        return sim::Tv(session.home, sim::Database::Access::Look).serviceDb();
     }
     scratch.emplace(sim::temporaryFolder());
     sim::ServiceDb made(scratch->path());
@@ -129,14 +130,14 @@ sim::ServiceDb channelsFor(const Place& place, const std::string& file, std::opt
     return made;
 }
 
-int run(const Place& place, Options options) {
+int run(const Session& session, Options options) {
     std::optional<sim::ScratchFolder> scratch;
-    options.request.folder = options.lab.empty() ? place.home.parent_path() / "fleet" : sim::normalised(options.lab);
-    options.request.channels = [&] { return channelsFor(place, options.channels, scratch); };
+    options.request.folder = options.lab.empty() ? session.home.parent_path() / "fleet" : sim::normalised(options.lab);
+    options.request.channels = [&] { return channelsFor(session, options.channels, scratch); };
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         std::signal(signal, [](int) { sim::stopFleet(); });
     }
-    const bool isWatched = ::isatty(STDERR_FILENO) != 0 && !place.isQuiet;
+    const bool isWatched = ::isatty(STDERR_FILENO) != 0 && !session.isQuiet;
     const auto begin = std::chrono::steady_clock::now();
     std::size_t now = 0;
     const auto progress = [&](std::size_t done, std::size_t all) {
@@ -147,13 +148,13 @@ int run(const Place& place, Options options) {
                   static_cast<double>(now) / seconds.count());
         }
     };
-    std::vector<sim::FleetRun> runs = sim::runFleet(options.request, place.cloud, progress);
+    std::vector<sim::FleetRun> runs = sim::runFleet(options.request, session.cloud, progress);
     if (isWatched) {
         print(stderr, "\r\x1b[K");
     }
     const Seconds seconds = std::chrono::steady_clock::now() - begin;
     const Summary summary = summaryOf(std::move(runs), options.request.tvs, now, seconds.count());
-    if (place.isJson) {
+    if (session.isJson) {
         printJson(toJson(summary));
     } else {
         printSummary(summary);
@@ -175,7 +176,7 @@ void addFleetCommand(CLI::App& app, Action& chosen) {
                    "Launch the application once on each of many TVs, each with an account of its own, and count what "
                    "became of it",
                    "halcyon-tv fleet run --tvs 100 --jobs 8 operation=restore", chosen,
-                   [options](const Place& place) { return run(place, *options); });
+                   [options](const Session& session) { return run(session, *options); });
     running->add_option("extra", options->request.extras, "extra values of each launch request, key=value")
         ->check(&sim::application::checkExtra);
     running->add_option("--tvs", options->request.tvs, "how many TVs; those that are missing are made")

@@ -176,31 +176,31 @@ std::vector<std::string> silentRules(const sim::Tv& tv, const std::vector<sim::F
     return silent;
 }
 
-int run(const Place& place, const RunOptions& options) {
+int run(const Session& session, const RunOptions& options) {
     checkRequest(options);
-    const sim::FolderLock lock = sim::lockTv(place.home, std::chrono::seconds(options.wait));
-    sim::Tv tv(place.home);
+    const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(options.wait));
+    sim::Tv tv(session.home);
     warnOfLeftovers(tv);
-    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
+    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
     sim::RunRequest request = options.request;
     if (!request.backup.empty()) {
         request.backup = sim::chooseBackup(*store, request.backup, tv.account()).id;
     }
-    request.isLogShown = !place.isQuiet;
+    request.isLogShown = !session.isQuiet;
     const std::vector<sim::FaultRule> rules = tv.faults().list();
-    const sim::RunReport report = sim::launchAndJudge(request, tv, place.cloud, *store, lock, &execute);
+    const sim::RunReport report = sim::launchAndJudge(request, tv, session.cloud, *store, lock, &execute);
     const std::vector<sim::Moment> timeline =
-        place.isVerbose ? sim::timelineOf(tv, report, {}) : std::vector<sim::Moment>();
-    if (place.isJson) {
+        session.isVerbose ? sim::timelineOf(tv, report, {}) : std::vector<sim::Moment>();
+    if (session.isJson) {
         Json::Value value = sim::toJson(report);
-        if (place.isVerbose) {
+        if (session.isVerbose) {
             value["timeline"] = sim::toJson(timeline);
         }
         printJson(value);
     } else {
         printVerdict(report);
     }
-    if (!timeline.empty() && !place.isJson) {
+    if (!timeline.empty() && !session.isJson) {
         printTimeline(timeline);
     }
     const std::vector<std::string> silent = options.expectFaults ? silentRules(tv, rules) : std::vector<std::string>();
@@ -219,28 +219,28 @@ struct RecordOptions {
     sim::TimelineFilter filter;
 };
 
-int listRecords(const Place& place, const sim::Tv& tv, const sim::CloudStore& store) {
+int listRecords(const Session& session, const sim::Tv& tv, const sim::CloudStore& store) {
     Json::Value runs(Json::arrayValue);
     for (const sim::Run& run : tv.runs().list()) {
         const sim::RunReport report = sim::reportRun(tv, store, run);
-        if (place.isJson) {
+        if (session.isJson) {
             runs.append(sim::toJson(report));
         } else {
             print("{:>4}  {}  {:<8} {:<12} {}\n", run.id, run.started, sim::nameOf(run.operation),
                   sim::nameOf(report.verdict.outcome), report.verdict.why);
         }
     }
-    if (place.isJson) {
+    if (session.isJson) {
         printJson(asMember("runs", runs));
     }
     return DONE;
 }
 
-int record(const Place& place, const RecordOptions& options) {
-    const sim::Tv tv(place.home, sim::Database::Access::Look);
-    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
+int record(const Session& session, const RecordOptions& options) {
+    const sim::Tv tv(session.home, sim::Database::Access::Look);
+    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
     if (options.all) {
-        return listRecords(place, tv, *store);
+        return listRecords(session, tv, *store);
     }
     const std::optional<sim::Run> run = tv.runs().find(options.id != 0 ? options.id : tv.runs().newest());
     if (!run) {
@@ -253,14 +253,14 @@ int record(const Place& place, const RecordOptions& options) {
     filter.calls = options.calls || !(options.log || filter.priority > 0);
     filter.log = options.log || !(options.calls || !filter.call.empty());
     const std::vector<sim::Moment> timeline = sim::timelineOf(tv, report, filter);
-    if (place.isJson) {
+    if (session.isJson) {
         Json::Value value = sim::toJson(report);
         value["timeline"] = sim::toJson(timeline);
         printJson(value);
         return DONE;
     }
     printVerdict(report);
-    if (!place.isQuiet) {
+    if (!session.isQuiet) {
         printTimeline(timeline);
     }
     return DONE;
@@ -274,7 +274,7 @@ void addRunCommands(CLI::App& app, Action& chosen) {
                                    "Launch the application: a backup, or operation=restore; then look at what "
                                    "it has made of the TV and the store",
                                    "halcyon-tv run operation=restore --backup 000001", chosen,
-                                   [options](const Place& place) { return run(place, *options); });
+                                   [options](const Session& session) { return run(session, *options); });
     running->add_option("extra", options->request.extras, "extra values of the launch request, each key=value")
         ->check(&sim::application::checkExtra);
     running->add_flag("--refuse-duplicates", options->request.refuseDuplicates,
@@ -297,7 +297,7 @@ void addRunCommands(CLI::App& app, Action& chosen) {
     const auto which = std::make_shared<RecordOptions>();
     CLI::App* recording = addCommand(app, "record", "Show what became of a run, with its calls and log in their order",
                                      "halcyon-tv record --priority 6", chosen,
-                                     [which](const Place& place) { return record(place, *which); });
+                                     [which](const Session& session) { return record(session, *which); });
     recording->add_option("run", which->id, "number of the run (default: the newest)")->check(CLI::PositiveNumber);
     recording->add_flag("--calls", which->calls, "calls only");
     recording->add_flag("--log", which->log, "log records only");

@@ -19,16 +19,16 @@ struct Options {
     std::string lab;
 };
 
-int serve(const Place& place, Options options) {
+int serve(const Session& session, Options options) {
     const std::filesystem::path folder = options.lab.empty() ? "" : sim::normalised(options.lab);
     options.serve.page = options.page;
-    const sim::Lab lab(place.home, folder, place.cloud);
+    const sim::Lab lab(session.home, folder, session.cloud);
     if (!folder.empty() && !sim::isFolder(folder)) {
         throw sim::Error(sim::Error::Kind::Missing,
                          fmt::format("{}: no such folder; give the one that holds the TVs", folder.string()));
     }
     sim::serve(lab, options.serve, [&](const std::string& address) {
-        if (place.isJson) {
+        if (session.isJson) {
             printJson(asMember("address", address));
         } else {
             print("{}\nOpen this address in a browser on this machine; Ctrl-C ends.\n", address);
@@ -44,7 +44,7 @@ void addServeCommand(CLI::App& app, Action& chosen) {
     const auto options = std::make_shared<Options>();
     CLI::App* serving = addCommand(app, "serve", "Show the TV, the cloud and the runs on a page in the browser",
                                    "halcyon-tv serve --lab build/demo --cloud build/demo/cloud", chosen,
-                                   [options](const Place& place) { return serve(place, *options); });
+                                   [options](const Session& session) { return serve(session, *options); });
     serving->add_option("--port", options->serve.port, "port on this machine, 0 for any that is free")
         ->capture_default_str()
         ->check(CLI::Range(0, 65535));

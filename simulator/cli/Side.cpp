@@ -32,17 +32,17 @@ std::optional<std::string> metadataOf(const fs::path& bundle, const std::string&
 
 }  // namespace
 
-std::string accountOf(const Place& place) {
+std::string accountOf(const Session& session) {
     std::optional<sim::Tv> tv;
     try {
-        tv.emplace(place.home, sim::Database::Access::Look);
+        tv.emplace(session.home, sim::Database::Access::Look);
     } catch (const sim::Error&) {
         return "";
     }
     return tv->account();
 }
 
-NamedBundle chooseBundle(const Place& place, const std::string& what, const std::string& metadata) {
+NamedBundle chooseBundle(const Session& session, const std::string& what, const std::string& metadata) {
     if (!what.empty() && sim::isRegularFile(what)) {
         return {what, std::nullopt, sim::Bundle(what, metadataOf(what, metadata))};
     }
@@ -51,21 +51,21 @@ NamedBundle chooseBundle(const Place& place, const std::string& what, const std:
             sim::Error::Kind::Missing,
             fmt::format("{}: no such bundle file; give a file, or a backup's id of halcyon-tv cloud list", what));
     }
-    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(place.cloud);
-    sim::FetchedBackup fetched = sim::fetchBundle(*store, sim::chooseBackup(*store, what, accountOf(place)));
+    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
+    sim::FetchedBackup fetched = sim::fetchBundle(*store, sim::chooseBackup(*store, what, accountOf(session)));
     return {"backup " + fetched.backup.id, fetched.backup, std::move(fetched.bundle)};
 }
 
-Side chooseSide(const Place& place, const std::string& what) {
+Side chooseSide(const Session& session, const std::string& what) {
     if (sim::isFolder(what)) {
         return {what, sim::Tv(sim::normalised(what), sim::Database::Access::Look).setup()};
     }
-    const NamedBundle named = chooseBundle(place, what, "");
+    const NamedBundle named = chooseBundle(session, what, "");
     return {named.name, named.bundle.setup()};
 }
 
-Side thisTv(const Place& place) {
-    return {place.home.string(), sim::Tv(place.home, sim::Database::Access::Look).setup()};
+Side thisTv(const Session& session) {
+    return {session.home.string(), sim::Tv(session.home, sim::Database::Access::Look).setup()};
 }
 
 }  // namespace cli

@@ -11,7 +11,7 @@
 namespace cli {
 
 // The account of the TV; empty, which stands for any, where there is no TV.
-std::string accountOf(const Place& place);
+std::string accountOf(const Session& session);
 
 // A bundle, of a file or of a stored backup.
 struct NamedBundle {
@@ -22,7 +22,7 @@ struct NamedBundle {
 
 // The file of that path, with its metadata from `metadata` or beside it; else the stored backup of that id. Throws
 // sim::Error.
-NamedBundle chooseBundle(const Place& place, const std::string& what, const std::string& metadata);
+NamedBundle chooseBundle(const Session& session, const std::string& what, const std::string& metadata);
 
 struct Side {
     std::string name;
@@ -30,7 +30,7 @@ struct Side {
 };
 
 // A folder is a TV; the rest as above. Throws sim::Error.
-Side chooseSide(const Place& place, const std::string& what);
-Side thisTv(const Place& place);
+Side chooseSide(const Session& session, const std::string& what);
+Side thisTv(const Session& session);
 
 }  // namespace cli

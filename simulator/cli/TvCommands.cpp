@@ -26,7 +26,7 @@ struct InitOptions {
     std::string account = sim::DEFAULT_ACCOUNT;
 };
 
-int init(const Place& place, const InitOptions& options) {
+int init(const Session& session, const InitOptions& options) {
     std::optional<std::time_t> time;
     if (!options.now.empty()) {
         time = sim::parseTime(options.now);
@@ -38,18 +38,18 @@ int init(const Place& place, const InitOptions& options) {
             print(stderr, "{}\n", problem);
         }
     };
-    sim::Tv::create(place.home, read,
+    sim::Tv::create(session.home, read,
                     options.serial.empty() ? fmt::format("{:08X}", std::random_device()()) : options.serial, time,
                     options.account);
-    if (place.isJson) {
+    if (session.isJson) {
         Json::Value value = asMember("problems", sim::toJson(list.problems));
-        value["home"] = sim::toUtf8(place.home.string());
+        value["home"] = sim::toUtf8(session.home.string());
         value["services"] = Json::Value::UInt64(list.services);
         value["groups"] = Json::Value::UInt64(list.groups);
         printJson(value);
         return DONE;
     }
-    print("Made a factory-fresh TV at {}: {} services in {} groups, {} lines skipped.\n", place.home.string(),
+    print("Made a factory-fresh TV at {}: {} services in {} groups, {} lines skipped.\n", session.home.string(),
           list.services, list.groups, list.problems.size());
     return DONE;
 }
@@ -65,10 +65,10 @@ std::string watching(const sim::TvReport& report) {
                : fmt::format("none: the channel list has no service {}", report.viewing.serviceId);
 }
 
-int status(const Place& place, bool withServices) {
-    const sim::Tv tv(place.home, Database::Access::Look);
+int status(const Session& session, bool withServices) {
+    const sim::Tv tv(session.home, Database::Access::Look);
     const sim::TvReport report = sim::reportTv(tv);
-    if (place.isJson) {
+    if (session.isJson) {
         Json::Value value = sim::toJson(report);
         if (withServices) {
             value["channels"] = sim::toJson(tv.services().all());
@@ -109,13 +109,13 @@ int status(const Place& place, bool withServices) {
     return DONE;
 }
 
-int saveSnapshot(const Place& place, const std::string& name) {
+int saveSnapshot(const Session& session, const std::string& name) {
     if (!name.empty()) {
-        const sim::FolderLock lock = sim::lockTv(place.home, std::chrono::seconds(0));
-        sim::saveSnapshot(place.home, name);
+        const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(0));
+        sim::saveSnapshot(session.home, name);
     }
-    const std::vector<std::string> names = sim::snapshotsOf(place.home);
-    if (place.isJson) {
+    const std::vector<std::string> names = sim::snapshotsOf(session.home);
+    if (session.isJson) {
         printJson(asMember("snapshots", sim::toJson(names)));
     } else if (name.empty()) {
         for (const std::string& each : names) {
@@ -125,9 +125,9 @@ int saveSnapshot(const Place& place, const std::string& name) {
     return DONE;
 }
 
-int reset(const Place& place, const std::string& name) {
-    const sim::FolderLock lock = sim::lockTv(place.home, std::chrono::seconds(0));
-    sim::resetTo(place.home, name);
+int reset(const Session& session, const std::string& name) {
+    const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(0));
+    sim::resetTo(session.home, name);
     return DONE;
 }
 
@@ -137,7 +137,7 @@ void addTvCommands(CLI::App& app, Action& chosen) {
     const auto options = std::make_shared<InitOptions>();
     CLI::App* making =
         addCommand(app, "init", "Make a factory-fresh TV with a channel list", "halcyon-tv init --channels list.conf",
-                   chosen, [options](const Place& place) { return init(place, *options); });
+                   chosen, [options](const Session& session) { return init(session, *options); });
     making->add_option("--channels", options->channels, "channel list in the channels.conf format")->required();
     making->add_option("--serial", options->serial, "serial number of the set (default: a random one)");
     making->add_option("--account", options->account, "whose it is in the cloud: TVs of one account share backups")
@@ -147,7 +147,7 @@ void addTvCommands(CLI::App& app, Action& chosen) {
 
     const auto withServices = std::make_shared<bool>(false);
     addCommand(app, "status", "Show the TV", "halcyon-tv status --services", chosen,
-               [withServices](const Place& place) { return status(place, *withServices); })
+               [withServices](const Session& session) { return status(session, *withServices); })
         ->add_flag("--services", *withServices, "with its channel list");
 
     struct SetOptions {
@@ -156,8 +156,8 @@ void addTvCommands(CLI::App& app, Action& chosen) {
     };
     const auto setting = std::make_shared<SetOptions>();
     CLI::App* changing = addCommand(app, "set", "Set a part of the TV's state", "halcyon-tv set antenna 0,2", chosen,
-                                    [setting](const Place& place) {
-                                        sim::Tv tv(place.home);
+                                    [setting](const Session& session) {
+                                        sim::Tv tv(session.home);
                                         sim::setByName(tv, setting->name, setting->value);
                                         return DONE;
                                     });
@@ -166,11 +166,11 @@ void addTvCommands(CLI::App& app, Action& chosen) {
 
     const auto name = std::make_shared<std::string>();
     addCommand(app, "snapshot", "Keep what the TV is now under a name, or list the names", "halcyon-tv snapshot before",
-               chosen, [name](const Place& place) { return saveSnapshot(place, *name); })
+               chosen, [name](const Session& session) { return saveSnapshot(session, *name); })
         ->add_option("name", *name, "letters, digits, '.', '_', '-' (default: list the names)");
     const auto which = std::make_shared<std::string>(sim::INIT_SNAPSHOT);
     addCommand(app, "reset", "Make the TV what it was at a snapshot, records and fault rules included",
-               "halcyon-tv reset before", chosen, [which](const Place& place) { return reset(place, *which); })
+               "halcyon-tv reset before", chosen, [which](const Session& session) { return reset(session, *which); })
         ->add_option("name", *which, "name of the snapshot (default: how init left it)");
 }
 

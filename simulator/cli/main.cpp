@@ -95,19 +95,19 @@ int usageError(const CLI::App& app, const std::string& message, int argc, char**
 
 int dispatch(int argc, char** argv) {
     CLI::App app;
-    cli::Place place;
+    cli::Session session;
     std::string home;
     cli::Action chosen;
-    cli::describe(app, place, home, chosen);
+    cli::describe(app, session, home, chosen);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return error.get_exit_code() == 0 ? app.exit(error) : usageError(app, error.what(), argc, argv);
     }
-    place.home = home.empty() ? sim::defaultHome() : sim::normalised(home);
-    place.cloud = sim::cloudOf(place.home, place.cloud);
+    session.home = home.empty() ? sim::defaultHome() : sim::normalised(home);
+    session.cloud = sim::cloudOf(session.home, session.cloud);
     try {
-        return chosen(place);
+        return chosen(session);
     } catch (const cli::UsageError& error) {
         printError(error.what());
         return cli::USAGE;
