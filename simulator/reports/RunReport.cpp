@@ -34,17 +34,17 @@ std::string endOf(const Run& run) {
     return run.detail.empty() ? end : fmt::format("{}: {}", end, run.detail);
 }
 
-// Without looking at the TV, which has changed since.
 Verdict verdictByRecord(const Run& run) {
-    constexpr char UNSEEN[] = "nobody has looked at the TV at the end of this run";
+    const auto unseen = [](Outcome outcome, Cause cause) {
+        return Verdict{outcome, cause, "nobody has looked at the TV at the end of this run", 0, {}};
+    };
     switch (run.ended) {
         case RunEnd::Running:
-            return {Outcome::Open, Cause::Other, UNSEEN, 0, {}};
+            return unseen(Outcome::Open, Cause::Other);
         case RunEnd::Crashed:
-            return {Outcome::Crashed, Cause::Exception, UNSEEN, 0, {}};
+            return unseen(Outcome::Crashed, Cause::Exception);
         default:
-            return succeeded(run) ? Verdict{Outcome::Done, Cause::None, UNSEEN, 0, {}}
-                                  : Verdict{Outcome::Failed, Cause::Other, UNSEEN, 0, {}};
+            return succeeded(run) ? unseen(Outcome::Done, Cause::None) : unseen(Outcome::Failed, Cause::Other);
     }
 }
 
@@ -93,6 +93,14 @@ RunReport reportRun(const Tv& tv, const CloudStore& store, const Run& run) {
     return {run, verdictOn(tv, store, run), run.response ? words(*run.response) : "none", replyOf(run), endOf(run)};
 }
 
+std::vector<RunReport> reportRuns(const Tv& tv, const CloudStore& store) {
+    std::vector<RunReport> reports;
+    for (const Run& run : tv.runs().list()) {
+        reports.push_back(reportRun(tv, store, run));
+    }
+    return reports;
+}
+
 std::vector<Moment> timelineOf(const Tv& tv, const RunReport& report, const TimelineFilter& filter) {
     std::vector<Moment> timeline;
     const auto isDecisive = [&](int seq) { return seq == report.verdict.decisive; };
@@ -108,7 +116,7 @@ std::vector<Moment> timelineOf(const Tv& tv, const RunReport& report, const Time
         }
     }
     std::sort(timeline.begin(), timeline.end(),
-              [](const Moment& one, const Moment& other) { return one.seq < other.seq; });
+              [](const Moment& left, const Moment& right) { return left.seq < right.seq; });
     return timeline;
 }
 

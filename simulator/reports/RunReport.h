@@ -1,4 +1,4 @@
-// What became of a run of the application.
+// The result of a run of the application, and its timeline.
 #pragma once
 
 #include <cstdint>
@@ -14,32 +14,34 @@ namespace sim {
 struct RunReport {
     Run run;
     Verdict verdict;
-    std::string response;  // in words, like the others
+    std::string response;  // in words, like the next two
     std::string reply;
     std::string end;
 };
 
-// With the verdict that was given at the run's end. Where nobody has looked then, with one of now for the newest run;
-// of an older one there is the outcome by its record, and no items. Throws Error where the store cannot be read.
+// With the verdict that was given at the run's end. If there is none, the newest run is judged now; an older one gets
+// the outcome that its record tells, and no items, as the TV has changed since. Throws Error if the TV or the store
+// cannot be read.
 RunReport reportRun(const Tv& tv, const CloudStore& store, const Run& run);
+std::vector<RunReport> reportRuns(const Tv& tv, const CloudStore& store);  // all of them, oldest first
 
-// What was recorded of a run, in its order.
+// A call or a log record of a run.
 struct Moment {
     int seq = 0;
     std::int64_t at = 0;  // milliseconds of the TV's time since the start
     std::optional<CallRecord> call;
-    std::optional<LogRecord> log;  // one that both sinks got is here once, under the sink "both"
+    std::optional<LogRecord> log;  // under the sink "both" if both sinks got it
     bool isDecisive = false;       // it decided the outcome
 };
 
-// What to leave out.
+// What a timeline shows.
 struct TimelineFilter {
     bool calls = true;
     bool log = true;
-    bool sinks = false;  // a record for each sink
-    int priority = 0;    // log records below it
-    std::string call;    // all calls but this one; empty: none
-    std::string text;    // all that does not have it in its message, name, arguments or result
+    bool sinks = false;  // each log record once for each sink that got it
+    int priority = 0;    // log records of this priority and above
+    std::string call;    // calls of this name; empty: all
+    std::string text;    // what has it in its message, name, arguments or result
 };
 
 std::vector<Moment> timelineOf(const Tv& tv, const RunReport& report, const TimelineFilter& filter);

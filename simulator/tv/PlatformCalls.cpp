@@ -19,6 +19,16 @@ const std::vector<const PlatformCall*>& platformCalls() {
     return all;
 }
 
+std::vector<PlatformCall> callsThatCanFail() {
+    std::vector<PlatformCall> calls;
+    for (const PlatformCall* call : platformCalls()) {
+        if (!call->failures.empty()) {
+            calls.push_back(*call);
+        }
+    }
+    return calls;
+}
+
 const PlatformCall* findPlatformCall(std::string_view name) {
     const std::vector<const PlatformCall*>& all = platformCalls();
     const auto found =

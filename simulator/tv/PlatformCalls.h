@@ -36,6 +36,9 @@ namespace calls {
 // All of them.
 const std::vector<const PlatformCall*>& platformCalls();
 
+// Those that a fault rule can make fail.
+std::vector<PlatformCall> callsThatCanFail();
+
 // The one of that name; null if there is none.
 const PlatformCall* findPlatformCall(std::string_view name);
 

@@ -1,4 +1,4 @@
-// The cloud and bundles: what is there, whether it is whole, how it differs, and what is brought in from elsewhere.
+// The cloud and bundles: lists, checks, comparisons, and imports.
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <openssl/evp.h>
@@ -16,10 +16,7 @@ namespace sim {
 namespace {
 
 Json::Value listAll(const Lab& lab, const ApiRequest& /*request*/) {
-    Json::Value value;
-    value["cloud"] = toUtf8(lab.cloud());
-    value["backups"] = toJson(lab.backups());
-    return value;
+    return object({{"cloud", lab.cloud()}, {"backups", lab.backups()}});
 }
 
 std::string inQuery(const ApiRequest& request, const char* name) {
@@ -37,8 +34,7 @@ std::string pathIn(const ApiRequest& request) {
 
 Json::Value verified(const Lab& lab, const Bundle& bundle, const std::string& tv) {
     Json::Value value = toJson(bundle);
-    value["restore"] =
-        tv.empty() ? Json::Value() : toJson(prospectOf(bundle, Tv(lab.homeOf(tv), Database::Access::Look)));
+    value["restore"] = tv.empty() ? Json::Value() : toJson(prospectOf(bundle, lab.look(tv)));
     return value;
 }
 
@@ -63,7 +59,7 @@ Setup sideOf(const Lab& lab, const std::string& name) {
     const std::string kind = name.substr(0, colon);
     const std::string rest = colon == std::string::npos ? "" : name.substr(colon + 1);
     if (kind == "tv") {
-        return Tv(lab.homeOf(rest), Database::Access::Look).setup();
+        return lab.look(rest).setup();
     }
     if (kind == "backup") {
         const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
@@ -76,8 +72,8 @@ Json::Value showDifference(const Lab& lab, const ApiRequest& request) {
     const std::string left = inQuery(request, "left");
     const std::string right = inQuery(request, "right");
     Json::Value value = toJson(compare(sideOf(lab, left), sideOf(lab, right)));
-    value["left"] = toUtf8(left);
-    value["right"] = toUtf8(right);
+    value["left"] = toJson(left);
+    value["right"] = toJson(right);
     return value;
 }
 
@@ -120,16 +116,14 @@ Json::Value inspect(const Lab& lab, const ApiRequest& request) {
     const SentBundle sent(request.body);
     const std::string tv = textIn(request.body, "tv");
     Json::Value value = verified(lab, sent.bundle(), tv);
-    value["difference"] = toJson(compare(Tv(lab.homeOf(tv), Database::Access::Look).setup(), sent.bundle().setup()));
+    value["difference"] = toJson(compare(lab.look(tv).setup(), sent.bundle().setup()));
     return value;
 }
 
 Json::Value import(const Lab& lab, const ApiRequest& request) {
     const SentBundle sent(request.body);
-    const Tv tv(lab.homeOf(textIn(request.body, "tv")), Database::Access::Look);
-    Json::Value value;
-    value["backup"] = importBundle(*openCloud(lab.cloud()), sent.bundle(), sent.file(), tv.account(), &tv);
-    return value;
+    const Tv tv = lab.look(textIn(request.body, "tv"));
+    return object({{"backup", importBundle(*openCloud(lab.cloud()), sent.bundle(), sent.file(), tv.account(), &tv)}});
 }
 
 }  // namespace

@@ -12,26 +12,20 @@ namespace sim {
 
 namespace {
 
-constexpr std::chrono::seconds BETWEEN_REQUESTS{2};
+constexpr std::chrono::seconds REQUEST_INTERVAL{2};
 
 std::string event(const char* name, const Json::Value& data) {
     return fmt::format("event: {}\ndata: {}\n\n", name, writeJson(data));
-}
-
-Json::Value about(const std::string& tv) {
-    Json::Value value;
-    value["tv"] = toUtf8(tv);
-    return value;
 }
 
 }  // namespace
 
 std::string Watch::next() {
     std::string events;
-    for (const std::string& name : m_lab.names()) {
+    for (const auto& [name, home] : m_lab.tvs()) {
         try {
-            watchTv(name, events);
-        } catch (const Error&) {  // it is being replaced: the next look shows it
+            watchTv(name, home, events);
+        } catch (const Error&) {  // it is being replaced; the next call finds it again
         }
     }
     watchCloud(events);
@@ -39,7 +33,7 @@ std::string Watch::next() {
     return events;
 }
 
-// A store on another machine is not asked at each look.
+// A remote store is not asked at each call.
 void Watch::watchCloud(std::string& events) {
     const auto now = std::chrono::steady_clock::now();
     if (now < m_nextLook) {
@@ -53,34 +47,32 @@ void Watch::watchCloud(std::string& events) {
         for (const BackupName& name : m_store->content().backups) {
             cloud += name.path() + " " + name.etag + "\n";
         }
-    } catch (const Error& error) {  // who looks at the page's list of backups is told
+    } catch (const Error& error) {  // is told to who asks for the backups
         cloud = error.what();
     }
     if (m_store && m_store->isRemote()) {
-        m_nextLook = now + BETWEEN_REQUESTS;
+        m_nextLook = now + REQUEST_INTERVAL;
     }
     if (cloud != m_cloud && !m_isFirst) {
-        events += event("cloud", Json::Value(Json::objectValue));
+        events += event("cloud", object({}));
     }
     m_cloud = cloud;
 }
 
-void Watch::watchTv(const std::string& name, std::string& events) {
-    Tv tv(m_lab.homeOf(name), Database::Access::Look);
+void Watch::watchTv(const std::string& name, const std::filesystem::path& home, std::string& events) {
+    const Tv tv(home, Database::Access::Look);
     Seen& seen = m_seen[name];
-    Json::Value status = toJson(reportTv(tv));
-    status["faults"] = toJson(tv.faults().list());
-    const std::string text = writeJson(status);
-    if (text != seen.status && !m_isFirst) {
-        events += event("tv", about(name));
+    std::string status = writeJson(object({{"status", reportTv(tv)}, {"faults", tv.faults().list()}}));
+    if (status != seen.status && !m_isFirst) {
+        events += event("tv", object({{"tv", name}}));
     }
-    seen.status = text;
+    seen.status = std::move(status);
     watchRun(name, tv, seen, events);
 }
 
-void Watch::watchRun(const std::string& name, Tv& tv, Seen& seen, std::string& events) {
+void Watch::watchRun(const std::string& name, const Tv& tv, Seen& seen, std::string& events) {
     const std::int64_t newest = tv.runs().newest();
-    if (m_isFirst || newest < seen.run) {  // after a reset, runs are counted anew
+    if (m_isFirst || newest < seen.run) {  // a reset has brought older runs back
         seen.run = newest;
         seen.isOpen = false;
         return;
@@ -96,21 +88,20 @@ void Watch::watchRun(const std::string& name, Tv& tv, Seen& seen, std::string& e
     }
     RunReport report;
     report.run = *run;
-    Json::Value data = about(name);
-    data["run"] = Json::Int64(run->id);
-    data["operation"] = std::string(nameOf(run->operation));
-    data["moments"] = Json::Value(Json::arrayValue);
+    Json::Value moments(Json::arrayValue);
     for (const Moment& moment : timelineOf(tv, report, {})) {
         if (moment.seq > seen.seq) {
-            data["moments"].append(toJson(moment));
+            moments.append(toJson(moment));
             seen.seq = moment.seq;
         }
     }
-    const bool isJudged = tv.runs().record(run->id).verdict().has_value();
-    seen.isOpen = run->ended == RunEnd::Running || !isJudged;
-    data["isOpen"] = seen.isOpen;
-    if (!data["moments"].empty() || !seen.isOpen) {
-        events += event("run", data);
+    seen.isOpen = run->ended == RunEnd::Running || !tv.runs().record(run->id).verdict();
+    if (!moments.empty() || !seen.isOpen) {
+        events += event("run", object({{"tv", name},
+                                       {"run", run->id},
+                                       {"operation", nameOf(run->operation)},
+                                       {"moments", std::move(moments)},
+                                       {"isOpen", seen.isOpen}}));
     }
 }
 

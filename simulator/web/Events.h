@@ -1,5 +1,5 @@
-// What happens in a lab while somebody watches, as server-sent events: records of runs as they are written, and that
-// something has changed.
+// What happens in a lab, as server-sent events: "run" brings the records of a run as they are written, "tv" and "cloud"
+// say that something has changed.
 #pragma once
 
 #include <chrono>
@@ -8,7 +8,6 @@
 #include <memory>
 #include <string>
 
-#include "simulator/cloud/CloudStore.h"
 #include "simulator/web/Lab.h"
 
 namespace sim {
@@ -17,21 +16,21 @@ class Watch {
 public:
     explicit Watch(const Lab& lab) : m_lab(lab) {}
 
-    // The events since the last call, as their text; empty: nothing has happened.
+    // The text of the events since the last call; empty if nothing has happened.
     std::string next();
 
 private:
-    // How far a TV has been watched.
+    // What is known of a TV.
     struct Seen {
         std::string status;
-        std::int64_t run = 0;
-        int seq = 0;
+        std::int64_t run = 0;  // the newest
+        int seq = 0;           // of its last record that was told
         bool isOpen = false;
     };
 
     void watchCloud(std::string& events);
-    void watchTv(const std::string& name, std::string& events);
-    void watchRun(const std::string& name, class Tv& tv, Seen& seen, std::string& events);
+    void watchTv(const std::string& name, const std::filesystem::path& home, std::string& events);
+    void watchRun(const std::string& name, const Tv& tv, Seen& seen, std::string& events);
 
     const Lab& m_lab;
     std::map<std::string, Seen> m_seen;

@@ -56,8 +56,8 @@ bool isOwnOrigin(const std::string& origin, int port) {
            (origin.compare(0, SCHEME.size(), SCHEME) == 0 && isLocalHost(origin.substr(SCHEME.size()), port));
 }
 
-bool isSameSecret(const std::string& one, const std::string& other) {
-    return one.size() == other.size() && CRYPTO_memcmp(one.data(), other.data(), one.size()) == 0;
+bool isSameSecret(const std::string& left, const std::string& right) {
+    return left.size() == right.size() && CRYPTO_memcmp(left.data(), right.data(), left.size()) == 0;
 }
 
 std::string tokenIn(const std::string& file) {

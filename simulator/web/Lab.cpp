@@ -11,36 +11,14 @@ namespace fs = std::filesystem;
 
 namespace sim {
 
-namespace {
-
-bool isTv(const fs::path& folder) {
-    return isRegularFile(folder / "tv.db");
-}
-
-}  // namespace
-
 std::map<std::string, fs::path> Lab::tvs() const {
     std::map<std::string, fs::path> tvs;
-    if (m_folder.empty()) {
-        if (isTv(m_home)) {
-            tvs[m_home.filename()] = m_home;
-        }
-        return tvs;
-    }
-    for (const fs::path& member : membersOf(m_folder)) {
-        if (isTv(member)) {
-            tvs[member.filename()] = member;
+    for (const fs::path& home : m_folder.empty() ? std::vector{m_home} : membersOf(m_folder)) {
+        if (isRegularFile(home / "tv.db")) {
+            tvs[home.filename()] = home;
         }
     }
     return tvs;
-}
-
-std::vector<std::string> Lab::names() const {
-    std::vector<std::string> names;
-    for (const auto& [name, home] : tvs()) {
-        names.push_back(name);
-    }
-    return names;
 }
 
 fs::path Lab::homeOf(const std::string& name) const {
@@ -62,7 +40,7 @@ std::vector<StoredBackup> Lab::backups() const {
         const std::string key = name.path() + " " + name.etag;
         const auto known = name.etag.empty() ? m_read.end() : m_read.find(key);
         for (StoredBackup& backup : known == m_read.end() ? lookAt(*store, {name}) : std::vector{known->second}) {
-            if (backup.damage.empty()) {  // the transfer alone may have been at fault: look again the next time
+            if (backup.damage.empty()) {  // only the transfer may have been damaged: read it again the next time
                 read.emplace(key, backup);
             }
             backups.push_back(std::move(backup));

@@ -1,4 +1,4 @@
-// The TVs that a server shows, by name, and their cloud.
+// The TVs that a server shows, and their cloud.
 #pragma once
 
 #include <filesystem>
@@ -8,33 +8,33 @@
 #include <vector>
 
 #include "simulator/cloud/CloudStore.h"
+#include "simulator/tv/Tv.h"
 
 namespace sim {
 
 class Lab {
 public:
-    // The one TV at `home`, under its folder's name; or, where `folder` is not empty, each TV directly in that folder.
+    // Shows each TV directly in `folder`; if that is empty, the one TV at `home`.
     Lab(std::filesystem::path home, std::filesystem::path folder, std::string cloud)
         : m_home(std::move(home)), m_folder(std::move(folder)), m_cloud(std::move(cloud)) {}
 
-    // Their names, sorted; TVs may come and go.
-    std::vector<std::string> names() const;
+    // The homes of the TVs that are there now, by the names of their folders.
+    std::map<std::string, std::filesystem::path> tvs() const;
 
-    // Throws Error (Missing) where there is no such TV. A name never leads anywhere else.
+    // Throw Error (Missing) if there is no TV of that name. A name never leads outside the lab.
     std::filesystem::path homeOf(const std::string& name) const;
+    Tv look(const std::string& name) const { return Tv(homeOf(name), Database::Access::Look); }
 
     const std::string& cloud() const { return m_cloud; }
 
-    // The cloud's backups, oldest first within their category. What an object store holds is read only once: the page
-    // asks for all of it at each change. May be called on several threads.
+    // The cloud's backups, oldest first within their category. Throws Error if the store cannot be read. May be called
+    // on several threads. A backup in an object store is read only once, as the page asks for all at each change.
     std::vector<StoredBackup> backups() const;
 
-    // Where the token is kept.
+    // The file that keeps the token.
     std::filesystem::path tokenFile() const;
 
 private:
-    std::map<std::string, std::filesystem::path> tvs() const;
-
     std::filesystem::path m_home;
     std::filesystem::path m_folder;
     std::string m_cloud;

@@ -1,4 +1,4 @@
-// Runs: launching the application, what became of it, and the timeline.
+// Runs: launching the application, its verdict and its timeline.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -17,7 +17,7 @@ namespace sim {
 
 namespace {
 
-// The snapshot that a restore from the page leaves, so that one sees what it has changed.
+// The snapshot that a restore from the page makes first, so that the page can show what it has changed.
 constexpr char BEFORE_RUN[] = "before-run";
 
 Json::Value withTimeline(const Tv& tv, const RunReport& report) {
@@ -27,18 +27,12 @@ Json::Value withTimeline(const Tv& tv, const RunReport& report) {
 }
 
 Json::Value listRuns(const Lab& lab, const ApiRequest& request) {
-    const Tv tv(lab.homeOf(request.parts[0]), Database::Access::Look);
-    const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
-    Json::Value value;
-    value["runs"] = Json::Value(Json::arrayValue);
-    for (const Run& run : tv.runs().list()) {
-        value["runs"].append(toJson(reportRun(tv, *store, run)));
-    }
-    return value;
+    const Tv tv = lab.look(request.parts[0]);
+    return object({{"runs", reportRuns(tv, *openCloud(lab.cloud()))}});
 }
 
 Json::Value showRun(const Lab& lab, const ApiRequest& request) {
-    const Tv tv(lab.homeOf(request.parts[0]), Database::Access::Look);
+    const Tv tv = lab.look(request.parts[0]);
     const std::optional<std::int64_t> id = toNumber<std::int64_t>(request.parts[1]);
     const std::optional<Run> run = id ? tv.runs().find(*id) : std::nullopt;
     if (!run) {
@@ -47,17 +41,16 @@ Json::Value showRun(const Lab& lab, const ApiRequest& request) {
     return withTimeline(tv, reportRun(tv, *openCloud(lab.cloud()), *run));
 }
 
-// What the last restore from this page has changed; null before the first.
+// What the last restore from the page has changed; null before the first.
 Json::Value showChanges(const Lab& lab, const ApiRequest& request) {
     const std::filesystem::path home = lab.homeOf(request.parts[0]);
     const std::vector<std::string> names = snapshotsOf(home);
-    Json::Value value;
-    value["difference"] = Json::Value();
-    if (std::find(names.begin(), names.end(), BEFORE_RUN) != names.end()) {
-        value["difference"] = toJson(compare(Tv(snapshotPath(home, BEFORE_RUN), Database::Access::Look).setup(),
-                                             Tv(home, Database::Access::Look).setup()));
+    if (std::find(names.begin(), names.end(), BEFORE_RUN) == names.end()) {
+        return object({{"difference", Json::Value()}});
     }
-    return value;
+    const Tv before(snapshotPath(home, BEFORE_RUN), Database::Access::Look);
+    const Tv now(home, Database::Access::Look);
+    return object({{"difference", compare(before.setup(), now.setup())}});
 }
 
 bool flag(const Json::Value& body, const char* member) {
@@ -84,14 +77,13 @@ RunRequest requestIn(const Json::Value& body, const CloudStore& store, const std
 Json::Value launch(const Lab& lab, const ApiRequest& request) {
     const std::filesystem::path home = lab.homeOf(request.parts[0]);
     const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
-    const RunRequest wanted = requestIn(request.body, *store, Tv(home, Database::Access::Look).account());
+    const RunRequest wanted = requestIn(request.body, *store, lab.look(request.parts[0]).account());
     const FolderLock lock = lockTv(home, std::chrono::seconds(0));
     if (request.body["operation"] == "restore") {
         saveSnapshot(home, BEFORE_RUN);
     }
     Tv tv(home);
-    const RunReport report = launchAndJudge(wanted, tv, lab.cloud(), *store, lock, &execute);
-    return withTimeline(tv, report);
+    return withTimeline(tv, launchAndJudge(wanted, tv, lab.cloud(), *store, lock, &execute));
 }
 
 }  // namespace

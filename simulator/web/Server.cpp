@@ -12,7 +12,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
-#include "simulator/base/Text.h"
+#include "simulator/reports/ToJson.h"
 #include "simulator/web/Events.h"
 #include "simulator/web/Guard.h"
 #include "simulator/web/Page.h"
@@ -24,10 +24,10 @@ namespace {
 
 constexpr char API[] = "/api/";
 constexpr char TOKEN_HEADER[] = "X-Halcyon-Token";
-constexpr std::size_t MOST_BYTES_OF_A_BODY = 32U << 20;
+constexpr std::size_t MAX_BODY_BYTES = 32U << 20;
 constexpr std::size_t THREADS = 64;
-constexpr std::chrono::milliseconds BETWEEN_LOOKS{100};
-constexpr auto BETWEEN_SIGNS_OF_LIFE = std::chrono::seconds(5);
+constexpr std::chrono::milliseconds POLL_INTERVAL{100};
+constexpr std::chrono::seconds KEEPALIVE_INTERVAL{5};
 
 std::atomic<httplib::Server*> running{nullptr};
 
@@ -56,14 +56,11 @@ int statusOf(Error::Kind kind) {
 }
 
 void refuse(httplib::Response& response, int status, const std::string& message) {
-    Json::Value value;
-    value["error"] = toUtf8(message);
     response.status = status;
-    response.set_content(writeJson(value), "application/json");
+    response.set_content(writeJson(object({{"error", message}})), "application/json");
 }
 
-// As it is: the library would compress a text that is there at once, which takes longer than the way through this
-// machine.
+// Through a content provider: the library would compress a plain content, which takes longer than the loopback.
 void send(httplib::Response& response, std::string text, const std::string& type) {
     const auto body = std::make_shared<const std::string>(std::move(text));
     response.set_content_provider(body->size(), type, [body](std::size_t offset, std::size_t length, auto& sink) {
@@ -71,7 +68,7 @@ void send(httplib::Response& response, std::string text, const std::string& type
     });
 }
 
-// Nothing from elsewhere is run, asked or shown, and nobody frames the page.
+// The page runs, asks and shows nothing from elsewhere, and no other page frames it.
 void addHeaders(httplib::Response& response) {
     response.set_header("Content-Security-Policy",
                         "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
@@ -88,7 +85,7 @@ public:
     Site(const Lab& lab, const ServeOptions& options)
         : m_lab(lab), m_options(options), m_token(tokenIn(lab.tokenFile())) {
         m_server.new_task_queue = [] { return new httplib::ThreadPool(THREADS); };
-        m_server.set_payload_max_length(MOST_BYTES_OF_A_BODY);
+        m_server.set_payload_max_length(MAX_BODY_BYTES);
         m_server.set_keep_alive_timeout(1);  // seconds that an end has to wait for an idle connection
         m_server.set_pre_routing_handler(
             [this](const httplib::Request& request, httplib::Response& response) { return guard(request, response); });
@@ -101,12 +98,10 @@ public:
             }
         });
         m_server.Get("/api/events", [this](const auto&, httplib::Response& response) { sendEvents(response); });
-        m_server.Get("/api/.*",
-                     [this](const auto& request, httplib::Response& response) { answer(request, response); });
-        m_server.Post("/api/.*",
-                      [this](const auto& request, httplib::Response& response) { answer(request, response); });
-        m_server.Delete("/api/.*",
-                        [this](const auto& request, httplib::Response& response) { answer(request, response); });
+        const auto ask = [this](const auto& request, httplib::Response& response) { answer(request, response); };
+        m_server.Get("/api/.*", ask);
+        m_server.Post("/api/.*", ask);
+        m_server.Delete("/api/.*", ask);
         m_server.Get("/.*", [this](const auto& request, httplib::Response& response) { sendFile(request, response); });
     }
 
@@ -195,14 +190,14 @@ private:
         response.set_chunked_content_provider("text/event-stream", [watch, lastSign](std::size_t, auto& sink) {
             const auto now = std::chrono::steady_clock::now();
             std::string events = watch->next();
-            if (events.empty() && now - *lastSign > BETWEEN_SIGNS_OF_LIFE) {
+            if (events.empty() && now - *lastSign > KEEPALIVE_INTERVAL) {
                 events = ": alive\n\n";
             }
             if (!events.empty()) {
                 *lastSign = now;
                 return sink.write(events.data(), events.size());
             }
-            std::this_thread::sleep_for(BETWEEN_LOOKS);
+            std::this_thread::sleep_for(POLL_INTERVAL);
             return running.load() != nullptr;
         });
     }

@@ -1,6 +1,4 @@
-// The TVs: how each stands, its channels, what can be set, its fault rules.
-#include <algorithm>
-
+// The TVs: their state, their channels, what can be set, their fault rules.
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
 #include "simulator/base/Version.h"
@@ -14,49 +12,36 @@ namespace sim {
 
 namespace {
 
-Tv look(const Lab& lab, const ApiRequest& request) {
-    return Tv(lab.homeOf(request.parts.at(0)), Database::Access::Look);
-}
-
 Json::Value showLab(const Lab& lab, const ApiRequest& /*request*/) {
-    Json::Value value;
-    value["version"] = VERSION;
-    value["cloud"] = toUtf8(lab.cloud());
-    value["tvs"] = Json::Value(Json::arrayValue);
-    for (const std::string& name : lab.names()) {
-        Json::Value tv;
-        tv["name"] = toUtf8(name);
-        tv["home"] = toUtf8(lab.homeOf(name).string());
-        value["tvs"].append(tv);
+    Json::Value tvs(Json::arrayValue);
+    for (const auto& [name, home] : lab.tvs()) {
+        tvs.append(object({{"name", name}, {"home", home.string()}}));
     }
-    return value;
+    return object({{"version", VERSION}, {"cloud", lab.cloud()}, {"tvs", std::move(tvs)}});
 }
 
 Json::Value showTv(const Lab& lab, const ApiRequest& request) {
-    const Tv tv = look(lab, request);
+    const Tv tv = lab.look(request.parts[0]);
     Json::Value value = toJson(reportTv(tv));
-    value["serial"] = toUtf8(tv.serial());
-    value["run"] = Json::Int64(tv.runs().newest());
+    value["serial"] = toJson(tv.serial());
+    value["run"] = tv.runs().newest();
     return value;
 }
 
-// A row a channel, because a list may have 50,000 of them: id, number, name, kind, group, provider, identity.
+// An array for each channel, as a list may have 50,000 of them: id, number, name, kind, group, provider, identity.
 Json::Value showChannels(const Lab& lab, const ApiRequest& request) {
     Json::Value rows(Json::arrayValue);
-    look(lab, request).services().forEach([&](const Service& service) {
+    lab.look(request.parts[0]).services().forEach([&](const Service& service) {
         Json::Value row(Json::arrayValue);
-        row.append(Json::Value::UInt64(service.id));
+        row.append(service.id);
         row.append(service.number);
-        row.append(toUtf8(service.name));
-        row.append(serviceKind(service));
-        row.append(toUtf8(service.groupName));
-        row.append(toUtf8(service.provider));
-        row.append(toUtf8(service.identity));
-        rows.append(row);
+        for (const std::string& text :
+             {service.name, serviceKind(service), service.groupName, service.provider, service.identity}) {
+            row.append(toJson(text));
+        }
+        rows.append(std::move(row));
     });
-    Json::Value value;
-    value["channels"] = rows;
-    return value;
+    return object({{"channels", std::move(rows)}});
 }
 
 Json::Value setOnTv(const Lab& lab, const ApiRequest& request) {
@@ -69,48 +54,37 @@ Json::Value resetTv(const Lab& lab, const ApiRequest& request) {
     const std::filesystem::path home = lab.homeOf(request.parts[0]);
     const FolderLock lock = lockTv(home, std::chrono::seconds(0));
     resetTo(home, textIn(request.body, "name", INIT_SNAPSHOT));
-    return toJson(reportTv(Tv(home, Database::Access::Look)));
+    return toJson(reportTv(lab.look(request.parts[0])));
 }
 
 Json::Value listCalls(const Lab& /*lab*/, const ApiRequest& /*request*/) {
-    Json::Value value;
-    value["calls"] = Json::Value(Json::arrayValue);
-    for (const PlatformCall* call : platformCalls()) {
-        if (!call->failures.empty()) {
-            value["calls"].append(toJson(*call));
-        }
-    }
-    return value;
+    return object({{"calls", callsThatCanFail()}});
 }
 
-// The names of a closed set, each at the place of its code.
+// The names of an enum, each at the index of its code.
 template <typename Enum>
 Json::Value namesOf() {
     Json::Value names;
     for (const Name<Enum>& each : NAMES<Enum>) {
-        names[codeOf(each.value)] = std::string(each.name);
+        names[codeOf(each.value)] = toJson(each.name);
     }
     return names;
 }
 
 // What a TV can be set to.
 Json::Value listWords(const Lab& /*lab*/, const ApiRequest& /*request*/) {
-    Json::Value value;
-    value["antennaModes"] = namesOf<AntennaMode>();
-    value["antennaInputs"] = namesOf<AntennaInput>();
-    value["serviceModes"] = namesOf<ServiceMode>();
-    value["sorts"] = namesOf<SortMode>();
-    return value;
+    return object({{"antennaModes", namesOf<AntennaMode>()},
+                   {"antennaInputs", namesOf<AntennaInput>()},
+                   {"serviceModes", namesOf<ServiceMode>()},
+                   {"sorts", namesOf<SortMode>()}});
 }
 
 Json::Value rulesOf(const Tv& tv) {
-    Json::Value value;
-    value["rules"] = toJson(tv.faults().list());
-    return value;
+    return object({{"rules", tv.faults().list()}});
 }
 
 Json::Value listFaults(const Lab& lab, const ApiRequest& request) {
-    return rulesOf(look(lab, request));
+    return rulesOf(lab.look(request.parts[0]));
 }
 
 Json::Value addFault(const Lab& lab, const ApiRequest& request) {
