@@ -1,4 +1,4 @@
-// The commands that look into bundles, wherever they are.
+// The commands on bundles: files and stored backups.
 #include <fmt/ranges.h>
 
 #include <memory>
@@ -21,14 +21,14 @@ namespace {
 struct BundleOptions {
     std::string bundle;
     std::string metadata;
-    std::string tv;  // to say what a restore would do there
+    std::string tv;  // its home; empty: the session's
 };
 using Options = std::shared_ptr<BundleOptions>;
 
 Json::Value toJson(const NamedBundle& named) {
     Json::Value value = sim::toJson(named.bundle);
-    value["bundle"] = sim::toUtf8(named.name);
-    value["backup"] = named.backup ? sim::toJson(*named.backup) : Json::Value();
+    value["bundle"] = sim::toJson(named.name);
+    value["backup"] = sim::toJson(named.backup);
     return value;
 }
 
@@ -46,7 +46,7 @@ void printChannels(const sim::Bundle& bundle) {
         return;
     }
     const sim::ChannelCounts counts = sim::countChannels(*bundle.setup().services);
-    print("  channels   {} services: {}\n", counts.services, counted(counts.byType));
+    print("  channels   {}: {}\n", sim::plural(counts.services, "service"), counted(counts.byType));
     print("    groups     {}\n", counted(counts.byGroup));
     print("    providers  {}\n", counted(counts.byProvider));
 }
@@ -109,14 +109,12 @@ int show(const Session& session, const BundleOptions& options) {
     return DONE;
 }
 
-// On the TV that was asked for, or on this one if there is one.
-std::optional<sim::Prospect> prospectFor(const Session& session, const BundleOptions& options,
-                                         const sim::Bundle& bundle) {
-    const std::filesystem::path home = options.tv.empty() ? session.home : sim::normalised(options.tv);
-    if (options.tv.empty() && !sim::pathExists(home)) {
-        return std::nullopt;
+// On the TV that was asked for; else on the session's, if it exists.
+std::optional<sim::Prospect> prospectFor(const Session& session, const std::string& tv, const sim::Bundle& bundle) {
+    if (!tv.empty()) {
+        return sim::prospectOf(bundle, sim::Tv(sim::normalised(tv), sim::Database::Access::Look));
     }
-    return sim::prospectOf(bundle, sim::Tv(home, sim::Database::Access::Look));
+    return sim::pathExists(session.home) ? std::optional(sim::prospectOf(bundle, session.look())) : std::nullopt;
 }
 
 const char* statusOf(const sim::Bundle& bundle) {
@@ -130,24 +128,25 @@ void printVerified(const NamedBundle& named, const std::optional<sim::Prospect>&
     for (const std::string& ambiguity : named.bundle.ambiguities()) {
         print("ambiguous: {}\n", ambiguity);
     }
-    print("{}: {}, each byte of {} entries read\n", named.name, statusOf(named.bundle), named.bundle.entries().size());
+    print("{}: {}, each byte of {} read\n", named.name, statusOf(named.bundle),
+          sim::plural(named.bundle.entries().size(), "entry", "entries"));
     printItems(named.bundle);
     printEntries(named.bundle);
     if (!prospect) {
         return;
     }
     print("  restore    {}\n", prospect->isPossible ? "this TV would take it" : "would be refused: " + prospect->why);
-    if (!prospect->left.empty()) {
-        print("  leftovers  {}\n", fmt::format("{}", fmt::join(prospect->left, ", ")));
+    if (!prospect->leftovers.empty()) {
+        print("  leftovers  {}\n", fmt::format("{}", fmt::join(prospect->leftovers, ", ")));
     }
 }
 
 int verify(const Session& session, const BundleOptions& options) {
     const NamedBundle named = chooseBundle(session, options.bundle, options.metadata);
-    const std::optional<sim::Prospect> prospect = prospectFor(session, options, named.bundle);
+    const std::optional<sim::Prospect> prospect = prospectFor(session, options.tv, named.bundle);
     if (session.isJson) {
         Json::Value value = toJson(named);
-        value["restore"] = prospect ? sim::toJson(*prospect) : Json::Value();
+        value["restore"] = sim::toJson(prospect);
         printJson(value);
     } else {
         printVerified(named, prospect);
@@ -177,7 +176,8 @@ void addBundleCommands(CLI::App& app, Action& chosen) {
                    "halcyon-tv bundle verify customer.zip --for /tmp/halcyon/tv", chosen,
                    [options](const Session& session) { return verify(session, *options); });
     addBundle(*verifying, options);
-    verifying->add_option("--for", options->tv, "folder of the TV that shall take it; exit code 5 if it would not");
+    verifying->add_option("--for", options->tv,
+                          "folder of the TV to restore it on; exit code 5 if that would be refused");
 }
 
 }  // namespace cli

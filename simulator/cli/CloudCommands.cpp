@@ -26,34 +26,39 @@ void printBackup(const sim::StoredBackup& backup, std::size_t columns) {
     }
 }
 
-int list(const Session& session) {
+void printBackups(const std::vector<sim::StoredBackup>& backups, const std::string& cloud) {
+    if (backups.empty()) {
+        print("No backup in {}.\n", cloud);
+        return;
+    }
+    std::size_t columns = 8;
+    for (const sim::StoredBackup& backup : backups) {
+        columns = std::max(columns, backup.id.size());
+    }
+    print("{:<{}} {:<21} {:>10} {:>9}  {:<16} {:<32} {}\n", "backup", columns, "time", "bytes", "channels", "set",
+          "antenna", "account/client/category");
+    for (const sim::StoredBackup& backup : backups) {
+        printBackup(backup, columns);
+    }
+}
+
+int listStore(const Session& session) {
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
     const sim::StoreContent content = store->content();
     const std::vector<sim::StoredBackup> backups = sim::lookAt(*store, content.backups);
     if (session.isJson) {
-        Json::Value value = asMember("backups", sim::toJson(backups));
-        value["cloud"] = sim::toUtf8(store->place());
+        Json::Value value = sim::object({{"backups", backups}, {"cloud", store->place()}});
         if (session.isVerbose) {
             value["foreign"] = sim::toJson(content.foreign);
         }
         printJson(value);
         return DONE;
     }
-    std::size_t columns = 8;
-    for (const sim::StoredBackup& backup : backups) {
-        columns = std::max(columns, backup.id.size());
-    }
-    if (backups.empty()) {
-        print("No backup in {}.\n", store->place());
-    } else {
-        print("{:<{}} {:<21} {:>10} {:>9}  {:<16} {:<32} {}\n", "backup", columns, "time", "bytes", "channels", "set",
-              "antenna", "account/client/category");
-    }
-    for (const sim::StoredBackup& backup : backups) {
-        printBackup(backup, columns);
-    }
-    for (const std::string& name : session.isVerbose ? content.foreign : std::vector<std::string>()) {
-        print("foreign: {}\n", name);
+    printBackups(backups, store->place());
+    if (session.isVerbose) {
+        for (const std::string& name : content.foreign) {
+            print("foreign: {}\n", name);
+        }
     }
     return DONE;
 }
@@ -72,22 +77,20 @@ int import(const Session& session, const ImportOptions& options) {
     for (const std::string& problem : named.bundle.problems()) {
         print(stderr, "damaged: {}\n", problem);
     }
-    const bool isMetadataKnown = named.bundle.metadataText().has_value();
-    if (!isMetadataKnown) {
+    std::optional<sim::Tv> tv;
+    if (!named.bundle.metadataText()) {
         print(stderr,
               "No metadata is known of the bundle. Making some up: the antenna inputs of the TV at {}, and no viewing "
               "state.\n",
               session.home.string());
+        tv.emplace(session.home, sim::Database::Access::Look);
     }
-    const std::optional<sim::Tv> tv =
-        isMetadataKnown ? std::nullopt
-                        : std::optional<sim::Tv>(std::in_place, session.home, sim::Database::Access::Look);
     const std::string known = accountOf(session);
     const std::string account = known.empty() ? sim::DEFAULT_ACCOUNT : known;
     const std::string id =
         sim::importBundle(*sim::openCloud(session.cloud), named.bundle, options.file, account, tv ? &*tv : nullptr);
     if (session.isJson) {
-        printJson(asMember("backup", id));
+        printJson(sim::object({{"backup", id}}));
     } else {
         print("backup {}\n", id);
     }
@@ -103,14 +106,14 @@ int remove(const Session& session, const std::string& id) {
 }  // namespace
 
 void addCloudCommands(CLI::App& app, Action& chosen) {
-    CLI::App* store = addGroup(app, "cloud", "Look into the cloud store, and change it");
-    addCommand(*store, "create", "Make the store's bucket or folder, where it is missing",
+    CLI::App* store = addGroup(app, "cloud", "List and change the backups in the cloud store");
+    addCommand(*store, "create", "Create the store's bucket or folder if it is missing",
                "halcyon-tv --cloud s3://lab cloud create", chosen, [](const Session& session) {
                    sim::openCloud(session.cloud)->create();
                    return DONE;
                });
-    addCommand(*store, "list", "List the backups: which set made each, with what antenna, how many channels",
-               "halcyon-tv cloud list --json", chosen, &list);
+    addCommand(*store, "list", "List the backups, each with its set, antenna inputs and number of channels",
+               "halcyon-tv cloud list --json", chosen, &listStore);
 
     const auto options = std::make_shared<ImportOptions>();
     CLI::App* importing = addCommand(*store, "import", "Put a bundle file into the store as a new backup",
@@ -121,7 +124,7 @@ void addCloudCommands(CLI::App& app, Action& chosen) {
                           "file with its metadata (default: the one beside it; else some that fits this TV)");
 
     const auto id = std::make_shared<std::string>();
-    addCommand(*store, "remove", "Remove a backup for good", "halcyon-tv cloud remove 000001", chosen,
+    addCommand(*store, "remove", "Remove a backup permanently", "halcyon-tv cloud remove 000001", chosen,
                [id](const Session& session) { return remove(session, *id); })
         ->add_option("backup", *id, "its id")
         ->required();

@@ -52,8 +52,8 @@ void describe(CLI::App& app, Session& session, std::string& home, Action& chosen
     app.add_option("--home", home, "folder of the TV");
     app.add_option("--cloud", session.cloud, "the cloud store: a folder, or s3://BUCKET[/PREFIX]");
     app.add_flag("--json", session.isJson, "print one JSON object instead of text");
-    app.add_flag("-q,--quiet", session.isQuiet, "without the application's log, and without what is not asked for");
-    app.add_flag("-v,--verbose", session.isVerbose, "with more of what was found out");
+    app.add_flag("-q,--quiet", session.isQuiet, "suppress the application's log and other extras");
+    app.add_flag("-v,--verbose", session.isVerbose, "also print the timeline and unrecognised store entries");
     for (const auto addCommands : {&addTvCommands, &addRunCommands, &addFaultCommands, &addCloudCommands,
                                    &addBundleCommands, &addCompareCommands, &addFleetCommand, &addServeCommand}) {
         addCommands(app, chosen);

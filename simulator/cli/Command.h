@@ -1,6 +1,6 @@
-// The commands of halcyon-tv. Each source of commands puts its own on the command line, with their options, and says
-// what is to be done when one is chosen. A command prints what a report has found out, and throws sim::Error when it
-// cannot do what it is asked for, UsageError when it is asked for what makes no sense.
+// The commands of halcyon-tv. Each source adds its commands and their options to the command line, with an action for
+// each. An action prints its results and returns an exit code. It throws sim::Error if it fails, and UsageError if what
+// it is asked for makes no sense.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -12,18 +12,21 @@
 #include <vector>
 
 #include "simulator/base/ExitCodes.h"
+#include "simulator/tv/Tv.h"
 
 namespace cli {
 
 using namespace sim::exit_code;
 
-// What the options that every command takes have said.
+// The options that every command takes.
 struct Session {
     std::filesystem::path home;
     std::string cloud;
     bool isJson = false;
     bool isQuiet = false;
     bool isVerbose = false;
+
+    sim::Tv look() const { return sim::Tv(home, sim::Database::Access::Look); }
 };
 
 class UsageError : public std::runtime_error {
@@ -33,12 +36,11 @@ public:
 
 using Action = std::function<int(const Session&)>;
 
-// Puts a command below `parent`, with an example of its use for its help. When it is chosen, `action` becomes the one
-// to do.
+// Adds a command to `parent`. If it is chosen, its action is put into `chosen`.
 CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& help, const std::string& example,
                      Action& chosen, Action action);
 
-// Puts a command there that has commands of its own.
+// Adds a command that has commands of its own.
 CLI::App* addGroup(CLI::App& parent, const std::string& name, const std::string& help);
 
 void addTvCommands(CLI::App& app, Action& chosen);
@@ -50,7 +52,8 @@ void addCloudCommands(CLI::App& app, Action& chosen);
 void addCompareCommands(CLI::App& app, Action& chosen);
 void addServeCommand(CLI::App& app, Action& chosen);
 
-// The whole command line. `session` is filled in when it is parsed.
+// Adds everything to the command line. Parsing fills in `session` as far as options were given, `home` as it was
+// written, and `chosen`.
 void describe(CLI::App& app, Session& session, std::string& home, Action& chosen);
 
 }  // namespace cli

@@ -1,4 +1,4 @@
-// The commands that compare channel set-ups, and that write channel lists for other programs.
+// The commands that compare channel set-ups and export channel lists.
 #include <fmt/ranges.h>
 
 #include <cstdio>
@@ -53,8 +53,8 @@ int printDifference(const Session& session, const Side& left, const Side& right)
     const sim::Difference difference = sim::compare(left.setup, right.setup);
     if (session.isJson) {
         Json::Value value = sim::toJson(difference);
-        value["left"] = sim::toUtf8(left.name);
-        value["right"] = sim::toUtf8(right.name);
+        value["left"] = sim::toJson(left.name);
+        value["right"] = sim::toJson(right.name);
         printJson(value);
         return difference.isSame() ? DONE : FAILED;
     }

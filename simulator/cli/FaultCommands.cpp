@@ -21,7 +21,7 @@ struct NewRule {
 };
 
 std::string times(int count) {
-    return fmt::format("{} time{}", count, count == 1 ? "" : "s");
+    return sim::plural(static_cast<std::uint64_t>(count), "time");
 }
 
 int add(const Session& session, const NewRule& wanted) {
@@ -30,17 +30,17 @@ int add(const Session& session, const NewRule& wanted) {
     rule.times = wanted.times;
     const std::int64_t id = sim::Tv(session.home).faults().add(rule);
     if (session.isJson) {
-        printJson(asMember("rule", Json::Int64(id)));
+        printJson(sim::object({{"rule", id}}));
     } else {
         print("rule {}\n", id);
     }
     return DONE;
 }
 
-int list(const Session& session) {
-    const std::vector<sim::FaultRule> rules = sim::Tv(session.home, sim::Database::Access::Look).faults().list();
+int listRules(const Session& session) {
+    const std::vector<sim::FaultRule> rules = session.look().faults().list();
     if (session.isJson) {
-        printJson(asMember("rules", sim::toJson(rules)));
+        printJson(sim::object({{"rules", rules}}));
         return DONE;
     }
     for (const sim::FaultRule& rule : rules) {
@@ -61,14 +61,9 @@ int clear(const Session& session, std::int64_t rule) {
 }
 
 int listCalls(const Session& session) {
-    std::vector<sim::PlatformCall> calls;
-    for (const sim::PlatformCall* call : sim::platformCalls()) {
-        if (!call->failures.empty()) {
-            calls.push_back(*call);
-        }
-    }
+    const std::vector<sim::PlatformCall> calls = sim::callsThatCanFail();
     if (session.isJson) {
-        printJson(asMember("calls", sim::toJson(calls)));
+        printJson(sim::object({{"calls", calls}}));
         return DONE;
     }
     for (const sim::PlatformCall& call : calls) {
@@ -92,7 +87,7 @@ void addFaultCommands(CLI::App& app, Action& chosen) {
     adding->add_option("--nth", rule->nth, "the first call of a run that fails")->capture_default_str();
     adding->add_option("--times", rule->times, "how often the rule fires, 0 for every time")->capture_default_str();
 
-    addCommand(*fault, "list", "List the rules and how often each fired", "halcyon-tv fault list", chosen, &list);
+    addCommand(*fault, "list", "List the rules and how often each fired", "halcyon-tv fault list", chosen, &listRules);
 
     const auto id = std::make_shared<std::int64_t>(0);
     addCommand(*fault, "clear", "Remove a rule, or all of them", "halcyon-tv fault clear", chosen,

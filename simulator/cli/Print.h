@@ -14,7 +14,7 @@
 
 namespace cli {
 
-// A value to be printed; a text may come from anywhere, and is made safe to show.
+// A value to print; a text is made safe to show, as it may come from anywhere.
 template <typename Value>
 decltype(auto) safe(const Value& value) {
     if constexpr (std::is_convertible_v<const Value&, std::string_view>) {
@@ -24,8 +24,8 @@ decltype(auto) safe(const Value& value) {
     }
 }
 
-// Prints to a stream or to standard output. What controls a terminal comes from `format` alone. If the stream cannot be
-// written, it has its error flag; an exception would end the program at the message of another.
+// Prints to a stream, or to standard output. Only `format` can hold what controls a terminal. A stream that cannot be
+// written gets its error flag, and nothing is thrown: an exception would replace the message that is being printed.
 template <typename... Values>
 void print(std::FILE* stream, std::string_view format, const Values&... values) {
     const std::string text = fmt::format(fmt::runtime(format), safe(values)...);
@@ -40,13 +40,6 @@ void print(std::string_view format, const Values&... values) {
 inline void printJson(const Json::Value& value) {
     std::fputs(sim::writeJson(value, sim::JsonStyle::Indented).c_str(), stdout);
     std::fputs("\n", stdout);
-}
-
-// The elements of a list as a member of an object, which is what is printed.
-inline Json::Value asMember(const char* name, const Json::Value& elements) {
-    Json::Value object;
-    object[name] = elements;
-    return object;
 }
 
 }  // namespace cli

@@ -1,4 +1,4 @@
-// The commands that launch the application and show what became of it.
+// The commands that launch the application and show the records of its runs.
 #include <fmt/ranges.h>
 
 #include <csignal>
@@ -77,8 +77,23 @@ void printTimeline(const std::vector<sim::Moment>& timeline) {
     }
 }
 
-// The exit code that says what became of a run.
-int codeOf(const sim::Verdict& verdict) {
+void printReport(const Session& session, const sim::RunReport& report,
+                 const std::optional<std::vector<sim::Moment>>& timeline) {
+    if (session.isJson) {
+        Json::Value value = sim::toJson(report);
+        if (timeline) {
+            value["timeline"] = sim::toJson(*timeline);
+        }
+        printJson(value);
+        return;
+    }
+    printVerdict(report);
+    if (timeline) {
+        printTimeline(*timeline);
+    }
+}
+
+int exitCodeOf(const sim::Verdict& verdict) {
     switch (verdict.outcome) {
         case sim::Outcome::Done:
             return DONE;
@@ -100,36 +115,38 @@ int codeOf(const sim::Verdict& verdict) {
     }
 }
 
-// Whether the launch request makes a restore. Throws UsageError where it makes no sense, as a typing error would.
-bool checkRequest(const RunOptions& options) {
+// Throws UsageError if the launch request makes no sense, as after a typing error. The application itself takes each
+// operation that it does not know for a backup.
+void checkRequest(const RunOptions& options) {
+    if (options.asIs) {
+        return;
+    }
     std::string operation = "backup";
     for (const std::string& extra : options.request.extras) {
         const std::string key = extra.substr(0, extra.find('='));
-        const std::string near =
-            key == sim::application::OPERATION || key == sim::application::SCAN_ACTIVATED
-                ? ""
-                : sim::didYouMean(key, {sim::application::OPERATION, sim::application::SCAN_ACTIVATED});
-        if (!near.empty() && !options.asIs) {
-            throw UsageError(
-                fmt::format("the application reads no {}{}; --as-is launches it anyway", sim::inQuotes(key), near));
-        }
         if (key == sim::application::OPERATION) {
             operation = extra.substr(key.size() + 1);
+        } else if (key != sim::application::SCAN_ACTIVATED) {
+            const std::string near =
+                sim::didYouMean(key, {sim::application::OPERATION, sim::application::SCAN_ACTIVATED});
+            if (!near.empty()) {
+                throw UsageError(
+                    fmt::format("the application reads no {}{}; --as-is launches it anyway", sim::inQuotes(key), near));
+            }
         }
     }
     const bool isRestore = sim::application::isRestore(operation);
-    if (!options.asIs && !isRestore && operation != "backup") {
+    if (!isRestore && operation != "backup") {
         throw UsageError(fmt::format("operation {} would make a backup{}; --as-is launches it anyway",
                                      sim::inQuotes(operation), sim::didYouMean(operation, {"restore", "backup"})));
     }
-    if (!options.asIs && !isRestore && !options.request.backup.empty()) {
+    if (!isRestore && !options.request.backup.empty()) {
         throw UsageError(
             "--backup means nothing for a backup; for a restore: halcyon-tv run operation=restore --backup ID");
     }
-    return isRestore;
 }
 
-// Files that a refused restore has left, and that a later one applies where its bundle has none of the name.
+// A restore also applies the files that an earlier, refused one has left, if its own bundle has none of the name.
 void warnOfLeftovers(const sim::Tv& tv) {
     const std::vector<std::string> leftovers = sim::leftoversOf(tv);
     if (!leftovers.empty()) {
@@ -141,14 +158,15 @@ void warnOfLeftovers(const sim::Tv& tv) {
     }
 }
 
+constexpr int FORWARDED[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
 volatile std::sig_atomic_t launched = 0;
 
-// Launches the application and waits for its end. Signals that would end this process go to the application instead,
-// from its start on.
-sim::EndedProcess execute(const sim::ProcessOptions& options) {
+// Like sim::execute(), but signals that would end this process go to the application instead. They are blocked until
+// it has started, so that none is lost.
+sim::EndedProcess executeForwarding(const sim::ProcessOptions& options) {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
+    for (const int signal : FORWARDED) {
         sigaddset(&signals, signal);
     }
     ::sigprocmask(SIG_BLOCK, &signals, nullptr);
@@ -156,14 +174,14 @@ sim::EndedProcess execute(const sim::ProcessOptions& options) {
     launched = application.id();
     struct sigaction forward = {};
     forward.sa_handler = [](int signal) { ::kill(launched, signal); };
-    for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
+    for (const int signal : FORWARDED) {
         ::sigaction(signal, &forward, nullptr);
     }
     ::sigprocmask(SIG_UNBLOCK, &signals, nullptr);
     return {application.id(), sim::describeEnd(application.wait())};
 }
 
-// The rules that have not fired since they had fired as often as in `before`.
+// The rules that have not fired since `before` was listed.
 std::vector<std::string> silentRules(const sim::Tv& tv, const std::vector<sim::FaultRule>& before) {
     std::vector<std::string> silent;
     for (const sim::FaultRule& rule : tv.faults().list()) {
@@ -188,27 +206,15 @@ int run(const Session& session, const RunOptions& options) {
     }
     request.isLogShown = !session.isQuiet;
     const std::vector<sim::FaultRule> rules = tv.faults().list();
-    const sim::RunReport report = sim::launchAndJudge(request, tv, session.cloud, *store, lock, &execute);
-    const std::vector<sim::Moment> timeline =
-        session.isVerbose ? sim::timelineOf(tv, report, {}) : std::vector<sim::Moment>();
-    if (session.isJson) {
-        Json::Value value = sim::toJson(report);
-        if (session.isVerbose) {
-            value["timeline"] = sim::toJson(timeline);
+    const sim::RunReport report = sim::launchAndJudge(request, tv, session.cloud, *store, lock, &executeForwarding);
+    printReport(session, report, session.isVerbose ? std::optional(sim::timelineOf(tv, report, {})) : std::nullopt);
+    if (options.expectFaults) {
+        if (const std::vector<std::string> silent = silentRules(tv, rules); !silent.empty()) {
+            print(stderr, "Fault rules that did not fire: {}\n", fmt::format("{}", fmt::join(silent, ", ")));
+            return FAILED;
         }
-        printJson(value);
-    } else {
-        printVerdict(report);
     }
-    if (!timeline.empty() && !session.isJson) {
-        printTimeline(timeline);
-    }
-    const std::vector<std::string> silent = options.expectFaults ? silentRules(tv, rules) : std::vector<std::string>();
-    if (!silent.empty()) {
-        print(stderr, "Fault rules that did not fire: {}\n", fmt::format("{}", fmt::join(silent, ", ")));
-        return FAILED;
-    }
-    return codeOf(report.verdict);
+    return exitCodeOf(report.verdict);
 }
 
 struct RecordOptions {
@@ -219,28 +225,23 @@ struct RecordOptions {
     sim::TimelineFilter filter;
 };
 
-int listRecords(const Session& session, const sim::Tv& tv, const sim::CloudStore& store) {
-    Json::Value runs(Json::arrayValue);
-    for (const sim::Run& run : tv.runs().list()) {
-        const sim::RunReport report = sim::reportRun(tv, store, run);
-        if (session.isJson) {
-            runs.append(sim::toJson(report));
-        } else {
-            print("{:>4}  {}  {:<8} {:<12} {}\n", run.id, run.started, sim::nameOf(run.operation),
-                  sim::nameOf(report.verdict.outcome), report.verdict.why);
-        }
-    }
+void listRecords(const Session& session, const std::vector<sim::RunReport>& reports) {
     if (session.isJson) {
-        printJson(asMember("runs", runs));
+        printJson(sim::object({{"runs", reports}}));
+        return;
     }
-    return DONE;
+    for (const sim::RunReport& report : reports) {
+        print("{:>4}  {}  {:<8} {:<12} {}\n", report.run.id, report.run.started, sim::nameOf(report.run.operation),
+              sim::nameOf(report.verdict.outcome), report.verdict.why);
+    }
 }
 
 int record(const Session& session, const RecordOptions& options) {
-    const sim::Tv tv(session.home, sim::Database::Access::Look);
+    const sim::Tv tv = session.look();
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
     if (options.all) {
-        return listRecords(session, tv, *store);
+        listRecords(session, sim::reportRuns(tv, *store));
+        return DONE;
     }
     const std::optional<sim::Run> run = tv.runs().find(options.id != 0 ? options.id : tv.runs().newest());
     if (!run) {
@@ -252,17 +253,8 @@ int record(const Session& session, const RecordOptions& options) {
     sim::TimelineFilter filter = options.filter;
     filter.calls = options.calls || !(options.log || filter.priority > 0);
     filter.log = options.log || !(options.calls || !filter.call.empty());
-    const std::vector<sim::Moment> timeline = sim::timelineOf(tv, report, filter);
-    if (session.isJson) {
-        Json::Value value = sim::toJson(report);
-        value["timeline"] = sim::toJson(timeline);
-        printJson(value);
-        return DONE;
-    }
-    printVerdict(report);
-    if (!session.isQuiet) {
-        printTimeline(timeline);
-    }
+    const bool isBrief = session.isQuiet && !session.isJson;
+    printReport(session, report, isBrief ? std::nullopt : std::optional(sim::timelineOf(tv, report, filter)));
     return DONE;
 }
 
@@ -271,21 +263,21 @@ int record(const Session& session, const RecordOptions& options) {
 void addRunCommands(CLI::App& app, Action& chosen) {
     const auto options = std::make_shared<RunOptions>();
     CLI::App* running = addCommand(app, "run",
-                                   "Launch the application: a backup, or operation=restore; then look at what "
-                                   "it has made of the TV and the store",
+                                   "Launch the application for a backup, or with operation=restore, then check "
+                                   "the TV and the store",
                                    "halcyon-tv run operation=restore --backup 000001", chosen,
                                    [options](const Session& session) { return run(session, *options); });
     running->add_option("extra", options->request.extras, "extra values of the launch request, each key=value")
         ->check(&sim::application::checkExtra);
     running->add_flag("--refuse-duplicates", options->request.refuseDuplicates,
-                      "let the cloud refuse a backup whose bundle is the very same as its newest one's");
+                      "let the cloud refuse a backup if its newest one has the same bundle");
     running->add_option("--backup", options->request.backup, "the backup to restore (default: the newest)");
-    running->add_flag("--as-is", options->asIs, "launch it with what looks like a typing error, too");
-    running->add_flag("--expect-faults", options->expectFaults, "end with 1 where a fault rule did not fire");
+    running->add_flag("--as-is", options->asIs, "launch it even if something looks like a typing error");
+    running->add_flag("--expect-faults", options->expectFaults, "end with code 1 if a fault rule did not fire");
     running->add_flag_callback(
         "--no-reply", [options] { options->request.replyRequested = false; }, "do not request a reply");
     running->add_flag("--realtime", options->request.realtime, "wait for responses as long as on a TV");
-    running->add_option("--wait", options->wait, "seconds to wait for a run that is under way on the TV")
+    running->add_option("--wait", options->wait, "seconds to wait for another run on the TV to end")
         ->check(CLI::NonNegativeNumber);
     running->add_option("--keep", options->request.keep, "how many runs' records to keep, this one included")
         ->capture_default_str()
@@ -295,17 +287,17 @@ void addRunCommands(CLI::App& app, Action& chosen) {
         "let the application write outside the TV and the cloud");
 
     const auto which = std::make_shared<RecordOptions>();
-    CLI::App* recording = addCommand(app, "record", "Show what became of a run, with its calls and log in their order",
+    CLI::App* recording = addCommand(app, "record", "Show the result of a run, with its calls and log records in order",
                                      "halcyon-tv record --priority 6", chosen,
                                      [which](const Session& session) { return record(session, *which); });
     recording->add_option("run", which->id, "number of the run (default: the newest)")->check(CLI::PositiveNumber);
     recording->add_flag("--calls", which->calls, "calls only");
     recording->add_flag("--log", which->log, "log records only");
-    recording->add_flag("--sinks", which->filter.sinks, "each log record once for each place that it went to");
+    recording->add_flag("--sinks", which->filter.sinks, "show a log record once for each place that it was written to");
     recording->add_option("--priority", which->filter.priority, "log records of this priority and above only");
     recording->add_option("--call", which->filter.call, "calls of this name only");
-    recording->add_option("--grep", which->filter.text, "only what has this text in it");
-    recording->add_flag("--all", which->all, "list all runs, a line each");
+    recording->add_option("--grep", which->filter.text, "only calls and log records with this text");
+    recording->add_flag("--all", which->all, "list all runs, one per line");
 }
 
 }  // namespace cli

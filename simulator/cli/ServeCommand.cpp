@@ -7,6 +7,7 @@
 #include "simulator/base/Files.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Print.h"
+#include "simulator/reports/ToJson.h"
 #include "simulator/web/Server.h"
 
 namespace cli {
@@ -29,7 +30,7 @@ int serve(const Session& session, Options options) {
     }
     sim::serve(lab, options.serve, [&](const std::string& address) {
         if (session.isJson) {
-            printJson(asMember("address", address));
+            printJson(sim::object({{"address", address}}));
         } else {
             print("{}\nOpen this address in a browser on this machine; Ctrl-C ends.\n", address);
         }
@@ -48,7 +49,7 @@ void addServeCommand(CLI::App& app, Action& chosen) {
     serving->add_option("--port", options->serve.port, "port on this machine, 0 for any that is free")
         ->capture_default_str()
         ->check(CLI::Range(0, 65535));
-    serving->add_option("--lab", options->lab, "folder with several TVs, to be shown side by side over one cloud");
+    serving->add_option("--lab", options->lab, "folder with several TVs, to show them side by side");
     serving->add_option("--page", options->page, "folder to take the page's files from, while working on them")
         ->check(CLI::ExistingDirectory);
 }

@@ -16,7 +16,7 @@ namespace cli {
 
 namespace {
 
-// The metadata that is known of a bundle file: as the failure folder has it, or as the store does.
+// Beside a bundle, the failure folder and the store keep the metadata under different names.
 std::optional<std::string> metadataOf(const fs::path& bundle, const std::string& metadata) {
     if (!metadata.empty()) {
         return sim::readFile(metadata, sim::limits::METADATA_BYTES);
@@ -65,7 +65,7 @@ Side chooseSide(const Session& session, const std::string& what) {
 }
 
 Side thisTv(const Session& session) {
-    return {session.home.string(), sim::Tv(session.home, sim::Database::Access::Look).setup()};
+    return {session.home.string(), session.look().setup()};
 }
 
 }  // namespace cli

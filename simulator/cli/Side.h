@@ -1,4 +1,4 @@
-// What a person names to look at or to compare: a TV, a stored backup, or a bundle file.
+// The TVs, stored backups and bundle files that a command line names.
 #pragma once
 
 #include <optional>
@@ -10,18 +10,17 @@
 
 namespace cli {
 
-// The account of the TV; empty, which stands for any, where there is no TV.
+// The account of the TV; empty, which stands for any, if there is no TV. Throws sim::Error if the account is invalid.
 std::string accountOf(const Session& session);
 
-// A bundle, of a file or of a stored backup.
 struct NamedBundle {
     std::string name;
-    std::optional<sim::StoredBackup> backup;  // nothing: a file
+    std::optional<sim::StoredBackup> backup;  // nothing if the bundle is a file
     sim::Bundle bundle;
 };
 
-// The file of that path, with its metadata from `metadata` or beside it; else the stored backup of that id. Throws
-// sim::Error.
+// The bundle file `what`, with its metadata from the file `metadata` or from beside it; else the stored backup of the
+// id `what`. Throws sim::Error if there is neither.
 NamedBundle chooseBundle(const Session& session, const std::string& what, const std::string& metadata);
 
 struct Side {
@@ -29,7 +28,7 @@ struct Side {
     sim::Setup setup;
 };
 
-// A folder is a TV; the rest as above. Throws sim::Error.
+// The TV in the folder `what`; else as above. Throws sim::Error.
 Side chooseSide(const Session& session, const std::string& what);
 Side thisTv(const Session& session);
 

@@ -17,8 +17,6 @@ namespace cli {
 
 namespace {
 
-using sim::Database;
-
 struct InitOptions {
     std::string channels;
     std::string serial;
@@ -42,15 +40,15 @@ int init(const Session& session, const InitOptions& options) {
                     options.serial.empty() ? fmt::format("{:08X}", std::random_device()()) : options.serial, time,
                     options.account);
     if (session.isJson) {
-        Json::Value value = asMember("problems", sim::toJson(list.problems));
-        value["home"] = sim::toUtf8(session.home.string());
-        value["services"] = Json::Value::UInt64(list.services);
-        value["groups"] = Json::Value::UInt64(list.groups);
-        printJson(value);
-        return DONE;
+        printJson(sim::object({{"home", session.home.string()},
+                               {"services", list.services},
+                               {"groups", list.groups},
+                               {"problems", list.problems}}));
+    } else {
+        print("Made a factory-fresh TV at {}: {} in {}, {} skipped.\n", session.home.string(),
+              sim::plural(list.services, "service"), sim::plural(list.groups, "group"),
+              sim::plural(list.problems.size(), "line"));
     }
-    print("Made a factory-fresh TV at {}: {} services in {} groups, {} lines skipped.\n", session.home.string(),
-          list.services, list.groups, list.problems.size());
     return DONE;
 }
 
@@ -65,21 +63,11 @@ std::string watching(const sim::TvReport& report) {
                : fmt::format("none: the channel list has no service {}", report.viewing.serviceId);
 }
 
-int status(const Session& session, bool withServices) {
-    const sim::Tv tv(session.home, Database::Access::Look);
-    const sim::TvReport report = sim::reportTv(tv);
-    if (session.isJson) {
-        Json::Value value = sim::toJson(report);
-        if (withServices) {
-            value["channels"] = sim::toJson(tv.services().all());
-        }
-        printJson(value);
-        return DONE;
-    }
+void printTv(const sim::TvReport& report) {
     print("TV at {}\n", report.home);
     print("  account    {}\n", report.account);
-    print("  channels   {} services, {} of them radio, in {} groups\n", report.counts.services, report.counts.radios,
-          report.counts.groups);
+    print("  channels   {}, {} of them radio, in {}\n", sim::plural(report.counts.services, "service"),
+          report.counts.radios, sim::plural(report.counts.groups, "group"));
     print("  watching   {}\n", watching(report));
     print("  mode       {}\n", sim::words(report.viewing.mode));
     print("  source     {}\n", sim::words(report.viewing.source));
@@ -102,7 +90,27 @@ int status(const Session& session, bool withServices) {
     for (const std::string& file : report.leftovers) {
         print("  leftover   {} of an earlier run; a restore applies what its bundle does not have\n", file);
     }
-    if (withServices) {
+}
+
+int showTv(const Session& session) {
+    const sim::TvReport report = sim::reportTv(session.look());
+    if (session.isJson) {
+        printJson(sim::toJson(report));
+    } else {
+        printTv(report);
+    }
+    return DONE;
+}
+
+int showTvWithServices(const Session& session) {
+    const sim::Tv tv = session.look();
+    const sim::TvReport report = sim::reportTv(tv);
+    if (session.isJson) {
+        Json::Value value = sim::toJson(report);
+        value["channels"] = sim::toJson(tv.services().all());
+        printJson(value);
+    } else {
+        printTv(report);
         print("\n{:>5}  {:<28} {:<5} {:<24} {}\n", "no.", "name", "type", "identity", "group");
         tv.services().forEach(&printService);
     }
@@ -116,7 +124,7 @@ int saveSnapshot(const Session& session, const std::string& name) {
     }
     const std::vector<std::string> names = sim::snapshotsOf(session.home);
     if (session.isJson) {
-        printJson(asMember("snapshots", sim::toJson(names)));
+        printJson(sim::object({{"snapshots", names}}));
     } else if (name.empty()) {
         for (const std::string& each : names) {
             print("{}\n", each);
@@ -140,14 +148,16 @@ void addTvCommands(CLI::App& app, Action& chosen) {
                    chosen, [options](const Session& session) { return init(session, *options); });
     making->add_option("--channels", options->channels, "channel list in the channels.conf format")->required();
     making->add_option("--serial", options->serial, "serial number of the set (default: a random one)");
-    making->add_option("--account", options->account, "whose it is in the cloud: TVs of one account share backups")
+    making->add_option("--account", options->account, "its account in the cloud: TVs of one account share backups")
         ->capture_default_str();
     making->add_option("--now", options->now,
                        "time at which the TV's clock stands, such as 2026-01-31T18:00:00Z (default: it runs)");
 
     const auto withServices = std::make_shared<bool>(false);
     addCommand(app, "status", "Show the TV", "halcyon-tv status --services", chosen,
-               [withServices](const Session& session) { return status(session, *withServices); })
+               [withServices](const Session& session) {
+                   return *withServices ? showTvWithServices(session) : showTv(session);
+               })
         ->add_flag("--services", *withServices, "with its channel list");
 
     struct SetOptions {
@@ -165,13 +175,13 @@ void addTvCommands(CLI::App& app, Action& chosen) {
     changing->add_option("value", setting->value, "the new value")->required();
 
     const auto name = std::make_shared<std::string>();
-    addCommand(app, "snapshot", "Keep what the TV is now under a name, or list the names", "halcyon-tv snapshot before",
+    addCommand(app, "snapshot", "Save the TV's state under a name, or list the names", "halcyon-tv snapshot before",
                chosen, [name](const Session& session) { return saveSnapshot(session, *name); })
         ->add_option("name", *name, "letters, digits, '.', '_', '-' (default: list the names)");
     const auto which = std::make_shared<std::string>(sim::INIT_SNAPSHOT);
-    addCommand(app, "reset", "Make the TV what it was at a snapshot, records and fault rules included",
-               "halcyon-tv reset before", chosen, [which](const Session& session) { return reset(session, *which); })
-        ->add_option("name", *which, "name of the snapshot (default: how init left it)");
+    addCommand(app, "reset", "Return the TV to a snapshot, with its records and fault rules", "halcyon-tv reset before",
+               chosen, [which](const Session& session) { return reset(session, *which); })
+        ->add_option("name", *which, "name of the snapshot (default: init, the factory state)");
 }
 
 }  // namespace cli

@@ -82,7 +82,7 @@ std::string metadataFor(const std::set<int>& antenna) {
 
 Prospect prospectOf(const Bundle& bundle, const Tv& tv) {
     Prospect prospect;
-    prospect.left = leftoversOf(tv);
+    prospect.leftovers = leftoversOf(tv);
     if (!bundle.metadataText()) {
         prospect.cause = Cause::Other;
         prospect.why =

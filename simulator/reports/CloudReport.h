@@ -41,7 +41,7 @@ struct Prospect {
     bool isPossible = false;
     Cause cause = Cause::None;  // why not
     std::string why;
-    std::vector<std::string> left;  // by earlier runs, which a restore would apply too
+    std::vector<std::string> leftovers;  // of earlier runs, which a restore would apply too
 };
 
 Prospect prospectOf(const Bundle& bundle, const Tv& tv);

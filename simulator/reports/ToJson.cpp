@@ -95,7 +95,7 @@ Json::Value toJson(const Prospect& prospect) {
     return object({{"isPossible", prospect.isPossible},
                    {"cause", nameOf(prospect.cause)},
                    {"why", prospect.why},
-                   {"leftovers", prospect.left}});
+                   {"leftovers", prospect.leftovers}});
 }
 
 Json::Value toJson(const StoredBackup& backup) {
