@@ -4,6 +4,8 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <map>
+#include <set>
 #include <utility>
 
 #include "simulator/base/Error.h"
@@ -23,8 +25,8 @@ namespace sim {
 namespace {
 
 constexpr int FAILURE_PRIORITY = 6;
+constexpr char OWN[] = "this set's own";  // the IP services are, and no backup should have them
 
-// What there is to look at.
 struct Evidence {
     const Tv& tv;
     const CloudStore& store;
@@ -32,20 +34,19 @@ struct Evidence {
     std::vector<CallRecord> calls;
     std::vector<LogRecord> log;
     std::optional<StoredBackup> backup;  // that the cloud took or handed out
-    std::optional<Bundle> bundle;        // its
+    std::optional<Bundle> bundle;        // of that backup
 
     bool called(const PlatformCall& call) const {
         return std::any_of(calls.begin(), calls.end(), [&](const CallRecord& each) { return each.name == call.name; });
     }
-    // What the application did, which is not what it was asked for where the request could not be read.
+    // What the application did: if it cannot read the request, it makes a backup, whatever it was asked for.
     bool hasBackedUp() const { return called(calls::bnr_backup); }
     bool isRestore() const { return run.operation == Operation::Restore; }
     bool endedWell() const { return run.ended == RunEnd::Exit || run.ended == RunEnd::Reclaimed; }
 };
 
-// Policy: what a run must have made of the items. After a backup, the bundle has what the TV has. After a restore, the
-// TV has what the bundle has; CI files that it had besides stay, and of the viewing state only what the application
-// applies changes.
+// After a restore, the TV must have what the bundle has. Its other CI files stay, and of the viewing state only that
+// part changes which the application applies.
 Setup expectedAfterRestore(const Bundle& bundle, const Setup& now) {
     Setup expected = bundle.setup();
     const auto files = expected.entries.find(Item::Ci);
@@ -56,7 +57,7 @@ Setup expectedAfterRestore(const Bundle& bundle, const Setup& now) {
     return expected;
 }
 
-// How an item that the bundle has is different in the TV; empty: it is not.
+// Empty if the item does not differ.
 std::string howItDiffers(Item item, const Setup& backup, const Setup& tv) {
     const ItemDifference difference = compare(item, backup, tv);
     if (difference.isSame || difference.left == difference.right) {
@@ -66,7 +67,7 @@ std::string howItDiffers(Item item, const Setup& backup, const Setup& tv) {
                        difference.detail.empty() ? "" : "; ", difference.detail);
 }
 
-// What the backup knows of the viewing state, and the TV is not after a restore, by the application's design.
+// The parts of the backup's viewing state that the application, by its design, does not restore.
 std::string notApplied(const Viewing& backup, const Viewing& tv) {
     std::vector<std::string> parts;
     if (!(backup.mode == tv.mode) && backup.mode.antenna != AntennaMode{-1} && backup.mode.service != ServiceMode{-1}) {
@@ -87,16 +88,17 @@ std::string notApplied(const Viewing& backup, const Viewing& tv) {
 
 ItemVerdict judgeAfterBackup(const Evidence& evidence, Item item, const Setup& now) {
     const BundlePart& part = evidence.bundle->part(item);
-    const bool isOfSet = item == Item::IpServices;
     if (part.state == PartState::Damaged) {
         return {item, ItemState::Damaged, part.problem};
     }
-    if (part.state == PartState::Absent) {
-        const bool isMissing = !isOfSet && (item != Item::Ci || !now.of(Item::Ci).empty());
-        return {item, isMissing ? ItemState::Missing : ItemState::Kept, isOfSet ? "this set's own" : part.problem};
+    if (item == Item::IpServices) {
+        return part.state == PartState::Absent
+                   ? ItemVerdict{item, ItemState::Kept, OWN}
+                   : ItemVerdict{item, ItemState::Differs, "they are in the backup, though they are this set's own"};
     }
-    if (isOfSet) {
-        return {item, ItemState::Differs, "they are in the backup, though they are this set's own"};
+    if (part.state == PartState::Absent) {
+        const bool isMissing = item != Item::Ci || !now.of(Item::Ci).empty();
+        return {item, isMissing ? ItemState::Missing : ItemState::Kept, part.problem};
     }
     const std::optional<Reason> reason =
         item == Item::Viewing ? incompatibility(evidence.bundle->metadata(), evidence.tv.antenna()) : std::nullopt;
@@ -108,14 +110,14 @@ ItemVerdict judgeAfterRestore(const Evidence& evidence, Item item, const Setup& 
     const BundlePart& part = evidence.bundle->part(item);
     if (item == Item::IpServices) {
         return {item, hasChanged ? ItemState::Differs : ItemState::Kept,
-                hasChanged ? "they have changed, though they are this set's own" : "this set's own"};
+                hasChanged ? "they have changed, though they are this set's own" : OWN};
     }
     if (part.state == PartState::Damaged) {
         return {item, ItemState::Damaged, part.problem};
     }
     if (part.state == PartState::Absent) {
         return {item, hasChanged ? ItemState::Differs : ItemState::Kept,
-                hasChanged ? "not in the backup, and yet changed: by what an earlier run had left" : part.problem};
+                hasChanged ? "not in the backup, but changed by what an earlier run had left" : part.problem};
     }
     const std::string difference = howItDiffers(item, expectedAfterRestore(*evidence.bundle, now), now);
     if (!difference.empty()) {
@@ -135,43 +137,40 @@ std::vector<ItemVerdict> judgeItems(const Evidence& evidence) {
     const Setup now = evidence.tv.setup();
     const Fingerprints before = evidence.tv.runs().record(evidence.run.id).before();
     const Fingerprints after = evidence.isRestore() ? evidence.tv.fingerprints() : Fingerprints();
-    for (const Name<Item>& each : NAMES<Item>) {
-        const Item item = each.value;
-        const auto was = before.find(item);
-        const auto is = after.find(item);
-        const bool hasChanged = (was == before.end()) != (is == after.end()) ||
-                                (was != before.end() && is != after.end() && was->second != is->second);
+    const auto in = [](const Fingerprints& fingerprints, Item item) {
+        const auto found = fingerprints.find(item);
+        return found == fingerprints.end() ? "" : found->second;
+    };
+    for (const auto& [item, name] : NAMES<Item>) {
         const auto lacking = now.lacking.find(item);
         if (lacking != now.lacking.end()) {
             items.push_back({item, ItemState::Unreadable, lacking->second});
         } else {
-            items.push_back(evidence.isRestore() ? judgeAfterRestore(evidence, item, now, hasChanged)
-                                                 : judgeAfterBackup(evidence, item, now));
+            items.push_back(evidence.isRestore()
+                                ? judgeAfterRestore(evidence, item, now, in(before, item) != in(after, item))
+                                : judgeAfterBackup(evidence, item, now));
         }
     }
     return items;
 }
 
 std::string faultWords(const Evidence& evidence) {
-    std::vector<std::string> texts;
-    for (const CallRecord& call : evidence.calls) {
-        if (!call.fault) {
-            continue;
-        }
-        std::string failure = "removed since";
-        for (const FaultRule& rule : evidence.tv.faults().list()) {
-            if (rule.id == *call.fault) {
-                failure = toText(rule.failure);
-            }
-        }
-        texts.push_back(fmt::format("fault rule {} fired: {} {}", *call.fault, call.name, failure));
+    std::map<std::int64_t, std::string> failures;
+    for (const FaultRule& rule : evidence.tv.faults().list()) {
+        failures[rule.id] = toText(rule.failure);
     }
-    std::sort(texts.begin(), texts.end());
-    texts.erase(std::unique(texts.begin(), texts.end()), texts.end());
+    std::set<std::string> texts;
+    for (const CallRecord& call : evidence.calls) {
+        if (call.fault) {
+            const auto failure = failures.find(*call.fault);
+            texts.insert(fmt::format("fault rule {} fired: {} {}", *call.fault, call.name,
+                                     failure == failures.end() ? "removed since" : failure->second));
+        }
+    }
     return fmt::format("{}", fmt::join(texts, "; "));
 }
 
-// A record at the priority of failures that says one.
+// The application also logs successes at the priority of failures.
 bool saysFailure(const LogRecord& record) {
     constexpr std::string_view SUCCESS = "success";
     const std::size_t end = record.message.find_last_not_of(" \n") + 1;
@@ -185,23 +184,24 @@ const LogRecord* firstFailure(const Evidence& evidence) {
     return found == evidence.log.end() ? nullptr : &*found;
 }
 
-// Without the place in the source and the line's end.
+// Without the source location and the newline.
 std::string messageOf(const LogRecord& record) {
     const std::size_t arrow = record.message.find(" > ");
     const std::string text = arrow == std::string::npos ? record.message : record.message.substr(arrow + 3);
     return text.substr(0, text.find_last_not_of(" \n") + 1);
 }
 
-// What the application kept of what the cloud delivered, where that is not what the cloud holds.
+// The application keeps a bundle that it could not restore, which may differ from the one in the cloud.
 std::optional<Reason> damageOnTheWay(const Evidence& evidence) {
     const fs::path kept = evidence.tv.home() / application::FAILURE_FOLDER / evidence.backup->name;
     if (!isRegularFile(kept)) {
         return std::nullopt;
     }
     const std::vector<std::string> problems = Bundle(kept, evidence.backup->metadata).fatalProblems();
-    return problems.empty() ? std::nullopt
-                            : std::optional(Reason{Cause::Damage, fmt::format("the bundle came damaged: {}; look at {}",
-                                                                              problems.front(), kept.string())});
+    return problems.empty()
+               ? std::nullopt
+               : std::optional(Reason{Cause::Damage, fmt::format("the bundle arrived damaged: {}; look at {}",
+                                                                 problems.front(), kept.string())});
 }
 
 std::optional<Reason> storedDamage(const Evidence& evidence, const std::vector<std::string>& problems) {
@@ -217,14 +217,12 @@ bool isRefusalOfTheCloud(const std::optional<Response>& response) {
            codeOf(*response) <= codeOf(Response::DuplicatedData);
 }
 
-// What the store has said when it gave nothing.
+// The last request to a remote store and its outcome, if it failed.
 std::string lastRefusal(const Evidence& evidence) {
-    for (auto call = evidence.calls.rbegin(); call != evidence.calls.rend(); ++call) {
-        if (call->name == calls::cloud_request.name) {
-            return toNumber<int>(call->result) ? "" : fmt::format("{}: {}", call->arguments, call->result);
-        }
-    }
-    return "";
+    const auto last = std::find_if(evidence.calls.rbegin(), evidence.calls.rend(),
+                                   [](const CallRecord& call) { return call.name == calls::cloud_request.name; });
+    const bool isRefused = last != evidence.calls.rend() && !toNumber<int>(last->result);
+    return isRefused ? fmt::format("{}: {}", last->arguments, last->result) : "";
 }
 
 Reason cloudReason(const Evidence& evidence) {
@@ -240,7 +238,7 @@ Reason cloudReason(const Evidence& evidence) {
                                       detail.empty() ? "" : "; ", detail, evidence.store.place())};
 }
 
-// What the application was at when it ended.
+// What the application worked on when it ended.
 std::string itemAt(const Evidence& evidence) {
     for (auto call = evidence.calls.rbegin(); call != evidence.calls.rend(); ++call) {
         const PlatformCall* known = findPlatformCall(call->name);
@@ -269,9 +267,8 @@ Reason lostReason(const std::vector<ItemVerdict>& items) {
             lost.push_back(fmt::format("{} {} ({})", nameOf(item.item), nameOf(item.state), item.detail));
         }
     }
-    return {Cause::ItemLost,
-            fmt::format("success was reported, and yet: {}", lost.empty() ? "no backup could be found to compare with"
-                                                                          : fmt::format("{}", fmt::join(lost, "; ")))};
+    return {Cause::ItemLost, lost.empty() ? "success was reported, but there is no backup to compare with"
+                                          : fmt::format("success was reported, but {}", fmt::join(lost, "; "))};
 }
 
 Reason otherReason(const Evidence& evidence) {
@@ -286,7 +283,7 @@ Reason otherReason(const Evidence& evidence) {
         return {Cause::Other, fmt::format("the application says: {}", messageOf(*failure))};
     }
     return {Cause::Other, evidence.run.detail.empty()
-                              ? "the application ended without a word"
+                              ? "the application ended without a message"
                               : fmt::format("the application could not run its {}", evidence.run.detail)};
 }
 
@@ -307,13 +304,13 @@ Reason failureReason(const Evidence& evidence) {
     }
     if (evidence.run.ended == RunEnd::Waiting) {
         return {Cause::Waiting,
-                fmt::format("the application still waited {} when nothing could come any more", evidence.run.detail)};
+                fmt::format("the application still waited {}, but nothing could come any more", evidence.run.detail)};
     }
     return otherReason(evidence);
 }
 
-// Whoever asked was told that it has worked: a restore's caller by its reply, or the cloud by the report; a backup
-// replies to nobody, and the cloud's response is what there is.
+// A restore tells its caller by a reply, or the cloud by a report. A backup tells nobody: the cloud's response stands
+// for it.
 bool wasToldOfSuccess(const Evidence& evidence) {
     if (!evidence.isRestore()) {
         return evidence.run.response == Response::BackupCompleted;
@@ -351,8 +348,8 @@ void decide(const Evidence& evidence, Verdict& verdict) {
     verdict.why = reason.why;
 }
 
-// The call that a fault rule made fail; else the first record of a failure; of a run that was done, the call that said
-// so.
+// The first call that a fault rule made fail; else the first log record of a failure. If the run is done, the last call
+// that said so. 0 if there is none.
 int decisiveIn(const Evidence& evidence, Outcome outcome) {
     int decisive = 0;
     for (const CallRecord& call : evidence.calls) {
@@ -365,7 +362,7 @@ int decisiveIn(const Evidence& evidence, Outcome outcome) {
     return decisive == 0 && outcome != Outcome::Done && failure != nullptr ? failure->seq : decisive;
 }
 
-// The backup that the cloud took or handed out, if it is still there and whole.
+// The backup stays unknown if it is gone or damaged.
 void takeBackup(Evidence& evidence) {
     const Run& run = evidence.run;
     try {
@@ -393,8 +390,8 @@ Verdict judge(const Tv& tv, const CloudStore& store, const Run& run) {
         verdict.items = judgeItems(evidence);
     }
     decide(evidence, verdict);
+    verdict.decisive = decisiveIn(evidence, verdict.outcome);
     if (verdict.outcome == Outcome::Done || verdict.outcome == Outcome::Open) {
-        verdict.decisive = decisiveIn(evidence, verdict.outcome);
         return verdict;
     }
     if (const std::string fault = faultWords(evidence); !fault.empty()) {
@@ -403,7 +400,6 @@ Verdict judge(const Tv& tv, const CloudStore& store, const Run& run) {
     if (const std::vector<std::string> left = leftoversOf(tv); !left.empty() && run.operation == Operation::Restore) {
         verdict.why += fmt::format("; files left in {}", unpackFolderOf(tv).string());
     }
-    verdict.decisive = decisiveIn(evidence, verdict.outcome);
     return verdict;
 }
 

@@ -1,5 +1,5 @@
-// What became of a run: read back from the TV and from the store. The run's own log and replies tell where to look,
-// never that something is there.
+// The verdict on a run, from what the TV and the store hold after it. The run's own log and replies only explain the
+// result, they never prove it.
 #pragma once
 
 #include "simulator/cloud/CloudStore.h"
@@ -7,7 +7,7 @@
 
 namespace sim {
 
-// Of a run after which nothing else has changed the TV. Throws Error where the store cannot be read.
+// Nothing else may have changed the TV since the run. Throws Error if the TV or the store cannot be read.
 Verdict judge(const Tv& tv, const CloudStore& store, const Run& run);
 
 }  // namespace sim
