@@ -2,16 +2,13 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <linux/fs.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
+#include <cstdio>
 #include <random>
 #include <string_view>
 #include <system_error>
@@ -26,7 +23,7 @@ namespace sim {
 
 namespace {
 
-// Inside a function, because it is set before main() where the order of initialisation is open.
+// Inside a function: it is set before main(), when a static object of this file may not be initialised yet.
 std::function<void()>& diskStepHook() {
     static std::function<void()> hook;
     return hook;
@@ -44,12 +41,15 @@ void check(const char* what, const fs::path& path, const std::error_code& error)
     }
 }
 
-// Waits until a file, or a folder's list of names, is on the disk.
-void sync(const fs::path& path) {
-    const Descriptor descriptor = openFile(path, O_RDONLY);
+void sync(const Descriptor& descriptor, const fs::path& path) {
     if (::fsync(descriptor.get()) != 0) {
         throw Error::ofSystem(path, "cannot sync");
     }
+}
+
+// Waits until a file, or a folder's list of names, is on the disk.
+void sync(const fs::path& path) {
+    sync(openFile(path, O_RDONLY), path);
 }
 
 // The rename in this folder is visible already, so a failure to sync it must not be reported as a failed rename.
@@ -67,20 +67,23 @@ void syncTree(const fs::path& path) {
     sync(path);
 }
 
-// A scratch folder has a name of this prefix and six hexadecimal digits. Its mark is its mode, which no folder has by
-// chance, and which it has from the moment it is made to the moment it is gone.
+// Returns the error number of the rename, or 0.
+int renameDurably(const fs::path& built, const fs::path& target, unsigned flags) {
+    syncTree(built);
+    diskStep();
+    if (::renameat2(AT_FDCWD, built.c_str(), AT_FDCWD, target.c_str(), flags) != 0) {
+        return errno;
+    }
+    diskStep();
+    syncNames(target.parent_path());
+    return 0;
+}
+
+// A scratch folder is named by this prefix and six hexadecimal digits. Its mark is its mode, which no folder has by
+// chance, and which it has from mkdir() on.
 constexpr std::string_view SCRATCH_PREFIX = "halcyon-building-";
 constexpr std::size_t SCRATCH_DIGITS = 6;
 constexpr mode_t SCRATCH_MODE = S_IRWXU | S_ISVTX;
-
-// Holds a folder's lock; not open if somebody else holds it, or the folder is gone.
-Descriptor lock(const fs::path& folder) {
-    Descriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (descriptor.isOpen() && ::flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
-        descriptor.reset();
-    }
-    return descriptor;
-}
 
 fs::path makeScratch(const fs::path& parent) {
     static thread_local std::random_device random;
@@ -97,8 +100,8 @@ fs::path makeScratch(const fs::path& parent) {
 
 void removeAbandoned(const fs::path& parent) {
     for (const fs::path& member : membersOf(parent)) {
-        const Descriptor held = isScratch(member) ? lock(member) : Descriptor();
-        if (held.isOpen()) {
+        const FolderLock lock = isScratch(member) ? FolderLock::take(member) : FolderLock();
+        if (lock.isHeld()) {
             std::error_code ignored;
             fs::remove_all(member, ignored);
         }
@@ -143,7 +146,7 @@ bool removeFile(const fs::path& path) {
 fs::path temporaryFolder() {
     std::error_code error;
     fs::path folder = fs::temp_directory_path(error);
-    if (error) {  // no file of the caller's is missing
+    if (error) {  // not Error::ofSystem(): its kind Missing would say that a file of the caller is missing
         throw Error(fmt::format("no folder for temporary files ({}); set TMPDIR", error.message()));
     }
     return folder;
@@ -248,9 +251,7 @@ void writeFile(const fs::path& path, const std::string& text) {
     diskStep();
     const Descriptor file = openFile(path, O_WRONLY | O_CREAT | O_TRUNC, 0666);
     writeAll(file, text, path);
-    if (::fsync(file.get()) != 0) {
-        throw Error::ofSystem(path, "cannot sync");
-    }
+    sync(file, path);
 }
 
 void copyFile(const fs::path& from, const fs::path& to) {
@@ -272,38 +273,31 @@ void copyPermissions(const fs::path& from, const fs::path& to) {
 }
 
 bool putInPlace(const fs::path& built, const fs::path& target) {
-    syncTree(built);
-    diskStep();
-    if (::rename(built.c_str(), target.c_str()) != 0) {
-        if (errno == ENOTEMPTY || errno == EEXIST) {
-            return false;
-        }
-        throw Error::ofSystem(target, "cannot put in place");
+    const int error = renameDurably(built, target, 0);
+    if (error == ENOTEMPTY || error == EEXIST) {
+        return false;
     }
-    diskStep();
-    syncNames(target.parent_path());
+    if (error != 0) {
+        throw Error::ofSystem(target, "cannot put in place", error);
+    }
     return true;
 }
 
 void exchange(const fs::path& built, const fs::path& target) {
-    syncTree(built);
-    diskStep();
-    if (::syscall(SYS_renameat2, AT_FDCWD, built.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) != 0) {
-        throw Error::ofSystem(target, "cannot exchange");
+    if (const int error = renameDurably(built, target, RENAME_EXCHANGE); error != 0) {
+        throw Error::ofSystem(target, "cannot exchange", error);
     }
-    diskStep();
-    syncNames(target.parent_path());
 }
 
-// A folder belongs to who holds its lock, and to nobody after a kill. Who makes one may lose it to another process
-// before it holds the lock, and then makes another.
+// The lock tells a folder in use from one that a killed process has left. Another process may remove the new folder
+// before it is locked.
 ScratchFolder::ScratchFolder(const fs::path& parent) {
     makeFolders(parent);
     removeAbandoned(parent);
     do {
         m_path = makeScratch(parent);
-        m_lock = lock(m_path);
-    } while (!m_lock.isOpen() || !pathExists(m_path));
+        m_lock = FolderLock::take(m_path);
+    } while (!m_lock.isHeld());
 }
 
 ScratchFolder::~ScratchFolder() {

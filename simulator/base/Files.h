@@ -1,5 +1,5 @@
-// Durable file operations: what is put in place is there whole, or not at all, after a kill or a power cut at any
-// moment.
+// Durable file operations: after a kill or a power cut at any moment, what is put in place is there whole, or not at
+// all.
 #pragma once
 
 #include <cstdint>
@@ -9,31 +9,31 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/base/Descriptor.h"
+#include "simulator/base/FolderLock.h"
 
 namespace sim {
 
-// Sets what the whole process calls, on the thread that takes it, before each step that changes what a restarted TV
-// would find. Faults use it to cut the power there; an empty hook is none.
+// Sets a function that is called before each step that changes what a restarted TV would find, on the thread that takes
+// the step. Faults use it to cut the power there. An empty function removes it.
 void onDiskStep(std::function<void()> hook);
 
-// Whether something is there, links followed. A path that cannot be looked at is not there.
+// These follow links, and return false if the path cannot be looked at.
 bool pathExists(const std::filesystem::path& path);
 bool isFolder(const std::filesystem::path& path);
 bool isRegularFile(const std::filesystem::path& path);
 
-// Removes a file or a link. False: there is none, or it cannot be removed.
+// Removes a file or a link. Returns false if there is none, or if it cannot be removed.
 bool removeFile(const std::filesystem::path& path);
 
-// Every function below throws Error, which names the path, when it fails.
+// Every function below throws Error if it fails, with the path in the message and the kind of the system's error.
 
-// Where temporary files belong: $TMPDIR, else /tmp.
+// $TMPDIR, else /tmp.
 std::filesystem::path temporaryFolder();
 
-// Hands the bytes of a file on, block by block.
+// Passes the bytes of a file to `take`, block by block.
 void forEachBlock(const std::filesystem::path& path, const std::function<void(std::string_view)>& take);
 
-// Hands its lines on, without their line breaks. Throws Error (Damaged) if one is longer than `maxBytes`.
+// Passes its lines to `take`, without their line breaks. Throws Error (Damaged) if one is longer than `maxBytes`.
 void forEachLine(const std::filesystem::path& path, const std::function<void(std::string_view)>& take,
                  std::size_t maxBytes = SIZE_MAX);
 
@@ -49,17 +49,17 @@ std::uint64_t sizeOf(const std::filesystem::path& path);
 // The path from the root.
 std::filesystem::path absolutePath(const std::filesystem::path& path);
 
-// The paths of what is directly in a folder, sorted; none if there is no folder.
+// The paths of what is directly in a folder, sorted. Empty if there is no such folder.
 std::vector<std::filesystem::path> membersOf(const std::filesystem::path& folder);
 
-// Makes a folder and those above it that are missing.
+// Makes a folder, and those above it that are missing.
 void makeFolders(const std::filesystem::path& folder);
 
-// Makes a folder that nobody else can read or write, and those above it that are missing. One that is there stays as it
-// is.
+// Makes a folder that no other user can read or write, and those above it that are missing. An existing folder keeps
+// its permissions.
 void makePrivateFolder(const std::filesystem::path& folder);
 
-// Writes a file and waits until it is on the disk. Not atomic by itself: for files that are still beside their place.
+// Writes a file and waits until it is on the disk. Not atomic: use it for files that are put in place later.
 void writeFile(const std::filesystem::path& path, const std::string& text);
 
 // Copies a regular file and waits until the copy is on the disk.
@@ -68,21 +68,21 @@ void copyFile(const std::filesystem::path& from, const std::filesystem::path& to
 // Gives a file or folder the permissions of another.
 void copyPermissions(const std::filesystem::path& from, const std::filesystem::path& to);
 
-// Puts the file or folder at `built` in the place of `target`. Of a folder, `target` must not exist. False: `target` is
-// a folder that exists; nothing has changed.
+// Syncs the file or folder at `built` and renames it to `target`. A file replaces an existing one. Returns false, and
+// changes nothing, if `target` is a folder that is not empty.
 bool putInPlace(const std::filesystem::path& built, const std::filesystem::path& target);
 
-// Swaps two folders in one step. Both must be on one file system that can do so.
+// Atomically swaps two folders (RENAME_EXCHANGE), which must be on the same file system, after syncing `built`.
 void exchange(const std::filesystem::path& built, const std::filesystem::path& target);
 
-// Whether a path is that of a ScratchFolder, also of one that a killed process has left.
+// Returns true if the folder is a ScratchFolder, also one that a killed process has left.
 bool isScratch(const std::filesystem::path& folder);
 
-// A folder of its own for what is being built, removed with all it holds at the end of the scope.
+// A folder for what is being built, removed with its content at the end of the scope.
 class ScratchFolder {
 public:
-    // Makes the folder inside `parent`, which is made too when it is missing, and removes those there that a killed
-    // process has left. What only has such a name, but not the mark of this class, stays.
+    // Makes the folder inside `parent`, which is made too if it is missing, and removes those that killed processes
+    // have left there.
     explicit ScratchFolder(const std::filesystem::path& parent);
     ~ScratchFolder();
     ScratchFolder(const ScratchFolder&) = delete;
@@ -93,7 +93,7 @@ public:
 
 private:
     std::filesystem::path m_path;
-    Descriptor m_lock;
+    FolderLock m_lock;
 };
 
 }  // namespace sim

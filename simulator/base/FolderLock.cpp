@@ -4,7 +4,10 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <thread>
+
+#include "simulator/base/Error.h"
 
 namespace sim {
 
@@ -13,7 +16,10 @@ FolderLock FolderLock::take(const std::filesystem::path& folder, std::chrono::mi
     constexpr std::chrono::milliseconds POLL_INTERVAL{20};
     for (;; patience -= POLL_INTERVAL) {
         FolderLock lock;
-        lock.m_descriptor = openFile(folder, O_RDONLY | O_DIRECTORY);
+        lock.m_descriptor = Descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!lock.isHeld() && errno != ENOENT) {
+            throw Error::ofSystem(folder, "cannot read");
+        }
         // The folder may have been replaced by another since it was opened.
         if (::flock(lock.descriptor(), LOCK_EX | LOCK_NB) == 0 && isOf(folder, lock.descriptor())) {
             return lock;

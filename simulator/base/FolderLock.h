@@ -13,16 +13,16 @@ public:
     // Holds nothing.
     FolderLock() = default;
 
-    // Takes the lock, waiting up to `patience` for it; holds nothing if somebody else still has it then. Throws Error
-    // if the folder cannot be opened.
-    static FolderLock take(const std::filesystem::path& folder, std::chrono::milliseconds patience);
+    // Takes the lock, and waits up to `patience` for it. Holds nothing if somebody else still has it then, or if there
+    // is no such folder. Throws Error if the folder cannot be opened.
+    static FolderLock take(const std::filesystem::path& folder, std::chrono::milliseconds patience = {});
 
-    // Whether `descriptor`, which another process has handed down, is of that folder, and so shares its lock.
+    // Returns true if `descriptor`, which another process has handed down, is of that folder, and so shares its lock.
     static bool isOf(const std::filesystem::path& folder, int descriptor);
 
     bool isHeld() const { return m_descriptor.isOpen(); }
 
-    // For another program to inherit, which then holds the lock too. -1: nothing is held.
+    // For another program to inherit, which then holds the lock too; -1 if nothing is held.
     int descriptor() const { return m_descriptor.get(); }
 
 private:

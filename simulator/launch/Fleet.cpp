@@ -193,7 +193,7 @@ void stopFleet() {
 std::vector<FleetRun> runFleet(const FleetRequest& request, const std::string& cloud, const FleetProgress& progress) {
     openCloud(cloud);  // what is wrong with the place is the same for all
     makeFolders(request.folder);
-    const FolderLock lock = FolderLock::take(request.folder, std::chrono::seconds(0));
+    const FolderLock lock = FolderLock::take(request.folder);
     if (!lock.isHeld()) {
         throw Error(Error::Kind::Locked, fmt::format("another fleet run is under way in {}", request.folder.string()));
     }
