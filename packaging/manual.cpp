@@ -12,7 +12,6 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/base/Version.h"
 #include "simulator/cli/Command.h"
 #include "simulator/device/LaunchOptions.h"
 
@@ -72,7 +71,7 @@ void writeManual(const CLI::App& app, const std::string& summary, const std::str
     std::string title = app.get_name();
     std::transform(title.begin(), title.end(), title.begin(),
                    [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    fmt::print(".TH {} 1 \"\" \"halcyon\\-lineup {}\" \"User Commands\"\n", roff(title), roff(sim::VERSION));
+    fmt::print(".TH {} 1 \"\" \"halcyon\\-lineup {}\" \"User Commands\"\n", roff(title), roff(HALCYON_VERSION));
     fmt::print(".SH NAME\n{} \\- {}\n", roff(app.get_name()), roff(summary));
     fmt::print(".SH SYNOPSIS\n.B {}\n{}\n", roff(app.get_name()),
                commandsOf(app).empty() ? "[OPTION...] [KEY=VALUE...]" : "[OPTION...] COMMAND [OPTION...]");

@@ -1,4 +1,4 @@
-// The environment variables that steer the programs, and the places that follow from them.
+// The environment variables that configure the programs, and the defaults.
 #pragma once
 
 #include <filesystem>
@@ -6,15 +6,18 @@
 
 namespace sim {
 
+// The account of a TV that was given no other.
+constexpr char DEFAULT_ACCOUNT[] = "default";
+
 // The application reads these instead of options, because it opens its TV before main() gets the command line.
-// halcyon-tv sets those for the application that it launches.
+// halcyon-tv sets them for the application that it launches.
 constexpr char HOME_VARIABLE[] = "HALCYON_TV_HOME";
 constexpr char CLOUD_VARIABLE[] = "HALCYON_CLOUD";
-constexpr char LOCK_VARIABLE[] = "HALCYON_TV_LOCK";        // descriptor that holds the lock of the TV home
+constexpr char LOCK_VARIABLE[] = "HALCYON_TV_LOCK";        // descriptor that holds the lock of the TV's folder
 constexpr char WAIT_VARIABLE[] = "HALCYON_TV_WAIT";        // seconds to wait for that lock
-constexpr char KEEP_VARIABLE[] = "HALCYON_TV_KEEP";        // how many runs' records stay
+constexpr char KEEP_VARIABLE[] = "HALCYON_TV_KEEP";        // how many runs' records are kept
 constexpr char SANDBOX_VARIABLE[] = "HALCYON_TV_SANDBOX";  // "off": the application is not confined
-constexpr char STALL_VARIABLE[] = "HALCYON_CLOUD_STALL";   // seconds without a byte until a request is given up
+constexpr char STALL_VARIABLE[] = "HALCYON_CLOUD_STALL";   // seconds without a byte before a request is given up
 
 // A folder's path, absolute and without a trailing '/'. Throws Error if the working folder is gone.
 std::filesystem::path normalised(const std::filesystem::path& folder);

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "simulator/base/Text.h"
-#include "simulator/base/Version.h"
 
 namespace cli {
 
@@ -48,7 +47,7 @@ void describe(CLI::App& app, Session& session, std::string& home, Action& chosen
     app.footer(footer());
     app.require_subcommand(1);
     app.fallthrough();
-    app.set_version_flag("--version", std::string("halcyon-tv ") + sim::VERSION);
+    app.set_version_flag("--version", "halcyon-tv " HALCYON_VERSION);
     app.add_option("--home", home, "folder of the TV");
     app.add_option("--cloud", session.cloud, "the cloud store: a folder, or s3://BUCKET[/PREFIX]");
     app.add_flag("--json", session.isJson, "print one JSON object instead of text");

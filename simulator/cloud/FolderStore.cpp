@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
-#include "simulator/base/Account.h"
 #include "simulator/base/Digest.h"
+#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"

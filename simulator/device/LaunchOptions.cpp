@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include "simulator/base/Version.h"
 #include "simulator/lineup/Application.h"
 
 namespace sim {
@@ -16,7 +15,7 @@ void describe(CLI::App& app, LaunchOptions& options) {
         "Exit codes: 0 the main loop has ended; 2 wrong usage; 3 there is no TV; 8 the TV is busy. An exception that\n"
         "leaves the application ends it by SIGABRT.\n"
         "Example: halcyon-lineup operation=restore scan_activated=0 --reply");
-    app.set_version_flag("--version", std::string("halcyon-lineup ") + VERSION);
+    app.set_version_flag("--version", "halcyon-lineup " HALCYON_VERSION);
     app.add_option("extra", options.extras, "extra values of the launch request, each key=value")
         ->check(&application::checkExtra);
     app.add_flag("--reply", options.replyRequested, "request a reply");

@@ -19,8 +19,8 @@
 #include <set>
 #include <string>
 
-#include "simulator/base/Account.h"
 #include "simulator/base/Database.h"
+#include "simulator/base/Environment.h"
 #include "simulator/base/FolderLock.h"
 #include "simulator/lineup/CiFiles.h"
 #include "simulator/lineup/IssDb.h"

@@ -1,7 +1,6 @@
 // The TVs: their state, their channels, what can be set, their fault rules.
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
-#include "simulator/base/Version.h"
 #include "simulator/lineup/Codes.h"
 #include "simulator/reports/ToJson.h"
 #include "simulator/tv/Settable.h"
@@ -17,7 +16,7 @@ Json::Value showLab(const Lab& lab, const ApiRequest& /*request*/) {
     for (const auto& [name, home] : lab.tvs()) {
         tvs.append(object({{"name", name}, {"home", home.string()}}));
     }
-    return object({{"version", VERSION}, {"cloud", lab.cloud()}, {"tvs", std::move(tvs)}});
+    return object({{"version", HALCYON_VERSION}, {"cloud", lab.cloud()}, {"tvs", std::move(tvs)}});
 }
 
 Json::Value showTv(const Lab& lab, const ApiRequest& request) {
