@@ -105,7 +105,7 @@ TEST_F(Contract, WhatIsPutComesBackAsItWas) {
     EXPECT_EQ(backup.services, 50'000U);
     EXPECT_EQ(backup.path(), "default/client/lists/" + id);
     EXPECT_TRUE(fetched(*name) == large);
-    EXPECT_THAT(sim::listBackups(*store), SizeIs(1));
+    EXPECT_THAT(sim::lookAt(*store, store->content().backups), SizeIs(1));
 }
 
 TEST_F(Contract, TheNewestIsTheLastOfItsAccountAndCategory) {

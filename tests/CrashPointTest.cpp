@@ -85,7 +85,7 @@ protected:
         const std::int64_t newest = opened.runs().newest();
         const sim::Run run = newest > m_runs ? *opened.runs().find(newest) : sim::Run();
         const bool isReplaced = tv.setup().services == m_after.services;
-        const bool isStored = sim::listBackups(*sim::openCloud(tv.cloud)).size() == 2;
+        const bool isStored = sim::openCloud(tv.cloud)->content().backups.size() == 2;
         if (m_operation == Operation::Restore) {
             test::expectTruth(run, isReplaced);
             EXPECT_FALSE(isStored);

@@ -129,7 +129,7 @@ TEST_F(Home, ATvThatCannotBeWrittenToCanBeShown) {
 
 test::Strings idsIn(const sim::CloudStore& store) {
     test::Strings ids;
-    for (const sim::StoredBackup& backup : sim::listBackups(store)) {
+    for (const sim::StoredBackup& backup : sim::lookAt(store, store.content().backups)) {
         ids.push_back(backup.id + (backup.damage.empty() ? "" : " damaged"));
     }
     return ids;
@@ -199,8 +199,8 @@ TEST_F(Services, AreNotTakenFromAStoredBackupThatLiesOrCannotBeRead) {
     test::write(storedBackup("000002") / "bundle.zip", "");
     EXPECT_EQ(a.restore().response, sim::Response::RestoreData);
     EXPECT_THAT(a.setup().of(sim::Item::Iss), SizeIs(3)) << "a name in the store does not lead out of the folder";
-    EXPECT_THAT(sim::listBackups(*sim::openCloud(a.cloud)).at(0).damage,
-                HasSubstr("000001/metadata.json: cannot read"));
+    const auto cloud = sim::openCloud(a.cloud);
+    EXPECT_THAT(cloud->look(cloud->content().backups.at(0)).damage, HasSubstr("000001/metadata.json: cannot read"));
 }
 
 }  // namespace

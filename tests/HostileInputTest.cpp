@@ -167,7 +167,7 @@ TEST_F(HostileStore, IsNotLeftByTheNameOfAnAccount) {
 TEST_F(HostileStore, HasLimits) {
     ASSERT_TRUE(a.backUp().succeeded());
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(a.cloud);
-    const auto damage = [&] { return sim::listBackups(*store).at(0).damage; };
+    const auto damage = [&] { return store->look(store->content().backups.at(0)).damage; };
     EXPECT_EQ(damage(), "");
     test::write(storedBackup() / "metadata.json", std::string((1U << 20) + 1, ' '));
     EXPECT_THAT(damage(), HasSubstr("metadata.json: bytes: 1048577, and the limit is 1048576"));

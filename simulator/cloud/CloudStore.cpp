@@ -24,10 +24,6 @@ std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<Back
     return backups;
 }
 
-std::vector<StoredBackup> listBackups(const CloudStore& store) {
-    return lookAt(store, store.content().backups);
-}
-
 Json::Value infoOf(const NewBackup& backup, const std::filesystem::path& bundle) {
     Json::Value info;
     info["time"] = utcNow();

@@ -96,9 +96,8 @@ public:
     virtual StoredBackup fetch(const BackupName& name, const std::filesystem::path& folder) const = 0;
 };
 
-// What is known of those of the named backups that are still there; of all backups, oldest first within their category.
+// What is known of those of the named backups that are still there.
 std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<BackupName>& names);
-std::vector<StoredBackup> listBackups(const CloudStore& store);
 
 // For stores: the JSON object that both keep beside a bundle, and what it tells of a backup. `readInfo` throws Error
 // (Damaged) if it is not such an object.

@@ -52,7 +52,7 @@ std::vector<std::uint64_t> expectWholeCloud(const TestTv& tv) {
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(tv.cloud);
     const sim::Tv opened = tv.open();
     std::vector<std::uint64_t> services;
-    for (const sim::StoredBackup& backup : sim::listBackups(*store)) {
+    for (const sim::StoredBackup& backup : sim::lookAt(*store, store->content().backups)) {
         EXPECT_EQ(backup.damage, "");
         EXPECT_EQ(backup.metadata.front(), '{') << backup.id;
         const sim::Bundle bundle = sim::fetchBundle(*store, backup).bundle;
