@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <functional>
 #include <string>
 
 #include "simulator/base/Error.h"
@@ -18,7 +17,7 @@ namespace sim {
 
 namespace {
 
-// A link to a copy in memory that nobody, not even root, can change any more. The copy lives as long as the process.
+// Returns the path of a copy in memory that nobody, not even root, can change. It lives as long as the process.
 fs::path sealedCopy(const fs::path& file) {
     const std::string content = readFile(file);
     const int copy = ::memfd_create("sealed", MFD_ALLOW_SEALING);
@@ -38,17 +37,12 @@ void replaceByLink(const fs::path& file, const fs::path& target) {
     }
 }
 
-void corrupt(std::string& content) {
+std::string corrupted(std::string content) {
     const std::size_t begin = content.size() / 3;
     for (std::size_t i = begin; i < std::min(begin + 16, content.size()); ++i) {
         content[i] = static_cast<char>(~content[i]);
     }
-}
-
-void change(const fs::path& file, const std::function<void(std::string&)>& edit) {
-    std::string content = readFile(file);
-    edit(content);
-    writeFile(file, content);
+    return content;
 }
 
 }  // namespace
@@ -65,7 +59,7 @@ std::optional<FaultInjector::Hit> FaultInjector::next(const PlatformCall& call) 
     ++rule->fired;
     try {
         m_faults.countFired(rule->id);
-    } catch (const Error&) {  // on a full disk, say; the rule fires all the same
+    } catch (const Error&) {  // the disk may be full; the rule fires all the same
     }
     return Hit{rule->id, rule->failure};
 }
@@ -77,13 +71,13 @@ bool fails(const std::optional<FaultInjector::Hit>& hit, Failure::Kind kind) {
 void damageFile(const fs::path& file, Damage damage) {
     switch (damage) {
         case Damage::Truncate:
-            change(file, [](std::string& content) { content.resize(content.size() / 2); });
+            writeFile(file, readFile(file).substr(0, sizeOf(file) / 2));
             break;
         case Damage::Corrupt:
-            change(file, &corrupt);
+            writeFile(file, corrupted(readFile(file)));
             break;
         case Damage::Empty:
-            change(file, [](std::string& content) { content.clear(); });
+            writeFile(file, "");
             break;
         case Damage::Missing:
             removeFile(file);

@@ -21,7 +21,7 @@ public:
 
     explicit FaultInjector(Faults& faults) : m_faults(faults), m_rules(faults.list()) {}
 
-    // Counts a call. Nothing: it does not fail.
+    // Counts a call, and the rule that makes it fail. Returns nothing if none does.
     std::optional<Hit> next(const PlatformCall& call);
 
 private:

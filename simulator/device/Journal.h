@@ -1,8 +1,8 @@
-// What all platform calls have in common: they are journalled with their arguments and results, and fail as the fault
-// rules say.
+// Journals the platform calls with their arguments and results, and makes them fail as the fault rules say.
 #pragma once
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <chrono>
 #include <exception>
@@ -13,6 +13,7 @@
 #include <string_view>
 #include <tuple>
 #include <type_traits>
+#include <vector>
 
 #include "simulator/device/Device.h"
 
@@ -21,53 +22,43 @@ namespace sim {
 // Values as the journal shows them.
 template <typename Number, std::enable_if_t<std::is_arithmetic_v<Number> || std::is_enum_v<Number>, int> = 0>
 std::string toJournal(Number value) {
-    if constexpr (std::is_same_v<Number, bool>) {
-        return value ? "true" : "false";
-    } else if constexpr (std::is_enum_v<Number>) {
-        return std::to_string(static_cast<std::underlying_type_t<Number>>(value));
+    if constexpr (std::is_enum_v<Number>) {
+        return fmt::format("{}", codeOf(value));
     } else {
         return fmt::format("{}", value);
     }
 }
-inline std::string toJournal(std::string_view value) {
+inline std::string toJournal(const std::string& value) {
     return fmt::format("\"{}\"", value);
 }
-inline std::string toJournal(const std::string& value) {
-    return toJournal(std::string_view(value));
-}
 inline std::string toJournal(const char* value) {
-    return value != nullptr ? toJournal(std::string_view(value)) : "null";
+    return value != nullptr ? toJournal(std::string(value)) : "null";
 }
 inline std::string toJournal(const void* value) {
     return value != nullptr ? "object" : "null";
 }
-
 inline std::string toJournal(const std::list<std::string>& values) {
-    std::string text;
-    for (const std::string& value : values) {
-        text += (text.empty() ? "" : ", ") + toJournal(value);
-    }
-    return "[" + text + "]";
+    return values.empty() ? "[]" : fmt::format("[\"{}\"]", fmt::join(values, "\", \""));
 }
 
 // The arguments of a call.
 template <typename... Values>
 std::string toJournal(const std::tuple<Values...>& values) {
-    std::string text;
-    const auto append = [&](const std::string& value) { text += (text.empty() ? "" : ", ") + value; };
-    std::apply([&](const auto&... each) { (append(toJournal(each)), ...); }, values);
-    return text;
+    const auto texts =
+        std::apply([](const auto&... each) { return std::vector<std::string>{toJournal(each)...}; }, values);
+    return fmt::format("{}", fmt::join(texts, ", "));
 }
 
-// What a call gives out beside its result, as the journal shows it.
+// What a call returns through its parameters, as the journal shows it.
 struct Given {
     std::string text;
 };
 
-// Counts a call, and returns the failure that a rule wants for it. If that is an exception, journals and throws it.
+// Counts a call and returns the rule that makes it fail, if any. If it shall throw, journals the call and throws
+// std::runtime_error.
 std::optional<FaultInjector::Hit> nextFailure(Device& device, const PlatformCall& call, const std::string& arguments);
 
-// Runs the body of a platform call, which takes a Device and a Given, the Device, or nothing.
+// Runs the body of a platform call, which takes the Device and what is given, the Device only, or nothing.
 template <typename Body>
 auto perform(Body& body, Device& device, Given& given) {
     if constexpr (std::is_invocable_v<Body, Device&, Given&>) {
@@ -79,9 +70,9 @@ auto perform(Body& body, Device& device, Given& given) {
     }
 }
 
-// A platform call: does what `body` does, unless a fault rule says otherwise, and journals it. If `body` throws,
-// because the TV's own files are unusable, the call fails with -1, false or null. `damage` damages the file that it has
-// made.
+// Performs a platform call as `body` does, unless a fault rule makes it fail, and journals it. If `body` throws,
+// because a file of the TV cannot be used, the call returns -1, false or null. `damage` damages the file that the call
+// has made.
 template <typename Arguments, typename Body>
 auto platformCall(const PlatformCall& call, const Arguments& arguments, Body body,
                   const std::function<void(Damage)>& damage = {}) {
@@ -129,8 +120,8 @@ struct Arrival {
     std::optional<std::int64_t> fault;  // the rule that changed it
 };
 
-// Posts an event that carries `code` to the main loop, due after `delay`; a fault rule may lose, delay or change it.
-// `deliver` hands it over and journals it, because it alone knows what the event brings.
+// Posts an event that carries `code` to the main loop, due after `delay`, unless a fault rule loses, delays or changes
+// it. `deliver` calls back the application and journals that: it knows what the event brings.
 void platformEvent(Device& device, const PlatformCall& event, const std::string& about, std::chrono::milliseconds delay,
                    int code, const std::function<void(const Arrival&)>& deliver);
 

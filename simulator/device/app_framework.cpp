@@ -1,7 +1,6 @@
 #include "platform/app_framework.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <CLI/CLI.hpp>
 
 #include <chrono>

@@ -5,7 +5,6 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <vector>
 
 #include "platform/tv_service.h"
 #include "simulator/device/Journal.h"
@@ -193,13 +192,9 @@ std::map<SignalCallback, SignalSubscriber>& subscribers() {
 
 void signalScanStopped(Device& device, const sim::Arrival& arrival) {
     device.tv.setScanning(false);
-    std::vector<SignalCallback> callbacks;
-    for (const auto& [callback, subscriber] : subscribers()) {
-        callbacks.push_back(callback);
-    }
-    for (const SignalCallback callback : callbacks) {
-        const auto found = subscribers().find(callback);  // an earlier one may have destroyed it
-        if (found != subscribers().end()) {
+    const std::map<SignalCallback, SignalSubscriber> before = subscribers();  // a callback may destroy any of them
+    for (const auto& each : before) {
+        if (const auto found = subscribers().find(each.first); found != subscribers().end()) {
             found->second.signal(device, SIGNAL_SCAN_STOPPED, arrival);
         }
     }

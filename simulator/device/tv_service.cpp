@@ -2,7 +2,6 @@
 #include "platform/tv_service.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <exception>
 #include <optional>
