@@ -16,13 +16,13 @@ namespace {
 
 constexpr int BUSY_TIMEOUT_MS = 10'000;
 
-Error::Kind kindOf(int code, int systemError) {
+Error::Kind kindOfSqliteCode(int code, int systemError) {
     switch (code & 0xFF) {
         case SQLITE_CORRUPT:
         case SQLITE_NOTADB:
         case SQLITE_CONSTRAINT:
         case SQLITE_MISMATCH:
-        case SQLITE_ERROR:      // of this program's statements: other tables than it knows
+        case SQLITE_ERROR:      // the statements are right, so the tables are not
         case SQLITE_TOOBIG:     // more than a limit allows
         case SQLITE_INTERRUPT:  // more steps than a budget allows
             return Error::Kind::Damaged;
@@ -47,7 +47,7 @@ Error::Kind kindOf(int code, int systemError) {
     if (isOfSystem && systemError != 0) {
         reason = fmt::format("{}: {}", reason, std::strerror(systemError));
     }
-    throw Error(kindOf(code, systemError), fmt::format("{}: {}", name, reason));
+    throw Error(kindOfSqliteCode(code, systemError), fmt::format("{}: {}", name, reason));
 }
 
 std::string immutableUri(const fs::path& file) {
@@ -72,11 +72,8 @@ int flagsFor(Database::Access access) {
 
 }  // namespace
 
-void Statement::Finalize::operator()(sqlite3_stmt* statement) const {
-    sqlite3_finalize(statement);
-}
-
-Statement::Statement(const Database& database, std::string_view sql) : m_name(database.m_name) {
+Statement::Statement(const Database& database, std::string_view sql)
+    : m_statement(nullptr, &sqlite3_finalize), m_name(database.m_name) {
     sqlite3_stmt* statement = nullptr;
     if (sqlite3_prepare_v2(database.m_database.get(), sql.data(), static_cast<int>(sql.size()), &statement, nullptr) !=
         SQLITE_OK) {
@@ -112,11 +109,6 @@ std::string_view Statement::view(int column) const {
     return bytes != nullptr ? std::string_view(bytes, size) : std::string_view();
 }
 
-std::optional<std::int64_t> Statement::optionalInteger(int column) const {
-    const bool isNull = sqlite3_column_type(m_statement.get(), column) == SQLITE_NULL;
-    return isNull ? std::nullopt : std::optional(integer(column));
-}
-
 void Statement::reset() {
     sqlite3_reset(m_statement.get());
 }
@@ -139,14 +131,11 @@ void Statement::set(int parameter, std::string_view value) {
     check(sqlite3_bind_text64(m_statement.get(), parameter, value.data(), value.size(), SQLITE_TRANSIENT, SQLITE_UTF8));
 }
 
-void Database::Close::operator()(sqlite3* database) const {
-    sqlite3_close_v2(database);
-}
-
-Database::Database(const fs::path& file, Access access) : m_name(file.string()) {
+Database::Database(const fs::path& file, Access access)
+    : m_database(nullptr, &sqlite3_close_v2), m_name(file.string()) {
     open(file.string(), flagsFor(access));
-    // A write-ahead log wants a file beside it even of a reader. Where nobody can make one, and none is there, nobody
-    // writes either.
+    // Even a reader of a write-ahead log needs a file beside it. If it cannot create that, and there is no log, nobody
+    // writes to the database.
     if (access == Access::Look && !canRead() && !pathExists(file.string() + "-wal")) {
         open(immutableUri(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
     }
@@ -164,7 +153,7 @@ void Database::attach(const fs::path& file, std::string_view name) {
 }
 
 void Database::open(const std::string& name, int flags) {
-    // No two threads share a database, and nobody asks how much memory they take: neither needs a lock.
+    // Threads do not share databases, and nobody asks for memory statistics: neither needs a mutex.
     static const int configured = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
     static_cast<void>(configured);
     sqlite3* database = nullptr;
@@ -201,7 +190,7 @@ void Database::snapshot(const fs::path& copy) const {
     Statement(*this, "VACUUM INTO ?").bind(copy.string()).run();
 }
 
-// Immediate, so that what was read within it still holds when it is written.
+// Immediate, so that what is read in the transaction still holds when it writes.
 Transaction::Transaction(Database& database) : m_database(database) {
     m_database.run("BEGIN IMMEDIATE");
 }

@@ -1,4 +1,5 @@
-// SQLite databases, behind one wall: rows leave it, and no exception but Error, whose kind says what is wrong.
+// SQLite databases. Every function that fails throws Error: Damaged if the file or its tables are not what they should
+// be, Locked if another process keeps the database locked, or the kind of the system's error.
 #pragma once
 
 #include <cstdint>
@@ -21,7 +22,7 @@ class Statement {
 public:
     Statement(const Database& database, std::string_view sql);
 
-    // Starts anew with these values for its parameters; std::nullopt is NULL.
+    // Resets the statement and binds these values to its parameters; std::nullopt is NULL.
     template <typename... Values>
     Statement& bind(const Values&... values) {
         reset();
@@ -30,14 +31,12 @@ public:
         return *this;
     }
 
-    // Sets one parameter, from 1 on. The statement must be at its begin or end.
+    // Binds one parameter, counted from 1. The statement must not be at a row.
     template <typename Integer, std::enable_if_t<std::is_integral_v<Integer>, int> = 0>
     void set(int parameter, Integer value) {
         setInteger(parameter, static_cast<std::int64_t>(value));
     }
     void set(int parameter, std::string_view value);
-    void set(int parameter, const std::string& value) { set(parameter, std::string_view(value)); }
-    void set(int parameter, const char* value) { set(parameter, std::string_view(value)); }
     template <typename Value>
     void set(int parameter, const std::optional<Value>& value) {
         if (value) {
@@ -47,28 +46,24 @@ public:
         }
     }
 
-    // Steps to the next row. False: there is none, and the statement has been reset, so that it holds no lock.
+    // Steps to the next row. Returns false if there is none, and resets the statement, so that it holds no lock.
     bool next();
 
     // Steps to its end.
     void run();
 
-    // The columns of the present row, from 0 on.
+    // The columns of the current row, counted from 0.
     std::int64_t integer(int column) const;
-    std::string_view view(int column) const;  // good until the next row
+    std::string_view view(int column) const;  // valid until the next row
     std::string text(int column) const { return std::string(view(column)); }
-    std::optional<std::int64_t> optionalInteger(int column) const;
 
 private:
-    // Lets go of the database; what is bound stays bound.
+    // Releases the lock on the database; what is bound stays bound.
     void reset();
     void check(int code);
     void setInteger(int parameter, std::int64_t value);
     void setNull(int parameter);
-    struct Finalize {
-        void operator()(sqlite3_stmt* statement) const;
-    };
-    std::unique_ptr<sqlite3_stmt, Finalize> m_statement;
+    std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> m_statement;
     std::string m_name;  // of the database, for messages
 };
 
@@ -76,30 +71,30 @@ class Database {
 public:
     enum class Access {
         Look,    // reads only, and needs no right to write, not even to the folder
-        Change,  // reads and writes one that is there
-        Create,  // makes it
+        Change,  // reads and writes; the file must exist
+        Create,  // reads and writes, and creates the file if it does not exist
     };
 
     Database(const std::filesystem::path& file, Access access);
 
-    // Makes one that is still beside its place, and gone after a crash: it needs no journal on the disk, and is synced
-    // whole when it is put in place.
+    // Makes one that is not in place yet, and gone after a crash: it needs no journal on the disk, and is synced as a whole
+    // when it is put in place.
     static Database makeBeside(const std::filesystem::path& file, const std::string& schema);
 
     // Attaches a file that nobody changes under a name, for reading only.
     void attach(const std::filesystem::path& file, std::string_view name);
 
-    // Runs statements that need no values and give no rows.
+    // Runs statements without parameters and rows.
     void run(const std::string& script);
 
-    // Runs one statement. The number of rows that it changed.
+    // Runs one statement and returns the number of rows that it changed.
     template <typename... Values>
     std::int64_t change(std::string_view sql, const Values&... values) {
         Statement(*this, sql).bind(values...).run();
         return changes();
     }
 
-    // The first column of the first row that a query brings.
+    // The first column of a query's first row; nothing if there is no row.
     template <typename... Values>
     std::optional<std::int64_t> integer(std::string_view sql, const Values&... values) const {
         Statement query(*this, sql);
@@ -107,9 +102,9 @@ public:
     }
 
     std::int64_t lastRow() const;
-    std::int64_t changes() const;  // of the last statement that changes rows
+    std::int64_t changes() const;  // rows that the last INSERT, UPDATE or DELETE changed
 
-    // Copies the database as it is at one moment, whoever writes to it, into a file that is not there.
+    // Copies the database as it is at one moment, even if others write to it, to a file that does not exist yet.
     void snapshot(const std::filesystem::path& copy) const;
 
 private:
@@ -120,14 +115,11 @@ private:
     void open(const std::string& name, int flags);
     bool canRead() const;
 
-    struct Close {
-        void operator()(sqlite3* database) const;
-    };
-    std::unique_ptr<sqlite3, Close> m_database;
+    std::unique_ptr<sqlite3, int (*)(sqlite3*)> m_database;
     std::string m_name;
 };
 
-// All changes of the scope, or none: they are undone at its end unless commit() was called.
+// Undoes the changes of its scope at the end, unless commit() was called.
 class Transaction {
 public:
     explicit Transaction(Database& database);

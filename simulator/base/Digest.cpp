@@ -15,17 +15,13 @@ namespace {
 
 void require(int succeeded) {
     if (succeeded != 1) {
-        throw Error("the cryptographic library gives no SHA-256");
+        throw Error("the cryptographic library fails to compute SHA-256");
     }
 }
 
 }  // namespace
 
-void Digest::Free::operator()(evp_md_ctx_st* context) const {
-    EVP_MD_CTX_free(context);
-}
-
-Digest::Digest() : m_context(EVP_MD_CTX_new()) {
+Digest::Digest() : m_context(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {
     require(EVP_DigestInit_ex(m_context.get(), EVP_sha256(), nullptr));
 }
 

@@ -15,26 +15,23 @@ class Digest {
 public:
     Digest();
 
-    // Adds bytes as they are.
+    // Adds bytes.
     Digest& addBytes(std::string_view bytes);
 
     // Adds a text with its length, so that ("a", "bc") and ("ab", "c") differ.
     Digest& add(std::string_view text);
 
-    // Adds the bytes of a file. Throws Error where it cannot be read.
+    // Adds the bytes of a file. Throws Error if it cannot be read.
     Digest& addFile(const std::filesystem::path& file);
 
-    // Of all that was added, in hexadecimal digits. The digest is used up.
+    // The digest of all that was added, in hexadecimal digits. Call it once.
     std::string hex();
 
 private:
-    struct Free {
-        void operator()(evp_md_ctx_st* context) const;
-    };
-    std::unique_ptr<evp_md_ctx_st, Free> m_context;
+    std::unique_ptr<evp_md_ctx_st, void (*)(evp_md_ctx_st*)> m_context;
 };
 
-// SHA-256 of a file's bytes, in hexadecimal digits. Throws Error where it cannot be read.
+// SHA-256 of a file's bytes, in hexadecimal digits. Throws Error if it cannot be read.
 std::string digestOf(const std::filesystem::path& file);
 
 }  // namespace sim

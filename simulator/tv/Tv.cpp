@@ -257,7 +257,7 @@ std::time_t Tv::now() const {
 }
 
 std::optional<std::time_t> Tv::fixedTime() const {
-    return stateOf(m_database, "now").optionalInteger(0);
+    return m_database.integer("SELECT now FROM state WHERE now IS NOT NULL");
 }
 
 void Tv::setTime(const std::optional<std::time_t>& time) {
