@@ -73,15 +73,12 @@ std::string percentEncoded(std::string_view text, std::string_view plain) {
 }
 
 // Stores encode a blank in a listing as %20 or as '+'.
-std::string percentDecoded(const std::string& text) {
-    std::string result;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto code = text[i] == '%' ? toNumber<unsigned>(std::string_view(text).substr(i + 1, 2), 16)
-                                         : std::optional<unsigned>();
-        result += code ? static_cast<char>(*code) : (text[i] == '+' ? ' ' : text[i]);
-        i += code ? 2U : 0U;
-    }
-    return result;
+std::string percentDecoded(std::string text) {
+    std::replace(text.begin(), text.end(), '+', ' ');
+    int size = 0;
+    const std::unique_ptr<char, decltype(&curl_free)> decoded(
+        curl_easy_unescape(nullptr, text.c_str(), static_cast<int>(text.size()), &size), &curl_free);
+    return {decoded.get(), static_cast<std::size_t>(size)};
 }
 
 // Hands libcurl the bytes of a body. If the file has changed since its digest was taken, the store refuses it.
@@ -187,10 +184,6 @@ struct ObjectClient::Response {
     }
 };
 
-void ObjectClient::FreeHandle::operator()(void* handle) const {
-    curl_easy_cleanup(handle);
-}
-
 ObjectClient::ObjectClient(std::string bucket, RequestObserver observer)
     : m_bucket(std::move(bucket)),
       m_observer(std::move(observer)),
@@ -200,7 +193,8 @@ ObjectClient::ObjectClient(std::string bucket, RequestObserver observer)
       m_secret(required("AWS_SECRET_ACCESS_KEY", "set it to the secret of the access key")),
       m_region(environment("AWS_REGION")),
       m_certificates(environment("AWS_CA_BUNDLE")),
-      m_stallSeconds(toNumber<long>(environment(STALL_VARIABLE)).value_or(STALL_SECONDS)) {
+      m_stallSeconds(toNumber<long>(environment(STALL_VARIABLE)).value_or(STALL_SECONDS)),
+      m_handle(nullptr, &curl_easy_cleanup) {
     if (m_region.empty()) {
         m_region = "us-east-1";
     }
@@ -210,8 +204,6 @@ ObjectClient::ObjectClient(std::string bucket, RequestObserver observer)
     initialiseLibrary();
     m_handle.reset(curl_easy_init());
 }
-
-ObjectClient::~ObjectClient() = default;
 
 // A reset handle keeps its connection. libcurl copies the texts that it is given.
 void ObjectClient::prepare(const Request& request, const std::string& endpoint) {

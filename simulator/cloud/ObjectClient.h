@@ -25,7 +25,6 @@ class ObjectClient {
 public:
     // Throws Error if the environment lacks something.
     ObjectClient(std::string bucket, RequestObserver observer);
-    ~ObjectClient();
 
     struct Object {
         std::string key;
@@ -75,9 +74,6 @@ private:
     Response attempt(const Request& request, const std::string& endpoint);
     std::string failureOf(const Response& response) const;
 
-    struct FreeHandle {
-        void operator()(void* handle) const;
-    };
     std::string m_bucket;
     RequestObserver m_observer;
     std::vector<std::string> m_endpoints;
@@ -87,7 +83,7 @@ private:
     std::string m_region;
     std::string m_certificates;  // file of trusted authorities; empty: those of the machine
     long m_stallSeconds = 0;
-    std::unique_ptr<void, FreeHandle> m_handle;  // of libcurl; keeps its connection from one request to the next
+    std::unique_ptr<void, void (*)(void*)> m_handle;  // of libcurl; keeps its connection from one request to the next
 };
 
 }  // namespace sim
