@@ -2,21 +2,21 @@
 
 #include <algorithm>
 #include <thread>
+#include <utility>
 
 namespace sim {
 
 void EventLoop::post(Milliseconds delay, Event event) {
-    m_events.emplace(std::make_pair(m_now + std::max(delay, Milliseconds::zero()), m_posted++), std::move(event));
+    m_events.emplace(m_now + std::max(delay, Milliseconds::zero()), std::move(event));
 }
 
 bool EventLoop::run() {
     while (!m_quit && !m_events.empty()) {
         auto next = m_events.extract(m_events.begin());
-        const Milliseconds due = next.key().first;
         if (m_realtime) {
-            std::this_thread::sleep_for(due - m_now);
+            std::this_thread::sleep_for(next.key() - m_now);
         }
-        m_now = due;
+        m_now = next.key();
         next.mapped()();
     }
     return m_quit;

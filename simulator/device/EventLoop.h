@@ -1,11 +1,9 @@
-// The main loop: events, each with a due time. The loop has a clock of its own, which jumps from one event to the next.
+// The main loop: events, each with a due time. The loop has its own clock, which jumps from one event to the next.
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <map>
-#include <utility>
 
 namespace sim {
 
@@ -14,27 +12,26 @@ public:
     using Milliseconds = std::chrono::milliseconds;
     using Event = std::function<void()>;
 
-    // Whether to sleep until each event is due instead of running it at once.
+    // If set, run() sleeps until each event is due; otherwise it runs them at once.
     void setRealtime(bool realtime) { m_realtime = realtime; }
 
     // Time since the loop was made.
     Milliseconds now() const { return m_now; }
 
-    // Adds an event that is due `delay` from now. A delay below zero is none: the clock never goes back.
+    // Adds an event that is due `delay` from now. A negative delay counts as 0: the clock never goes back.
     void post(Milliseconds delay, Event event);
 
-    // Lets run() return when the present event has.
+    // Makes run() return after the current event.
     void quit() { m_quit = true; }
 
-    // Runs events by due time until quit() is called (true) or none is left (false). What an event throws goes through.
+    // Runs events by due time. Returns true after quit(), false if no event is left. Exceptions of events leave it.
     bool run();
 
 private:
     bool m_realtime = false;
     bool m_quit = false;
     Milliseconds m_now{0};
-    std::uint64_t m_posted = 0;
-    std::map<std::pair<Milliseconds, std::uint64_t>, Event> m_events;  // equal due times: in the order they were posted
+    std::multimap<Milliseconds, Event> m_events;  // by due time; equal ones stay in the order they were posted
 };
 
 }  // namespace sim

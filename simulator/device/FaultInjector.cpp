@@ -47,7 +47,7 @@ std::string corrupted(std::string content) {
 
 }  // namespace
 
-std::optional<FaultInjector::Hit> FaultInjector::next(const PlatformCall& call) {
+std::optional<FaultRule> FaultInjector::next(const PlatformCall& call) {
     const int count = ++m_counts[call.name];
     const auto fires = [&](const FaultRule& rule) {
         return rule.call == call.name && count >= rule.nth && (rule.times == 0 || rule.fired < rule.times);
@@ -61,10 +61,10 @@ std::optional<FaultInjector::Hit> FaultInjector::next(const PlatformCall& call) 
         m_faults.countFired(rule->id);
     } catch (const Error&) {  // the disk may be full; the rule fires all the same
     }
-    return Hit{rule->id, rule->failure};
+    return *rule;
 }
 
-bool fails(const std::optional<FaultInjector::Hit>& hit, Failure::Kind kind) {
+bool fails(const std::optional<FaultRule>& hit, Failure::Kind kind) {
     return hit && hit->failure.kind == kind;
 }
 

@@ -1,7 +1,6 @@
 // Applies the fault rules to the calls of one run.
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -14,15 +13,10 @@ namespace sim {
 
 class FaultInjector {
 public:
-    struct Hit {
-        std::int64_t rule;
-        Failure failure;
-    };
-
     explicit FaultInjector(Faults& faults) : m_faults(faults), m_rules(faults.list()) {}
 
     // Counts a call, and the rule that makes it fail. Returns nothing if none does.
-    std::optional<Hit> next(const PlatformCall& call);
+    std::optional<FaultRule> next(const PlatformCall& call);
 
 private:
     Faults& m_faults;
@@ -30,7 +24,7 @@ private:
     std::map<std::string_view, int> m_counts;
 };
 
-bool fails(const std::optional<FaultInjector::Hit>& hit, Failure::Kind kind);
+bool fails(const std::optional<FaultRule>& hit, Failure::Kind kind);
 
 // Throws Error if the file cannot be damaged.
 void damageFile(const std::filesystem::path& file, Damage damage);

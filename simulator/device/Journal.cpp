@@ -4,10 +4,10 @@
 
 namespace sim {
 
-std::optional<FaultInjector::Hit> nextFailure(Device& device, const PlatformCall& call, const std::string& arguments) {
-    std::optional<FaultInjector::Hit> hit = device.faults.next(call);
+std::optional<FaultRule> nextFailure(Device& device, const PlatformCall& call, const std::string& arguments) {
+    std::optional<FaultRule> hit = device.faults.next(call);
     if (fails(hit, Failure::Kind::Throw)) {
-        device.record.call(call.name, arguments, "exception", hit->rule);
+        device.record.call(call.name, arguments, "exception", hit->id);
         throw std::runtime_error(fmt::format("{} failed on demand", call.name));
     }
     return hit;
@@ -15,9 +15,9 @@ std::optional<FaultInjector::Hit> nextFailure(Device& device, const PlatformCall
 
 void platformEvent(Device& device, const PlatformCall& event, const std::string& about, std::chrono::milliseconds delay,
                    int code, const std::function<void(const Arrival&)>& deliver) {
-    const std::optional<FaultInjector::Hit> hit = nextFailure(device, event, about);
+    const std::optional<FaultRule> hit = nextFailure(device, event, about);
     if (fails(hit, Failure::Kind::Lost)) {
-        device.record.call(event.name, about, "lost", hit->rule);
+        device.record.call(event.name, about, "lost", hit->id);
         return;
     }
     if (fails(hit, Failure::Kind::Delay)) {
@@ -30,7 +30,7 @@ void platformEvent(Device& device, const PlatformCall& event, const std::string&
     if (fails(hit, Failure::Kind::Damage)) {
         arrival.damage = hit->failure.damage;
     }
-    arrival.fault = hit ? std::optional(hit->rule) : std::nullopt;
+    arrival.fault = hit ? std::optional(hit->id) : std::nullopt;
     device.loop.post(delay, [arrival, deliver] { deliver(arrival); });
 }
 

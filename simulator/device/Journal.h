@@ -56,7 +56,7 @@ struct Given {
 
 // Counts a call and returns the rule that makes it fail, if any. If it shall throw, journals the call and throws
 // std::runtime_error.
-std::optional<FaultInjector::Hit> nextFailure(Device& device, const PlatformCall& call, const std::string& arguments);
+std::optional<FaultRule> nextFailure(Device& device, const PlatformCall& call, const std::string& arguments);
 
 // Runs the body of a platform call, which takes the Device and what is given, the Device only, or nothing.
 template <typename Body>
@@ -80,7 +80,7 @@ auto platformCall(const PlatformCall& call, const Arguments& arguments, Body bod
     Given given;
     using Result = decltype(perform(body, device, given));
     const std::string written = toJournal(arguments);
-    const std::optional<FaultInjector::Hit> hit = nextFailure(device, call, written);
+    const std::optional<FaultRule> hit = nextFailure(device, call, written);
     Result result{};
     if (!fails(hit, Failure::Kind::Result) && !fails(hit, Failure::Kind::Null)) {
         try {
@@ -101,7 +101,7 @@ auto platformCall(const PlatformCall& call, const Arguments& arguments, Body bod
         }
     }
     device.record.call(call.name, written, toJournal(result) + (given.text.empty() ? "" : ", " + given.text),
-                       hit ? std::optional(hit->rule) : std::nullopt);
+                       hit ? std::optional(hit->id) : std::nullopt);
     return result;
 }
 

@@ -150,7 +150,7 @@ int giveText(const sim::PlatformCall& call, const Arguments& arguments, app_cont
 int ui_app_main(int argc, char** argv, const ui_app_callbacks* callbacks, void* userData) {
     Device& device = Device::current();
     if (const auto hit = sim::nextFailure(device, sim::calls::ui_app_main, "")) {
-        device.record.call(sim::calls::ui_app_main.name, "", sim::toJournal(hit->failure.number), hit->rule);
+        device.record.call(sim::calls::ui_app_main.name, "", sim::toJournal(hit->failure.number), hit->id);
         device.record.ended(sim::RunEnd::Refused, "main loop");
         return hit->failure.number;
     }
