@@ -24,6 +24,15 @@ std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<Back
     return backups;
 }
 
+Error missingBackup(const CloudStore& store, const BackupName& name) {
+    return {Error::Kind::Missing,
+            fmt::format("{} holds no backup {}; see: halcyon-tv cloud list", store.place(), name.path())};
+}
+
+Error duplicateBackup(const CloudStore& store, const std::string& newestId) {
+    return {Error::Kind::Duplicate, fmt::format("{}: backup {} has the same bundle already", store.place(), newestId)};
+}
+
 Json::Value infoOf(const NewBackup& backup, const std::filesystem::path& bundle) {
     Json::Value info;
     info["time"] = utcNow();

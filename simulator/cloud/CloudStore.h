@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "simulator/base/Error.h"
+
 namespace sim {
 
 // Whose backups they are, and of what.
@@ -99,8 +101,12 @@ public:
 // What is known of those of the named backups that are still there.
 std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<BackupName>& names);
 
-// For stores: the JSON object that both keep beside a bundle, and what it tells of a backup. `readInfo` throws Error
-// (Damaged) if it is not such an object.
+// For stores: what they throw if there is no such backup, and if the newest backup has the bundle that shall be stored.
+Error missingBackup(const CloudStore& store, const BackupName& name);
+Error duplicateBackup(const CloudStore& store, const std::string& newestId);
+
+// For stores: the JSON object that they keep with a bundle. `readInfo` sets the members of a backup that the object
+// holds; it throws Error (Damaged) if it is not such an object.
 Json::Value infoOf(const NewBackup& backup, const std::filesystem::path& bundle);
 void readInfo(const Json::Value& info, StoredBackup& backup);
 

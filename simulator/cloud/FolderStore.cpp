@@ -90,8 +90,7 @@ std::string FolderStore::put(const NewBackup& backup, const fs::path& bundle) {
     if (backup.refuseDuplicate) {
         const std::vector<std::string> ids = backupIds(parent);
         if (!ids.empty() && digestOf(parent / ids.back() / "bundle.zip") == digestOf(bundle)) {
-            throw Error(Error::Kind::Duplicate,
-                        fmt::format("{}: backup {} has the same bundle already", place(), ids.back()));
+            throw duplicateBackup(*this, ids.back());
         }
     }
     const ScratchFolder scratch(parent);
@@ -126,8 +125,7 @@ fs::path FolderStore::folderOf(const Address& address) const {
 fs::path FolderStore::existingFolderOf(const BackupName& name) const {
     fs::path folder = folderOf(name) / name.id;
     if (!numberOf(name.id) || !isFolder(folder)) {
-        throw Error(Error::Kind::Missing,
-                    fmt::format("{} holds no backup {}; see: halcyon-tv cloud list", place(), name.path()));
+        throw missingBackup(*this, name);
     }
     return folder;
 }

@@ -28,8 +28,8 @@ constexpr std::uint64_t MAX_SEQUENCE = 99'999'999;
 constexpr std::size_t RANDOM_DIGITS = 8;
 constexpr std::string_view KEY_VERSION = "v2-";
 
-constexpr int PAGE_SIZE = 1000;       // the most that a store lists at once
-constexpr int SHORT_PAGE_SIZE = 100;  // enough where the first name is likely to do
+constexpr int PAGE_SIZE = 1000;       // stores list no more at once
+constexpr int SHORT_PAGE_SIZE = 100;  // if the first name is likely to be the one
 
 constexpr std::string_view MAGIC = "halcyon backup 1 ";
 constexpr std::size_t DIGEST_DIGITS = 64;
@@ -87,8 +87,7 @@ ObjectClient::Body bodyOf(const NewBackup& backup, const fs::path& bundle) {
 class ObjectReader {
 public:
     // Without a folder, the bundle is ignored.
-    ObjectReader(BackupName name, fs::path folder)
-        : m_name(std::move(name)), m_folder(std::move(folder)), m_backup(m_name) {}
+    ObjectReader(const BackupName& name, fs::path folder) : m_folder(std::move(folder)), m_backup(name) {}
 
     ObjectClient::Sink sink() {
         return {[this] { restart(); }, [this](std::string_view bytes) { take(bytes); }};
@@ -123,7 +122,7 @@ private:
     // A try that was cut off may have left a part of the bundle.
     void restart() {
         discard();
-        *this = ObjectReader(m_name, m_folder);
+        *this = ObjectReader(m_backup, m_folder);
     }
 
     void take(std::string_view bytes) {
@@ -186,7 +185,6 @@ private:
         writeAll(m_file, bytes, target);
     }
 
-    BackupName m_name;
     fs::path m_folder;
     StoredBackup m_backup;
     std::string m_header;          // and, of the piece that completed it, the start of the bundle
@@ -197,7 +195,7 @@ private:
     Descriptor m_file;
 };
 
-// What `read` brings into a reader. Damage is part of the description; any other error is thrown.
+// Calls `read`, which fills the reader, and returns the backup. Damage becomes part of it; other errors are thrown.
 StoredBackup described(const BackupName& name, ObjectReader& reader, const std::function<void()>& read) {
     try {
         read();
@@ -247,8 +245,7 @@ std::string ObjectStore::folderOf(const Address& address) const {
 
 std::string ObjectStore::keyOf(const BackupName& name) const {
     if (!isId(name.id)) {
-        throw Error(Error::Kind::Missing,
-                    fmt::format("{} holds no backup {}; see: halcyon-tv cloud list", m_place, name.path()));
+        throw missingBackup(*this, name);
     }
     return fmt::format("{}{}{}", folderOf(name), KEY_VERSION, mirrored(name.id));
 }
@@ -301,8 +298,7 @@ std::string ObjectStore::put(const NewBackup& backup, const fs::path& bundle) {
     if (before && backup.refuseDuplicate) {
         for (const StoredBackup& stored : lookAt(*this, {*before})) {
             if (stored.sha256 == digestOf(bundle)) {
-                throw Error(Error::Kind::Duplicate,
-                            fmt::format("{}: backup {} has the same bundle already", m_place, before->id));
+                throw duplicateBackup(*this, before->id);
             }
         }
     }
