@@ -159,7 +159,7 @@ TEST_F(HostileStore, IsNotLeftByTheNameOfAnAccount) {
     const Answer import = test::shell(
         fmt::format("{}'{}' cloud import '{}'", environment, test::TOOL, (storedBackup() / "bundle.zip").string()));
     EXPECT_EQ(import.code, 3);
-    EXPECT_THAT(import.text, HasSubstr("'x/../../../escaped' is no account"));
+    EXPECT_THAT(import.text, HasSubstr("'x/../../../escaped' is not a valid account"));
     EXPECT_NE(test::shell(fmt::format("{}'{}' run -q", environment, test::TOOL)).code, 0);
     EXPECT_FALSE(fs::exists(folder / "escaped"));
 }

@@ -9,7 +9,7 @@
 
 namespace sim {
 
-// Closes its descriptor at the end of the scope; -1 stands for none.
+// Closes its descriptor at the end of the scope; -1 is none.
 class Descriptor {
 public:
     explicit Descriptor(int descriptor = -1) : m_descriptor(descriptor) {}
@@ -30,10 +30,10 @@ private:
     int m_descriptor;
 };
 
-// Opens a file, with O_CLOEXEC beside `flags`. Throws Error.
+// Opens a file with `flags` and O_CLOEXEC. Throws Error.
 Descriptor openFile(const std::filesystem::path& path, int flags, mode_t mode = 0);
 
-// Writes all bytes at the descriptor's place; `path` is for the message. Throws Error.
+// Writes all bytes at the file's current position. Throws Error; `path` is for its message.
 void writeAll(const Descriptor& descriptor, std::string_view bytes, const std::filesystem::path& path);
 
 }  // namespace sim

@@ -1,4 +1,4 @@
-// What the simulator reports to the person who runs it. No other exception leaves one of its rooms on purpose.
+// The exception of the simulator, for the person who runs it.
 #pragma once
 
 #include <cerrno>
@@ -13,20 +13,20 @@ namespace sim {
 class Error : public std::runtime_error {
 public:
     enum class Kind {
-        Missing,      // it is not there
-        Damaged,      // it is there, but not what it should be
-        Locked,       // somebody else holds it
-        Full,         // the disk, or a limit on it, leaves no room
+        Missing,      // it does not exist
+        Damaged,      // it exists, but is not what it should be, or exceeds a limit
+        Locked,       // another process holds it
+        Full,         // the disk, or a quota, leaves no room
         Unreachable,  // the cloud store does not answer
         Denied,       // the cloud store refuses
-        Duplicate,    // the cloud store has the very same already
-        Unusable,     // anything else: a value that does not fit, a permission, a file of another kind
+        Duplicate,    // the newest backup in the cloud store has the same bundle
+        Unusable,     // anything else: a wrong value, a lack of permission, a file of another kind
     };
 
     Error(Kind kind, const std::string& message) : std::runtime_error(message), m_kind(kind) {}
     explicit Error(const std::string& message) : Error(Kind::Unusable, message) {}
 
-    // A failed system call on a path: "PATH: WHAT: the error number in words", of the kind that the number stands for.
+    // A failed system call on a path: "PATH: WHAT: the error number in words", and the number's kind.
     static Error ofSystem(const std::filesystem::path& path, std::string_view what, int number = errno);
 
     Kind kind() const { return m_kind; }
@@ -35,7 +35,7 @@ private:
     Kind m_kind;
 };
 
-// The kind that an error number of the system stands for.
+// The kind of an error number of the system.
 Error::Kind kindOfErrno(int error);
 
 }  // namespace sim

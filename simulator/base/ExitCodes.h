@@ -1,4 +1,4 @@
-// How the programs end: halcyon-tv with any of these, halcyon-lineup with DONE, USAGE, UNUSABLE or BUSY.
+// The exit codes of halcyon-tv. halcyon-lineup uses DONE, USAGE, UNUSABLE and BUSY only.
 #pragma once
 
 #include <array>
@@ -21,13 +21,13 @@ struct ExitCode {
 };
 constexpr std::array<ExitCode, 9> ALL = {{
     {DONE, "done"},
-    {FAILED, "the run did not succeed, for another reason than those below; the two sides differ"},
+    {FAILED, "the run failed for a reason not listed below; or the two sides of a diff differ"},
     {USAGE, "wrong usage"},
     {UNUSABLE, "a file, folder or value cannot be used"},
-    {IN_PART, "the run was done in part: success was reported, but an item was lost"},
-    {INCOMPATIBLE, "the backup was refused as not compatible with the TV"},
+    {IN_PART, "done in part: the run reported success, but an item was lost"},
+    {INCOMPATIBLE, "refused: the backup is not compatible with the TV"},
     {DAMAGED, "the bundle is damaged"},
-    {NO_BACKUP, "the cloud refused or could not be reached, or there is nothing to restore"},
+    {NO_BACKUP, "the cloud refused or cannot be reached, or there is nothing to restore"},
     {BUSY, "the TV is busy"},
 }};
 

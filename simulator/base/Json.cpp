@@ -10,8 +10,8 @@ namespace sim {
 
 namespace {
 
-// jsoncpp takes some texts that are not JSON ("-01", a line break inside a string); this parser does not, but that a
-// NUL ends the text for it.
+// jsoncpp accepts some texts that are not JSON ("-01", a line break inside a string). This parser does not, but takes a
+// NUL for the end of the text.
 bool isJson(const std::string& text) {
     return text.find('\0') == std::string::npos && nlohmann::json::accept(text);
 }

@@ -7,7 +7,7 @@
 
 namespace sim {
 
-// Parses one whole JSON text. False, and a null value: the text is anything else, or nested too deep.
+// Parses a whole JSON text. Returns false and sets a null value if it is not JSON, or nested too deep.
 bool parseJson(const std::string& text, Json::Value& value);
 
 enum class JsonStyle { Compact, Indented };

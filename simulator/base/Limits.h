@@ -1,5 +1,4 @@
-// How much of what comes from outside is taken. Each is far above what a TV needs; what is above a limit is refused
-// with both numbers.
+// Limits on what comes from outside, far above what a TV needs. What exceeds one is refused with both numbers.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +11,7 @@ namespace sim::limits {
 constexpr std::uint64_t CHANNEL_LIST_BYTES = 256U << 20;
 constexpr std::uint64_t CHANNEL_LINE_BYTES = 16U << 10;
 
-// Of a database, as an entry of an archive: what is packed is accepted back.
+// Of an entry of an archive, whether it is packed or unpacked.
 constexpr std::uint64_t ENTRY_BYTES = 1U << 30;
 constexpr std::uint64_t ARCHIVE_ENTRIES = 65'535;
 
@@ -24,25 +23,25 @@ constexpr std::uint64_t ARCHIVE_BYTES = 4 * ENTRY_BYTES;
 constexpr std::uint64_t SETTINGS_FILE_BYTES = 4U << 20;
 constexpr std::uint64_t METADATA_BYTES = 1U << 20;
 
-// Of a row of a received database: more than a line of a channel list makes.
+// Of a row of a received database: more than a line of a channel list becomes.
 constexpr std::uint64_t ROW_BYTES = 64U << 10;
 
 // Of a value of the settings store, and of its key.
 constexpr std::uint64_t SETTING_BYTES = 64U << 10;
 
-// Of a text in the journal or the log; the rest is cut off there, which says so.
+// Of a text in the journal or the log, which is cut() there.
 constexpr std::size_t RECORD_BYTES = 16U << 10;
 
-// Of a TV home's path. SQLite takes 512 for each file in it.
+// Of the path of a TV home: SQLite takes up to 512 for each file in it.
 constexpr std::size_t HOME_PATH_BYTES = 400;
 
-// How many runs a TV keeps the records of.
+// How many runs' records a TV keeps.
 constexpr int RUNS_KEPT = 200;
 
-// Throws Error, of the kind Damaged, where there is more of `what` than a limit allows.
+// Throws Error (Damaged) if there is more of `what` than the limit.
 void require(std::string_view what, std::uint64_t value, std::uint64_t limit);
 
-// The text itself, or its begin and how long it was.
+// Returns the text; of one that is longer than RECORD_BYTES, the start, and its length.
 std::string cut(std::string_view text);
 
 }  // namespace sim::limits

@@ -16,7 +16,7 @@ namespace sim {
 
 namespace {
 
-// One value for each name: of two, a program might take either.
+// Each name occurs once: of two values, a program might take either.
 std::vector<std::string> mergedEnvironment(std::map<std::string, std::string> merged) {
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text = *entry;
@@ -43,7 +43,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 
 class SpawnSettings {
 public:
-    // Neither can fail: both fill in what they are given.
+    // In glibc, neither can fail.
     SpawnSettings() {
         posix_spawn_file_actions_init(&actions);
         posix_spawnattr_init(&attributes);
@@ -82,7 +82,7 @@ Process::Process(const ProcessOptions& options) {
     for (const int descriptor : options.handedDown) {
         give(descriptor, descriptor);  // which undoes O_CLOEXEC
     }
-    // Signals that this process ignores or blocks must reach the program.
+    // Signals that this process ignores or blocks must still reach the program.
     sigset_t signals;
     sigemptyset(&signals);
     check(posix_spawnattr_setsigmask(&settings.attributes, &signals));
@@ -93,7 +93,7 @@ Process::Process(const ProcessOptions& options) {
     constexpr int ALWAYS = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK;
     check(posix_spawnattr_setflags(&settings.attributes,
                                    static_cast<short>(options.hasOwnGroup ? ALWAYS | POSIX_SPAWN_SETPGROUP : ALWAYS)));
-    std::fflush(nullptr);  // what was printed before the launch comes before what the program prints
+    std::fflush(nullptr);  // else the program's output would come before what this process has printed
     check(::posix_spawnp(&m_id, words.front().c_str(), &settings.actions, &settings.attributes,
                          pointersTo(words).data(), pointersTo(variables).data()));
 }

@@ -8,12 +8,13 @@
 namespace sim {
 
 struct ProcessOptions {
-    std::vector<std::string> words;                  // the program's path, then its arguments
-    std::map<std::string, std::string> environment;  // added to this process's; overrides variables of the same name
-    int output = -1;                                 // descriptors of its standard output and error; -1: as this
-    int errors = -1;                                 // process's. The caller keeps and closes them, as those below
-    std::vector<int> handedDown = {};                // descriptors that the program gets under the same numbers
-    bool hasOwnGroup = false;                        // signals from this process's terminal do not reach it
+    std::vector<std::string> words;  // the program's path, then its arguments
+    std::map<std::string, std::string>
+        environment;                   // added to this process's environment, replacing variables of the same name
+    int output = -1;                   // descriptor of its standard output; -1: this process's
+    int errors = -1;                   // of its standard error. The caller closes all descriptors
+    std::vector<int> handedDown = {};  // descriptors that the program gets under the same numbers
+    bool hasOwnGroup = false;          // signals from this process's terminal do not reach it
 };
 
 // A program that was started. The caller must wait() for it, or it stays as a zombie.
@@ -26,7 +27,7 @@ public:
 
     int id() const { return m_id; }
 
-    // Waits for the program to end; the status is that of waitpid(). Throws Error.
+    // Waits for the program to end, and returns the status of waitpid(). Throws Error.
     int wait() const;
 
 private:

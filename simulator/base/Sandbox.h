@@ -6,9 +6,9 @@
 
 namespace sim {
 
-// From now on this process and its children can change files below these folders only. They can still read everywhere,
-// and write to files that are open already. False: this kernel has no Landlock; nothing has changed. Throws Error if it
-// has, but refuses.
+// From now on this process and its children can change files only below these folders. They can still read everywhere,
+// and write to files that are already open. Returns false and changes nothing if this kernel has no Landlock; throws
+// Error if Landlock fails.
 bool confineWritingTo(const std::vector<std::filesystem::path>& folders);
 
 }  // namespace sim

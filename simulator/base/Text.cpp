@@ -12,7 +12,7 @@ namespace sim {
 
 namespace {
 
-// A character at the begin of a text; one that is no UTF-8 is a single byte with a negative code.
+// The first character of a text. A byte that is not UTF-8 is a character with a negative code.
 struct Character {
     utf8proc_int32_t code = -1;
     std::string_view bytes;
@@ -39,7 +39,7 @@ void forEachCharacter(std::string_view text, Visit visit) {
     }
 }
 
-// Control and format characters, line separators, and what has no meaning of its own.
+// False for control and format characters, line separators, and unassigned or private code points.
 bool isSafe(utf8proc_int32_t code) {
     if (code >= ' ' && code <= '~') {
         return true;
@@ -76,23 +76,23 @@ std::size_t columnsOf(const Character& character) {
     return character.code < 0 ? 1 : static_cast<std::size_t>(std::max(utf8proc_charwidth(character.code), 0));
 }
 
-// How many characters must be added, removed, replaced or exchanged with their neighbour to make one text the other.
-std::size_t editDistance(std::string_view one, std::string_view other) {
-    std::vector<std::vector<std::size_t>> distance(one.size() + 1, std::vector<std::size_t>(other.size() + 1));
-    for (std::size_t i = 0; i <= one.size(); ++i) {
-        for (std::size_t j = 0; j <= other.size(); ++j) {
+// How many characters must be added, removed, replaced or swapped with a neighbour to turn one text into the other.
+std::size_t editDistance(std::string_view left, std::string_view right) {
+    std::vector<std::vector<std::size_t>> distance(left.size() + 1, std::vector<std::size_t>(right.size() + 1));
+    for (std::size_t i = 0; i <= left.size(); ++i) {
+        for (std::size_t j = 0; j <= right.size(); ++j) {
             if (i == 0 || j == 0) {
                 distance[i][j] = i + j;
                 continue;
             }
-            const std::size_t replaced = distance[i - 1][j - 1] + (one[i - 1] == other[j - 1] ? 0 : 1);
+            const std::size_t replaced = distance[i - 1][j - 1] + (left[i - 1] == right[j - 1] ? 0 : 1);
             distance[i][j] = std::min({distance[i - 1][j] + 1, distance[i][j - 1] + 1, replaced});
-            if (i > 1 && j > 1 && one[i - 1] == other[j - 2] && one[i - 2] == other[j - 1]) {
+            if (i > 1 && j > 1 && left[i - 1] == right[j - 2] && left[i - 2] == right[j - 1]) {
                 distance[i][j] = std::min(distance[i][j], distance[i - 2][j - 2] + 1);
             }
         }
     }
-    return distance[one.size()][other.size()];
+    return distance[left.size()][right.size()];
 }
 
 }  // namespace
@@ -139,11 +139,11 @@ std::string shown(std::string_view text) {
 }
 
 std::string inQuotes(std::string_view text) {
-    constexpr std::size_t MOST = 40;
+    constexpr std::size_t MAX_BYTES = 40;
     std::string cut;
     bool isCut = false;
     forEachCharacter(text, [&](const Character& character) {
-        isCut = isCut || cut.size() + character.bytes.size() > MOST;
+        isCut = isCut || cut.size() + character.bytes.size() > MAX_BYTES;
         if (!isCut) {
             cut += character.bytes;
         }
@@ -152,7 +152,7 @@ std::string inQuotes(std::string_view text) {
 }
 
 std::string didYouMean(std::string_view word, const std::vector<std::string>& candidates) {
-    std::size_t nearest = word.size() / 3 + 2;  // a word that is further away is another one
+    std::size_t nearest = word.size() / 3 + 2;  // a more distant word is a different one
     std::string best;
     for (const std::string& candidate : candidates) {
         if (const std::size_t distance = editDistance(word, candidate); distance < nearest) {
@@ -168,8 +168,9 @@ void requireName(std::string_view what, std::string_view text) {
     constexpr char ALLOWED[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
     if (text.empty() || text.size() > MAX_BYTES || text.front() == '.' ||
         text.find_first_not_of(ALLOWED) != std::string_view::npos) {
-        throw Error(fmt::format("{} is no {}; use up to {} letters, digits, '.', '_' and '-', no '.' first",
-                                inQuotes(text), what, MAX_BYTES));
+        throw Error(
+            fmt::format("{} is not a valid {}: use up to {} letters, digits, '.', '_' and '-', and no '.' first",
+                        inQuotes(text), what, MAX_BYTES));
     }
 }
 
