@@ -23,7 +23,7 @@ namespace sim {
 
 namespace {
 
-// Inside a function, because static objects that open the device may be initialised before any of this file.
+// Inside a function: static objects of other files open the device before those of this file are initialised.
 std::unique_ptr<Device>& slot() {
     static std::unique_ptr<Device> device;
     return device;
@@ -40,7 +40,11 @@ std::string currentExceptionType() {
     return status == 0 ? name.get() : type->name();
 }
 
-// The terminate handler: records which exception has left the application.
+void complain(const std::string& message) {
+    std::fprintf(stderr, "halcyon-lineup: %s\n", shown(message).c_str());
+}
+
+// The terminate handler: records the exception that has left the application.
 [[noreturn]] void recordCrash() {
     std::string detail = currentExceptionType();
     try {
@@ -60,7 +64,7 @@ std::string currentExceptionType() {
 
 bool isConfinedWhenOpened = false;
 
-// Holds nothing if the parent process has the lock: a second descriptor would wait for the first for ever.
+// Holds nothing if the parent process has the lock: a second descriptor would wait for the first forever.
 FolderLock lockHome(const std::filesystem::path& home) {
     const std::optional<int> inherited = toNumber<int>(environment(LOCK_VARIABLE));
     if (inherited && FolderLock::isOf(home, *inherited)) {
@@ -93,15 +97,15 @@ Device::Device(const std::filesystem::path& home)
     }
     onDiskStep(&cutPowerIfRuled);
     std::set_terminate(&recordCrash);
-    // Neither a closed pipe behind the log nor a limit on the size of files ends the application.
+    // Neither a closed pipe behind the log nor a limit on file sizes may end the application.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
 Device::~Device() {
     if (record.dropped() > 0) {
-        std::fprintf(stderr, "halcyon-lineup: %d records of this run could not be written: %s\n", record.dropped(),
-                     shown(record.reason()).c_str());
+        complain(fmt::format("{} of this run could not be written: {}",
+                             plural(static_cast<std::uint64_t>(record.dropped()), "record"), record.reason()));
     }
 }
 
@@ -112,9 +116,7 @@ void Device::confine() const {
     std::vector<std::filesystem::path> folders = cloud->makeLocalFolders();
     folders.push_back(tv.home());
     if (!confineWritingTo(folders)) {
-        std::fprintf(stderr,
-                     "halcyon-lineup: this kernel cannot confine a process (Landlock): names in a bundle may lead out "
-                     "of the TV\n");
+        complain("this kernel cannot confine a process (Landlock): names in a bundle may lead out of the TV");
     }
 }
 
@@ -127,7 +129,7 @@ Device& Device::current() {
         try {
             slot().reset(new Device(defaultHome()));
         } catch (const Error& error) {
-            std::fprintf(stderr, "halcyon-lineup: %s\n", shown(error.what()).c_str());
+            complain(error.what());
             std::_Exit(error.kind() == Error::Kind::Locked ? exit_code::BUSY : exit_code::UNUSABLE);
         }
     }
@@ -149,7 +151,7 @@ void Device::keepMetadata() const {
     try {
         writeFile(kept.string() + application::METADATA_SUFFIX, bundleMetadata);
     } catch (const Error& problem) {
-        std::fprintf(stderr, "halcyon-lineup: %s\n", shown(problem.what()).c_str());
+        complain(problem.what());
     }
 }
 

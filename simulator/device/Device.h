@@ -1,4 +1,4 @@
-// A TV in operation, for one run of the application: what its services, a source per header of platform/, share.
+// A TV in operation, for one run of the application. The services share it; each header of platform/ has a source here.
 #pragma once
 
 #include <filesystem>
@@ -18,20 +18,20 @@ namespace sim {
 
 class Device {
 public:
-    // The process's device, opened at the first use, which may be before main(). If there is no TV, or another run is
-    // under way on it, that use ends the process with a message and exit_code::UNUSABLE or exit_code::BUSY.
+    // The process's device, opened at the first use, which may be before main(). If there is no TV, or if another run
+    // is under way on it, the process ends with a message and exit_code::UNUSABLE or exit_code::BUSY.
     static Device& current();
 
     // Makes the process confine itself when the device is opened.
     static void confineWhenOpened();
 
-    // Closes it: the next use opens anew, and begins a new run.
+    // Closes the device. The next use opens it again and begins a new run.
     static void close();
 
     ~Device();
 
 private:
-    FolderLock m_lock;  // of the TV home, before anything there is opened; nothing if the parent process holds it
+    FolderLock m_lock;  // of the TV home, taken before anything there is opened; nothing if the parent process holds it
 
 public:
     Tv tv;
@@ -40,13 +40,13 @@ public:
     Recorder record;
     FaultInjector faults;
     LaunchOptions launch;                // the defaults until the command line is read
-    std::multiset<std::string> awaited;  // what the application has left open: sessions, subscriptions
-    std::string bundleName;              // of the bundle that the cloud took or handed out last: its file name
-    std::string bundleMetadata;          // and its metadata
+    std::multiset<std::string> awaited;  // sessions and subscriptions that the application has left open
+    std::string bundleName;              // file name of the last bundle that was stored or restored
+    std::string bundleMetadata;          // its metadata
 
     void noLongerAwaited(const std::string& what);
 
-    // Puts the metadata beside that bundle if the application has kept the bundle as one of a failed operation.
+    // Writes the metadata beside that bundle if the application has kept it in its failure folder.
     void keepMetadata() const;
 
 private:

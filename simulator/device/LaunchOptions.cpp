@@ -9,7 +9,7 @@ namespace sim {
 void describe(CLI::App& app, LaunchOptions& options) {
     app.name("halcyon-lineup");
     app.description(
-        "Backs a TV's channel set-up up to the cloud, or restores it (operation=restore), on the simulated TV\n"
+        "Backs up a TV's channel setup to the cloud, or restores it (operation=restore), on the simulated TV\n"
         "at $HALCYON_TV_HOME.");
     app.footer(
         "Exit codes: 0 the main loop has ended; 2 wrong usage; 3 there is no TV; 8 the TV is busy. An exception that\n"
@@ -20,10 +20,10 @@ void describe(CLI::App& app, LaunchOptions& options) {
         ->check(&application::checkExtra);
     app.add_flag("--reply", options.replyRequested, "request a reply");
     app.add_option("--caller", options.caller, "id of the caller")->capture_default_str();
-    app.add_option("--backup", options.backup, "the backup that the cloud shall hand out (default: the newest)");
+    app.add_option("--backup", options.backup, "id of the backup to restore (default: the newest)");
     app.add_flag("--refuse-duplicates", options.refuseDuplicates,
-                 "let the cloud refuse a backup whose bundle is the very same as its newest one's");
-    app.add_flag("--realtime", options.realtime, "wait for responses as long as on a TV");
+                 "make the cloud refuse a bundle that is identical to that of its newest backup");
+    app.add_flag("--realtime", options.realtime, "take as long as a TV would");
     app.add_flag("--pause", options.pause, "pause and resume the application once after the launch");
 }
 

@@ -14,13 +14,13 @@ struct LaunchOptions {
     std::vector<std::string> extras;  // key=value each
     bool replyRequested = false;
     std::string caller = "command-line";
-    std::string backup;             // id of the one that the cloud hands out; empty: the newest
-    bool refuseDuplicates = false;  // the cloud takes no bundle that it has as its newest
+    std::string backup;             // id of the backup to restore; empty: the newest
+    bool refuseDuplicates = false;  // see NewBackup
     bool realtime = false;          // see EventLoop::setRealtime()
     bool pause = false;             // pause and resume once after the launch
 };
 
-// Adds the options to a command line. Parsing it fills in `options`, which must live as long.
+// Adds the options to a command line. `options`, which parsing fills in, must outlive it.
 void describe(CLI::App& app, LaunchOptions& options);
 
 }  // namespace sim

@@ -29,7 +29,7 @@ using sim::Device;
 constexpr int BAD_HANDLE = -1;
 constexpr int NOT_THERE = -2;
 
-// The controls that the application may use, by handle. A handle that was destroyed is refused, not followed.
+// The live controls, by handle: a destroyed handle is refused, not dereferenced.
 std::map<app_control_s*, std::unique_ptr<app_control_s>>& controls() {
     static std::map<app_control_s*, std::unique_ptr<app_control_s>> controls;
     return controls;
@@ -46,7 +46,7 @@ app_control_s* make(app_control_s control) {
     return handle;
 }
 
-// Reads the command line. False: it is wrong, and the user was told.
+// Reads the command line. Returns false, after a message, if it is wrong.
 bool parse(int argc, char** argv, sim::LaunchOptions& options) {
     CLI::App app;
     sim::describe(app, options);
@@ -74,7 +74,7 @@ sim::Operation operationOf(const app_control_s& request) {
     return isRestore ? sim::Operation::Restore : sim::Operation::Backup;
 }
 
-// The extra values as they are given on the command line.
+// The extra values as on the command line.
 std::string extrasOf(const app_control_s& request) {
     std::vector<std::string> extras;
     extras.reserve(request.extras.size());
@@ -124,11 +124,11 @@ int run(Device& device, int argc, char** argv, const ui_app_callbacks& callbacks
     sim::platformNotice(sim::calls::app_terminate);
     callbacks.terminate(userData);
     device.keepMetadata();
-    controls().clear();  // those that the application has left
+    controls().clear();  // those that the application has not destroyed
     return 0;
 }
 
-// A call that gives out a text of `control`, which `find` looks up; null: there is none.
+// A call that returns a text of `control`, which `find` looks up; null if there is none.
 template <typename Arguments, typename Find>
 int giveText(const sim::PlatformCall& call, const Arguments& arguments, app_control_s* control, char** out, Find find) {
     return sim::platformCall(call, arguments, [&](Device&, sim::Given& given) {

@@ -1,5 +1,5 @@
-// What a launch from a command line needs before main(), where the application's static objects open the TV. Linked
-// into the application alone, not into other programs that use its classes.
+// What a launch from a command line needs before main(), when the application's static objects open the TV. Only the
+// application links this, not the other programs that use its classes.
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// Help needs no TV.
+// Prints help and ends the process, before a TV is needed.
 void answer(int argc, char** argv) {
     CLI::App app;
     sim::LaunchOptions options;

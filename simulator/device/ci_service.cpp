@@ -14,7 +14,7 @@ public:
                 given.text = sim::toJournal(paths);
                 return 1;
             },
-            // The module names a file that is not there, after those that are.
+            // The module also names a file that does not exist.
             [&](sim::Damage) { paths.push_back(sim::Device::current().tv.home() / "ci/missing.bin"); });
     }
 

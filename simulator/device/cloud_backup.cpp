@@ -59,8 +59,8 @@ std::optional<Handler> handlerOf(const std::string& id) {
     return std::nullopt;
 }
 
-// What the store's failures mean to its clients.
-int codeOf(const sim::Error& error) {
+// The response code for an error of the store.
+int responseTo(const sim::Error& error) {
     switch (error.kind()) {
         case sim::Error::Kind::Unreachable:
             return BNR_RESPONSE_SERVER_NOT_RESPONDING;
@@ -75,13 +75,14 @@ sim::Address addressOf(const std::string& id) {
     return {Device::current().tv.account(), id, client().sessions[id]};
 }
 
-// What the cloud hands out for a restore.
+// What a restore brings.
 struct Download {
     std::string metadata;
     std::string path;
 };
 
-// The code of the response; with BNR_RESPONSE_RESTORE_DATA there is a download.
+// Downloads a backup into `folder`. Returns the code of the response; if that is BNR_RESPONSE_RESTORE_DATA,
+// `downloaded` is set.
 int download(const std::string& id, const fs::path& folder, std::optional<Download>& downloaded) {
     Device& device = Device::current();
     const sim::Address address = addressOf(id);
@@ -105,13 +106,13 @@ int download(const std::string& id, const fs::path& folder, std::optional<Downlo
         downloaded = {backup.metadata, target};
         return BNR_RESPONSE_RESTORE_DATA;
     } catch (const sim::Error& error) {
-        return codeOf(error);
+        return responseTo(error);
     } catch (const std::exception&) {
         return BNR_RESPONSE_ERROR;
     }
 }
 
-// Calls the client's callback. It may deregister itself.
+// Calls the client's callback, which may deregister itself.
 void respond(const std::string& id, const sim::Arrival& arrival, const std::optional<Download>& downloaded) {
     const std::optional<Handler> handler = handlerOf(id);
     if (!handler) {
@@ -130,13 +131,13 @@ void respond(const std::string& id, const sim::Arrival& arrival, const std::opti
                       arrival.hasUserData ? handler->userData : nullptr);
 }
 
-// Answers a request on the main loop; that for a restore brings the backup into `folder`.
+// Answers a request on the main loop; a restore downloads the backup into `folder` first.
 void respondLater(std::chrono::milliseconds delay, const std::string& id, bnr_response_e code,
                   const std::optional<fs::path>& folder) {
     sim::platformEvent(Device::current(), sim::calls::bnr_response, id, delay, code,
                        [id, folder](sim::Arrival arrival) {
                            if (client().sessions.count(id) == 0) {
-                               return;  // closed in the meantime
+                               return;  // it was closed meanwhile
                            }
                            std::optional<Download> downloaded;
                            if (arrival.code == BNR_RESPONSE_RESTORE_DATA && folder) {
@@ -149,8 +150,8 @@ void respondLater(std::chrono::milliseconds delay, const std::string& id, bnr_re
                        });
 }
 
-// Puts a backup into the store. The code of the response; throws Error instead if the service would refuse it at once,
-// as a full disk under a local store.
+// Puts a backup into the store and returns the code of the response. Throws Error if the service would refuse the
+// request itself, because the disk of a local store is full, for example.
 bnr_response_e store(const sim::NewBackup& backup, const fs::path& bundle, std::string& stored) {
     Device& device = Device::current();
     try {
@@ -159,14 +160,13 @@ bnr_response_e store(const sim::NewBackup& backup, const fs::path& bundle, std::
         if (!device.cloud->isRemote() && error.kind() != sim::Error::Kind::Duplicate) {
             throw;
         }
-        return static_cast<bnr_response_e>(codeOf(error));
+        return static_cast<bnr_response_e>(responseTo(error));
     }
     device.record.transferred(backup, stored);
     return BNR_RESPONSE_BACKUP_COMPLETED;
 }
 
-// Keeps a copy of the bundle, which its owner may remove at once, and brings it to a store on another machine before
-// the response.
+// Copies the bundle, which its owner may remove at once, and uploads the copy to a remote store before the response.
 void uploadLater(const sim::NewBackup& backup, const fs::path& bundle) {
     Device& device = Device::current();
     const auto spool = std::make_shared<sim::ScratchFolder>(device.tv.home() / "spool");
@@ -174,7 +174,7 @@ void uploadLater(const sim::NewBackup& backup, const fs::path& bundle) {
     sim::copyFile(bundle, copy);
     device.loop.post(BACKUP_DURATION, [backup, spool, copy] {
         if (client().sessions.count(backup.clientId) == 0) {
-            return;  // closed in the meantime
+            return;  // it was closed meanwhile
         }
         std::string stored;
         respondLater(0ms, backup.clientId, store(backup, copy, stored), std::nullopt);

@@ -50,7 +50,7 @@ std::string coloured(int priority, const std::string& line) {
     return fmt::format(fmt::fg(colour), "{}", line);
 }
 
-// The TV's time: when the process started, plus what the main loop's clock has run since.
+// The TV's time: when the process started, plus the time of the main loop's clock.
 std::string timeOfDay() {
     static const auto start = std::chrono::system_clock::now();
     const auto now = std::chrono::time_point_cast<std::chrono::milliseconds>(start + sim::Device::current().loop.now());

@@ -1,4 +1,4 @@
-// What the TV service shows and does: mode, service, source, category, scan and the signals that say when it has ended.
+// What the TV service shows: mode, service, source and category; and the scan with the signal of its end.
 #include <fmt/format.h>
 
 #include <chrono>
@@ -9,7 +9,7 @@
 #include "platform/tv_service.h"
 #include "simulator/device/Journal.h"
 
-// Found by the journal through their arguments' own namespace.
+// In the arguments' own namespace, so that the journal finds them by their arguments.
 static std::string toJournal(const TSTvMode& mode) {
     return fmt::format("{}/{}", mode.antennaMode, mode.serviceMode);
 }
@@ -40,7 +40,7 @@ sim::Category categoryOf(const CCNavigationModeInfo& info) {
     return {static_cast<sim::CategoryKind>(info.category), info.param, static_cast<sim::SortMode>(info.sortMode)};
 }
 
-// Changes what is on; the result of a call that succeeds.
+// Changes the viewing state. Returns the result of a call that succeeds.
 int change(Device& device, const std::function<void(Viewing&)>& action) {
     device.tv.changeViewing(action);
     return 1;
@@ -126,7 +126,7 @@ public:
     }
 };
 
-// The subscriber of one callback, with the subscription it has.
+// The subscriber of one callback, with its subscription.
 class SignalSubscriber final : public ISignalSubscriber {
 public:
     explicit SignalSubscriber(SignalCallback callback) : m_callback(callback) {}

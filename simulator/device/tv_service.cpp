@@ -1,4 +1,4 @@
-// The TV service's databases and tuner, and the values that its calls take and give.
+// The TV service's databases and tuner, and the types that its calls use.
 #include "platform/tv_service.h"
 
 #include <fmt/format.h>
