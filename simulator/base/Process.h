@@ -8,13 +8,12 @@
 namespace sim {
 
 struct ProcessOptions {
-    std::vector<std::string> words;  // the program's path, then its arguments
-    std::map<std::string, std::string>
-        environment;                   // added to this process's environment, replacing variables of the same name
-    int output = -1;                   // descriptor of its standard output; -1: this process's
-    int errors = -1;                   // of its standard error. The caller closes all descriptors
-    std::vector<int> handedDown = {};  // descriptors that the program gets under the same numbers
-    bool hasOwnGroup = false;          // signals from this process's terminal do not reach it
+    std::vector<std::string> words;                  // the program's path, then its arguments
+    std::map<std::string, std::string> environment;  // added to this process's, replacing variables of the same name
+    int output = -1;                                 // descriptor of its standard output; -1: this process's
+    int errors = -1;                                 // the same of its standard error. The caller closes all of them
+    std::vector<int> handedDown = {};                // descriptors that the program gets under the same numbers
+    bool hasOwnGroup = false;                        // signals from this process's terminal do not reach it
 };
 
 // A program that was started. The caller must wait() for it, or it stays as a zombie.

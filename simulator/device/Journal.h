@@ -50,15 +50,13 @@ std::string toJournal(const std::tuple<Values...>& values) {
 }
 
 // What a call returns through its parameters, as the journal shows it.
-struct Given {
-    std::string text;
-};
+using Given = std::string;
 
 // Counts a call and returns the rule that makes it fail, if any. If it shall throw, journals the call and throws
 // std::runtime_error.
 std::optional<FaultRule> nextFailure(Device& device, const PlatformCall& call, const std::string& arguments);
 
-// Runs the body of a platform call, which takes the Device and what is given, the Device only, or nothing.
+// Runs the body of a platform call, which takes the Device and `given`, the Device only, or nothing.
 template <typename Body>
 auto perform(Body& body, Device& device, Given& given) {
     if constexpr (std::is_invocable_v<Body, Device&, Given&>) {
@@ -92,7 +90,7 @@ auto platformCall(const PlatformCall& call, const Arguments& arguments, Body bod
             if constexpr (std::is_same_v<Result, int>) {
                 result = -1;
             }
-            given.text = error.what();
+            given = error.what();
         }
     }
     if constexpr (!std::is_pointer_v<Result>) {
@@ -100,7 +98,7 @@ auto platformCall(const PlatformCall& call, const Arguments& arguments, Body bod
             result = static_cast<Result>(hit->failure.number);
         }
     }
-    device.record.call(call.name, written, toJournal(result) + (given.text.empty() ? "" : ", " + given.text),
+    device.record.call(call.name, written, toJournal(result) + (given.empty() ? "" : ", " + given),
                        hit ? std::optional(hit->id) : std::nullopt);
     return result;
 }

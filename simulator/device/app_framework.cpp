@@ -140,7 +140,7 @@ int giveText(const sim::PlatformCall& call, const Arguments& arguments, app_cont
             return NOT_THERE;
         }
         *out = ::strdup(text->c_str());
-        given.text = sim::toJournal(*out);
+        given = sim::toJournal(*out);
         return 0;
     });
 }
@@ -191,7 +191,7 @@ int app_control_is_reply_requested(app_control_s* request, bool* requested) {
             return BAD_HANDLE;
         }
         *requested = request->replyRequested;
-        given.text = sim::toJournal(*requested);
+        given = sim::toJournal(*requested);
         return 0;
     });
 }

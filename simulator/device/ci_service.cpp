@@ -11,7 +11,7 @@ public:
             sim::calls::get_backup_file_paths, std::tuple(),
             [&](sim::Device& device, sim::Given& given) {
                 paths.splice(paths.end(), device.tv.ciFiles().paths());
-                given.text = sim::toJournal(paths);
+                given = sim::toJournal(paths);
                 return 1;
             },
             // The module also names a file that does not exist.

@@ -217,7 +217,7 @@ int bnr_callback_register(const char* id, bnr_response_cb callback, void* userDa
         }
         *handlerId = ++client().lastHandler;
         client().handlers[*handlerId] = {id, callback, userData};
-        given.text = sim::toJournal(*handlerId);
+        given = sim::toJournal(*handlerId);
         return 0;
     });
 }
@@ -245,12 +245,12 @@ int bnr_backup(const char* id, const char* metadata, const char* filePath) {
                                         device.tv.services().counts().services, device.launch.refuseDuplicates};
             if (device.cloud->isRemote()) {
                 uploadLater(backup, filePath);
-                given.text = "spooled";
+                given = "spooled";
                 return 0;
             }
             std::string stored;
             respondLater(BACKUP_DURATION, id, store(backup, filePath, stored), std::nullopt);
-            given.text = stored.empty() ? "" : "backup " + stored;
+            given = stored.empty() ? "" : "backup " + stored;
             return 0;
         },
         [&](sim::Damage damage) { sim::damageFile(filePath, damage); });

@@ -20,7 +20,7 @@ int get(const sim::PlatformCall& call, sim::SettingType type, const char* key, N
             return -1;
         }
         *out = *number;
-        given.text = sim::toJournal(*out);
+        given = sim::toJournal(*out);
         return 0;
     });
 }

@@ -53,7 +53,7 @@ public:
             const Viewing viewing = device.tv.viewing();
             mode.antennaMode = static_cast<EAntennaMode>(viewing.mode.antenna);
             mode.serviceMode = static_cast<EServiceMode>(viewing.mode.service);
-            given.text = toJournal(mode);
+            given = toJournal(mode);
             return 1;
         });
     }
@@ -73,7 +73,7 @@ public:
             }
             if (criteria.IsFetched(FIELD_SERVICE_ID)) {
                 data.SetField(FIELD_SERVICE_ID, viewing.serviceId);
-                given.text = fmt::format("service {}", viewing.serviceId);
+                given = fmt::format("service {}", viewing.serviceId);
             }
             return 1;
         });
@@ -99,7 +99,7 @@ public:
     int GetCurrentSourceInfo(std::int32_t& source) override {
         return platformCall(calls::get_current_source_info, std::tuple(), [&](Device& device, Given& given) {
             source = static_cast<std::int32_t>(device.tv.viewing().source);
-            given.text = std::to_string(source);
+            given = std::to_string(source);
             return 1;
         });
     }
@@ -120,7 +120,7 @@ public:
     int IsScanActivated(bool& activated, int option) override {
         return platformCall(calls::is_scan_activated, std::tuple(option), [&](Device& device, Given& given) {
             activated = device.tv.isScanning();
-            given.text = sim::toJournal(activated);
+            given = sim::toJournal(activated);
             return 1;
         });
     }
@@ -222,7 +222,7 @@ public:
             info.category = static_cast<ECategory>(viewing.category.kind);
             info.param = viewing.category.param;
             info.sortMode = static_cast<ESortMode>(viewing.category.sort);
-            given.text = toJournal(info);
+            given = toJournal(info);
             return true;
         });
     }

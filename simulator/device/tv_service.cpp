@@ -33,7 +33,7 @@ public:
             const std::optional<sim::ReplaceStatus> problem = device.tv.serviceDb().replace(path);
             if (problem) {
                 *status = static_cast<int>(*problem);
-                given.text = fmt::format("status {}", *status);
+                given = fmt::format("status {}", *status);
                 return 0;
             }
             return 1;
@@ -68,7 +68,7 @@ public:
     int GetAntennaConnectionStatus(std::set<int>& statuses) override {
         return platformCall(calls::get_antenna_connection_status, std::tuple(), [&](Device& device, Given& given) {
             statuses.merge(device.tv.antenna());
-            given.text = fmt::format("{{{}}}", fmt::join(statuses, ", "));
+            given = fmt::format("{{{}}}", fmt::join(statuses, ", "));
             return 1;
         });
     }
