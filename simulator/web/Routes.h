@@ -1,4 +1,4 @@
-// What the page asks for, and what it lets be done: the same values and the same actions as the commands have.
+// The API of the page: the same values and actions as the commands have.
 #pragma once
 
 #include <json/value.h>
@@ -12,28 +12,22 @@
 
 namespace sim {
 
-// A request that was let through: the parts of its path that a route left open, its query, and its body.
 struct ApiRequest {
-    std::vector<std::string> parts;
+    std::vector<std::string> parts;  // of the path, for the stars in the route's pattern
     std::map<std::string, std::string> query;
-    Json::Value body;
+    Json::Value body;  // an object; of a request without a body: null
 };
 
 struct Route {
-    std::string method;
-    std::string pattern;                                               // "tvs/*/runs": a star stands for one part
+    std::string method;   // "GET", "POST" or "DELETE"
+    std::string pattern;  // "tvs/*/runs": a star stands for one part of the path
     std::function<Json::Value(const Lab&, const ApiRequest&)> answer;  // throws Error
 };
-
-// Each group of routes has a source.
 std::vector<Route> tvRoutes();
 std::vector<Route> runRoutes();
 std::vector<Route> cloudRoutes();
 
-// Answers with the route that fits. Throws Error (Missing) where none does.
-Json::Value route(const Lab& lab, const std::string& method, const std::string& path, ApiRequest request);
-
-// Members of a body. Throw Error where there is none of that type.
+// A text in a body, or `absent` if there is no such member. Throw Error if it is of another type, or missing.
 std::string textIn(const Json::Value& body, const char* member);
 std::string textIn(const Json::Value& body, const char* member, const std::string& absent);
 

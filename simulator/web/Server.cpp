@@ -7,11 +7,13 @@
 #include <chrono>
 #include <csignal>
 #include <memory>
+#include <regex>
 #include <thread>
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
+#include "simulator/base/Text.h"
 #include "simulator/reports/ToJson.h"
 #include "simulator/web/Events.h"
 #include "simulator/web/Guard.h"
@@ -92,16 +94,19 @@ public:
         m_server.set_exception_handler([](const auto&, httplib::Response& response, const std::exception_ptr&) {
             refuse(response, 500, "the server has failed at this; the terminal that it runs in may say more");
         });
-        m_server.set_error_handler([](const httplib::Request&, httplib::Response& response) {
+        m_server.set_error_handler([](const httplib::Request& request, httplib::Response& response) {
             if (response.body.empty()) {
-                refuse(response, response.status, fmt::format("refused ({})", response.status));
+                refuse(response, response.status,
+                       response.status == 404 ? fmt::format("there is nothing at {}", inQuotes(request.path))
+                                              : fmt::format("refused ({})", response.status));
             }
         });
         m_server.Get("/api/events", [this](const auto&, httplib::Response& response) { sendEvents(response); });
-        const auto ask = [this](const auto& request, httplib::Response& response) { answer(request, response); };
-        m_server.Get("/api/.*", ask);
-        m_server.Post("/api/.*", ask);
-        m_server.Delete("/api/.*", ask);
+        for (const auto& routes : {tvRoutes(), runRoutes(), cloudRoutes()}) {
+            for (const Route& route : routes) {
+                add(route);
+            }
+        }
         m_server.Get("/.*", [this](const auto& request, httplib::Response& response) { sendFile(request, response); });
     }
 
@@ -160,14 +165,24 @@ private:
         return body;
     }
 
-    void answer(const httplib::Request& request, httplib::Response& response) const {
-        try {
-            ApiRequest asked{{}, {request.params.begin(), request.params.end()}, bodyOf(request)};
-            const Json::Value value =
-                route(m_lab, request.method, request.path.substr(sizeof API - 1), std::move(asked));
-            send(response, writeJson(value), "application/json");
-        } catch (const Error& error) {
-            refuse(response, statusOf(error.kind()), error.what());
+    void add(const Route& route) {
+        const std::string pattern = API + std::regex_replace(route.pattern, std::regex("\\*"), "([^/]+)");
+        const auto answer = [this, route](const httplib::Request& request, httplib::Response& response) {
+            try {
+                const ApiRequest asked{{request.matches.begin() + 1, request.matches.end()},
+                                       {request.params.begin(), request.params.end()},
+                                       bodyOf(request)};
+                send(response, writeJson(route.answer(m_lab, asked)), "application/json");
+            } catch (const Error& error) {
+                refuse(response, statusOf(error.kind()), error.what());
+            }
+        };
+        if (route.method == "GET") {
+            m_server.Get(pattern, answer);
+        } else if (route.method == "POST") {
+            m_server.Post(pattern, answer);
+        } else {
+            m_server.Delete(pattern, answer);
         }
     }
 
@@ -180,7 +195,7 @@ private:
                 return;
             }
         }
-        refuse(response, 404, "there is no such file of the page");
+        response.status = 404;
     }
 
     // Until the reader goes away, or the server ends.
