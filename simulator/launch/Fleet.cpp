@@ -2,13 +2,10 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
-#include <json/value.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <system_error>
@@ -20,6 +17,7 @@
 #include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
 #include "simulator/cloud/OpenCloud.h"
+#include "simulator/reports/ToJson.h"
 
 namespace fs = std::filesystem;
 
@@ -31,39 +29,31 @@ std::atomic<bool> isStopped{false};
 
 constexpr char NOTES[] = ".fleet.jsonl";
 
-std::string nameOf(std::size_t number) {
-    return fmt::format("tv-{:05}", number);
-}
-
-// The runs of a round, each in a line of a file as it is done, after a line that says what the round is.
+// The runs of a round, kept in a file: a title that identifies the round, then a line for each run as it is done.
 class Round {
 public:
     explicit Round(const FleetRequest& request)
         : m_path(request.folder / NOTES),
-          m_title(fmt::format("[\"{}\",{}]", toUtf8(fmt::format("{}", fmt::join(request.extras, " "))), request.tvs)) {
-        readNotes();
+          m_title(writeJson(object({{"extras", request.extras}, {"tvs", request.tvs}}))) {
+        read();
         m_file = openFile(m_path, O_WRONLY | O_CREAT | (m_runs.empty() ? O_TRUNC : O_APPEND), 0666);
         if (m_runs.empty()) {
-            add(m_title);
+            write(m_title);
         }
     }
 
-    const std::map<std::string, FleetRun>& runs() const { return m_runs; }
+    const FleetRuns& runs() const { return m_runs; }
 
-    void add(const FleetRun& run) {
-        m_runs[run.tv] = run;
-        Json::Value line;
-        line["tv"] = run.tv;
-        line["outcome"] = std::string(sim::nameOf(run.outcome));
-        line["why"] = toUtf8(run.why);
-        line["seconds"] = run.seconds;
-        add(writeJson(line));
+    void add(const std::string& tv, const FleetRun& run) {
+        m_runs[tv] = run;
+        write(writeJson(
+            object({{"tv", tv}, {"outcome", nameOf(run.outcome)}, {"why", run.why}, {"seconds", run.seconds}})));
     }
 
     void end() { removeFile(m_path); }
 
 private:
-    void readNotes() {
+    void read() {
         const std::vector<std::string> lines =
             pathExists(m_path) ? split(readFile(m_path), '\n') : std::vector<std::string>();
         if (lines.empty() || lines.front() != m_title) {
@@ -73,23 +63,22 @@ private:
             Json::Value value;
             if (parseJson(line, value) && value.isObject() && value["tv"].isString()) {
                 const std::optional<Outcome> outcome = fromName<Outcome>(value["outcome"].asString());
-                m_runs[value["tv"].asString()] = {value["tv"].asString(), outcome.value_or(Outcome::Failed),
-                                                  value["why"].asString(), value["seconds"].asDouble()};
+                m_runs[value["tv"].asString()] = {outcome.value_or(Outcome::Failed), value["why"].asString(),
+                                                  value["seconds"].asDouble()};
             }
         }
     }
 
-    void add(const std::string& line) { writeAll(m_file, line + "\n", m_path); }
+    void write(const std::string& line) { writeAll(m_file, line + "\n", m_path); }
 
     fs::path m_path;
     std::string m_title;
-    std::map<std::string, FleetRun> m_runs;
+    FleetRuns m_runs;
     Descriptor m_file;
 };
 
-FleetRun runOne(const FleetRequest& request, const std::string& cloud, const std::string& name) {
+FleetRun runOn(const fs::path& home, const std::vector<std::string>& extras, const std::string& cloud) {
     FleetRun run;
-    run.tv = name;
     const auto timed = [&](const ProcessOptions& options) {
         ProcessOptions own = options;
         own.hasOwnGroup = true;
@@ -99,11 +88,10 @@ FleetRun runOne(const FleetRequest& request, const std::string& cloud, const std
         return end;
     };
     try {
-        const fs::path home = request.folder / name;
         const FolderLock lock = lockTv(home, std::chrono::seconds(0));
         Tv tv(home);
         RunRequest wanted;
-        wanted.extras = request.extras;
+        wanted.extras = extras;
         const RunReport report = launchAndJudge(wanted, tv, cloud, *openCloud(cloud), lock, timed);
         run.outcome = report.verdict.outcome;
         run.why = report.verdict.why;
@@ -120,53 +108,46 @@ public:
     Fleet(const FleetRequest& request, std::string cloud, const FleetProgress& progress)
         : m_request(request), m_cloud(std::move(cloud)), m_progress(progress), m_round(request) {}
 
-    // Runs one TV after the other until there is none left.
+    // Runs one TV after the other until none is left.
     void work() {
         try {
             for (std::string name = takeNext(); !name.empty(); name = takeNext()) {
-                if (!isThere(name)) {
-                    Tv::create(
-                        m_request.folder / name, [&](ChannelSink& sink) { m_channels->services().copyTo(sink); }, name,
-                        std::nullopt, name);
+                const fs::path home = m_request.folder / name;
+                if (!pathExists(home)) {
+                    const auto copy = [&](ChannelSink& sink) { m_channels->services().copyTo(sink); };
+                    Tv::create(home, copy, name, std::nullopt, name);
                 }
-                const FleetRun run = runOne(m_request, m_cloud, name);
+                const FleetRun run = runOn(home, m_request.extras, m_cloud);
                 const std::lock_guard guard(m_mutex);
-                m_round.add(run);
+                m_round.add(name, run);
                 m_progress(m_round.runs().size(), m_request.tvs);
             }
-        } catch (const std::exception& error) {  // a thread must not end by one
+        } catch (const std::exception& error) {  // one that leaves a thread would end the process
             const std::lock_guard guard(m_mutex);
             m_failure = Error(error.what());
         }
     }
 
-    std::vector<FleetRun> finish() {
+    FleetRuns finish() {
         if (m_failure) {
             throw *m_failure;
         }
-        std::vector<FleetRun> runs;
-        runs.reserve(m_round.runs().size());
-        for (const auto& [name, run] : m_round.runs()) {
-            runs.push_back(run);
-        }
-        if (runs.size() == m_request.tvs) {
+        if (m_round.runs().size() == m_request.tvs) {
             m_round.end();
         }
-        return runs;
+        return m_round.runs();
     }
 
 private:
-    bool isThere(const std::string& name) const { return pathExists(m_request.folder / name); }
-
-    // The next TV that has no run yet; empty: there is none, or none shall begin any more.
+    // The next TV that has not run in this round; empty if there is none, or if no more runs shall begin.
     std::string takeNext() {
         const std::lock_guard guard(m_mutex);
         while (m_next <= m_request.tvs && !isStopped && !m_failure) {
-            std::string name = nameOf(m_next++);
+            std::string name = fmt::format("tv-{:05}", m_next++);
             if (m_round.runs().count(name) > 0) {
                 continue;
             }
-            if (!m_channels && !isThere(name)) {
+            if (!m_channels && !pathExists(m_request.folder / name)) {
                 m_channels = m_request.channels();
             }
             return name;
@@ -177,7 +158,7 @@ private:
     const FleetRequest& m_request;
     std::string m_cloud;
     const FleetProgress& m_progress;
-    std::mutex m_mutex;  // of what follows
+    std::mutex m_mutex;  // guards the rest
     Round m_round;
     std::optional<ServiceDb> m_channels;
     std::size_t m_next = 1;
@@ -190,8 +171,8 @@ void stopFleet() {
     isStopped = true;
 }
 
-std::vector<FleetRun> runFleet(const FleetRequest& request, const std::string& cloud, const FleetProgress& progress) {
-    openCloud(cloud);  // what is wrong with the place is the same for all
+FleetRuns runFleet(const FleetRequest& request, const std::string& cloud, const FleetProgress& progress) {
+    openCloud(cloud);  // fails now rather than on each TV
     makeFolders(request.folder);
     const FolderLock lock = FolderLock::take(request.folder);
     if (!lock.isHeld()) {
