@@ -18,8 +18,8 @@ class Cli : public test::CommandLine {};
 TEST_F(Cli, MakesATvAndSaysWhatItSkipped) {
     const Answer made = init();
     EXPECT_EQ(made.code, 0);
-    EXPECT_THAT(made.text, AllOf(HasSubstr("list.conf:3: 1 fields, but a service has 13; line skipped"),
-                                 HasSubstr("2 services in 1 groups, 1 lines skipped")));
+    EXPECT_THAT(made.text, AllOf(HasSubstr("list.conf:3: 1 field, but a service has 13; line skipped"),
+                                 HasSubstr("2 services in 1 group, 1 line skipped")));
     const Answer shown = tv("status --services");
     EXPECT_THAT(shown.text, AllOf(HasSubstr("2 services, 1 of them radio"), HasSubstr("1 Eins (1)"),
                                   HasSubstr("favname5   Favourites 5"), HasSubstr("S19.2E-1-1-1002-0")));
@@ -35,7 +35,7 @@ TEST_F(Cli, TakesAServiceThatStandsTwiceOnce) {
     const std::string list = test::readFile(folder / "list.conf");
     test::write(folder / "list.conf", list + "Renamed:11361:HC23:S19.2E:22000:0:202:0:0:1002:1:1:0\n");
     EXPECT_THAT(init().text, AllOf(HasSubstr("list.conf:5: the service S19.2E-1-1-1002-0 stands in line 4 already"),
-                                   HasSubstr("2 services in 1 groups, 2 lines skipped")));
+                                   HasSubstr("2 services in 1 group, 2 lines skipped")));
     EXPECT_THAT(tv("status --services").text, AllOf(HasSubstr("Radio"), Not(HasSubstr("Renamed"))));
 }
 

@@ -77,7 +77,7 @@ public:
 
     Database(const std::filesystem::path& file, Access access);
 
-    // Makes one that is not in place yet, and gone after a crash: it needs no journal on the disk, and is synced as a whole
+    // Makes one that is not in place yet, and gone after a crash: it needs no journal, and is synced as a whole
     // when it is put in place.
     static Database makeBeside(const std::filesystem::path& file, const std::string& schema);
 

@@ -108,7 +108,7 @@ void readNames(std::string text, Service& service) {
 Service parseService(const std::string& line) {
     const std::vector<std::string> fields = split(line, ':');
     if (fields.size() != 12 && fields.size() != 13) {
-        throw Error(fmt::format("{} fields, but a service has 13", fields.size()));
+        throw Error(fmt::format("{}, but a service has 13", plural(fields.size(), "field")));
     }
     Service service;
     readNames(fields[0], service);

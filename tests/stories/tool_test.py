@@ -140,7 +140,7 @@ class Scripts(Story):
         self.assertEqual(tv.tv("record", "--json").json["outcome"], "done")
         self.assertEqual(tv.tv("snapshot", "--json").json["snapshots"], ["init", "mine"])
         self.assertIn("it has: init, mine", tv.tv("reset", "yours", code=3).errors)
-        self.assertIn("no name for a snapshot", tv.tv("snapshot", "../up", code=3).errors)
+        self.assertIn("is not a valid name for a snapshot", tv.tv("snapshot", "../up", code=3).errors)
 
     def test_exit_codes_say_what_became_of_a_run(self):
         tv = Tv(self.folder, "a", channels=CHANNELS)
