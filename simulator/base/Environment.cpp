@@ -49,7 +49,7 @@ fs::path defaultHome() {
 }
 
 std::string cloudOf(const fs::path& home, const std::string& given) {
-    const std::string place = given.empty() ? environment(CLOUD_VARIABLE) : given;
+    std::string place = given.empty() ? environment(CLOUD_VARIABLE) : given;
     if (place.find("://") != std::string::npos) {
         return place;
     }
