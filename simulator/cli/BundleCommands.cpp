@@ -135,7 +135,8 @@ void printVerified(const NamedBundle& named, const std::optional<sim::Prospect>&
     if (!prospect) {
         return;
     }
-    print("  restore    {}\n", prospect->isPossible ? "this TV would take it" : "would be refused: " + prospect->why);
+    print("  restore    {}\n",
+          prospect->obstacle ? "would be refused: " + prospect->obstacle->why : "this TV would take it");
     if (!prospect->leftovers.empty()) {
         print("  leftovers  {}\n", fmt::format("{}", fmt::join(prospect->leftovers, ", ")));
     }
@@ -154,7 +155,7 @@ int verify(const Session& session, const BundleOptions& options) {
     if (!named.bundle.isWhole()) {
         return DAMAGED;
     }
-    return options.tv.empty() || prospect->isPossible ? DONE : INCOMPATIBLE;
+    return options.tv.empty() || !prospect->obstacle ? DONE : INCOMPATIBLE;
 }
 
 void addBundle(CLI::App& command, const Options& options) {

@@ -89,10 +89,8 @@ void addCompareCommands(CLI::App& app, Action& chosen) {
     addCommand(app, "diff", "Compare two channel set-ups, service by service; one side: this TV and that one",
                "halcyon-tv diff 000003", chosen,
                [sides](const Session& session) {
-                   return sides->size() == 2
-                              ? printDifference(session, chooseSide(session, sides->at(0)),
-                                                chooseSide(session, sides->at(1)))
-                              : printDifference(session, thisTv(session), chooseSide(session, sides->at(0)));
+                   const std::string left = sides->size() == 2 ? sides->front() : "";
+                   return printDifference(session, chooseSide(session, left), chooseSide(session, sides->back()));
                })
         ->add_option("side", *sides, "each the folder of a TV, a bundle file, or a stored backup's id")
         ->required()
@@ -103,12 +101,11 @@ void addCompareCommands(CLI::App& app, Action& chosen) {
         std::string format;
     };
     const auto options = std::make_shared<ExportOptions>();
-    CLI::App* exporting = addCommand(
-        app, "export", "Write a channel list for other programs", "halcyon-tv export --format m3u > tv.m3u", chosen,
-        [options](const Session& session) {
-            return exportChannels(options->side.empty() ? thisTv(session) : chooseSide(session, options->side),
-                                  options->format);
-        });
+    CLI::App* exporting =
+        addCommand(app, "export", "Write a channel list for other programs", "halcyon-tv export --format m3u > tv.m3u",
+                   chosen, [options](const Session& session) {
+                       return exportChannels(chooseSide(session, options->side), options->format);
+                   });
     exporting->add_option("side", options->side,
                           "the folder of a TV, a bundle file, or a stored backup's id (default: this TV)");
     std::vector<std::string> formats;

@@ -57,15 +57,14 @@ NamedBundle chooseBundle(const Session& session, const std::string& what, const 
 }
 
 Side chooseSide(const Session& session, const std::string& what) {
+    if (what.empty()) {
+        return {session.home.string(), session.look().setup()};
+    }
     if (sim::isFolder(what)) {
         return {what, sim::Tv(sim::normalised(what), sim::Database::Access::Look).setup()};
     }
     const NamedBundle named = chooseBundle(session, what, "");
     return {named.name, named.bundle.setup()};
-}
-
-Side thisTv(const Session& session) {
-    return {session.home.string(), session.look().setup()};
 }
 
 }  // namespace cli

@@ -28,8 +28,7 @@ struct Side {
     sim::Setup setup;
 };
 
-// The TV in the folder `what`; else as above. Throws sim::Error.
+// The TV in the folder `what`, which is the session's if it is empty; else as above. Throws sim::Error.
 Side chooseSide(const Session& session, const std::string& what);
-Side thisTv(const Session& session);
 
 }  // namespace cli

@@ -17,25 +17,19 @@ void printError(std::string_view message) {
     }
 }
 
-int codeFor(const sim::Error& error) {
-    switch (error.kind()) {
-        case sim::Error::Kind::Full:
-            printError(fmt::format("{}; make room on the disk that it is on", error.what()));
-            return cli::UNUSABLE;
+int exitCodeFor(sim::Error::Kind kind) {
+    switch (kind) {
         case sim::Error::Kind::Locked:
-            printError(error.what());
             return cli::BUSY;
         case sim::Error::Kind::Unreachable:
         case sim::Error::Kind::Denied:
-            printError(error.what());
             return cli::NO_BACKUP;
         default:
-            printError(error.what());
             return cli::UNUSABLE;
     }
 }
 
-// Commands that others have taken over.
+// Commands of earlier versions.
 struct Renamed {
     std::string_view group;
     std::string_view command;
@@ -45,7 +39,7 @@ constexpr Renamed RENAMED[] = {{"bundle", "diff", "diff"},       {"bundle", "exp
                                {"cloud", "show", "bundle show"}, {"cloud", "verify", "bundle verify"},
                                {"cloud", "diff", "diff"},        {"cloud", "export", "export"}};
 
-// The names of a command's subcommands, and of the options that may stand after it.
+// The names of a command's subcommands, and of the options that it takes.
 std::vector<std::string> namesAfter(const CLI::App* command) {
     std::vector<std::string> names;
     for (const CLI::App* each : command->get_subcommands([](const CLI::App*) { return true; })) {
@@ -66,7 +60,7 @@ const Renamed* findRenamed(std::string_view group, std::string_view command) {
     return found == std::end(RENAMED) ? nullptr : found;
 }
 
-// What may have been meant by the first word that is not known after the command that was recognised.
+// A hint for the first unknown word after the command that was recognised; empty if there is none.
 std::string suggestion(const CLI::App& app, int argc, char** argv) {
     const CLI::App* group = &app;
     while (!group->get_subcommands().empty()) {
@@ -106,12 +100,7 @@ int dispatch(int argc, char** argv) {
     }
     session.home = home.empty() ? sim::defaultHome() : sim::normalised(home);
     session.cloud = sim::cloudOf(session.home, session.cloud);
-    try {
-        return chosen(session);
-    } catch (const cli::UsageError& error) {
-        printError(error.what());
-        return cli::USAGE;
-    }
+    return chosen(session);
 }
 
 }  // namespace
@@ -123,8 +112,13 @@ int main(int argc, char** argv) {
             throw sim::Error("cannot write to standard output; nothing else is wrong");
         }
         return code;
+    } catch (const cli::UsageError& error) {
+        printError(error.what());
+        return cli::USAGE;
     } catch (const sim::Error& error) {
-        return codeFor(error);
+        const bool isFull = error.kind() == sim::Error::Kind::Full;
+        printError(fmt::format("{}{}", error.what(), isFull ? "; make room on the disk that it is on" : ""));
+        return exitCodeFor(error.kind());
     } catch (const std::exception& error) {
         printError(error.what());
         return cli::UNUSABLE;

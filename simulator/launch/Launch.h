@@ -1,4 +1,4 @@
-// A run of the application on a TV, from the launch to the verdict.
+// Runs the application on a TV, from the launch to the verdict.
 #pragma once
 
 #include <functional>
@@ -14,26 +14,26 @@ namespace sim {
 
 struct RunRequest {
     std::vector<std::string> extras;  // of the launch request, key=value each
-    std::string backup;               // that the cloud shall hand out; empty: the newest
+    std::string backup;               // id of the backup to restore; empty for the newest
     bool refuseDuplicates = false;
     bool replyRequested = true;
     bool realtime = false;
-    bool isConfined = true;
-    bool isLogShown = false;  // on standard error, while it runs; its record has the log in any case
-    int keep = limits::RUNS_KEPT;
+    bool isConfined = true;        // to the TV and the cloud, in what it writes
+    bool isLogShown = false;       // on standard error, while it runs; its record has the log in any case
+    int keep = limits::RUNS_KEPT;  // records of runs, with that of this one
 };
 
-// Launches the program, waits for its end, and says how it was.
 struct EndedProcess {
     int pid;
-    std::string how;
+    std::string how;  // it ended, in words
 };
+
+// Starts the program and waits for its end. Throws Error.
 using Execute = std::function<EndedProcess(const ProcessOptions&)>;
 EndedProcess execute(const ProcessOptions& options);
 
-// Launches the application on a TV whose lock is held, gives the verdict on what it has made of the TV and the store at
-// `cloud`, and keeps that with the run's record. Throws Error; if no run began, with what the
-// application has printed.
+// Launches the application, judges the run by the TV and the store at `cloud`, and adds the verdict to its record.
+// `lock` is the TV's run lock (lockTv). Throws Error; if no run began, with what the application has printed.
 RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& cloud, const CloudStore& store,
                          const FolderLock& lock, const Execute& execute);
 

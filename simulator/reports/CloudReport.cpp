@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <json/value.h>
 
 #include <cstdint>
 
@@ -12,6 +11,7 @@
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Words.h"
+#include "simulator/reports/ToJson.h"
 #include "simulator/reports/TvReport.h"
 
 namespace sim {
@@ -65,39 +65,13 @@ std::string deviceOf(const Bundle& bundle) {
 }
 
 std::string metadataFor(const std::set<int>& antenna) {
-    Json::Value setting;
-    setting["antenna"] = application::antennaMask(antenna);
-    setting["tvmode"]["antenna_mode"] = -1;
-    setting["tvmode"]["service_mode"] = -1;
-    setting["source"] = -1;
-    setting["service_id"] = std::to_string(UINT64_MAX);
-    setting["category"]["mode"] = -1;
-    setting["category"]["param"] = "0";
-    setting["category"]["sort"] = -1;
-    Json::Value root;
-    root["version"] = application::SCHEMA_VERSION;
-    root["setting"] = setting;
-    return writeJson(root);
-}
-
-Prospect prospectOf(const Bundle& bundle, const Tv& tv) {
-    Prospect prospect;
-    prospect.leftovers = leftoversOf(tv);
-    if (!bundle.metadataText()) {
-        prospect.cause = Cause::Other;
-        prospect.why =
-            "the bundle's metadata is not known; give it with --metadata, or import the bundle without: it gets some "
-            "that fits the TV";
-    } else if (const std::optional<Reason> reason = incompatibility(bundle.metadata(), tv.antenna())) {
-        prospect.cause = reason->cause;
-        prospect.why = reason->why;
-    } else if (const std::vector<std::string> problems = bundle.fatalProblems(); !problems.empty()) {
-        prospect.cause = Cause::Damage;
-        prospect.why = problems.front();
-    } else {
-        prospect.isPossible = true;
-    }
-    return prospect;
+    return writeJson(
+        object({{"version", application::SCHEMA_VERSION},
+                {"setting", object({{"antenna", application::antennaMask(antenna)},
+                                    {"tvmode", object({{"antenna_mode", -1}, {"service_mode", -1}})},
+                                    {"source", -1},
+                                    {"service_id", std::to_string(UINT64_MAX)},
+                                    {"category", object({{"mode", -1}, {"param", "0"}, {"sort", -1}})}})}}));
 }
 
 std::optional<Reason> incompatibility(const Metadata& metadata, const std::set<int>& antenna) {
@@ -119,6 +93,22 @@ std::optional<Reason> incompatibility(const Metadata& metadata, const std::set<i
                                               backup, antennaWords(antenna), advice)};
 }
 
+Prospect prospectOf(const Bundle& bundle, const Tv& tv) {
+    Prospect prospect{std::nullopt, leftoversOf(tv)};
+    if (!bundle.metadataText()) {
+        prospect.obstacle = {Cause::Other,
+                             "the bundle's metadata is not known; give it with --metadata, or import the bundle "
+                             "without: it gets some that fits the TV"};
+        return prospect;
+    }
+    prospect.obstacle = incompatibility(bundle.metadata(), tv.antenna());
+    const std::vector<std::string> problems = bundle.fatalProblems();
+    if (!prospect.obstacle && !problems.empty()) {
+        prospect.obstacle = {Cause::Damage, problems.front()};
+    }
+    return prospect;
+}
+
 std::string importBundle(CloudStore& store, const Bundle& bundle, const std::filesystem::path& file,
                          const std::string& account, const Tv* tv) {
     if (!bundle.problem().empty()) {
@@ -126,11 +116,8 @@ std::string importBundle(CloudStore& store, const Bundle& bundle, const std::fil
     }
     NewBackup backup;
     static_cast<Address&>(backup) = {account, application::CLIENT_ID, application::CATEGORY};
-    backup.metadata = bundle.metadataText().value_or("");
+    backup.metadata = bundle.metadataText() ? *bundle.metadataText() : metadataFor(tv->antenna());
     backup.device = deviceOf(bundle);
-    if (!bundle.metadataText()) {
-        backup.metadata = metadataFor(tv->antenna());
-    }
     if (bundle.setup().services) {
         backup.services = bundle.setup().services->counts().services;
     }

@@ -92,9 +92,10 @@ Json::Value toJson(const Bundle& bundle) {
 }
 
 Json::Value toJson(const Prospect& prospect) {
-    return object({{"isPossible", prospect.isPossible},
-                   {"cause", nameOf(prospect.cause)},
-                   {"why", prospect.why},
+    const Reason reason = prospect.obstacle.value_or(Reason());
+    return object({{"isPossible", !prospect.obstacle},
+                   {"cause", nameOf(reason.cause)},
+                   {"why", reason.why},
                    {"leftovers", prospect.leftovers}});
 }
 
