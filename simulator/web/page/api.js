@@ -1,4 +1,4 @@
-// The server: what is asked of it, and what it tells by itself. The token came in the address and goes in a header.
+// Requests to the server, and its events. The token comes in the page's address and is sent in a header.
 const KEY = "halcyon-token";
 if (location.hash.length > 1) {
   sessionStorage.setItem(KEY, location.hash.slice(1));
@@ -27,8 +27,8 @@ export const find = (path, query) => ask("GET", `${path}?${new URLSearchParams(q
 export const post = (path, body) => ask("POST", path.map(encodeURIComponent).join("/"), body);
 export const remove = (...parts) => ask("DELETE", parts.map(encodeURIComponent).join("/"));
 
-// Calls `on[event](data)` for each event, and `on.state("connected" | "lost" | "refused")`. Finds a server that comes
-// back.
+// Calls `on[event](data)` for each event, and `on.state("connected" | "lost" | "refused")`. Connects again if the server
+// comes back.
 export async function listen(on) {
   for (let pause = 250; ; pause = Math.min(pause * 2, 2000)) {
     try {

@@ -1,4 +1,4 @@
-// The page as a whole: its cards, and when they are drawn anew.
+// The page as a whole: draws the cards, and draws them again if something has changed.
 import {listen} from "./api.js";
 import {drawCloud} from "./cloud.js";
 import {compareWith, drawCompare} from "./compare.js";
@@ -36,7 +36,7 @@ function draw() {
 }
 
 let pending = Promise.resolve();
-// One refresh after the other, so that an older answer never replaces a newer one.
+// Refreshes run one after the other, so that an older answer never replaces a newer one.
 const soon = (refresh) => { pending = pending.then(() => attempt(async () => { await refresh(); draw(); })); };
 
 addEventListener("lab:changed", draw);

@@ -1,4 +1,4 @@
-// The backups, and bundles that are dropped here.
+// The backups, and the bundles that are dropped on the page.
 import {find, get, post, remove} from "./api.js";
 import {differences} from "./difference.js";
 import {action, byId, bytes, command, fill, following, h, itemTitle, moment, numberOf, partsOf, plural, shown}
@@ -6,9 +6,9 @@ import {action, byId, bytes, command, fill, following, h, itemTitle, moment, num
 import {launch} from "./lab.js";
 import {announce, attempt, place, state} from "./state.js";
 
-const verified = new Map();  // what verifying found, by backup and what it could depend on
-const MOST_VERIFIED = 12;
-const STEP = 20;  // backups that are shown more at a time
+const verified = new Map();  // the result for each backup; null while it is being verified
+const MAX_VERIFIED = 12;
+const STEP = 20;  // how many more backups a click shows
 const view = {limit: 6};
 
 const pathOf = (backup) => partsOf(backup).map(encodeURIComponent).join("/");
@@ -64,7 +64,6 @@ function partRow(part) {
     h("td", {}, h("span", {class: tone}, part.state), part.problem ? ` · ${shown(part.problem)}` : ""));
 }
 
-// A bundle as it was found: what is damaged first.
 function bundleDetails(bundle) {
   const head = ["entry", "bytes", "CRC-32", ""].map((name) => h("th", {scope: "col"}, name));
   return [wholeness(bundle), bundle.channels ? channelCounts(bundle.channels) : null, h("h3", {}, "Entries"),
@@ -152,14 +151,14 @@ for (const event of ["dragover", "drop"]) {
   });
 }
 
-// Those that the TV on show can restore: its account's.
+// A TV can only restore the backups of its own account.
 const ofTv = (backups) => backups.filter((backup) => !state.status || backup.account === state.status.account);
 
 export function drawCloud() {
   const title = h("h2", {id: "cloud-title"}, "Cloud");
   if (!state.backups) return fill(byId("cloud"), title, h("p", {class: "empty"}, "Reading the cloud …"));
   const newest = ofTv(state.backups).reverse();
-  newest.slice(0, Math.min(view.limit, MOST_VERIFIED)).forEach(verify);
+  newest.slice(0, Math.min(view.limit, MAX_VERIFIED)).forEach(verify);
   const account = state.status?.account ?? "default";
   const more = newest.length - view.limit;
   const showMore = () => { view.limit += STEP; drawCloud(); };

@@ -1,4 +1,4 @@
-// Before and after: a TV or a backup beside another.
+// Compares two TVs or backups.
 import {find} from "./api.js";
 import {differences} from "./difference.js";
 import {byId, command, fill, h, numberOf, partsOf, shown, wantsLessMotion} from "./dom.js";

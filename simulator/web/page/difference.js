@@ -3,7 +3,7 @@ import {h, itemTitle, plural, shown} from "./dom.js";
 
 const KINDS = [["removed", "−", "bad"], ["added", "+", "good"], ["renamed", "=", "part"], ["changed", "~", "part"],
   ["moved", "›", "part"], ["renumbered", "#", "part"]];
-const MOST_SHOWN = 200;
+const MAX_SHOWN = 200;
 
 function line(kind, each) {
   const service = each.left ?? each;
@@ -37,7 +37,7 @@ export function differences(difference) {
       `Nothing differs: ${channels.left}, each compared in every column, and all other items.`)];
   }
   return [h("p", {class: "note"}, shown(summary(channels))),
-    h("div", {class: "scroll"}, h("table", {class: "differences"}, h("tbody", {}, items, rows.slice(0, MOST_SHOWN)))),
-    rows.length > MOST_SHOWN ? h("p", {class: "note muted"},
-      `and ${plural(rows.length - MOST_SHOWN, "more channel")}; the command shows all`) : null];
+    h("div", {class: "scroll"}, h("table", {class: "differences"}, h("tbody", {}, items, rows.slice(0, MAX_SHOWN)))),
+    rows.length > MAX_SHOWN ? h("p", {class: "note muted"},
+      `and ${plural(rows.length - MAX_SHOWN, "more channel")}; the command shows all`) : null];
 }

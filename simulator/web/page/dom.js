@@ -1,4 +1,4 @@
-// Building and wording. A text from outside only ever becomes a text node.
+// Builds elements and words texts. A text from outside only becomes a text node.
 
 // h("p", {class: "muted", onclick: f}, "text", element): an element.
 export function h(tag, properties, ...children) {
@@ -22,7 +22,7 @@ export function fill(element, ...children) {
   if (key) element.querySelector(`[data-key="${CSS.escape(key)}"]`)?.focus();
 }
 
-// A text in one direction, whatever marks it has in it: controls are shown, not obeyed.
+// Shows control characters as escapes, so that no mark in a text changes its direction.
 export function shown(text) {
   return [...String(text)].map((c) => {
     const code = c.codePointAt(0);
@@ -64,7 +64,7 @@ export function checkbox(text, key, checked, set) {
   return h("label", {class: "check"}, h("input", {type: "checkbox", checked, "data-key": key, onchange}), text);
 }
 
-// A button whose command line stands in its card while it is pointed at or has the focus.
+// A button that shows its command line in its card if it is pointed at or gets the focus.
 export function action(text, properties, words) {
   const show = (event) => {
     const place = event.target.closest(".card")?.querySelector(".command.following");
@@ -73,7 +73,7 @@ export function action(text, properties, words) {
   return h("button", {type: "button", onfocus: show, onmouseenter: show, ...properties}, text);
 }
 
-// The place in a card where the command lines of its buttons stand; at first that of `words`.
+// The place in a card for the command lines of its buttons; `words` is the first.
 export function following(words) {
   const line = command(...words);
   line.classList.add("following");

@@ -1,4 +1,4 @@
-// Fault rules as switches: each call, each failure that it can have, and how often it fired.
+// Fault rules as switches: the calls, their possible failures, and how often each fired.
 import {post, remove} from "./api.js";
 import {byId, command, fill, h, plural, shown} from "./dom.js";
 import {announce, attempt, place, state} from "./state.js";

@@ -1,8 +1,8 @@
-// What is asked of the server into the state, and what is done to the lab.
+// Reads the lab's state from the server, and launches runs.
 import {get, post} from "./api.js";
 import {announce, attempt, state} from "./state.js";
 
-// Channels are fetched when the list has changed, not with every change of the TV.
+// The channels are only fetched if the list may have changed, as there may be 50,000.
 export async function refreshTv({channels = true} = {}) {
   const {tv} = state;
   if (!tv) return;

@@ -1,4 +1,4 @@
-// What became of a run: the answer first, then each item, then the way there.
+// The result of a run: the outcome first, then each item.
 import {byId, command, fill, h, itemTitle, moment, numberOf, shown} from "./dom.js";
 import {showRun} from "./lab.js";
 import {place, state} from "./state.js";

@@ -1,16 +1,16 @@
-// A run in the TV's time, read by lanes: one for each service and one for the application.
+// A run in the TV's time, in lanes: one for the application and one for each service.
 import {byId, checkbox, fill, h, shown, wantsLessMotion} from "./dom.js";
 import {state} from "./state.js";
 
-const LANES = [["application", null], ["framework", /^(ui_app|app[._]|platform_)/],
-  ["cloud service", /^(cloud_request|bnr_|disk)/],
-  ["TV service", /^(TVServiceAPI|CTVSApiWrapper|CCCategoryUtil|I(?!CI)[A-Z]|TC|tv_)/],
-  ["settings", /^(vconf_|Json|json)/], ["CI module", /^CIM::/]];
+// Each with its calls; those that no pattern fits are the framework's. The log is the application's.
+const LANES = [["application", null], ["framework", null], ["cloud service", /^(cloud_request|bnr_|disk)/],
+  ["TV service", /^(TVServiceAPI|CTVSApiWrapper|CCCategoryUtil|I[A-Z]|tv_)/], ["settings", /^(vconf_|JsonUtil)/],
+  ["CI module", /^CIM::/]];
 const REPLY = "app_control_reply_to_launch_request";
-const TOLD = ["bnr_response", "ReplaceServiceDb", "bnr_backup", REPLY];  // calls that have a caption always
-const LEAST_UNIT = 9;  // pixels that an event takes at least, and at most
-const MOST_UNIT = 18;
-const WAIT = 130;      // pixels of a wait, however long
+const TOLD = ["bnr_response", "ReplaceServiceDb", "bnr_backup", REPLY];  // calls that always have a caption
+const MIN_UNIT = 9;   // pixels of an event
+const MAX_UNIT = 18;
+const WAIT = 130;     // pixels of a wait of any length
 const MARGIN = 60;
 const view = {details: false, focus: 0, replay: Infinity, run: ""};
 
@@ -21,7 +21,7 @@ const isWait = (milliseconds) => milliseconds >= 50;
 function placed(timeline, room) {
   const units = timeline.reduce((sum, event) => sum + (event.log ? 0.5 : 1), 0);
   const waiting = timeline.filter((event, i) => isWait(event.atMs - (timeline[i - 1]?.atMs ?? 0))).length;
-  const unit = Math.min(Math.max((room - MARGIN - waiting * WAIT) / units, LEAST_UNIT), MOST_UNIT);
+  const unit = Math.min(Math.max((room - MARGIN - waiting * WAIT) / units, MIN_UNIT), MAX_UNIT);
   let x = 0;
   let at = 0;
   const waits = [];
@@ -54,7 +54,7 @@ function label(event) {
   return isTold ? `${said}${fault !== null ? ` · fault rule ${fault}` : ""}` : "";
 }
 
-function kindOf({call, log}) {
+function eventKind({call, log}) {
   if (log) return `log, priority ${log.priority}`;
   return call.fault === null ? "call" : `call, made to fail by rule ${call.fault}`;
 }
@@ -62,7 +62,7 @@ function kindOf({call, log}) {
 function show(event, button) {
   const details = byId("event");
   if (!details) return;
-  const words = [`${(event.atMs / 1000).toFixed(3)} s`, kindOf(event)];
+  const words = [`${(event.atMs / 1000).toFixed(3)} s`, eventKind(event)];
   if (event.isDecisive) words.push("this decided the outcome");
   details.replaceChildren(h("span", {class: "muted"}, words.join(" · ")), h("code", {}, shown(text(event))));
   for (const each of button.closest(".lanes").querySelectorAll("button[tabindex='0']")) each.tabIndex = -1;

@@ -1,4 +1,4 @@
-// The TV as its owner sees it, and what can be set on it.
+// The TV as its owner sees it, and its settings.
 import {post} from "./api.js";
 import {action, byId, checkbox, command, fill, following, h, plural, shown} from "./dom.js";
 import {launch, refreshTv} from "./lab.js";
@@ -24,7 +24,7 @@ const groupsOf = (rows) => [...new Set(rows.map((row) => row[GROUP]))].filter(Bo
 const goneRow = ({id, number, name, type, group, provider, identity}) =>
   [id, number, name, type === "tv" ? "television" : type, group, provider, identity, GONE];
 
-// The channels of the category in its order; those that are gone stand where they were.
+// The channels of the category, sorted; those that are gone stay in their old place.
 function rowsOf() {
   const {viewing} = state.status;
   let rows = state.channels;
@@ -108,7 +108,7 @@ function banner({watching, viewing, antenna, isScanning}) {
     h("dl", {}, facts.flatMap(([term, text]) => [h("dt", {}, term), h("dd", {}, text)])));
 }
 
-// The screen, and the list on it, which has to be filled when it is in the page.
+// The screen, and the list on it, which can only be filled once it is in the page.
 function screen() {
   const {viewing} = state.status;
   const key = [state.tv, viewing.category.code, viewing.categoryParam, viewing.sort.code].join();
@@ -126,7 +126,7 @@ function screen() {
   return [h("div", {class: "screen"}, h("div", {class: "panel"}, head, list), banner(state.status)), list];
 }
 
-// A choice; `make` gives what is set from what was chosen.
+// `make` turns the option that was chosen into the value to set.
 function select(label, name, options, current, make) {
   const onchange = (event) => setValue(name, make(event.target.value));
   return h("label", {}, label, h("select", {"data-key": name, onchange},
