@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <json/value.h>
 
 #include <cstdint>
 
@@ -11,7 +12,6 @@
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Words.h"
-#include "simulator/reports/ToJson.h"
 #include "simulator/reports/TvReport.h"
 
 namespace sim {
@@ -65,13 +65,19 @@ std::string deviceOf(const Bundle& bundle) {
 }
 
 std::string metadataFor(const std::set<int>& antenna) {
-    return writeJson(
-        object({{"version", application::SCHEMA_VERSION},
-                {"setting", object({{"antenna", application::antennaMask(antenna)},
-                                    {"tvmode", object({{"antenna_mode", -1}, {"service_mode", -1}})},
-                                    {"source", -1},
-                                    {"service_id", std::to_string(UINT64_MAX)},
-                                    {"category", object({{"mode", -1}, {"param", "0"}, {"sort", -1}})}})}}));
+    Json::Value setting;
+    setting["antenna"] = application::antennaMask(antenna);
+    setting["tvmode"]["antenna_mode"] = -1;
+    setting["tvmode"]["service_mode"] = -1;
+    setting["source"] = -1;
+    setting["service_id"] = std::to_string(UINT64_MAX);
+    setting["category"]["mode"] = -1;
+    setting["category"]["param"] = "0";
+    setting["category"]["sort"] = -1;
+    Json::Value root;
+    root["version"] = application::SCHEMA_VERSION;
+    root["setting"] = setting;
+    return writeJson(root);
 }
 
 std::optional<Reason> incompatibility(const Metadata& metadata, const std::set<int>& antenna) {

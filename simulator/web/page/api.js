@@ -27,8 +27,8 @@ export const find = (path, query) => ask("GET", `${path}?${new URLSearchParams(q
 export const post = (path, body) => ask("POST", path.map(encodeURIComponent).join("/"), body);
 export const remove = (...parts) => ask("DELETE", parts.map(encodeURIComponent).join("/"));
 
-// Calls `on[event](data)` for each event, and `on.state("connected" | "lost" | "refused")`. Connects again if the server
-// comes back.
+// Calls `on[event](data)` for each event, and `on.state("connected" | "lost" | "refused")`. Connects again if the
+// server comes back.
 export async function listen(on) {
   for (let pause = 250; ; pause = Math.min(pause * 2, 2000)) {
     try {
