@@ -121,6 +121,20 @@ TEST_F(HostileInput, ABundleHasLimitsInSum) {
                 HasSubstr("vconf.json: bytes: 4194306, and the limit is 4194304"));
 }
 
+TEST_F(HostileInput, EntriesDoNotMeetWhatIsMadeOfABundle) {
+    test::TvPair pair;
+    pair.a.backUp();
+    std::vector<std::pair<std::string, std::string>> entries = {{"services.db/x", ""}, {"iss.db/x", ""}};
+    for (const char* name : {"ServiceDB.zip", "issDB.zip"}) {
+        ASSERT_TRUE(sim::extractEntry(pair.storedBackup() / "bundle.zip", name, folder / name));
+        entries.emplace_back(name, test::readFile(folder / name));
+    }
+    test::makeArchive(folder / "x.zip", entries);
+    const sim::Bundle bundle(folder / "x.zip", std::nullopt);
+    EXPECT_EQ(bundle.part(sim::Item::Channels).state, sim::PartState::Whole);
+    EXPECT_EQ(bundle.part(sim::Item::Iss).state, sim::PartState::Whole);
+}
+
 // What the application unpacks, though other tools say something else.
 TEST_F(HostileInput, ABundleThatReadersDisagreeOnIsAmbiguous) {
     const auto ambiguities = [&](const std::vector<std::pair<std::string, std::string>>& entries,

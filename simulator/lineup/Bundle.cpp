@@ -22,6 +22,7 @@ namespace sim {
 namespace {
 
 constexpr char IP_SERVICES_ENTRY[] = "ipsrv";
+constexpr char ENTRIES[] = "entries";  // where a bundle is unpacked, apart from the databases made of it
 
 [[noreturn]] void damaged(const std::string& problem) {
     throw Error(Error::Kind::Damaged, problem);
@@ -29,9 +30,10 @@ constexpr char IP_SERVICES_ENTRY[] = "ipsrv";
 
 // A message without the folder that the bundle was unpacked in, which is gone when it is read.
 std::string withoutFolder(std::string message, const fs::path& folder) {
-    const std::string prefix = folder.string() + "/";
-    for (std::size_t at = message.find(prefix); at != std::string::npos; at = message.find(prefix)) {
-        message.erase(at, prefix.size());
+    for (const std::string& prefix : {(folder / ENTRIES).string() + "/", folder.string() + "/"}) {
+        for (std::size_t at = message.find(prefix); at != std::string::npos; at = message.find(prefix)) {
+            message.erase(at, prefix.size());
+        }
     }
     return message;
 }
@@ -89,7 +91,7 @@ Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata) : m_me
 void Bundle::readArchive(const fs::path& file, const fs::path& folder) {
     const std::set<std::string> wanted = {application::SERVICE_DB_ENTRY, application::SETTINGS_ENTRY,
                                           application::ISS_DB_ENTRY};
-    m_unpacking = unpackBundle(file, folder, [&](const std::string& path) { return wanted.count(path) > 0; });
+    m_unpacking = unpackBundle(file, folder / ENTRIES, [&](const std::string& path) { return wanted.count(path) > 0; });
     if (!m_unpacking.problem.empty()) {
         m_problem = fmt::format("{}: no usable zip archive: {}", file.string(), m_unpacking.problem);
         return;
@@ -99,27 +101,6 @@ void Bundle::readArchive(const fs::path& file, const fs::path& folder) {
     readSettings(folder);
     readIss(folder);
     readCi(folder);
-    for (const UnpackedEntry& entry : m_unpacking.entries) {
-        if (!entry.problem.empty()) {
-            blame(entry);
-        }
-    }
-}
-
-// Notes that what an entry holds of an item cannot be unpacked.
-void Bundle::blame(const UnpackedEntry& entry) {
-    const auto isOf = [&](Item item) {
-        return (item == Item::Channels && entry.name == application::SERVICE_DB_ENTRY) ||
-               (favouriteList(item) && entry.name == application::SETTINGS_ENTRY) ||
-               (item == Item::Iss && entry.name == application::ISS_DB_ENTRY) ||
-               (item == Item::Ci && entry.name.rfind(application::CI_PREFIX, 0) == 0);
-    };
-    for (auto& [item, part] : m_parts) {
-        if (isOf(item)) {
-            part = {PartState::Damaged, fmt::format("entry {}: {}", inQuotes(entry.name), entry.problem)};
-            m_setup.entries.erase(item);
-        }
-    }
 }
 
 std::vector<std::string> Bundle::fatalProblems() const {
@@ -148,16 +129,22 @@ std::vector<std::string> Bundle::problems() const {
     return problems;
 }
 
-bool Bundle::hasFile(const std::string& path) const {
+bool Bundle::isUnpacked(const std::string& path) const {
+    for (const UnpackedEntry& entry : m_unpacking.entries) {
+        if (!entry.problem.empty() && entry.name == path) {
+            damaged(fmt::format("entry {}: {}", inQuotes(entry.name), entry.problem));
+        }
+    }
     return m_unpacking.files.count(path) > 0;
 }
 
-// Reads an item, and notes how that went.
+// Reads an item, and notes how that went. `read` returns false if the bundle does not have it.
 template <typename Read>
 void Bundle::read(Item item, const fs::path& folder, Read read) {
     try {
-        read();
-        m_parts[item] = {PartState::Whole, ""};
+        if (read()) {
+            m_parts[item] = {PartState::Whole, ""};
+        }
     } catch (const Error& error) {
         if (!isOfReceived(error)) {
             throw;
@@ -167,12 +154,12 @@ void Bundle::read(Item item, const fs::path& folder, Read read) {
 }
 
 void Bundle::readServices(const fs::path& folder) {
-    if (!hasFile(application::SERVICE_DB_ENTRY)) {
-        return;
-    }
-    const fs::path archive = folder / application::SERVICE_DB_ENTRY;
+    const fs::path archive = folder / ENTRIES / application::SERVICE_DB_ENTRY;
     const fs::path database = folder / "services.db";
     read(Item::Channels, folder, [&] {
+        if (!isUnpacked(application::SERVICE_DB_ENTRY)) {
+            return false;
+        }
         if (const std::optional<ReplaceStatus> status = adoptServices(archive, database)) {
             damaged(words(*status));
         }
@@ -182,18 +169,19 @@ void Bundle::readServices(const fs::path& folder) {
                 m_parts[Item::IpServices] = {PartState::Whole, ""};
             }
         }
+        return true;
     });
 }
 
 // A restore applies the last of several settings under the same key.
 void Bundle::readSettings(const fs::path& folder) {
-    if (!hasFile(application::SETTINGS_ENTRY)) {
-        return;
-    }
     std::map<std::string, Json::Value> values;
     std::string problem;
     try {
-        values = settingsOf(readReceived(folder / application::SETTINGS_ENTRY, limits::SETTINGS_FILE_BYTES));
+        if (!isUnpacked(application::SETTINGS_ENTRY)) {
+            return;
+        }
+        values = settingsOf(readReceived(folder / ENTRIES / application::SETTINGS_ENTRY, limits::SETTINGS_FILE_BYTES));
     } catch (const Error& error) {
         if (!isOfReceived(error)) {
             throw;
@@ -215,33 +203,34 @@ void Bundle::readSettings(const fs::path& folder) {
 }
 
 void Bundle::readIss(const fs::path& folder) {
-    if (!hasFile(application::ISS_DB_ENTRY)) {
-        return;
-    }
     read(Item::Iss, folder, [&] {
-        adoptIss(folder / application::ISS_DB_ENTRY, folder / "iss.db");
+        if (!isUnpacked(application::ISS_DB_ENTRY)) {
+            return false;
+        }
+        adoptIss(folder / ENTRIES / application::ISS_DB_ENTRY, folder / "iss.db");
         m_setup.entries[Item::Iss] = IssDb(folder / "iss.db").entries();
+        return true;
     });
 }
 
 void Bundle::readCi(const fs::path& folder) {
     const std::string prefix = application::CI_PREFIX;
-    Entries files;
-    for (const auto& [path, digest] : m_unpacking.files) {
-        if (path.compare(0, prefix.size(), prefix) == 0) {
-            files[path.substr(prefix.size())] = digest;
-        }
-    }
-    if (files.empty()) {
-        return;
-    }
     read(Item::Ci, folder, [&] {
-        for (const auto& [name, digest] : files) {
-            if (name.find('/') != std::string::npos) {
-                damaged(fmt::format("{} is no file directly in {}", inQuotes(prefix + name), prefix));
+        Entries files;
+        for (const UnpackedEntry& entry : m_unpacking.entries) {
+            const std::string path = fs::path(entry.name).lexically_normal();
+            if (path.compare(0, prefix.size(), prefix) != 0 || !isUnpacked(path)) {
+                continue;
             }
+            if (path.find('/', prefix.size()) != std::string::npos) {
+                damaged(fmt::format("{} is no file directly in {}", inQuotes(path), prefix));
+            }
+            files[path.substr(prefix.size())] = m_unpacking.files.at(path);
         }
-        m_setup.entries[Item::Ci] = files;
+        if (!files.empty()) {
+            m_setup.entries[Item::Ci] = files;
+        }
+        return !files.empty();
     });
 }
 

@@ -62,8 +62,8 @@ private:
     void readCi(const std::filesystem::path& folder);
     template <typename Read>
     void read(Item item, const std::filesystem::path& folder, Read read);
-    bool hasFile(const std::string& path) const;
-    void blame(const UnpackedEntry& entry);
+    // Throws Error (Damaged) if the application fails at that entry. Returns false if there is none.
+    bool isUnpacked(const std::string& path) const;
 
     std::string m_problem;
     Unpacking m_unpacking;
