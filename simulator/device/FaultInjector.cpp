@@ -71,7 +71,7 @@ bool fails(const std::optional<FaultRule>& hit, Failure::Kind kind) {
 void damageFile(const fs::path& file, Damage damage) {
     switch (damage) {
         case Damage::Truncate:
-            writeFile(file, readFile(file).substr(0, sizeOf(file) / 2));
+            writeFile(file, readFile(file).substr(0, static_cast<std::size_t>(sizeOf(file) / 2)));
             break;
         case Damage::Corrupt:
             writeFile(file, corrupted(readFile(file)));
