@@ -26,6 +26,7 @@ function badge(backup) {
   const found = verified.get(pathOf(backup));
   if (!found) return h("span", {class: "badge muted"}, "verifying …");
   if (found.isWhole) return h("span", {class: "badge good"}, "verified");
+  if (found.problems.length === 0) return h("span", {class: "badge bad"}, "ambiguous");
   const part = found.items.find((each) => each.state === "damaged");
   return h("span", {class: "badge bad"}, `${part?.item ?? "archive"} damaged`);
 }
@@ -38,11 +39,11 @@ function open(title, ...content) {
 }
 
 function wholeness(bundle) {
-  const {isWhole, problems, restore} = bundle;
+  const {isWhole, problems, ambiguities, restore} = bundle;
   const tv = shown(state.tv);
   return h("div", {class: "answer " + (isWhole ? "good" : "bad")},
-    h("p", {class: "headline"}, isWhole ? "Whole: each byte was read" : "Damaged"),
-    problems.map((problem) => h("p", {}, h("bdi", {}, shown(problem)))),
+    h("p", {class: "headline"}, isWhole ? "Whole: each byte was read" : problems.length > 0 ? "Damaged" : "Ambiguous"),
+    [...problems, ...ambiguities].map((problem) => h("p", {}, h("bdi", {}, shown(problem)))),
     restore ? h("p", {},
       restore.isPossible ? `${tv} would take it.` : `${tv} would refuse it: ${shown(restore.why)}`) : null);
 }
