@@ -91,7 +91,7 @@ TEST_F(HostileInput, NamesFromOutsideAreShownSafely) {
 
 TEST_F(HostileInput, TheSerialNumberIsEscaped) {
     EXPECT_EQ(tv("init --channels " + (folder / "list.conf").string() + " --serial '\"/><x a=\"&'").code, 0);
-    EXPECT_EQ(test::readFile(home() / "ci/ci_operator.xml"), "<operator set=\"&quot;/>&lt;x a=&quot;&amp;\"/>\n");
+    EXPECT_EQ(test::readFile(home() / "ci/ci_operator.xml"), "<operator set=\"&#34;/>&#60;x a=&#34;&#38;\"/>\n");
 }
 
 TEST_F(HostileInput, WhatIsReadHasLimits) {
@@ -108,6 +108,8 @@ TEST_F(HostileInput, WhatIsReadHasLimits) {
     EXPECT_THAT([&] { sim::extractEntry(folder / "x.zip", "entry", folder / "entry"); },
                 ThrowsMessage<sim::Error>(HasSubstr("entry 'entry': bytes: 2147483647, and the limit is 1073741824")));
     EXPECT_THAT(sim::limits::cut(std::string(20'000, 'x')), EndsWith("x... (20000 bytes)"));
+    EXPECT_THAT(sim::limits::cut(std::string(16'383, 'x') + "\u00e9"), EndsWith("xx... (16385 bytes)"));
+    EXPECT_EQ(sim::limits::cut(std::string(16'382, 'x') + "\u00e9"), std::string(16'382, 'x') + "\u00e9");
 }
 
 TEST_F(HostileInput, ABundleHasLimitsInSum) {

@@ -5,7 +5,6 @@
 #include <zip.h>
 
 #include <array>
-#include <functional>
 #include <memory>
 
 #include "simulator/base/Descriptor.h"
@@ -49,9 +48,8 @@ Zip open(const fs::path& archive, int flags) {
     throw Error(kindOfZipError(zip_get_error(zip)), fmt::format("{}: {}", archive.string(), zip_strerror(zip)));
 }
 
-// Passes the unpacked bytes of an entry to `take`, piece by piece. Error messages begin with `what`.
-void readEntry(zip_t* zip, zip_uint64_t index, const std::string& what,
-               const std::function<void(const char*, std::size_t)>& take) {
+// Unpacks an entry into a file. Error messages begin with `what`.
+void readEntry(zip_t* zip, zip_uint64_t index, const std::string& what, const fs::path& target) {
     zip_stat_t stat;
     if (zip_stat_index(zip, index, 0, &stat) != 0) {
         throw Error(kindOfZipError(zip_get_error(zip)), what + zip_strerror(zip));
@@ -61,13 +59,14 @@ void readEntry(zip_t* zip, zip_uint64_t index, const std::string& what,
     if (!entry) {
         throw Error(kindOfZipError(zip_get_error(zip)), what + zip_strerror(zip));
     }
+    const Descriptor file = openFile(target, O_WRONLY | O_CREAT | O_TRUNC, 0666);
     std::array<char, 65536> buffer;
     zip_int64_t count = 0;
     std::uint64_t size = 0;
     while ((count = zip_fread(entry.get(), buffer.data(), buffer.size())) > 0) {
         size += static_cast<std::uint64_t>(count);
         limits::require(what + "bytes", size, limits::ENTRY_BYTES);
-        take(buffer.data(), static_cast<std::size_t>(count));
+        writeAll(file, {buffer.data(), static_cast<std::size_t>(count)}, target);
     }
     if (count < 0) {
         zip_error_t* error = zip_file_get_error(entry.get());
@@ -121,12 +120,8 @@ bool extractEntry(const fs::path& archive, const std::string& name, const fs::pa
     if (index < 0) {
         return false;
     }
-    const Descriptor file = openFile(target, O_WRONLY | O_CREAT | O_TRUNC, 0666);
     readEntry(zip.get(), static_cast<zip_uint64_t>(index),
-              fmt::format("{}: entry {}: ", archive.string(), inQuotes(name)),
-              [&](const char* bytes, std::size_t size) {
-                  writeAll(file, {bytes, size}, target);
-              });
+              fmt::format("{}: entry {}: ", archive.string(), inQuotes(name)), target);
     return true;
 }
 

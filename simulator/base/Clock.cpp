@@ -16,8 +16,4 @@ std::optional<std::time_t> fromUtc(const std::string& text) {
     return isWhole && toUtc(time) == text ? std::optional(time) : std::nullopt;
 }
 
-std::string utcNow() {
-    return toUtc(std::time(nullptr));
-}
-
 }  // namespace sim

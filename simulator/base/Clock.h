@@ -13,7 +13,4 @@ std::string toUtc(std::time_t time);
 // Returns nothing if the text is not of that form.
 std::optional<std::time_t> fromUtc(const std::string& text);
 
-// The present time.
-std::string utcNow();
-
 }  // namespace sim

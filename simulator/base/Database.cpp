@@ -136,7 +136,9 @@ Database::Database(const fs::path& file, Access access)
     open(file.string(), flagsFor(access));
     // Even a reader of a write-ahead log needs a file beside it. If it cannot create that, and there is no log, nobody
     // writes to the database.
-    if (access == Access::Look && !canRead() && !pathExists(file.string() + "-wal")) {
+    const int code = sqlite3_exec(m_database.get(), "PRAGMA schema_version", nullptr, nullptr, nullptr) & 0xFF;
+    const bool canRead = code != SQLITE_CANTOPEN && code != SQLITE_READONLY;
+    if (access == Access::Look && !canRead && !pathExists(file.string() + "-wal")) {
         open(immutableUri(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
     }
 }
@@ -165,11 +167,6 @@ void Database::open(const std::string& name, int flags) {
     sqlite3_extended_result_codes(database, 1);
     sqlite3_busy_timeout(database, BUSY_TIMEOUT_MS);
     sqlite3_exec(database, "PRAGMA temp_store = MEMORY", nullptr, nullptr, nullptr);  // no files outside the TV
-}
-
-bool Database::canRead() const {
-    const int code = sqlite3_exec(m_database.get(), "PRAGMA schema_version", nullptr, nullptr, nullptr) & 0xFF;
-    return code != SQLITE_CANTOPEN && code != SQLITE_READONLY;
 }
 
 void Database::run(const std::string& script) {

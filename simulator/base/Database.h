@@ -113,7 +113,6 @@ private:
     friend class ReceivedDatabase;
 
     void open(const std::string& name, int flags);
-    bool canRead() const;
 
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> m_database;
     std::string m_name;

@@ -25,9 +25,9 @@ bool isWithin(const fs::path& path, const fs::path& folder) {
 
 }  // namespace
 
-std::string environment(const char* name) {
+std::string environment(const char* name, const char* otherwise) {
     const char* value = std::getenv(name);
-    return value != nullptr ? value : "";
+    return value != nullptr && *value != '\0' ? value : otherwise;
 }
 
 fs::path normalised(const fs::path& folder) {

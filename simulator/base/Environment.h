@@ -25,8 +25,8 @@ std::filesystem::path normalised(const std::filesystem::path& folder);
 // $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv, else ~/.local/state/halcyon-tv. Throws Error if all are unset.
 std::filesystem::path defaultHome();
 
-// The value of an environment variable; empty if it is not set.
-std::string environment(const char* name);
+// The value of an environment variable; `otherwise` if it is not set, or empty.
+std::string environment(const char* name, const char* otherwise = "");
 
 // The place of a TV's cloud: `given`, if it is not empty, else $HALCYON_CLOUD, else the folder "cloud" beside the TV.
 // An address such as s3://BUCKET stays as it is, a folder is normalised(). Throws Error if the folder is inside the

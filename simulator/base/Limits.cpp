@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/Text.h"
 
 namespace sim::limits {
 
@@ -14,7 +15,7 @@ void require(std::string_view what, std::uint64_t value, std::uint64_t limit) {
 
 std::string cut(std::string_view text) {
     return text.size() <= RECORD_BYTES ? std::string(text)
-                                       : fmt::format("{}... ({} bytes)", text.substr(0, RECORD_BYTES), text.size());
+                                       : fmt::format("{}... ({} bytes)", startOf(text, RECORD_BYTES), text.size());
 }
 
 }  // namespace sim::limits

@@ -16,6 +16,8 @@ struct Name {
     std::string_view name;
 };
 
+constexpr std::string_view UNKNOWN = "unknown";
+
 // For each enum, a std::array<Name<Enum>, N>.
 template <typename Enum>
 constexpr std::nullptr_t NAMES = nullptr;
@@ -26,23 +28,18 @@ constexpr std::underlying_type_t<Enum> codeOf(Enum value) {
 }
 
 template <typename Enum>
-bool isKnown(Enum value) {
-    for (const Name<Enum>& each : NAMES<Enum>) {
-        if (each.value == value) {
-            return true;
-        }
-    }
-    return false;
-}
-
-template <typename Enum>
 std::string_view nameOf(Enum value) {
     for (const Name<Enum>& each : NAMES<Enum>) {
         if (each.value == value) {
             return each.name;
         }
     }
-    return "unknown";
+    return UNKNOWN;
+}
+
+template <typename Enum>
+bool isKnown(Enum value) {
+    return nameOf(value) != UNKNOWN;
 }
 
 template <typename Enum>

@@ -138,17 +138,21 @@ std::string shown(std::string_view text) {
     return result;
 }
 
+std::string_view startOf(std::string_view text, std::size_t maxBytes) {
+    std::size_t size = 0;
+    while (size < text.size()) {
+        const std::size_t next = size + firstOf(text.substr(size)).bytes.size();
+        if (next > maxBytes) {
+            break;
+        }
+        size = next;
+    }
+    return text.substr(0, size);
+}
+
 std::string inQuotes(std::string_view text) {
     constexpr std::size_t MAX_BYTES = 40;
-    std::string cut;
-    bool isCut = false;
-    forEachCharacter(text, [&](const Character& character) {
-        isCut = isCut || cut.size() + character.bytes.size() > MAX_BYTES;
-        if (!isCut) {
-            cut += character.bytes;
-        }
-    });
-    return "'" + shown(cut) + (isCut ? "...'" : "'");
+    return "'" + shown(startOf(text, MAX_BYTES)) + (text.size() > MAX_BYTES ? "...'" : "'");
 }
 
 std::string didYouMean(std::string_view word, const std::vector<std::string>& candidates) {

@@ -39,7 +39,10 @@ std::string toUtf8(std::string_view text);
 // that are not UTF-8, become visible, as \n, \x1b, \u{202e}.
 std::string shown(std::string_view text);
 
-// The same in quotes, cut after 40 bytes, for messages.
+// The first bytes of a text, at most `maxBytes` of them, without a part of a character at the end.
+std::string_view startOf(std::string_view text, std::size_t maxBytes);
+
+// A text as shown(), in quotes and cut after 40 bytes, for messages.
 std::string inQuotes(std::string_view text);
 
 // " (did you mean 'x'?)" if one of the candidates is close to the word; else the empty string.

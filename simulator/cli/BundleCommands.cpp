@@ -6,7 +6,6 @@
 #include "simulator/base/Environment.h"
 #include "simulator/base/Files.h"
 #include "simulator/cli/Command.h"
-#include "simulator/cli/Print.h"
 #include "simulator/cli/Side.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Words.h"

@@ -4,7 +4,6 @@
 
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
-#include "simulator/cli/Print.h"
 #include "simulator/cli/Side.h"
 #include "simulator/cloud/OpenCloud.h"
 #include "simulator/lineup/Application.h"
@@ -46,21 +45,18 @@ int listStore(const Session& session) {
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
     const sim::StoreContent content = store->content();
     const std::vector<sim::StoredBackup> backups = sim::lookAt(*store, content.backups);
-    if (session.isJson) {
-        Json::Value value = sim::object({{"backups", backups}, {"cloud", store->place()}});
-        if (session.isVerbose) {
-            value["foreign"] = sim::toJson(content.foreign);
-        }
-        printJson(value);
-        return DONE;
-    }
-    printBackups(backups, store->place());
+    Json::Value json = sim::object({{"backups", backups}, {"cloud", store->place()}});
     if (session.isVerbose) {
-        for (const std::string& name : content.foreign) {
-            print("foreign: {}\n", name);
-        }
+        json["foreign"] = sim::toJson(content.foreign);
     }
-    return DONE;
+    return answer(session, json, [&] {
+        printBackups(backups, store->place());
+        if (session.isVerbose) {
+            for (const std::string& name : content.foreign) {
+                print("foreign: {}\n", name);
+            }
+        }
+    });
 }
 
 struct ImportOptions {
@@ -89,12 +85,7 @@ int import(const Session& session, const ImportOptions& options) {
     const std::string account = known.empty() ? sim::DEFAULT_ACCOUNT : known;
     const std::string id =
         sim::importBundle(*sim::openCloud(session.cloud), named.bundle, options.file, account, tv ? &*tv : nullptr);
-    if (session.isJson) {
-        printJson(sim::object({{"backup", id}}));
-    } else {
-        print("backup {}\n", id);
-    }
-    return DONE;
+    return answer(session, sim::object({{"backup", id}}), [&] { print("backup {}\n", id); });
 }
 
 int remove(const Session& session, const std::string& id) {

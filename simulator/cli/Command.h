@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "simulator/base/ExitCodes.h"
+#include "simulator/cli/Print.h"
 #include "simulator/tv/Tv.h"
 
 namespace cli {
@@ -33,6 +34,17 @@ class UsageError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
+
+// Prints what a command found out: as JSON if that was asked for, else with `printText`. Returns DONE.
+template <typename PrintText>
+int answer(const Session& session, const Json::Value& json, PrintText printText) {
+    if (session.isJson) {
+        printJson(json);
+    } else {
+        printText();
+    }
+    return DONE;
+}
 
 using Action = std::function<int(const Session&)>;
 

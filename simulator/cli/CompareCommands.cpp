@@ -6,7 +6,6 @@
 
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
-#include "simulator/cli/Print.h"
 #include "simulator/cli/Side.h"
 #include "simulator/lineup/ChannelExport.h"
 #include "simulator/reports/ToJson.h"

@@ -5,7 +5,6 @@
 
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
-#include "simulator/cli/Print.h"
 #include "simulator/reports/ToJson.h"
 #include "simulator/tv/Tv.h"
 
@@ -29,25 +28,17 @@ int add(const Session& session, const NewRule& wanted) {
     rule.nth = wanted.nth;
     rule.times = wanted.times;
     const std::int64_t id = sim::Tv(session.home).faults().add(rule);
-    if (session.isJson) {
-        printJson(sim::object({{"rule", id}}));
-    } else {
-        print("rule {}\n", id);
-    }
-    return DONE;
+    return answer(session, sim::object({{"rule", id}}), [&] { print("rule {}\n", id); });
 }
 
 int listRules(const Session& session) {
     const std::vector<sim::FaultRule> rules = session.look().faults().list();
-    if (session.isJson) {
-        printJson(sim::object({{"rules", rules}}));
-        return DONE;
-    }
-    for (const sim::FaultRule& rule : rules) {
-        print("{:>4}  {} {}, from call {} of a run, {}; fired {}\n", rule.id, rule.call, sim::toText(rule.failure),
-              rule.nth, rule.times == 0 ? "every time" : times(rule.times), times(rule.fired));
-    }
-    return DONE;
+    return answer(session, sim::object({{"rules", rules}}), [&] {
+        for (const sim::FaultRule& rule : rules) {
+            print("{:>4}  {} {}, from call {} of a run, {}; fired {}\n", rule.id, rule.call, sim::toText(rule.failure),
+                  rule.nth, rule.times == 0 ? "every time" : times(rule.times), times(rule.fired));
+        }
+    });
 }
 
 int clear(const Session& session, std::int64_t rule) {
@@ -62,14 +53,11 @@ int clear(const Session& session, std::int64_t rule) {
 
 int listCalls(const Session& session) {
     const std::vector<sim::PlatformCall> calls = sim::callsThatCanFail();
-    if (session.isJson) {
-        printJson(sim::object({{"calls", calls}}));
-        return DONE;
-    }
-    for (const sim::PlatformCall& call : calls) {
-        print("{:<46} {}\n", call.name, call.failures);
-    }
-    return DONE;
+    return answer(session, sim::object({{"calls", calls}}), [&] {
+        for (const sim::PlatformCall& call : calls) {
+            print("{:<46} {}\n", call.name, call.failures);
+        }
+    });
 }
 
 }  // namespace

@@ -15,7 +15,6 @@
 #include "simulator/base/Environment.h"
 #include "simulator/base/Files.h"
 #include "simulator/cli/Command.h"
-#include "simulator/cli/Print.h"
 #include "simulator/launch/Fleet.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/reports/ToJson.h"
@@ -145,11 +144,7 @@ int run(const Session& session, Options options) {
         print(stderr, "\r\x1b[K");
     }
     const Summary summary(std::move(runs), options.request.tvs, now, elapsed());
-    if (session.isJson) {
-        printJson(toJson(summary));
-    } else {
-        printSummary(summary);
-    }
+    answer(session, toJson(summary), [&] { printSummary(summary); });
     if (summary.runs.size() < summary.tvs) {
         print(stderr, "Interrupted; the same command continues.\n");
     }

@@ -8,7 +8,6 @@
 #include "simulator/base/FolderLock.h"
 #include "simulator/base/Process.h"
 #include "simulator/cli/Command.h"
-#include "simulator/cli/Print.h"
 #include "simulator/cli/Side.h"
 #include "simulator/cloud/OpenCloud.h"
 #include "simulator/launch/Launch.h"
@@ -77,20 +76,18 @@ void printTimeline(const std::vector<sim::Moment>& timeline) {
     }
 }
 
-void printReport(const Session& session, const sim::RunReport& report,
-                 const std::optional<std::vector<sim::Moment>>& timeline) {
-    if (session.isJson) {
-        Json::Value value = sim::toJson(report);
+int printReport(const Session& session, const sim::RunReport& report,
+                const std::optional<std::vector<sim::Moment>>& timeline) {
+    Json::Value json = sim::toJson(report);
+    if (timeline && session.isJson) {
+        json["timeline"] = sim::toJson(*timeline);
+    }
+    return answer(session, json, [&] {
+        printVerdict(report);
         if (timeline) {
-            value["timeline"] = sim::toJson(*timeline);
+            printTimeline(*timeline);
         }
-        printJson(value);
-        return;
-    }
-    printVerdict(report);
-    if (timeline) {
-        printTimeline(*timeline);
-    }
+    });
 }
 
 int exitCodeOf(const sim::Verdict& verdict) {
@@ -225,23 +222,20 @@ struct RecordOptions {
     sim::TimelineFilter filter;
 };
 
-void listRecords(const Session& session, const std::vector<sim::RunReport>& reports) {
-    if (session.isJson) {
-        printJson(sim::object({{"runs", reports}}));
-        return;
-    }
-    for (const sim::RunReport& report : reports) {
-        print("{:>4}  {}  {:<8} {:<12} {}\n", report.run.id, report.run.started, sim::nameOf(report.run.operation),
-              sim::nameOf(report.verdict.outcome), report.verdict.why);
-    }
+int listRecords(const Session& session, const std::vector<sim::RunReport>& reports) {
+    return answer(session, sim::object({{"runs", reports}}), [&] {
+        for (const sim::RunReport& report : reports) {
+            print("{:>4}  {}  {:<8} {:<12} {}\n", report.run.id, report.run.started, sim::nameOf(report.run.operation),
+                  sim::nameOf(report.verdict.outcome), report.verdict.why);
+        }
+    });
 }
 
 int record(const Session& session, const RecordOptions& options) {
     const sim::Tv tv = session.look();
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
     if (options.all) {
-        listRecords(session, sim::reportRuns(tv, *store));
-        return DONE;
+        return listRecords(session, sim::reportRuns(tv, *store));
     }
     const std::optional<sim::Run> run = tv.runs().find(options.id != 0 ? options.id : tv.runs().newest());
     if (!run) {
@@ -254,8 +248,7 @@ int record(const Session& session, const RecordOptions& options) {
     filter.calls = options.calls || !(options.log || filter.priority > 0);
     filter.log = options.log || !(options.calls || !filter.call.empty());
     const bool isBrief = session.isQuiet && !session.isJson;
-    printReport(session, report, isBrief ? std::nullopt : std::optional(sim::timelineOf(tv, report, filter)));
-    return DONE;
+    return printReport(session, report, isBrief ? std::nullopt : std::optional(sim::timelineOf(tv, report, filter)));
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/cli/Command.h"
-#include "simulator/cli/Print.h"
 #include "simulator/reports/ToJson.h"
 #include "simulator/web/Server.h"
 
@@ -16,24 +15,19 @@ namespace {
 
 struct Options {
     sim::ServeOptions serve;
-    std::string page;
     std::string lab;
 };
 
-int serve(const Session& session, Options options) {
+int serve(const Session& session, const Options& options) {
     const std::filesystem::path folder = options.lab.empty() ? "" : sim::normalised(options.lab);
-    options.serve.page = options.page;
     const sim::Lab lab(session.home, folder, session.cloud);
     if (!folder.empty() && !sim::isFolder(folder)) {
         throw sim::Error(sim::Error::Kind::Missing,
                          fmt::format("{}: no such folder; give the one that holds the TVs", folder.string()));
     }
     sim::serve(lab, options.serve, [&](const std::string& address) {
-        if (session.isJson) {
-            printJson(sim::object({{"address", address}}));
-        } else {
-            print("{}\nOpen this address in a browser on this machine; Ctrl-C ends.\n", address);
-        }
+        answer(session, sim::object({{"address", address}}),
+               [&] { print("{}\nOpen this address in a browser on this machine; Ctrl-C ends.\n", address); });
         std::fflush(stdout);
     });
     return DONE;
@@ -50,7 +44,7 @@ void addServeCommand(CLI::App& app, Action& chosen) {
         ->capture_default_str()
         ->check(CLI::Range(0, 65535));
     serving->add_option("--lab", options->lab, "folder with several TVs, to show them side by side");
-    serving->add_option("--page", options->page, "folder to take the page's files from, while working on them")
+    serving->add_option("--page", options->serve.page, "folder to take the page's files from, while working on them")
         ->check(CLI::ExistingDirectory);
 }
 

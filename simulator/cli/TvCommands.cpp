@@ -5,7 +5,6 @@
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
-#include "simulator/cli/Print.h"
 #include "simulator/lineup/ChannelList.h"
 #include "simulator/lineup/Words.h"
 #include "simulator/reports/ToJson.h"
@@ -39,17 +38,15 @@ int init(const Session& session, const InitOptions& options) {
     sim::Tv::create(session.home, read,
                     options.serial.empty() ? fmt::format("{:08X}", std::random_device()()) : options.serial, time,
                     options.account);
-    if (session.isJson) {
-        printJson(sim::object({{"home", session.home.string()},
-                               {"services", list.services},
-                               {"groups", list.groups},
-                               {"problems", list.problems}}));
-    } else {
+    const Json::Value json = sim::object({{"home", session.home.string()},
+                                          {"services", list.services},
+                                          {"groups", list.groups},
+                                          {"problems", list.problems}});
+    return answer(session, json, [&] {
         print("Made a factory-fresh TV at {}: {} in {}, {} skipped.\n", session.home.string(),
               sim::plural(list.services, "service"), sim::plural(list.groups, "group"),
               sim::plural(list.problems.size(), "line"));
-    }
-    return DONE;
+    });
 }
 
 void printService(const sim::Service& service) {
@@ -57,18 +54,12 @@ void printService(const sim::Service& service) {
           service.groupName);
 }
 
-std::string watching(const sim::TvReport& report) {
-    return report.watching
-               ? fmt::format("{} {} ({})", report.watching->number, report.watching->name, report.watching->id)
-               : fmt::format("none: the channel list has no service {}", report.viewing.serviceId);
-}
-
 void printTv(const sim::TvReport& report) {
     print("TV at {}\n", report.home);
     print("  account    {}\n", report.account);
     print("  channels   {}, {} of them radio, in {}\n", sim::plural(report.counts.services, "service"),
           report.counts.radios, sim::plural(report.counts.groups, "group"));
-    print("  watching   {}\n", watching(report));
+    print("  watching   {}\n", sim::words(report.watching, report.viewing.serviceId));
     print("  mode       {}\n", sim::words(report.viewing.mode));
     print("  source     {}\n", sim::words(report.viewing.source));
     print("  category   {}\n", sim::words(report.viewing.category));
@@ -92,29 +83,20 @@ void printTv(const sim::TvReport& report) {
     }
 }
 
-int showTv(const Session& session) {
-    const sim::TvReport report = sim::reportTv(session.look());
-    if (session.isJson) {
-        printJson(sim::toJson(report));
-    } else {
-        printTv(report);
-    }
-    return DONE;
-}
-
-int showTvWithServices(const Session& session) {
+int showTv(const Session& session, bool withServices) {
     const sim::Tv tv = session.look();
     const sim::TvReport report = sim::reportTv(tv);
-    if (session.isJson) {
-        Json::Value value = sim::toJson(report);
-        value["channels"] = sim::toJson(tv.services().all());
-        printJson(value);
-    } else {
-        printTv(report);
-        print("\n{:>5}  {:<28} {:<5} {:<24} {}\n", "no.", "name", "type", "identity", "group");
-        tv.services().forEach(&printService);
+    Json::Value json = sim::toJson(report);
+    if (withServices && session.isJson) {
+        json["channels"] = sim::toJson(tv.services().all());
     }
-    return DONE;
+    return answer(session, json, [&] {
+        printTv(report);
+        if (withServices) {
+            print("\n{:>5}  {:<28} {:<5} {:<24} {}\n", "no.", "name", "type", "identity", "group");
+            tv.services().forEach(&printService);
+        }
+    });
 }
 
 int saveSnapshot(const Session& session, const std::string& name) {
@@ -123,14 +105,13 @@ int saveSnapshot(const Session& session, const std::string& name) {
         sim::saveSnapshot(session.home, name);
     }
     const std::vector<std::string> names = sim::snapshotsOf(session.home);
-    if (session.isJson) {
-        printJson(sim::object({{"snapshots", names}}));
-    } else if (name.empty()) {
-        for (const std::string& each : names) {
-            print("{}\n", each);
+    return answer(session, sim::object({{"snapshots", names}}), [&] {
+        if (name.empty()) {
+            for (const std::string& each : names) {
+                print("{}\n", each);
+            }
         }
-    }
-    return DONE;
+    });
 }
 
 int reset(const Session& session, const std::string& name) {
@@ -155,9 +136,7 @@ void addTvCommands(CLI::App& app, Action& chosen) {
 
     const auto withServices = std::make_shared<bool>(false);
     addCommand(app, "status", "Show the TV", "halcyon-tv status --services", chosen,
-               [withServices](const Session& session) {
-                   return *withServices ? showTvWithServices(session) : showTv(session);
-               })
+               [withServices](const Session& session) { return showTv(session, *withServices); })
         ->add_flag("--services", *withServices, "with its channel list");
 
     struct SetOptions {

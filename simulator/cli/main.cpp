@@ -1,10 +1,10 @@
 #include <cstdio>
 #include <exception>
+#include <map>
 
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
-#include "simulator/cli/Print.h"
 
 namespace {
 
@@ -29,15 +29,10 @@ int exitCodeFor(sim::Error::Kind kind) {
     }
 }
 
-// Commands of earlier versions.
-struct Renamed {
-    std::string_view group;
-    std::string_view command;
-    std::string_view now;
-};
-constexpr Renamed RENAMED[] = {{"bundle", "diff", "diff"},       {"bundle", "export", "export"},
-                               {"cloud", "show", "bundle show"}, {"cloud", "verify", "bundle verify"},
-                               {"cloud", "diff", "diff"},        {"cloud", "export", "export"}};
+// Commands of earlier versions, and what does their work now.
+const std::map<std::string, const char*> RENAMED = {{"bundle diff", "diff"},       {"bundle export", "export"},
+                                                    {"cloud show", "bundle show"}, {"cloud verify", "bundle verify"},
+                                                    {"cloud diff", "diff"},        {"cloud export", "export"}};
 
 // The names of a command's subcommands, and of the options that it takes.
 std::vector<std::string> namesAfter(const CLI::App* command) {
@@ -53,13 +48,6 @@ std::vector<std::string> namesAfter(const CLI::App* command) {
     return names;
 }
 
-const Renamed* findRenamed(std::string_view group, std::string_view command) {
-    const auto* found = std::find_if(std::begin(RENAMED), std::end(RENAMED), [&](const Renamed& each) {
-        return each.group == group && each.command == command;
-    });
-    return found == std::end(RENAMED) ? nullptr : found;
-}
-
 // A hint for the first unknown word after the command that was recognised; empty if there is none.
 std::string suggestion(const CLI::App& app, int argc, char** argv) {
     const CLI::App* group = &app;
@@ -69,8 +57,8 @@ std::string suggestion(const CLI::App& app, int argc, char** argv) {
     const std::vector<std::string> names = namesAfter(group);
     for (int i = 1; i < argc; ++i) {
         const std::string word = argv[i];
-        if (const Renamed* renamed = findRenamed(group->get_name(), word)) {
-            return fmt::format("'{} {}' is gone; use: halcyon-tv {}\n", renamed->group, renamed->command, renamed->now);
+        if (const auto renamed = RENAMED.find(group->get_name() + " " + word); renamed != RENAMED.end()) {
+            return fmt::format("'{}' is gone; use: halcyon-tv {}\n", renamed->first, renamed->second);
         }
         if (word == group->get_name() || std::find(names.begin(), names.end(), word) != names.end()) {
             continue;
@@ -82,11 +70,6 @@ std::string suggestion(const CLI::App& app, int argc, char** argv) {
     return "";
 }
 
-int usageError(const CLI::App& app, const std::string& message, int argc, char** argv) {
-    printError(fmt::format("{}\n{}Run with --help for more information.", message, suggestion(app, argc, argv)));
-    return cli::USAGE;
-}
-
 int dispatch(int argc, char** argv) {
     CLI::App app;
     cli::Session session;
@@ -96,7 +79,11 @@ int dispatch(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return error.get_exit_code() == 0 ? app.exit(error) : usageError(app, error.what(), argc, argv);
+        if (error.get_exit_code() == 0) {  // it asked for help, or the version
+            return app.exit(error);
+        }
+        throw cli::UsageError(
+            fmt::format("{}\n{}Run with --help for more information.", error.what(), suggestion(app, argc, argv)));
     }
     session.home = home.empty() ? sim::defaultHome() : sim::normalised(home);
     session.cloud = sim::cloudOf(session.home, session.cloud);

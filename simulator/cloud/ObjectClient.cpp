@@ -191,13 +191,10 @@ ObjectClient::ObjectClient(std::string bucket, RequestObserver observer)
           required("AWS_ENDPOINT_URL", "set it to the object store's address, such as http://127.0.0.1:8000"))),
       m_key(required("AWS_ACCESS_KEY_ID", "set it to the object store's access key")),
       m_secret(required("AWS_SECRET_ACCESS_KEY", "set it to the secret of the access key")),
-      m_region(environment("AWS_REGION")),
+      m_region(environment("AWS_REGION", "us-east-1")),
       m_certificates(environment("AWS_CA_BUNDLE")),
       m_stallSeconds(toNumber<long>(environment(STALL_VARIABLE)).value_or(STALL_SECONDS)),
       m_handle(nullptr, &curl_easy_cleanup) {
-    if (m_region.empty()) {
-        m_region = "us-east-1";
-    }
     if (!m_certificates.empty() && ::access(m_certificates.c_str(), R_OK) != 0) {
         throw Error::ofSystem("AWS_CA_BUNDLE: " + m_certificates, "cannot read");
     }
@@ -331,10 +328,11 @@ std::string ObjectClient::perform(const Request& request) {
 
 // Keys are asked for in URL encoding: XML cannot hold all of their characters.
 ObjectClient::Page ObjectClient::list(const std::string& prefix, const std::string& after, int maxKeys) {
-    Request request{"GET", fmt::format("LIST {}*{}", prefix, after.empty() ? "" : " after " + after), "", ""};
-    request.query = fmt::format("encoding-type=url&list-type=2&max-keys={}&prefix={}&start-after={}", maxKeys,
-                                percentEncoded(prefix, QUERY_CHARACTERS), percentEncoded(after, QUERY_CHARACTERS));
-    const std::string text = perform(request);
+    const std::string summary = fmt::format("LIST {}*{}", prefix, after.empty() ? "" : " after " + after);
+    const std::string query =
+        fmt::format("encoding-type=url&list-type=2&max-keys={}&prefix={}&start-after={}", maxKeys,
+                    percentEncoded(prefix, QUERY_CHARACTERS), percentEncoded(after, QUERY_CHARACTERS));
+    const std::string text = perform({"GET", summary, "", query});
     pugi::xml_document document;
     const pugi::xml_node result =
         document.load_buffer(text.data(), text.size()) ? document.child("ListBucketResult") : pugi::xml_node();
@@ -353,16 +351,12 @@ ObjectClient::Page ObjectClient::list(const std::string& prefix, const std::stri
 }
 
 void ObjectClient::put(const std::string& key, const Body& body) {
-    Request request{"PUT", "PUT " + key, key, ""};
-    request.body = &body;
-    perform(request);
+    perform({"PUT", "PUT " + key, key, "", &body});
 }
 
 void ObjectClient::get(const std::string& key, std::uint64_t maxBytes, const Sink& sink) {
-    Request request{"GET", fmt::format("GET {}{}", maxBytes > 0 ? "the header of " : "", key), key, ""};
-    request.maxBytes = maxBytes;
-    request.sink = &sink;
-    perform(request);
+    const std::string summary = fmt::format("GET {}{}", maxBytes > 0 ? "the header of " : "", key);
+    perform({"GET", summary, key, "", nullptr, maxBytes, &sink});
 }
 
 void ObjectClient::remove(const std::string& key) {

@@ -15,11 +15,16 @@ namespace sim {
 
 namespace {
 
+// A text with another character in the place of some.
+std::string without(std::string_view characters, std::string text, char instead) {
+    std::replace_if(
+        text.begin(), text.end(), [&](char c) { return characters.find(c) != std::string_view::npos; }, instead);
+    return text;
+}
+
 // A text that must not end its line.
 std::string inALine(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
-    return text;
+    return without("\n\r", std::move(text), ' ');
 }
 
 std::string vdrNames(const Service& service) {
@@ -30,8 +35,7 @@ std::string vdrNames(const Service& service) {
     if (!service.provider.empty()) {
         names += ";" + service.provider;
     }
-    std::replace(names.begin(), names.end(), ':', '|');
-    return inALine(names);
+    return inALine(without(":", names, '|'));
 }
 
 std::string vdrLine(const Service& s) {
@@ -84,16 +88,12 @@ std::string vdr(const std::vector<Service>& services, const std::vector<ListHead
     return isTrue ? text : withMadeHeaders(services);
 }
 
-std::string inAttribute(std::string text) {
-    std::replace(text.begin(), text.end(), '"', '\'');
-    return inALine(text);
-}
-
 std::string m3u(const std::vector<Service>& services) {
     std::string text = "#EXTM3U\n";
     for (const Service& s : services) {
-        text += fmt::format("#EXTINF:-1 tvg-chno=\"{}\" group-title=\"{}\"{},{}\n", s.number, inAttribute(s.groupName),
-                            s.type == "radio" ? " radio=\"true\"" : "", inALine(s.name));
+        text += fmt::format("#EXTINF:-1 tvg-chno=\"{}\" group-title=\"{}\"{},{}\n", s.number,
+                            inALine(without("\"", s.groupName, '\'')), s.type == "radio" ? " radio=\"true\"" : "",
+                            inALine(s.name));
         text += fmt::format("dvb://{:x}.{:x}.{:x}\n", s.nid, s.tid, s.sid);
     }
     return text;
@@ -117,8 +117,7 @@ Parameters parametersOf(const std::string& text) {
 }
 
 std::string valueOf(const Parameters& parameters, char letter) {
-    const auto found = parameters.find(letter);
-    return found == parameters.end() ? "" : found->second;
+    return parameters.count(letter) == 1 ? parameters.at(letter) : "";
 }
 
 bool isSecondGeneration(const Parameters& parameters) {
@@ -215,10 +214,7 @@ void addTerrestrial(std::string& section, const Service& service, const Paramete
 
 // Nothing if the format has no delivery system for the service.
 std::optional<std::string> dvbv5Section(const Service& service) {
-    std::string name = inALine(service.name);
-    std::replace_if(
-        name.begin(), name.end(), [](char c) { return c == '[' || c == ']'; }, '|');
-    std::string section = fmt::format("[{}]\n", name);
+    std::string section = fmt::format("[{}]\n", inALine(without("[]", service.name, '|')));
     add(section, "SERVICE_ID", service.sid);
     for (const auto& [key, field] :
          {std::pair("VIDEO_PID", service.videoPid), std::pair("AUDIO_PID", service.audioPids)}) {

@@ -10,23 +10,15 @@ namespace fs = std::filesystem;
 
 namespace sim {
 
-void CiFiles::create(const Contents& contents) const {
+void CiFiles::create(const std::map<std::string, std::string>& contents) const {
     makeFolders(m_folder);
     for (const auto& [name, content] : contents) {
         writeFile(m_folder / name, content);
     }
 }
 
-CiFiles::Contents CiFiles::contents() const {
-    Contents contents;
-    for (const std::string& path : paths()) {
-        contents.emplace(fs::path(path).filename(), readFile(path));
-    }
-    return contents;
-}
-
-CiFiles::Digests CiFiles::digests() const {
-    Digests digests;
+std::map<std::string, std::string> CiFiles::digests() const {
+    std::map<std::string, std::string> digests;
     for (const std::string& path : paths()) {
         digests.emplace(fs::path(path).filename(), digestOf(path));
     }

@@ -10,16 +10,12 @@ namespace sim {
 
 class CiFiles {
 public:
-    using Contents = std::map<std::string, std::string>;  // content by name
-    using Digests = std::map<std::string, std::string>;   // SHA-256 by name: a file may be large
-
     explicit CiFiles(std::filesystem::path folder) : m_folder(std::move(folder)) {}
 
     // These throw Error if they fail.
-    void create(const Contents& contents) const;
-    Contents contents() const;
-    Digests digests() const;
-    std::list<std::string> paths() const;  // absolute, in the order of their names
+    void create(const std::map<std::string, std::string>& contents) const;  // by name
+    std::map<std::string, std::string> digests() const;                     // SHA-256 by name: a file may be large
+    std::list<std::string> paths() const;                                   // absolute, in the order of their names
 
     // Copies the files in, over those of the same names; the others stay. Returns false, with nothing changed, if one
     // of the paths is no regular file, or the folder could not be put in place.

@@ -11,12 +11,18 @@ struct TvMode {
     AntennaMode antenna = AntennaMode::Terrestrial;
     ServiceMode service = ServiceMode::All;
 };
+inline bool operator==(const TvMode& left, const TvMode& right) {
+    return left.antenna == right.antenna && left.service == right.service;
+}
 
 struct Category {
     CategoryKind kind = CategoryKind::All;
     std::uint64_t param = 0;  // number of the favourite list or the group, from 1; otherwise 0
     SortMode sort = SortMode::Number;
 };
+inline bool operator==(const Category& left, const Category& right) {
+    return left.kind == right.kind && left.param == right.param && left.sort == right.sort;
+}
 
 struct Viewing {
     TvMode mode;
@@ -24,9 +30,9 @@ struct Viewing {
     Source source = Source::Tuner;
     Category category;
 };
-
-bool operator==(const TvMode& left, const TvMode& right);
-bool operator==(const Category& left, const Category& right);
-bool operator==(const Viewing& left, const Viewing& right);
+inline bool operator==(const Viewing& left, const Viewing& right) {
+    return left.mode == right.mode && left.serviceId == right.serviceId && left.source == right.source &&
+           left.category == right.category;
+}
 
 }  // namespace sim

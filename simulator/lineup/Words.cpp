@@ -39,10 +39,14 @@ std::string words(ReplaceStatus status) {
     }
 }
 
+std::string words(const std::optional<Service>& service, std::uint64_t id) {
+    return service ? fmt::format("{} {} ({})", service->number, service->name, service->id)
+                   : fmt::format("none: the channel list has no service {}", id);
+}
+
 std::string words(const Viewing& viewing, const std::optional<Service>& service) {
-    const std::string on = service ? fmt::format("{} {} ({})", service->number, service->name, service->id)
-                                   : fmt::format("none: the channel list has no service {}", viewing.serviceId);
-    return fmt::format("{}; {}; {}; {}", on, words(viewing.mode), words(viewing.source), words(viewing.category));
+    return fmt::format("{}; {}; {}; {}", words(service, viewing.serviceId), words(viewing.mode), words(viewing.source),
+                       words(viewing.category));
 }
 
 std::string antennaWords(const std::set<int>& inputs) {

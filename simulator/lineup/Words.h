@@ -17,7 +17,8 @@ std::string words(const Category& category);
 std::string words(Response response);
 std::string words(ReplaceStatus status);
 
-// With the service that is on; std::nullopt if the channel list does not have it.
+// The service that is on, and the viewing state with it; std::nullopt if the channel list does not have it.
+std::string words(const std::optional<Service>& service, std::uint64_t id);
 std::string words(const Viewing& viewing, const std::optional<Service>& service);
 
 // "terrestrial (0), satellite (2)".

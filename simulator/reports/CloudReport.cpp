@@ -16,6 +16,27 @@
 
 namespace sim {
 
+namespace {
+
+// Metadata that a TV with these antenna inputs accepts, and that leave its viewing state alone.
+std::string metadataFor(const std::set<int>& antenna) {
+    Json::Value setting;
+    setting["antenna"] = application::antennaMask(antenna);
+    setting["tvmode"]["antenna_mode"] = -1;
+    setting["tvmode"]["service_mode"] = -1;
+    setting["source"] = -1;
+    setting["service_id"] = std::to_string(UINT64_MAX);
+    setting["category"]["mode"] = -1;
+    setting["category"]["param"] = "0";
+    setting["category"]["sort"] = -1;
+    Json::Value root;
+    root["version"] = application::SCHEMA_VERSION;
+    root["setting"] = setting;
+    return writeJson(root);
+}
+
+}  // namespace
+
 std::string ofAccount(const std::string& account) {
     return account.empty() || account == DEFAULT_ACCOUNT ? "" : " of the account " + account;
 }
@@ -56,28 +77,6 @@ FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name) {
 std::string antennaOf(const StoredBackup& backup) {
     const std::optional<std::set<int>> inputs = application::antennaInputsOf(readMetadata(backup.metadata).antenna);
     return inputs ? antennaWords(*inputs) : "unknown";
-}
-
-std::string deviceOf(const Bundle& bundle) {
-    const Entries& iss = bundle.setup().of(Item::Iss);
-    const auto set = iss.find("set");
-    return set == iss.end() ? "" : set->second;
-}
-
-std::string metadataFor(const std::set<int>& antenna) {
-    Json::Value setting;
-    setting["antenna"] = application::antennaMask(antenna);
-    setting["tvmode"]["antenna_mode"] = -1;
-    setting["tvmode"]["service_mode"] = -1;
-    setting["source"] = -1;
-    setting["service_id"] = std::to_string(UINT64_MAX);
-    setting["category"]["mode"] = -1;
-    setting["category"]["param"] = "0";
-    setting["category"]["sort"] = -1;
-    Json::Value root;
-    root["version"] = application::SCHEMA_VERSION;
-    root["setting"] = setting;
-    return writeJson(root);
 }
 
 std::optional<Reason> incompatibility(const Metadata& metadata, const std::set<int>& antenna) {
@@ -123,7 +122,8 @@ std::string importBundle(CloudStore& store, const Bundle& bundle, const std::fil
     NewBackup backup;
     static_cast<Address&>(backup) = {account, application::CLIENT_ID, application::CATEGORY};
     backup.metadata = bundle.metadataText() ? *bundle.metadataText() : metadataFor(tv->antenna());
-    backup.device = deviceOf(bundle);
+    const Entries& iss = bundle.setup().of(Item::Iss);
+    backup.device = iss.count("set") == 1 ? iss.at("set") : "";
     if (bundle.setup().services) {
         backup.services = bundle.setup().services->counts().services;
     }

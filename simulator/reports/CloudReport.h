@@ -32,12 +32,6 @@ FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name);
 // The antenna inputs that a backup was made with, in words.
 std::string antennaOf(const StoredBackup& backup);
 
-// The serial number of the set that made a bundle, from its iss database; empty if it has none.
-std::string deviceOf(const Bundle& bundle);
-
-// Makes metadata that a TV with these antenna inputs accepts, and that leaves its viewing state alone.
-std::string metadataFor(const std::set<int>& antenna);
-
 struct Reason {
     Cause cause = Cause::None;
     std::string why;
@@ -54,8 +48,8 @@ struct Prospect {
 Prospect prospectOf(const Bundle& bundle, const Tv& tv);
 
 // Puts the bundle file into the store as a new backup of an account, and returns its id. A bundle without metadata gets
-// those of metadataFor() for `tv`, which may be null otherwise. Throws Error: Damaged if the file is no bundle, or what
-// the store throws.
+// some that `tv`, which may be null otherwise, accepts, and that leave its viewing state alone. Throws Error: Damaged
+// if the file is no bundle, or what the store throws.
 std::string importBundle(CloudStore& store, const Bundle& bundle, const std::filesystem::path& file,
                          const std::string& account, const Tv* tv);
 

@@ -33,8 +33,8 @@ struct Evidence {
     const Run& run;
     std::vector<CallRecord> calls;
     std::vector<LogRecord> log;
-    std::optional<StoredBackup> backup;  // that the cloud took or handed out
-    std::optional<Bundle> bundle;        // of that backup
+    std::optional<StoredBackup> backup = std::nullopt;  // that the cloud took or handed out
+    std::optional<Bundle> bundle = std::nullopt;        // of that backup
 
     bool called(const PlatformCall& call) const {
         return std::any_of(calls.begin(), calls.end(), [&](const CallRecord& each) { return each.name == call.name; });
@@ -135,20 +135,15 @@ std::vector<ItemVerdict> judgeItems(const Evidence& evidence) {
         return items;  // nothing was handed over, or not what was asked for
     }
     const Setup now = evidence.tv.setup();
-    const Fingerprints before = evidence.tv.runs().record(evidence.run.id).before();
-    const Fingerprints after = evidence.isRestore() ? evidence.tv.fingerprints() : Fingerprints();
-    const auto in = [](const Fingerprints& fingerprints, Item item) {
-        const auto found = fingerprints.find(item);
-        return found == fingerprints.end() ? "" : found->second;
-    };
+    Fingerprints before = evidence.tv.runs().record(evidence.run.id).before();
+    Fingerprints after = evidence.isRestore() ? evidence.tv.fingerprints() : Fingerprints();
     for (const auto& [item, name] : NAMES<Item>) {
         const auto lacking = now.lacking.find(item);
         if (lacking != now.lacking.end()) {
             items.push_back({item, ItemState::Unreadable, lacking->second});
         } else {
-            items.push_back(evidence.isRestore()
-                                ? judgeAfterRestore(evidence, item, now, in(before, item) != in(after, item))
-                                : judgeAfterBackup(evidence, item, now));
+            items.push_back(evidence.isRestore() ? judgeAfterRestore(evidence, item, now, before[item] != after[item])
+                                                 : judgeAfterBackup(evidence, item, now));
         }
     }
     return items;
@@ -380,8 +375,8 @@ void takeBackup(Evidence& evidence) {
 }  // namespace
 
 Verdict judge(const Tv& tv, const CloudStore& store, const Run& run) {
-    Evidence evidence{tv,           store,       run, tv.runs().record(run.id).calls(), tv.runs().record(run.id).log(),
-                      std::nullopt, std::nullopt};
+    const RunFile record = tv.runs().record(run.id);
+    Evidence evidence{tv, store, run, record.calls(), record.log()};
     Verdict verdict;
     if (!run.backup.empty()) {
         takeBackup(evidence);

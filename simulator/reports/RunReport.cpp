@@ -62,14 +62,11 @@ std::vector<LogRecord> merged(const std::vector<LogRecord>& log) {
         LogRecord* last = records.empty() ? nullptr : &records.back();
         if (record.sink == LogSink::Logger && last != nullptr && last->sink == LogSink::System &&
             last->seq + 1 == record.seq) {
-            const int seq = last->seq;
-            const int priority = last->priority;
-            const std::string tag = last->tag;
-            *last = record;
-            last->seq = seq;
             last->sink = LogSink::Both;
-            last->priority = priority;
-            last->tag = tag;
+            last->file = record.file;
+            last->function = record.function;
+            last->line = record.line;
+            last->message = record.message;
         } else {
             records.push_back(record);
         }

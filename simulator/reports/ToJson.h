@@ -58,7 +58,7 @@ Json::Value toJson(const std::map<std::string, Value>& values) {
 Json::Value toJson(const Service& service);
 Json::Value toJson(const Viewing& viewing);
 Json::Value toJson(const Metadata& metadata);
-Json::Value toJson(const ArchiveEntry& entry);
+Json::Value toJson(const UnpackedEntry& entry);
 Json::Value toJson(const ChannelCounts& counts);
 Json::Value toJson(const Bundle& bundle);
 Json::Value toJson(const Prospect& prospect);

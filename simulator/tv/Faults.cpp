@@ -20,14 +20,6 @@ bool takesNumber(Failure::Kind kind) {
     return kind == Failure::Kind::Result || kind == Failure::Kind::Answer || kind == Failure::Kind::Delay;
 }
 
-int numberOf(const std::string& failure, const std::string& value) {
-    const std::optional<int> number = toNumber<int>(value);
-    if (!number) {
-        throw Error(fmt::format("failure {}: {} is not a number", inQuotes(failure), inQuotes(value)));
-    }
-    return *number;
-}
-
 // `candidates` are for the message.
 Failure parseFailure(const std::string& text, const std::vector<std::string>& candidates = {}) {
     const std::optional<Failure::Kind> kind = fromName<Failure::Kind>(failureKind(text));
@@ -40,16 +32,14 @@ Failure parseFailure(const std::string& text, const std::vector<std::string>& ca
         throw Error(
             fmt::format("no failure {}{}; see: halcyon-tv fault calls", inQuotes(text), didYouMean(text, candidates)));
     }
-    Failure failure{*kind};
-    if (takesNumber(*kind)) {
-        failure.number = numberOf(text, value);
-    } else if (damage) {
-        failure.damage = *damage;
+    const std::optional<int> number = takesNumber(*kind) ? toNumber<int>(value) : 0;
+    if (!number) {
+        throw Error(fmt::format("failure {}: {} is not a number", inQuotes(text), inQuotes(value)));
     }
-    if (*kind == Failure::Kind::Delay && failure.number < 0) {
+    if (*kind == Failure::Kind::Delay && *number < 0) {
         throw Error(fmt::format("failure {}: a delay cannot be negative", inQuotes(text)));
     }
-    return failure;
+    return {*kind, *number, damage.value_or(Damage::Missing)};
 }
 
 }  // namespace
@@ -67,8 +57,8 @@ FaultRule makeRule(const std::string& call, const std::string& failure) {
     const PlatformCall* known = findPlatformCall(call);
     if (known == nullptr || known->failures.empty()) {
         std::vector<std::string> names;
-        for (const PlatformCall* each : platformCalls()) {
-            names.emplace_back(each->failures.empty() ? "" : each->name);
+        for (const PlatformCall& each : callsThatCanFail()) {
+            names.emplace_back(each.name);
         }
         throw Error(
             fmt::format("no call {} can fail{}; see: halcyon-tv fault calls", inQuotes(call), didYouMean(call, names)));

@@ -80,7 +80,7 @@ std::optional<Record> parseLine(const char* kind, std::string_view line) {
 std::string headOf(Run run) {
     std::string line = lineOf("run", run);
     while (line.size() >= HEAD_BYTES && !run.detail.empty()) {
-        run.detail.resize(run.detail.size() / 2);
+        run.detail.resize(startOf(run.detail, run.detail.size() / 2).size());
         line = lineOf("run", run);
     }
     line.resize(HEAD_BYTES - 1, ' ');

@@ -23,8 +23,10 @@ struct Settable {
     std::function<void(Tv&, const std::string& value)> set;
 };
 
-[[noreturn]] void refuse(const std::string& what, const std::string& value) {
-    throw Error(fmt::format("the TV has no {} {}; see: halcyon-tv status --services", what, inQuotes(value)));
+void require(bool isThere, const char* what, const std::string& value) {
+    if (!isThere) {
+        throw Error(fmt::format("the TV has no {} {}; see: halcyon-tv status --services", what, inQuotes(value)));
+    }
 }
 
 template <typename Number>
@@ -53,34 +55,26 @@ std::vector<std::string> parts(const std::string& value, std::size_t count, cons
 void setMode(Tv& tv, const std::string& value) {
     const std::vector<std::string> codes = parts(value, 2, "ANTENNA/SERVICE, such as 2/0");
     const TvMode mode{code<AntennaMode>(codes[0]), code<ServiceMode>(codes[1])};
-    if (!tv.has(mode)) {
-        refuse("mode", value);
-    }
+    require(tv.has(mode), "mode", value);
     tv.changeViewing([&](Viewing& viewing) { viewing.mode = mode; });
 }
 
 void setService(Tv& tv, const std::string& value) {
     const auto id = number<std::uint64_t>(value);
-    if (!tv.services().find(id)) {
-        refuse("service", value);
-    }
+    require(tv.services().find(id).has_value(), "service", value);
     tv.changeViewing([&](Viewing& viewing) { viewing.serviceId = id; });
 }
 
 void setSource(Tv& tv, const std::string& value) {
     const auto source = code<Source>(value);
-    if (!tv.has(source)) {
-        refuse("source", value);
-    }
+    require(tv.has(source), "source", value);
     tv.changeViewing([&](Viewing& viewing) { viewing.source = source; });
 }
 
 void setCategory(Tv& tv, const std::string& value) {
     const std::vector<std::string> codes = parts(value, 3, "CODE/PARAM/SORT, such as 1/2/0");
     const Category category{code<CategoryKind>(codes[0]), number<std::uint64_t>(codes[1]), code<SortMode>(codes[2])};
-    if (!tv.has(category)) {
-        refuse("category", value);
-    }
+    require(tv.has(category), "category", value);
     tv.changeViewing([&](Viewing& viewing) { viewing.category = category; });
 }
 
@@ -92,10 +86,6 @@ void setAntenna(Tv& tv, const std::string& value) {
     tv.setAntenna(statuses);
 }
 
-void setNow(Tv& tv, const std::string& value) {
-    tv.setTime(value == "running" ? std::nullopt : std::optional(parseTime(value)));
-}
-
 void setScan(Tv& tv, const std::string& value) {
     if (value != "on" && value != "off") {
         throw Error(fmt::format("a scan is on or off, not {}", inQuotes(value)));
@@ -104,16 +94,9 @@ void setScan(Tv& tv, const std::string& value) {
 }
 
 bool fits(SettingType type, const std::string& value) {
-    switch (type) {
-        case SettingType::Int:
-            return toNumber<int>(value).has_value();
-        case SettingType::Bool:
-            return value == "0" || value == "1";
-        case SettingType::Double:
-            return toNumber<double>(value).has_value();
-        default:
-            return true;
-    }
+    return type == SettingType::String || (type == SettingType::Bool && (value == "0" || value == "1")) ||
+           (type == SettingType::Int && toNumber<int>(value)) ||
+           (type == SettingType::Double && toNumber<double>(value));
 }
 
 const std::string SETTING_PREFIX = "setting:";
@@ -138,29 +121,27 @@ void setSetting(Tv& tv, const std::string& name, const std::string& value) {
     }
 }
 
-const std::vector<Settable>& settables() {
-    static const std::vector<Settable> all = [] {
-        std::vector<Settable> table = {
-            {"mode", "ANTENNA/SERVICE", &setMode},
-            {"service", "id", &setService},
-            {"source", "0 to 4", &setSource},
-            {"category", "CODE/PARAM/SORT", &setCategory},
-            {"antenna",
-             "connected inputs separated by commas: 0 terrestrial, 1 cable, 2 satellite, 3 second satellite, 4 "
-             "combined",
-             &setAntenna},
-            {"scan", "on or off", &setScan},
-            {"account", "whose backups it makes and restores",
-             [](Tv& tv, const std::string& value) { tv.setAccount(value); }},
-            {"now", "a time such as 2026-01-31T18:00:00Z to stop the clock at, or running", &setNow},
-        };
-        for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
-            table.push_back({fmt::format("favname{}", list), "a name", [list](Tv& tv, const std::string& value) {
-                                 tv.settings().setFavouriteName(list, value);
-                             }});
-        }
-        return table;
-    }();
+std::vector<Settable> settables() {
+    std::vector<Settable> all = {
+        {"mode", "ANTENNA/SERVICE", &setMode},
+        {"service", "id", &setService},
+        {"source", "0 to 4", &setSource},
+        {"category", "CODE/PARAM/SORT", &setCategory},
+        {"antenna",
+         "connected inputs separated by commas: 0 terrestrial, 1 cable, 2 satellite, 3 second satellite, 4 combined",
+         &setAntenna},
+        {"scan", "on or off", &setScan},
+        {"account", "whose backups it makes and restores",
+         [](Tv& tv, const std::string& value) { tv.setAccount(value); }},
+        {"now", "a time such as 2026-01-31T18:00:00Z to stop the clock at, or running",
+         [](Tv& tv, const std::string& value) {
+             tv.setTime(value == "running" ? std::nullopt : std::optional(parseTime(value)));
+         }},
+    };
+    for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
+        all.push_back({fmt::format("favname{}", list), "a name",
+                       [list](Tv& tv, const std::string& value) { tv.settings().setFavouriteName(list, value); }});
+    }
     return all;
 }
 
@@ -177,21 +158,20 @@ std::time_t parseTime(const std::string& text) {
 }
 
 void setByName(Tv& tv, const std::string& name, const std::string& value) {
+    if (name.compare(0, SETTING_PREFIX.size(), SETTING_PREFIX) == 0) {
+        setSetting(tv, name, value);
+        return;
+    }
+    std::vector<std::string> names;
     for (const Settable& settable : settables()) {
         if (settable.name == name) {
             settable.set(tv, value);
             return;
         }
+        names.push_back(settable.name);
     }
-    if (name.compare(0, SETTING_PREFIX.size(), SETTING_PREFIX) != 0) {
-        std::vector<std::string> names;
-        for (const Settable& settable : settables()) {
-            names.push_back(settable.name);
-        }
-        throw Error(fmt::format("cannot set {} to {}{}; see: halcyon-tv set --help", inQuotes(name), inQuotes(value),
-                                didYouMean(name, names)));
-    }
-    setSetting(tv, name, value);
+    throw Error(fmt::format("cannot set {} to {}{}; see: halcyon-tv set --help", inQuotes(name), inQuotes(value),
+                            didYouMean(name, names)));
 }
 
 std::string settableHelp() {

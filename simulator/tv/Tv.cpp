@@ -75,19 +75,8 @@ Statement stateOf(const Database& database, std::string_view columns) {
 std::string inXml(const std::string& text) {
     std::string escaped;
     for (const char c : text) {
-        switch (c) {
-            case '&':
-                escaped += "&amp;";
-                break;
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '"':
-                escaped += "&quot;";
-                break;
-            default:
-                escaped += c;
-        }
+        const bool isPlain = std::string_view("&<\"").find(c) == std::string_view::npos;
+        escaped += isPlain ? std::string(1, c) : fmt::format("&#{};", static_cast<int>(c));
     }
     return escaped;
 }
