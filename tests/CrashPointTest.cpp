@@ -138,7 +138,7 @@ TEST_P(Kill, AtEachCall) {
     });
     EXPECT_EQ(status, 0);
     EXPECT_GT(points, 200);
-    std::cout << "crash points: " << points << " killed\n";
+    std::cout << "swept " << points << " crash points, the process killed\n";
 }
 
 INSTANTIATE_TEST_SUITE_P(CrashPoint, Kill, ::testing::Values(Operation::Backup, Operation::Restore),
@@ -221,7 +221,7 @@ TEST_P(Refuse, EachCall) {
         expectRecovery(tv);
     }
     EXPECT_GT(all.size(), 40U);
-    std::cout << "crash points: " << all.size() << " " << refusal.name << "\n";
+    std::cout << "swept " << all.size() << " crash points, " << refusal.name << "\n";
 }
 
 INSTANTIATE_TEST_SUITE_P(
