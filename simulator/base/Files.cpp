@@ -177,6 +177,7 @@ void forEachLine(const fs::path& path, const std::function<void(std::string_view
                 begun += part;
                 return;
             }
+            // Most lines lie within one block, and need no copy.
             take(begun.empty() ? part : begun += part);
             begun.clear();
             block.remove_prefix(end + 1);

@@ -194,6 +194,7 @@ std::string inColumns(std::string_view text, std::size_t columns) {
     std::size_t taken = 0;
     forEachCharacter(safe, [&](const Character& character) {
         taken += columnsOf(character);
+        // The last column is for the "…".
         if (taken < columns) {
             cut += character.bytes;
         }

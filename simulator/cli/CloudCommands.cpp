@@ -79,6 +79,7 @@ int import(const Session& session, const ImportOptions& options) {
               "No metadata is known of the bundle. Making some up: the antenna inputs of the TV at {}, and no viewing "
               "state.\n",
               session.home.string());
+        // Opened only here: with metadata, a bundle can be imported where there is no TV.
         tv.emplace(session.home, sim::Database::Access::Look);
     }
     const std::string known = accountOf(session);

@@ -88,6 +88,7 @@ void addCompareCommands(CLI::App& app, Action& chosen) {
     addCommand(app, "diff", "Compare two channel set-ups, service by service; one side: this TV and that one",
                "halcyon-tv diff 000003", chosen,
                [sides](const Session& session) {
+                   // A single side is compared with the TV, which is then the left one.
                    const std::string left = sides->size() == 2 ? sides->front() : "";
                    return printDifference(session, chooseSide(session, left), chooseSide(session, sides->back()));
                })

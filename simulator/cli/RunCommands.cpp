@@ -198,6 +198,7 @@ int run(const Session& session, const RunOptions& options) {
     warnOfLeftovers(tv);
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
     sim::RunRequest request = options.request;
+    // Chosen before the launch: a wrong id is an error of the command, and no failed run.
     if (!request.backup.empty()) {
         request.backup = sim::chooseBackup(*store, request.backup, tv.account()).id;
     }
@@ -245,6 +246,7 @@ int record(const Session& session, const RecordOptions& options) {
     }
     const sim::RunReport report = sim::reportRun(tv, *store, *run);
     sim::TimelineFilter filter = options.filter;
+    // A filter of one kind leaves the other kind out, unless that is asked for.
     filter.calls = options.calls || !(options.log || filter.priority > 0);
     filter.log = options.log || !(options.calls || !filter.call.empty());
     const bool isBrief = session.isQuiet && !session.isJson;

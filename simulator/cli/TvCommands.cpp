@@ -31,6 +31,7 @@ int init(const Session& session, const InitOptions& options) {
     sim::ChannelSummary list;
     const auto read = [&](sim::ChannelSink& sink) {
         list = sim::readChannelList(options.channels, sink);
+        // Said before a later step can fail, which may be why it does.
         for (const std::string& problem : list.problems) {
             print(stderr, "{}\n", problem);
         }

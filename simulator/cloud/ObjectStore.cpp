@@ -278,6 +278,7 @@ void ObjectStore::forEachObject(const std::string& prefix, int pageSize,
                 return;
             }
         }
+        // A store that promises more but gives nothing would be asked for ever.
         hasMore = page.hasMore && !page.objects.empty();
         after = page.objects.empty() ? "" : page.objects.back().key;
     }

@@ -161,6 +161,7 @@ std::vector<std::string> pidsOf(const std::string& field) {
     for (const std::string& part : split(field, ';')) {
         for (const std::string& pid : split(part, ',')) {
             const std::string digits = pid.substr(0, pid.find_first_of("=+@"));
+            // 0 stands for no such stream.
             if (toNumber<int>(digits).value_or(0) > 0) {
                 pids.push_back(digits);
             }
@@ -176,6 +177,7 @@ void add(std::string& section, std::string_view key, const Value& value) {
 
 void addSatellite(std::string& section, const Service& service, const Parameters& parameters) {
     const bool isSecond = isSecondGeneration(parameters);
+    // Of satellites, the format gives kHz; of everything else, Hz.
     add(section, "FREQUENCY", service.frequency / 1000);
     add(section, "SYMBOL_RATE", service.symbolRate * 1000);
     add(section, "INNER_FEC", wordOf(RATES, parameters, 'C'));

@@ -33,6 +33,7 @@ void adoptIss(const fs::path& archive, const fs::path& built) {
 
 void IssDb::create(const Entries& entries) const {
     const ScratchFolder scratch(m_file.parent_path());
+    // The block closes the database, which writes what is left of it, before the file is put in place.
     {
         Database database = Database::makeBeside(scratch / DATABASE, SCHEMA);
         Transaction transaction(database);

@@ -38,6 +38,7 @@ public:
             m_problems.push_back(fmt::format("{} is no text", key));
             return absent;
         }
+        // As the application does: digits count up to the first other character.
         return std::strtoull(parent[key].asCString(), nullptr, 10);
     }
 
@@ -62,6 +63,7 @@ Metadata readMetadata(const std::string& text) {
         metadata.version = root["version"].asString();
     }
     const Json::Value& setting = reader.object(root, "setting");
+    // The application reads no further either.
     if (!setting.isObject()) {
         return metadata;
     }

@@ -5,6 +5,7 @@
 namespace sim {
 
 std::string serviceKind(const Service& service) {
+    // A list gives 0 for a service without conditional access.
     const bool isScrambled = service.conditionalAccess.find_first_not_of("0,") != std::string::npos;
     return service.type == "radio" ? "radio" : (isScrambled ? "scrambled" : "television");
 }

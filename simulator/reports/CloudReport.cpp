@@ -50,6 +50,7 @@ BackupName chooseBackup(const CloudStore& store, const std::string& id, const st
             found.push_back(backup);
         }
     }
+    // A restore of a damaged backup can only fail: the newest one that it can succeed with is meant.
     while (id.empty() && !found.empty() && !store.look(found.back()).damage.empty()) {
         found.pop_back();
     }
@@ -65,6 +66,7 @@ BackupName chooseBackup(const CloudStore& store, const std::string& id, const st
 }
 
 FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name) {
+    // A bundle is read whole when it is opened, so that its file need not stay.
     const ScratchFolder scratch(temporaryFolder());
     StoredBackup backup = store.fetch(name, scratch.path());
     if (!backup.damage.empty()) {

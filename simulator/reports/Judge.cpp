@@ -97,9 +97,11 @@ ItemVerdict judgeAfterBackup(const Evidence& evidence, Item item, const Setup& n
                    : ItemVerdict{item, ItemState::Differs, "they are in the backup, though they are this set's own"};
     }
     if (part.state == PartState::Absent) {
+        // A TV without a CI module has no files of it to back up.
         const bool isMissing = item != Item::Ci || !now.of(Item::Ci).empty();
         return {item, isMissing ? ItemState::Missing : ItemState::Kept, part.problem};
     }
+    // A backup that even its own TV would refuse is lost.
     const std::optional<Reason> reason =
         item == Item::Viewing ? incompatibility(evidence.bundle->metadata(), evidence.tv.antenna()) : std::nullopt;
     const std::string difference = reason ? reason->why : howItDiffers(item, evidence.bundle->setup(), now);

@@ -52,6 +52,7 @@ Verdict verdictOn(const Tv& tv, const CloudStore& store, const Run& run) {
     if (std::optional<Verdict> given = tv.runs().record(run.id).verdict()) {
         return *given;
     }
+    // Of an older run, nobody can tell any more what was on the TV when it ended.
     return run.id == tv.runs().newest() ? judge(tv, store, run) : verdictByRecord(run);
 }
 
@@ -100,6 +101,7 @@ std::vector<RunReport> reportRuns(const Tv& tv, const CloudStore& store) {
 
 std::vector<Moment> timelineOf(const Tv& tv, const RunReport& report, const TimelineFilter& filter) {
     std::vector<Moment> timeline;
+    // Both kinds share one sequence, which is put together again here.
     const auto isDecisive = [&](int seq) { return seq == report.verdict.decisive; };
     for (const CallRecord& call : tv.runs().record(report.run.id).calls()) {
         if (passes(filter, call)) {

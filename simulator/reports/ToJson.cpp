@@ -35,6 +35,7 @@ Json::Value toJson(std::string_view text) {
 Json::Value toJson(const Service& service) {
     Json::Value value;
     for (const ServiceColumn& column : SERVICE_COLUMNS) {
+        // What says only how a list was written is nothing that scripts should rely on.
         if (*column.json != '\0') {
             std::visit([&](auto member) { value[column.json] = toJson(service.*member); }, column.member);
         }

@@ -16,6 +16,7 @@ std::vector<std::string> leftoversOf(const Tv& tv) {
     std::vector<std::string> leftovers;
     const fs::path folder = unpackFolderOf(tv);
     std::error_code error;
+    // A folder that is not there, as before the first restore, holds nothing.
     for (auto file = fs::recursive_directory_iterator(folder, error);
          !error && file != fs::recursive_directory_iterator(); file.increment(error)) {
         if (!file->is_directory(error)) {

@@ -67,6 +67,7 @@ FaultRule makeRule(const std::string& call, const std::string& failure) {
     FaultRule rule;
     rule.call = call;
     rule.failure = parseFailure(failure, failures);
+    // The list has only the numbers that are worth a test.
     const bool hasNumber = takesNumber(rule.failure.kind);
     if (std::none_of(failures.begin(), failures.end(), [&](const std::string& each) {
             return hasNumber ? failureKind(each) == failureKind(failure) : each == failure;

@@ -83,6 +83,7 @@ std::string headOf(Run run) {
         run.detail.resize(startOf(run.detail, run.detail.size() / 2).size());
         line = lineOf("run", run);
     }
+    // JSON may end with blanks.
     line.resize(HEAD_BYTES - 1, ' ');
     return line + '\n';
 }

@@ -23,6 +23,7 @@ std::optional<std::int64_t> idOf(const fs::path& file) {
 }
 
 bool isAlive(int pid) {
+    // Of a process of another user, EPERM says that it lives.
     return ::kill(pid, 0) == 0 || errno != ESRCH;
 }
 
@@ -87,6 +88,7 @@ std::optional<Run> Runs::close(std::int64_t after, int pid, const std::string& d
     }
     Run run = record(id).run();
     run.id = id;
+    // The process may have ended before it began a record; then the newest run is of another one.
     if (run.pid != pid) {
         return std::nullopt;
     }

@@ -133,6 +133,7 @@ void Tv::create(const fs::path& home, const ChannelSource& list, const std::stri
         throw Error(fmt::format("the path of a TV home has at most {} bytes, and {} has {}", limits::HOME_PATH_BYTES,
                                 inQuotes(home.string()), home.string().size()));
     }
+    // It is built beside its place, as a rename cannot cross file systems.
     const ScratchFolder scratch(home.parent_path());
     const fs::path built = scratch / "tv";
     makePrivateFolder(built);
