@@ -1,6 +1,7 @@
 #include "simulator/base/Descriptor.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "simulator/base/Error.h"
@@ -20,6 +21,22 @@ Descriptor openFile(const std::filesystem::path& path, int flags, mode_t mode) {
         throw Error::ofSystem(path, (flags & O_ACCMODE) == O_RDONLY ? "cannot read" : "cannot write");
     }
     return descriptor;
+}
+
+DescriptorPair socketPair(std::string_view what) {
+    std::array<int, 2> ends = {-1, -1};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+        throw Error::ofSystem(what, "cannot be connected");
+    }
+    return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+DescriptorPair pipePair(std::string_view what) {
+    std::array<int, 2> ends = {-1, -1};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+        throw Error::ofSystem(what, "cannot be connected");
+    }
+    return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
 
 void writeAll(const Descriptor& descriptor, std::string_view bytes, const std::filesystem::path& path) {

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <filesystem>
 #include <string_view>
 #include <utility>
@@ -32,6 +33,12 @@ private:
 
 // Opens a file with `flags` and O_CLOEXEC. Throws Error.
 Descriptor openFile(const std::filesystem::path& path, int flags, mode_t mode = 0);
+
+// The two ends of a pair of stream sockets; or of a pipe, the first to read from and the second to write to. Both throw
+// Error; `what` is for its message.
+using DescriptorPair = std::array<Descriptor, 2>;
+DescriptorPair socketPair(std::string_view what);
+DescriptorPair pipePair(std::string_view what);
 
 // Writes all bytes at the file's current position. Throws Error; `path` is for its message.
 void writeAll(const Descriptor& descriptor, std::string_view bytes, const std::filesystem::path& path);

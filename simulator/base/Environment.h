@@ -17,6 +17,7 @@ constexpr char LOCK_VARIABLE[] = "HALCYON_TV_LOCK";        // descriptor that ho
 constexpr char WAIT_VARIABLE[] = "HALCYON_TV_WAIT";        // seconds to wait for that lock
 constexpr char KEEP_VARIABLE[] = "HALCYON_TV_KEEP";        // how many runs' records are kept
 constexpr char SANDBOX_VARIABLE[] = "HALCYON_TV_SANDBOX";  // "off": the application is not confined
+constexpr char SOCKET_VARIABLE[] = "HALCYON_TV_SOCKET";    // descriptor that leads to the TV's services
 constexpr char STALL_VARIABLE[] = "HALCYON_CLOUD_STALL";   // seconds without a byte before a request is given up
 
 // A folder's path, absolute and without a trailing '/'. Throws Error if the working folder is gone.

@@ -1,14 +1,12 @@
 #include "simulator/base/Error.h"
 
-#include <fmt/format.h>
-
 #include <cerrno>
 #include <cstring>
 
 namespace sim {
 
 Error Error::ofSystem(const std::filesystem::path& path, std::string_view what, int number) {
-    return {kindOfErrno(number), fmt::format("{}: {}: {}", path.string(), what, std::strerror(number))};
+    return {kindOfErrno(number), path.string() + ": " + std::string(what) + ": " + std::strerror(number)};
 }
 
 Error::Kind kindOfErrno(int error) {

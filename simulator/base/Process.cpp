@@ -1,6 +1,5 @@
 #include "simulator/base/Process.h"
 
-#include <fmt/format.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,7 +25,7 @@ std::vector<std::string> mergedEnvironment(std::map<std::string, std::string> me
     std::vector<std::string> entries;
     entries.reserve(merged.size());
     for (const auto& [name, value] : merged) {
-        entries.push_back(fmt::format("{}={}", name, value));
+        entries.push_back(name + "=" + value);
     }
     return entries;
 }
@@ -102,7 +101,7 @@ int Process::wait() const {
     int status = 0;
     while (::waitpid(m_id, &status, 0) < 0) {
         if (errno != EINTR) {
-            throw Error::ofSystem(fmt::format("process {}", m_id), "cannot wait");
+            throw Error::ofSystem("process " + std::to_string(m_id), "cannot wait");
         }
     }
     return status;
@@ -110,8 +109,8 @@ int Process::wait() const {
 
 std::string describeEnd(int status) {
     return WIFSIGNALED(status)
-               ? fmt::format("killed by signal {} ({})", WTERMSIG(status), ::strsignal(WTERMSIG(status)))
-               : fmt::format("ended with code {}", WEXITSTATUS(status));
+               ? "killed by signal " + std::to_string(WTERMSIG(status)) + " (" + ::strsignal(WTERMSIG(status)) + ")"
+               : "ended with code " + std::to_string(WEXITSTATUS(status));
 }
 
 }  // namespace sim

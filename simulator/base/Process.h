@@ -21,6 +21,7 @@ class Process {
 public:
     // Throws Error if the program cannot be started.
     explicit Process(const ProcessOptions& options);
+    Process(Process&&) = default;
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
