@@ -9,7 +9,8 @@
 #include "simulator/base/Environment.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Sandbox.h"
-#include "simulator/device/Device.h"
+#include "simulator/client/Connection.h"
+#include "simulator/tv/Tv.h"
 
 namespace fs = std::filesystem;
 
@@ -75,9 +76,9 @@ void openTv() {
     constexpr int CALLS_OF_A_RUN = 200;
     static int calls = 0;
     if (++calls % CALLS_OF_A_RUN == 0) {
-        sim::Device::close();
+        client::Connection::close();
     }
-    sim::Device::current();
+    client::Connection::current();
 }
 
 }  // namespace fuzz

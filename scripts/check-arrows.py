@@ -10,14 +10,16 @@ import sys
 # Which rooms a room may include; packaging/ has the program that writes the manuals.
 MAY = {
     "base": "base",
+    "wire": "wire base",
+    "client": "client wire base",
     "lineup": "lineup base",
-    "tv": "tv lineup base",
+    "tv": "tv lineup wire base",
     "cloud": "cloud base",
-    "device": "device tv cloud lineup base",
+    "device": "device tv cloud lineup wire base",
     "reports": "reports tv cloud lineup base",
-    "launch": "launch reports tv cloud lineup base",
+    "launch": "launch reports device tv cloud lineup base",
     "web": "web launch reports tv cloud lineup base",
-    "cli": "cli web launch reports tv cloud lineup base",
+    "cli": "cli web launch device reports tv cloud lineup base",
     "packaging": "cli device base",
 }
 # The only rooms, or files without their suffix, that may include what begins so.
@@ -25,7 +27,7 @@ HOMES = {
     "<sqlite3.h": ["base/Database", "lineup/ReceivedDatabase"],
     "<curl/": ["cloud"],
     "<minizip/": ["lineup/Unpacking"],
-    '"platform/': ["device"],
+    '"platform/': ["client"],
 }
 
 

@@ -31,12 +31,9 @@ using ::testing::Not;
 using ::testing::StartsWith;
 
 struct EarlyTv {
-    EarlyTv() {
-        ::setenv("HALCYON_TV_HOME", tv.home.c_str(), 1);
-        ::setenv("HALCYON_CLOUD", tv.cloud.c_str(), 1);
-    }
     test::TempFolder folder;
     test::TestTv tv{folder.path(), "tv", "Welcome:11361:HC23:S19.2E:22000:501=27:502:0:0:5001:1:5:0\n"};
+    const sim::Process services = tv.serveThisProcess();
 };
 __attribute__((init_priority(101))) EarlyTv early;
 

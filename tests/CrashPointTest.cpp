@@ -1,6 +1,6 @@
-// A backup and a restore whose disk fails them at a system call: they are killed there, or the call fails, or the disk
-// is full from there on. The TV and the cloud stay whole, nobody is told a thing that is not so, and the next run
-// works.
+// A backup and a restore whose disk fails them at a system call of the application or of the TV's services: they are
+// killed there, or the call fails, or the disk is full from there on. The TV and the cloud stay whole, nobody is told a
+// thing that is not so, and the next run works.
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -139,6 +139,40 @@ TEST_P(Kill, AtEachCall) {
     EXPECT_EQ(status, 0);
     EXPECT_GT(points, 200);
     std::cout << "swept " << points << " crash points, the process killed\n";
+}
+
+enum class Victim { Caller, Other, Both };
+
+// What one process does when the other is gone. It ends, too: the run would hang otherwise.
+TEST_P(Kill, OfEitherProcessOrBoth) {
+    std::vector<int> callers;
+    run(copyOfAll(), [&](const DiskCall& call) {
+        callers.push_back(call.process);
+        return 0;
+    });
+    constexpr std::size_t POINTS = 12;
+    const auto last = static_cast<int>(callers.size());
+    for (int point = last / 20; point < last; point += last / static_cast<int>(POINTS)) {
+        for (const Victim victim : {Victim::Caller, Victim::Other, Victim::Both}) {
+            test::TestTv tv = copyOfAll();
+            std::set<int> processes;
+            int count = 0;
+            run(tv, [&](const DiskCall& call) {
+                processes.insert(call.process);
+                for (const int process : ++count == point ? processes : std::set<int>()) {
+                    if (victim == Victim::Both || (process == call.process) == (victim == Victim::Caller)) {
+                        ::kill(process, SIGKILL);
+                    }
+                }
+                return 0;
+            });
+            SCOPED_TRACE(fmt::format("{} of {}, victim {}", point, last, static_cast<int>(victim)));
+            EXPECT_GE(count, point);
+            expectWholeTv(tv);
+            expectTruth(tv);
+            expectRecovery(tv);
+        }
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(CrashPoint, Kill, ::testing::Values(Operation::Backup, Operation::Restore),

@@ -35,28 +35,6 @@ using ::testing::StartsWith;
 using ::testing::ThrowsMessage;
 
 // A bundle whose entry names escape from the TV.
-class Escape : public test::Restore, public ::testing::WithParamInterface<const char*> {};
-
-TEST_P(Escape, EndsAtTheTvsDoor) {
-    if (::syscall(SYS_landlock_create_ruleset, nullptr, 0, 1) < 2) {
-        GTEST_SKIP() << "this kernel cannot confine a process";
-    }
-    const std::string name = GetParam();
-    test::makeArchive(storedBackup() / "bundle.zip",
-                      {{name.front() == '/' ? (folder / "escaped").string() : name, "x"}});
-    const test::RunResult run = b.restore();
-    expectRefused(run);
-    EXPECT_THAT(run.log, Contains(AllOf(StartsWith("6 cannot extract "), HasSubstr("escaped"))));
-    EXPECT_FALSE(fs::exists(folder / "escaped"));
-
-    ::setenv("HALCYON_TV_SANDBOX", "off", 1);
-    b.restore();
-    ::unsetenv("HALCYON_TV_SANDBOX");
-    EXPECT_TRUE(fs::exists(folder / "escaped")) << "unconfined, it leads out";
-}
-
-INSTANTIATE_TEST_SUITE_P(Names, Escape, ::testing::Values("/", "../../../../../escaped"));
-
 class HostileInput : public test::CommandLine {};
 
 TEST(Shown, LetsNothingControlTheTerminal) {

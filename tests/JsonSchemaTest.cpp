@@ -6,7 +6,6 @@
 #include <json/value.h>
 
 #include "simulator/base/Json.h"
-#include "simulator/device/Device.h"
 #include "tests/support/TestTv.h"
 
 namespace {
@@ -35,16 +34,16 @@ const std::string UNKNOWN = std::string("-1 -1/-1 -1 ") + ALL_ONES + " -1/0/-1";
 
 class JsonSchema : public test::InProcess {
 protected:
-    // A fault of this process.
+    // A fault of this process, from its next run on.
     void fault(const std::string& call, const std::string& failure) {
         tv.fault(call, failure);
-        sim::Device::close();
+        reconnect();
     }
-    void setAntenna(const std::set<int>& statuses) { sim::Device::current().tv.setAntenna(statuses); }
+    void setAntenna(const std::set<int>& statuses) { tv.open().setAntenna(statuses); }
 };
 
 TEST_F(JsonSchema, CapturesTheTv) {
-    sim::Device::current().tv.changeViewing([](sim::Viewing& viewing) {
+    tv.open().changeViewing([](sim::Viewing& viewing) {
         viewing.mode.service = sim::ServiceMode::Television;
         viewing.source = sim::Source::Input3;
         viewing.category = {sim::CategoryKind::FavouriteList, 5, sim::SortMode::Provider};

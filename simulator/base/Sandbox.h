@@ -12,10 +12,11 @@ namespace sim {
 bool confineWritingTo(const std::vector<std::filesystem::path>& folders);
 
 // For a process that handles what it was sent by somebody else. From now on it can change files below the `writable`
-// folders only, and make nothing but files and folders there. It can read those, the `readable` folders and files as far
-// as they are there, and the system's libraries and time zones. It can start no program, open no socket, and signal or trace no other process.
-// Without Landlock it is put into a mount namespace of its own, where it can read everywhere but in /proc. Returns
-// false if the kernel allows neither; throws Error if a writable folder cannot be opened. The process must have one thread.
+// folders only, and make nothing but files and folders there. It can read those, the `readable` folders and files as
+// far as they are there, and the system's libraries and time zones. It can start no program, open no socket, and signal
+// or trace no other process. Without Landlock it is put into a mount namespace of its own, where it can read everywhere
+// but in /proc. Returns false if the kernel allows neither; throws Error if a writable folder cannot be opened. The
+// process must have one thread.
 bool confineApplication(const std::vector<std::filesystem::path>& writable,
                         const std::vector<std::filesystem::path>& readable);
 

@@ -64,6 +64,10 @@ void addCloudCommands(CLI::App& app, Action& chosen);
 void addCompareCommands(CLI::App& app, Action& chosen);
 void addServeCommand(CLI::App& app, Action& chosen);
 
+// Whether a command line starts the TV's services for one run; and runs them.
+bool isService(int argc, char** argv);
+int service(int argc, char** argv);
+
 // Adds everything to the command line. Parsing fills in `session` as far as options were given, `home` as it was
 // written, and `chosen`.
 void describe(CLI::App& app, Session& session, std::string& home, Action& chosen);

@@ -160,14 +160,14 @@ volatile std::sig_atomic_t launched = 0;
 
 // Like sim::execute(), but signals that would end this process go to the application instead. They are blocked until
 // it has started, so that none is lost.
-sim::EndedProcess executeForwarding(const sim::ProcessOptions& options) {
+sim::EndedProcess executeForwarding(const sim::Start& start) {
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : FORWARDED) {
         sigaddset(&signals, signal);
     }
     ::sigprocmask(SIG_BLOCK, &signals, nullptr);
-    const sim::Process application(options);
+    const sim::Process application = start();
     launched = application.id();
     struct sigaction forward = {};
     forward.sa_handler = [](int signal) { ::kill(launched, signal); };

@@ -94,7 +94,7 @@ int dispatch(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     try {
-        const int code = dispatch(argc, argv);
+        const int code = cli::isService(argc, argv) ? cli::service(argc, argv) : dispatch(argc, argv);
         if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
             throw sim::Error("cannot write to standard output; nothing else is wrong");
         }

@@ -1,139 +1,62 @@
 #include "simulator/device/Device.h"
 
-#include <cxxabi.h>
 #include <fmt/format.h>
 
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <exception>
-#include <memory>
-#include <stdexcept>
 
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
-#include "simulator/base/ExitCodes.h"
 #include "simulator/base/Files.h"
-#include "simulator/base/Sandbox.h"
 #include "simulator/base/Text.h"
 #include "simulator/cloud/OpenCloud.h"
+#include "simulator/device/OwnPath.h"
 #include "simulator/lineup/Application.h"
+
+namespace fs = std::filesystem;
 
 namespace sim {
 
 namespace {
 
-// Inside a function: static objects of other files open the device before those of this file are initialised.
-std::unique_ptr<Device>& slot() {
-    static std::unique_ptr<Device> device;
-    return device;
-}
-
-std::string currentExceptionType() {
-    const std::type_info* type = abi::__cxa_current_exception_type();
-    if (type == nullptr) {
-        return "terminated";
-    }
-    int status = 0;
-    const std::unique_ptr<char, decltype(&std::free)> name(abi::__cxa_demangle(type->name(), nullptr, nullptr, &status),
-                                                           &std::free);
-    return status == 0 ? name.get() : type->name();
-}
-
-void complain(const std::string& message) {
-    std::fprintf(stderr, "halcyon-lineup: %s\n", shown(message).c_str());
-}
-
-// The terminate handler: records the exception that has left the application.
-[[noreturn]] void recordCrash() {
-    std::string detail = currentExceptionType();
-    try {
-        if (std::current_exception()) {
-            std::rethrow_exception(std::current_exception());
-        }
-    } catch (const std::exception& exception) {
-        detail += fmt::format(": {}", exception.what());
-    } catch (...) {
-    }
-    std::fprintf(stderr, "halcyon-lineup crashed: %s\n", shown(detail).c_str());
-    if (slot()) {
-        slot()->record.ended(RunEnd::Crashed, detail);
-    }
-    std::abort();
-}
-
-bool isConfinedWhenOpened = false;
+// Services whose application was killed may hold the lock for another moment.
+constexpr std::chrono::milliseconds PATIENCE{500};
 
 // Holds nothing if the parent process has the lock: a second descriptor would wait for the first forever.
-FolderLock lockHome(const std::filesystem::path& home) {
+FolderLock lockHome(const fs::path& home) {
     const std::optional<int> inherited = toNumber<int>(environment(LOCK_VARIABLE));
     if (inherited && FolderLock::isOf(home, *inherited)) {
         return {};
     }
     const std::chrono::seconds patience(toNumber<int>(environment(WAIT_VARIABLE)).value_or(0));
-    return lockTv(home, patience);
-}
-
-void cutPowerIfRuled() {
-    if (slot() && slot()->faults.next(calls::disk)) {
-        slot()->record.call(calls::disk.name, "", "power cut", std::nullopt);
-        std::raise(SIGKILL);
-    }
+    return lockTv(home, std::max<std::chrono::milliseconds>(patience, PATIENCE));
 }
 
 }  // namespace
 
-Device::Device(const std::filesystem::path& home)
+Device::Device(const fs::path& home, Session& conversation, int process)
     : m_lock(lockHome(home)),
+      session(conversation),
+      application(process),
       tv(home),
       cloud(openCloud(cloudOf(home),
                       [this](const std::string& request, const std::string& outcome) {
                           record.call(calls::cloud_request.name, request, outcome, std::nullopt);
                       })),
-      record(tv, loop),
+      record(tv, loop, application),
       faults(tv.faults()) {
-    if (isConfinedWhenOpened) {
-        confine();
+    for (const fs::path& folder : foldersOfApplication(home)) {
+        makeFolders(folder);
     }
-    onDiskStep(&cutPowerIfRuled);
-    std::set_terminate(&recordCrash);
-    // Neither a closed pipe behind the log nor a limit on file sizes may end the application.
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
+    onDiskStep([this] { cutPowerIfRuled(); });
 }
 
 Device::~Device() {
+    onDiskStep({});
     if (record.dropped() > 0) {
         complain(fmt::format("{} of this run could not be written: {}",
                              plural(static_cast<std::uint64_t>(record.dropped()), "record"), record.reason()));
     }
-}
-
-void Device::confine() const {
-    if (environment(SANDBOX_VARIABLE) == "off") {
-        return;
-    }
-    std::vector<std::filesystem::path> folders = cloud->makeLocalFolders();
-    folders.push_back(tv.home());
-    if (!confineWritingTo(folders)) {
-        complain("this kernel cannot confine a process (Landlock): names in a bundle may lead out of the TV");
-    }
-}
-
-void Device::confineWhenOpened() {
-    isConfinedWhenOpened = true;
-}
-
-Device& Device::current() {
-    if (!slot()) {
-        try {
-            slot().reset(new Device(defaultHome()));
-        } catch (const Error& error) {
-            complain(error.what());
-            std::_Exit(error.kind() == Error::Kind::Locked ? exit_code::BUSY : exit_code::UNUSABLE);
-        }
-    }
-    return *slot();
 }
 
 void Device::noLongerAwaited(const std::string& what) {
@@ -144,19 +67,46 @@ void Device::noLongerAwaited(const std::string& what) {
 }
 
 void Device::keepMetadata() const {
-    const std::filesystem::path kept = tv.home() / application::FAILURE_FOLDER / bundleName;
-    if (bundleName.empty() || !isRegularFile(kept)) {
+    if (bundleName.empty()) {
         return;
     }
     try {
-        writeFile(kept.string() + application::METADATA_SUFFIX, bundleMetadata);
+        const OwnPath kept(tv.home(), tv.home() / application::FAILURE_FOLDER / bundleName);
+        if (kept.isRegularFile()) {
+            kept.use(
+                [&](const fs::path& path) { writeFile(path.string() + application::METADATA_SUFFIX, bundleMetadata); });
+        }
     } catch (const Error& problem) {
-        complain(problem.what());
+        if (problem.kind() != Error::Kind::Missing) {
+            complain(problem.what());
+        }
     }
 }
 
-void Device::close() {
-    slot().reset();
+void Device::damage(const std::string& path, Damage damage) {
+    const OwnPath own(tv.home(), path);
+    if (damage != Damage::Unwritable) {
+        own.use([&](const fs::path& file) { damageFile(file, damage); });
+        return;
+    }
+    // Only a descriptor of its own process leads the application to such a copy.
+    const wire::Text copy = session.deliver<wire::EventId::seal>(path);
+    if (!copy) {
+        throw Error(fmt::format("{}: cannot be sealed", path));
+    }
+    own.use([&](const fs::path& file) { replaceByLink(file, *copy); });
+}
+
+void Device::cutPowerIfRuled() {
+    if (faults.next(calls::disk)) {
+        record.call(calls::disk.name, "", "power cut", std::nullopt);
+        ::kill(application, SIGKILL);
+        std::raise(SIGKILL);
+    }
+}
+
+void complain(const std::string& message) {
+    std::fprintf(stderr, "%s: %s\n", application::NAME, shown(message).c_str());
 }
 
 }  // namespace sim

@@ -1,4 +1,4 @@
-// A TV in operation, for one run of the application. The services share it; each header of platform/ has a source here.
+// A TV in operation, for one run of the application. Its services share it.
 #pragma once
 
 #include <filesystem>
@@ -12,28 +12,26 @@
 #include "simulator/device/FaultInjector.h"
 #include "simulator/device/LaunchOptions.h"
 #include "simulator/device/Recorder.h"
+#include "simulator/device/Session.h"
 #include "simulator/tv/Tv.h"
 
 namespace sim {
 
 class Device {
 public:
-    // The process's device, opened at the first use, which may be before main(). If there is no TV, or if another run
-    // is under way on it, the process ends with a message and exit_code::UNUSABLE or exit_code::BUSY.
-    static Device& current();
-
-    // Makes the process confine itself when the device is opened.
-    static void confineWhenOpened();
-
-    // Closes the device. The next use opens it again and begins a new run.
-    static void close();
-
+    // Opens the TV at `home` and begins the run of an application, which is this process. Throws Error, of the kind
+    // Locked if another run is under way.
+    Device(const std::filesystem::path& home, Session& session, int application);
     ~Device();
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
 
 private:
     FolderLock m_lock;  // of the TV home, taken before anything there is opened; nothing if the parent process holds it
 
 public:
+    Session& session;
+    const int application;
     Tv tv;
     std::unique_ptr<CloudStore> cloud;
     EventLoop loop;
@@ -49,10 +47,14 @@ public:
     // Writes the metadata beside that bundle if the application has kept it in its failure folder.
     void keepMetadata() const;
 
-private:
-    explicit Device(const std::filesystem::path& home);
+    // Damages a file of the application.
+    void damage(const std::string& path, Damage damage);
 
-    void confine() const;
+private:
+    void cutPowerIfRuled();
 };
+
+// A message for the person who runs the application.
+void complain(const std::string& message);
 
 }  // namespace sim

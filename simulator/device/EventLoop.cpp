@@ -1,7 +1,6 @@
 #include "simulator/device/EventLoop.h"
 
 #include <algorithm>
-#include <thread>
 #include <utility>
 
 namespace sim {
@@ -13,8 +12,8 @@ void EventLoop::post(Milliseconds delay, Event event) {
 bool EventLoop::run() {
     while (!m_quit && !m_events.empty()) {
         auto next = m_events.extract(m_events.begin());
-        if (m_realtime) {
-            std::this_thread::sleep_for(next.key() - m_now);
+        if (m_wait) {
+            m_wait(next.key() - m_now);
         }
         m_now = next.key();
         next.mapped()();

@@ -11,9 +11,10 @@ class EventLoop {
 public:
     using Milliseconds = std::chrono::milliseconds;
     using Event = std::function<void()>;
+    using Wait = std::function<void(Milliseconds)>;
 
-    // If set, run() sleeps until each event is due; otherwise it runs them at once.
-    void setRealtime(bool realtime) { m_realtime = realtime; }
+    // What run() does until the next event is due. Without it, run() goes on at once.
+    void setWait(Wait wait) { m_wait = std::move(wait); }
 
     // Time since the loop was made.
     Milliseconds now() const { return m_now; }
@@ -28,7 +29,7 @@ public:
     bool run();
 
 private:
-    bool m_realtime = false;
+    Wait m_wait;
     bool m_quit = false;
     Milliseconds m_now{0};
     std::multimap<Milliseconds, Event> m_events;  // by due time; equal ones stay in the order they were posted

@@ -1,8 +1,5 @@
 #include "simulator/device/FaultInjector.h"
 
-#include <fcntl.h>
-#include <fmt/format.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,26 +13,6 @@ namespace fs = std::filesystem;
 namespace sim {
 
 namespace {
-
-// Returns the path of a copy in memory that nobody, not even root, can change. It lives as long as the process.
-fs::path sealedCopy(const fs::path& file) {
-    const std::string content = readFile(file);
-    const int copy = ::memfd_create("sealed", MFD_ALLOW_SEALING);
-    const bool sealed = copy >= 0 &&
-                        ::write(copy, content.data(), content.size()) == static_cast<ssize_t>(content.size()) &&
-                        ::fcntl(copy, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) == 0;
-    if (!sealed) {
-        throw Error::ofSystem(file, "cannot seal a copy");
-    }
-    return fmt::format("/proc/self/fd/{}", copy);
-}
-
-void replaceByLink(const fs::path& file, const fs::path& target) {
-    removeFile(file);
-    if (::symlink(target.c_str(), file.c_str()) != 0) {
-        throw Error::ofSystem(file, "cannot link");
-    }
-}
 
 std::string corrupted(std::string content) {
     const std::size_t begin = content.size() / 3;
@@ -68,6 +45,13 @@ bool fails(const std::optional<FaultRule>& hit, Failure::Kind kind) {
     return hit && hit->failure.kind == kind;
 }
 
+void replaceByLink(const fs::path& file, const fs::path& target) {
+    removeFile(file);
+    if (::symlink(target.c_str(), file.c_str()) != 0) {
+        throw Error::ofSystem(file, "cannot link");
+    }
+}
+
 void damageFile(const fs::path& file, Damage damage) {
     switch (damage) {
         case Damage::Truncate:
@@ -85,8 +69,7 @@ void damageFile(const fs::path& file, Damage damage) {
         case Damage::Dangling:
             replaceByLink(file, "nowhere");
             break;
-        case Damage::Unwritable:
-            replaceByLink(file, sealedCopy(file));
+        case Damage::Unwritable:  // see Device::damage()
             break;
     }
 }

@@ -26,7 +26,10 @@ private:
 
 bool fails(const std::optional<FaultRule>& hit, Failure::Kind kind);
 
-// Throws Error if the file cannot be damaged.
+// Throws Error if that fails.
+void replaceByLink(const std::filesystem::path& file, const std::filesystem::path& target);
+
+// Damages a file in any way but Damage::Unwritable, which takes more than the file. Throws Error if that fails.
 void damageFile(const std::filesystem::path& file, Damage damage);
 
 }  // namespace sim

@@ -6,6 +6,11 @@
 
 namespace sim {
 
+void parseWords(CLI::App& app, const std::vector<std::string>& words) {
+    // CLI11 takes them from the back.
+    app.parse(std::vector<std::string>(words.rbegin(), words.empty() ? words.rend() : words.rend() - 1));
+}
+
 void describe(CLI::App& app, LaunchOptions& options) {
     app.name("halcyon-lineup");
     app.description(

@@ -16,9 +16,12 @@ struct LaunchOptions {
     std::string caller = "command-line";
     std::string backup;             // id of the backup to restore; empty: the newest
     bool refuseDuplicates = false;  // see NewBackup
-    bool realtime = false;          // see EventLoop::setRealtime()
+    bool realtime = false;          // see EventLoop::setWait()
     bool pause = false;             // pause and resume once after the launch
 };
+
+// Parses the words of a command line, the first of which is the program's name.
+void parseWords(CLI::App& app, const std::vector<std::string>& words);
 
 // Adds the options to a command line. `options`, which parsing fills in, must outlive it.
 void describe(CLI::App& app, LaunchOptions& options);

@@ -1,7 +1,5 @@
 #include "simulator/device/Recorder.h"
 
-#include <unistd.h>
-
 #include "simulator/base/Clock.h"
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
@@ -18,11 +16,8 @@ int keptRuns() {
 
 }  // namespace
 
-Recorder::Recorder(Tv& tv, const EventLoop& loop)
-    : m_tv(tv),
-      m_loop(loop),
-      m_run(tv.runs().begin(static_cast<int>(::getpid()), toUtc(tv.now()))),
-      m_record(tv.runs().record(m_run.id)) {
+Recorder::Recorder(Tv& tv, const EventLoop& loop, int process)
+    : m_tv(tv), m_loop(loop), m_run(tv.runs().begin(process, toUtc(tv.now()))), m_record(tv.runs().record(m_run.id)) {
     attempt([&] { tv.runs().keep(keptRuns()); });
 }
 

@@ -16,8 +16,8 @@ namespace sim {
 // is watched.
 class Recorder {
 public:
-    // Begins a run. Throws Error if that cannot be written.
-    Recorder(Tv& tv, const EventLoop& loop);
+    // Begins a run of a process. Throws Error if that cannot be written.
+    Recorder(Tv& tv, const EventLoop& loop, int process);
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
 

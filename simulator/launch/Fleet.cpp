@@ -79,11 +79,9 @@ private:
 
 FleetRun runOn(const fs::path& home, const std::vector<std::string>& extras, const std::string& cloud) {
     FleetRun run;
-    const auto timed = [&](const ProcessOptions& options) {
-        ProcessOptions own = options;
-        own.hasOwnGroup = true;
+    const auto timed = [&](const Start& start) {
         const auto begin = std::chrono::steady_clock::now();
-        EndedProcess end = execute(own);
+        EndedProcess end = execute(start);
         run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
         return end;
     };
@@ -92,6 +90,7 @@ FleetRun runOn(const fs::path& home, const std::vector<std::string>& extras, con
         Tv tv(home);
         RunRequest wanted;
         wanted.extras = extras;
+        wanted.hasOwnGroup = true;
         const RunReport report = launchAndJudge(wanted, tv, cloud, *openCloud(cloud), lock, timed);
         run.outcome = report.verdict.outcome;
         run.why = report.verdict.why;

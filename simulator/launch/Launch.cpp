@@ -6,7 +6,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <optional>
 
+#include "simulator/base/Descriptor.h"
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
@@ -18,41 +20,61 @@ namespace sim {
 
 namespace {
 
-// The application beside this program.
-fs::path applicationPath() {
+// A program beside this one.
+fs::path programPath(const char* name) {
     std::error_code error;
-    fs::path path = fs::read_symlink("/proc/self/exe", error).parent_path() / application::NAME;
+    fs::path path = fs::read_symlink("/proc/self/exe", error).parent_path() / name;
     if (!pathExists(path)) {
         throw Error(Error::Kind::Missing,
-                    fmt::format("{} is not there; build or install the application beside halcyon-tv", path.string()));
+                    fmt::format("{} is not there; build or install it beside the other programs", path.string()));
     }
     return path;
 }
 
-ProcessOptions processOptions(const RunRequest& request, const Tv& tv, const std::string& cloud,
-                              const FolderLock& lock) {
-    ProcessOptions options;
-    options.words = {applicationPath(), "--caller", "halcyon-tv"};
+std::vector<std::string> applicationWords(const RunRequest& request) {
+    std::vector<std::string> words = {programPath(application::NAME), "--caller", "halcyon-tv"};
     if (request.replyRequested) {
-        options.words.emplace_back("--reply");
+        words.emplace_back("--reply");
     }
     if (request.realtime) {
-        options.words.emplace_back("--realtime");
+        words.emplace_back("--realtime");
     }
     if (request.refuseDuplicates) {
-        options.words.emplace_back("--refuse-duplicates");
+        words.emplace_back("--refuse-duplicates");
     }
     if (!request.backup.empty()) {
-        options.words.insert(options.words.end(), {"--backup", request.backup});
+        words.insert(words.end(), {"--backup", request.backup});
     }
-    options.words.emplace_back("--");  // what follows is extra values, whatever it looks like
-    options.words.insert(options.words.end(), request.extras.begin(), request.extras.end());
-    options.handedDown = {lock.descriptor()};
+    words.emplace_back("--");  // what follows is extra values, whatever it looks like
+    words.insert(words.end(), request.extras.begin(), request.extras.end());
+    return words;
+}
+
+// The two processes of a run, connected: ends[0] of each pair is the services', but that they only read from pipes.
+struct Wires {
+    DescriptorPair socket = socketPair(application::NAME);
+    DescriptorPair output = pipePair(application::NAME);
+    DescriptorPair errors = pipePair(application::NAME);
+};
+
+ProcessOptions serviceOptions(const RunRequest& request, const Tv& tv, const std::string& cloud, const FolderLock& lock,
+                              const Wires& wires) {
+    ProcessOptions options;
+    options.words = {programPath("halcyon-tv"),
+                     "service",
+                     "--socket",
+                     std::to_string(wires.socket[0].get()),
+                     "--output",
+                     std::to_string(wires.output[0].get()),
+                     "--errors",
+                     std::to_string(wires.errors[0].get())};
+    options.handedDown = {lock.descriptor(), wires.socket[0].get(), wires.output[0].get(), wires.errors[0].get()};
     options.environment = {{HOME_VARIABLE, tv.home()},
                            {CLOUD_VARIABLE, cloud},
                            {LOCK_VARIABLE, std::to_string(lock.descriptor())},
                            {KEEP_VARIABLE, std::to_string(request.keep)},
                            {SANDBOX_VARIABLE, request.isConfined ? "on" : "off"}};
+    options.hasOwnGroup = request.hasOwnGroup;
     return options;
 }
 
@@ -68,22 +90,45 @@ std::string contentOf(std::FILE* file) {
 
 }  // namespace
 
-EndedProcess execute(const ProcessOptions& options) {
-    const Process application(options);
+EndedProcess execute(const Start& start) {
+    const Process application = start();
     return {application.id(), describeEnd(application.wait())};
 }
 
 RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& cloud, const CloudStore& store,
                          const FolderLock& lock, const Execute& execute) {
     const std::int64_t before = tv.runs().newest();
-    ProcessOptions options = processOptions(request, tv, cloud, lock);
+    ProcessOptions application;
+    application.words = applicationWords(request);
+    application.hasOwnGroup = request.hasOwnGroup;
     const std::unique_ptr<std::FILE, decltype(&std::fclose)> printed(request.isLogShown ? nullptr : std::tmpfile(),
                                                                      &std::fclose);
-    options.errors = printed ? ::fileno(printed.get()) : options.errors;
-    const EndedProcess end = execute(options);
-    const std::optional<Run> run = tv.runs().close(before, end.pid, end.how);
+    std::optional<Wires> wires(std::in_place);
+    application.environment = {{SOCKET_VARIABLE, std::to_string(wires->socket[1].get())}};
+    application.handedDown = {wires->socket[1].get()};
+    application.output = wires->output[1].get();
+    application.errors = wires->errors[1].get();
+    ProcessOptions services = serviceOptions(request, tv, cloud, lock, *wires);
+    services.errors = printed ? ::fileno(printed.get()) : services.errors;
+    const Process served(services);
+    // The services end when nobody else has the application's end of the socket.
+    const auto start = [&] {
+        Process started(application);
+        wires.reset();
+        return started;
+    };
+    std::optional<EndedProcess> end;
+    try {
+        end = execute(start);
+    } catch (...) {
+        wires.reset();
+        served.wait();
+        throw;
+    }
+    served.wait();
+    const std::optional<Run> run = tv.runs().close(before, end->pid, end->how);
     if (!run) {
-        throw Error(fmt::format("the application did not start on the TV at {}: {}{}{}", tv.home().string(), end.how,
+        throw Error(fmt::format("the application did not start on the TV at {}: {}{}{}", tv.home().string(), end->how,
                                 printed ? "\n" : "", printed ? contentOf(printed.get()) : ""));
     }
     RunReport report = reportRun(tv, store, *run);

@@ -18,7 +18,8 @@ struct RunRequest {
     bool refuseDuplicates = false;
     bool replyRequested = true;
     bool realtime = false;
-    bool isConfined = true;        // to the TV and the cloud, in what it writes
+    bool isConfined = true;        // to its own folders
+    bool hasOwnGroup = false;      // of processes: signals from this process's terminal do not reach it
     bool isLogShown = false;       // on standard error, while it runs; its record has the log in any case
     int keep = limits::RUNS_KEPT;  // records of runs, with that of this one
 };
@@ -28,12 +29,14 @@ struct EndedProcess {
     std::string how;  // it ended, in words
 };
 
-// Starts the program and waits for its end. Throws Error.
-using Execute = std::function<EndedProcess(const ProcessOptions&)>;
-EndedProcess execute(const ProcessOptions& options);
+// Starts the application by a call of `start`, and waits for its end. Throws Error.
+using Start = std::function<Process()>;
+using Execute = std::function<EndedProcess(const Start& start)>;
+EndedProcess execute(const Start& start);
 
-// Launches the application, judges the run by the TV and the store at `cloud`, and adds the verdict to its record.
-// `lock` is the TV's run lock (lockTv). Throws Error; if no run began, with what the application has printed.
+// Launches the application, and the TV's services as another process; judges the run by the TV and the store at
+// `cloud`, and adds the verdict to its record. `lock` is the TV's run lock (lockTv). Throws Error; if no run began,
+// with what the application has printed.
 RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& cloud, const CloudStore& store,
                          const FolderLock& lock, const Execute& execute);
 

@@ -11,9 +11,9 @@ std::vector<std::string> PlatformCall::failureList() const {
 }
 
 const std::vector<const PlatformCall*>& platformCalls() {
-#define PLATFORM_CALL(identifier, name, item, failures) &calls::identifier,
+#define PLATFORM_CALL(identifier, name, item, failures, ...) &calls::identifier,
     static const std::vector<const PlatformCall*> all = {
-#include "simulator/tv/PlatformCalls.inc"
+#include "simulator/wire/PlatformCalls.inc"
     };
 #undef PLATFORM_CALL
     return all;

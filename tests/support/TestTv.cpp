@@ -10,9 +10,11 @@
 #include <iterator>
 #include <map>
 
+#include "platform/path_resolver.h"
 #include "simulator/base/Descriptor.h"
+#include "simulator/base/Environment.h"
+#include "simulator/client/Connection.h"
 #include "simulator/cloud/OpenCloud.h"
-#include "simulator/device/Device.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Bundle.h"
 #include "simulator/reports/Judge.h"
@@ -91,8 +93,9 @@ std::vector<std::string> timelineOf(const std::vector<sim::CallRecord>& calls, c
 }
 
 std::vector<sim::LogRecord> newestLog() {
-    const sim::Runs& runs = sim::Device::current().tv.runs();
-    return runs.record(runs.newest()).log();
+    platform_path_resolve(0, "");  // once this is answered, what was logged before is recorded
+    const sim::Tv tv(sim::defaultHome(), sim::Database::Access::Look);
+    return tv.runs().record(tv.runs().newest()).log();
 }
 
 template <typename Items, typename Name>
@@ -172,6 +175,18 @@ sim::ProcessOptions TestTv::application(const Strings& arguments) const {
                           {"HALCYON_CLOUD", cloud},
                           {"LSAN_OPTIONS", "suppressions=" TEST_DATA "/../lsan.supp:print_suppressions=0"}};
     return launch;
+}
+
+sim::Process TestTv::serveThisProcess() const {
+    const sim::DescriptorPair socket = sim::socketPair("the test");
+    sim::ProcessOptions services;
+    services.words = {HALCYON_TV, "service", "--socket", std::to_string(socket[0].get())};
+    services.environment = {{"HALCYON_TV_HOME", home}, {"HALCYON_CLOUD", cloud}};
+    services.handedDown = {socket[0].get()};
+    ::setenv("HALCYON_TV_HOME", home.c_str(), 1);
+    // The connection owns it.
+    ::setenv("HALCYON_TV_SOCKET", std::to_string(::fcntl(socket[1].get(), F_DUPFD_CLOEXEC, 0)).c_str(), 1);
+    return sim::Process(services);
 }
 
 RunResult TestTv::launch(const Strings& arguments) {
@@ -276,14 +291,22 @@ std::vector<std::string> messages() {
 }
 
 InProcess::InProcess() : tv(folder.path(), "tv", "Welcome:11361:HC23:S19.2E:22000:501=27:502:0:0:5001:1:5:0\n") {
-    ::setenv("HALCYON_TV_HOME", tv.home.c_str(), 1);
-    ::setenv("HALCYON_CLOUD", tv.cloud.c_str(), 1);
-    sim::Device::current();
+    reconnect();
 }
 
 InProcess::~InProcess() {
     expectListedRecords(newestLog());
-    sim::Device::close();
+    client::Connection::close();
+    m_services->wait();
+}
+
+void InProcess::reconnect() {
+    if (m_services) {
+        client::Connection::close();
+        m_services->wait();
+    }
+    m_services = std::make_unique<sim::Process>(tv.serveThisProcess());
+    client::Connection::current();
 }
 
 std::vector<std::string> InProcess::log() {

@@ -63,6 +63,10 @@ public:
     // How the application is started on this TV.
     sim::ProcessOptions application(const Strings& arguments) const;
 
+    // Starts the TV's services for the application's classes in this process, which make their next call there. They
+    // end with the connection.
+    sim::Process serveThisProcess() const;
+
     // Runs the application in a process of its own and checks the origin of each log record.
     RunResult launch(const Strings& arguments);
     RunResult backUp() { return launch({"--reply"}); }
@@ -112,7 +116,7 @@ struct TvPair {
 
 class TwoTvs : public ::testing::Test, protected TvPair {};
 
-// The log of this process so far, a record a line: "<priority> <message>".
+// The log of this process's newest run so far, a record a line: "<priority> <message>".
 std::vector<std::string> messages();
 
 // The application's classes in this process, on a factory-fresh TV.
@@ -121,10 +125,16 @@ protected:
     InProcess();
     ~InProcess() override;
 
+    // Begins another run.
+    void reconnect();
+
     // The log of this test so far, a record a line: "<file> <function>(<line>) <priority> <message>".
     std::vector<std::string> log();
     TempFolder folder;
     TestTv tv;
+
+private:
+    std::unique_ptr<sim::Process> m_services;
 };
 
 }  // namespace test

@@ -171,6 +171,11 @@ std::string pathOf(const seccomp_notif& event, const Place& place) {
     const auto argument = [&](int number) { return event.data.args[number]; };
     if (place.path >= 0) {
         path = textAt(static_cast<int>(event.pid), argument(place.path));
+        // Folders that are open are named so.
+        if (const std::string own = "/proc/self/"; path.string().rfind(own, 0) == 0) {
+            const fs::path opened = process / path.parent_path().string().substr(own.size());
+            path = fs::read_symlink(opened, ignored) / path.filename();
+        }
     }
     if (place.descriptor >= 0 && path.is_relative()) {
         const int descriptor = static_cast<int>(argument(place.descriptor));
@@ -193,7 +198,7 @@ std::optional<DiskCall> diskCall(const seccomp_notif& event, const fs::path& fol
     const std::string path = pathOf(event, watched->place);
     for (const std::string& root : {folder.string(), fs::canonical(folder).string()}) {
         if (path.rfind(root + "/", 0) == 0) {
-            return DiskCall{nameOf(event), path.substr(root.size() + 1)};
+            return DiskCall{nameOf(event), path.substr(root.size() + 1), static_cast<int>(event.pid)};
         }
     }
     return std::nullopt;
@@ -207,7 +212,7 @@ void answer(int listener, const seccomp_notif& event, int error) {
     seccomp_notify_respond(listener, &response);
 }
 
-// Answers the calls of a process until it ends, hangs, or makes more of them than any run needs.
+// Answers the calls of processes until they have ended, hang, or make more of them than any run needs.
 void follow(int listener, const fs::path& folder, const Fate& fate) {
     for (int calls = 0; calls < MAX_CALLS; ++calls) {
         pollfd state = {listener, POLLIN, 0};

@@ -1,0 +1,29 @@
+// What halcyon-lineup and the commands that launch it start: the TV's services for one run. It is not for people, and
+// so not among the commands.
+#include "simulator/device/Service.h"
+
+#include <CLI/CLI.hpp>
+
+#include "simulator/cli/Command.h"
+
+namespace cli {
+
+bool isService(int argc, char** argv) {
+    return argc > 1 && std::string_view(argv[1]) == "service";
+}
+
+int service(int argc, char** argv) {
+    CLI::App app;
+    sim::ServiceOptions options;
+    app.add_option("--socket", options.socket)->required();
+    app.add_option("--output", options.output);
+    app.add_option("--errors", options.errors);
+    try {
+        app.parse(argc - 1, argv + 1);
+    } catch (const CLI::ParseError&) {
+        throw UsageError("the command service is for halcyon-lineup, which starts it; try: halcyon-tv run");
+    }
+    return sim::serveApplication(options);
+}
+
+}  // namespace cli

@@ -1,0 +1,145 @@
+#include "simulator/device/Service.h"
+
+#include <CLI/CLI.hpp>
+
+#include <csignal>
+#include <optional>
+#include <vector>
+
+#include "simulator/base/Environment.h"
+#include "simulator/base/Error.h"
+#include "simulator/base/ExitCodes.h"
+#include "simulator/base/Sandbox.h"
+#include "simulator/device/Calls.h"
+#include "simulator/device/Device.h"
+#include "simulator/device/OwnPath.h"
+
+namespace fs = std::filesystem;
+
+namespace sim {
+
+namespace {
+
+using wire::Kind;
+
+// The application ends these services, and nothing else: a signal for all that runs in a terminal reaches it too.
+// Neither a closed pipe behind the log nor a limit on file sizes may end them.
+void ignoreSignals() {
+    for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ}) {
+        std::signal(signal, SIG_IGN);
+    }
+}
+
+// Prints help if the command line asks for it, before a TV is needed.
+bool answersHelp(const std::vector<std::string>& words) {
+    CLI::App app;
+    LaunchOptions options;
+    describe(app, options);
+    try {
+        parseWords(app, words);
+    } catch (const CLI::Success& help) {
+        app.exit(help);
+        return true;
+    } catch (const CLI::ParseError&) {  // the main loop reports it
+    }
+    return false;
+}
+
+bool isSandboxOff() {
+    return environment(SANDBOX_VARIABLE) == "off";
+}
+
+void confine(const Device& device) {
+    std::vector<fs::path> folders = device.cloud->makeLocalFolders();
+    folders.push_back(device.tv.home());
+    confineWritingTo(folders);
+}
+
+wire::Welcome welcomeOn(const Tv& tv) {
+    wire::Welcome welcome;
+    welcome.isConfined = !isSandboxOff();
+    for (const fs::path& folder : foldersOfApplication(tv.home())) {
+        welcome.writable.push_back(folder);
+    }
+    welcome.readable.push_back(tv.home() / "ci");
+    return welcome;
+}
+
+// Serves until the application has ended.
+void serve(Session& session, Device& device) {
+    Calls calls(device);
+    session.setDispatch([&](const wire::Message& message) { calls.dispatch(message); });
+    try {
+        session.serve();
+    } catch (const wire::ProtocolError& error) {
+        device.record.ended(RunEnd::Crashed, fmt::format("what it sent to the TV makes no sense: {}", error.what));
+    }
+}
+
+int dismiss(Session& session, int code) {
+    session.send(Kind::Dismissal, 0, wire::encode(code));
+    return code;
+}
+
+// Nothing if what the process sends is no greeting.
+std::optional<wire::Hello> greeting(const wire::Message& message) {
+    if (message.kind != Kind::Hello) {
+        return std::nullopt;
+    }
+    const auto [hello] = wire::decode<std::tuple<wire::Hello>>(message.body);
+    return hello.version == wire::VERSION ? std::optional(hello) : std::nullopt;
+}
+
+int welcomeAndServe(Session& session) {
+    const std::optional<wire::Hello> hello = greeting(session.receive());
+    if (!hello) {
+        complain("it was built with another version of the simulator; build it again");
+        return dismiss(session, exit_code::UNUSABLE);
+    }
+    if (answersHelp(hello->words)) {
+        return dismiss(session, exit_code::DONE);
+    }
+    std::optional<Device> device;
+    try {
+        device.emplace(defaultHome(), session, hello->process);
+        if (isSandboxOff()) {
+            complain("it is not confined (--no-sandbox): names in a bundle may lead out of the TV");
+        } else {
+            confine(*device);
+        }
+    } catch (const Error& error) {
+        complain(error.what());
+        return dismiss(session, error.kind() == Error::Kind::Locked ? exit_code::BUSY : exit_code::UNUSABLE);
+    }
+    session.send(Kind::Welcome, 0, wire::encode(welcomeOn(device->tv)));
+    try {
+        serve(session, *device);
+    } catch (const wire::Closed&) {
+    }
+    session.finish();
+    return exit_code::DONE;
+}
+
+}  // namespace
+
+int serveApplication(const ServiceOptions& options) {
+    ignoreSignals();
+    std::vector<Descriptor> pipes;
+    for (const int pipe : {options.output, options.errors}) {
+        if (pipe >= 0) {
+            pipes.emplace_back(pipe);
+        }
+    }
+    Session session(Descriptor(options.socket), std::move(pipes));
+    try {
+        return welcomeAndServe(session);
+    } catch (const wire::Closed&) {  // it ended before it had begun
+        session.finish();
+        return exit_code::DONE;
+    } catch (const wire::ProtocolError& error) {
+        complain(fmt::format("what it sent to the TV makes no sense: {}", error.what));
+        return exit_code::UNUSABLE;
+    }
+}
+
+}  // namespace sim
