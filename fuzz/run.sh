@@ -29,6 +29,10 @@ seed settings "$work/bundle/vconf.json"
 seed channels data/channels.conf data/factory.conf
 seed services "$work/tv/service-db/services.db"
 seed iss "$work/tv/iss.db"
+printf '\x0a\0\0\0\1\0\x18\0\1\5\0\0\0close' >"$work/message" # a call with a text
+seed wire "$work/message"
+# The application's classes reach the TV by way of the program beside them.
+ln -sf "$bin/halcyon-tv" "$targets_bin/halcyon-tv"
 
 fuzz() {
     local target=$1 log=$work/$1.log

@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
 # Checks that src/ includes its own headers, platform/, minizip, jsoncpp and the standard library alone, and platform/
 # itself, jsoncpp and the standard library alone. Then links the application alone, as for a TV, against a copy of
-# platform/ and nothing else of this project: what stays undefined must be declared in platform/.
+# platform/ and nothing else of this project: what stays undefined must be declared in platform/. The application for the
+# simulator must load no library beside those of src/.
+#   check-seam.sh HALCYON-LINEUP
 set -euo pipefail
+application=$(realpath "$1")
 cd "$(dirname "$0")/.."
 
 # strays FOLDER LIBRARY: its other includes. The standard library's headers have neither suffix nor folder.
@@ -37,6 +40,11 @@ is_declared() {
 }
 
 failed=0
+for library in $(readelf --dynamic "$application" | sed -nE 's/.*\(NEEDED\).*\[(lib)?(.*)\.so.*/\2/p'); do
+    [[ $library =~ ^(minizip|z|jsoncpp|stdc\+\+|gcc_s|m|c|ld-linux.*)$ ]] && continue
+    echo "check-seam: $application loads lib$library, which src/ does not need" >&2
+    failed=1
+done
 while read -r symbol; do
     is_declared "${symbol%%[([]*}" && continue
     echo "check-seam: src/ needs $symbol, which no header in platform/ declares" >&2
