@@ -285,9 +285,12 @@ def bench_records(bench):
         (place / f"tv/ci/{i:05}.bin").write_text(f"file {i}\n")
     result = {}
     for operation in "backup", "restore":
-        commands = {name: f"{name} operation={operation}" for name in ("halcyon-lineup", "unrecorded", "unlogged")}
+        programs = {"ours": "halcyon-lineup"}
+        for variant in "unrecorded", "unlogged":
+            programs[variant] = pathlib.Path(shutil.which("halcyon-tv")).parent / variant / "halcyon-lineup"
+        commands = {name: f"{program} operation={operation}" for name, program in programs.items()}
         times = bench.race(commands, environment=environment)
-        ours = times["halcyon-lineup"]
+        ours = times["ours"]
         result[operation] = {name: (statistics.median(each), ratio(each, ours)) for name, each in times.items()}
     shutil.rmtree(place)
     print(result, flush=True)
