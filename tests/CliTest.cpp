@@ -122,16 +122,15 @@ INSTANTIATE_TEST_SUITE_P(
                       Mistake{"bundle diff x.zip", 2, "use: halcyon-tv diff"}, Mistake{"cloud list", 0, "No backup in"},
                       Mistake{"fault add bnr_backup null", 3, "bnr_backup cannot fail with 'null'"}));
 
-TEST_F(Cli, EndsWithAMessageIfThereIsNoFolderForTemporaryFiles) {
+TEST_F(Cli, FindsAPlaceForTemporaryFiles) {
     init();
-    ::setenv("TMPDIR", "/nonexistent", 1);
-    const Answer run = tv("run -q");
-    const Answer fleet = tv("fleet run --tvs 1 --jobs 1 --lab " + (folder / "lab").string());
-    ::unsetenv("TMPDIR");
-    EXPECT_EQ(run.code, 3);
-    EXPECT_THAT(run.text, HasSubstr("no folder for temporary files"));
-    EXPECT_EQ(fleet.code, 1);
-    EXPECT_THAT(fleet.text, AllOf(HasSubstr("failed"), HasSubstr("set TMPDIR")));
+    for (const std::string place : {"/nonexistent", "/proc/self"}) {
+        for (const std::string words : {"run -q", "run -q operation=restore", "bundle verify", "diff 000001"}) {
+            const Answer answer =
+                test::shell(fmt::format("TMPDIR={} {} {} {}", place, environment(), test::TOOL, words));
+            EXPECT_EQ(answer.code, 0) << place << ": " << words << ": " << answer.text;
+        }
+    }
 }
 
 TEST_F(Cli, EndsWithItsCodeIfNothingCanBePrinted) {

@@ -143,15 +143,6 @@ bool removeFile(const fs::path& path) {
     return ::unlink(path.c_str()) == 0;
 }
 
-fs::path temporaryFolder() {
-    std::error_code error;
-    fs::path folder = fs::temp_directory_path(error);
-    if (error) {  // not Error::ofSystem(): its kind Missing would say that a file of the caller is missing
-        throw Error(fmt::format("no folder for temporary files ({}); set TMPDIR", error.message()));
-    }
-    return folder;
-}
-
 void forEachBlock(const fs::path& path, const std::function<void(std::string_view)>& take) {
     const Descriptor file = openFile(path, O_RDONLY);
     std::array<char, 65536> buffer;
@@ -290,14 +281,41 @@ void exchange(const fs::path& built, const fs::path& target) {
     }
 }
 
-// The lock tells a folder in use from one that a killed process has left. Another process may remove the new folder
-// before it is locked.
+// The error is none of a single place: its kind would say that a file of the caller is missing.
+ScratchFolder::ScratchFolder() {
+    std::string failures;
+    std::error_code notThere;
+    for (const fs::path& place :
+         {fs::temp_directory_path(notThere), fs::path("/tmp"), fs::path("/var/tmp"), fs::path("/dev/shm")}) {
+        try {
+            if (isFolder(place)) {
+                make(place);
+                return;
+            }
+        } catch (const Error& error) {
+            failures += fmt::format("; {}", error.what());
+        }
+    }
+    throw Error(fmt::format("no folder for temporary files; set TMPDIR to one that can be written{}", failures));
+}
+
 ScratchFolder::ScratchFolder(const fs::path& parent) {
     makeFolders(parent);
+    make(parent);
+}
+
+// The lock tells a folder in use from one that a killed process has left. Another process may remove the new folder
+// before it is locked.
+void ScratchFolder::make(const fs::path& parent) {
     removeAbandoned(parent);
     do {
         m_path = makeScratch(parent);
-        m_lock = FolderLock::take(m_path);
+        try {
+            m_lock = FolderLock::take(m_path);
+        } catch (const Error&) {
+            ::rmdir(m_path.c_str());
+            throw;
+        }
     } while (!m_lock.isHeld());
 }
 

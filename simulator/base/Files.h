@@ -27,9 +27,6 @@ bool removeFile(const std::filesystem::path& path);
 
 // Every function below throws Error if it fails, with the path in the message and the kind of the system's error.
 
-// $TMPDIR, else /tmp.
-std::filesystem::path temporaryFolder();
-
 // Passes the bytes of a file to `take`, block by block.
 void forEachBlock(const std::filesystem::path& path, const std::function<void(std::string_view)>& take);
 
@@ -81,6 +78,10 @@ bool isScratch(const std::filesystem::path& folder);
 // A folder for what is being built, removed with its content at the end of the scope.
 class ScratchFolder {
 public:
+    // Makes the folder for temporary files of this process: in $TMPDIR or, if that cannot be used, in one
+    // of the system's.
+    ScratchFolder();
+
     // Makes the folder inside `parent`, which is made too if it is missing, and removes those that killed processes
     // have left there.
     explicit ScratchFolder(const std::filesystem::path& parent);
@@ -92,6 +93,8 @@ public:
     std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
 
 private:
+    void make(const std::filesystem::path& parent);
+
     std::filesystem::path m_path;
     FolderLock m_lock;
 };

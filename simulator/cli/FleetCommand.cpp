@@ -113,7 +113,7 @@ sim::ServiceDb channelsFor(const Session& session, const std::string& file,
     if (file.empty()) {
         return session.look().serviceDb();
     }
-    scratch.emplace(sim::temporaryFolder());
+    scratch.emplace();
     sim::ServiceDb made(scratch->path());
     made.create([&](sim::ChannelSink& sink) { sim::readChannelList(file, sink); }, "");
     return made;

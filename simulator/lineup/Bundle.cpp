@@ -79,7 +79,7 @@ Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata) : m_me
     } else {
         m_parts[Item::Viewing].problem = "the backup's metadata is not known";
     }
-    const ScratchFolder scratch(temporaryFolder());  // what is opened there stays readable when it is gone
+    const ScratchFolder scratch;  // what is opened there stays readable when it is gone
     readArchive(file, scratch.path());
     for (const auto& [item, part] : m_parts) {
         if (part.state != PartState::Whole) {

@@ -67,7 +67,7 @@ BackupName chooseBackup(const CloudStore& store, const std::string& id, const st
 
 FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name) {
     // A bundle is read whole when it is opened, so that its file need not stay.
-    const ScratchFolder scratch(temporaryFolder());
+    const ScratchFolder scratch;
     StoredBackup backup = store.fetch(name, scratch.path());
     if (!backup.damage.empty()) {
         throw Error(Error::Kind::Damaged, fmt::format("backup {} is damaged: {}", backup.id, backup.damage));

@@ -95,7 +95,7 @@ std::string decoded(const std::string& text) {
 // A bundle that the browser has sent, as a file of a name without folders.
 class SentBundle {
 public:
-    explicit SentBundle(const Json::Value& body) : m_scratch(temporaryFolder()) {
+    explicit SentBundle(const Json::Value& body) {
         const std::filesystem::path name = std::filesystem::path(textIn(body, "name")).filename();
         m_file = m_scratch / (name.empty() || name == "." || name == ".." ? "bundle.zip" : name.string());
         writeFile(m_file, decoded(textIn(body, "zip")));
