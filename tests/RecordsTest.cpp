@@ -6,8 +6,10 @@
 #include <fstream>
 #include <set>
 
+#include "simulator/base/Error.h"
 #include "simulator/base/Process.h"
 #include "tests/support/CommandLine.h"
+#include "tests/support/SmallDisk.h"
 
 namespace fs = std::filesystem;
 
@@ -21,9 +23,10 @@ using ::testing::SizeIs;
 
 class Records : public test::CommandLine {
 protected:
-    // Launches the application alone, with file sizes limited to so many KiB.
-    Answer runWithin(int kibibytes) {
-        return test::shell(fmt::format("bash -c 'ulimit -f {}; {}{}'", kibibytes, environment(), test::APPLICATION));
+    // Launches the application alone, or the tool, with file sizes limited to so many KiB.
+    Answer runWithin(int kibibytes, const std::string& words = "") {
+        const std::string command = words.empty() ? test::APPLICATION : fmt::format("{} {}", test::TOOL, words);
+        return test::shell(fmt::format("bash -c 'ulimit -f {}; {}{}'", kibibytes, environment(), command));
     }
 
     // Each leaves about seven records of a backup.
@@ -88,6 +91,35 @@ TEST_F(Records, AreLostOnAFullDiskAndNothingElseIs) {
     EXPECT_EQ(sim::Tv(home()).setup(), before);
     EXPECT_EQ(tv("run -q").code, 0);
     EXPECT_GT(recordsOfNewest(), 2000U);
+}
+
+TEST_F(Records, AVerdictThatCannotBeRecordedIsGivenAllTheSame) {
+    init();
+    addCiFiles(300);
+    const Answer run = runWithin(40, "run -q");
+    EXPECT_EQ(run.code, 0) << run.text;
+    EXPECT_THAT(run.text, AllOf(HasSubstr("outcome    done\n"), HasSubstr("The verdict is not in the run's record: ")));
+}
+
+TEST_F(Records, WhatCannotBeCheckedIsNoFailureOfTheRun) {
+    init();
+    std::string noise;
+    for (unsigned int i = 0, value = 1; i < 100'000; ++i, value = value * 1103515245 + 12345) {
+        noise += static_cast<char>(value >> 16);
+    }
+    test::write(home() / "ci/noise.bin", noise);
+    EXPECT_EQ(test::shell(environment() + test::APPLICATION).code, 0);
+    const Answer record = runWithin(40, "record -q");
+    EXPECT_EQ(record.code, 0);
+    EXPECT_THAT(record.text, AllOf(HasSubstr("outcome    unchecked"), HasSubstr("cannot be checked: "),
+                                   HasSubstr("response   101"), HasSubstr("ended      own exit")));
+    EXPECT_THAT(tv("record -q").text, HasSubstr("outcome    done\n"));
+}
+
+TEST_F(Records, ThereIsNoHalfMadeOne) {
+    const test::SmallDisk disk(1000);
+    EXPECT_THROW(sim::RunFile(folder / "000001.jsonl").create({}), sim::Error);
+    EXPECT_FALSE(fs::exists(folder / "000001.jsonl"));
 }
 
 TEST_F(Records, ARunWhoseProcessIsGoneIsClosedLater) {

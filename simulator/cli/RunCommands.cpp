@@ -98,6 +98,8 @@ int exitCodeOf(const sim::Verdict& verdict) {
             return IN_PART;
         case sim::Outcome::Refused:
             return INCOMPATIBLE;
+        case sim::Outcome::Unchecked:
+            return verdict.cause == sim::Cause::Cloud ? NO_BACKUP : UNUSABLE;
         default:
             break;
     }
@@ -206,6 +208,9 @@ int run(const Session& session, const RunOptions& options) {
     const std::vector<sim::FaultRule> rules = tv.faults().list();
     const sim::RunReport report = sim::launchAndJudge(request, tv, session.cloud, *store, lock, &executeForwarding);
     printReport(session, report, session.isVerbose ? std::optional(sim::timelineOf(tv, report, {})) : std::nullopt);
+    if (!report.unrecorded.empty()) {
+        print(stderr, "The verdict is not in the run's record: {}\n", report.unrecorded);
+    }
     if (options.expectFaults) {
         if (const std::vector<std::string> silent = silentRules(tv, rules); !silent.empty()) {
             print(stderr, "Fault rules that did not fire: {}\n", fmt::format("{}", fmt::join(silent, ", ")));

@@ -1,3 +1,4 @@
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <map>
@@ -93,6 +94,7 @@ int dispatch(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes is an error like a full disk
     try {
         const int code = cli::isService(argc, argv) ? cli::service(argc, argv) : dispatch(argc, argv);
         if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {

@@ -132,7 +132,13 @@ RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& c
                                 printed ? "\n" : "", printed ? contentOf(printed.get()) : ""));
     }
     RunReport report = reportRun(tv, store, *run);
-    tv.runs().record(run->id).add(report.verdict);
+    if (report.verdict.outcome != Outcome::Unchecked) {
+        try {
+            tv.runs().record(run->id).add(report.verdict);
+        } catch (const Error& error) {  // the run has its outcome all the same
+            report.unrecorded = error.what();
+        }
+    }
     return report;
 }
 

@@ -35,8 +35,8 @@ using Execute = std::function<EndedProcess(const Start& start)>;
 EndedProcess execute(const Start& start);
 
 // Launches the application, and the TV's services as another process; judges the run by the TV and the store at
-// `cloud`, and adds the verdict to its record. `lock` is the TV's run lock (lockTv). Throws Error; if no run began,
-// with what the application has printed.
+// `cloud`, and adds the verdict to its record unless it is unchecked. `lock` is the TV's run lock (lockTv). Throws
+// Error; if no run began, with what the application has printed.
 RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& cloud, const CloudStore& store,
                          const FolderLock& lock, const Execute& execute);
 

@@ -39,8 +39,9 @@ struct Evidence {
     bool called(const PlatformCall& call) const {
         return std::any_of(calls.begin(), calls.end(), [&](const CallRecord& each) { return each.name == call.name; });
     }
-    // What the application did: if it cannot read the request, it makes a backup, whatever it was asked for.
-    bool hasBackedUp() const { return called(calls::bnr_backup); }
+    // What the application did: if it cannot read the request, it makes a backup, whatever it was asked for. On a full
+    // disk, the calls may be lost, but not the response.
+    bool hasBackedUp() const { return called(calls::bnr_backup) || run.response == Response::BackupCompleted; }
     bool isRestore() const { return run.operation == Operation::Restore; }
     bool endedWell() const { return run.ended == RunEnd::Exit || run.ended == RunEnd::Reclaimed; }
 };
@@ -257,15 +258,22 @@ Reason crashReason(const Evidence& evidence) {
     return {Cause::Exception, crash};
 }
 
-Reason lostReason(const std::vector<ItemVerdict>& items) {
+Reason lostReason(const Evidence& evidence, const Verdict& verdict) {
     std::vector<std::string> lost;
-    for (const ItemVerdict& item : items) {
+    for (const ItemVerdict& item : verdict.items) {
         if (!isWell(item.state)) {
             lost.push_back(fmt::format("{} {} ({})", nameOf(item.item), nameOf(item.state), item.detail));
         }
     }
-    return {Cause::ItemLost, lost.empty() ? "success was reported, but there is no backup to compare with"
-                                          : fmt::format("success was reported, but {}", fmt::join(lost, "; "))};
+    if (lost.empty()) {
+        return {Cause::ItemLost, "success was reported, but there is no backup to compare with"};
+    }
+    std::string why = fmt::format("success was reported, but {}", fmt::join(lost, "; "));
+    if (!evidence.isRestore()) {
+        why += fmt::format("; a restore takes this backup until there is a newer one, or: halcyon-tv cloud remove {}",
+                           evidence.backup->id);
+    }
+    return {Cause::ItemLost, why};
 }
 
 Reason otherReason(const Evidence& evidence) {
@@ -278,6 +286,10 @@ Reason otherReason(const Evidence& evidence) {
     const LogRecord* failure = firstFailure(evidence);
     if (failure != nullptr) {
         return {Cause::Other, fmt::format("the application says: {}", messageOf(*failure))};
+    }
+    const bool hasLoopEnded = evidence.endedWell() || evidence.run.ended == RunEnd::Waiting;
+    if (hasLoopEnded && !evidence.called(calls::app_terminate)) {
+        return {Cause::Other, "the record of the run ends early, as on a full disk, and does not tell why it failed"};
     }
     return {Cause::Other, evidence.run.detail.empty()
                               ? "the application ended without a message"
@@ -332,7 +344,7 @@ void decide(const Evidence& evidence, Verdict& verdict) {
         reason = crashReason(evidence);
     } else if (wasToldOfSuccess(evidence) && !isWhole) {
         verdict.outcome = Outcome::DoneInPart;
-        reason = lostReason(verdict.items);
+        reason = lostReason(evidence, verdict);
     } else if (wasToldOfSuccess(evidence) && evidence.endedWell() && gotItsReply(evidence)) {
         verdict.outcome = Outcome::Done;
         return;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "simulator/base/Error.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Words.h"
 #include "simulator/reports/Judge.h"
@@ -48,12 +49,28 @@ Verdict verdictByRecord(const Run& run) {
     }
 }
 
+// What this machine or the store lacks is no failure of the run.
+Verdict judgeNow(const Tv& tv, const CloudStore& store, const Run& run) {
+    try {
+        return judge(tv, store, run);
+    } catch (const Error& error) {
+        const bool isOfCloud = error.kind() == Error::Kind::Unreachable || error.kind() == Error::Kind::Denied;
+        return {Outcome::Unchecked,
+                isOfCloud ? Cause::Cloud : Cause::Other,
+                fmt::format("the run has ended, but what became of it cannot be checked: {}; check it later with: "
+                            "halcyon-tv record",
+                            error.what()),
+                0,
+                {}};
+    }
+}
+
 Verdict verdictOn(const Tv& tv, const CloudStore& store, const Run& run) {
     if (std::optional<Verdict> given = tv.runs().record(run.id).verdict()) {
         return *given;
     }
     // Of an older run, nobody can tell any more what was on the TV when it ended.
-    return run.id == tv.runs().newest() ? judge(tv, store, run) : verdictByRecord(run);
+    return run.id == tv.runs().newest() ? judgeNow(tv, store, run) : verdictByRecord(run);
 }
 
 // A record of the system log, and the logger's of the same message behind it, as one.

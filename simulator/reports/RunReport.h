@@ -17,11 +17,12 @@ struct RunReport {
     std::string response;  // in words, like the next two
     std::string reply;
     std::string end;
+    std::string unrecorded = {};  // why the verdict could not be added to the record
 };
 
-// With the verdict that was given at the run's end. If there is none, the newest run is judged now; an older one gets
-// the outcome that its record tells, and no items, as the TV has changed since. Throws Error if the TV or the store
-// cannot be read.
+// With the verdict that was given at the run's end. If there is none, the newest run is judged now, or stays unchecked
+// if the TV or the store cannot be read; an older one gets the outcome that its record tells, and no items, as the TV
+// has changed since. Throws Error if the record cannot be read.
 RunReport reportRun(const Tv& tv, const CloudStore& store, const Run& run);
 std::vector<RunReport> reportRuns(const Tv& tv, const CloudStore& store);  // all of them, oldest first
 

@@ -110,7 +110,12 @@ std::vector<Record> recordsOf(const fs::path& file, const char* kind) {
 
 void RunFile::create(const Run& run) {
     m_descriptor = openFile(m_file, O_WRONLY | O_CREAT | O_EXCL, 0666);
-    writeAll(m_descriptor, headOf(run), m_file);
+    try {
+        writeAll(m_descriptor, headOf(run), m_file);
+    } catch (const Error&) {
+        removeFile(m_file);  // half a record would be taken for that of a crash
+        throw;
+    }
 }
 
 void RunFile::save(const Run& run) {

@@ -50,15 +50,17 @@ enum class Outcome {
     Refused,     // the backup does not fit this TV
     Failed,
     Crashed,
+    Unchecked,  // it has ended, but the TV or the store could not be looked at
 };
 template <>
-inline constexpr std::array<Name<Outcome>, 6> NAMES<Outcome>{{
+inline constexpr std::array<Name<Outcome>, 7> NAMES<Outcome>{{
     {Outcome::Open, "open"},
     {Outcome::Done, "done"},
     {Outcome::DoneInPart, "done in part"},
     {Outcome::Refused, "refused"},
     {Outcome::Failed, "failed"},
     {Outcome::Crashed, "crashed"},
+    {Outcome::Unchecked, "unchecked"},
 }};
 
 // Why a run was not done.

@@ -8,14 +8,14 @@
 
 namespace test {
 
-// Limits every file to SIZE within the scope.
+// Limits every file to a size within the scope.
 class SmallDisk {
 public:
     static constexpr std::size_t SIZE = 2U << 20;
 
-    SmallDisk() : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
+    explicit SmallDisk(std::size_t size = SIZE) : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
         ::getrlimit(RLIMIT_FSIZE, &m_limit);
-        const rlimit limit = {SIZE, m_limit.rlim_max};
+        const rlimit limit = {size, m_limit.rlim_max};
         ::setrlimit(RLIMIT_FSIZE, &limit);
     }
     ~SmallDisk() {

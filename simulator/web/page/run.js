@@ -10,6 +10,7 @@ const HEADLINES = {
   refused: () => "Refused: the backup does not fit this TV",
   failed: (run) => `Failed: no ${run.operation || "run"}`,
   crashed: () => "Crashed: the application ended before its work was done",
+  unchecked: () => "Unchecked: the run has ended, but the TV or the store cannot be looked at",
   open: () => "Still open",
 };
 
