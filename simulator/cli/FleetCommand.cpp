@@ -124,7 +124,10 @@ int run(const Session& session, Options options) {
     options.request.folder = options.lab.empty() ? session.home.parent_path() / "fleet" : sim::normalised(options.lab);
     options.request.channels = [&] { return channelsFor(session, options.channels, scratch); };
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        std::signal(signal, [](int) { sim::stopFleet(); });
+        std::signal(signal, [](int again) {  // once more ends at once
+            sim::stopFleet();
+            std::signal(again, SIG_DFL);
+        });
     }
     const bool isWatched = ::isatty(STDERR_FILENO) != 0 && !session.isQuiet;
     const auto begin = std::chrono::steady_clock::now();

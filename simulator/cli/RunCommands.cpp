@@ -1,6 +1,9 @@
 // The commands that launch the application and show the records of its runs.
 #include <fmt/ranges.h>
+#include <sys/wait.h>
 
+#include <array>
+#include <cerrno>
 #include <csignal>
 #include <memory>
 
@@ -159,25 +162,59 @@ void warnOfLeftovers(const sim::Tv& tv) {
 
 constexpr int FORWARDED[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
 volatile std::sig_atomic_t launched = 0;
+volatile std::sig_atomic_t forwarded = 0;  // the last signal
 
-// Like sim::execute(), but signals that would end this process go to the application instead. They are blocked until
-// it has started, so that none is lost.
+// Blocks the signals within the scope.
+class Blocked {
+public:
+    Blocked() {
+        sigset_t signals;
+        sigemptyset(&signals);
+        for (const int signal : FORWARDED) {
+            sigaddset(&signals, signal);
+        }
+        ::sigprocmask(SIG_BLOCK, &signals, &m_before);
+    }
+    ~Blocked() { ::sigprocmask(SIG_SETMASK, &m_before, nullptr); }
+    Blocked(const Blocked&) = delete;
+    Blocked& operator=(const Blocked&) = delete;
+
+private:
+    sigset_t m_before = {};
+};
+
+// Like sim::execute(), but while the application runs, signals that would end this process go to it instead. One that
+// did not end it came too late for it, and is raised here.
 sim::EndedProcess executeForwarding(const sim::Start& start) {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : FORWARDED) {
-        sigaddset(&signals, signal);
+    std::optional<sim::Process> application;
+    std::array<struct sigaction, std::size(FORWARDED)> before = {};
+    {
+        const Blocked untilItHasStarted;
+        application.emplace(start());
+        launched = application->id();
+        struct sigaction forward = {};
+        forward.sa_handler = [](int signal) {
+            forwarded = signal;
+            ::kill(launched, signal);
+        };
+        for (std::size_t i = 0; i < before.size(); ++i) {
+            ::sigaction(FORWARDED[i], &forward, &before[i]);
+        }
     }
-    ::sigprocmask(SIG_BLOCK, &signals, nullptr);
-    const sim::Process application = start();
-    launched = application.id();
-    struct sigaction forward = {};
-    forward.sa_handler = [](int signal) { ::kill(launched, signal); };
-    for (const int signal : FORWARDED) {
-        ::sigaction(signal, &forward, nullptr);
+    siginfo_t end = {};  // until it is reaped, its number is nobody else's
+    while (::waitid(P_PID, static_cast<id_t>(application->id()), &end, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
     }
-    ::sigprocmask(SIG_UNBLOCK, &signals, nullptr);
-    return {application.id(), sim::describeEnd(application.wait())};
+    {
+        const Blocked untilAllAreAsBefore;
+        for (std::size_t i = 0; i < before.size(); ++i) {
+            ::sigaction(FORWARDED[i], &before[i], nullptr);
+        }
+    }
+    const int status = application->wait();
+    if (forwarded != 0 && !WIFSIGNALED(status)) {
+        ::raise(forwarded);
+    }
+    return {application->id(), sim::describeEnd(status)};
 }
 
 // The rules that have not fired since `before` was listed.

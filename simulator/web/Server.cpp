@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <httplib.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -33,8 +34,11 @@ constexpr std::chrono::seconds KEEPALIVE_INTERVAL{5};
 
 std::atomic<httplib::Server*> running{nullptr};
 
+// What takes longer than a second is cut off, as by a kill, which leaves nothing half made.
 void stopRunning(int /*signal*/) {
     if (httplib::Server* server = running.exchange(nullptr)) {
+        std::signal(SIGALRM, [](int) { ::_exit(0); });
+        ::alarm(1);
         server->stop();
     }
 }

@@ -1,10 +1,13 @@
 """What scripts rely on: exports, snapshots, equal TVs, exit codes, and messages that name the next command."""
 import filecmp
+import http.client
 import json
 import os
 import pathlib
 import re
+import shutil
 import signal
+import socket
 import sqlite3
 import subprocess
 import time
@@ -206,6 +209,66 @@ class Scripts(Story):
         replies = tv.tv("record", "--json", "--call", "bnr_report_failure").json["timeline"]
         self.assertEqual([m["call"]["name"] for m in replies], ["bnr_report_failure"])
         self.assertEqual(len(tv.tv("record", "--json", "--grep", "antenna status=").json["timeline"]), 1)
+
+
+class Signals(Story):
+    """What waits for a store that never answers ends by the first signal."""
+    def setUp(self):
+        super().setUp()
+        self.store = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(self.store.close)
+        self.store.settimeout(60)
+        self.environment = dict(
+            os.environ, HALCYON_TV_HOME=str(self.folder / "a"), HALCYON_CLOUD="s3://lab", HALCYON_CLOUD_STALL="600",
+            AWS_ENDPOINT_URL=f"http://127.0.0.1:{self.store.getsockname()[1]}", AWS_ACCESS_KEY_ID="k",
+            AWS_SECRET_ACCESS_KEY="s", AWS_REGION="r")
+        self.tv = Tv(self.folder, "a")
+
+    def begin(self, *words):
+        process = subprocess.Popen(words, env=self.environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                   text=True)
+        self.addCleanup(process.communicate)
+        self.addCleanup(process.kill)
+        return process
+
+    def wait_for_a_request(self):
+        connection, _ = self.store.accept()
+        self.addCleanup(connection.close)
+
+    def with_application(self, script):
+        """halcyon-tv beside another application."""
+        tool = self.folder / "bin/halcyon-tv"
+        tool.parent.mkdir(exist_ok=True)
+        shutil.copy(shutil.which("halcyon-tv"), tool)
+        (tool.parent / "halcyon-lineup").write_text("#!/bin/sh\n" + script)
+        (tool.parent / "halcyon-lineup").chmod(0o755)
+        return tool
+
+    def test_a_signal_ends_the_verdict_too(self):
+        application = shutil.which("halcyon-lineup")
+        tool = self.with_application(f"HALCYON_CLOUD={self.tv.cloud} exec {application} \"$@\"")
+        for end in signal.SIGINT, signal.SIGTERM:
+            process = self.begin(tool, "run", "-q", "operation=restore")
+            self.wait_for_a_request()
+            process.send_signal(end)
+            process.communicate(timeout=20)
+            self.assertEqual(process.returncode, -end)
+        self.assertEqual(self.tv.tv("record", "--json").json["cause"], "nothing stored", "it is judged now")
+
+    def test_a_signal_goes_to_the_application_while_it_runs(self):
+        process = self.begin(self.with_application("kill -TERM $PPID\nwhile :; do :; done"), "run")
+        self.assertIn("killed by signal 15", process.communicate(timeout=20)[1])
+
+    def test_a_signal_ends_the_server_and_what_it_is_at(self):
+        process = self.begin("halcyon-tv", "serve", "--port", "0")
+        origin, token = process.stdout.readline().strip().split("/#")
+        connection = http.client.HTTPConnection(origin.split("/")[-1])
+        self.addCleanup(connection.close)
+        connection.request("GET", "/api/cloud", headers={"X-Halcyon-Token": token})
+        self.wait_for_a_request()
+        process.send_signal(signal.SIGTERM)
+        process.communicate(timeout=20)
+        self.assertEqual(process.returncode, 0)
 
 
 class Kept(Story):
