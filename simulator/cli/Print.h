@@ -41,5 +41,9 @@ inline void printJson(const Json::Value& value) {
     std::fputs(sim::writeJson(value, sim::JsonStyle::Indented).c_str(), stdout);
     std::fputs("\n", stdout);
 }
+inline void printJson(const sim::JsonDocument& document) {
+    sim::writeJson(document, stdout);
+    std::fputs("\n", stdout);
+}
 
 }  // namespace cli
