@@ -1,19 +1,27 @@
 #include "simulator/lineup/Difference.h"
 
-#include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <random>
+
+#include "tests/support/TestTv.h"
+
 namespace {
 
+using List = std::vector<sim::Service>;
+
 // Services of these identities, numbered from 1.
-std::vector<sim::Service> services(const std::string& identities) {
-    std::vector<sim::Service> list;
+List services(const std::string& identities) {
+    List list;
     for (const char identity : identities) {
         sim::Service service;
         service.identity = std::string(1, identity);
         service.name = "Name";
+        service.type = "tv";
         service.number = static_cast<int>(list.size()) + 1;
         service.id = static_cast<std::uint64_t>(service.number);
         list.push_back(service);
@@ -21,51 +29,167 @@ std::vector<sim::Service> services(const std::string& identities) {
     return list;
 }
 
-std::string identities(const std::vector<sim::ServicePair>& pairs) {
-    std::string text;
-    for (const sim::ServicePair& pair : pairs) {
-        text += pair.left.identity;
+class Difference : public ::testing::Test {
+protected:
+    sim::ServiceDifference compare(const List& left, const List& right) {
+        return sim::ServiceDifference(stored(left), stored(right));
     }
-    return text;
+
+    // "-a +b >c #d": removed, added, moved, renumbered.
+    std::string summary(const std::string& left, const std::string& right) {
+        const sim::ServiceDifference difference = compare(services(left), services(right));
+        return "-" + identities(difference, sim::Change::Removed) + " +" + identities(difference, sim::Change::Added) +
+               " >" + identities(difference, sim::Change::Moved) + " #" +
+               identities(difference, sim::Change::Renumbered);
+    }
+
+    static std::string identities(const sim::ServiceDifference& difference, sim::Change change) {
+        std::string text;
+        difference.forEach(change, [&](const sim::ServicePair& pair) {
+            text += (pair.left != nullptr ? pair.left : pair.right)->identity;
+        });
+        EXPECT_EQ(text.size(), difference.count(change)) << sim::nameOf(change);
+        return text;
+    }
+
+private:
+    // In a channel database, which puts them into the order of their numbers.
+    sim::Services stored(const List& list) {
+        const std::filesystem::path place = m_folder / std::to_string(++m_lists);
+        std::filesystem::create_directory(place);
+        const auto copy = [&](sim::ChannelSink& sink) {
+            for (const sim::Service& service : list) {
+                sink.addService(service);
+            }
+        };
+        sim::ServiceDb(place).create(copy, "");
+        return sim::ServiceDb(place).services();
+    }
+
+    test::TempFolder m_folder;
+    int m_lists = 0;
+};
+
+TEST_F(Difference, PairsServicesByTheirIdentity) {
+    EXPECT_EQ(summary("abcd", "abcd"), "- + > #");
+    EXPECT_EQ(summary("abcd", "bcd"), "-a + > #bcd") << "one less is not all different";
+    EXPECT_EQ(summary("abcd", "abc"), "-d + > #");
+    EXPECT_EQ(summary("abcd", "abcde"), "- +e > #");
+    EXPECT_EQ(summary("abcd", "dabc"), "- + >d #abc") << "one has moved, not three";
+    EXPECT_EQ(summary("abcd", "badc"), "- + >ac #bd");
+    EXPECT_EQ(summary("abc", "cba"), "- + >ab #c") << "one that has kept its number can have moved";
+    EXPECT_EQ(summary("", "ab"), "- +ab > #");
+    EXPECT_EQ(summary("ab", ""), "-ab + > #");
+    EXPECT_EQ(summary("ab", "cd"), "-ab +cd > #");
+    EXPECT_EQ(summary("", ""), "- + > #");
 }
 
-// "-a +b >c #d": removed, added, moved, renumbered.
-std::string summary(const std::string& left, const std::string& right) {
-    const sim::ServiceDifference difference = sim::compareServices(services(left), services(right));
-    std::string text;
-    for (const sim::Service& service : difference.removed) {
-        text += "-" + service.identity;
-    }
-    for (const sim::Service& service : difference.added) {
-        text += "+" + service.identity;
-    }
-    return text + ">" + identities(difference.moved) + "#" + identities(difference.renumbered);
-}
-
-TEST(Difference, PairsServicesByTheirIdentity) {
-    EXPECT_EQ(summary("abcd", "abcd"), ">#");
-    EXPECT_EQ(summary("abcd", "bcd"), "-a>#bcd") << "one less is not all different";
-    EXPECT_EQ(summary("abcd", "abcde"), "+e>#");
-    EXPECT_EQ(summary("abcd", "dabc"), ">d#abc") << "one has moved, not three";
-    EXPECT_EQ(summary("abcd", "badc"), ">ac#bd");
-    EXPECT_EQ(summary("", "ab"), "+a+b>#");
-    EXPECT_EQ(summary("ab", "cd"), "-a-b+c+d>#");
-    EXPECT_EQ(summary("aab", "ab"), "-a>#b") << "each is paired once";
-}
-
-TEST(Difference, NamesTheColumnsThatHaveChanged) {
-    const std::vector<sim::Service> left = services("ab");
-    std::vector<sim::Service> right = left;
+TEST_F(Difference, NamesTheColumnsThatHaveChanged) {
+    const List left = services("ab");
+    List right = left;
     right[1].name = "Renamed";
     right[1].audioPids = "102=deu";
-    const sim::ServiceDifference difference = sim::compareServices(left, right);
-    ASSERT_EQ(identities(difference.changed), "b");
-    const sim::ServicePair& changed = difference.changed[0];
-    ASSERT_EQ(changed.columns.size(), 2U);
-    EXPECT_STREQ(changed.columns[0]->label, "name");
-    EXPECT_STREQ(changed.columns[1]->label, "audio pids");
-    EXPECT_EQ(identities(difference.renamed), "b");
-    EXPECT_FALSE(difference.isSame());
+    const sim::ServiceDifference difference = compare(left, right);
+    EXPECT_EQ(difference.summary(), "1 renamed, 1 changed");
+    EXPECT_EQ(identities(difference, sim::Change::Renamed), "b");
+    difference.forEach(sim::Change::Changed, [](const sim::ServicePair& pair) {
+        EXPECT_EQ(pair.left->name, "Name");
+        EXPECT_EQ(pair.right->name, "Renamed");
+        ASSERT_EQ(pair.columns().size(), 2U);
+        EXPECT_STREQ(pair.columns()[0]->label, "name");
+        EXPECT_STREQ(pair.columns()[1]->label, "audio pids");
+    });
+    right = left;
+    right[0].listFields = 12;
+    EXPECT_TRUE(compare(left, right).isSame()) << "how a list was written is no difference";
+}
+
+// The places of numbers 9 and 10 as texts are the other way round.
+TEST_F(Difference, FollowsTheOrderOfTheNumbers) {
+    List left = services("abcdefghijk");
+    List right = left;
+    std::swap(right[0].number, right[10].number);
+    std::swap(right[0].id, right[10].id);
+    EXPECT_EQ(identities(compare(left, right), sim::Change::Moved), "ak");
+    std::reverse(right.begin(), right.end());  // as they were inserted
+    EXPECT_EQ(identities(compare(left, right), sim::Change::Moved), "ak");
+}
+
+// A part of the services from 'a' to 'p', in any order, with gaps between their numbers and some changes.
+List randomList(std::mt19937& random) {
+    const auto below = [&](unsigned limit) { return static_cast<unsigned>(random() % limit); };
+    List list = services("abcdefghijklmnop");
+    for (unsigned swaps = below(6); swaps > 0; --swaps) {
+        std::swap(list[below(16)], list[below(16)]);
+    }
+    list.erase(std::remove_if(list.begin(), list.end(), [&](const auto&) { return below(6) == 0; }), list.end());
+    int number = 0;
+    for (sim::Service& service : list) {
+        number += below(8) == 0 ? 7 : 1;
+        service.number = number;
+        service.id = below(8) == 0 ? service.id + 100 : service.id;
+        service.name = below(8) == 0 ? "Other" : service.name;
+        service.tid = below(8) == 0 ? 1 : 0;
+    }
+    return list;
+}
+
+// How many of the numbers, at most, can be kept so that they ascend.
+std::size_t longestAscending(const std::vector<int>& numbers) {
+    std::vector<std::size_t> lengths(numbers.size(), 1);
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        for (std::size_t before = 0; before < i; ++before) {
+            lengths[i] = numbers[before] < numbers[i] ? std::max(lengths[i], lengths[before] + 1) : lengths[i];
+        }
+    }
+    return lengths.empty() ? 0 : *std::max_element(lengths.begin(), lengths.end());
+}
+
+// Against what a few lines make of two lists in memory.
+TEST_F(Difference, IsThatOfListsInMemory) {
+    std::mt19937 random(1);
+    for (int round = 0; round < 200; ++round) {
+        const List left = randomList(random);
+        const List right = randomList(random);
+        const sim::ServiceDifference difference = compare(left, right);
+        const std::string moved = identities(difference, sim::Change::Moved);
+        std::map<sim::Change, std::string> expected;
+        std::map<std::string, const sim::Service*> onlyRight;
+        for (const sim::Service& service : right) {
+            onlyRight[service.identity] = &service;
+        }
+        std::vector<int> paired;
+        std::vector<int> kept;
+        for (const sim::Service& service : left) {
+            const auto found = onlyRight.find(service.identity);
+            if (found == onlyRight.end()) {
+                expected[sim::Change::Removed] += service.identity;
+                continue;
+            }
+            const sim::Service& partner = *found->second;
+            onlyRight.erase(found);
+            const bool hasMoved = moved.find(service.identity) != std::string::npos;
+            const bool isRenumbered = service.number != partner.number || service.id != partner.id;
+            expected[sim::Change::Renamed] += service.name != partner.name ? service.identity : "";
+            expected[sim::Change::Changed] += service.tid != partner.tid ? service.identity : "";
+            expected[sim::Change::Renumbered] += isRenumbered && !hasMoved ? service.identity : "";
+            paired.push_back(partner.number);
+            if (!hasMoved) {
+                kept.push_back(partner.number);
+            }
+        }
+        for (const sim::Service& service : right) {
+            expected[sim::Change::Added] += onlyRight.count(service.identity) != 0 ? service.identity : "";
+        }
+        for (const sim::Change change : {sim::Change::Removed, sim::Change::Added, sim::Change::Renamed,
+                                         sim::Change::Changed, sim::Change::Renumbered}) {
+            ASSERT_EQ(identities(difference, change), expected[change]) << sim::nameOf(change) << ", round " << round;
+        }
+        ASSERT_TRUE(std::is_sorted(kept.begin(), kept.end())) << "round " << round;
+        ASSERT_EQ(kept.size(), longestAscending(paired)) << "round " << round;
+        ASSERT_EQ(difference.leftCount(), left.size());
+        ASSERT_EQ(difference.rightCount(), right.size());
+    }
 }
 
 }  // namespace

@@ -36,8 +36,8 @@ public:
 };
 
 // Prints what a command found out: as JSON if that was asked for, else with `printText`. Returns DONE.
-template <typename PrintText>
-int answer(const Session& session, const Json::Value& json, PrintText printText) {
+template <typename Value, typename PrintText>
+int answer(const Session& session, const Value& json, PrintText printText) {
     if (session.isJson) {
         printJson(json);
     } else {

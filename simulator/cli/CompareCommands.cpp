@@ -18,47 +18,45 @@ std::string line(const sim::Service& service) {
     return fmt::format("{} {} ({})", service.number, service.name, service.identity);
 }
 
-std::string changes(const sim::ServicePair& pair) {
+std::string columns(const sim::ServicePair& pair) {
     std::vector<std::string> texts;
-    for (const sim::ServiceColumn* column : pair.columns) {
-        texts.push_back(fmt::format("{} {} -> {}", column->label, sim::inQuotes(textOf(*column, pair.left)),
-                                    sim::inQuotes(textOf(*column, pair.right))));
+    for (const sim::ServiceColumn* column : pair.columns()) {
+        texts.push_back(fmt::format("{} {} -> {}", column->label, sim::inQuotes(textOf(*column, *pair.left)),
+                                    sim::inQuotes(textOf(*column, *pair.right))));
     }
     return fmt::format("{}", fmt::join(texts, ", "));
 }
 
-void printServices(const sim::ServiceDifference& services) {
-    for (const sim::Service& service : services.removed) {
-        print("  - {}\n", line(service));
-    }
-    for (const sim::Service& service : services.added) {
-        print("  + {}\n", line(service));
-    }
-    for (const sim::ServicePair& pair : services.renamed) {
-        print("  = {}: renamed to {}\n", line(pair.left), sim::inQuotes(pair.right.name));
-    }
-    for (const sim::ServicePair& pair : services.changed) {
-        print("  ~ {}: {}\n", line(pair.left), changes(pair));
-    }
-    for (const sim::ServicePair& pair : services.moved) {
-        print("  > {}: moved to {}\n", line(pair.left), pair.right.number);
-    }
-    for (const sim::ServicePair& pair : services.renumbered) {
-        print("  # {}: renumbered to {}\n", line(pair.left), pair.right.number);
+void printPair(sim::Change change, const sim::ServicePair& pair) {
+    switch (change) {
+        case sim::Change::Removed:
+            return print("  - {}\n", line(*pair.left));
+        case sim::Change::Added:
+            return print("  + {}\n", line(*pair.right));
+        case sim::Change::Renamed:
+            return print("  = {}: renamed to {}\n", line(*pair.left), sim::inQuotes(pair.right->name));
+        case sim::Change::Changed:
+            return print("  ~ {}: {}\n", line(*pair.left), columns(pair));
+        case sim::Change::Moved:
+            return print("  > {}: moved to {}\n", line(*pair.left), pair.right->number);
+        case sim::Change::Renumbered:
+            return print("  # {}: renumbered to {}\n", line(*pair.left), pair.right->number);
     }
 }
 
 int printDifference(const Session& session, const Side& left, const Side& right) {
     const sim::Difference difference = sim::compare(left.setup, right.setup);
     if (session.isJson) {
-        Json::Value value = sim::toJson(difference);
-        value["left"] = sim::toJson(left.name);
-        value["right"] = sim::toJson(right.name);
-        printJson(value);
+        sim::JsonDocument document = sim::toDocument(difference);
+        document.object["left"] = sim::toJson(left.name);
+        document.object["right"] = sim::toJson(right.name);
+        printJson(document);
         return difference.isSame() ? DONE : FAILED;
     }
     print("Channel set-up of {} and {}:\n", left.name, right.name);
-    printServices(difference.services);
+    for (const sim::Name<sim::Change>& change : sim::NAMES<sim::Change>) {
+        difference.services.forEach(change.value, [&](const sim::ServicePair& pair) { printPair(change.value, pair); });
+    }
     for (const sim::ItemDifference& item : difference.items) {
         const std::string both = item.isSame ? item.left : fmt::format("{} | {}", item.left, item.right);
         print("  {:<10} {:<10} {}{}{}\n", sim::nameOf(item.item), item.isSame ? "same" : "DIFFERENT", both,
@@ -72,12 +70,10 @@ int exportChannels(const Side& side, const std::string& format) {
         throw sim::Error(sim::Error::Kind::Damaged, fmt::format("{} has no channels to export: {}", side.name,
                                                                 side.setup.lacking.at(sim::Item::Channels)));
     }
-    const sim::ChannelExport written =
-        sim::exportChannels(*side.setup.services, *sim::fromName<sim::ExportFormat>(format));
-    std::fwrite(written.text.data(), 1, written.text.size(), stdout);
-    for (const std::string& problem : written.problems) {
-        print(stderr, "{}\n", problem);
-    }
+    sim::exportChannels(
+        *side.setup.services, *sim::fromName<sim::ExportFormat>(format),
+        [](std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); },
+        [](const std::string& problem) { print(stderr, "{}\n", problem); });
     return DONE;
 }
 

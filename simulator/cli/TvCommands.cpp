@@ -84,19 +84,18 @@ void printTv(const sim::TvReport& report) {
     }
 }
 
-int showTv(const Session& session, bool withServices) {
+int showTv(const Session& session) {
+    const sim::TvReport report = sim::reportTv(session.look());
+    return answer(session, sim::toJson(report), [&] { printTv(report); });
+}
+
+int showTvWithServices(const Session& session) {
     const sim::Tv tv = session.look();
     const sim::TvReport report = sim::reportTv(tv);
-    Json::Value json = sim::toJson(report);
-    if (withServices && session.isJson) {
-        json["channels"] = sim::toJson(tv.services().all());
-    }
-    return answer(session, json, [&] {
+    return answer(session, sim::toDocument(report, tv.services()), [&] {
         printTv(report);
-        if (withServices) {
-            print("\n{:>5}  {:<28} {:<5} {:<24} {}\n", "no.", "name", "type", "identity", "group");
-            tv.services().forEach(&printService);
-        }
+        print("\n{:>5}  {:<28} {:<5} {:<24} {}\n", "no.", "name", "type", "identity", "group");
+        tv.services().forEach(&printService);
     });
 }
 
@@ -137,7 +136,9 @@ void addTvCommands(CLI::App& app, Action& chosen) {
 
     const auto withServices = std::make_shared<bool>(false);
     addCommand(app, "status", "Show the TV", "halcyon-tv status --services", chosen,
-               [withServices](const Session& session) { return showTv(session, *withServices); })
+               [withServices](const Session& session) {
+                   return *withServices ? showTvWithServices(session) : showTv(session);
+               })
         ->add_flag("--services", *withServices, "with its channel list");
 
     struct SetOptions {

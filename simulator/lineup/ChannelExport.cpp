@@ -40,63 +40,95 @@ std::string vdrNames(const Service& service) {
 
 std::string vdrLine(const Service& s) {
     const std::string rid = s.listFields == 12 && s.rid == 0 ? "" : fmt::format(":{}", s.rid);
-    return fmt::format("{}:{}:{}:{}:{}:{}:{}:{}:{}:{}:{}:{}{}\n", vdrNames(s),
-                       s.frequency / std::max<std::uint64_t>(s.frequencyUnit, 1), s.parameters, s.source, s.symbolRate,
-                       s.videoPid, s.audioPids, s.textPids, s.conditionalAccess, s.sid, s.nid, s.tid, rid);
+    return inALine(fmt::format("{}:{}:{}:{}:{}:{}:{}:{}:{}:{}:{}:{}{}", vdrNames(s),
+                               s.frequency / std::max<std::uint64_t>(s.frequencyUnit, 1), s.parameters, s.source,
+                               s.symbolRate, s.videoPid, s.audioPids, s.textPids, s.conditionalAccess, s.sid, s.nid,
+                               s.tid, rid));
 }
 
+// Takes a line without its end, and the service that it stands for; null if it is a header.
+using TakeLine = std::function<void(const std::string&, const Service*)>;
+
 // With the headers that the list had.
-std::string withHeaders(const std::vector<Service>& services, const std::vector<ListHeader>& headers) {
-    std::string text;
+void withHeaders(const Services& services, const TakeLine& take) {
+    const std::vector<ListHeader> headers = services.headers();
     auto header = headers.begin();
-    for (std::size_t i = 0; i <= services.size(); ++i) {
-        for (; header != headers.end() && header->before <= static_cast<int>(i); ++header) {
-            text += inALine(header->text) + "\n";
+    const auto takeHeadersTo = [&](int place) {
+        for (; header != headers.end() && header->before <= place; ++header) {
+            take(inALine(header->text), nullptr);
         }
-        text += i < services.size() ? vdrLine(services[i]) : "";
-    }
-    return text;
+    };
+    int place = 0;
+    services.forEach([&](const Service& service) {
+        takeHeadersTo(place++);
+        take(vdrLine(service), &service);
+    });
+    takeHeadersTo(place);
 }
 
 // With headers made from the numbers and groups of the services.
-std::string withMadeHeaders(const std::vector<Service>& services) {
-    std::string text;
+void withMadeHeaders(const Services& services, const TakeLine& take) {
     int group = 0;
     int next = 1;
-    for (const Service& service : services) {
+    services.forEach([&](const Service& service) {
         const bool isNewGroup = service.group != group && service.group != 0;
         const std::string number = service.number == next ? "" : fmt::format("@{}", service.number);
         if (isNewGroup || !number.empty()) {
             const std::string name = isNewGroup ? inALine(service.groupName) : "";
-            text += fmt::format(":{}{}{}\n", number, number.empty() || name.empty() ? "" : " ", name);
+            take(fmt::format(":{}{}{}", number, number.empty() || name.empty() ? "" : " ", name), nullptr);
         }
-        text += vdrLine(service);
+        take(vdrLine(service), &service);
         group = service.group;
         next = service.number + 1;
-    }
-    return text;
+    });
 }
+
+// Whether a list of these lines gives each service its identity, number and group back.
+class ReadBack final : private ChannelSink {
+public:
+    void take(const std::string& line, const Service* service) {
+        if (m_isTrue) {
+            m_expected = service;
+            m_reader.take(line);
+            m_isTrue = m_expected == nullptr;
+        }
+    }
+    bool isTrue() const { return m_isTrue; }
+
+private:
+    void addGroup(const std::string& /*name*/) override {}
+    void addHeader(const ListHeader& /*header*/) override {}
+    std::size_t addService(const Service& service) override {
+        if (m_expected != nullptr && service.identity == m_expected->identity && service.number == m_expected->number &&
+            service.groupName == m_expected->groupName) {
+            m_expected = nullptr;
+        } else {
+            m_isTrue = false;
+        }
+        return 0;
+    }
+
+    ChannelListReader m_reader{"", *this};
+    const Service* m_expected = nullptr;  // until it is read
+    bool m_isTrue = true;
+};
 
 // The list as it was read, if that still gives the services their numbers and groups.
-std::string vdr(const std::vector<Service>& services, const std::vector<ListHeader>& headers) {
-    std::string text = withHeaders(services, headers);
-    const std::vector<Service> read = parseChannelList(text, "").services;
-    const bool isTrue = std::equal(read.begin(), read.end(), services.begin(), services.end(),
-                                   [](const Service& left, const Service& right) {
-                                       return left.number == right.number && left.groupName == right.groupName;
-                                   });
-    return isTrue ? text : withMadeHeaders(services);
+void vdr(const Services& services, const std::function<void(std::string_view)>& write) {
+    ReadBack readBack;
+    withHeaders(services, [&](const std::string& line, const Service* service) { readBack.take(line, service); });
+    const auto writeLine = [&](const std::string& line, const Service* /*service*/) { write(line + "\n"); };
+    if (readBack.isTrue()) {
+        withHeaders(services, writeLine);
+    } else {
+        withMadeHeaders(services, writeLine);
+    }
 }
 
-std::string m3u(const std::vector<Service>& services) {
-    std::string text = "#EXTM3U\n";
-    for (const Service& s : services) {
-        text += fmt::format("#EXTINF:-1 tvg-chno=\"{}\" group-title=\"{}\"{},{}\n", s.number,
-                            inALine(without("\"", s.groupName, '\'')), s.type == "radio" ? " radio=\"true\"" : "",
-                            inALine(s.name));
-        text += fmt::format("dvb://{:x}.{:x}.{:x}\n", s.nid, s.tid, s.sid);
-    }
-    return text;
+std::string m3uEntry(const Service& s) {
+    return fmt::format("#EXTINF:-1 tvg-chno=\"{}\" group-title=\"{}\"{},{}\ndvb://{:x}.{:x}.{:x}\n", s.number,
+                       inALine(without("\"", s.groupName, '\'')), s.type == "radio" ? " radio=\"true\"" : "",
+                       inALine(s.name), s.nid, s.tid, s.sid);
 }
 
 // The letters of a channel list's parameters, with what follows each: "HC23M5" is H, C 23, M 5.
@@ -242,29 +274,28 @@ std::optional<std::string> dvbv5Section(const Service& service) {
     return section + "\n";
 }
 
-ChannelExport dvbv5(const std::vector<Service>& services) {
-    ChannelExport written;
-    for (const Service& service : services) {
-        if (const std::optional<std::string> section = dvbv5Section(service)) {
-            written.text += *section;
-        } else {
-            written.problems.push_back(fmt::format("{} {}: left out: the format has no delivery system for source {}",
-                                                   service.number, service.name, inQuotes(service.source)));
-        }
-    }
-    return written;
-}
-
 }  // namespace
 
-ChannelExport exportChannels(const Services& services, ExportFormat format) {
+void exportChannels(const Services& services, ExportFormat format, const std::function<void(std::string_view)>& write,
+                    const std::function<void(const std::string&)>& problem) {
     switch (format) {
+        case ExportFormat::Vdr:
+            vdr(services, write);
+            break;
         case ExportFormat::M3u:
-            return {m3u(services.all()), {}};
+            write("#EXTM3U\n");
+            services.forEach([&](const Service& service) { write(m3uEntry(service)); });
+            break;
         case ExportFormat::Dvbv5:
-            return dvbv5(services.all());
-        default:
-            return {vdr(services.all(), services.headers()), {}};
+            services.forEach([&](const Service& service) {
+                if (const std::optional<std::string> section = dvbv5Section(service)) {
+                    write(*section);
+                } else {
+                    problem(fmt::format("{} {}: left out: the format has no delivery system for source {}",
+                                        service.number, service.name, inQuotes(service.source)));
+                }
+            });
+            break;
     }
 }
 

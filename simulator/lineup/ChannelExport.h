@@ -2,8 +2,9 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "simulator/base/Names.h"
 #include "simulator/lineup/ServiceDb.h"
@@ -22,11 +23,8 @@ inline constexpr std::array<Name<ExportFormat>, 3> NAMES<ExportFormat>{{
     {ExportFormat::Dvbv5, "dvbv5"},
 }};
 
-struct ChannelExport {
-    std::string text;
-    std::vector<std::string> problems;  // a line for each service that the format cannot express
-};
-
-ChannelExport exportChannels(const Services& services, ExportFormat format);
+// Writes the list piece by piece, and a line to `problem` for each service that the format cannot express.
+void exportChannels(const Services& services, ExportFormat format, const std::function<void(std::string_view)>& write,
+                    const std::function<void(const std::string&)>& problem);
 
 }  // namespace sim

@@ -137,74 +137,6 @@ Service parseService(const std::string& line) {
     return service;
 }
 
-// Takes the lines in their order, and numbers what they hold.
-class Reader {
-public:
-    Reader(std::string file, ChannelSink& sink) : m_file(std::move(file)), m_sink(sink) {}
-
-    void take(const std::string& line) {
-        ++m_line;
-        if (line.empty()) {
-            return;
-        }
-        try {
-            if (line.front() == ':') {
-                takeGroup(line.substr(1));
-                m_sink.addHeader({static_cast<int>(m_lines.size()), line});
-            } else {
-                takeService(parseService(line));
-            }
-        } catch (const Error& error) {
-            m_summary.problems.push_back(fmt::format("{}:{}: {}; line skipped", m_file, m_line, error.what()));
-        }
-    }
-
-    ChannelSummary finish() {
-        m_summary.services = m_lines.size();
-        return std::move(m_summary);
-    }
-
-private:
-    // "text", "@number text" or "@number", which names no group but sets the next service's number.
-    void takeGroup(std::string text) {
-        if (!text.empty() && text.front() == '@') {
-            const std::size_t end = std::min(text.find_first_not_of("0123456789", 1), text.size());
-            const std::optional<int> number = toNumber<int>(std::string_view(text).substr(1, end - 1));
-            if (!number || *number > MAX_NUMBER) {
-                throw Error(fmt::format("{} sets no number from 1 to {}", inQuotes(text), MAX_NUMBER));
-            }
-            if (*number > m_number) {
-                m_number = *number - 1;
-            }
-            text.erase(0, std::min(text.find_first_not_of(' ', end), text.size()));
-        }
-        if (!text.empty()) {
-            m_sink.addGroup(text);
-            m_group = text;
-            ++m_summary.groups;
-        }
-    }
-
-    void takeService(Service service) {
-        service.number = m_number + 1;
-        service.group = static_cast<int>(m_summary.groups);
-        service.groupName = m_group;
-        if (const std::size_t known = m_sink.addService(service); known != 0) {
-            throw Error(fmt::format("the service {} stands in line {} already", service.identity, m_lines[known - 1]));
-        }
-        ++m_number;
-        m_lines.push_back(m_line);
-    }
-
-    std::string m_file;
-    ChannelSink& m_sink;
-    int m_line = 0;
-    int m_number = 0;
-    std::string m_group;
-    std::vector<int> m_lines;  // of the services
-    ChannelSummary m_summary;
-};
-
 }  // namespace
 
 std::size_t ChannelList::addService(const Service& service) {
@@ -216,18 +148,61 @@ std::size_t ChannelList::addService(const Service& service) {
     return 0;
 }
 
-ChannelList parseChannelList(const std::string& text, const std::string& name) {
-    ChannelList list;
-    Reader reader(name, list);
-    for (const std::string& line : split(text, '\n')) {
-        reader.take(line);
+void ChannelListReader::take(const std::string& line) {
+    ++m_line;
+    if (line.empty()) {
+        return;
     }
-    list.problems = reader.finish().problems;
-    return list;
+    try {
+        if (line.front() == ':') {
+            takeGroup(line.substr(1));
+            m_sink.addHeader({static_cast<int>(m_lines.size()), line});
+        } else {
+            takeService(parseService(line));
+        }
+    } catch (const Error& error) {
+        m_summary.problems.push_back(fmt::format("{}:{}: {}; line skipped", m_file, m_line, error.what()));
+    }
+}
+
+ChannelSummary ChannelListReader::finish() {
+    m_summary.services = m_lines.size();
+    return std::move(m_summary);
+}
+
+// "text", "@number text" or "@number", which names no group but sets the next service's number.
+void ChannelListReader::takeGroup(std::string text) {
+    if (!text.empty() && text.front() == '@') {
+        const std::size_t end = std::min(text.find_first_not_of("0123456789", 1), text.size());
+        const std::optional<int> number = toNumber<int>(std::string_view(text).substr(1, end - 1));
+        if (!number || *number > MAX_NUMBER) {
+            throw Error(fmt::format("{} sets no number from 1 to {}", inQuotes(text), MAX_NUMBER));
+        }
+        if (*number > m_number) {
+            m_number = *number - 1;
+        }
+        text.erase(0, std::min(text.find_first_not_of(' ', end), text.size()));
+    }
+    if (!text.empty()) {
+        m_sink.addGroup(text);
+        m_group = text;
+        ++m_summary.groups;
+    }
+}
+
+void ChannelListReader::takeService(Service service) {
+    service.number = m_number + 1;
+    service.group = static_cast<int>(m_summary.groups);
+    service.groupName = m_group;
+    if (const std::size_t known = m_sink.addService(service); known != 0) {
+        throw Error(fmt::format("the service {} stands in line {} already", service.identity, m_lines[known - 1]));
+    }
+    ++m_number;
+    m_lines.push_back(m_line);
 }
 
 ChannelSummary readChannelList(const std::filesystem::path& file, ChannelSink& sink) {
-    Reader reader(file.string(), sink);
+    ChannelListReader reader(file.string(), sink);
     constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
     std::uint64_t total = 0;
     // The file may be a pipe, or a device without an end.

@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "simulator/lineup/Service.h"
@@ -53,7 +54,26 @@ private:
     std::unordered_map<std::string, std::size_t> m_places;  // by identity, from 1
 };
 
-// The services of a list in the order of its lines; nothing is thrown.
-ChannelList parseChannelList(const std::string& text, const std::string& name);
+// Reads a channel list line by line into a sink.
+class ChannelListReader {
+public:
+    // `file` is for the problems.
+    ChannelListReader(std::string file, ChannelSink& sink) : m_file(std::move(file)), m_sink(sink) {}
+
+    void take(const std::string& line);
+    ChannelSummary finish();
+
+private:
+    void takeGroup(std::string text);
+    void takeService(Service service);
+
+    std::string m_file;
+    ChannelSink& m_sink;
+    int m_line = 0;
+    int m_number = 0;
+    std::string m_group;
+    std::vector<int> m_lines;  // of the services
+    ChannelSummary m_summary;
+};
 
 }  // namespace sim

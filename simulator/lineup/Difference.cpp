@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <iterator>
 #include <set>
-#include <unordered_map>
+#include <string_view>
 
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Words.h"
@@ -15,31 +15,35 @@ namespace sim {
 
 namespace {
 
-// Changes of these columns have lists of their own.
-bool isListed(const ServiceColumn* column) {
-    const std::string_view label = column->label;
-    return label == "id" || label == "number" || label == "name";
+constexpr std::uint8_t bit(Change change) {
+    return static_cast<std::uint8_t>(1U << static_cast<unsigned>(change));
 }
 
-std::vector<const ServiceColumn*> differingColumns(const Service& left, const Service& right) {
-    std::vector<const ServiceColumn*> columns;
+// As if the pair stood in its place.
+std::uint8_t changesOf(const Service& left, const Service& right) {
+    std::uint8_t changes = 0;
     for (const ServiceColumn& column : SERVICE_COLUMNS) {
         if (differ(column, left, right)) {
-            columns.push_back(&column);
+            const std::string_view label = column.label;
+            const bool isNumber = label == "id" || label == "number";
+            changes |= bit(isNumber ? Change::Renumbered : (label == "name" ? Change::Renamed : Change::Changed));
         }
     }
-    return columns;
+    return changes;
 }
 
 // Which elements of a sequence of different numbers stand in one of its longest ascending subsequences: they have kept
 // their order, and the fewest others have moved.
-std::vector<bool> longestAscending(const std::vector<std::size_t>& sequence) {
-    constexpr std::size_t NONE = SIZE_MAX;
-    std::vector<std::size_t> lowestEnd;  // by length - 1: where the subsequence with the lowest end ends
-    std::vector<std::size_t> before(sequence.size(), NONE);
-    for (std::size_t i = 0; i < sequence.size(); ++i) {
+std::vector<bool> longestAscending(const std::vector<int>& sequence) {
+    if (std::is_sorted(sequence.begin(), sequence.end())) {
+        return std::vector<bool>(sequence.size(), true);
+    }
+    constexpr std::uint32_t NONE = UINT32_MAX;
+    std::vector<std::uint32_t> lowestEnd;  // by length - 1: where the subsequence with the lowest end ends
+    std::vector<std::uint32_t> before(sequence.size(), NONE);
+    for (std::uint32_t i = 0; i < sequence.size(); ++i) {
         const auto place = std::lower_bound(lowestEnd.begin(), lowestEnd.end(), sequence[i],
-                                            [&](std::size_t at, std::size_t value) { return sequence[at] < value; });
+                                            [&](std::uint32_t at, int value) { return sequence[at] < value; });
         before[i] = place == lowestEnd.begin() ? NONE : *(place - 1);
         if (place == lowestEnd.end()) {
             lowestEnd.push_back(i);
@@ -48,7 +52,7 @@ std::vector<bool> longestAscending(const std::vector<std::size_t>& sequence) {
         }
     }
     std::vector<bool> isIn(sequence.size(), false);
-    for (std::size_t at = lowestEnd.empty() ? NONE : lowestEnd.back(); at != NONE; at = before[at]) {
+    for (std::uint32_t at = lowestEnd.back(); at != NONE; at = before[at]) {
         isIn[at] = true;
     }
     return isIn;
@@ -85,61 +89,88 @@ std::string differingKeys(const Entries& left, const Entries& right) {
 
 }  // namespace
 
+std::vector<const ServiceColumn*> ServicePair::columns() const {
+    std::vector<const ServiceColumn*> columns;
+    for (const ServiceColumn& column : SERVICE_COLUMNS) {
+        if (differ(column, *left, *right)) {
+            columns.push_back(&column);
+        }
+    }
+    return columns;
+}
+
+ServiceDifference::ServiceDifference(const Services& left, const Services& right)
+    : m_left(left), m_right(right), m_rightCount(right.counts().services) {
+    std::vector<int> rightNumbers;
+    const ServiceFinder inRight = right.finder();
+    left.forEach([&](const Service& service) {
+        const Service* partner = inRight(service.identity);
+        m_leftChanges.push_back(partner == nullptr ? bit(Change::Removed) : changesOf(service, *partner));
+        if (partner != nullptr) {
+            rightNumbers.push_back(partner->number);
+        }
+    });
+    m_leftCount = m_leftChanges.size();
+    if (rightNumbers.size() < m_rightCount) {
+        const ServiceFinder inLeft = left.finder();
+        right.forEach([&](const Service& service) {
+            m_rightChanges.push_back(inLeft(service.identity) == nullptr ? bit(Change::Added) : 0);
+        });
+    }
+    findMoved(rightNumbers);
+    for (const Name<Change>& change : NAMES<Change>) {
+        const auto hasIt = [&](std::uint8_t changes) { return (changes & bit(change.value)) != 0; };
+        const auto& changes = change.value == Change::Added ? m_rightChanges : m_leftChanges;
+        m_counts.at(static_cast<std::size_t>(change.value)) =
+            static_cast<std::size_t>(std::count_if(changes.begin(), changes.end(), hasIt));
+    }
+}
+
+// Takes the numbers of the pairs on the right, in the order of the left list.
+void ServiceDifference::findMoved(const std::vector<int>& rightNumbers) {
+    const std::vector<bool> isInOrder = longestAscending(rightNumbers);
+    auto pair = isInOrder.begin();
+    for (std::uint8_t& changes : m_leftChanges) {
+        if (changes != bit(Change::Removed) && !*pair++) {
+            changes = static_cast<std::uint8_t>((changes | bit(Change::Moved)) & ~bit(Change::Renumbered));
+        }
+    }
+}
+
+bool ServiceDifference::isSame() const {
+    return std::all_of(m_counts.begin(), m_counts.end(), [](std::size_t count) { return count == 0; });
+}
+
 std::string ServiceDifference::summary() const {
     std::vector<std::string> texts;
-    for (const auto& [count, what] : {std::pair(removed.size(), "removed"), std::pair(added.size(), "added"),
-                                      std::pair(renamed.size(), "renamed"), std::pair(changed.size(), "changed"),
-                                      std::pair(moved.size(), "moved"), std::pair(renumbered.size(), "renumbered")}) {
-        if (count != 0) {
-            texts.push_back(fmt::format("{} {}", count, what));
+    for (const Name<Change>& change : NAMES<Change>) {
+        if (count(change.value) != 0) {
+            texts.push_back(fmt::format("{} {}", count(change.value), change.name));
         }
     }
     return fmt::format("{}", fmt::join(texts, ", "));
 }
 
-ServiceDifference compareServices(const std::vector<Service>& left, const std::vector<Service>& right) {
-    ServiceDifference difference;
-    difference.leftCount = left.size();
-    difference.rightCount = right.size();
-    std::unordered_map<std::string, std::size_t> placeInRight;
-    for (std::size_t i = 0; i < right.size(); ++i) {
-        placeInRight.emplace(right[i].identity, i);
+void ServiceDifference::forEach(Change change, const std::function<void(const ServicePair&)>& visit) const {
+    if (count(change) == 0) {
+        return;
     }
-    std::vector<const Service*> paired;
-    std::vector<std::size_t> places;
-    for (const Service& service : left) {
-        const auto found = placeInRight.find(service.identity);
-        if (found == placeInRight.end()) {
-            difference.removed.push_back(service);
-        } else {
-            paired.push_back(&service);
-            places.push_back(found->second);
-            placeInRight.erase(found);
+    const bool isOnBoth = change != Change::Added && change != Change::Removed;
+    const ServiceFinder inRight = m_right->finder();
+    auto changes = (change == Change::Added ? m_rightChanges : m_leftChanges).begin();
+    (change == Change::Added ? m_right : m_left)->forEach([&](const Service& service) {
+        if ((*changes++ & bit(change)) == 0) {
+            return;
         }
-    }
-    std::copy_if(right.begin(), right.end(), std::back_inserter(difference.added),
-                 [&](const Service& service) { return placeInRight.count(service.identity) != 0; });
-
-    const std::vector<bool> isInOrder = longestAscending(places);
-    for (std::size_t i = 0; i < paired.size(); ++i) {
-        const Service& partner = right[places[i]];
-        const ServicePair pair{*paired[i], partner, differingColumns(*paired[i], partner)};
-        if (pair.left.name != pair.right.name) {
-            difference.renamed.push_back(pair);
-        }
-        if (!std::all_of(pair.columns.begin(), pair.columns.end(), &isListed)) {
-            difference.changed.push_back(pair);
-        }
-        if (!isInOrder[i]) {
-            difference.moved.push_back(pair);
-        } else if (pair.left.number != pair.right.number || pair.left.id != pair.right.id) {
-            difference.renumbered.push_back(pair);
-        }
-    }
-    return difference;
+        visit(change == Change::Added ? ServicePair{nullptr, &service}
+                                      : ServicePair{&service, isOnBoth ? inRight(service.identity) : nullptr});
+    });
 }
 
-ItemDifference compare(Item item, const Setup& left, const Setup& right) {
+namespace {
+
+// `services` is how the channels differ.
+ItemDifference compareItem(Item item, const Setup& left, const Setup& right, const ServiceDifference& services) {
     ItemDifference difference;
     difference.item = item;
     for (const auto& [setup, text] : {std::pair(&left, &difference.left), std::pair(&right, &difference.right)}) {
@@ -151,10 +182,8 @@ ItemDifference compare(Item item, const Setup& left, const Setup& right) {
         return difference;
     }
     if (item == Item::Channels) {
-        // Fingerprints first: lists may be long, and are nearly always equal.
-        difference.isSame = left.services == right.services;
-        difference.detail =
-            difference.isSame ? "" : compareServices(left.services->all(), right.services->all()).summary();
+        difference.isSame = services.isSame();
+        difference.detail = services.summary();
     } else if (item == Item::Viewing) {
         difference.isSame = left.viewing == right.viewing;
     } else {
@@ -165,19 +194,27 @@ ItemDifference compare(Item item, const Setup& left, const Setup& right) {
     return difference;
 }
 
+ServiceDifference compareServices(const Setup& left, const Setup& right) {
+    return left.services && right.services ? ServiceDifference(*left.services, *right.services) : ServiceDifference();
+}
+
+}  // namespace
+
+ItemDifference compare(Item item, const Setup& left, const Setup& right) {
+    return compareItem(item, left, right, item == Item::Channels ? compareServices(left, right) : ServiceDifference());
+}
+
 bool Difference::isSame() const {
     return std::all_of(items.begin(), items.end(), [](const ItemDifference& item) { return item.isSame; });
 }
 
 Difference compare(const Setup& left, const Setup& right) {
     Difference difference;
+    difference.services = compareServices(left, right);
     for (const Name<Item>& item : NAMES<Item>) {
         if (item.value != Item::IpServices) {
-            difference.items.push_back(compare(item.value, left, right));
+            difference.items.push_back(compareItem(item.value, left, right, difference.services));
         }
-    }
-    if (left.services && right.services) {
-        difference.services = compareServices(left.services->all(), right.services->all());
     }
     return difference;
 }

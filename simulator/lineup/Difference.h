@@ -1,41 +1,76 @@
 // What is different between two channel set-ups.
 #pragma once
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "simulator/base/Names.h"
 #include "simulator/lineup/Setup.h"
 
 namespace sim {
 
-// Two services of one identity.
+// How a service can differ between two lists.
+enum class Change {
+    Removed,     // only the left list has it
+    Added,       // only the right list has it
+    Renamed,     //
+    Changed,     // in another column than id, number and name
+    Moved,       // to another place in the order
+    Renumbered,  // in its place, with another number or id
+};
+template <>
+inline constexpr std::array<Name<Change>, 6> NAMES<Change>{{
+    {Change::Removed, "removed"},
+    {Change::Added, "added"},
+    {Change::Renamed, "renamed"},
+    {Change::Changed, "changed"},
+    {Change::Moved, "moved"},
+    {Change::Renumbered, "renumbered"},
+}};
+
+// Two services of one identity; null on the side that has none.
 struct ServicePair {
-    Service left;
-    Service right;
-    std::vector<const ServiceColumn*> columns;  // that differ
+    const Service* left = nullptr;
+    const Service* right = nullptr;
+
+    std::vector<const ServiceColumn*> columns() const;  // that differ; both sides must be there
 };
 
-// Services are paired by their identity, not by their place in the list.
-struct ServiceDifference {
-    std::size_t leftCount = 0;
-    std::size_t rightCount = 0;
-    std::vector<Service> removed;  // those that only the left side has
-    std::vector<Service> added;    // those that only the right side has
-    std::vector<ServicePair> renamed;
-    std::vector<ServicePair> changed;     // in another column than id, number and name
-    std::vector<ServicePair> moved;       // to another place in the order
-    std::vector<ServicePair> renumbered;  // in their place, with another number or id
+// How two lists of services differ. Services are paired by their identity, not by their place in the list. The lists
+// may be of any length: this keeps a byte for each service, and reads them again to show those that differ.
+class ServiceDifference {
+public:
+    ServiceDifference() = default;  // of lists that are not there
+    // Throws Error if one of them cannot be read.
+    ServiceDifference(const Services& left, const Services& right);
 
-    bool isSame() const {
-        return removed.empty() && added.empty() && renamed.empty() && changed.empty() && moved.empty() &&
-               renumbered.empty();
-    }
+    std::size_t leftCount() const { return m_leftCount; }
+    std::size_t rightCount() const { return m_rightCount; }
+    std::size_t count(Change change) const { return m_counts.at(static_cast<std::size_t>(change)); }
+    bool isSame() const;
     // "3 added, 1 moved"; without those of which there are none.
     std::string summary() const;
-};
 
-ServiceDifference compareServices(const std::vector<Service>& left, const std::vector<Service>& right);
+    // Those that differ in that way, in the order of their list. They are good until the next pair is visited. Throws
+    // Error if a list cannot be read.
+    void forEach(Change change, const std::function<void(const ServicePair&)>& visit) const;
+
+private:
+    void findMoved(const std::vector<int>& rightNumbers);
+
+    std::optional<Services> m_left;
+    std::optional<Services> m_right;
+    std::size_t m_leftCount = 0;
+    std::size_t m_rightCount = 0;
+    std::vector<std::uint8_t> m_leftChanges;   // a bit for each Change, in the order of the list
+    std::vector<std::uint8_t> m_rightChanges;  // the same; empty if nothing was added
+    std::array<std::size_t, NAMES<Change>.size()> m_counts = {};
+};
 
 // An item with how it reads on each side, or why it is not there.
 struct ItemDifference {

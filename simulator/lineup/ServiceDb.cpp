@@ -269,10 +269,22 @@ void Services::forEach(const std::function<void(const Service&)>& visit) const {
     }
 }
 
-std::vector<Service> Services::all() const {
-    std::vector<Service> services;
-    forEach([&](const Service& service) { services.push_back(service); });
-    return services;
+ServiceFinder Services::finder() const {
+    struct Search {
+        Statement reading;  // stays at a row: locking the database for each search would take longer than the search
+        Statement query;
+        Service service;
+    };
+    const auto search = std::make_shared<Search>(Search{
+        Statement(*m_database, "SELECT 1 FROM services"), Statement(*m_database, select() + "WHERE identity = ?"), {}});
+    search->reading.next();
+    return [search](const std::string& identity) -> const Service* {
+        if (!search->query.bind(identity).next()) {
+            return nullptr;
+        }
+        fetchService(search->query, search->service);
+        return &search->service;
+    };
 }
 
 std::vector<ListHeader> Services::headers() const {

@@ -28,6 +28,9 @@ enum class ReplaceStatus : int {
     NotPutInPlace = 6,
 };
 
+// Finds a service by its identity; null if there is none. The service is good until the next one is looked for.
+using ServiceFinder = std::function<const Service*(const std::string& identity)>;
+
 // The services of a channel database. What was opened never changes, because services.db is only ever replaced as a
 // whole. Copies share one connection, so they belong to one thread. Every function throws Error if the database cannot
 // be read.
@@ -46,7 +49,7 @@ public:
 
     // In the order of their numbers. The service is good until the next one is visited.
     void forEach(const std::function<void(const Service&)>& visit) const;
-    std::vector<Service> all() const;
+    ServiceFinder finder() const;             // must not outlive all copies of this
     std::vector<ListHeader> headers() const;  // of the list that it was made of
 
     // Hands groups, services and headers to a sink.

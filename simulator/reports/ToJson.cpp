@@ -18,6 +18,19 @@ Json::Value nullIfEmpty(std::string_view text) {
     return text.empty() ? Json::Value() : toJson(text);
 }
 
+Json::Value toJson(const ServicePair& pair) {
+    if (pair.left == nullptr || pair.right == nullptr) {
+        return toJson(pair.left != nullptr ? *pair.left : *pair.right);
+    }
+    Json::Value columns(Json::arrayValue);
+    for (const ServiceColumn* column : pair.columns()) {
+        columns.append(object({{"column", column->label},
+                               {"left", textOf(*column, *pair.left)},
+                               {"right", textOf(*column, *pair.right)}}));
+    }
+    return object({{"left", *pair.left}, {"right", *pair.right}, {"columns", std::move(columns)}});
+}
+
 }  // namespace
 
 Json::Value object(std::initializer_list<Member> members) {
@@ -114,27 +127,6 @@ Json::Value toJson(const StoredBackup& backup) {
                    {"damage", backup.damage}});
 }
 
-Json::Value toJson(const ServicePair& pair) {
-    Json::Value columns(Json::arrayValue);
-    for (const ServiceColumn* column : pair.columns) {
-        columns.append(object(
-            {{"column", column->label}, {"left", textOf(*column, pair.left)}, {"right", textOf(*column, pair.right)}}));
-    }
-    return object({{"left", pair.left}, {"right", pair.right}, {"columns", std::move(columns)}});
-}
-
-Json::Value toJson(const ServiceDifference& difference) {
-    return object({{"isSame", difference.isSame()},
-                   {"leftCount", difference.leftCount},
-                   {"rightCount", difference.rightCount},
-                   {"removed", difference.removed},
-                   {"added", difference.added},
-                   {"renamed", difference.renamed},
-                   {"changed", difference.changed},
-                   {"moved", difference.moved},
-                   {"renumbered", difference.renumbered}});
-}
-
 Json::Value toJson(const ItemDifference& item) {
     return object({{"item", nameOf(item.item)},
                    {"isSame", item.isSame},
@@ -144,7 +136,37 @@ Json::Value toJson(const ItemDifference& item) {
 }
 
 Json::Value toJson(const Difference& difference) {
-    return object({{"isSame", difference.isSame()}, {"services", difference.services}, {"items", difference.items}});
+    const JsonDocument document = toDocument(difference);
+    Json::Value value = document.object;
+    for (const auto& [place, list] : document.lists) {
+        list([&, array = &Json::Path(place).make(value)](const Json::Value& element) { array->append(element); });
+    }
+    return value;
+}
+
+JsonDocument toDocument(const Difference& difference) {
+    const ServiceDifference& services = difference.services;
+    JsonDocument document;
+    Json::Value lists = object(
+        {{"isSame", services.isSame()}, {"leftCount", services.leftCount()}, {"rightCount", services.rightCount()}});
+    for (const Name<Change>& change : NAMES<Change>) {
+        lists[std::string(change.name)] = Json::arrayValue;
+        document.lists[fmt::format("services.{}", change.name)] = [&services, what = change.value](const auto& take) {
+            services.forEach(what, [&](const ServicePair& pair) { take(toJson(pair)); });
+        };
+    }
+    document.object =
+        object({{"isSame", difference.isSame()}, {"services", std::move(lists)}, {"items", difference.items}});
+    return document;
+}
+
+JsonDocument toDocument(const TvReport& report, const Services& channels) {
+    JsonDocument document{toJson(report), {}};
+    document.object["channels"] = Json::arrayValue;
+    document.lists["channels"] = [&channels](const auto& take) {
+        channels.forEach([&](const Service& service) { take(toJson(service)); });
+    };
+    return document;
 }
 
 Json::Value toJson(const TvReport& report) {

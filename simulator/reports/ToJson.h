@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
 #include "simulator/cloud/CloudStore.h"
 #include "simulator/lineup/Bundle.h"
@@ -63,8 +64,6 @@ Json::Value toJson(const ChannelCounts& counts);
 Json::Value toJson(const Bundle& bundle);
 Json::Value toJson(const Prospect& prospect);
 Json::Value toJson(const StoredBackup& backup);
-Json::Value toJson(const ServicePair& pair);
-Json::Value toJson(const ServiceDifference& difference);
 Json::Value toJson(const ItemDifference& item);
 Json::Value toJson(const Difference& difference);
 Json::Value toJson(const TvReport& report);
@@ -86,5 +85,9 @@ struct Member {
     mutable Json::Value value;  // is moved from, as it may be large, though the elements of a list are constant
 };
 Json::Value object(std::initializer_list<Member> members);
+
+// The same as toJson(), with lists of any length. They read what was handed over here, which must outlive them.
+JsonDocument toDocument(const Difference& difference);
+JsonDocument toDocument(const TvReport& report, const Services& channels);
 
 }  // namespace sim
