@@ -109,52 +109,57 @@ int show(const Session& session, const BundleOptions& options) {
 }
 
 // On the TV that was asked for; else on the session's, if it exists.
-std::optional<sim::Prospect> prospectFor(const Session& session, const std::string& tv, const sim::Bundle& bundle) {
+std::optional<sim::Foresight> foreseeFor(const Session& session, const std::string& tv, const sim::Bundle& bundle) {
     if (!tv.empty()) {
-        return sim::prospectOf(bundle, sim::Tv(sim::normalised(tv), sim::Database::Access::Look));
+        return sim::foresee(bundle, sim::Tv(sim::normalised(tv), sim::Database::Access::Look));
     }
-    return sim::pathExists(session.home) ? std::optional(sim::prospectOf(bundle, session.look())) : std::nullopt;
+    return sim::pathExists(session.home) ? std::optional(sim::foresee(bundle, session.look())) : std::nullopt;
 }
 
 const char* statusOf(const sim::Bundle& bundle) {
     return bundle.isWhole() ? "whole" : (bundle.problems().empty() ? "AMBIGUOUS" : "DAMAGED");
 }
 
-void printVerified(const NamedBundle& named, const std::optional<sim::Prospect>& prospect) {
-    for (const std::string& problem : named.bundle.problems()) {
-        print("damaged: {}\n", problem);
+// What is lost is not told twice: each item says it.
+void printForesight(const sim::Bundle& bundle, const sim::Foresight& foresight) {
+    const bool isOfItems = foresight.cause == sim::Cause::ItemLost || foresight.why.empty();
+    print("A restore on this TV: {}{}{}\n", sim::nameOf(foresight.outcome), isOfItems ? "" : ": ",
+          isOfItems ? "" : foresight.why);
+    if (!bundle.metadataText()) {
+        print("  with metadata made up, as cloud import does: the antenna inputs of this TV, no viewing state\n");
     }
-    for (const std::string& ambiguity : named.bundle.ambiguities()) {
-        print("ambiguous: {}\n", ambiguity);
+    for (const sim::ItemVerdict& item : foresight.items) {
+        print("  {:<10} {:<13} {}\n", sim::nameOf(item.item), sim::nameOf(item.state), item.detail);
     }
+    printLines(stdout, "  left by an earlier run: ", foresight.leftovers);
+}
+
+void printVerified(const NamedBundle& named, const std::optional<sim::Foresight>& foresight) {
+    printLines(stdout, "damaged: ", named.bundle.problems());
+    printLines(stdout, "ambiguous: ", named.bundle.ambiguities());
     print("{}: {}, each byte of {} read\n", named.name, statusOf(named.bundle),
           sim::plural(named.bundle.entries().size(), "entry", "entries"));
     printItems(named.bundle);
     printEntries(named.bundle);
-    if (!prospect) {
-        return;
-    }
-    print("  restore    {}\n",
-          prospect->obstacle ? "would be refused: " + prospect->obstacle->why : "this TV would take it");
-    if (!prospect->leftovers.empty()) {
-        print("  leftovers  {}\n", fmt::format("{}", fmt::join(prospect->leftovers, ", ")));
+    if (foresight) {
+        printForesight(named.bundle, *foresight);
     }
 }
 
 int verify(const Session& session, const BundleOptions& options) {
     const NamedBundle named = chooseBundle(session, options.bundle, options.metadata);
-    const std::optional<sim::Prospect> prospect = prospectFor(session, options.tv, named.bundle);
+    const std::optional<sim::Foresight> foresight = foreseeFor(session, options.tv, named.bundle);
     if (session.isJson) {
         Json::Value value = toJson(named);
-        value["restore"] = sim::toJson(prospect);
+        value["restore"] = sim::toJson(foresight);
         printJson(value);
     } else {
-        printVerified(named, prospect);
+        printVerified(named, foresight);
     }
     if (!named.bundle.isWhole()) {
         return DAMAGED;
     }
-    return options.tv.empty() || !prospect->obstacle ? DONE : INCOMPATIBLE;
+    return options.tv.empty() ? DONE : exitCodeOf(foresight->outcome, foresight->cause);
 }
 
 void addBundle(CLI::App& command, const Options& options) {
@@ -177,7 +182,7 @@ void addBundleCommands(CLI::App& app, Action& chosen) {
                    [options](const Session& session) { return verify(session, *options); });
     addBundle(*verifying, options);
     verifying->add_option("--for", options->tv,
-                          "folder of the TV to restore it on; exit code 5 if that would be refused");
+                          "folder of the TV to restore it on; the exit code is that of the restore");
 }
 
 }  // namespace cli

@@ -27,6 +27,30 @@ std::string footer() {
 
 }  // namespace
 
+int exitCodeOf(sim::Outcome outcome, sim::Cause cause) {
+    switch (outcome) {
+        case sim::Outcome::Done:
+            return DONE;
+        case sim::Outcome::DoneInPart:
+            return IN_PART;
+        case sim::Outcome::Refused:
+            return INCOMPATIBLE;
+        case sim::Outcome::Unchecked:
+            return cause == sim::Cause::Cloud ? NO_BACKUP : UNUSABLE;
+        default:
+            break;
+    }
+    switch (cause) {
+        case sim::Cause::Damage:
+            return DAMAGED;
+        case sim::Cause::Cloud:
+        case sim::Cause::NothingStored:
+            return NO_BACKUP;
+        default:
+            return FAILED;
+    }
+}
+
 CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& help, const std::string& example,
                      Action& chosen, Action action) {
     CLI::App* command = parent.add_subcommand(name, help);

@@ -30,6 +30,9 @@ struct Session {
     sim::Tv look() const { return sim::Tv(home, sim::Database::Access::Look); }
 };
 
+// The exit code of a command that launches the application, or foretells it.
+int exitCodeOf(sim::Outcome outcome, sim::Cause cause);
+
 class UsageError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

@@ -93,30 +93,6 @@ int printReport(const Session& session, const sim::RunReport& report,
     });
 }
 
-int exitCodeOf(const sim::Verdict& verdict) {
-    switch (verdict.outcome) {
-        case sim::Outcome::Done:
-            return DONE;
-        case sim::Outcome::DoneInPart:
-            return IN_PART;
-        case sim::Outcome::Refused:
-            return INCOMPATIBLE;
-        case sim::Outcome::Unchecked:
-            return verdict.cause == sim::Cause::Cloud ? NO_BACKUP : UNUSABLE;
-        default:
-            break;
-    }
-    switch (verdict.cause) {
-        case sim::Cause::Damage:
-            return DAMAGED;
-        case sim::Cause::Cloud:
-        case sim::Cause::NothingStored:
-            return NO_BACKUP;
-        default:
-            return FAILED;
-    }
-}
-
 // Throws UsageError if the launch request makes no sense, as after a typing error. The application itself takes each
 // operation that it does not know for a backup.
 void checkRequest(const RunOptions& options) {
@@ -254,7 +230,7 @@ int run(const Session& session, const RunOptions& options) {
             return FAILED;
         }
     }
-    return exitCodeOf(report.verdict);
+    return exitCodeOf(report.verdict.outcome, report.verdict.cause);
 }
 
 struct RecordOptions {

@@ -4,8 +4,10 @@
 #include <fmt/ranges.h>
 #include <json/value.h>
 
+#include <algorithm>
 #include <set>
 
+#include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
@@ -22,54 +24,108 @@ namespace sim {
 namespace {
 
 constexpr char IP_SERVICES_ENTRY[] = "ipsrv";
-constexpr char ENTRIES[] = "entries";  // where a bundle is unpacked, apart from the databases made of it
 
 [[noreturn]] void damaged(const std::string& problem) {
     throw Error(Error::Kind::Damaged, problem);
 }
 
-// A message without the folder that the bundle was unpacked in, which is gone when it is read.
-std::string withoutFolder(std::string message, const fs::path& folder) {
-    for (const std::string& prefix : {(folder / ENTRIES).string() + "/", folder.string() + "/"}) {
-        for (std::size_t at = message.find(prefix); at != std::string::npos; at = message.find(prefix)) {
-            message.erase(at, prefix.size());
+// What a restore does with a settings file.
+struct SettingsReading {
+    std::map<std::string, std::string> texts;     // that it sets, by key
+    std::map<std::string, std::string> problems;  // why it does not set one, by key
+    std::string problem;                          // why it sets none, or none from here on; empty: it sets all
+    bool isFatal = false;                         // the application ends there
+};
+
+// Takes the application's steps. Throws Json::Exception where it does.
+void readSetting(const Json::Value& element, SettingsReading& reading) {
+    enum { Int, Text, Bool, Double, IntToo };
+    const std::string key = element["path"].asCString();
+    const Json::Value& value = element["value"];
+    switch (element["type"].asInt()) {
+        case Text: {
+            const std::string text = value.asCString();
+            if (key.size() + text.size() <= limits::SETTING_BYTES) {
+                reading.texts[key] = text;
+            } else {
+                reading.problems[key] = fmt::format("a name of {} bytes, which the TV does not take", text.size());
+            }
+            return;
         }
+        case Int:
+        case IntToo:
+            value.asInt();
+            break;
+        case Bool:
+            value.asBool();
+            break;
+        case Double:
+            value.asDouble();
+            break;
+        default:
+            break;
     }
-    return message;
+    reading.problems[key] = "its value is no text";
 }
 
-// The settings by key that a restore applies. Throws Error if it would fail at them.
-std::map<std::string, Json::Value> settingsOf(const std::string& text) {
-    Json::Value root;
-    if (!parseJson(text, root)) {
-        damaged(fmt::format("{} is no JSON text", application::SETTINGS_ENTRY));
+// The last of several settings under one key counts.
+SettingsReading readSettings(const std::string& text) {
+    SettingsReading reading;
+    Json::Value parsed;
+    if (!parseJson(text, parsed)) {
+        reading.problem = "no JSON text; a restore sets none of it";
+        return reading;
     }
-    if (!root.isObject() || !root["dataSize"].isInt() || !root["data"].isArray()) {
-        damaged(
-            fmt::format("{} is no settings file: dataSize is no number, or data no list", application::SETTINGS_ENTRY));
-    }
-    const int count = root["dataSize"].asInt();
-    if (count > static_cast<int>(root["data"].size())) {
-        damaged(fmt::format("{} says that it holds {} settings, and holds {}", application::SETTINGS_ENTRY, count,
-                            root["data"].size()));
-    }
-    std::map<std::string, Json::Value> settings;
-    for (int i = 0; i < count; ++i) {
-        const Json::Value& element = root["data"][i];
-        if (!element.isObject() || !element["path"].isString() || !element["type"].isInt()) {
-            damaged(fmt::format("{}: setting {} has no path or no type", application::SETTINGS_ENTRY, i + 1));
+    const Json::Value& root = parsed;  // constant: a look-up adds no members
+    int count = 0;
+    int done = 0;
+    try {
+        count = root["dataSize"].asInt();
+        for (; done < count; ++done) {
+            readSetting(root["data"][done], reading);
         }
-        settings[element["path"].asString()] = element["value"];
+    } catch (const Json::Exception&) {
+        reading.isFatal = true;
+        const Json::ArrayIndex there = root.isObject() && root["data"].isArray() ? root["data"].size() : 0;
+        const bool isShort = count > 0 && static_cast<Json::ArrayIndex>(done) >= there;
+        reading.problem =
+            isShort ? fmt::format("dataSize is {}, and it holds {}; the application ends there", count,
+                                  plural(there, "setting"))
+                    : fmt::format("setting {} has another type than the application reads, and ends it", done + 1);
+        return reading;
     }
-    return settings;
+    if (count < 1 && !(root.isObject() && root["dataSize"].isInt())) {
+        reading.problem = "dataSize is missing; a restore sets none of it";
+    }
+    return reading;
 }
 
 }  // namespace
 
-Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata) : m_metadataText(std::move(metadata)) {
+// Where a bundle is unpacked, and where databases are made of it.
+struct Bundle::Folders {
+    fs::path entries;
+    fs::path scratch;
+
+    // A message without these folders, which are gone when it is read.
+    std::string strip(std::string message) const {
+        for (const std::string& prefix : {entries.string() + "/", scratch.string() + "/"}) {
+            for (std::size_t at = message.find(prefix); at != std::string::npos; at = message.find(prefix)) {
+                message.erase(at, prefix.size());
+            }
+        }
+        return message;
+    }
+};
+
+Bundle::Bundle() {
     for (const Name<Item>& item : NAMES<Item>) {
         m_parts[item.value] = {PartState::Absent, "not in the backup"};
     }
+}
+
+Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata) : Bundle() {
+    m_metadataText = std::move(metadata);
     if (m_metadataText) {
         m_metadata = readMetadata(*m_metadataText);
         m_setup.viewing = m_metadata.viewing;
@@ -79,28 +135,48 @@ Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata) : m_me
     } else {
         m_parts[Item::Viewing].problem = "the backup's metadata is not known";
     }
-    const ScratchFolder scratch;  // what is opened there stays readable when it is gone
-    readArchive(file, scratch.path());
+    const ScratchFolder scratch;                   // what is opened there stays readable when it is gone
+    const fs::path entries = scratch / "entries";  // apart from the databases that are made of them
+    const std::set<std::string> wanted = {application::SERVICE_DB_ENTRY, application::SETTINGS_ENTRY,
+                                          application::ISS_DB_ENTRY};
+    m_unpacking = unpackBundle(file, entries, [&](const std::string& path) { return wanted.count(path) > 0; });
+    if (m_unpacking.problem.empty()) {
+        m_ambiguities = ambiguitiesOf(file, m_unpacking);
+        readItems({entries, scratch.path()});
+    } else {
+        m_problem = fmt::format("{}: no usable zip archive: {}", file.string(), m_unpacking.problem);
+    }
+    noteLacking();
+}
+
+Bundle Bundle::ofUnpacked(const fs::path& folder) {
+    Bundle bundle;
+    std::error_code error;
+    for (auto member = fs::recursive_directory_iterator(folder, error);
+         !error && member != fs::recursive_directory_iterator(); member.increment(error)) {
+        const std::string path = member->path().lexically_relative(folder);
+        const bool isFile = isRegularFile(member->path());
+        bundle.m_unpacking.files[isFile ? path : path + "/"] = isFile ? digestOf(member->path()) : "";
+    }
+    const ScratchFolder scratch;
+    bundle.readItems({folder, scratch.path()});
+    bundle.noteLacking();
+    return bundle;
+}
+
+void Bundle::readItems(const Folders& folders) {
+    readServices(folders);
+    readSettings(folders);
+    readIss(folders);
+    readCi(folders);
+}
+
+void Bundle::noteLacking() {
     for (const auto& [item, part] : m_parts) {
         if (part.state != PartState::Whole) {
             m_setup.lacking[item] = part.problem;
         }
     }
-}
-
-void Bundle::readArchive(const fs::path& file, const fs::path& folder) {
-    const std::set<std::string> wanted = {application::SERVICE_DB_ENTRY, application::SETTINGS_ENTRY,
-                                          application::ISS_DB_ENTRY};
-    m_unpacking = unpackBundle(file, folder / ENTRIES, [&](const std::string& path) { return wanted.count(path) > 0; });
-    if (!m_unpacking.problem.empty()) {
-        m_problem = fmt::format("{}: no usable zip archive: {}", file.string(), m_unpacking.problem);
-        return;
-    }
-    m_ambiguities = ambiguitiesOf(file, m_unpacking);
-    readServices(folder);
-    readSettings(folder);
-    readIss(folder);
-    readCi(folder);
 }
 
 std::vector<std::string> Bundle::fatalProblems() const {
@@ -119,11 +195,23 @@ std::vector<std::string> Bundle::fatalProblems() const {
     return problems;
 }
 
+// An entry that cannot be unpacked is why items are damaged; it is named once.
 std::vector<std::string> Bundle::problems() const {
     std::vector<std::string> problems = fatalProblems();
+    const auto add = [&](std::string_view item, const std::string& problem) {
+        const bool isSaid = std::any_of(problems.begin(), problems.end(), [&](const std::string& said) {
+            return said.find(problem) != std::string::npos;
+        });
+        if (!isSaid) {
+            problems.push_back(item.empty() ? problem : fmt::format("{}: {}", item, problem));
+        }
+    };
+    if (!m_settingsProblem.empty()) {
+        add("", m_settingsProblem);
+    }
     for (const auto& [item, part] : m_parts) {
-        if (part.state == PartState::Damaged && item != Item::Channels) {
-            problems.push_back(fmt::format("{}: {}", nameOf(item), part.problem));
+        if (part.state == PartState::Damaged) {
+            add(nameOf(item), part.problem);
         }
     }
     return problems;
@@ -140,7 +228,7 @@ bool Bundle::isUnpacked(const std::string& path) const {
 
 // Reads an item, and notes how that went. `read` returns false if the bundle does not have it.
 template <typename Read>
-void Bundle::read(Item item, const fs::path& folder, Read read) {
+void Bundle::read(Item item, const Folders& folders, Read read) {
     try {
         if (read()) {
             m_parts[item] = {PartState::Whole, ""};
@@ -149,14 +237,14 @@ void Bundle::read(Item item, const fs::path& folder, Read read) {
         if (!isOfReceived(error)) {
             throw;
         }
-        m_parts[item] = {PartState::Damaged, withoutFolder(error.what(), folder)};
+        m_parts[item] = {PartState::Damaged, folders.strip(error.what())};
     }
 }
 
-void Bundle::readServices(const fs::path& folder) {
-    const fs::path archive = folder / ENTRIES / application::SERVICE_DB_ENTRY;
-    const fs::path database = folder / "services.db";
-    read(Item::Channels, folder, [&] {
+void Bundle::readServices(const Folders& folders) {
+    const fs::path archive = folders.entries / application::SERVICE_DB_ENTRY;
+    const fs::path database = folders.scratch / "services.db";
+    read(Item::Channels, folders, [&] {
         if (!isUnpacked(application::SERVICE_DB_ENTRY)) {
             return false;
         }
@@ -173,59 +261,67 @@ void Bundle::readServices(const fs::path& folder) {
     });
 }
 
-// A restore applies the last of several settings under the same key.
-void Bundle::readSettings(const fs::path& folder) {
-    std::map<std::string, Json::Value> values;
-    std::string problem;
+void Bundle::readSettings(const Folders& folders) {
+    SettingsReading reading;
     try {
         if (!isUnpacked(application::SETTINGS_ENTRY)) {
             return;
         }
-        values = settingsOf(readReceived(folder / ENTRIES / application::SETTINGS_ENTRY, limits::SETTINGS_FILE_BYTES));
+        reading =
+            sim::readSettings(readReceived(folders.entries / application::SETTINGS_ENTRY, limits::SETTINGS_FILE_BYTES));
     } catch (const Error& error) {
         if (!isOfReceived(error)) {
             throw;
         }
-        problem = withoutFolder(error.what(), folder);
+        m_settingsProblem = folders.strip(error.what());
     }
+    if (!reading.problem.empty()) {
+        m_settingsProblem = fmt::format("{}: {}", application::SETTINGS_ENTRY, reading.problem);
+    }
+    m_endsAtSettings = reading.isFatal;
     for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
         BundlePart& part = m_parts[favouriteItem(list)];
-        const auto value = values.find(application::favouriteKey(list));
-        if (!problem.empty()) {
-            part = {PartState::Damaged, problem};
-        } else if (value != values.end() && value->second.isString()) {
+        const std::string key = application::favouriteKey(list);
+        if (const auto text = reading.texts.find(key); text != reading.texts.end()) {
             part = {PartState::Whole, ""};
-            m_setup.entries[favouriteItem(list)] = {{"name", value->second.asString()}};
-        } else if (value != values.end()) {
-            part = {PartState::Damaged, fmt::format("{}: its value is no text", application::SETTINGS_ENTRY)};
+            m_setup.entries[favouriteItem(list)] = {{"name", text->second}};
+        } else if (const auto problem = reading.problems.find(key); problem != reading.problems.end()) {
+            part = {PartState::Damaged, fmt::format("{}: {}", application::SETTINGS_ENTRY, problem->second)};
+        } else if (!m_settingsProblem.empty()) {
+            part = {PartState::Damaged, m_settingsProblem};
         }
     }
 }
 
-void Bundle::readIss(const fs::path& folder) {
-    read(Item::Iss, folder, [&] {
+void Bundle::readIss(const Folders& folders) {
+    read(Item::Iss, folders, [&] {
         if (!isUnpacked(application::ISS_DB_ENTRY)) {
             return false;
         }
-        adoptIss(folder / ENTRIES / application::ISS_DB_ENTRY, folder / "iss.db");
-        m_setup.entries[Item::Iss] = IssDb(folder / "iss.db").entries();
+        const fs::path database = folders.scratch / "iss.db";
+        adoptIss(folders.entries / application::ISS_DB_ENTRY, database);
+        m_setup.entries[Item::Iss] = IssDb(database).entries();
         return true;
     });
 }
 
-void Bundle::readCi(const fs::path& folder) {
+void Bundle::readCi(const Folders& folders) {
     const std::string prefix = application::CI_PREFIX;
-    read(Item::Ci, folder, [&] {
-        Entries files;
+    const auto isCi = [&](const std::string& path) { return path.size() > prefix.size() && path.find(prefix) == 0; };
+    read(Item::Ci, folders, [&] {
         for (const UnpackedEntry& entry : m_unpacking.entries) {
-            const std::string path = fs::path(entry.name).lexically_normal();
-            if (path.compare(0, prefix.size(), prefix) != 0 || !isUnpacked(path)) {
-                continue;
+            if (isCi(fs::path(entry.name).lexically_normal())) {
+                isUnpacked(entry.name);
             }
-            if (path.find('/', prefix.size()) != std::string::npos) {
-                damaged(fmt::format("{} is no file directly in {}", inQuotes(path), prefix));
+        }
+        Entries files;
+        for (const auto& [path, digest] : m_unpacking.files) {
+            if (isCi(path)) {
+                if (path.find('/', prefix.size()) != std::string::npos) {
+                    damaged(fmt::format("{} is no file directly in {}", inQuotes(path), prefix));
+                }
+                files[path.substr(prefix.size())] = digest;
             }
-            files[path.substr(prefix.size())] = m_unpacking.files.at(path);
         }
         if (!files.empty()) {
             m_setup.entries[Item::Ci] = files;

@@ -53,7 +53,7 @@ Metadata readMetadata(const std::string& text) {
     metadata.viewing = {
         {AntennaMode{-1}, ServiceMode{-1}}, UINT64_MAX, Source{-1}, {CategoryKind{-1}, 0, SortMode{-1}}};
     Json::Value parsed;
-    if (!parseJson(text, parsed)) {
+    if (!parseJson(text.c_str(), parsed)) {  // the application gets it as a C string
         metadata.problems.emplace_back("it is no JSON text");
         return metadata;
     }

@@ -24,6 +24,10 @@ inline bool operator==(const Category& left, const Category& right) {
     return left.kind == right.kind && left.param == right.param && left.sort == right.sort;
 }
 
+// Whether a TV knows them; of the categories, whether one with so many groups has it.
+bool isKnown(const TvMode& mode);
+bool isKnown(const Category& category, std::uint64_t groups);
+
 struct Viewing {
     TvMode mode;
     std::uint64_t serviceId = 0;

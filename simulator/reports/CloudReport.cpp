@@ -12,7 +12,6 @@
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Words.h"
-#include "simulator/reports/TvReport.h"
 
 namespace sim {
 
@@ -98,22 +97,6 @@ std::optional<Reason> incompatibility(const Metadata& metadata, const std::set<i
                                    : "no setting of this TV matches";
     return Reason{Cause::Antenna, fmt::format("the backup was made with the antenna inputs {}, and this TV has {}; {}",
                                               backup, antennaWords(antenna), advice)};
-}
-
-Prospect prospectOf(const Bundle& bundle, const Tv& tv) {
-    Prospect prospect{std::nullopt, leftoversOf(tv)};
-    if (!bundle.metadataText()) {
-        prospect.obstacle = {Cause::Other,
-                             "the bundle's metadata is not known; give it with --metadata, or import the bundle "
-                             "without: it gets some that fits the TV"};
-        return prospect;
-    }
-    prospect.obstacle = incompatibility(bundle.metadata(), tv.antenna());
-    const std::vector<std::string> problems = bundle.fatalProblems();
-    if (!prospect.obstacle && !problems.empty()) {
-        prospect.obstacle = {Cause::Damage, problems.front()};
-    }
-    return prospect;
 }
 
 std::string importBundle(CloudStore& store, const Bundle& bundle, const std::filesystem::path& file,

@@ -40,13 +40,6 @@ struct Reason {
 // Why a TV with these antenna inputs refuses a backup; nothing if it accepts it.
 std::optional<Reason> incompatibility(const Metadata& metadata, const std::set<int>& antenna);
 
-// What a restore of a bundle would do on a TV as it is now.
-struct Prospect {
-    std::optional<Reason> obstacle;      // nothing if it is possible
-    std::vector<std::string> leftovers;  // of earlier runs, which a restore would apply too
-};
-Prospect prospectOf(const Bundle& bundle, const Tv& tv);
-
 // Puts the bundle file into the store as a new backup of an account, and returns its id. A bundle without metadata gets
 // some that `tv`, which may be null otherwise, accepts, and that leave its viewing state alone. Throws Error: Damaged
 // if the file is no bundle, or what the store throws.

@@ -16,6 +16,7 @@
 #include "simulator/lineup/Difference.h"
 #include "simulator/lineup/Words.h"
 #include "simulator/reports/CloudReport.h"
+#include "simulator/reports/Foresight.h"
 #include "simulator/reports/TvReport.h"
 
 namespace fs = std::filesystem;
@@ -25,7 +26,6 @@ namespace sim {
 namespace {
 
 constexpr int FAILURE_PRIORITY = 6;
-constexpr char OWN[] = "this set's own";  // the IP services are, and no backup should have them
 
 struct Evidence {
     const Tv& tv;
@@ -46,47 +46,6 @@ struct Evidence {
     bool endedWell() const { return run.ended == RunEnd::Exit || run.ended == RunEnd::Reclaimed; }
 };
 
-// After a restore, the TV must have what the bundle has. Its other CI files stay, and of the viewing state only that
-// part changes which the application applies.
-Setup expectedAfterRestore(const Bundle& bundle, const Setup& now) {
-    Setup expected = bundle.setup();
-    const auto files = expected.entries.find(Item::Ci);
-    if (files != expected.entries.end()) {
-        files->second.insert(now.of(Item::Ci).begin(), now.of(Item::Ci).end());
-    }
-    expected.viewing = bundle.metadata().appliedTo(now.viewing);
-    return expected;
-}
-
-// Empty if the item does not differ.
-std::string howItDiffers(Item item, const Setup& backup, const Setup& tv) {
-    const ItemDifference difference = compare(item, backup, tv);
-    if (difference.isSame || difference.left == difference.right) {
-        return difference.detail;
-    }
-    return fmt::format("{} in the backup, {} in the TV{}{}", difference.left, difference.right,
-                       difference.detail.empty() ? "" : "; ", difference.detail);
-}
-
-// The parts of the backup's viewing state that the application, by its design, does not restore.
-std::string notApplied(const Viewing& backup, const Viewing& tv) {
-    std::vector<std::string> parts;
-    if (!(backup.mode == tv.mode) && backup.mode.antenna != AntennaMode{-1} && backup.mode.service != ServiceMode{-1}) {
-        parts.push_back(fmt::format("mode {}/{}", codeOf(backup.mode.antenna), codeOf(backup.mode.service)));
-    }
-    if (backup.serviceId != tv.serviceId && backup.serviceId != UINT64_MAX) {
-        parts.push_back(fmt::format("service {}", backup.serviceId));
-    }
-    if (backup.source != tv.source && backup.source != Source{-1}) {
-        parts.push_back(fmt::format("source {}", codeOf(backup.source)));
-    }
-    if (!(backup.category == tv.category) && backup.category.kind != CategoryKind{-1}) {
-        parts.push_back(fmt::format("category {}/{}/{}", codeOf(backup.category.kind), backup.category.param,
-                                    codeOf(backup.category.sort)));
-    }
-    return parts.empty() ? "" : fmt::format("not applied: {} in the backup", fmt::join(parts, ", "));
-}
-
 ItemVerdict judgeAfterBackup(const Evidence& evidence, Item item, const Setup& now) {
     const BundlePart& part = evidence.bundle->part(item);
     if (part.state == PartState::Damaged) {
@@ -94,7 +53,7 @@ ItemVerdict judgeAfterBackup(const Evidence& evidence, Item item, const Setup& n
     }
     if (item == Item::IpServices) {
         return part.state == PartState::Absent
-                   ? ItemVerdict{item, ItemState::Kept, OWN}
+                   ? ItemVerdict{item, ItemState::Kept, IP_SERVICES_STAY}
                    : ItemVerdict{item, ItemState::Differs, "they are in the backup, though they are this set's own"};
     }
     if (part.state == PartState::Absent) {
@@ -109,45 +68,20 @@ ItemVerdict judgeAfterBackup(const Evidence& evidence, Item item, const Setup& n
     return {item, difference.empty() ? ItemState::Stored : ItemState::Differs, difference};
 }
 
-ItemVerdict judgeAfterRestore(const Evidence& evidence, Item item, const Setup& now, bool hasChanged) {
-    const BundlePart& part = evidence.bundle->part(item);
-    if (item == Item::IpServices) {
-        return {item, hasChanged ? ItemState::Differs : ItemState::Kept,
-                hasChanged ? "they have changed, though they are this set's own" : OWN};
-    }
-    if (part.state == PartState::Damaged) {
-        return {item, ItemState::Damaged, part.problem};
-    }
-    if (part.state == PartState::Absent) {
-        return {item, hasChanged ? ItemState::Differs : ItemState::Kept,
-                hasChanged ? "not in the backup, but changed by what an earlier run had left" : part.problem};
-    }
-    const std::string difference = howItDiffers(item, expectedAfterRestore(*evidence.bundle, now), now);
-    if (!difference.empty()) {
-        return {item, ItemState::Differs, difference};
-    }
-    const std::string left =
-        item == Item::Viewing ? notApplied(evidence.bundle->setup().viewing, now.viewing) : std::string();
-    const ItemState unchanged = left.empty() ? ItemState::AlreadyEqual : ItemState::Kept;
-    return {item, hasChanged ? ItemState::Restored : unchanged, left};
-}
-
 std::vector<ItemVerdict> judgeItems(const Evidence& evidence) {
     std::vector<ItemVerdict> items;
     if (!evidence.bundle || evidence.isRestore() == evidence.hasBackedUp()) {
         return items;  // nothing was handed over, or not what was asked for
     }
     const Setup now = evidence.tv.setup();
-    Fingerprints before = evidence.tv.runs().record(evidence.run.id).before();
-    Fingerprints after = evidence.isRestore() ? evidence.tv.fingerprints() : Fingerprints();
+    if (evidence.isRestore()) {
+        return itemsAfterRestore(*evidence.bundle, now, evidence.tv.runs().record(evidence.run.id).before(),
+                                 evidence.tv.fingerprints());
+    }
     for (const auto& [item, name] : NAMES<Item>) {
         const auto lacking = now.lacking.find(item);
-        if (lacking != now.lacking.end()) {
-            items.push_back({item, ItemState::Unreadable, lacking->second});
-        } else {
-            items.push_back(evidence.isRestore() ? judgeAfterRestore(evidence, item, now, before[item] != after[item])
-                                                 : judgeAfterBackup(evidence, item, now));
-        }
+        items.push_back(lacking == now.lacking.end() ? judgeAfterBackup(evidence, item, now)
+                                                     : ItemVerdict{item, ItemState::Unreadable, lacking->second});
     }
     return items;
 }
@@ -258,17 +192,12 @@ Reason crashReason(const Evidence& evidence) {
     return {Cause::Exception, crash};
 }
 
-Reason lostReason(const Evidence& evidence, const Verdict& verdict) {
-    std::vector<std::string> lost;
-    for (const ItemVerdict& item : verdict.items) {
-        if (!isWell(item.state)) {
-            lost.push_back(fmt::format("{} {} ({})", nameOf(item.item), nameOf(item.state), item.detail));
-        }
-    }
+Reason lostReason(const Evidence& evidence, const std::vector<ItemVerdict>& items) {
+    const std::string lost = lostItems(items);
     if (lost.empty()) {
         return {Cause::ItemLost, "success was reported, but there is no backup to compare with"};
     }
-    std::string why = fmt::format("success was reported, but {}", fmt::join(lost, "; "));
+    std::string why = fmt::format("success was reported, but {}", lost);
     if (!evidence.isRestore()) {
         why += fmt::format("; a restore takes this backup until there is a newer one, or: halcyon-tv cloud remove {}",
                            evidence.backup->id);
@@ -344,7 +273,7 @@ void decide(const Evidence& evidence, Verdict& verdict) {
         reason = crashReason(evidence);
     } else if (wasToldOfSuccess(evidence) && !isWhole) {
         verdict.outcome = Outcome::DoneInPart;
-        reason = lostReason(evidence, verdict);
+        reason = lostReason(evidence, verdict.items);
     } else if (wasToldOfSuccess(evidence) && evidence.endedWell() && gotItsReply(evidence)) {
         verdict.outcome = Outcome::Done;
         return;

@@ -105,12 +105,14 @@ Json::Value toJson(const Bundle& bundle) {
                    {"channels", services ? toJson(countChannels(*services)) : Json::Value()}});
 }
 
-Json::Value toJson(const Prospect& prospect) {
-    const Reason reason = prospect.obstacle.value_or(Reason());
-    return object({{"isPossible", !prospect.obstacle},
-                   {"cause", nameOf(reason.cause)},
-                   {"why", reason.why},
-                   {"leftovers", prospect.leftovers}});
+Json::Value toJson(const Foresight& foresight) {
+    const bool isPossible = foresight.outcome == Outcome::Done || foresight.outcome == Outcome::DoneInPart;
+    return object({{"isPossible", isPossible},
+                   {"outcome", nameOf(foresight.outcome)},
+                   {"cause", nameOf(foresight.cause)},
+                   {"why", foresight.why},
+                   {"items", foresight.items},
+                   {"leftovers", foresight.leftovers}});
 }
 
 Json::Value toJson(const StoredBackup& backup) {

@@ -19,6 +19,7 @@
 #include "simulator/lineup/Bundle.h"
 #include "simulator/lineup/Difference.h"
 #include "simulator/reports/CloudReport.h"
+#include "simulator/reports/Foresight.h"
 #include "simulator/reports/RunReport.h"
 #include "simulator/reports/TvReport.h"
 
@@ -62,7 +63,7 @@ Json::Value toJson(const Metadata& metadata);
 Json::Value toJson(const UnpackedEntry& entry);
 Json::Value toJson(const ChannelCounts& counts);
 Json::Value toJson(const Bundle& bundle);
-Json::Value toJson(const Prospect& prospect);
+Json::Value toJson(const Foresight& foresight);
 Json::Value toJson(const StoredBackup& backup);
 Json::Value toJson(const ItemDifference& item);
 Json::Value toJson(const Difference& difference);

@@ -190,7 +190,7 @@ void Tv::changeViewing(const std::function<void(Viewing&)>& change) {
 }
 
 bool Tv::has(const TvMode& mode) const {
-    return isKnown(mode.antenna) && isKnown(mode.service);
+    return isKnown(mode);
 }
 
 bool Tv::has(Source source) const {
@@ -198,19 +198,7 @@ bool Tv::has(Source source) const {
 }
 
 bool Tv::has(const Category& category) const {
-    if (!isKnown(category.sort)) {
-        return false;
-    }
-    switch (category.kind) {
-        case CategoryKind::All:
-            return category.param == 0;
-        case CategoryKind::FavouriteList:
-            return category.param >= 1 && category.param <= application::FAVOURITE_LISTS;
-        case CategoryKind::Group:
-            return category.param >= 1 && category.param <= services().counts().groups;
-        default:
-            return false;
-    }
+    return isKnown(category, category.kind == CategoryKind::Group ? services().counts().groups : 0);
 }
 
 std::set<int> Tv::antenna() const {

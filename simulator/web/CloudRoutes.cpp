@@ -34,7 +34,7 @@ std::string pathIn(const ApiRequest& request) {
 
 Json::Value verified(const Lab& lab, const Bundle& bundle, const std::string& tv) {
     Json::Value value = toJson(bundle);
-    value["restore"] = tv.empty() ? Json::Value() : toJson(prospectOf(bundle, lab.look(tv)));
+    value["restore"] = tv.empty() ? Json::Value() : toJson(foresee(bundle, lab.look(tv)));
     return value;
 }
 

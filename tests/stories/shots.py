@@ -54,7 +54,7 @@ class Shots(Page):
         self.until_text("#run", "Refused")
         self.shoot("refused")
         self.click("[data-key='show-000001']")
-        self.until_text("#dialog", "would refuse it")
+        self.until_text("#dialog", ": refused: ")
         self.shoot("bundle", whole=False)
 
 

@@ -95,6 +95,8 @@ class Customer(Story):
         verified = b.tv("bundle", "verify", "customer.zip", "--json", code=6).json
         self.assertEqual([part["item"] for part in verified["items"] if part["state"] == "damaged"], ["iss"])
         self.assertTrue(verified["restore"]["isPossible"])
+        shown = b.tv("bundle", "verify", "customer.zip", code=6).text
+        self.assertIn("A restore on this TV: done in part\n", shown)
 
         difference = b.tv("diff", "a", "customer.zip", "--json", code=1).json
         self.assertEqual([pair["right"]["name"] for pair in difference["services"]["renamed"]], ["Grandma TV"])
@@ -104,8 +106,27 @@ class Customer(Story):
         restored = b.tv("run", "-q", "operation=restore", "--json", code=4).json
         self.assertEqual(restored["outcome"], "done in part")
         self.assertEqual({item["item"] for item in restored["items"] if not item["isWell"]}, {"iss"})
+        self.assertEqual(restored["items"], verified["restore"]["items"], "as it was foretold")
         names = [service["name"] for service in b.tv("status", "--services", "--json").json["channels"]]
         self.assertIn("Grandma TV", names)
+
+    def test_whose_settings_crash_the_restore_is_foretold_to_do_so(self):
+        self.make_bundle()
+        name = '{"path":"db/menu/broadcasting/channel_manager/favname1","type":1,"value":"Oma"}'
+        with zipfile.ZipFile(self.folder / "customer.zip", "a") as bundle:
+            bundle.writestr("./vconf.json", '{"dataSize":5,"data":[%s,%s]}' % (name, name.replace("favname1", "favname2")))
+        b = Tv(self.folder, "b")
+        verified = b.tv("bundle", "verify", "customer.zip", "--json", code=6).json
+        foretold = verified["restore"]
+        self.assertIn("vconf.json: dataSize is 5, and it holds 2 settings; the application ends there",
+                      verified["problems"])
+        self.assertEqual((foretold["isPossible"], foretold["outcome"]), (False, "crashed"))
+        states = {item["item"]: item["state"] for item in foretold["items"]}
+        self.assertEqual([states[item] for item in ("channels", "favname1", "favname3", "ci")],
+                         ["restored", "restored", "damaged", "differs"])
+        b.tv("cloud", "import", "customer.zip")
+        run = b.tv("run", "-q", "operation=restore", "--json", code=6).json
+        self.assertEqual((run["outcome"], run["items"]), (foretold["outcome"], foretold["items"]))
 
     def test_with_a_ci_file_that_cannot_be_read_has_no_ci_files(self):
         self.make_bundle()

@@ -18,6 +18,7 @@
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Bundle.h"
 #include "simulator/reports/Judge.h"
+#include "tests/support/Foretold.h"
 #include "tests/support/LogRecords.h"
 
 namespace fs = std::filesystem;
@@ -190,6 +191,7 @@ sim::Process TestTv::serveThisProcess() const {
 }
 
 RunResult TestTv::launch(const Strings& arguments) {
+    const Foretold foretold(*this, arguments);
     sim::Tv tv(home);
     const std::int64_t before = tv.runs().newest();
     const fs::path errors = home.parent_path() / "stderr";
@@ -219,6 +221,7 @@ RunResult TestTv::launch(const Strings& arguments) {
     }
     expectOneOperation(outcome, log);
     outcome.timeline = timelineOf(outcome.calls, log, *this);
+    foretold.expectTrue();
     return outcome;
 }
 

@@ -44,8 +44,8 @@ function wholeness(bundle) {
   return h("div", {class: "answer " + (isWhole ? "good" : "bad")},
     h("p", {class: "headline"}, isWhole ? "Whole: each byte was read" : problems.length > 0 ? "Damaged" : "Ambiguous"),
     [...problems, ...ambiguities].map((problem) => h("p", {}, h("bdi", {}, shown(problem)))),
-    restore ? h("p", {},
-      restore.isPossible ? `${tv} would take it.` : `${tv} would refuse it: ${shown(restore.why)}`) : null);
+    restore ? h("p", {}, `A restore on ${tv}: ${[restore.outcome, shown(restore.why)].filter(Boolean).join(": ")}`)
+      : null);
 }
 
 function channelCounts({services, byType}) {
