@@ -6,6 +6,7 @@
 
 #include "simulator/base/Archive.h"
 #include "simulator/base/Error.h"
+#include "simulator/lineup/Bundle.h"
 #include "simulator/lineup/ReceivedDatabase.h"
 #include "tests/support/TestTv.h"
 
@@ -116,6 +117,33 @@ INSTANTIATE_TEST_SUITE_P(
         Hostile{"NoGroups", "PRAGMA foreign_keys = OFF; DROP TABLE channel_groups", ReplaceStatus::TablesDiffer},
         Hostile{"WithItsOwnLog", "PRAGMA journal_mode = WAL", std::nullopt}),
     &nameOf);
+
+// Support is asked which channel it is.
+TEST_F(Received, NamesTheChannelsAtFault) {
+    const std::pair<const char*, const char*> faults[] = {
+        {"CREATE TABLE loose AS SELECT * FROM services; DROP TABLE services; ALTER TABLE loose RENAME TO services; "
+         "UPDATE services SET number = 7",
+         "(status 4): number 7 stands 3 times: 7 'Eins', 7 'Zwei', 7 'Radio Drei'"},
+        {"CREATE TABLE loose AS SELECT * FROM services; DROP TABLE services; ALTER TABLE loose RENAME TO services; "
+         "UPDATE services SET identity = 'x', type = 'film' WHERE number > 1",
+         "(status 4): identity x stands 2 times: 2 'Zwei', 3 'Radio Drei'; "
+         "neither tv nor radio: 2 'Zwei', 3 'Radio Drei'"},
+        {"PRAGMA foreign_keys = OFF; DELETE FROM channel_groups WHERE number = 2",
+         "(status 4): in a group that is not there: 3 'Radio Drei'"},
+        {"CREATE TABLE loose AS SELECT * FROM services; DROP TABLE services; ALTER TABLE loose RENAME TO services; "
+         "UPDATE services SET source = NULL WHERE number = 2",
+         "(status 4): without source: 2 'Zwei'"},
+        {"ALTER TABLE services RENAME COLUMN tid TO other", "(status 4): no table services with the columns tid"},
+        {"DELETE FROM services WHERE id = 1", "(status 5): it says 3, and holds 2"}};
+    for (const auto& [statements, expected] : faults) {
+        const fs::path archive = archiveOf("services.db", a.home / "service-db/services.db", statements);
+        fs::rename(archive, folder / "ServiceDB.zip");
+        sim::writeArchive(folder / "bundle.zip", {folder / "ServiceDB.zip"});
+        EXPECT_THAT(sim::Bundle(folder / "bundle.zip", std::nullopt).part(sim::Item::Channels).problem,
+                    ::testing::EndsWith(expected));
+        fs::remove(folder / "services.db");
+    }
+}
 
 class ReceivedIss : public Received {};
 

@@ -248,8 +248,9 @@ void Bundle::readServices(const Folders& folders) {
         if (!isUnpacked(application::SERVICE_DB_ENTRY)) {
             return false;
         }
-        if (const std::optional<ReplaceStatus> status = adoptServices(archive, database)) {
-            damaged(words(*status));
+        std::string why;
+        if (const std::optional<ReplaceStatus> status = adoptServices(archive, database, &why)) {
+            damaged(fmt::format("{}{}{}", words(*status), why.empty() ? "" : ": ", why));
         }
         m_setup.services.emplace(database);
         for (const ArchiveEntry& inner : listArchive(archive)) {

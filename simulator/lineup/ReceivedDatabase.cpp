@@ -63,13 +63,20 @@ ReceivedDatabase::~ReceivedDatabase() {
     sqlite3_progress_handler(m_target.m_database.get(), 0, nullptr, nullptr);
 }
 
+std::string ReceivedDatabase::mismatch(const Table& table) const {
+    const std::set<std::string> real = realColumnsOf(table);
+    std::vector<std::string> lacking;
+    std::copy_if(table.columns.begin(), table.columns.end(), std::back_inserter(lacking),
+                 [&](const std::string& column) { return real.count(column) == 0; });
+    return lacking.empty() ? "" : fmt::format("no table {} with the columns {}", table.name, fmt::join(lacking, ", "));
+}
+
 std::uint64_t ReceivedDatabase::copy(const Table& table) {
+    if (const std::string problem = mismatch(table); !problem.empty()) {
+        throw Error(Error::Kind::Damaged, fmt::format("{}: {}", m_target.m_name, problem));
+    }
     const std::set<std::string> real = realColumnsOf(table);
     const auto isReal = [&](const std::string& column) { return real.count(column) == 1; };
-    if (!std::all_of(table.columns.begin(), table.columns.end(), isReal)) {
-        throw Error(Error::Kind::Damaged, fmt::format("{}: no table {} with the columns {}", m_target.m_name,
-                                                      table.name, fmt::join(table.columns, ", ")));
-    }
     std::vector<std::string> wanted = table.columns;
     std::copy_if(table.optionalColumns.begin(), table.optionalColumns.end(), std::back_inserter(wanted), isReal);
     const std::string columns = fmt::format("\"{}\"", fmt::join(wanted, "\", \""));

@@ -39,6 +39,9 @@ public:
     // Whether there is a real table of that name.
     bool has(const Table& table) const { return !realColumnsOf(table).empty(); }
 
+    // What keeps its rows from being copied: it is no real table with such real columns. Empty if nothing does.
+    std::string mismatch(const Table& table) const;
+
     // Copies the rows of a table into that of the same name and columns in the target. Throws Error (Damaged) if there
     // is no such real table with such real columns, or if its rows do not fit. Returns the number of rows.
     std::uint64_t copy(const Table& table);

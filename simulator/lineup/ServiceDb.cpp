@@ -15,6 +15,7 @@
 #include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
+#include "simulator/lineup/ChannelFaults.h"
 #include "simulator/lineup/ReceivedDatabase.h"
 
 namespace fs = std::filesystem;
@@ -154,8 +155,14 @@ bool isRefused(Step step) {
     }
 }
 
+std::string faultsIn(const ReceivedDatabase& received, const Database& database) {
+    std::vector<std::string> faults;
+    isRefused([&] { faults = channelFaults(received, database, servicesTable(), GROUPS); });
+    return fmt::format("{}", fmt::join(faults, "; "));
+}
+
 // The rows of a received database in tables of our own.
-std::optional<ReplaceStatus> adoptRows(ReceivedDatabase& received, Database& database) {
+std::optional<ReplaceStatus> adoptRows(ReceivedDatabase& received, Database& database, std::string* why) {
     Transaction transaction(database);
     std::uint64_t count = 0;
     if (isRefused([&] {
@@ -166,9 +173,16 @@ std::optional<ReplaceStatus> adoptRows(ReceivedDatabase& received, Database& dat
                 received.copy(HEADERS);
             }
         })) {
+        if (why != nullptr) {
+            *why = faultsIn(received, database);
+        }
         return ReplaceStatus::TablesDiffer;
     }
-    if (count == 0 || database.integer("SELECT service_count FROM meta") != static_cast<std::int64_t>(count)) {
+    const std::int64_t said = database.integer("SELECT service_count FROM meta").value_or(0);
+    if (count == 0 || said != static_cast<std::int64_t>(count)) {
+        if (why != nullptr) {
+            *why = fmt::format("it says {}, and holds {}", said, count);
+        }
         return ReplaceStatus::CountDiffers;
     }
     transaction.commit();
@@ -177,7 +191,7 @@ std::optional<ReplaceStatus> adoptRows(ReceivedDatabase& received, Database& dat
 
 }  // namespace
 
-std::optional<ReplaceStatus> adoptServices(const fs::path& archive, const fs::path& built) {
+std::optional<ReplaceStatus> adoptServices(const fs::path& archive, const fs::path& built, std::string* why) {
     const ScratchFolder scratch(built.parent_path());
     bool isThere = false;
     if (isRefused([&] { isThere = extractEntry(archive, DATABASE, scratch / DATABASE); })) {
@@ -191,7 +205,7 @@ std::optional<ReplaceStatus> adoptServices(const fs::path& archive, const fs::pa
     if (isRefused([&] { received.emplace(scratch / DATABASE, database); })) {
         return ReplaceStatus::DatabaseDamaged;
     }
-    return adoptRows(*received, database);
+    return adoptRows(*received, database, why);
 }
 
 void ServiceDb::create(const ChannelSource& list, const std::string& ipServices) const {

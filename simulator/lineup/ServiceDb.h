@@ -94,7 +94,9 @@ private:
 };
 
 // Rebuilds the database of an archive from outside in tables of our own, as `built`. Only rows are taken over. Returns
-// nothing on success. Throws Error if there is no room for it.
-std::optional<ReplaceStatus> adoptServices(const std::filesystem::path& archive, const std::filesystem::path& built);
+// nothing on success; otherwise `why` gets the channels or the counts at fault, if they are known. Throws Error if
+// there is no room for it.
+std::optional<ReplaceStatus> adoptServices(const std::filesystem::path& archive, const std::filesystem::path& built,
+                                           std::string* why = nullptr);
 
 }  // namespace sim
