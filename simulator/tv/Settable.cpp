@@ -61,7 +61,6 @@ void setMode(Tv& tv, const std::string& value) {
 
 void setService(Tv& tv, const std::string& value) {
     const auto id = number<std::uint64_t>(value);
-    // The application may set a service that the list does not have; a person who does has mistyped.
     require(tv.services().find(id).has_value(), "service", value);
     tv.changeViewing([&](Viewing& viewing) { viewing.serviceId = id; });
 }
