@@ -18,6 +18,9 @@ namespace sim {
 namespace {
 
 bool isLoopback(const std::string& address) {
+    if (address.find('\0') != std::string::npos) {  // inet_pton() would look no further
+        return false;
+    }
     in_addr four = {};
     in6_addr six = {};
     if (::inet_pton(AF_INET, address.c_str(), &four) == 1) {
@@ -26,10 +29,17 @@ bool isLoopback(const std::string& address) {
     return ::inet_pton(AF_INET6, address.c_str(), &six) == 1 && IN6_IS_ADDR_LOOPBACK(&six);
 }
 
+constexpr std::size_t TOKEN_DIGITS = 32;
+constexpr std::uint64_t MAX_FILE_BYTES = 4096;
+
+bool isToken(const std::string& text) {
+    return text.size() == TOKEN_DIGITS && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
 std::string makeToken() {
     std::random_device random;
     std::string token;
-    for (int i = 0; i < 4; ++i) {
+    while (token.size() < TOKEN_DIGITS) {
         token += fmt::format("{:08x}", random());
     }
     return token;
@@ -57,7 +67,7 @@ bool isOwnOrigin(const std::string& origin, int port) {
 }
 
 bool isSameSecret(const std::string& left, const std::string& right) {
-    return left.size() == right.size() && CRYPTO_memcmp(left.data(), right.data(), left.size()) == 0;
+    return !left.empty() && left.size() == right.size() && CRYPTO_memcmp(left.data(), right.data(), left.size()) == 0;
 }
 
 std::string tokenIn(const std::string& file) {
@@ -67,10 +77,19 @@ std::string tokenIn(const std::string& file) {
         if (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid() || (status.st_mode & OTHERS) != 0) {
             throw Error(fmt::format("{}: not a file of your own that nobody else can read; remove it", file));
         }
-        return readFile(file);
+        std::string token = readFile(file, MAX_FILE_BYTES);
+        if (!isToken(token)) {
+            throw Error(Error::Kind::Damaged,
+                        fmt::format("{}: not the 32 hexadecimal digits of a token; remove it", file));
+        }
+        return token;
     }
+    // Beside its place: what is there is whole.
     std::string token = makeToken();
-    writeAll(openFile(file, O_WRONLY | O_CREAT | O_EXCL, 0600), token, file);
+    const ScratchFolder scratch(std::filesystem::path(file).parent_path());
+    const std::filesystem::path built = scratch / "token";
+    writeAll(openFile(built, O_WRONLY | O_CREAT | O_EXCL, 0600), token, built);
+    putInPlace(built, file);
     return token;
 }
 
