@@ -218,6 +218,13 @@ Json::Value toJson(const RunReport& report) {
                    {"endDetail", run.detail}});
 }
 
+Json::Value toJson(const Remedy& remedy) {
+    return object({{"kind", nameOf(remedy.kind)},
+                   {"rules", remedy.rules},
+                   {"name", nullIfEmpty(remedy.name)},
+                   {"value", nullIfEmpty(remedy.value)}});
+}
+
 Json::Value toJson(const CallRecord& call) {
     return object({{"name", call.name}, {"arguments", call.arguments}, {"result", call.result}, {"fault", call.fault}});
 }

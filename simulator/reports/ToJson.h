@@ -20,6 +20,7 @@
 #include "simulator/lineup/Difference.h"
 #include "simulator/reports/CloudReport.h"
 #include "simulator/reports/Foresight.h"
+#include "simulator/reports/Remedy.h"
 #include "simulator/reports/RunReport.h"
 #include "simulator/reports/TvReport.h"
 
@@ -70,6 +71,7 @@ Json::Value toJson(const Difference& difference);
 Json::Value toJson(const TvReport& report);
 Json::Value toJson(const ItemVerdict& item);
 Json::Value toJson(const RunReport& report);
+Json::Value toJson(const Remedy& remedy);
 Json::Value toJson(const CallRecord& call);
 Json::Value toJson(const LogRecord& log);
 Json::Value toJson(const Moment& moment);
