@@ -9,6 +9,7 @@
 #include <map>
 #include <tuple>
 
+#include "simulator/lineup/Difference.h"
 #include "tests/support/Invariants.h"
 
 namespace fs = std::filesystem;
@@ -183,6 +184,7 @@ void expectVerdictOnRestore(const test::TestTv& tv, const RunResult& run) {
     for (const sim::ItemVerdict& item : verdict.items) {
         const bool same = isSame(item.item, now, world().after);
         EXPECT_EQ(sim::isWell(item.state), same) << sim::nameOf(item.item) << ": " << item.detail;
+        EXPECT_EQ(sim::compare(item.item, world().after, now).isSame, same) << sim::nameOf(item.item);
         isWhole = isWhole && same;
     }
     const bool wasHandedOut = !run.backup.empty() && run.count("bnr_backup") == 0;

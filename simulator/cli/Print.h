@@ -10,7 +10,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "simulator/base/Json.h"
+#include "simulator/base/JsonDocument.h"
 #include "simulator/base/Text.h"
 
 namespace cli {

@@ -15,9 +15,6 @@
 
 namespace sim {
 
-namespace {
-
-// Metadata that a TV with these antenna inputs accepts, and that leave its viewing state alone.
 std::string metadataFor(const std::set<int>& antenna) {
     Json::Value setting;
     setting["antenna"] = application::antennaMask(antenna);
@@ -33,8 +30,6 @@ std::string metadataFor(const std::set<int>& antenna) {
     root["setting"] = setting;
     return writeJson(root);
 }
-
-}  // namespace
 
 std::string ofAccount(const std::string& account) {
     return account.empty() || account == DEFAULT_ACCOUNT ? "" : " of the account " + account;

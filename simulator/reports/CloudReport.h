@@ -32,6 +32,9 @@ FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name);
 // The antenna inputs that a backup was made with, in words.
 std::string antennaOf(const StoredBackup& backup);
 
+// Makes metadata that a TV with these antenna inputs accepts, and that leaves its viewing state alone.
+std::string metadataFor(const std::set<int>& antenna);
+
 struct Reason {
     Cause cause = Cause::None;
     std::string why;

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "simulator/base/Json.h"
+#include "simulator/base/JsonDocument.h"
 #include "simulator/base/Text.h"
 #include "simulator/cloud/CloudStore.h"
 #include "simulator/lineup/Bundle.h"
