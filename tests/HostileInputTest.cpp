@@ -11,6 +11,7 @@
 #include "simulator/base/Archive.h"
 #include "simulator/base/Database.h"
 #include "simulator/base/Error.h"
+#include "simulator/base/Json.h"
 #include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 #include "simulator/cloud/OpenCloud.h"
@@ -99,6 +100,15 @@ TEST_F(HostileInput, ABundleHasLimitsInSum) {
     test::makeArchive(folder / "y.zip", {{"vconf.json", "[" + std::string(4U << 20, ' ') + "]"}});
     EXPECT_THAT(sim::Bundle(folder / "y.zip", std::nullopt).part(sim::Item::Favourite1).problem,
                 HasSubstr("vconf.json: bytes: 4194306, and the limit is 4194304"));
+    std::string values = "[0";
+    for (std::size_t i = 0; i < sim::JSON_VALUES; ++i) {
+        values += ",0";
+    }
+    test::makeArchive(folder / "z.zip", {{"vconf.json", values + "]"}});
+    const sim::Bundle bundle(folder / "z.zip", values + "]");
+    for (const sim::Item item : {sim::Item::Favourite1, sim::Item::Viewing}) {
+        EXPECT_THAT(bundle.part(item).problem, HasSubstr("no JSON text of at most 100000 values"));
+    }
 }
 
 TEST_F(HostileInput, EntriesDoNotMeetWhatIsMadeOfABundle) {
@@ -140,6 +150,92 @@ TEST_F(HostileInput, ABundleThatReadersDisagreeOnIsAmbiguous) {
                               "1"}},
                             nothing),
                 ElementsAre());
+}
+
+// Nothing waits for a pipe or reads a device for ever.
+class EndlessFile : public HostileInput {
+protected:
+    void put(const fs::path& file, bool isPipe) {
+        fs::remove(file);
+        if (isPipe) {
+            ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+        } else {
+            fs::create_symlink("/dev/zero", file);
+        }
+    }
+
+    // 124 is the code of a command that does not end.
+    Answer limited(const std::string& words, const std::string& home = "tv") {
+        return test::shell(fmt::format("{} timeout 20 '{}' {}", environment(home), test::TOOL, words));
+    }
+};
+
+TEST_F(EndlessFile, InAStoreDamagesItsBackupOnly) {
+    init();
+    tv("run -q");
+    tv("run -q");
+    const fs::path backup = folder / "cloud/Qr7tLw2ZkA/OOBERFChannelList/000001";
+    for (const std::string name : {"info.json", "metadata.json", "bundle.zip"}) {
+        for (const bool isPipe : {true, false}) {
+            fs::copy(backup, folder / "kept");
+            put(backup / name, isPipe);
+            const Answer list = limited("cloud list");
+            EXPECT_EQ(list.code, 0) << name;
+            EXPECT_THAT(list.text, AllOf(HasSubstr("DAMAGED"), HasSubstr("000002  "))) << name;
+            EXPECT_EQ(limited("bundle show 000001").code, 3) << name;
+            EXPECT_EQ(limited("run -q operation=restore --backup 000001").code, 7) << name;
+            fs::remove_all(backup);
+            fs::rename(folder / "kept", backup);
+        }
+    }
+}
+
+TEST_F(EndlessFile, IsNoMetadata) {
+    test::makeArchive(folder / "x.zip", {{"a", "1"}});
+    const std::string bundle = (folder / "x.zip").string();
+    for (const bool isPipe : {true, false}) {
+        put(bundle + ".metadata.json", isPipe);
+        const std::string given = fmt::format("bundle show {0} --metadata {0}.metadata.json", bundle);
+        for (const std::string& words : {"bundle show " + bundle, given}) {
+            const Answer answer = limited(words);
+            EXPECT_EQ(answer.code, 3);
+            EXPECT_THAT(answer.text, HasSubstr("x.zip.metadata.json: not a regular file"));
+        }
+    }
+}
+
+TEST_F(EndlessFile, InTheTvOfAnotherUserEndsTheLook) {
+    init("mine");
+    for (const std::string name : {"tv.db", "iss.db", "service-db/services.db", "service-db/ipsrv", "ci/x"}) {
+        for (const bool isPipe : {true, false}) {
+            init();
+            put(home() / name, isPipe);
+            for (const std::string words :
+                 {"status", "record", "export --format vdr", "diff " + home("mine").string()}) {
+                EXPECT_NE(limited(words).code, 124) << name << ": " << words;
+            }
+            EXPECT_NE(limited("diff " + home().string(), "mine").code, 124) << name;
+            fs::remove_all(home());
+        }
+    }
+}
+
+TEST_F(EndlessFile, IsNoneThatAViewMakes) {
+    init("mine");
+    const std::string endless = " AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT ";
+    for (const auto& [name, statements] : std::vector<std::pair<std::string, std::string>>{
+             {"tv.db", "ALTER TABLE state RENAME TO t; CREATE VIEW state" + endless + "t.* FROM t, n WHERE i < 0"},
+             {"iss.db", "DROP TABLE iss; CREATE VIEW iss" + endless + "i AS key, i AS value FROM n"},
+             {"service-db/services.db",
+              "ALTER TABLE services RENAME TO t; CREATE VIEW services" + endless + "t.* FROM t, n WHERE i < 0"}}) {
+        init();
+        sim::Database(home() / name, sim::Database::Access::Change).run(statements);
+        for (const std::string words : {"status", "record", "export --format vdr", "diff " + home("mine").string()}) {
+            EXPECT_NE(limited(words).code, 124) << name << ": " << words;
+        }
+        EXPECT_THAT(limited("diff " + home().string(), "mine").text, HasSubstr("prohibited")) << name;
+        fs::remove_all(home());
+    }
 }
 
 class HostileStore : public test::TwoTvs {};

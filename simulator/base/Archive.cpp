@@ -37,8 +37,11 @@ Zip open(const fs::path& archive, int flags) {
         zip_error_t error;
         zip_error_init_with_code(&error, code);
         const std::string reason = zip_error_strerror(&error);
-        const Error::Kind kind = kindOfZipError(&error);
+        Error::Kind kind = kindOfZipError(&error);
         zip_error_fini(&error);
+        if (kind == Error::Kind::Full && (flags & ZIP_RDONLY) != 0) {
+            kind = Error::Kind::Damaged;  // an offset beyond what a file can have
+        }
         throw Error(kind, fmt::format("{}: no usable zip archive: {}", archive.string(), reason));
     }
     return zip;

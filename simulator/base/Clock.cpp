@@ -5,7 +5,11 @@
 namespace sim {
 
 std::string toUtc(std::time_t time) {
-    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(time));
+    std::tm parts = {};
+    if (::gmtime_r(&time, &parts) == nullptr) {
+        return fmt::format("{} seconds", time);  // a year beyond what a calendar counts
+    }
+    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", parts);
 }
 
 std::optional<std::time_t> fromUtc(const std::string& text) {

@@ -15,6 +15,7 @@ namespace sim {
 namespace {
 
 constexpr int BUSY_TIMEOUT_MS = 10'000;
+constexpr int MAX_STATEMENT_STEPS = 10'000;  // of a confined database
 
 Error::Kind kindOfSqliteCode(int code, int systemError) {
     switch (code & 0xFF) {
@@ -47,6 +48,17 @@ Error::Kind kindOfSqliteCode(int code, int systemError) {
     if (isOfSystem && systemError != 0) {
         reason = fmt::format("{}: {}", reason, std::strerror(systemError));
     }
+    if (code == SQLITE_READONLY_DBMOVED) {
+        throw Error(Error::Kind::Locked, fmt::format("{}: another has taken its place just now; try again", name));
+    }
+    // How SQLite says that a statement is longer than the limit.
+    if (code == SQLITE_NOMEM && sqlite3_limit(database, SQLITE_LIMIT_VDBE_OP, -1) == MAX_STATEMENT_STEPS) {
+        throw Error(Error::Kind::Damaged, fmt::format("{}: more tables or columns than the limit of {} steps allows",
+                                                      name, MAX_STATEMENT_STEPS));
+    }
+    if (code == SQLITE_INTERRUPT) {
+        reason = "reading it takes more steps than a file of its size should need";
+    }
     throw Error(kindOfSqliteCode(code, systemError), fmt::format("{}: {}", name, reason));
 }
 
@@ -60,14 +72,9 @@ std::string immutableUri(const fs::path& file) {
 }
 
 int flagsFor(Database::Access access) {
-    switch (access) {
-        case Database::Access::Look:
-            return SQLITE_OPEN_READONLY;
-        case Database::Access::Change:
-            return SQLITE_OPEN_READWRITE;
-        default:
-            return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_URI;  // for attach()
-    }
+    return access == Database::Access::Change
+               ? SQLITE_OPEN_READWRITE
+               : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_URI;  // for attach()
 }
 
 }  // namespace
@@ -133,14 +140,62 @@ void Statement::set(int parameter, std::string_view value) {
 
 Database::Database(const fs::path& file, Access access)
     : m_database(nullptr, &sqlite3_close_v2), m_name(file.string()) {
-    open(file.string(), flagsFor(access));
-    // Even a reader of a write-ahead log needs a file beside it. If it cannot create that, and there is no log, nobody
-    // writes to the database.
-    const int code = sqlite3_exec(m_database.get(), "PRAGMA schema_version", nullptr, nullptr, nullptr) & 0xFF;
-    const bool canRead = code != SQLITE_CANTOPEN && code != SQLITE_READONLY;
-    if (access == Access::Look && !canRead && !pathExists(file.string() + "-wal")) {
-        open(immutableUri(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+    if (access == Access::Look) {
+        openToLook(file);
+    } else {
+        open(file.string(), flagsFor(access));
     }
+}
+
+// Even a reader of a write-ahead log needs a file beside it. If it cannot create that, and there is no log, nobody
+// writes to the database. Or its folder has just been replaced: then it is opened again.
+void Database::openToLook(const fs::path& file) {
+    std::uint64_t bytes = 0;
+    for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
+        const std::string part = file.string() + suffix;
+        if (pathExists(part) && !isRegularFile(part)) {
+            throw Error(Error::Kind::Damaged, fmt::format("{}: not a regular file", part));
+        }
+        bytes += pathExists(part) ? sizeOf(part) : 0;
+    }
+    constexpr int ATTEMPTS = 3;
+    for (int i = 0; i < ATTEMPTS; ++i) {
+        open(file.string(), SQLITE_OPEN_READONLY);
+        const int code = sqlite3_exec(m_database.get(), "PRAGMA schema_version", nullptr, nullptr, nullptr) & 0xFF;
+        if (code != SQLITE_CANTOPEN && code != SQLITE_READONLY) {
+            break;
+        }
+        if (!pathExists(file.string() + "-wal")) {
+            open(immutableUri(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+            break;
+        }
+    }
+    constexpr int MAX_ROW_BYTES = 1 << 20;
+    constexpr std::uint64_t MIN_STEPS = 50'000'000;
+    constexpr std::uint64_t STEPS_PER_BYTE = 32;  // for all that is asked of it
+    confine(MAX_ROW_BYTES, MIN_STEPS + STEPS_PER_BYTE * bytes);
+}
+
+void Database::confine(int maxRowBytes, std::uint64_t maxSteps) {
+    constexpr int MAX_COLUMNS = 100;
+    constexpr int CHECK_INTERVAL = 1000;  // steps
+    sqlite3* database = m_database.get();
+    sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+    sqlite3_limit(database, SQLITE_LIMIT_LENGTH, maxRowBytes);
+    sqlite3_limit(database, SQLITE_LIMIT_SQL_LENGTH, maxRowBytes);
+    sqlite3_limit(database, SQLITE_LIMIT_COLUMN, MAX_COLUMNS);
+    sqlite3_limit(database, SQLITE_LIMIT_VDBE_OP, MAX_STATEMENT_STEPS);
+    sqlite3_limit(database, SQLITE_LIMIT_ATTACHED, 1);
+    m_checksLeft = std::make_unique<std::int64_t>(static_cast<std::int64_t>(maxSteps / CHECK_INTERVAL));
+    const auto spend = [](void* checksLeft) { return --*static_cast<std::int64_t*>(checksLeft) < 0 ? 1 : 0; };
+    sqlite3_progress_handler(database, CHECK_INTERVAL, spend, m_checksLeft.get());
+}
+
+void Database::endBudget() {
+    sqlite3_progress_handler(m_database.get(), 0, nullptr, nullptr);
 }
 
 Database Database::makeBeside(const fs::path& file, const std::string& schema) {

@@ -70,7 +70,8 @@ private:
 class Database {
 public:
     enum class Access {
-        Look,    // reads only, and needs no right to write, not even to the folder
+        Look,    // reads only, and needs no right to write, not even to the folder. Whoever made it, looking ends: see
+                 // confine(); and a file that is no regular one is Damaged
         Change,  // reads and writes; the file must exist
         Create,  // reads and writes, and creates the file if it does not exist
     };
@@ -113,9 +114,16 @@ private:
     friend class ReceivedDatabase;
 
     void open(const std::string& name, int flags);
+    void openToLook(const std::filesystem::path& file);
+
+    // From now on nothing of a schema is run: no view, no trigger, no function. Rows and texts of statements have
+    // limits, and all statements together a budget of steps.
+    void confine(int maxRowBytes, std::uint64_t maxSteps);
+    void endBudget();
 
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> m_database;
     std::string m_name;
+    std::unique_ptr<std::int64_t> m_checksLeft;  // of the budget; SQLite counts it down
 };
 
 // Undoes the changes of its scope at the end, unless commit() was called.

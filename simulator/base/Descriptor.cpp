@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "simulator/base/Error.h"
@@ -37,6 +38,15 @@ DescriptorPair pipePair(std::string_view what) {
         throw Error::ofSystem(what, "cannot be connected");
     }
     return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+Descriptor openRegularFile(const std::filesystem::path& path) {
+    Descriptor descriptor = openFile(path, O_RDONLY | O_NONBLOCK);  // opening a pipe would wait for its writer
+    struct stat status = {};
+    if (::fstat(descriptor.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        throw Error(Error::Kind::Damaged, path.string() + ": not a regular file");
+    }
+    return descriptor;
 }
 
 void writeAll(const Descriptor& descriptor, std::string_view bytes, const std::filesystem::path& path) {

@@ -34,6 +34,9 @@ private:
 // Opens a file with `flags` and O_CLOEXEC. Throws Error.
 Descriptor openFile(const std::filesystem::path& path, int flags, mode_t mode = 0);
 
+// Opens a regular file for reading. Throws Error, Damaged if it is of another kind: reading a pipe might never end.
+Descriptor openRegularFile(const std::filesystem::path& path);
+
 // The two ends of a pair of stream sockets; or of a pipe, the first to read from and the second to write to. Both throw
 // Error; `what` is for its message.
 using DescriptorPair = std::array<Descriptor, 2>;

@@ -18,9 +18,6 @@ Error::Kind kindOfErrno(int error) {
         case EDQUOT:
         case EFBIG:
             return Error::Kind::Full;
-        case EBUSY:
-        case EAGAIN:
-            return Error::Kind::Locked;
         default:
             return Error::Kind::Unusable;
     }

@@ -79,6 +79,17 @@ int renameDurably(const fs::path& built, const fs::path& target, unsigned flags)
     return 0;
 }
 
+void forEachBlockOf(const Descriptor& file, const fs::path& path, const std::function<void(std::string_view)>& take) {
+    std::array<char, 65536> buffer;
+    ssize_t count = 0;
+    while ((count = ::read(file.get(), buffer.data(), buffer.size())) > 0) {
+        take({buffer.data(), static_cast<std::size_t>(count)});
+    }
+    if (count < 0) {
+        throw Error::ofSystem(path, "cannot read");
+    }
+}
+
 // A scratch folder is named by this prefix and six hexadecimal digits. Its mark is its mode, which no folder has by
 // chance, and which it has from mkdir() on.
 constexpr std::string_view SCRATCH_PREFIX = "halcyon-building-";
@@ -144,20 +155,12 @@ bool removeFile(const fs::path& path) {
 }
 
 void forEachBlock(const fs::path& path, const std::function<void(std::string_view)>& take) {
-    const Descriptor file = openFile(path, O_RDONLY);
-    std::array<char, 65536> buffer;
-    ssize_t count = 0;
-    while ((count = ::read(file.get(), buffer.data(), buffer.size())) > 0) {
-        take({buffer.data(), static_cast<std::size_t>(count)});
-    }
-    if (count < 0) {
-        throw Error::ofSystem(path, "cannot read");
-    }
+    forEachBlockOf(openRegularFile(path), path, take);
 }
 
 void forEachLine(const fs::path& path, const std::function<void(std::string_view)>& take, std::size_t maxBytes) {
     std::string begun;
-    forEachBlock(path, [&](std::string_view block) {
+    forEachBlockOf(openFile(path, O_RDONLY), path, [&](std::string_view block) {
         while (!block.empty()) {
             const std::size_t end = block.find('\n');
             const std::string_view part = block.substr(0, end);
@@ -188,13 +191,6 @@ std::string readFile(const fs::path& path, std::uint64_t maxBytes) {
         }
     });
     return text;
-}
-
-std::string readReceived(const fs::path& path, std::uint64_t maxBytes) {
-    if (pathExists(path) && !isRegularFile(path)) {
-        throw Error(Error::Kind::Damaged, fmt::format("{}: not a regular file", path.string()));
-    }
-    return readFile(path, maxBytes);
 }
 
 std::uint64_t sizeOf(const fs::path& path) {

@@ -27,19 +27,16 @@ bool removeFile(const std::filesystem::path& path);
 
 // Every function below throws Error if it fails, with the path in the message and the kind of the system's error.
 
-// Passes the bytes of a file to `take`, block by block.
+// Passes the bytes of a regular file to `take`, block by block. Throws Error (Damaged) if it is of another kind.
 void forEachBlock(const std::filesystem::path& path, const std::function<void(std::string_view)>& take);
 
-// Passes its lines to `take`, without their line breaks. Throws Error (Damaged) if one is longer than `maxBytes`.
+// Passes the lines of a file of any kind to `take`, without their line breaks. Throws Error (Damaged) if one is longer
+// than `maxBytes`.
 void forEachLine(const std::filesystem::path& path, const std::function<void(std::string_view)>& take,
                  std::size_t maxBytes = SIZE_MAX);
 
-// All of a file. Throws Error (Damaged) if it has more than `maxBytes`.
+// All of a regular file. Throws Error (Damaged) if it is of another kind, or has more than `maxBytes`.
 std::string readFile(const std::filesystem::path& path, std::uint64_t maxBytes = UINT64_MAX);
-
-// The same of a file that somebody else may have put there. Throws Error (Damaged) if it is not a regular file: reading
-// a pipe might never end.
-std::string readReceived(const std::filesystem::path& path, std::uint64_t maxBytes);
 
 std::uint64_t sizeOf(const std::filesystem::path& path);
 

@@ -3,6 +3,7 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include <exception>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -10,10 +11,30 @@ namespace sim {
 
 namespace {
 
+class TooManyValues : public std::exception {};
+
 // jsoncpp accepts some texts that are not JSON ("-01", a line break inside a string). This parser does not, but takes a
 // NUL for the end of the text.
 bool isJson(const std::string& text) {
     return text.find('\0') == std::string::npos && nlohmann::json::accept(text);
+}
+
+bool hasFewValues(const std::string& text) {
+    using Event = nlohmann::json::parse_event_t;
+    std::size_t count = 0;
+    const auto discard = [&](int /*depth*/, Event event, nlohmann::json& /*value*/) {
+        const bool isValue = event == Event::value || event == Event::object_start || event == Event::array_start;
+        if (isValue && ++count > JSON_VALUES) {
+            throw TooManyValues();
+        }
+        return false;
+    };
+    try {
+        const nlohmann::json discarded = nlohmann::json::parse(text, discard, false);
+        return true;
+    } catch (const TooManyValues&) {
+        return false;
+    }
 }
 
 }  // namespace
@@ -24,7 +45,8 @@ bool parseJson(const std::string& text, Json::Value& value) {
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     value = Json::Value();
     try {
-        if (isJson(text) && reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) {
+        if (isJson(text) && hasFewValues(text) &&
+            reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) {
             return true;
         }
     } catch (const Json::Exception&) {  // nested too deep

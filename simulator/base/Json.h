@@ -3,11 +3,16 @@
 
 #include <json/value.h>
 
+#include <cstddef>
 #include <string>
 
 namespace sim {
 
-// Parses a whole JSON text. Returns false and sets a null value if it is not JSON, or nested too deep.
+// More values in a text are refused: parsed, each takes some fifty bytes.
+constexpr std::size_t JSON_VALUES = 100'000;
+
+// Parses a whole JSON text. Returns false and sets a null value if it is not JSON, nested more than 1,000 deep, or
+// holds more than JSON_VALUES values.
 bool parseJson(const std::string& text, Json::Value& value);
 
 enum class JsonStyle { Compact, Indented };

@@ -23,7 +23,7 @@ std::optional<std::string> metadataOf(const fs::path& bundle, const std::string&
     }
     for (const fs::path& beside :
          {fs::path(bundle.string() + sim::application::METADATA_SUFFIX), bundle.parent_path() / "metadata.json"}) {
-        if (sim::isRegularFile(beside)) {
+        if (sim::pathExists(beside) && !sim::isFolder(beside)) {
             return sim::readFile(beside, sim::limits::METADATA_BYTES);
         }
     }

@@ -4,6 +4,7 @@
 #include <json/value.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "simulator/base/Digest.h"
 #include "simulator/base/Environment.h"
@@ -57,14 +58,15 @@ std::uint64_t highestNumber(const fs::path& category) {
 void load(const fs::path& folder, StoredBackup& backup) {
     const fs::path file = folder / "info.json";
     Json::Value info;
-    parseJson(readReceived(file, limits::METADATA_BYTES), info);  // else it is null
+    parseJson(readFile(file, limits::METADATA_BYTES), info);  // else it is null
     try {
         readInfo(info, backup);
     } catch (const Error& error) {
         throw Error(error.kind(), fmt::format("{}: {}", file.string(), error.what()));
     }
-    backup.metadata = readReceived(folder / "metadata.json", limits::METADATA_BYTES);
+    backup.metadata = readFile(folder / "metadata.json", limits::METADATA_BYTES);
     backup.size = sizeOf(folder / "bundle.zip");
+    limits::require(fmt::format("{}: bytes", (folder / "bundle.zip").string()), backup.size, limits::ARCHIVE_BYTES);
 }
 
 bool isAccount(const fs::path& member) {
@@ -77,6 +79,16 @@ bool isOwn(const fs::path& member) {
 }
 
 }  // namespace
+
+FolderStore::FolderStore(fs::path folder) : m_folder(std::move(folder)) {
+    fs::path existing = absolutePath(m_folder);
+    while (!pathExists(existing) && existing.has_relative_path()) {
+        existing = existing.parent_path();
+    }
+    if (!isFolder(existing)) {
+        throw Error(fmt::format("the cloud cannot be at {}: {} is no folder", m_folder.string(), existing.string()));
+    }
+}
 
 std::vector<fs::path> FolderStore::makeLocalFolders() const {
     makePrivateFolder(m_folder);

@@ -17,7 +17,8 @@ namespace sim {
 
 class FolderStore final : public CloudStore {
 public:
-    explicit FolderStore(std::filesystem::path folder) : m_folder(std::move(folder)) {}
+    // Throws Error if a file is in the way.
+    explicit FolderStore(std::filesystem::path folder);
 
     std::string place() const override { return m_folder; }
     bool isRemote() const override { return false; }

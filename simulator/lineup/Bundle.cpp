@@ -73,7 +73,7 @@ SettingsReading readSettings(const std::string& text) {
     SettingsReading reading;
     Json::Value parsed;
     if (!parseJson(text, parsed)) {
-        reading.problem = "no JSON text; a restore sets none of it";
+        reading.problem = fmt::format("no JSON text of at most {} values; a restore sets none of it", JSON_VALUES);
         return reading;
     }
     const Json::Value& root = parsed;  // constant: a look-up adds no members
@@ -269,7 +269,7 @@ void Bundle::readSettings(const Folders& folders) {
             return;
         }
         reading =
-            sim::readSettings(readReceived(folders.entries / application::SETTINGS_ENTRY, limits::SETTINGS_FILE_BYTES));
+            sim::readSettings(readFile(folders.entries / application::SETTINGS_ENTRY, limits::SETTINGS_FILE_BYTES));
     } catch (const Error& error) {
         if (!isOfReceived(error)) {
             throw;

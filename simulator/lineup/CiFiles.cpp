@@ -5,6 +5,7 @@
 #include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
+#include "simulator/base/Limits.h"
 
 namespace fs = std::filesystem;
 
@@ -17,9 +18,17 @@ void CiFiles::create(const std::map<std::string, std::string>& contents) const {
     }
 }
 
+// The TV may be another user's: a link could lead anywhere, and a file be endless.
 std::map<std::string, std::string> CiFiles::digests() const {
     std::map<std::string, std::string> digests;
+    std::uint64_t bytes = 0;
     for (const std::string& path : paths()) {
+        std::error_code ignored;
+        if (fs::is_symlink(path, ignored)) {
+            throw Error(Error::Kind::Damaged, fmt::format("{}: a link, not a file", path));
+        }
+        bytes += isRegularFile(path) ? sizeOf(path) : 0;
+        limits::require(fmt::format("{}: bytes of all CI files", m_folder.string()), bytes, limits::ENTRY_BYTES);
         digests.emplace(fs::path(path).filename(), digestOf(path));
     }
     return digests;

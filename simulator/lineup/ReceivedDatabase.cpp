@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <iterator>
@@ -16,42 +15,14 @@ namespace sim {
 
 namespace {
 
-constexpr int MAX_ROW_BYTES = limits::ROW_BYTES;
-constexpr int MAX_COLUMNS = 100;
-constexpr int MAX_STATEMENT_STEPS = 10'000;
-
 // Checking and copying a plain table takes fewer steps than this for each of its bytes; what takes more is none.
 constexpr std::uint64_t MIN_STEPS = 2'000'000;
 constexpr std::uint64_t STEPS_PER_BYTE = 4;
-constexpr int CHECK_INTERVAL = 1000;  // steps
-
-std::int64_t checksFor(std::uint64_t bytes) {
-    return static_cast<std::int64_t>((MIN_STEPS + STEPS_PER_BYTE * bytes) / CHECK_INTERVAL);
-}
-
-// Called every CHECK_INTERVAL steps; non-zero interrupts.
-int spend(void* checksLeft) {
-    return --*static_cast<std::int64_t*>(checksLeft) < 0 ? 1 : 0;
-}
-
-void confine(sqlite3* database) {
-    sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-    sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
-    sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
-    sqlite3_limit(database, SQLITE_LIMIT_LENGTH, MAX_ROW_BYTES);
-    sqlite3_limit(database, SQLITE_LIMIT_SQL_LENGTH, MAX_ROW_BYTES);
-    sqlite3_limit(database, SQLITE_LIMIT_COLUMN, MAX_COLUMNS);
-    sqlite3_limit(database, SQLITE_LIMIT_VDBE_OP, MAX_STATEMENT_STEPS);
-    sqlite3_limit(database, SQLITE_LIMIT_ATTACHED, 1);
-}
 
 }  // namespace
 
-ReceivedDatabase::ReceivedDatabase(const fs::path& file, Database& target)
-    : m_target(target), m_checksLeft(checksFor(sizeOf(file))) {
-    confine(target.m_database.get());
-    sqlite3_progress_handler(target.m_database.get(), CHECK_INTERVAL, &spend, &m_checksLeft);
+ReceivedDatabase::ReceivedDatabase(const fs::path& file, Database& target) : m_target(target) {
+    target.confine(limits::ROW_BYTES, MIN_STEPS + STEPS_PER_BYTE * sizeOf(file));
     target.attach(file, "received");
     Statement check(target, "PRAGMA received.integrity_check(1)");
     if (!check.next() || check.text(0) != "ok") {
@@ -60,7 +31,7 @@ ReceivedDatabase::ReceivedDatabase(const fs::path& file, Database& target)
 }
 
 ReceivedDatabase::~ReceivedDatabase() {
-    sqlite3_progress_handler(m_target.m_database.get(), 0, nullptr, nullptr);
+    m_target.endBudget();
 }
 
 std::string ReceivedDatabase::mismatch(const Table& table) const {

@@ -50,7 +50,6 @@ private:
     std::set<std::string> realColumnsOf(const Table& table) const;
 
     Database& m_target;
-    std::int64_t m_checksLeft;  // of the budget; SQLite counts it down
 };
 
 }  // namespace sim

@@ -15,6 +15,7 @@
 #include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
+#include "simulator/base/Limits.h"
 #include "simulator/lineup/ChannelFaults.h"
 #include "simulator/lineup/ReceivedDatabase.h"
 
@@ -245,7 +246,7 @@ std::optional<ReplaceStatus> ServiceDb::replace(const fs::path& archive) const {
 }
 
 std::string ServiceDb::ipServices() const {
-    return readFile(ipsrv());
+    return readFile(ipsrv(), limits::ENTRY_BYTES);
 }
 
 Services::Services(const fs::path& database)

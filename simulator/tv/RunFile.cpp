@@ -9,6 +9,7 @@
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
+#include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 
 namespace fs = std::filesystem;
@@ -101,7 +102,7 @@ std::vector<Record> recordsOf(const fs::path& file, const char* kind) {
         }
     };
     if (isRegularFile(file)) {
-        forEachLine(file, take);
+        forEachLine(file, take, limits::RECORD_LINE_BYTES);
     }
     return records;
 }
