@@ -58,6 +58,10 @@ CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::strin
 // Adds a command that has commands of its own.
 CLI::App* addGroup(CLI::App& parent, const std::string& name, const std::string& help);
 
+// Whether the extra values of a launch request ask for a restore. Throws UsageError if they make no sense, as after a
+// typing error. The application itself takes each operation that it does not know for a backup.
+bool checkExtras(const std::vector<std::string>& extras);
+
 void addTvCommands(CLI::App& app, Action& chosen);
 void addRunCommands(CLI::App& app, Action& chosen);
 void addFaultCommands(CLI::App& app, Action& chosen);

@@ -31,6 +31,7 @@ struct Options {
     sim::FleetRequest request;
     std::string lab;
     std::string channels;
+    bool asIs = false;
 };
 
 // The value that a share of all values does not exceed.
@@ -120,8 +121,13 @@ sim::ServiceDb channelsFor(const Session& session, const std::string& file,
 }
 
 int run(const Session& session, Options options) {
+    if (!options.asIs) {
+        checkExtras(options.request.extras);
+    }
     std::optional<sim::ScratchFolder> scratch;
     options.request.folder = options.lab.empty() ? session.home.parent_path() / "fleet" : sim::normalised(options.lab);
+    options.request.list = options.channels.empty() ? fmt::format("the channels of {}", session.home.string())
+                                                    : fmt::format("the list {}", options.channels);
     options.request.channels = [&] { return channelsFor(session, options.channels, scratch); };
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         std::signal(signal, [](int again) {  // once more ends at once
@@ -142,17 +148,18 @@ int run(const Session& session, Options options) {
                   static_cast<double>(now) / elapsed());
         }
     };
-    sim::FleetRuns runs = sim::runFleet(options.request, session.cloud, progress);
+    const auto warn = [](const std::string& message) { print(stderr, "{}\n", message); };
+    sim::FleetRuns runs = sim::runFleet(options.request, session.cloud, progress, warn);
     if (isWatched) {
         print(stderr, "\r\x1b[K");
     }
     const Summary summary(std::move(runs), options.request.tvs, now, elapsed());
     answer(session, toJson(summary), [&] { printSummary(summary); });
-    if (summary.runs.size() < summary.tvs) {
+    if (summary.runs.size() < summary.tvs && !options.request.onlyFailed) {
         print(stderr, "Interrupted; the same command continues.\n");
     }
     const auto done = summary.outcomes.find("done");
-    return done != summary.outcomes.end() && done->second == summary.tvs ? DONE : FAILED;
+    return done != summary.outcomes.end() && done->second >= summary.tvs ? DONE : FAILED;
 }
 
 }  // namespace
@@ -174,6 +181,8 @@ void addFleetCommand(CLI::App& app, Action& chosen) {
         ->check(CLI::Range(std::size_t{1}, MAX_TVS));
     running->add_option("--jobs", options->request.jobs, "number of runs at a time (default: one per processor)")
         ->check(CLI::Range(std::size_t{1}, MAX_JOBS));
+    running->add_flag("--failed", options->request.onlyFailed, "run those again that were not done, and no others");
+    running->add_flag("--as-is", options->asIs, "launch it even if something looks like a typing error");
     running->add_option("--lab", options->lab, "folder of the TVs (default: fleet/ beside the TV)");
     running->add_option("--channels", options->channels, "channel list for TVs to be made (default: this TV's)");
 }

@@ -93,32 +93,8 @@ int printReport(const Session& session, const sim::RunReport& report,
     });
 }
 
-// Throws UsageError if the launch request makes no sense, as after a typing error. The application itself takes each
-// operation that it does not know for a backup.
 void checkRequest(const RunOptions& options) {
-    if (options.asIs) {
-        return;
-    }
-    std::string operation = "backup";
-    for (const std::string& extra : options.request.extras) {
-        const std::string key = extra.substr(0, extra.find('='));
-        if (key == sim::application::OPERATION) {
-            operation = extra.substr(key.size() + 1);
-        } else if (key != sim::application::SCAN_ACTIVATED) {
-            const std::string near =
-                sim::didYouMean(key, {sim::application::OPERATION, sim::application::SCAN_ACTIVATED});
-            if (!near.empty()) {
-                throw UsageError(
-                    fmt::format("the application reads no {}{}; --as-is launches it anyway", sim::inQuotes(key), near));
-            }
-        }
-    }
-    const bool isRestore = sim::application::isRestore(operation);
-    if (!isRestore && operation != "backup") {
-        throw UsageError(fmt::format("operation {} would make a backup{}; --as-is launches it anyway",
-                                     sim::inQuotes(operation), sim::didYouMean(operation, {"restore", "backup"})));
-    }
-    if (!isRestore && !options.request.backup.empty()) {
+    if (!options.asIs && !checkExtras(options.request.extras) && !options.request.backup.empty()) {
         throw UsageError(
             "--backup means nothing for a backup; for a restore: halcyon-tv run operation=restore --backup ID");
     }
@@ -272,6 +248,29 @@ int record(const Session& session, const RecordOptions& options) {
 }
 
 }  // namespace
+
+bool checkExtras(const std::vector<std::string>& extras) {
+    std::string operation = "backup";
+    for (const std::string& extra : extras) {
+        const std::string key = extra.substr(0, extra.find('='));
+        if (key == sim::application::OPERATION) {
+            operation = extra.substr(key.size() + 1);
+        } else if (key != sim::application::SCAN_ACTIVATED) {
+            const std::string near =
+                sim::didYouMean(key, {sim::application::OPERATION, sim::application::SCAN_ACTIVATED});
+            if (!near.empty()) {
+                throw UsageError(
+                    fmt::format("the application reads no {}{}; --as-is launches it anyway", sim::inQuotes(key), near));
+            }
+        }
+    }
+    const bool isRestore = sim::application::isRestore(operation);
+    if (!isRestore && operation != "backup") {
+        throw UsageError(fmt::format("operation {} would make a backup{}; --as-is launches it anyway",
+                                     sim::inQuotes(operation), sim::didYouMean(operation, {"restore", "backup"})));
+    }
+    return isRestore;
+}
 
 void addRunCommands(CLI::App& app, Action& chosen) {
     const auto options = std::make_shared<RunOptions>();

@@ -126,6 +126,47 @@ class Scripts(Story):
         self.assertEqual(len(tv.tv("cloud", "list", "--json").json["backups"]), 40, "none has run twice")
         self.assertEqual(tv.tv(*fleet).json["runsNow"], 40, "the next round")
 
+    def test_a_round_of_a_fleet_keeps_to_its_request(self):
+        tv = Tv(self.folder, "a", channels=CHANNELS)
+        self.assertIn("did you mean 'restore'?", tv.tv("fleet", "run", "--tvs", 1, "operation=restor", code=2).errors)
+        fleet = ["fleet", "run", "--tvs", 2, "--json"]
+        tv.tv(*fleet)
+        notes = self.folder / "fleet/.fleet.jsonl"
+        lines = notes.read_text().splitlines()
+        begun = [line for line in lines if "newest" not in line and "isComplete" not in line]
+        notes.write_text("\n".join(begun) + '\n{"tv":"tv-0000')
+        for words, named in [(["--cloud", self.folder / "other"], "other"), (["operation=restore"], "operation=restore"),
+                             (["--channels", CHANNELS], str(CHANNELS))]:
+            errors = tv.tv(*fleet, *words, code=3).errors
+            self.assertIn(named, errors)
+            self.assertIn("the cloud " + str(tv.cloud), errors)
+        answer = tv.tv("fleet", "run", "--tvs", 3, "--json")
+        self.assertEqual((answer.json["runs"], answer.json["runsNow"]), (3, 1))
+        self.assertIn("1 note cannot be read", answer.errors)
+        self.assertEqual(tv.tv(*fleet).json["runsNow"], 2, "the next round")
+
+    def test_a_fleet_knows_the_run_that_a_kill_has_cut_off(self):
+        tv = Tv(self.folder, "a", channels=CHANNELS)
+        fleet = ["fleet", "run", "--tvs", 2, "--json"]
+        tv.tv(*fleet)
+        notes = self.folder / "fleet/.fleet.jsonl"
+        title = notes.read_text().splitlines()[0]
+        notes.write_text(title + '\n{"tv":"tv-00001","newest":0}\n{"tv":"tv-00002","newest":1}\n')
+        self.assertEqual(tv.tv(*fleet).json["outcomes"], {"done": 2})
+        accounts = [each["account"] for each in tv.tv("cloud", "list", "--json").json["backups"]]
+        self.assertEqual(accounts, ["tv-00001", "tv-00002", "tv-00002"], "the first had run, the second had not")
+
+    def test_what_failed_in_a_fleet_is_run_again_alone(self):
+        tv = Tv(self.folder, "a", channels=CHANNELS)
+        fleet = ["fleet", "run", "--tvs", 3, "--json"]
+        self.assertIn("no round has run", tv.tv(*fleet, "--failed", code=3).errors)
+        tv.tv(*fleet)
+        second = self.folder / "fleet/tv-00002"
+        tv.tv("--home", second, "fault", "add", "bnr_backup", "result=-1")
+        self.assertEqual(tv.tv(*fleet, code=1).json["outcomes"], {"done": 2, "failed": 1})
+        report = tv.tv(*fleet, "--failed").json
+        self.assertEqual((report["runsNow"], report["outcomes"]), (1, {"done": 3}))
+
     def test_a_snapshot_brings_everything_back(self):
         tv = Tv(self.folder, "a", channels=CHANNELS)
         tv.tv("set", "favname1", "Mine")
@@ -235,18 +276,13 @@ class Signals(Story):
         connection, _ = self.store.accept()
         self.addCleanup(connection.close)
 
-    def with_application(self, script):
-        """halcyon-tv beside another application."""
-        tool = self.folder / "bin/halcyon-tv"
-        tool.parent.mkdir(exist_ok=True)
-        shutil.copy(shutil.which("halcyon-tv"), tool)
-        (tool.parent / "halcyon-lineup").write_text("#!/bin/sh\n" + script)
-        (tool.parent / "halcyon-lineup").chmod(0o755)
-        return tool
-
     def test_a_signal_ends_the_verdict_too(self):
-        application = shutil.which("halcyon-lineup")
-        tool = self.with_application(f"HALCYON_CLOUD={self.tv.cloud} exec {application} \"$@\"")
+        tool = self.folder / "bin/halcyon-tv"
+        tool.parent.mkdir()
+        shutil.copy(shutil.which("halcyon-tv"), tool)
+        application = tool.parent / "halcyon-lineup"  # one that is content with a folder
+        application.write_text(f'#!/bin/sh\nHALCYON_CLOUD={self.tv.cloud} exec {shutil.which(application.name)} "$@"\n')
+        application.chmod(0o755)
         for end in signal.SIGINT, signal.SIGTERM:
             process = self.begin(tool, "run", "-q", "operation=restore")
             self.wait_for_a_request()
@@ -254,10 +290,6 @@ class Signals(Story):
             process.communicate(timeout=20)
             self.assertEqual(process.returncode, -end)
         self.assertEqual(self.tv.tv("record", "--json").json["cause"], "nothing stored", "it is judged now")
-
-    def test_a_signal_goes_to_the_application_while_it_runs(self):
-        process = self.begin(self.with_application("kill -TERM $PPID\nwhile :; do :; done"), "run")
-        self.assertIn("killed by signal 15", process.communicate(timeout=20)[1])
 
     def test_a_signal_ends_the_server_and_what_it_is_at(self):
         process = self.begin("halcyon-tv", "serve", "--port", "0")
