@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include "simulator/base/Database.h"
 #include "tests/support/CommandLine.h"
 
 namespace {
@@ -142,6 +145,21 @@ TEST_F(Cli, EndsWithItsCodeIfNothingCanBePrinted) {
     EXPECT_EQ(codeOf("--version"), 3);
     EXPECT_EQ(codeOf("nonsense"), 2);
     EXPECT_EQ(codeOf("--home /nowhere status"), 3);
+}
+
+TEST_F(Cli, ATimeThatNoCalendarHasEndsNothing) {
+    init();
+    sim::Database(home() / "tv.db", sim::Database::Access::Change).run("UPDATE state SET now = 9223372036854775807");
+    EXPECT_EQ(tv("status").code, 0);
+    EXPECT_THAT(tv("run -q").text, Not(HasSubstr("crashed")));
+}
+
+TEST_F(Cli, AnExportHasALineForEachServiceWhateverItsColumnsHold) {
+    init();
+    sim::Database(home() / "service-db/services.db", sim::Database::Access::Change)
+        .run("UPDATE services SET conditional_access = '1' || char(10) || ':x', parameters = 'H' || char(13)");
+    const std::string text = tv("export --format vdr").text;
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3) << text;
 }
 
 TEST_F(Cli, TheApplicationAloneExplainsItselfToo) {

@@ -12,6 +12,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/cloud/OpenCloud.h"
 #include "simulator/reports/TvReport.h"
+#include "simulator/tv/Snapshot.h"
 #include "tests/support/CommandLine.h"
 #include "tests/support/WithoutPrivileges.h"
 
@@ -64,6 +65,18 @@ TEST_F(Home, TheCloudAndTheTvAreNotInOneAnother) {
         }
     }
     EXPECT_EQ(tv("run -q").code, 0);
+}
+
+TEST_F(Home, ACloudIsNoFile) {
+    init();
+    for (const std::string place : {"/dev/null", "/dev/null/below"}) {
+        for (const std::string words : {"cloud list", "run -q"}) {
+            const Answer answer = test::shell(fmt::format("HALCYON_TV_HOME='{}' HALCYON_CLOUD={} '{}' {}",
+                                                          home().string(), place, test::TOOL, words));
+            EXPECT_EQ(answer.code, 3) << place << ": " << words;
+            EXPECT_THAT(answer.text, HasSubstr("/dev/null is no folder"));
+        }
+    }
 }
 
 TEST_F(Home, SnapshotsShareNoFileWithTheTv) {
@@ -125,6 +138,42 @@ TEST_F(Home, ATvThatCannotBeWrittenToCanBeShown) {
     }
     ASSERT_EQ(::chmod(home().c_str(), 0700), 0);
     ASSERT_EQ(::chmod((home() / "service-db").c_str(), 0700), 0);
+}
+
+TEST_F(Home, AChangeDuringAResetIsRefusedAsBusy) {
+    init();
+    sim::Tv tv(home());
+    tv.setScanning(true);
+    sim::resetTo(home(), sim::INIT_SNAPSHOT);
+    try {
+        tv.setScanning(true);
+        ADD_FAILURE() << "it is not the TV there any more";
+    } catch (const sim::Error& error) {
+        EXPECT_EQ(error.kind(), sim::Error::Kind::Locked) << error.what();
+        EXPECT_THAT(error.what(), HasSubstr("try again"));
+    }
+}
+
+TEST_F(Home, WhatIsHeldWithoutARunIsNotCalledARun) {
+    init();
+    tv("run -q");
+    const sim::FolderLock lock = sim::lockTv(home(), std::chrono::seconds(0));
+    const Answer answer = tv("run -q");
+    EXPECT_EQ(answer.code, 8);
+    EXPECT_THAT(answer.text, HasSubstr("the verdict on a run, a snapshot or a reset is under way"));
+}
+
+TEST_F(Home, OfAnotherUserIsNotSaidToBeMissing) {
+    init();
+    ASSERT_EQ(::chmod(home().c_str(), 0), 0);
+    {
+        const test::WithoutPrivileges unprivileged;
+        EXPECT_THAT([&] { sim::Tv(home(), sim::Database::Access::Look); },
+                    ThrowsMessage<sim::Error>(HasSubstr("cannot look for a TV there: Permission denied")));
+    }
+    ASSERT_EQ(::chmod(home().c_str(), 0700), 0);
+    EXPECT_EQ(tv("snapshot", "nowhere").code, 3);
+    EXPECT_THAT(tv("snapshot", "nowhere").text, HasSubstr("no TV at"));
 }
 
 test::Strings idsIn(const sim::CloudStore& store) {

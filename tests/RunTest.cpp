@@ -30,8 +30,8 @@ TEST_F(Run, ASecondRunIsRefusedOrWaits) {
     init();
     {
         const sim::FolderLock held = sim::lockTv(home(), std::chrono::seconds(0));
-        const std::int64_t first = sim::Tv(home()).runs().begin(4711, "now").id;
-        const std::string names = fmt::format("run {} (process 4711) is under way", first);
+        const std::int64_t first = sim::Tv(home()).runs().begin(::getpid(), "now").id;
+        const std::string names = fmt::format("run {} (process {}) is under way", first, ::getpid());
         const Answer refused = tv("run -q");
         EXPECT_EQ(refused.code, 8);
         EXPECT_THAT(refused.text, AllOf(HasSubstr(names), HasSubstr("--wait SECONDS")));

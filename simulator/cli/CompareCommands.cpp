@@ -1,6 +1,8 @@
 // The commands that compare channel set-ups and export channel lists.
 #include <fmt/ranges.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 
@@ -70,10 +72,20 @@ int exportChannels(const Side& side, const std::string& format) {
         throw sim::Error(sim::Error::Kind::Damaged, fmt::format("{} has no channels to export: {}", side.name,
                                                                 side.setup.lacking.at(sim::Item::Channels)));
     }
-    sim::exportChannels(
-        *side.setup.services, *sim::fromName<sim::ExportFormat>(format),
-        [](std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); },
-        [](const std::string& problem) { print(stderr, "{}\n", problem); });
+    // A file gets what the list has, a terminal nothing that controls it.
+    const bool isWatched = ::isatty(STDOUT_FILENO) != 0;
+    const auto write = [&](std::string_view lines) {
+        if (!isWatched) {
+            std::fwrite(lines.data(), 1, lines.size(), stdout);
+            return;
+        }
+        for (std::size_t end = 0; !lines.empty(); lines.remove_prefix(std::min(end + 1, lines.size()))) {
+            end = std::min(lines.find('\n'), lines.size());
+            print("{}\n", lines.substr(0, end));
+        }
+    };
+    sim::exportChannels(*side.setup.services, *sim::fromName<sim::ExportFormat>(format), write,
+                        [](const std::string& problem) { print(stderr, "{}\n", problem); });
     return DONE;
 }
 

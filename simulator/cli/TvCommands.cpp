@@ -104,6 +104,7 @@ int saveSnapshot(const Session& session, const std::string& name) {
         const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(0));
         sim::saveSnapshot(session.home, name);
     }
+    session.look();  // there is a TV
     const std::vector<std::string> names = sim::snapshotsOf(session.home);
     return answer(session, sim::object({{"snapshots", names}}), [&] {
         if (name.empty()) {

@@ -57,7 +57,7 @@ ItemVerdict verdictOn(Item item, const Bundle& bundle, const Setup& now, bool ha
     }
     if (part.state == PartState::Absent) {
         return {item, hasChanged ? ItemState::Differs : ItemState::Kept,
-                hasChanged ? "not in the backup, but changed by what an earlier run had left" : part.problem};
+                hasChanged ? "not in the backup, but changed during the run" : part.problem};
     }
     const std::string difference = howItDiffers(item, expectedAfterRestore(bundle, now), now);
     if (!difference.empty()) {

@@ -170,20 +170,20 @@ Reason cloudReason(const Evidence& evidence) {
                                       detail.empty() ? "" : "; ", detail, evidence.store.place())};
 }
 
-// What the application worked on when it ended.
-std::string itemAt(const Evidence& evidence) {
+// What the application had done last when it ended.
+std::string lastDone(const Evidence& evidence) {
     for (auto call = evidence.calls.rbegin(); call != evidence.calls.rend(); ++call) {
         const PlatformCall* known = findPlatformCall(call->name);
         if (known != nullptr && !known->item.empty()) {
-            return fmt::format(" at {}, in {}({})", known->item == "favname" ? "the favourites' names" : known->item,
-                               call->name, call->arguments);
+            return fmt::format(" after {}({}), its last call for {}", call->name, call->arguments,
+                               known->item == "favname" ? "the favourites' names" : known->item);
         }
     }
     return "";
 }
 
 Reason crashReason(const Evidence& evidence) {
-    const std::string crash = fmt::format("the application crashed{}: {}", itemAt(evidence), evidence.run.detail);
+    const std::string crash = fmt::format("the application crashed{}: {}", lastDone(evidence), evidence.run.detail);
     if (evidence.bundle && evidence.isRestore()) {
         if (const auto damage = storedDamage(evidence, evidence.bundle->problems())) {
             return {Cause::Damage, fmt::format("{}; {}", damage->why, crash)};

@@ -37,14 +37,18 @@ fs::path databaseOf(const fs::path& home) {
 }
 
 void requireTv(const fs::path& home) {
-    if (!pathExists(databaseOf(home))) {
+    std::error_code error;
+    const fs::file_status database = fs::status(databaseOf(home), error);
+    if (database.type() == fs::file_type::none) {
+        throw Error::ofSystem(home, "cannot look for a TV there", error.value());
+    }
+    if (!fs::exists(database)) {
         throw Error(Error::Kind::Missing,
                     fmt::format("no TV at {}; make one with: halcyon-tv --home '{}' init --channels FILE",
                                 home.string(), home.string()));
     }
     // The application opens its working folder to everybody; a link planted there would lead it anywhere.
     constexpr auto OTHERS = fs::perms::group_write | fs::perms::others_write;
-    std::error_code error;
     if ((fs::status(home, error).permissions() & OTHERS) != fs::perms::none) {
         throw Error(fmt::format("others can write to the TV at {}; close it with: chmod go-w '{}'", home.string(),
                                 home.string()));
@@ -119,9 +123,12 @@ FolderLock lockTv(const fs::path& home, std::chrono::milliseconds patience) {
     if (!lock.isHeld()) {
         const Tv tv(home, Database::Access::Look);
         const std::optional<Run> other = tv.runs().find(tv.runs().newest());
+        const bool isRunning = other && other->ended == RunEnd::Running;
         throw Error(Error::Kind::Locked,
-                    fmt::format("run {} (process {}) is under way on the TV at {}; wait for it with --wait SECONDS",
-                                other ? other->id : 0, other ? other->pid : 0, home.string()));
+                    fmt::format("{} is under way on the TV at {}; wait for it with --wait SECONDS",
+                                isRunning ? fmt::format("run {} (process {})", other->id, other->pid)
+                                          : std::string("the verdict on a run, a snapshot or a reset"),
+                                home.string()));
     }
     return lock;
 }
