@@ -7,6 +7,7 @@
 #include "simulator/base/Files.h"
 #include "simulator/cli/Command.h"
 #include "simulator/reports/ToJson.h"
+#include "simulator/web/Routes.h"
 #include "simulator/web/Server.h"
 
 namespace cli {
@@ -16,6 +17,7 @@ namespace {
 struct Options {
     sim::ServeOptions serve;
     std::string lab;
+    std::string answer;
 };
 
 int serve(const Session& session, const Options& options) {
@@ -24,6 +26,9 @@ int serve(const Session& session, const Options& options) {
     if (!folder.empty() && !sim::isFolder(folder)) {
         throw sim::Error(sim::Error::Kind::Missing,
                          fmt::format("{}: no such folder; give the one that holds the TVs", folder.string()));
+    }
+    if (!options.answer.empty()) {
+        return sim::answerAsProcess(lab, options.answer);
     }
     sim::serve(lab, options.serve, [&](const std::string& address) {
         answer(session, sim::object({{"address", address}}),
@@ -46,6 +51,7 @@ void addServeCommand(CLI::App& app, Action& chosen) {
     serving->add_option("--lab", options->lab, "folder with several TVs, to show them side by side");
     serving->add_option("--page", options->serve.page, "folder to take the page's files from, while working on them")
         ->check(CLI::ExistingDirectory);
+    serving->add_option("--answer", options->answer, "answer one request of a server, and end")->group("");
 }
 
 }  // namespace cli

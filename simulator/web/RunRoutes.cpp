@@ -1,8 +1,6 @@
 // Runs: launching the application, its verdict and its timeline.
 #include <fmt/format.h>
 
-#include <algorithm>
-
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
 #include "simulator/cloud/OpenCloud.h"
@@ -17,18 +15,21 @@ namespace sim {
 
 namespace {
 
-// The snapshot that a restore from the page makes first, so that the page can show what it has changed.
-constexpr char BEFORE_RUN[] = "before-run";
-
-Json::Value withTimeline(const Tv& tv, const RunReport& report) {
+Json::Value withTimeline(const Tv& tv, const CloudStore& store, const RunReport& report) {
     Json::Value value = toJson(report);
+    value["remedies"] = toJson(remediesOf(tv, store, report));
     value["timeline"] = toJson(timelineOf(tv, report, {}));
     return value;
 }
 
+// Without their items and timelines.
 Json::Value listRuns(const Lab& lab, const ApiRequest& request) {
     const Tv tv = lab.look(request.parts[0]);
-    return object({{"runs", reportRuns(tv, *openCloud(lab.cloud()))}});
+    Json::Value runs = toJson(reportRuns(tv, *openCloud(lab.cloud())));
+    for (Json::Value& run : runs) {
+        run.removeMember("items");
+    }
+    return object({{"runs", std::move(runs)}});
 }
 
 Json::Value showRun(const Lab& lab, const ApiRequest& request) {
@@ -38,19 +39,8 @@ Json::Value showRun(const Lab& lab, const ApiRequest& request) {
     if (!run) {
         throw Error(Error::Kind::Missing, fmt::format("there is no run {}", inQuotes(request.parts[1])));
     }
-    return withTimeline(tv, reportRun(tv, *openCloud(lab.cloud()), *run));
-}
-
-// What the last restore from the page has changed; null before the first.
-Json::Value showChanges(const Lab& lab, const ApiRequest& request) {
-    const std::filesystem::path home = lab.homeOf(request.parts[0]);
-    const std::vector<std::string> names = snapshotsOf(home);
-    if (std::find(names.begin(), names.end(), BEFORE_RUN) == names.end()) {
-        return object({{"difference", Json::Value()}});
-    }
-    const Tv before(snapshotPath(home, BEFORE_RUN), Database::Access::Look);
-    const Tv now(home, Database::Access::Look);
-    return object({{"difference", compare(before.setup(), now.setup())}});
+    const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
+    return withTimeline(tv, *store, reportRun(tv, *store, *run));
 }
 
 bool flag(const Json::Value& body, const char* member) {
@@ -83,16 +73,13 @@ Json::Value launch(const Lab& lab, const ApiRequest& request) {
         saveSnapshot(home, BEFORE_RUN);
     }
     Tv tv(home);
-    return withTimeline(tv, launchAndJudge(wanted, tv, lab.cloud(), *store, lock, &execute));
+    return withTimeline(tv, *store, launchAndJudge(wanted, tv, lab.cloud(), *store, lock, &execute));
 }
 
 }  // namespace
 
 std::vector<Route> runRoutes() {
-    return {{"GET", "tvs/*/runs", &listRuns},
-            {"GET", "tvs/*/runs/*", &showRun},
-            {"POST", "tvs/*/runs", &launch},
-            {"GET", "tvs/*/changes", &showChanges}};
+    return {{"GET", "tvs/*/runs", &listRuns}, {"GET", "tvs/*/runs/*", &showRun}, {"POST", "tvs/*/runs", &launch}};
 }
 
 }  // namespace sim

@@ -2,22 +2,29 @@
 
 #include <fmt/format.h>
 #include <httplib.h>
+#include <malloc.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <fcntl.h>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <csignal>
+#include <deque>
 #include <memory>
-#include <regex>
+#include <mutex>
 #include <thread>
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
-#include "simulator/reports/ToJson.h"
+#include "simulator/cloud/OpenCloud.h"
+#include "simulator/reports/CloudReport.h"
 #include "simulator/web/Events.h"
 #include "simulator/web/Guard.h"
+#include "simulator/web/Job.h"
 #include "simulator/web/Page.h"
 #include "simulator/web/Routes.h"
 
@@ -25,12 +32,20 @@ namespace sim {
 
 namespace {
 
-constexpr char API[] = "/api/";
+using Clock = std::chrono::steady_clock;
+
+constexpr std::string_view API = "/api/";
 constexpr char TOKEN_HEADER[] = "X-Halcyon-Token";
-constexpr std::size_t MAX_BODY_BYTES = 32U << 20;
-constexpr std::size_t THREADS = 64;
-constexpr std::chrono::milliseconds POLL_INTERVAL{100};
+constexpr char JSON_TYPE[] = "application/json";
+constexpr char ZIP_TYPE[] = "application/zip";
+constexpr std::size_t MAX_JSON_BYTES = 1U << 20;
+constexpr std::size_t MAX_ZIP_BYTES = 32U << 20;
+constexpr std::size_t MAX_THREADS = 512;
+constexpr std::chrono::milliseconds EVENT_PATIENCE{250};
 constexpr std::chrono::seconds KEEPALIVE_INTERVAL{5};
+constexpr std::chrono::milliseconds JOB_INTERVAL{5};
+constexpr std::chrono::milliseconds SIGN_INTERVAL{200};  // between signs of life while a job goes on
+constexpr std::chrono::seconds STATUS_PATIENCE{1};       // how long an answer waits to begin with its status
 
 std::atomic<httplib::Server*> running{nullptr};
 
@@ -43,27 +58,57 @@ void stopRunning(int /*signal*/) {
     }
 }
 
-int statusOf(Error::Kind kind) {
-    switch (kind) {
-        case Error::Kind::Missing:
-            return 404;
-        case Error::Kind::Locked:
-            return 409;
-        case Error::Kind::Damaged:
-            return 422;
-        case Error::Kind::Full:
-            return 507;
-        case Error::Kind::Unreachable:
-        case Error::Kind::Denied:
-            return 502;
-        default:
-            return 400;
+// As many threads as there are connections at once: one that sends its request slowly keeps no other waiting.
+class Threads : public httplib::TaskQueue {
+public:
+    void enqueue(std::function<void()> task) override {
+        const std::lock_guard lock(m_mutex);
+        m_tasks.push_back(std::move(task));
+        if (m_tasks.size() > m_idle && m_threads.size() < MAX_THREADS) {
+            m_threads.emplace_back([this] { work(); });
+        }
+        m_hasTask.notify_one();
     }
-}
+
+    void shutdown() override {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_isEnding = true;
+        }
+        m_hasTask.notify_all();
+        for (std::thread& thread : m_threads) {
+            thread.join();
+        }
+    }
+
+private:
+    void work() {
+        for (std::unique_lock lock(m_mutex);;) {
+            ++m_idle;
+            m_hasTask.wait(lock, [&] { return m_isEnding || !m_tasks.empty(); });
+            --m_idle;
+            if (m_tasks.empty()) {
+                return;
+            }
+            const std::function<void()> task = std::move(m_tasks.front());
+            m_tasks.pop_front();
+            lock.unlock();
+            task();
+            lock.lock();
+        }
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_hasTask;
+    std::deque<std::function<void()>> m_tasks;
+    std::vector<std::thread> m_threads;
+    std::size_t m_idle = 0;
+    bool m_isEnding = false;
+};
 
 void refuse(httplib::Response& response, int status, const std::string& message) {
     response.status = status;
-    response.set_content(writeJson(object({{"error", message}})), "application/json");
+    response.set_content(writeJson(refusal(status, message)), JSON_TYPE);
 }
 
 // Through a content provider: the library would compress a plain content, which takes longer than the loopback.
@@ -86,13 +131,54 @@ void addHeaders(httplib::Response& response) {
     response.set_header("Cache-Control", "no-store");
 }
 
+// All of it: the library's own function ends at a NUL, which may come in percents. Empty if there is none.
+std::string headerOf(const httplib::Request& request, const char* name) {
+    const auto found = request.headers.find(name);
+    return found == request.headers.end() ? "" : found->second;
+}
+
+bool hasType(const httplib::Request& request, std::string_view type) {
+    return headerOf(request, "Content-Type").compare(0, type.size(), type) == 0;
+}
+
+// Hands the body on as it comes. Throws Error if it ends early, or is larger than `limit`.
+void readBody(const httplib::ContentReader& reader, std::size_t limit,
+              const std::function<void(std::string_view)>& take) {
+    std::size_t size = 0;
+    const bool isRead = reader([&](const char* bytes, std::size_t count) {
+        size += count;
+        if (size <= limit) {
+            take(std::string_view(bytes, count));
+        }
+        return size <= limit;
+    });
+    if (size > limit) {
+        throw Error(Error::Kind::Unusable, fmt::format("the body is larger than {} MB", limit >> 20));
+    }
+    if (!isRead) {
+        throw Error("the body has no end");
+    }
+}
+
+// A job and what it reads, until its answer is sent.
+struct Work {
+    std::unique_ptr<ScratchFolder> folder;
+    std::unique_ptr<Job> job;
+    Clock::time_point lastSign = Clock::now();
+};
+
 class Site {
 public:
     Site(const Lab& lab, const ServeOptions& options)
         : m_lab(lab), m_options(options), m_token(tokenIn(lab.tokenFile())) {
-        m_server.new_task_queue = [] { return new httplib::ThreadPool(THREADS); };
-        m_server.set_payload_max_length(MAX_BODY_BYTES);
+        m_server.new_task_queue = [] { return new Threads; };
+        m_server.set_payload_max_length(MAX_ZIP_BYTES);
         m_server.set_keep_alive_timeout(1);  // seconds that an end has to wait for an idle connection
+        // The library would also let a second server listen on the port.
+        m_server.set_socket_options([](int socket) {
+            const int yes = 1;
+            ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        });
         m_server.set_pre_routing_handler(
             [this](const httplib::Request& request, httplib::Response& response) { return guard(request, response); });
         m_server.set_exception_handler([](const auto&, httplib::Response& response, const std::exception_ptr&) {
@@ -105,12 +191,18 @@ public:
                                               : fmt::format("refused ({})", response.status));
             }
         });
-        m_server.Get("/api/events", [this](const auto&, httplib::Response& response) { sendEvents(response); });
-        for (const auto& routes : {tvRoutes(), runRoutes(), cloudRoutes()}) {
-            for (const Route& route : routes) {
-                add(route);
-            }
-        }
+        m_server.Get("/api/events",
+                     [this](const auto& request, httplib::Response& response) { sendEvents(request, response); });
+        m_server.Get("/api/bundles/(.+)",
+                     [this](const auto& request, httplib::Response& response) { sendBundle(request, response); });
+        const auto answerPlain = [this](const httplib::Request& request, httplib::Response& response) {
+            answer(request, response, nullptr);
+        };
+        m_server.Get("/api/[^]*", answerPlain);
+        m_server.Delete("/api/[^]*", answerPlain);
+        m_server.Post("/api/[^]*",
+                      [this](const httplib::Request& request, httplib::Response& response,
+                             const httplib::ContentReader& reader) { answer(request, response, &reader); });
         m_server.Get("/.*", [this](const auto& request, httplib::Response& response) { sendFile(request, response); });
     }
 
@@ -119,7 +211,7 @@ public:
         m_port = m_options.port == 0 ? m_server.bind_to_any_port(LOOPBACK)
                                      : (m_server.bind_to_port(LOOPBACK, m_options.port) ? m_options.port : -1);
         if (m_port < 0) {
-            throw Error(fmt::format("port {} cannot be had; somebody else may serve there: give another with --port",
+            throw Error(fmt::format("port {} is in use; take another with --port, or any that is free with --port 0",
                                     m_options.port));
         }
         running = &m_server;
@@ -133,23 +225,23 @@ public:
 private:
     using Handled = httplib::Server::HandlerResponse;
 
-    // The page is for anyone on this machine; data and changes are for who has the token.
+    // The page is for anyone on this machine; data and changes are for who has the token. The body is not read yet.
     Handled guard(const httplib::Request& request, httplib::Response& response) const {
         addHeaders(response);
         if (running.load() == nullptr) {  // the library would answer with a head and no body
             refuse(response, 503, "the server is ending");
             return Handled::Handled;
         }
-        if (!isLocalHost(request.get_header_value("Host"), m_port)) {
+        if (!isLocalHost(headerOf(request, "Host"), m_port)) {
             refuse(response, 403, "this server answers to the address of this machine only");
             return Handled::Handled;
         }
-        if (!isOwnOrigin(request.get_header_value("Origin"), m_port)) {
+        if (!isOwnOrigin(headerOf(request, "Origin"), m_port)) {
             refuse(response, 403, "this server answers to its own page only");
             return Handled::Handled;
         }
-        const bool isApi = request.path.compare(0, sizeof API - 1, API) == 0;
-        if (isApi && !isSameSecret(request.get_header_value(TOKEN_HEADER), m_token)) {
+        const bool isApi = request.path.compare(0, API.size(), API) == 0;
+        if (isApi && !isSameSecret(headerOf(request, TOKEN_HEADER), m_token)) {
             refuse(response, 401,
                    "the token is missing or another; open the address that halcyon-tv serve has printed");
             return Handled::Handled;
@@ -157,36 +249,102 @@ private:
         return Handled::Unhandled;
     }
 
-    static Json::Value bodyOf(const httplib::Request& request) {
-        Json::Value body;
-        if (request.method != "POST") {
-            return body;
+    void answer(const httplib::Request& request, httplib::Response& response, const httplib::ContentReader* reader) {
+        try {
+            const std::string path = request.path.substr(API.size());
+            std::optional<FoundRoute> found = findRoute(request.method, path);
+            if (!found) {
+                response.status = 404;
+                return;
+            }
+            ApiRequest asked{std::move(found->parts), {request.params.begin(), request.params.end()}, {}, {}};
+            const auto work = std::make_shared<Work>();
+            if (found->route.kind == Route::Kind::Zip) {
+                takeZip(request, *reader, *work, asked);
+            } else if (reader != nullptr) {
+                takeJson(request, *reader, asked);
+            }
+            if (found->route.kind == Route::Kind::Quick) {
+                send(response, writeJson(found->route.answer(m_lab, asked)), JSON_TYPE);
+                ::malloc_trim(0);
+                return;
+            }
+            work->job = std::make_unique<Job>(m_lab, wordsOf(request.method, path, asked));
+            sendAnswer(work, response);
+        } catch (const Error& error) {
+            refuse(response, statusOf(error.kind()), error.what());
         }
-        if (request.get_header_value("Content-Type").compare(0, 16, "application/json") != 0 ||
-            !parseJson(request.body, body) || !body.isObject()) {
-            throw Error("the body must be one JSON object, with Content-Type: application/json");
-        }
-        return body;
     }
 
-    void add(const Route& route) {
-        const std::string pattern = API + std::regex_replace(route.pattern, std::regex("\\*"), "([^/]+)");
-        const auto answer = [this, route](const httplib::Request& request, httplib::Response& response) {
-            try {
-                const ApiRequest asked{{request.matches.begin() + 1, request.matches.end()},
-                                       {request.params.begin(), request.params.end()},
-                                       bodyOf(request)};
-                send(response, writeJson(route.answer(m_lab, asked)), "application/json");
-            } catch (const Error& error) {
-                refuse(response, statusOf(error.kind()), error.what());
+    static void takeJson(const httplib::Request& request, const httplib::ContentReader& reader, ApiRequest& asked) {
+        std::string text;
+        if (hasType(request, JSON_TYPE)) {
+            readBody(reader, MAX_JSON_BYTES, [&](std::string_view bytes) { text += bytes; });
+        }
+        if (!parseJson(text, asked.body) || !asked.body.isObject()) {
+            throw Error("the body must be one JSON object, with Content-Type: application/json");
+        }
+    }
+
+    static void takeZip(const httplib::Request& request, const httplib::ContentReader& reader, Work& work,
+                        ApiRequest& asked) {
+        if (!hasType(request, ZIP_TYPE)) {
+            throw Error("the body must be a zip, with Content-Type: application/zip");
+        }
+        const std::filesystem::path name = std::filesystem::path(inQuery(asked, "name")).filename();
+        work.folder = std::make_unique<ScratchFolder>();
+        asked.file = *work.folder / (name.empty() || name == "." || name == ".." ? "bundle.zip" : name.string());
+        const Descriptor file = openFile(asked.file, O_WRONLY | O_CREAT | O_EXCL, 0600);
+        readBody(reader, MAX_ZIP_BYTES, [&](std::string_view bytes) { writeAll(file, bytes, asked.file); });
+    }
+
+    // The status is known if the answer comes soon. Else blanks, which JSON allows before it, tell whether anybody
+    // still waits, and a refusal tells its status itself.
+    static void sendAnswer(const std::shared_ptr<Work>& work, httplib::Response& response) {
+        const Clock::time_point end = Clock::now() + STATUS_PATIENCE;
+        while (Clock::now() < end && running.load() != nullptr) {
+            if (std::optional<Job::Answer> answer = work->job->answer()) {
+                response.status = answer->status;
+                send(response, std::move(answer->json), JSON_TYPE);
+                return;
             }
-        };
-        if (route.method == "GET") {
-            m_server.Get(pattern, answer);
-        } else if (route.method == "POST") {
-            m_server.Post(pattern, answer);
-        } else {
-            m_server.Delete(pattern, answer);
+            std::this_thread::sleep_for(JOB_INTERVAL);
+        }
+        response.set_chunked_content_provider(JSON_TYPE, [work](std::size_t, httplib::DataSink& sink) {
+            std::optional<Job::Answer> answer;
+            try {
+                answer = work->job->answer();
+            } catch (const Error& error) {
+                answer = Job::Answer{500, writeJson(refusal(500, error.what()))};
+            }
+            if (answer) {
+                sink.write(answer->json.data(), answer->json.size());
+                sink.done();
+                return true;
+            }
+            if (Clock::now() - work->lastSign > SIGN_INTERVAL) {
+                work->lastSign = Clock::now();
+                if (!sink.write(" ", 1)) {
+                    return false;
+                }
+            }
+            std::this_thread::sleep_for(JOB_INTERVAL);
+            return running.load() != nullptr;
+        });
+    }
+
+    // The bundle of a backup, to be saved.
+    void sendBundle(const httplib::Request& request, httplib::Response& response) const {
+        try {
+            const std::unique_ptr<CloudStore> store = openCloud(m_lab.cloud());
+            const ScratchFolder folder;
+            const StoredBackup backup = store->fetch(chooseBackup(*store, request.matches[1], ""), folder.path());
+            if (!backup.damage.empty()) {
+                throw Error(Error::Kind::Damaged, backup.damage);
+            }
+            send(response, readFile(folder / backup.name), ZIP_TYPE);
+        } catch (const Error& error) {
+            refuse(response, statusOf(error.kind()), error.what());
         }
     }
 
@@ -203,20 +361,21 @@ private:
     }
 
     // Until the reader goes away, or the server ends.
-    void sendEvents(httplib::Response& response) const {
-        const auto watch = std::make_shared<Watch>(m_lab);
-        const auto lastSign = std::make_shared<std::chrono::steady_clock::time_point>();
-        response.set_chunked_content_provider("text/event-stream", [watch, lastSign](std::size_t, auto& sink) {
-            const auto now = std::chrono::steady_clock::now();
-            std::string events = watch->next();
-            if (events.empty() && now - *lastSign > KEEPALIVE_INTERVAL) {
+    void sendEvents(const httplib::Request& request, httplib::Response& response) {
+        struct Reader {
+            Events::Place place;
+            Clock::time_point lastSign;
+        };
+        const auto reader = std::make_shared<Reader>(Reader{request.get_param_value("after"), Clock::now()});
+        response.set_chunked_content_provider("text/event-stream", [this, reader](std::size_t, auto& sink) {
+            std::string events = m_events.after(reader->place, EVENT_PATIENCE);
+            if (events.empty() && Clock::now() - reader->lastSign > KEEPALIVE_INTERVAL) {
                 events = ": alive\n\n";
             }
             if (!events.empty()) {
-                *lastSign = now;
+                reader->lastSign = Clock::now();
                 return sink.write(events.data(), events.size());
             }
-            std::this_thread::sleep_for(POLL_INTERVAL);
             return running.load() != nullptr;
         });
     }
@@ -225,12 +384,14 @@ private:
     const ServeOptions& m_options;
     std::string m_token;
     int m_port = -1;
+    Events m_events{m_lab};
     httplib::Server m_server;
 };
 
 }  // namespace
 
 void serve(const Lab& lab, const ServeOptions& options, const std::function<void(const std::string&)>& ready) {
+    ::mallopt(M_ARENA_MAX, 2);  // else each thread keeps memory of its own
     Site(lab, options).run(ready);
 }
 

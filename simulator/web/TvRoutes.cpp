@@ -2,6 +2,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Codes.h"
+#include "simulator/lineup/Difference.h"
 #include "simulator/reports/ToJson.h"
 #include "simulator/tv/Settable.h"
 #include "simulator/tv/Snapshot.h"
@@ -11,49 +12,116 @@ namespace sim {
 
 namespace {
 
-Json::Value showLab(const Lab& lab, const ApiRequest& /*request*/) {
-    Json::Value tvs(Json::arrayValue);
-    for (const auto& [name, home] : lab.tvs()) {
-        tvs.append(object({{"name", name}, {"home", home.string()}}));
-    }
-    return object({{"version", HALCYON_VERSION}, {"cloud", lab.cloud()}, {"tvs", std::move(tvs)}});
-}
-
 Json::Value showTv(const Lab& lab, const ApiRequest& request) {
-    const Tv tv = lab.look(request.parts[0]);
-    Json::Value value = toJson(reportTv(tv));
-    value["serial"] = toJson(tv.serial());
-    value["run"] = tv.runs().newest();
-    return value;
+    return stateOf(request.parts[0], lab.look(request.parts[0]));
 }
 
-// An array for each channel, as a list may have 50,000 of them: id, number, name, kind, group, provider, identity.
+// Texts that recur, each written once.
+class Words {
+public:
+    Json::UInt indexOf(const std::string& word) {
+        const auto [known, isNew] = m_indices.emplace(word, m_indices.size());
+        if (isNew) {
+            m_words.append(toJson(word));
+        }
+        return known->second;
+    }
+    const Json::Value& all() const { return m_words; }
+
+private:
+    std::map<std::string, Json::UInt> m_indices;
+    Json::Value m_words = Json::Value(Json::arrayValue);
+};
+
+// What the restore has done to a service: the kind of the difference, and what it was before.
+struct Mark {
+    const char* kind;
+    std::string was;
+};
+
+// By the id that a service has now. Those that are gone come in a row of their own.
+struct Marks {
+    std::map<std::uint64_t, Mark> marks;
+    std::vector<Service> gone;
+};
+
+Marks marksOf(const Tv& tv) {
+    Marks result;
+    if (runOfSnapshot(tv) == 0) {
+        return result;
+    }
+    const Tv before(snapshotPath(tv.home(), BEFORE_RUN), Database::Access::Look);
+    ServiceDifference difference = compareServices(before.services().all(), tv.services().all());
+    for (const Service& service : difference.added) {
+        result.marks[service.id] = {"added", ""};
+    }
+    for (const ServicePair& pair : difference.changed) {
+        result.marks[pair.right.id] = {"changed", ""};
+    }
+    for (const std::vector<ServicePair>* pairs : {&difference.renumbered, &difference.moved}) {
+        for (const ServicePair& pair : *pairs) {
+            result.marks[pair.right.id] = {pairs == &difference.moved ? "moved" : "renumbered",
+                                           std::to_string(pair.left.number)};
+        }
+    }
+    for (const ServicePair& pair : difference.renamed) {
+        result.marks[pair.right.id] = {"renamed", pair.left.name};
+    }
+    result.gone = std::move(difference.removed);
+    return result;
+}
+
+// An array for each channel, as a list may have 50,000 of them: id, number, name, and the indices of its kind, group
+// and provider; of one that the newest restore has changed, also how, and what it was.
 Json::Value showChannels(const Lab& lab, const ApiRequest& request) {
+    const Tv tv = lab.look(request.parts[0]);
+    const Marks marks = marksOf(tv);
+    Words words;
     Json::Value rows(Json::arrayValue);
-    lab.look(request.parts[0]).services().forEach([&](const Service& service) {
+    const auto add = [&](const Service& service) -> Json::Value& {
         Json::Value row(Json::arrayValue);
         row.append(service.id);
         row.append(service.number);
-        for (const std::string& text :
-             {service.name, serviceKind(service), service.groupName, service.provider, service.identity}) {
-            row.append(toJson(text));
+        row.append(toJson(service.name));
+        for (const std::string& text : {serviceKind(service), service.groupName, service.provider}) {
+            row.append(words.indexOf(text));
         }
-        rows.append(std::move(row));
+        return rows.append(std::move(row));
+    };
+    tv.services().forEach([&](const Service& service) {
+        Json::Value& row = add(service);
+        if (const auto mark = marks.marks.find(service.id); mark != marks.marks.end()) {
+            row.append(mark->second.kind);
+            row.append(toJson(mark->second.was));
+        }
     });
-    return object({{"channels", std::move(rows)}});
+    for (const Service& service : marks.gone) {
+        add(service).append("gone");
+    }
+    return object({{"list", stateOf(request.parts[0], tv)["list"]},
+                   {"run", runOfSnapshot(tv)},
+                   {"words", words.all()},
+                   {"channels", std::move(rows)}});
 }
 
 Json::Value setOnTv(const Lab& lab, const ApiRequest& request) {
     Tv tv(lab.homeOf(request.parts[0]));
     setByName(tv, textIn(request.body, "name"), textIn(request.body, "value"));
-    return toJson(reportTv(tv));
+    return object({});
 }
 
 Json::Value resetTv(const Lab& lab, const ApiRequest& request) {
     const std::filesystem::path home = lab.homeOf(request.parts[0]);
     const FolderLock lock = lockTv(home, std::chrono::seconds(0));
     resetTo(home, textIn(request.body, "name", INIT_SNAPSHOT));
-    return toJson(reportTv(lab.look(request.parts[0])));
+    return object({});
+}
+
+Json::Value makeSnapshot(const Lab& lab, const ApiRequest& request) {
+    const std::filesystem::path home = lab.homeOf(request.parts[0]);
+    const FolderLock lock = lockTv(home, std::chrono::seconds(0));
+    saveSnapshot(home, textIn(request.body, "name"));
+    return object({});
 }
 
 Json::Value listCalls(const Lab& /*lab*/, const ApiRequest& /*request*/) {
@@ -78,21 +146,16 @@ Json::Value listWords(const Lab& /*lab*/, const ApiRequest& /*request*/) {
                    {"sorts", namesOf<SortMode>()}});
 }
 
-Json::Value rulesOf(const Tv& tv) {
-    return object({{"rules", tv.faults().list()}});
-}
-
-Json::Value listFaults(const Lab& lab, const ApiRequest& request) {
-    return rulesOf(lab.look(request.parts[0]));
+int numberIn(const Json::Value& body, const char* member, int absent) {
+    return body[member].isInt() ? body[member].asInt() : absent;
 }
 
 Json::Value addFault(const Lab& lab, const ApiRequest& request) {
     Tv tv(lab.homeOf(request.parts[0]));
     FaultRule rule = makeRule(textIn(request.body, "call"), textIn(request.body, "failure"));
-    rule.times = request.body["times"].isInt() ? request.body["times"].asInt() : rule.times;
-    rule.nth = request.body["nth"].isInt() ? request.body["nth"].asInt() : rule.nth;
-    tv.faults().add(rule);
-    return rulesOf(tv);
+    rule.times = numberIn(request.body, "times", rule.times);
+    rule.nth = numberIn(request.body, "nth", rule.nth);
+    return object({{"rule", tv.faults().add(rule)}});
 }
 
 Json::Value removeFault(const Lab& lab, const ApiRequest& request) {
@@ -100,21 +163,26 @@ Json::Value removeFault(const Lab& lab, const ApiRequest& request) {
     if (!tv.faults().remove(toNumber<std::int64_t>(request.parts[1]).value_or(0))) {
         throw Error(Error::Kind::Missing, "there is no such fault rule any more");
     }
-    return rulesOf(tv);
+    return object({});
+}
+
+Json::Value clearFaults(const Lab& lab, const ApiRequest& request) {
+    Tv(lab.homeOf(request.parts[0])).faults().clear();
+    return object({});
 }
 
 }  // namespace
 
 std::vector<Route> tvRoutes() {
-    return {{"GET", "lab", &showLab},
-            {"GET", "calls", &listCalls},
+    return {{"GET", "calls", &listCalls},
             {"GET", "words", &listWords},
             {"GET", "tvs/*", &showTv},
-            {"GET", "tvs/*/channels", &showChannels},
+            {"GET", "tvs/*/channels", &showChannels, Route::Kind::Heavy},
             {"POST", "tvs/*/set", &setOnTv},
             {"POST", "tvs/*/reset", &resetTv},
-            {"GET", "tvs/*/faults", &listFaults},
+            {"POST", "tvs/*/snapshots", &makeSnapshot},
             {"POST", "tvs/*/faults", &addFault},
+            {"DELETE", "tvs/*/faults", &clearFaults},
             {"DELETE", "tvs/*/faults/*", &removeFault}};
 }
 

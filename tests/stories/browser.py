@@ -1,4 +1,5 @@
 """A lab of simulated TVs with its page, in a real browser."""
+import os
 import subprocess
 
 from selenium import webdriver
@@ -70,10 +71,18 @@ class Page(Lab):
         super().setUp()
         self.addCleanup(self.leave)
         self.browser.get(self.address)
+        self.browser.execute_script("sessionStorage.removeItem('tab'); localStorage.clear()")
+        self.resize(1280, 800)
+        self.media(prefers_color_scheme="dark")
         self.choose("b")
 
     def leave(self):
         """Before the server ends, so that no test hears of another's."""
+        first, *others = self.browser.window_handles
+        for window in others:
+            self.browser.switch_to.window(window)
+            self.browser.close()
+        self.browser.switch_to.window(first)
         self.browser.get("about:blank")
         self.browser.get_log("browser")
 
@@ -108,8 +117,35 @@ class Page(Lab):
 
     def choose(self, tv):
         self.click(f"[data-key='tv-{tv}']")
-        self.until_text("#tv-title", f"{tv} as its owner sees it")
+        self.until(lambda: f"{tv} as its owner sees it" in self.browser.execute_script(
+            "return document.querySelector('#tv-title')?.textContent ?? ''"))
         self.until(lambda: self.all("#tv .rows li"))
+
+    def running(self, tv, *words):
+        """The command runs meanwhile; at the end, until it has ended."""
+        environment = dict(os.environ, HALCYON_TV_HOME=str(tv.home), HALCYON_CLOUD=str(tv.cloud))
+        return subprocess.Popen(["halcyon-tv", *words], env=environment, stdout=subprocess.DEVNULL)
+
+    def tab(self, name):
+        self.click(f"[data-key='tab-{name}']")
+
+    def pause(self):
+        """Until the page has drawn what it has got."""
+        self.browser.execute_async_script("requestAnimationFrame(() => requestAnimationFrame(arguments[0]))")
+
+    def arm(self, call, failure):
+        self.tab("faults")
+        self.type("[data-key='find-call']", call.split("::")[-1])
+        self.click(f"[aria-label='Arm {call} {failure}']")
+        self.until_text("[data-key='tab-faults']", "armed")
+
+    def media(self, **features):
+        self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {
+            "features": [{"name": name.replace("_", "-"), "value": value} for name, value in features.items()]})
+
+    def resize(self, width, height, scale=1):
+        self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
+            "width": width, "height": height, "deviceScaleFactor": scale, "mobile": False})
 
     def channels(self):
         return [line for line in self.text("#tv .rows").splitlines() if line]

@@ -1,173 +1,162 @@
-// The backups, and the bundles that are dropped on the page.
-import {find, get, post, remove} from "./api.js";
-import {differences} from "./difference.js";
-import {action, byId, bytes, command, fill, following, h, itemTitle, moment, numberOf, partsOf, plural, shown}
-  from "./dom.js";
-import {launch} from "./lab.js";
-import {announce, attempt, place, state} from "./state.js";
+// The backups that the TV can restore.
+import {download, get, remove} from "./api.js";
+import {inspect, showBackup} from "./bundle.js";
+import {compareWith} from "./compare.js";
+import {Component, Fragment, action, command, h, name, saveAs, text} from "./elements.js";
+import {launch, readCloud} from "./lab.js";
+import {attempt, changed, closeDialog, isBusy, openDialog, place, state} from "./state.js";
+import {bytes, itemTitle, moment, numberOf, pathOf} from "./words.js";
 
-const verified = new Map();  // the result for each backup; null while it is being verified
-const MAX_VERIFIED = 12;
-const STEP = 20;  // how many more backups a click shows
-const view = {limit: 6};
+const MAX_AT_ONCE = 2;
+const view = {open: ""};
 
-const pathOf = (backup) => partsOf(backup).map(encodeURIComponent).join("/");
+// What is known of each backup that has been looked at: {key, bundle} or {key, problem}. The key tells for what it was.
+const looked = new Map();
+const queue = [];
+let working = 0;
+let change = 0;  // counts changes of the cloud, of which a folder does not say what they are
 
-async function verify(backup) {
-  const key = pathOf(backup);
-  if (verified.has(key) || backup.damage) return;
-  verified.set(key, null);
-  verified.set(key, await get("cloud", ...partsOf(backup)).catch(() => undefined));
-  drawCloud();
+// Another TV, or other antenna inputs, may take it or not.
+const keyOf = (backup) => [state.tv, JSON.stringify(state.shown?.status?.antenna), backup.etag || change].join(" ");
+
+async function work() {
+  while (queue.length && working < MAX_AT_ONCE) {
+    const backup = queue.shift();
+    const [path, key] = [pathOf(backup), keyOf(backup)];
+    if (looked.get(path)?.key === key) continue;
+    working++;
+    try {
+      looked.set(path, {key, bundle: await get(`cloud/${path}`, {tv: state.tv})});
+    } catch (error) {
+      looked.set(path, {key, problem: error.message});
+    }
+    working--;
+    changed();
+  }
 }
 
-function badge(backup) {
-  if (backup.damage) return h("span", {class: "badge bad"}, "damaged");
-  const found = verified.get(pathOf(backup));
-  if (!found) return h("span", {class: "badge muted"}, "verifying …");
-  if (found.isWhole) return h("span", {class: "badge good"}, "verified");
-  if (found.problems.length === 0) return h("span", {class: "badge bad"}, "ambiguous");
-  const part = found.items.find((each) => each.state === "damaged");
-  return h("span", {class: "badge bad"}, `${part?.item ?? "archive"} damaged`);
+// A backup is looked into as soon as its row is seen, or nearly so, and again after each change while it is.
+const visible = new Map();
+const watcher = new IntersectionObserver((entries) => {
+  for (const {target, isIntersecting} of entries) {
+    if (isIntersecting) visible.set(target, target.backup);
+    else visible.delete(target);
+  }
+  lookAgain();
+}, {rootMargin: "400px"});
+
+function lookAgain() {
+  queue.length = 0;
+  if (state.shown?.status) queue.push(...[...visible.values()].filter((backup) => backup && !backup.damage));
+  work();
+}
+addEventListener("lab:cloud", () => { change++; lookAgain(); });
+
+function badgeOf(backup) {
+  if (backup.damage) return ["bad", "damaged", backup.damage];
+  const found = looked.get(pathOf(backup));
+  if (!found) return ["muted", "not looked at yet", ""];
+  if (found.problem) return ["bad", "cannot be read", found.problem];
+  const {isWhole, problems, ambiguities, items, restore} = found.bundle;
+  if (!isWhole && problems.length === 0) return ["bad", "ambiguous", ambiguities.join("\n")];
+  if (!isWhole) {
+    const part = items.find((each) => each.state === "damaged");
+    return ["bad", `${part ? itemTitle(part.item) : "archive"} damaged`, problems.join("\n")];
+  }
+  if (restore && !restore.isPossible) return ["part", `${restore.cause} differs`, restore.why];
+  return ["good", "verified", ""];
 }
 
-function open(title, ...content) {
-  const dialog = byId("dialog");
-  fill(dialog, h("div", {class: "head"}, h("h2", {id: "dialog-title"}, title),
-    h("button", {type: "button", onclick: () => dialog.close()}, "Close")), ...content);
-  if (!dialog.open) dialog.showModal();
-}
-
-function wholeness(bundle) {
-  const {isWhole, problems, ambiguities, restore} = bundle;
-  const tv = shown(state.tv);
-  return h("div", {class: "answer " + (isWhole ? "good" : "bad")},
-    h("p", {class: "headline"}, isWhole ? "Whole: each byte was read" : problems.length > 0 ? "Damaged" : "Ambiguous"),
-    [...problems, ...ambiguities].map((problem) => h("p", {}, h("bdi", {}, shown(problem)))),
-    restore ? h("p", {}, `A restore on ${tv}: ${[restore.outcome, shown(restore.why)].filter(Boolean).join(": ")}`)
-      : null);
-}
-
-function channelCounts({services, byType}) {
-  const counts = Object.entries(byType).map(([kind, count]) => `${count} ${kind}`);
-  return h("p", {class: "note"}, `${plural(services, "channel")}: ${counts.join(", ")}`);
-}
-
-function entryRow(entry) {
-  return h("tr", {}, h("th", {scope: "row"}, h("bdi", {}, shown(entry.name))),
-    h("td", {class: "figure"}, entry.bytes.toLocaleString("en")), h("td", {}, h("code", {}, entry.crc32)),
-    h("td", {class: entry.problem ? "bad" : "muted"}, entry.problem ? shown(entry.problem) : "whole"));
-}
-
-function partRow(part) {
-  const tone = {damaged: "bad", whole: "good"}[part.state] ?? "muted";
-  return h("tr", {}, h("th", {scope: "row"}, itemTitle(part.item)),
-    h("td", {}, h("span", {class: tone}, part.state), part.problem ? ` · ${shown(part.problem)}` : ""));
-}
-
-function bundleDetails(bundle) {
-  const head = ["entry", "bytes", "CRC-32", ""].map((name) => h("th", {scope: "col"}, name));
-  return [wholeness(bundle), bundle.channels ? channelCounts(bundle.channels) : null, h("h3", {}, "Entries"),
-    h("table", {class: "entries"}, h("thead", {}, h("tr", {}, head)), h("tbody", {}, bundle.entries.map(entryRow))),
-    h("h3", {}, "Items"), h("table", {}, h("tbody", {}, bundle.items.map(partRow)))];
-}
-
-async function show(backup) {
-  const bundle = await attempt(() => find(`cloud/${pathOf(backup)}`, {tv: state.tv}));
-  if (!bundle) return;
-  open(`Backup ${numberOf(backup.id)}`, ...bundleDetails(bundle), command(...place(), "bundle", "verify", backup.id));
-}
-
-async function drop(backup) {
-  await attempt(() => remove("cloud", ...partsOf(backup)));
-  byId("dialog").close();
+async function fetchBundle(backup) {
+  const blob = await attempt(() => download(`bundles/${pathOf(backup)}`));
+  if (blob) saveAs(blob, backup.name || `${backup.id}.zip`);
 }
 
 function confirmRemoval(backup) {
-  open(`Remove backup ${numberOf(backup.id)}?`,
+  const drop = async () => { if (await attempt(() => remove(`cloud/${pathOf(backup)}`))) closeDialog(); };
+  openDialog(`Remove backup ${numberOf(backup.id)}?`, () => h("div", {},
     h("p", {class: "note"}, "It goes for good; no later backup gets its number."),
     h("div", {class: "actions"},
-      h("button", {class: "danger", type: "button", onclick: () => drop(backup)}, "Remove it"),
-      h("button", {type: "button", onclick: () => byId("dialog").close()}, "Keep it")),
-    command(...place(), "cloud", "remove", backup.id));
+      h("button", {class: "danger", type: "button", "data-key": "remove-it", onclick: drop}, "Remove it"),
+      h("button", {type: "button", onclick: closeDialog}, "Keep it")),
+    command([...place(), "cloud", "remove", backup.id])));
 }
 
-function buttons(backup) {
-  const button = (text, onclick, ...words) => action(text, {class: "quiet", disabled: Boolean(state.busy), onclick,
-    "data-key": `${text.toLowerCase()}-${backup.id}`, "aria-label": `${text} backup ${numberOf(backup.id)}`},
-  () => [...place(), ...words]);
-  const name = partsOf(backup).join("/");
-  const restore = () => launch({operation: "restore", reply: true, scan: state.status.isScanning, backup: name});
-  return h("div", {class: "buttons"},
-    button("Restore", restore, "run", "operation=restore", "--backup", backup.id),
-    button("Show", () => show(backup), "bundle", "verify", backup.id),
-    button("Compare", () => announce("compare", `backup:${name}`), "diff", backup.id),
-    button("Remove", () => confirmRemoval(backup), "cloud", "remove", backup.id));
+const restore = (backup) => launch({operation: "restore", reply: true, scan: state.shown.status.isScanning,
+  backup: pathOf(backup)});
+
+// Each action with its own command line.
+function actions(backup) {
+  const key = (word) => ({"data-key": `${word}-${backup.id}`, "aria-label": `${word} backup ${numberOf(backup.id)}`});
+  return h("tr", {class: "more", key: `more ${pathOf(backup)}`}, h("td", {colspan: 8},
+    action("Restore", {...key("restore-this"), disabled: isBusy(), onclick: () => restore(backup)},
+      [...place(), "run", "operation=restore", "--backup", backup.id]),
+    action("Show", {...key("show"), onclick: () => showBackup(backup)}, [...place(), "bundle", "verify", backup.id]),
+    action("Compare", {...key("compare"), onclick: () => compareWith(`backup:${pathOf(backup)}`)},
+      [...place(), "diff", backup.id]),
+    action("Download", {...key("download"), onclick: () => fetchBundle(backup)}),
+    action("Remove", {...key("remove"), onclick: () => confirmRemoval(backup)},
+      [...place(), "cloud", "remove", backup.id])));
 }
 
-function card(backup) {
-  const {damage, time, set, services, antenna} = backup;
-  const channels = services === null ? "?" : plural(services, "channel");
-  return h("li", {class: "backup"}, h("strong", {}, String(numberOf(backup.id))),
-    h("div", {},
-      h("p", {}, damage ? h("span", {class: "bad"}, shown(damage))
-        : `${moment(time)} · from ${shown(set || "an unknown set")}`),
-      h("p", {class: "muted"}, `${channels} · antenna ${antenna} · ${bytes(backup.bytes)}`),
-      damage ? null : buttons(backup)),
-    badge(backup));
-}
-
-function base64(buffer) {
-  let binary = "";
-  const bytesOf = new Uint8Array(buffer);
-  for (let i = 0; i < bytesOf.length; i += 0x8000) binary += String.fromCharCode(...bytesOf.subarray(i, i + 0x8000));
-  return btoa(binary);
-}
-
-async function inspect(file) {
-  const sent = {name: file.name, tv: state.tv, zip: base64(await file.arrayBuffer())};
-  const bundle = await attempt(() => post(["bundles", "inspect"], sent));
-  if (!bundle) return;
-  const bringIn = async () => {
-    const made = await attempt(() => post(["bundles", "import"], sent));
-    if (made) byId("dialog").close();
-  };
-  open(shown(file.name), ...bundleDetails(bundle),
-    h("h3", {}, `Against ${shown(state.tv)}`), ...differences(bundle.difference),
-    h("div", {class: "actions"},
-      h("button", {class: "primary", type: "button", onclick: bringIn}, "Import it into the cloud")),
-    command(...place(), "cloud", "import", file.name));
-}
-
-function dropZone() {
-  const onchange = (event) => { if (event.target.files[0]) inspect(event.target.files[0]); };
-  return h("div", {class: "drop"}, h("input", {type: "file", accept: ".zip", class: "unseen", id: "file", onchange}),
-    h("label", {for: "file"}, "Drop a bundle here, or choose one: it is looked into first"));
-}
-
-for (const event of ["dragover", "drop"]) {
-  byId("cloud").addEventListener(event, (it) => {
-    it.preventDefault();
-    if (event === "drop" && it.dataTransfer.files[0] && state.tv) inspect(it.dataTransfer.files[0]);
-  });
+class Row extends Component {
+  componentDidMount() { this.watch(); }
+  componentDidUpdate() { this.watch(); }
+  componentWillUnmount() { watcher.unobserve(this.row); visible.delete(this.row); }
+  watch() {
+    const {backup} = this.props;
+    this.row.backup = backup;
+    if (visible.has(this.row)) {
+      visible.set(this.row, backup);
+      if (!backup.damage && looked.get(pathOf(backup))?.key !== keyOf(backup)) lookAgain();
+    } else {
+      watcher.observe(this.row);
+    }
+  }
+  render({backup}) {
+    const [tone, words, why] = badgeOf(backup);
+    const path = pathOf(backup);
+    const number = numberOf(backup.id);
+    const isOpen = view.open === path;
+    return h(Fragment, {}, h("tr", {ref: (row) => { if (row) this.row = row; }, class: isOpen ? "open" : ""},
+      h("td", {class: "figure"}, number), h("td", {}, backup.time ? moment(backup.time) : "–"),
+      h("td", {}, backup.set ? name(backup.set) : h("span", {class: "muted"}, "unknown")),
+      h("td", {class: "figure"}, backup.services === null ? "–" : backup.services.toLocaleString("en")),
+      h("td", {class: "figure"}, bytes(backup.bytes)),
+      h("td", {}, h("span", {class: `badge ${tone}`, title: why}, words)),
+      h("td", {class: "muted why"}, text(why)),
+      h("td", {class: "end"},
+        h("button", {type: "button", class: "quiet strong", disabled: isBusy() || !state.shown?.status,
+          "data-key": `restore-${backup.id}`, "aria-label": `Restore backup ${number}`, onclick: () => restore(backup)},
+        "Restore"), " ",
+        h("button", {type: "button", class: "quiet icon", "aria-expanded": String(isOpen),
+          "data-key": `more-${backup.id}`, "aria-label": `More for backup ${number}`,
+          onclick: () => { view.open = isOpen ? "" : path; changed(); }}, "⋯"))),
+    isOpen ? actions(backup) : null);
+  }
 }
 
 // A TV can only restore the backups of its own account.
-const ofTv = (backups) => backups.filter((backup) => !state.status || backup.account === state.status.account);
+export const ofTv = () => (state.backups ?? []).filter((backup) => backup.account === state.shown?.status?.account);
 
-export function drawCloud() {
-  const title = h("h2", {id: "cloud-title"}, "Cloud");
-  if (!state.backups) return fill(byId("cloud"), title, h("p", {class: "empty"}, "Reading the cloud …"));
-  const newest = ofTv(state.backups).reverse();
-  newest.slice(0, Math.min(view.limit, MAX_VERIFIED)).forEach(verify);
-  const account = state.status?.account ?? "default";
-  const more = newest.length - view.limit;
-  const showMore = () => { view.limit += STEP; drawCloud(); };
-  return fill(byId("cloud"), h("div", {class: "head"}, title, h("span", {class: "muted"},
-    plural(newest.length, "backup"), account === "default" ? null : ` of account ${shown(account)}`)),
-  newest.length ? h("ul", {class: "backups"}, newest.slice(0, view.limit).map(card))
-    : h("p", {class: "empty"}, "No backup yet. Back a TV up, or drop a customer's bundle here."),
-  more > 0 ? h("button", {class: "quiet more", type: "button", "data-key": "more", onclick: showMore},
-    `Show ${Math.min(STEP, more)} more`) : null,
-  state.tv ? dropZone() : null, state.tv ? following([...place(), "cloud", "list"]) : null);
+const HEAD = ["No.", "made", "by", "channels", "size", "state", "", ""];
+
+export function Cloud() {
+  if (state.cloudProblem) {
+    return h("p", {class: "note bad"}, text(state.cloudProblem), " ", h("button", {type: "button", class: "quiet",
+      onclick: readCloud}, "Try again"));
+  }
+  if (state.shown?.problem) return h("p", {class: "empty"}, "Which backups are this TV's is in what cannot be read.");
+  if (!state.backups) return h("p", {class: "empty"}, "Reading the cloud …");
+  const newest = ofTv().reverse();
+  return h("div", {},
+    newest.length ? h("table", {class: "cloud"}, h("thead", {}, h("tr", {}, HEAD.map((each, i) =>
+      h("th", {scope: "col", key: i, class: each === "channels" || each === "size" ? "figure" : ""}, each)))),
+    h("tbody", {}, newest.map((backup) => h(Row, {key: pathOf(backup), backup}))))
+      : h("p", {class: "empty"}, "No backup yet. Back a TV up, or drop a customer's bundle anywhere on this page."),
+    h("div", {class: "drop"},
+      h("input", {type: "file", accept: ".zip,.json", multiple: true, class: "unseen", id: "file",
+        onchange: (event) => { inspect(event.target.files); event.target.value = ""; }}),
+      h("label", {for: "file"}, "Drop a bundle anywhere on this page, with its metadata if you have them, or choose ",
+        "it here: it is looked into first")));
 }

@@ -1,43 +1,41 @@
 // How two channel set-ups differ, service by service.
-import {h, itemTitle, plural, shown} from "./dom.js";
+import {h, name, text} from "./elements.js";
+import {itemTitle, plural} from "./words.js";
 
-const KINDS = [["removed", "−", "bad"], ["added", "+", "good"], ["renamed", "=", "part"], ["changed", "~", "part"],
-  ["moved", "›", "part"], ["renumbered", "#", "part"]];
-const MAX_SHOWN = 200;
+const KINDS = [["removed", "−", "bad"], ["added", "+", "good"], ["renamed", "~", "part"], ["changed", "~", "part"],
+  ["moved", "›", "part"], ["renumbered", "›", "part"]];
 
-function line(kind, each) {
-  const service = each.left ?? each;
-  const columns = (each.columns ?? [])
-    .filter(({column}) => kind !== "changed" || !["id", "number", "name"].includes(column))
-    .map(({column, left, right}) => `${column} ${left || "(none)"} → ${right || "(none)"}`).join(", ");
-  return [`${service.number} ${service.name}`, kind === "removed" || kind === "added" ? service.identity : columns];
+function detailOf(kind, each) {
+  if (kind === "removed" || kind === "added") return name(each.identity);
+  const columns = each.columns.filter(({column}) => kind !== "changed" || !["id", "number", "name"].includes(column));
+  return columns.map(({column, left, right}, i) => [i ? ", " : "", `${column} `, name(left || "(none)"), " → ",
+    name(right || "(none)")]);
 }
 
-function row(tone, mark, name, detail) {
-  return h("tr", {}, h("td", {class: tone}, mark), h("th", {scope: "row"}, name),
-    h("td", {class: "muted"}, h("bdi", {}, shown(detail))));
-}
+const row = (key, tone, mark, title, detail) => h("tr", {key}, h("td", {class: tone}, mark),
+  h("th", {scope: "row"}, title), h("td", {class: "muted"}, detail));
 
-function summary({isSame, left, right, detail}) {
-  const channels = `Channels: ${left} and ${right}`;
-  return isSame ? `${channels}, all the same` : `${channels}${detail ? `: ${detail}` : ""}`;
-}
-
-export function differences(difference) {
-  const {services} = difference;
-  const [channels, ...others] = difference.items;
-  const rows = KINDS.flatMap(([kind, sign, tone]) => services[kind].map((each) => {
-    const [name, detail] = line(kind, each);
-    return row(tone, `${sign} ${kind}`, h("bdi", {}, shown(name)), detail);
+function serviceRows({services}) {
+  return KINDS.flatMap(([kind, glyph, tone]) => services[kind].map((each) => {
+    const service = each.left ?? each;
+    return row(`${kind} ${service.identity}`, tone, `${glyph} ${kind}`,
+      [h("span", {class: "figure"}, service.number), " ", name(service.name)], detailOf(kind, each));
   }));
-  const items = others.filter((item) => !item.isSame).map((item) => row("part", "~ differs", itemTitle(item.item),
-    `${item.left} → ${item.right}${item.detail ? `; ${item.detail}` : ""}`));
+}
+
+export function Difference({difference}) {
+  const [channels, ...others] = difference.items;
   if (difference.isSame) {
-    return [h("p", {class: "note good"},
-      `Nothing differs: ${channels.left}, each compared in every column, and all other items.`)];
+    return h("p", {class: "note good"},
+      `Nothing differs: ${channels.left}, each compared in every column, and all other items.`);
   }
-  return [h("p", {class: "note"}, shown(summary(channels))),
-    h("div", {class: "scroll"}, h("table", {class: "differences"}, h("tbody", {}, items, rows.slice(0, MAX_SHOWN)))),
-    rows.length > MAX_SHOWN ? h("p", {class: "note muted"},
-      `and ${plural(rows.length - MAX_SHOWN, "more channel")}; the command shows all`) : null];
+  const items = others.filter((item) => !item.isSame).map((item) => row(item.item, "part", "~ differs",
+    itemTitle(item.item), [name(item.left), " → ", name(item.right), item.detail ? text(`; ${item.detail}`) : ""]));
+  const rows = serviceRows(difference);
+  const hidden = Object.values(difference.counts).reduce((sum, count) => sum + count, 0) - rows.length;
+  return h("div", {},
+    h("p", {class: "note"}, text(channels.isSame ? `Channels: ${channels.left}, all the same`
+      : `Channels: ${channels.left} and ${channels.right}${channels.detail ? `: ${channels.detail}` : ""}`)),
+    h("table", {class: "differences"}, h("tbody", {}, items, rows)),
+    hidden > 0 ? h("p", {class: "note muted"}, `and ${plural(hidden, "more channel")}; the command shows all`) : null);
 }

@@ -1,170 +1,225 @@
 // A run in the TV's time, in lanes: one for the application and one for each service.
-import {byId, checkbox, fill, h, shown, wantsLessMotion} from "./dom.js";
-import {state} from "./state.js";
+import {Component, checkbox, command, h, saveAs, text} from "./elements.js";
+import {chooseEvent} from "./lab.js";
+import {changed, place, state} from "./state.js";
+import {placed} from "./layout.js";
+import {seconds, shown} from "./words.js";
+import {whenOf} from "./verdict.js";
 
-// Each with its calls; those that no pattern fits are the framework's. The log is the application's.
-const LANES = [["application", null], ["framework", null], ["cloud service", /^(cloud_request|bnr_|disk)/],
-  ["TV service", /^(TVServiceAPI|CTVSApiWrapper|CCCategoryUtil|I[A-Z]|tv_)/], ["settings", /^(vconf_|JsonUtil)/],
-  ["CI module", /^CIM::/]];
-const REPLY = "app_control_reply_to_launch_request";
-const TOLD = ["bnr_response", "ReplaceServiceDb", "bnr_backup", REPLY];  // calls that always have a caption
-const MIN_UNIT = 9;   // pixels of an event
-const MAX_UNIT = 18;
-const WAIT = 130;     // pixels of a wait of any length
-const MARGIN = 60;
-const view = {details: false, focus: 0, replay: Infinity, run: ""};
+const NEAR = 12;  // pixels from an event that still mean it
+const view = {details: false, filter: "", zoom: 1, replay: Infinity, isReplaying: false, width: 1000, isOpen: false};
+let kept = {};
 
-const laneOf = (event) => event.log ? 0 : Math.max(1, LANES.findIndex(([, pattern]) => pattern?.test(event.call.name)));
-const isWait = (milliseconds) => milliseconds >= 50;
-
-// Calls of one moment are spread in their order; a wait is one long bar.
-function placed(timeline, room) {
-  const units = timeline.reduce((sum, event) => sum + (event.log ? 0.5 : 1), 0);
-  const waiting = timeline.filter((event, i) => isWait(event.atMs - (timeline[i - 1]?.atMs ?? 0))).length;
-  const unit = Math.min(Math.max((room - MARGIN - waiting * WAIT) / units, MIN_UNIT), MAX_UNIT);
-  let x = 0;
-  let at = 0;
-  const waits = [];
-  const events = timeline.map((event) => {
-    if (isWait(event.atMs - at)) {
-      waits.push({x, from: at, length: event.atMs - at});
-      x += WAIT;
-    }
-    at = event.atMs;
-    const it = {...event, lane: laneOf(event), x};
-    x += event.log ? unit / 2 : unit;
-    return it;
-  });
-  return {events, waits, unit, width: x + MARGIN};
+// As long as nothing that it depends on has changed.
+function layoutOf(timeline) {
+  const {details, filter, zoom, width} = view;
+  const key = JSON.stringify([details, filter, zoom, width]);
+  if (kept.timeline !== timeline || kept.key !== key) {
+    kept = {timeline, key, layout: placed(timeline, {details, filter, zoom, width})};
+  }
+  return kept.layout;
 }
 
-function text(event) {
-  if (event.log) return `${event.log.file}: ${event.log.function}(${event.log.line}) ${event.log.message.trim()}`;
-  return `${event.call.name}(${event.call.arguments})${event.call.result ? ` = ${event.call.result}` : ""}`;
+function full({call, log}) {
+  return log ? `${log.file}: ${log.function}(${log.line}) ${log.message.trim()}`
+    : `${call.name}(${call.arguments})${call.result ? ` = ${call.result}` : ""}`;
 }
 
-function label(event) {
-  if (event.log) return event.isDecisive ? event.log.message.trim() : "";
-  const {name, result, fault} = event.call;
-  const short = name.replace(/^.*::/, "");
-  const isTold = fault !== null || event.isDecisive || TOLD.includes(short);
-  const code = /^"?(\S+?)"?(,|$)/.exec(event.call.arguments)?.[1] ?? "";
-  const said = {bnr_response: `response ${code}`, [REPLY]: `reply ${event.call.arguments}`}[short] ??
-    `${short}${result ? ` = ${result.split(",")[0]}` : ""}`;
-  return isTold ? `${said}${fault !== null ? ` · fault rule ${fault}` : ""}` : "";
+function kindOf(event) {
+  const kind = event.log ? `log, priority ${event.log.priority}` : event.call.fault === null ? "call"
+    : `call, made to fail by fault rule ${event.call.fault}`;
+  return event.isDecisive ? `${kind}, decided the outcome` : kind;
 }
 
-function eventKind({call, log}) {
-  if (log) return `log, priority ${log.priority}`;
-  return call.fault === null ? "call" : `call, made to fail by rule ${call.fault}`;
-}
+// The event that is shown: the chosen one; else the one that decided; else the first.
+const current = (marks) => marks.find((mark) => mark.events.some((event) => event.seq === state.event)) ??
+  marks.find((mark) => mark.isDecisive) ?? marks[0];
 
-function show(event, button) {
-  const details = byId("event");
-  if (!details) return;
-  const words = [`${(event.atMs / 1000).toFixed(3)} s`, eventKind(event)];
-  if (event.isDecisive) words.push("this decided the outcome");
-  details.replaceChildren(h("span", {class: "muted"}, words.join(" · ")), h("code", {}, shown(text(event))));
-  for (const each of button.closest(".lanes").querySelectorAll("button[tabindex='0']")) each.tabIndex = -1;
-  button.tabIndex = 0;
-  view.focus = event.seq;
-}
-
-function classesOf({log, call, isDecisive, seq}) {
-  return ["event", log ? "log" : "call", call && call.fault !== null ? "fault" : "", isDecisive ? "decisive" : "",
-    seq > view.replay ? "later" : ""].join(" ");
-}
-
-function chart(timeline, room) {
-  const {events, waits, unit, width} = placed(timeline, room);
-  const focused = events.find((event) => event.seq === view.focus) ?? events.find((event) => event.isDecisive) ??
-    events[0];
-  const buttons = new Map();
-  const lanes = LANES.map(([name], index) => {
-    const mine = events.filter((event) => event.lane === index);
-    const lane = h("div", {class: "lane", role: "group", "aria-label": name});
-    for (const [i, event] of mine.entries()) {
-      const look = () => show(event, button);
-      const button = h("button", {type: "button", class: classesOf(event), "aria-label": text(event), onfocus: look,
-        onmouseenter: look, "data-key": `${view.run}/${event.seq}`, tabindex: event === focused ? 0 : -1});
-      button.style.left = `${event.x}px`;
-      buttons.set(event.seq, button);
-      lane.append(button);
-      const caption = view.details && event.log?.priority >= 6 ? event.log.message.trim() : label(event);
-      let last = i;  // of those that stand too close for a caption between them
-      while (mine[last + 1] && mine[last + 1].x - mine[last].x < 3 * unit) last++;
-      const free = (mine[last + 1]?.x ?? width + 400) - mine[last].x - 16;
-      if (caption && (last === i || event.isDecisive) && free > caption.length * 6.6) {
-        const element = h("span", {class: "caption" + (event.seq > view.replay ? " later" : "")}, shown(caption));
-        element.style.left = `${mine[last].x + 16}px`;
-        lane.append(element);
-      }
-    }
-    if (name === "cloud service" || (name === "TV service" && waits.length > 1)) {
-      for (const wait of name === "cloud service" ? waits.slice(0, 1) : waits.slice(1)) {
-        const bar = h("span", {class: "wait"}, `${wait.length.toLocaleString("en")} ms`);
-        bar.style.left = `${wait.x + 4}px`;
-        bar.style.width = `${WAIT - 10}px`;
-        lane.append(bar);
-      }
-    }
-    return h("div", {class: "lane-row"}, h("span", {class: "lane-name"}, name), lane);
-  });
-  const marks = [{x: 0, at: 0}, ...waits.map((wait) => ({x: wait.x + WAIT, at: wait.from + wait.length}))];
-  const axis = h("div", {class: "lane axis"}, marks.map((mark) => {
-    const element = h("span", {}, `${mark.at.toLocaleString("en")} ms`);
-    element.style.left = `${mark.x}px`;
-    return element;
+function go(mark) {
+  if (!mark) return;
+  chooseEvent(mark.seq);
+  queueMicrotask(() => queueMicrotask(() => {
+    const button = document.querySelector(`.mark-button[data-key="${CSS.escape(mark.key)}"]`);
+    button?.focus({preventScroll: true});
+    button?.scrollIntoView({block: "nearest", inline: "nearest"});
   }));
-  const scroller = h("div", {class: "lanes", role: "application",
-    "aria-label": "Timeline; arrow keys go from event to event",
-    onkeydown: (event) => {
-      const step = {ArrowRight: 1, ArrowLeft: -1}[event.key];
-      if (!step) return;
-      const at = events.findIndex((each) => each.seq === view.focus);
-      const next = events[Math.min(Math.max(at + step, 0), events.length - 1)];
-      buttons.get(next.seq).focus();
-      event.preventDefault();
-    }}, ...lanes, h("div", {class: "lane-row"}, h("span", {class: "lane-name"}), axis));
-  scroller.style.setProperty("--width", `${Math.max(width, 600)}px`);
-  return scroller;
 }
 
-let playing;
+// The mark that a key leads to.
+function next(key, marks, from) {
+  const at = marks.indexOf(from);
+  const nearest = (wanted) => marks.filter((mark) => mark.lane === wanted)
+    .sort((a, b) => Math.abs(a.x - from.x) - Math.abs(b.x - from.x))[0];
+  const lanes = [...new Set(marks.map((mark) => mark.lane))].sort((a, b) => a - b);
+  switch (key) {
+  case "ArrowRight": return marks[at + 1];
+  case "ArrowLeft": return marks[at - 1];
+  case "ArrowUp": return nearest(lanes[lanes.indexOf(from.lane) - 1]);
+  case "ArrowDown": return nearest(lanes[lanes.indexOf(from.lane) + 1]);
+  case "Home": return marks[0];
+  case "End": return marks.at(-1);
+  default: return undefined;
+  }
+}
+
+const marksNow = () => state.run?.timeline.length ? layoutOf(state.run.timeline).marks : [];
+
+export function goToDecided() {
+  view.filter = "";
+  go(marksNow().find((mark) => mark.isDecisive));
+}
+
+// The next call that a fault rule made fail, round and round.
+export function goToNextFault() {
+  view.filter = "";
+  const marks = marksNow();
+  const at = marks.findIndex((mark) => mark.events.some((event) => event.seq === state.event));
+  go([...marks.slice(at + 1), ...marks.slice(0, at + 1)].find((mark) => mark.isFault));
+}
+addEventListener("lab:decided", goToDecided);
+
+function markButton(mark, isCurrent) {
+  const words = mark.events.length > 1 ? `${mark.events.length} times ` : "";
+  return h("button", {type: "button", key: mark.key, "data-key": mark.key, tabindex: isCurrent ? 0 : -1,
+    class: ["mark-button", mark.isLog ? "log" : "call", mark.isFault ? "fault" : "", mark.isDecisive ? "decisive" : "",
+      isCurrent ? "current" : "", mark.seq > view.replay ? "later" : ""].join(" "),
+    style: {left: `${mark.x}px`, width: `${mark.width}px`},
+    "aria-label": `${seconds(mark.at)}: ${words}${shown(full(mark.events[0]))}; ${kindOf(mark.events[0])}`,
+    onfocus: () => { if (!mark.events.some((event) => event.seq === state.event)) chooseEvent(mark.seq); }});
+}
+
+function lane(index, layout, shownMark) {
+  const mine = layout.marks.filter((mark) => mark.lane === index);
+  // The whole height of the lane is an event's, and some pixels beside it.
+  const near = (event) => {
+    const x = event.clientX - event.currentTarget.getBoundingClientRect().left;
+    const away = (mark) => Math.max(mark.x - x, x - mark.x - mark.width, 0);
+    return mine.filter((mark) => away(mark) <= NEAR).sort((a, b) => away(a) - away(b))[0];
+  };
+  return h("div", {class: "lane-row", key: index},
+    h("span", {class: "lane-name"}, layout.lanes[index]),
+    h("div", {class: "lane", role: "group", "aria-label": layout.lanes[index],
+      onclick: (event) => { if (event.detail) go(near(event)); },
+      onpointermove: (event) => {
+        const seq = near(event)?.seq ?? 0;
+        if (seq !== view.pointed) { view.pointed = seq; changed(); }
+      },
+      onpointerleave: () => { view.pointed = 0; changed(); }},
+    layout.blocks.filter((block) => block.lane === index).map((block) => h("span", {class: "stretch",
+      key: `b${block.x}`, style: {left: `${block.x}px`, width: `${block.width}px`}})),
+    mine.map((mark) => markButton(mark, mark === shownMark)),
+    layout.captions.filter((caption) => caption.lane === index).map((caption) => h("span", {key: `c${caption.seq}`,
+      class: ["caption", caption.kind, caption.isBefore ? "before" : "",
+        caption.seq > view.replay ? "later" : ""].join(" "), style: {left: `${caption.x}px`}},
+    text(caption.words), caption.kind === "decisive" ? h("em", {}, " decided") : null))));
+}
+
+class Chart extends Component {
+  componentDidMount() {
+    this.observer = new ResizeObserver(([{contentRect}]) => {
+      const width = Math.max(200, Math.floor(contentRect.width));
+      if (width !== view.width) { view.width = width; changed(); }
+    });
+    this.observer.observe(this.base);
+    this.seekDecided();
+  }
+  componentWillUnmount() { this.observer.disconnect(); }
+  componentDidUpdate(before) {
+    if (state.run?.outcome === "open") this.base.scrollLeft = this.base.scrollWidth;
+    else if (before.which !== this.props.which) this.seekDecided();
+  }
+  // A run is first shown with the event that decided it in sight.
+  seekDecided() {
+    const {marks, left} = this.props.layout;
+    const mark = marks.find((each) => each.isDecisive);
+    if (mark) this.base.scrollLeft = mark.x + left - this.base.clientWidth / 2;
+  }
+  render({layout, shownMark}) {
+    const onkeydown = (event) => {
+      const mark = next(event.key, layout.marks, shownMark);
+      if (!mark || event.altKey || event.ctrlKey || event.metaKey) return;
+      event.preventDefault();
+      go(mark);
+    };
+    return h("div", {class: "lanes", role: "group", "aria-label": "Timeline; arrow keys go from event to event and " +
+      "from lane to lane, F to the next fault, D to the event that decided", onkeydown},
+    h("div", {class: "lanes-inside", style: {width: `${layout.width}px`}},
+      layout.waits.map((wait) => h("span", {class: "wait", key: wait.x, style: {left: `${wait.x + layout.left}px`,
+        width: `${wait.width}px`}}, h("span", {}, `${wait.length.toLocaleString("en")} ms`))),
+      layout.lanes.map((_, index) => lane(index, layout, shownMark)),
+      h("div", {class: "lane-row axis"}, h("span", {class: "lane-name"}, "ms"), h("div", {class: "lane"},
+        layout.times.map(({x, at}) => h("span", {key: x, style: {left: `${x}px`}}, at.toLocaleString("en")))))));
+  }
+}
+
+function Detail({mark, timeline}) {
+  const pointed = view.pointed && layoutOf(timeline).marks.find((each) => each.seq === view.pointed);
+  const it = pointed || mark;
+  if (!it) return h("p", {id: "event", class: "event-text muted"}, "Nothing has this.");
+  const [event] = it.events;
+  return h("p", {id: "event", class: "event-text", "aria-live": pointed ? "off" : "polite"},
+    h("span", {class: "muted"}, `${whenOf(timeline, event)} · ${kindOf(event)}${it.events.length > 1
+      ? ` · ${it.events.length} times in a row` : ""}`),
+    h("code", {dir: "ltr", title: shown(full(event))}, text(it.events.length > 1
+      ? it.events.map(full).join("; ") : full(event))));
+}
+
 function replay(timeline) {
-  cancelAnimationFrame(playing);
-  if (wantsLessMotion()) return;
-  const start = performance.now();
+  let start;
+  view.isReplaying = true;
   const perEvent = Math.min(40, 5000 / timeline.length);
   const step = (now) => {
-    const shownEvents = Math.floor((now - start) / perEvent);
-    view.replay = shownEvents >= timeline.length ? Infinity : timeline[shownEvents].seq;
-    drawTimeline();
-    if (view.replay !== Infinity) playing = requestAnimationFrame(step);
+    start ??= now;
+    const count = Math.floor((now - start) / perEvent);
+    view.replay = count >= timeline.length ? Infinity : timeline[count].seq;
+    view.isReplaying = view.replay !== Infinity;
+    changed();
+    if (view.isReplaying && state.run?.timeline === timeline) requestAnimationFrame(step);
+    else Object.assign(view, {replay: Infinity, isReplaying: false});
   };
-  playing = requestAnimationFrame(step);
+  requestAnimationFrame(step);
+  changed();
 }
 
-export function drawTimeline() {
-  const card = byId("timeline");
-  const run = state.live ?? state.run;
+function saveRun(run) {
+  const blob = new Blob([JSON.stringify(run, null, 2)], {type: "application/json"});
+  saveAs(blob, `run-${run.run}.json`);
+}
+
+function tools(run) {
+  const zoom = (factor) => () => { view.zoom = Math.min(8, Math.max(1, view.zoom * factor)); changed(); };
+  const button = (key, label, words, onclick, disabled) => h("button", {type: "button", class: "quiet", "data-key": key,
+    "aria-label": label, title: label, onclick, disabled}, words);
+  const {timeline} = run;
+  return [
+    h("input", {type: "search", placeholder: "Filter", "aria-label": "Filter the timeline", "data-key": "filter",
+      value: view.filter, oninput: (event) => { view.filter = event.target.value; changed(); }}),
+    checkbox("log", "details", view.details, (isOn) => { view.details = isOn; changed(); }),
+    timeline.some((event) => event.call && event.call.fault !== null)
+      ? button("next-fault", "Next fault (F)", "Next fault", goToNextFault) : null,
+    button("zoom-out", "Zoom out", "−", zoom(0.5), view.zoom <= 1),
+    button("zoom-in", "Zoom in", "+", zoom(2), view.zoom >= 8),
+    button("replay", "Replay the run", view.isReplaying ? "Replaying" : "Replay", () => replay(timeline),
+      view.isReplaying || run.outcome === "open"),
+    button("export", "Export the run as JSON", "Export", () => { view.isOpen = !view.isOpen; changed(); })];
+}
+
+export function Timeline() {
+  const {run} = state;
   const timeline = run?.timeline ?? [];
-  const key = `${state.tv}/${run?.run}`;
-  const isNew = key !== view.run;
-  if (isNew) Object.assign(view, {run: key, focus: 0, replay: Infinity});
-  const scrolled = card.querySelector(".lanes")?.scrollLeft ?? 0;
-  const told = isNew ? null : byId("event");
-  const title = run ? `Timeline of run ${run.run}` : "Timeline";
-  fill(card, h("div", {class: "head"}, h("h2", {id: "timeline-title"}, title),
-    checkbox("details of the log", "details", view.details, (isOn) => { view.details = isOn; drawTimeline(); }),
-    h("button", {type: "button", disabled: !timeline.length || Boolean(state.live), "data-key": "replay",
-      onclick: () => replay(timeline)}, "Replay")),
-  timeline.length ? chart(timeline, card.clientWidth - 140)
-    : h("p", {class: "empty"}, "Each call and each log record of a run stands here at its moment."),
-  timeline.length ? told ?? h("p", {id: "event", class: "event-text", "aria-live": "polite"},
-    h("span", {class: "muted"}, "Point at an event, or go from one to the next with the arrow keys.")) : null);
-  const lanes = card.querySelector(".lanes");
-  if (!lanes) return;
-  const decisive = isNew ? lanes.querySelector(".decisive") : null;
-  lanes.scrollLeft = state.live ? lanes.scrollWidth : decisive ? decisive.offsetLeft - lanes.clientWidth / 2 : scrolled;
+  const head = (...more) => h("div", {class: "head"}, h("h2", {id: "timeline-title"}, "When",
+    run ? h("span", {class: "muted"}, ` · run ${run.run}`) : null), ...more);
+  if (!timeline.length) {
+    return h("section", {id: "timeline", class: "card", "aria-labelledby": "timeline-title"}, head(),
+      h("p", {class: "empty"}, "Each call and each log record of a run stands here at its moment."));
+  }
+  const layout = layoutOf(timeline);
+  const shownMark = current(layout.marks);
+  return h("section", {id: "timeline", class: `card ${run.outcome === "done" ? "well" : ""}`,
+    "aria-labelledby": "timeline-title"},
+  head(tools(run)),
+  view.isOpen ? h("div", {class: "action"}, h("button", {type: "button", class: "quiet", "data-key": "save",
+    onclick: () => saveRun(run)}, "Save the file"),
+  command([...place(), "--json", "record", String(run.run)])) : null,
+  h(Chart, {layout, shownMark, which: `${state.tv}/${run.run}/${run.outcome}`}), h(Detail, {mark: shownMark, timeline}));
 }

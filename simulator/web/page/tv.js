@@ -1,211 +1,177 @@
-// The TV as its owner sees it, and its settings.
-import {post} from "./api.js";
-import {action, byId, checkbox, command, fill, following, h, plural, shown} from "./dom.js";
-import {launch, refreshTv} from "./lab.js";
-import {announce, attempt, place, state} from "./state.js";
+// The TV as its owner sees it: its channels, what is on, and its actions.
+import {Component, action, checkbox, h, name, text} from "./elements.js";
+import {launch, setValue} from "./lab.js";
+import {changed, entryOf, isBusy, openTab, place, state} from "./state.js";
+import {plural, shown} from "./words.js";
 
 const ROW = 28;  // pixels; the style sheet says the same
-const [ID, NUMBER, NAME, KIND, GROUP, PROVIDER, IDENTITY, MARK] = [0, 1, 2, 3, 4, 5, 6, 7];
-const GONE = "gone";  // the mark of a channel that is no longer in the list
-const view = {search: "", top: 0, active: 0, rows: [], key: "", said: null, isOpen: false, reply: true};
-
+const [ID, NUMBER, NAME, KIND, GROUP, PROVIDER, MARK, WAS] = [0, 1, 2, 3, 4, 5, 6, 7];
+const GLYPHS = {added: "+", gone: "−", changed: "~", renamed: "~", moved: "›", renumbered: "›"};
+const view = {search: "", marks: true, isOpen: false, reply: true, realtime: false};
 const collator = new Intl.Collator("en", {sensitivity: "base"});
 
-// The marks of what the last run changed, by identity.
-function marksOf(changes) {
-  const marks = new Map();
-  for (const kind of ["added", "renamed", "changed", "moved", "renumbered"]) {
-    for (const each of changes?.services[kind] ?? []) marks.set((each.right ?? each).identity, kind);
-  }
-  return marks;
-}
-
-const groupsOf = (rows) => [...new Set(rows.map((row) => row[GROUP]))].filter(Boolean);
-const goneRow = ({id, number, name, type, group, provider, identity}) =>
-  [id, number, name, type === "tv" ? "television" : type, group, provider, identity, GONE];
+const wordOf = (row, index) => state.channels.words[row[index]];
+const groups = () => [...new Set(state.channels.channels.filter((row) => row[MARK] !== "gone")
+  .map((row) => wordOf(row, GROUP)))].filter(Boolean);
+// What the last restore has done to a channel, if that is shown.
+const markOf = (row) => view.marks ? row[MARK] ?? "" : "";
 
 // The channels of the category, sorted; those that are gone stay in their old place.
-function rowsOf() {
-  const {viewing} = state.status;
-  let rows = state.channels;
-  if (viewing.category.code === 2) {
-    const group = groupsOf(rows)[viewing.categoryParam - 1];
-    rows = rows.filter((row) => row[GROUP] === group);
+function visibleRows({category, categoryParam, sort}) {
+  let rows = state.channels.channels;
+  if (category.code === 2) {
+    const group = groups()[categoryParam - 1];
+    rows = rows.filter((row) => wordOf(row, GROUP) === group);
   }
-  if (state.marks && state.changes) rows = rows.concat(state.changes.services.removed.map(goneRow));
-  const key = {1: NAME, 2: PROVIDER}[viewing.sort.code];
-  rows = [...rows].sort((a, b) => (key ? collator.compare(a[key], b[key]) : 0) || a[NUMBER] - b[NUMBER]);
+  const key = {1: (row) => row[NAME], 2: (row) => wordOf(row, PROVIDER)}[sort.code];
+  rows = [...rows].sort((a, b) => (key ? collator.compare(key(a), key(b)) : 0) || a[NUMBER] - b[NUMBER]);
+  if (!view.marks) rows = rows.filter((row) => row[MARK] !== "gone");
   const wanted = view.search.trim().toLowerCase();
-  const isWanted = (row) => `${row[NUMBER]} ${row[NAME]} ${row[PROVIDER]}`.toLowerCase().includes(wanted);
+  const isWanted = (row) => `${row[NUMBER]} ${row[NAME]} ${wordOf(row, PROVIDER)}`.toLowerCase().includes(wanted);
   return wanted ? rows.filter(isWanted) : rows;
 }
 
+let kept = {};
+// As long as nothing that it depends on has changed.
+function rowsOf(viewing) {
+  const {category, categoryParam, sort} = viewing;
+  const key = JSON.stringify([category.code, categoryParam, sort.code, view.search, view.marks]);
+  if (kept.channels !== state.channels || kept.key !== key) {
+    kept = {channels: state.channels, key, rows: visibleRows(viewing)};
+  }
+  return kept.rows;
+}
+
+// The list on the screen: only the rows that are visible are in the page. It keeps its place while the TV is the same.
+class List extends Component {
+  componentDidMount() { this.moveTo(this.rowOfService()); }
+  componentDidUpdate(before) {
+    if (before.place !== this.props.place) this.moveTo(this.rowOfService());
+  }
+  rowOfService() {
+    return Math.max(0, this.props.rows.findIndex((row) => row[ID] === this.props.service && row[MARK] !== "gone"));
+  }
+  moveTo(index) {
+    this.base.scrollTop = Math.max(0, index - 4) * ROW;
+    this.setState({active: index});
+  }
+  onKey(event) {
+    const {rows, watch} = this.props;
+    const step = {ArrowDown: 1, ArrowUp: -1, PageDown: 9, PageUp: -9, Home: -Infinity, End: Infinity}[event.key];
+    if (step) {
+      const active = Math.min(Math.max((this.state.active ?? 0) + step, 0), rows.length - 1);
+      const top = active * ROW;
+      const {scrollTop, clientHeight} = this.base;
+      if (top < scrollTop) this.base.scrollTop = top;
+      if (top + ROW > scrollTop + clientHeight) this.base.scrollTop = top + ROW - clientHeight;
+      this.setState({active});
+    } else if (event.key === "Enter" && rows[this.state.active]) {
+      watch(rows[this.state.active]);
+    } else {
+      return;
+    }
+    event.preventDefault();
+  }
+  row(row, index) {
+    const mark = markOf(row);
+    const isGone = row[MARK] === "gone";
+    const isOn = row[ID] === this.props.service && !isGone;
+    const said = mark === "gone" ? "gone" : row[WAS] && mark ? `was ${row[WAS]}` : wordOf(row, KIND);
+    return h("li", {key: index, id: `row-${index}`, role: "option", "aria-selected": String(isOn),
+      "aria-setsize": this.props.rows.length, "aria-posinset": index + 1, style: {top: `${index * ROW}px`},
+      class: `${mark} ${isOn ? "on" : ""} ${index === this.state.active ? "active" : ""}`,
+      onclick: () => { this.setState({active: index}); this.props.watch(row); }},
+    h("span", {class: "mark", title: mark}, GLYPHS[mark] ?? ""), h("span", {class: "number"}, String(row[NUMBER])),
+    name(row[NAME], {class: "name"}), h("span", {class: "kind"}, said === "television" ? "" : text(said)));
+  }
+  render({rows}, {active}) {
+    const {scrollTop = 0, clientHeight = 320} = this.base ?? {};
+    const first = Math.max(0, Math.min(Math.floor(scrollTop / ROW), rows.length) - 6);
+    const last = Math.min(rows.length, first + Math.ceil((clientHeight || 320) / ROW) + 12);
+    return h("div", {class: "rows", role: "listbox", tabindex: 0, "aria-label": "Channels", "data-key": "rows",
+      "aria-activedescendant": `row-${active ?? 0}`, onscroll: () => this.setState({}),
+      onkeydown: (event) => this.onKey(event)},
+    h("ul", {role: "presentation", style: {height: `${rows.length * ROW}px`}},
+      rows.slice(first, last).map((row, i) => this.row(row, first + i))));
+  }
+}
+
 function categoryName({category, categoryParam}) {
-  if (category.code === 1) return `Favourites ${categoryParam} · ${state.status.favourites[categoryParam - 1] ?? ""}`;
-  if (category.code === 2) return groupsOf(state.channels)[categoryParam - 1] ?? "group";
-  return "All channels";
-}
-
-async function setValue(name, value) {
-  await attempt(() => post(["tvs", state.tv, "set"], {name, value: String(value)}));
-  await attempt(() => refreshTv({channels: false}));
-  view.said = ["set", name, String(value)];
-  announce("changed");
-}
-
-function watch(row) {
-  if (row[MARK] !== GONE) setValue("service", row[ID]);
-}
-
-function drawRows(list) {
-  const first = Math.max(0, Math.floor(list.scrollTop / ROW) - 4);
-  const last = Math.min(view.rows.length, first + Math.ceil((list.clientHeight || 320) / ROW) + 8);
-  const marks = state.marks ? marksOf(state.changes) : new Map();
-  const items = list.firstElementChild;
-  items.style.height = `${view.rows.length * ROW}px`;
-  items.replaceChildren(...view.rows.slice(first, last).map((row, i) => {
-    const index = first + i;
-    const mark = row[MARK] ?? marks.get(row[IDENTITY]) ?? "";
-    const isOn = row[ID] === state.status.viewing.serviceId && row[MARK] !== GONE;
-    const element = h("li", {
-      id: `row-${index}`, role: "option", "aria-selected": String(isOn),
-      class: [mark, isOn ? "on" : "", index === view.active ? "active" : ""].join(" "),
-      "aria-setsize": view.rows.length, "aria-posinset": index + 1,
-      onclick: () => { view.active = index; watch(row); },
-    }, h("span", {class: "number"}, String(row[NUMBER])), h("bdi", {class: "name"}, shown(row[NAME])),
-    h("span", {class: "kind"}, mark ? `${row[KIND]} · ${mark}` : row[KIND]));
-    element.style.top = `${index * ROW}px`;
-    return element;
-  }));
-  list.setAttribute("aria-activedescendant", `row-${view.active}`);
-}
-
-function keyOn(list, event) {
-  const step = {ArrowDown: 1, ArrowUp: -1, PageDown: 9, PageUp: -9, Home: -Infinity, End: Infinity}[event.key];
-  if (step) {
-    view.active = Math.min(Math.max(view.active + step, 0), view.rows.length - 1);
-    const top = view.active * ROW;
-    if (top < list.scrollTop) list.scrollTop = top;
-    if (top + ROW > list.scrollTop + list.clientHeight) list.scrollTop = top + ROW - list.clientHeight;
-    drawRows(list);
-  } else if (event.key === "Enter" && view.rows[view.active]) {
-    watch(view.rows[view.active]);
-  } else {
-    return;
+  if (category.code === 1) {
+    return [`Favourites ${categoryParam} · `, name(state.shown.status.favourites[categoryParam - 1] ?? "")];
   }
-  event.preventDefault();
+  return category.code === 2 ? name(groups()[categoryParam - 1] ?? "group") : "All channels";
 }
 
-function banner({watching, viewing, antenna, isScanning}) {
-  const facts = [["mode", `${viewing.antennaMode.name}, ${viewing.serviceMode.name}`],
-    ["source", viewing.source.name], ["antenna", antenna.map((input) => input.name).join(", ") || "none"],
-    ["scan", isScanning ? "running" : "off"]];
+function OnAir({status: {watching, viewing, antenna, isScanning}}) {
+  const inputs = antenna.map((input) => input.name).join(", ") || "no input";
   return h("div", {class: "banner"},
-    h("p", {class: "on-air"},
-      watching ? h("bdi", {}, `${watching.number} ${shown(watching.name)}`) : "No such channel"),
-    h("p", {}, watching ? shown(`${watching.source} · ${(watching.frequencyHz / 1e6).toLocaleString("en")} MHz`)
+    h("p", {class: "on-air"}, watching ? [`${watching.number} `, name(watching.name)] : "No such channel"),
+    h("p", {}, watching ? text(`${watching.source} · ${(watching.frequencyHz / 1e6).toLocaleString("en")} MHz`)
       : `The list has no service ${viewing.serviceId}`),
-    h("dl", {}, facts.flatMap(([term, text]) => [h("dt", {}, term), h("dd", {}, text)])));
+    h("p", {}, `${viewing.antennaMode.name}, ${viewing.serviceMode.name} · ${viewing.source.name}`),
+    h("p", {}, `antenna: ${inputs} · ${isScanning ? "a scan is running" : "no scan"}`));
 }
 
-// The screen, and the list on it, which can only be filled once it is in the page.
 function screen() {
-  const {viewing} = state.status;
-  const key = [state.tv, viewing.category.code, viewing.categoryParam, viewing.sort.code].join();
-  view.rows = rowsOf();
-  if (key !== view.key) {
-    view.active = Math.max(0, view.rows.findIndex((row) => row[ID] === viewing.serviceId));
-    view.top = Math.max(0, view.active - 4) * ROW;
-    view.key = key;
-  }
-  const list = h("div", {class: "rows", role: "listbox", tabindex: 0, "aria-label": "Channels", "data-key": "rows",
-    onscroll: () => { view.top = list.scrollTop; drawRows(list); }, onkeydown: (event) => keyOn(list, event)},
-  h("ul", {role: "presentation"}));
-  const head = h("p", {class: "panel-head"}, h("span", {}, shown(categoryName(viewing))),
-    h("span", {}, plural(view.rows.length, "channel")));
-  return [h("div", {class: "screen"}, h("div", {class: "panel"}, head, list), banner(state.status)), list];
+  const {status, problem} = state.shown ?? {};
+  if (problem) return h("div", {class: "screen off"}, h("p", {}, "No picture"));
+  if (!status || !state.channels) return h("div", {class: "screen off"}, h("p", {}, "Reading the TV …"));
+  const rows = rowsOf(status.viewing);
+  const gone = rows.filter((row) => row[MARK] === "gone").length;
+  const {category, categoryParam, sort} = status.viewing;
+  const oninput = (event) => { view.search = event.target.value; changed(); };
+  return h("div", {class: "screen"},
+    h("div", {class: "panel"},
+      h("p", {class: "panel-head"}, h("span", {class: "title"}, categoryName(status.viewing)),
+        h("span", {class: "count"}, gone ? `${rows.length - gone} · ${gone} gone` : plural(rows.length, "channel"))),
+      h(List, {rows, service: status.viewing.serviceId,
+        place: [state.tv, category.code, categoryParam, sort.code, view.search].join(),
+        watch: (row) => { if (row[MARK] !== "gone") setValue("service", row[ID]); }}),
+      h("input", {type: "search", placeholder: "Search", "aria-label": "Search channels", "data-key": "search",
+        value: view.search, oninput})),
+    h(OnAir, {status}));
 }
 
-// `make` turns the option that was chosen into the value to set.
-function select(label, name, options, current, make) {
-  const onchange = (event) => setValue(name, make(event.target.value));
-  return h("label", {}, label, h("select", {"data-key": name, onchange},
-    [...options].map(([value, text]) => h("option", {value, selected: value === current}, text))));
+function start(operation) {
+  const {reply, realtime} = view;
+  return launch({operation, reply, realtime, scan: state.shown.status.isScanning});
 }
 
-function antennaInputs(antenna) {
-  const connected = new Set(antenna.map((input) => input.code));
-  const toggle = (code, isOn) => {
-    if (isOn) connected.add(code);
-    else connected.delete(code);
-    setValue("antenna", [...connected].sort().join(","));
-  };
-  return h("fieldset", {}, h("legend", {}, "Antenna inputs"), state.words.antennaInputs.map((name, code) =>
-    checkbox(name, `antenna-${code}`, connected.has(code), (isOn) => toggle(code, isOn))));
+const runLine = (...words) => [...place(), "run", ...words, view.reply ? "" : "--no-reply",
+  view.realtime ? "--realtime" : ""];
+const restoreLine = () => runLine("operation=restore", state.shown?.status?.isScanning ? "scan_activated=1" : "");
+const hasBackup = () => Boolean(state.backups?.some((backup) => backup.account === state.shown?.status?.account));
+
+function options(isOff) {
+  return h("div", {class: "options", id: "launch-options"},
+    action("Back up", {disabled: isOff, onclick: () => start("backup")}, runLine()),
+    action("Restore", {disabled: isOff || !hasBackup(), onclick: () => start("restore")}, restoreLine()),
+    checkbox("a reply is asked for", "reply", view.reply, (isOn) => { view.reply = isOn; changed(); }),
+    checkbox("take as long as a TV does", "realtime", view.realtime, (isOn) => { view.realtime = isOn; changed(); }));
 }
 
-function favourite(name, i) {
-  return h("label", {}, `Favourites ${i + 1}`, h("input", {value: name, "data-key": "favourite-" + i, maxLength: 200,
-    onchange: (event) => setValue(`favname${i + 1}`, event.target.value)}));
+export function TvCard() {
+  const isOff = isBusy() || !state.shown?.status;
+  const marked = state.channels?.run;
+  return h("section", {id: "tv", class: "card", "aria-labelledby": "tv-title"},
+    h("h2", {id: "tv-title", class: "unseen"}, name(entryOf()?.name ?? ""), " as its owner sees it"),
+    screen(),
+    view.isOpen ? options(isOff) : null,
+    h("div", {class: "foot actions"},
+      h("button", {type: "button", class: "primary", disabled: isOff, "data-key": "backup",
+        onclick: () => start("backup")}, "Back up"),
+      h("button", {type: "button", disabled: isOff || !hasBackup(), "data-key": "restore",
+        onclick: () => start("restore")}, "Restore newest"),
+      h("button", {type: "button", class: "icon", "aria-expanded": String(view.isOpen), "data-key": "options",
+        "aria-label": "Command lines and options", onclick: () => { view.isOpen = !view.isOpen; changed(); }}, "▾"),
+      h("span", {class: "grow"}),
+      marked ? h("button", {type: "button", class: "quiet", "aria-pressed": String(view.marks), "data-key": "marks",
+        onclick: () => { view.marks = !view.marks; changed(); }}, shown(`Marks: run ${marked}`)) : null,
+      h("button", {type: "button", class: "quiet", "data-key": "open-setup", onclick: () => openTab("setup")},
+        "Set up"),
+      h("button", {type: "button", class: "quiet", "data-key": "open-snapshots",
+        onclick: () => openTab("snapshots")}, "Snapshots")));
 }
 
-function settings() {
-  const {viewing, favourites, antenna, isScanning} = state.status;
-  const {words} = state;
-  const [antennaMode, serviceMode, sort] = [viewing.antennaMode.code, viewing.serviceMode.code, viewing.sort.code];
-  const categories = [["0/0", "all channels"],
-    ...favourites.map((name, i) => [`1/${i + 1}`, `favourites ${i + 1} · ${shown(name)}`]),
-    ...groupsOf(state.channels).map((name, i) => [`2/${i + 1}`, `group · ${shown(name)}`])];
-  const category = `${viewing.category.code}/${viewing.categoryParam}`;
-  return h("details", {open: view.isOpen, ontoggle: (event) => { view.isOpen = event.target.open; }},
-    h("summary", {}, "Set up this TV"),
-    h("div", {class: "form"},
-      select("Antenna mode", "mode", words.antennaModes.entries(), antennaMode, (code) => `${code}/${serviceMode}`),
-      select("Services", "mode", words.serviceModes.entries(), serviceMode, (code) => `${antennaMode}/${code}`),
-      select("Category", "category", categories, category, (code) => `${code}/${sort}`),
-      select("Sorted by", "category", words.sorts.entries(), sort, (code) => `${category}/${code}`),
-      antennaInputs(antenna),
-      h("div", {class: "row"}, checkbox("a channel scan is running", "scan", isScanning,
-        (isOn) => setValue("scan", isOn ? "on" : "off"))),
-      favourites.map(favourite)),
-    view.said ? command(...place(), ...view.said) : null);
-}
-
-function actions() {
-  const start = (operation) => () => launch({operation, reply: view.reply, scan: state.status.isScanning});
-  const isBusy = Boolean(state.busy);
-  const line = (...words) => [...place(), "run", ...words, view.reply ? "" : "--no-reply"];
-  return h("div", {class: "actions"},
-    action("Back up", {class: "primary", disabled: isBusy, "data-key": "backup", onclick: start("backup")},
-      () => line()),
-    action("Restore newest",
-      {disabled: isBusy || !state.backups?.length, "data-key": "restore", onclick: start("restore")},
-      () => line("operation=restore", state.status.isScanning ? "scan_activated=1" : "")),
-    checkbox("reply", "reply", view.reply, (isOn) => { view.reply = isOn; }),
-    checkbox("mark what the last run changed", "marks", state.marks,
-      (isOn) => { state.marks = isOn; announce("changed"); }),
-    following(line()));
-}
-
-export function drawTv() {
-  const card = byId("tv");
-  const title = h("h2", {id: "tv-title"}, state.tv ? `${shown(state.tv)} as its owner sees it` : "No TV yet");
-  if (!state.tv) {
-    const loading = state.connection === "connecting";
-    return fill(card, title, h("p", {class: "empty"}, loading ? "Looking for TVs …" : "There is no TV here. Make one:"),
-      loading ? null : command("init", "--channels", "FILE"));
-  }
-  if (!state.status || !state.channels) {
-    return fill(card, title, h("div", {class: "screen loading"}, h("p", {}, "Reading the TV …")));
-  }
-  const [element, list] = screen();
-  const oninput = (event) => {
-    Object.assign(view, {search: event.target.value, active: 0, top: 0});
-    drawTv();
-  };
-  const search = h("input", {type: "search", placeholder: "Search channels", "aria-label": "Search channels",
-    "data-key": "search", value: view.search, oninput});
-  fill(card, h("div", {class: "head"}, title, search), element, actions(), settings());
-  list.scrollTop = view.top;
-  drawRows(list);
-}
+export {groups};
