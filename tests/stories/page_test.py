@@ -106,7 +106,7 @@ class Stories(Page):
                 break
             ActionChains(self.browser).send_keys(Keys.TAB).perform()
         ActionChains(self.browser).send_keys(Keys.ENTER).perform()
-        self.until(lambda: "BackupFileDone" in (self.browser.switch_to.active_element.get_attribute("aria-label") or ""))
+        self.until(lambda: self.all(".mark-button:focus[aria-label*=BackupFileDone]"))
         self.assertIn(when, self.text("#event"))
         self.assertRegex(self.browser.current_url, r"#/b/1/\d+$")
         ActionChains(self.browser).send_keys(Keys.ARROW_RIGHT).perform()
@@ -143,8 +143,8 @@ class Stories(Page):
         field.send_keys(Keys.END, Keys.SHIFT, Keys.HOME)
         field.send_keys("Fam")
         self.browser.execute_script("document.querySelector('[data-key=favname1]').setSelectionRange(1, 2);"
-                                    "const panel = document.querySelector('#tab-panel'); panel.style.maxHeight = '160px';"
-                                    "panel.scrollTop = 40")
+                                    "const panel = document.querySelector('#tab-panel');"
+                                    "panel.style.maxHeight = '160px'; panel.scrollTop = 40")
         self.b.tv("set", "favname2", "Elsewhere")
         self.a.tv("run", "-q")
         self.until(lambda: self.browser.execute_script(
@@ -167,7 +167,8 @@ class Stories(Page):
             self.b.tv("set", "favname1", text)
             self.pause()
         compose("Input.insertText", {"text": "日本"})
-        self.assertEqual(self.browser.execute_script("return document.querySelector('[data-key=search]').value"), "日本")
+        value = "return document.querySelector('[data-key=search]').value"
+        self.assertEqual(self.browser.execute_script(value), "日本")
 
     def test_seven_tabs_hang_nothing(self):
         for _ in range(6):
@@ -270,7 +271,8 @@ class Stories(Page):
             self.a.tv("run", "-q")
         self.click("[data-key='more-000002']")
         self.until(lambda: self.all(".more"))
-        for word, line in ("show", "bundle verify 000002"), ("compare", "diff 000002"), ("remove", "cloud remove 000002"):
+        lines = {"show": "bundle verify 000002", "compare": "diff 000002", "remove": "cloud remove 000002"}
+        for word, line in lines.items():
             action = f".action:has([data-key='{word}-000002'])"
             self.assertTrue(self.text(f"{action} code").endswith(line), word)
         ActionChains(self.browser).move_to_element(self.all("[data-key='remove-000002']")[0]).move_to_element(
@@ -310,7 +312,8 @@ class Stories(Page):
         self.until_text("#dialog", "dropped.zip")
 
     def test_names_from_outside_are_text_alone(self):
-        names = ["<img src=x onerror=document.title='harmed'>", "abc\u202edcba", "المفضلة", "👨\u200d👩\u200d👧 TV", "a\u2028b"]
+        names = ["<img src=x onerror=document.title='harmed'>", "abc\u202edcba", "المفضلة", "👨\u200d👩\u200d👧 TV",
+                 "a\u2028b"]
         with open(self.folder / "list.conf", "w") as file:
             for i, name in enumerate(names):
                 file.write(f"{name}:11361:HC23:S19.2E:22000:101=27:102:0:0:{i + 1}:1:1:0\n")
@@ -333,7 +336,8 @@ class Stories(Page):
         self.click("[data-key='compare-now']")
         self.until_text(".differences", "المفضلة")
         left, right = self.browser.execute_script("""
-          const row = [...document.querySelectorAll(".differences tr")].find((each) => each.innerText.includes("المفضلة"));
+          const row = [...document.querySelectorAll(".differences tr")].find((each) =>
+            each.innerText.includes("المفضلة"));
           return [...row.querySelectorAll("bdi")].map((each) => each.getBoundingClientRect().left)""")
         self.assertLess(left, right, "what it was stands before what it is")
         self.assertEqual(self.problems(), [])

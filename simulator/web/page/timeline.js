@@ -221,5 +221,6 @@ export function Timeline() {
   view.isOpen ? h("div", {class: "action"}, h("button", {type: "button", class: "quiet", "data-key": "save",
     onclick: () => saveRun(run)}, "Save the file"),
   command([...place(), "--json", "record", String(run.run)])) : null,
-  h(Chart, {layout, shownMark, which: `${state.tv}/${run.run}/${run.outcome}`}), h(Detail, {mark: shownMark, timeline}));
+  h(Chart, {layout, shownMark, which: `${state.tv}/${run.run}/${run.outcome}`}),
+  h(Detail, {mark: shownMark, timeline}));
 }
