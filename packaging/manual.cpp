@@ -41,8 +41,13 @@ std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
     return app.get_subcommands([](const CLI::App*) { return true; });
 }
 
+// One without a group is for programs, and help does not show it either.
+std::vector<const CLI::Option*> shownOptions(const CLI::App& app) {
+    return app.get_options([](const CLI::Option* option) { return !option->get_group().empty(); });
+}
+
 void writeOptions(const CLI::App& app) {
-    for (const CLI::Option* option : app.get_options()) {
+    for (const CLI::Option* option : shownOptions(app)) {
         const std::string names = option->get_name(option->get_positional(), true);
         fmt::print(".TP\n.B {}\n{}\n", roff(names), roff(option->get_description()));
     }
@@ -100,7 +105,7 @@ void collect(const CLI::App& app, const std::string& path, std::vector<Completio
         completion.words.push_back(command->get_name());
     }
     for (const CLI::App* each = &app; each != nullptr; each = each->get_parent()) {
-        for (const CLI::Option* option : each->get_options()) {
+        for (const CLI::Option* option : shownOptions(*each)) {
             for (const std::string& name : option->get_lnames()) {
                 completion.words.push_back("--" + name);
             }
