@@ -126,7 +126,7 @@ class Stories(Page):
         """A click, a draft, a selection, the focus and the place in a list."""
         for _ in range(3):
             self.a.tv("run", "-q")
-        self.until_text("#panel", "verified")
+        self.until(lambda: self.text("#panel").count("verified") == 3)
         button = self.all("[data-key='more-000002']")[0]
         mouse = ActionChains(self.browser)
         mouse.click_and_hold(button).perform()
@@ -174,6 +174,7 @@ class Stories(Page):
         for _ in range(6):
             self.browser.switch_to.new_window("tab")
             self.browser.get(self.address)
+            self.resize(1280, 800)
             self.until_text("#connection", "connected")
         self.choose("a")
         self.launch("backup")
@@ -182,16 +183,19 @@ class Stories(Page):
         self.until_text("[data-key='tab-cloud']", "1 backup")
         self.assertEqual(self.problems(), [])
 
-    def test_a_replay_shows_everything_at_its_end(self):
+    def test_a_replay_begins_each_time_and_ends_with_everything(self):
         self.launch("backup")
         self.until_text("#verdict", "Everything is in the cloud")
         for motion in "no-preference", "reduce":
             self.media(prefers_reduced_motion=motion)
             for _ in range(10):
-                self.browser.execute_script("document.querySelector('[data-key=replay]').click()")
+                self.click("[aria-label='Replay the run']")
                 self.until(lambda: self.all(".mark-button.later"), "it has begun")
-                self.until(lambda: not self.all(".mark-button.later"), "it has ended")
-                self.until(lambda: self.all("[data-key='replay']:not(:disabled)"))
+                self.click("[aria-label='Stop the replay']")
+                self.until(lambda: not self.all(".mark-button.later"), "it has stopped")
+        self.click("[aria-label='Replay the run']")
+        self.until(lambda: self.all(".mark-button.later"), "it has begun")
+        self.until(lambda: not self.all(".mark-button.later"), "it has ended")
 
     def test_a_run_that_is_open_when_the_page_comes_is_followed(self):
         with self.running(self.b, "run", "-q", "--realtime"):

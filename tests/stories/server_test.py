@@ -5,6 +5,7 @@ import http.client
 import json
 import os
 import pathlib
+import re
 import signal
 import socket
 import subprocess
@@ -57,6 +58,10 @@ class Server(Story):
                 for _ in range(300):
                     entry.write(bytes(1_000_000))
         return file.read_bytes()
+
+    def peak(self):
+        """Of the server's memory, in kB."""
+        return int(re.search(r"VmHWM:\s+(\d+)", pathlib.Path(f"/proc/{self.server.pid}/status").read_text())[1])
 
     def jobs(self):
         """The processes that answer for the server."""
@@ -165,6 +170,7 @@ class Server(Story):
 
     def test_a_body_is_only_read_with_the_token_and_up_to_its_limit(self):
         path = "/api/bundles/inspect?name=x.zip&tv=a"
+        before = self.peak()
         without = self.raw(self.head(path, f"Content-Type: {ZIP}", "Content-Length: 1000000"))
         self.assertIn(b"401", without.recv(100), "answered before there is a body")
         chunked = self.raw(self.head(path, f"Content-Type: {ZIP}", "Transfer-Encoding: chunked",
@@ -173,15 +179,13 @@ class Server(Story):
         with self.assertRaises(OSError):
             for _ in range(400):
                 chunked.sendall(block)
-        with open(f"/proc/{self.server.pid}/status") as status:
-            peak = next(line for line in status if line.startswith("VmHWM"))
-        self.assertLess(int(peak.split()[1]), 100_000, "kB; the body was not kept")
+        self.assertLess(self.peak() - before, 64_000, "the body is not kept")
 
     def test_slow_requests_keep_nobody_waiting(self):
         slow = [self.raw("GET / HTTP/1.1\r\nHost:") for _ in range(200)]
         began = time.monotonic()
         self.assertEqual(self.ask("/api/words")[0], 200)
-        self.assertLess(time.monotonic() - began, 3)
+        self.assertLess(time.monotonic() - began, 10)
         for connection in slow:
             connection.close()
 

@@ -164,21 +164,28 @@ function Detail({mark, timeline}) {
       ? it.events.map(full).join("; ") : full(event))));
 }
 
+function stopReplay() {
+  Object.assign(view, {replay: Infinity, isReplaying: false});
+  changed();
+}
+
 function replay(timeline) {
   let start;
-  view.isReplaying = true;
-  const perEvent = Math.min(40, 5000 / timeline.length);
+  const perEvent = Math.min(40, 4000 / timeline.length);
   const step = (now) => {
+    if (!view.isReplaying) return;
     start ??= now;
     const count = Math.floor((now - start) / perEvent);
-    view.replay = count >= timeline.length ? Infinity : timeline[count].seq;
-    view.isReplaying = view.replay !== Infinity;
+    if (count >= timeline.length || state.run?.timeline !== timeline) {
+      stopReplay();
+      return;
+    }
+    view.replay = timeline[count].seq;
     changed();
-    if (view.isReplaying && state.run?.timeline === timeline) requestAnimationFrame(step);
-    else Object.assign(view, {replay: Infinity, isReplaying: false});
+    requestAnimationFrame(step);
   };
+  view.isReplaying = true;
   requestAnimationFrame(step);
-  changed();
 }
 
 function saveRun(run) {
@@ -199,8 +206,8 @@ function tools(run) {
       ? button("next-fault", "Next fault (F)", "Next fault", goToNextFault) : null,
     button("zoom-out", "Zoom out", "−", zoom(0.5), view.zoom <= 1),
     button("zoom-in", "Zoom in", "+", zoom(2), view.zoom >= 8),
-    button("replay", "Replay the run", view.isReplaying ? "Replaying" : "Replay", () => replay(timeline),
-      view.isReplaying || run.outcome === "open"),
+    view.isReplaying ? button("replay", "Stop the replay", "Stop", stopReplay)
+      : button("replay", "Replay the run", "Replay", () => replay(timeline), run.outcome === "open"),
     button("export", "Export the run as JSON", "Export", () => { view.isOpen = !view.isOpen; changed(); })];
 }
 
