@@ -3,9 +3,10 @@
 
 usage: mutate.py [--most N] [--seed N] [--sweeps] [FILE...]
 
-FILE: sources to break (default: src/*.cpp). --most N tries only N of the changes, chosen by --seed. --sweeps runs the
-fault sweeps as well, which take most of the tests' time. It works in a copy of the tree in build/mutate/. Exit code 0,
-whatever survives: a survivor is a place to look at.
+FILE: sources to break (default: src/*.cpp). --most N tries only N of the changes, chosen by --seed. All C++ tests run
+until one fails, and the stories that concern the source's folder; with --sweeps also the fault sweeps and crash points,
+which take most of the tests' time. It works in a copy of the tree in build/mutate/. Exit code 0, whatever survives: a
+survivor is a place to look at.
 """
 import argparse
 import glob
@@ -17,6 +18,19 @@ import subprocess
 import sys
 
 COPY = "build/mutate"
+
+# The stories that a change in a folder concerns.
+STORIES = {
+    "simulator/base": ["stories", "tool"],
+    "simulator/cli": ["json", "stories", "tool", "tutorial"],
+    "simulator/cloud": ["object_store", "tool"],
+    "simulator/device": ["stories"],
+    "simulator/launch": ["object_store", "tool"],
+    "simulator/lineup": ["json", "stories", "tool"],
+    "simulator/reports": ["json", "stories", "tool", "tutorial"],
+    "simulator/tv": ["json", "stories", "tool"],
+    "simulator/web": ["page", "server"],
+}
 
 # What replaces what. Strings and comments are left alone.
 CHANGES = [
@@ -35,10 +49,19 @@ def without_texts(line):
     return re.sub(r"//.*", lambda comment: " " * len(comment.group()), line)
 
 
+def lines_of(path):
+    with open(os.path.join(COPY, path), encoding="utf-8") as file:
+        return file.read().split("\n")
+
+
+def write(path, lines):
+    with open(os.path.join(COPY, path), "w", encoding="utf-8") as file:
+        file.write("\n".join(lines))
+
+
 def mutants(path):
     """(line number, new line) for each change of a file."""
-    with open(path, encoding="utf-8") as file:
-        lines = file.read().split("\n")
+    lines = lines_of(path)
     for number, line in enumerate(lines):
         bare = without_texts(line)
         if re.match(r"\s*(#|static_assert|template|using|namespace|//)", bare):
@@ -61,16 +84,12 @@ def build():
     return run(["cmake", "--build", "build/debug"])
 
 
-def is_noticed(sweeps):
-    environment = dict(os.environ, GTEST_FAIL_FAST="1", GTEST_BRIEF="1")
-    without_sweeps = ["--gtest_filter=-Calls/Sweep*"] if not sweeps else []
-    for program in ["central-class-tests"], ["application-tests"], ["simulator-tests"] + without_sweeps:
-        try:
-            if run(["build/debug/bin/" + program[0]] + program[1:], env=environment, timeout=300) != 0:
-                return True
-        except subprocess.TimeoutExpired:
-            return True
-    return False
+def is_noticed(path, sweeps):
+    stories = {os.path.basename(story)[:-len("_test.py")] for story in glob.glob("tests/stories/*_test.py")}
+    left_out = [f"^Stories\\.{story}$" for story in stories.difference(STORIES.get(os.path.dirname(path), []))]
+    left_out += [] if sweeps else ["Sweep", "CrashPoint"]
+    return run(["ctest", "--test-dir", "build/debug", "-j", str(os.cpu_count()), "--stop-on-failure", "--timeout", "300",
+                "-E", "|".join(left_out)]) != 0
 
 
 def copy_tree():
@@ -95,25 +114,25 @@ def main():
     if missing:
         sys.exit(f"mutate: no file {missing[0]}; give paths from the project's root, such as src/FileUtil.cpp")
     copy_tree()
-    if run(["cmake", "--preset", "debug", "-DBUILD_TESTING=ON"]) != 0 or build() != 0 or is_noticed(options.sweeps):
+    folders = {os.path.dirname(path): path for path in files}.values()
+    if run(["cmake", "--preset", "debug", "-DBUILD_TESTING=ON"]) != 0 or build() != 0 or any(
+            is_noticed(path, options.sweeps) for path in folders):
         sys.exit("mutate: the unchanged tree does not build, or its tests fail; see: ./dev test")
     changes = [(path, number, line) for path in files for number, line in mutants(path)]
     if options.most is not None and options.most < len(changes):
         changes = sorted(random.Random(options.seed).sample(changes, options.most))
     killed = survived = 0
     for path, number, line in changes:
-        with open(path, encoding="utf-8") as file:
-            lines = file.read().split("\n")
-        was, lines[number] = lines[number], line
-        with open(os.path.join(COPY, path), "w", encoding="utf-8") as file:
-            file.write("\n".join(lines))
+        lines = lines_of(path)
+        was = lines[number]
+        write(path, lines[:number] + [line] + lines[number + 1:])
         if build() == 0:
-            if is_noticed(options.sweeps):
+            if is_noticed(path, options.sweeps):
                 killed += 1
             else:
                 survived += 1
                 print(f"{path}:{number + 1}: survived\n  - {was.strip()}\n  + {line.strip()}", flush=True)
-        shutil.copy(path, os.path.join(COPY, path))
+        write(path, lines)
     build()
     tried = killed + survived
     print(f"{len(changes)} changes, {tried} of them compile; {killed} noticed, {survived} survived: "
