@@ -221,7 +221,8 @@ protected:
 
     // The application does not see the last bytes of a file that it unpacks fail to reach the disk.
     void expectCiFiles(const test::TestTv& tv) const {
-        for (const auto& [name, digest] : tv.setup().of(sim::Item::Ci)) {
+        const sim::Setup setup = tv.setup();
+        for (const auto& [name, digest] : setup.of(sim::Item::Ci)) {
             const std::string source = test::readFile(a.home / "ci" / name);
             EXPECT_TRUE(digest == m_before.of(sim::Item::Ci).at(name) ||
                         source.rfind(test::readFile(tv.home / "ci" / name), 0) == 0)
