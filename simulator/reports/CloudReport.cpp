@@ -4,7 +4,9 @@
 #include <fmt/ranges.h>
 #include <json/value.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <tuple>
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
@@ -36,11 +38,13 @@ std::string ofAccount(const std::string& account) {
 }
 
 BackupName chooseBackup(const CloudStore& store, const std::string& id, const std::string& account) {
+    const std::optional<std::uint64_t> number = toNumber<std::uint64_t>(id);  // zeros before it may be left out
     std::vector<BackupName> found;
     for (const BackupName& backup : store.content().backups) {
         const std::string path = fmt::format("{}/{}/{}", backup.clientId, backup.category, backup.id);
         const bool isOfAccount = account.empty() || backup.account == account;
-        if (id == backup.path() || (isOfAccount && (id.empty() || id == backup.id || id == path))) {
+        const bool isNumber = number && number == toNumber<std::uint64_t>(backup.id);
+        if (id == backup.path() || (isOfAccount && (id.empty() || isNumber || id == backup.id || id == path))) {
             found.push_back(backup);
         }
     }
@@ -92,6 +96,32 @@ std::optional<Reason> incompatibility(const Metadata& metadata, const std::set<i
                                    : "no setting of this TV matches";
     return Reason{Cause::Antenna, fmt::format("the backup was made with the antenna inputs {}, and this TV has {}; {}",
                                               backup, antennaWords(antenna), advice)};
+}
+
+std::string shrinkage(const StoredBackup& backup, const StoredBackup& before) {
+    if (!backup.services || !before.services || *before.services == 0 || *backup.services * 2 > *before.services) {
+        return "";
+    }
+    return fmt::format(
+        "backup {}{} has {}, and {} before it had {}; a restore brings back the newest; for the other: "
+        "halcyon-tv run operation=restore --backup {}",
+        backup.id, ofAccount(backup.account), plural(*backup.services, "channel"), before.id, *before.services,
+        before.id);
+}
+
+std::vector<std::string> shrinkages(const std::vector<StoredBackup>& backups) {
+    const auto placeOf = [](const StoredBackup& backup) {
+        return std::tie(backup.account, backup.clientId, backup.category);
+    };
+    std::vector<std::string> warnings;
+    for (std::size_t i = 1; i < backups.size(); ++i) {
+        const bool isNewest = i + 1 == backups.size() || placeOf(backups[i + 1]) != placeOf(backups[i]);
+        if (isNewest && placeOf(backups[i - 1]) == placeOf(backups[i])) {
+            warnings.push_back(shrinkage(backups[i], backups[i - 1]));
+        }
+    }
+    warnings.erase(std::remove(warnings.begin(), warnings.end(), ""), warnings.end());
+    return warnings;
 }
 
 std::string importBundle(CloudStore& store, const Bundle& bundle, const std::filesystem::path& file,

@@ -43,6 +43,13 @@ struct Reason {
 // Why a TV with these antenna inputs refuses a backup; nothing if it accepts it.
 std::optional<Reason> incompatibility(const Metadata& metadata, const std::set<int>& antenna);
 
+// A warning if a backup has half of the channels of the one before it, or fewer: a restore would bring it back all the
+// same. Empty if it does not, or that is not known.
+std::string shrinkage(const StoredBackup& backup, const StoredBackup& before);
+
+// Such warnings of the newest backup of each account, client and category.
+std::vector<std::string> shrinkages(const std::vector<StoredBackup>& backups);
+
 // Puts the bundle file into the store as a new backup of an account, and returns its id. A bundle without metadata gets
 // some that `tv`, which may be null otherwise, accepts, and that leave its viewing state alone. Throws Error: Damaged
 // if the file is no bundle, or what the store throws.

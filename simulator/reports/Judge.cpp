@@ -102,6 +102,41 @@ std::string faultWords(const Evidence& evidence) {
     return fmt::format("{}", fmt::join(texts, "; "));
 }
 
+// In the order in which they first fired.
+std::vector<FiredFault> firedFaults(const Evidence& evidence) {
+    std::map<std::string, int> calls;
+    std::vector<FiredFault> fired;
+    for (const CallRecord& call : evidence.calls) {
+        const int nth = ++calls[call.name];
+        if (!call.fault) {
+            continue;
+        }
+        const auto known =
+            std::find_if(fired.begin(), fired.end(), [&](const FiredFault& each) { return each.rule == *call.fault; });
+        if (known == fired.end()) {
+            fired.push_back({*call.fault, call.name, nth, 1});
+        } else {
+            ++known->fired;
+        }
+    }
+    return fired;
+}
+
+// Not in a store on another machine, where looking for the backup before costs requests.
+std::string shrinkage(const Evidence& evidence) {
+    const std::optional<int> number = toNumber<int>(evidence.run.backup);
+    if (!evidence.hasBackedUp() || !evidence.backup || !number || evidence.store.isRemote()) {
+        return "";
+    }
+    BackupName before = *evidence.backup;
+    before.id = fmt::format("{:0{}}", *number - 1, evidence.run.backup.size());
+    try {
+        return shrinkage(*evidence.backup, evidence.store.look(before));
+    } catch (const Error&) {  // there is none, or it cannot be looked at
+        return "";
+    }
+}
+
 // The application also logs successes at the priority of failures.
 bool saysFailure(const LogRecord& record) {
     constexpr std::string_view SUCCESS = "success";
@@ -328,6 +363,8 @@ Verdict judge(const Tv& tv, const CloudStore& store, const Run& run) {
         verdict.items = judgeItems(evidence);
     }
     decide(evidence, verdict);
+    verdict.faults = firedFaults(evidence);
+    verdict.warning = shrinkage(evidence);
     verdict.decisive = decisiveIn(evidence, verdict.outcome);
     if (verdict.outcome == Outcome::Done || verdict.outcome == Outcome::Open) {
         return verdict;

@@ -37,7 +37,7 @@ std::string endOf(const Run& run) {
 
 Verdict verdictByRecord(const Run& run) {
     const auto unseen = [](Outcome outcome, Cause cause) {
-        return Verdict{outcome, cause, "the TV was not checked at the end of this run", 0, {}};
+        return Verdict{outcome, cause, "the TV was not checked at the end of this run", 0, {}, {}, ""};
     };
     switch (run.ended) {
         case RunEnd::Running:

@@ -14,6 +14,12 @@ Json::Value coded(Enum code) {
     return object({{"code", codeOf(code)}, {"name", nameOf(code)}});
 }
 
+// Of metadata, which may not have it: -1 then.
+template <typename Enum>
+Json::Value codedIfKnown(Enum code) {
+    return code == Enum{-1} ? Json::Value() : coded(code);
+}
+
 Json::Value nullIfEmpty(std::string_view text) {
     return text.empty() ? Json::Value() : toJson(text);
 }
@@ -57,13 +63,13 @@ Json::Value toJson(const Service& service) {
 }
 
 Json::Value toJson(const Viewing& viewing) {
-    return object({{"antennaMode", coded(viewing.mode.antenna)},
-                   {"serviceMode", coded(viewing.mode.service)},
-                   {"serviceId", viewing.serviceId},
-                   {"source", coded(viewing.source)},
-                   {"category", coded(viewing.category.kind)},
+    return object({{"antennaMode", codedIfKnown(viewing.mode.antenna)},
+                   {"serviceMode", codedIfKnown(viewing.mode.service)},
+                   {"serviceId", viewing.serviceId == UINT64_MAX ? Json::Value() : toJson(viewing.serviceId)},
+                   {"source", codedIfKnown(viewing.source)},
+                   {"category", codedIfKnown(viewing.category.kind)},
                    {"categoryParam", viewing.category.param},
-                   {"sort", coded(viewing.category.sort)}});
+                   {"sort", codedIfKnown(viewing.category.sort)}});
 }
 
 Json::Value toJson(const Metadata& metadata) {
@@ -200,6 +206,10 @@ Json::Value toJson(const ItemVerdict& item) {
                    {"detail", item.detail}});
 }
 
+Json::Value toJson(const FiredFault& fault) {
+    return object({{"rule", fault.rule}, {"call", fault.call}, {"nth", fault.nth}, {"fired", fault.fired}});
+}
+
 Json::Value toJson(const RunReport& report) {
     const Run& run = report.run;
     return object({{"run", run.id},
@@ -208,7 +218,9 @@ Json::Value toJson(const RunReport& report) {
                    {"outcome", nameOf(report.verdict.outcome)},
                    {"cause", nameOf(report.verdict.cause)},
                    {"why", report.verdict.why},
+                   {"warning", report.verdict.warning},
                    {"items", report.verdict.items},
+                   {"faults", report.verdict.faults},
                    {"backup", nullIfEmpty(run.backup)},
                    {"response", run.response ? coded(*run.response) : Json::Value()},
                    {"reported", nameOf(run.reported)},

@@ -70,6 +70,7 @@ Json::Value toJson(const ItemDifference& item);
 Json::Value toJson(const Difference& difference);
 Json::Value toJson(const TvReport& report);
 Json::Value toJson(const ItemVerdict& item);
+Json::Value toJson(const FiredFault& fault);
 Json::Value toJson(const RunReport& report);
 Json::Value toJson(const Remedy& remedy);
 Json::Value toJson(const CallRecord& call);

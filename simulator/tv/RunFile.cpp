@@ -43,7 +43,8 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Run, pid, started, operation, replyRequested,
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CallRecord, seq, at, name, arguments, result, fault)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LogRecord, seq, at, sink, priority, tag, file, function, line, message)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ItemVerdict, item, state, detail)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Verdict, outcome, cause, why, decisive, items)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FiredFault, rule, call, nth, fired)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Verdict, outcome, cause, why, decisive, items, faults, warning)
 
 namespace {
 

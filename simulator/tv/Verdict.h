@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -90,12 +91,22 @@ inline constexpr std::array<Name<Cause>, 10> NAMES<Cause>{{
     {Cause::Other, "other"},
 }};
 
+// A fault rule that fired in a run.
+struct FiredFault {
+    std::int64_t rule = 0;
+    std::string call;
+    int nth = 0;    // call of that name in the run at which it first fired, from 1
+    int fired = 0;  // how often, in this run
+};
+
 struct Verdict {
     Outcome outcome = Outcome::Open;
     Cause cause = Cause::None;
     std::string why;   // in words, with the place to look; empty if all is done
     int decisive = 0;  // sequence number of the call or log record that decided the outcome; 0: none did
     std::vector<ItemVerdict> items;
+    std::vector<FiredFault> faults;
+    std::string warning;  // of a backup that lost much of what the one before it had; may be empty
 };
 
 }  // namespace sim
