@@ -50,14 +50,17 @@ void printChannels(const sim::Bundle& bundle) {
     print("    providers  {}\n", counted(counts.byProvider));
 }
 
-void printMetadata(const sim::Bundle& bundle) {
+void printMetadata(const NamedBundle& named) {
+    const sim::Bundle& bundle = named.bundle;
     if (!bundle.metadataText()) {
-        print("  metadata   not known\n");
+        print("  metadata   not known: neither in {}{} nor given with --metadata\n", named.name,
+              sim::application::METADATA_SUFFIX);
         return;
     }
     const sim::Metadata& metadata = bundle.metadata();
     const std::optional<std::set<int>> inputs = sim::application::antennaInputsOf(metadata.antenna);
-    print("  metadata   version {}\n", metadata.version.empty() ? "unknown" : metadata.version);
+    print("  metadata   version {}{}{}\n", metadata.version.empty() ? "unknown" : metadata.version,
+          named.metadataFile.empty() ? "" : ", from ", named.metadataFile);
     print("    antenna    {}\n", inputs ? sim::antennaWords(*inputs) : fmt::format("mask {}", metadata.antenna));
     const std::optional<sim::Services>& services = bundle.setup().services;
     print("    watching   {}\n",
@@ -96,16 +99,22 @@ void printHead(const NamedBundle& named) {
 
 int show(const Session& session, const BundleOptions& options) {
     const NamedBundle named = chooseBundle(session, options.bundle, options.metadata);
+    const std::vector<std::string> problems = named.bundle.problems();
+    const int code = problems.empty() ? DONE : DAMAGED;
     if (session.isJson) {
         printJson(toJson(named));
-        return DONE;
+        return code;
+    }
+    printLines(stdout, "damaged: ", problems);
+    if (!named.bundle.problem().empty()) {
+        return code;  // there is nothing in it to show
     }
     printHead(named);
-    printMetadata(named.bundle);
+    printMetadata(named);
     printChannels(named.bundle);
     printItems(named.bundle);
     printEntries(named.bundle);
-    return DONE;
+    return code;
 }
 
 // On the TV that was asked for; else on the session's, if it exists.
@@ -136,6 +145,9 @@ void printForesight(const sim::Bundle& bundle, const sim::Foresight& foresight) 
 
 void printVerified(const NamedBundle& named, const std::optional<sim::Foresight>& foresight) {
     printLines(stdout, "damaged: ", named.bundle.problems());
+    if (!named.bundle.problem().empty()) {
+        return;
+    }
     printLines(stdout, "ambiguous: ", named.bundle.ambiguities());
     print("{}: {}, each byte of {} read\n", named.name, statusOf(named.bundle),
           sim::plural(named.bundle.entries().size(), "entry", "entries"));
@@ -165,7 +177,7 @@ int verify(const Session& session, const BundleOptions& options) {
 void addBundle(CLI::App& command, const Options& options) {
     command.add_option("bundle", options->bundle, "a bundle file, or a stored backup's id (default: the newest)");
     command.add_option("--metadata", options->metadata,
-                       "file with a bundle file's metadata (default: the one beside it, if any)");
+                       "file with a bundle file's metadata (default: BUNDLE.json beside it, if any)");
 }
 
 }  // namespace

@@ -45,12 +45,14 @@ int listStore(const Session& session) {
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
     const sim::StoreContent content = store->content();
     const std::vector<sim::StoredBackup> backups = sim::lookAt(*store, content.backups);
-    Json::Value json = sim::object({{"backups", backups}, {"cloud", store->place()}});
+    const std::vector<std::string> warnings = sim::shrinkages(backups);
+    Json::Value json = sim::object({{"backups", backups}, {"cloud", store->place()}, {"warnings", warnings}});
     if (session.isVerbose) {
         json["foreign"] = sim::toJson(content.foreign);
     }
     return answer(session, json, [&] {
         printBackups(backups, store->place());
+        printLines(stdout, "warning: ", warnings);
         if (session.isVerbose) {
             for (const std::string& name : content.foreign) {
                 print("foreign: {}\n", name);
@@ -70,9 +72,11 @@ int import(const Session& session, const ImportOptions& options) {
         throw sim::Error(sim::Error::Kind::Missing,
                          fmt::format("{}: no such file; {} is a stored backup already", options.file, named.name));
     }
-    for (const std::string& problem : named.bundle.problems()) {
-        print(stderr, "damaged: {}\n", problem);
+    const std::vector<std::string> problems = named.bundle.problems();
+    if (named.bundle.part(sim::Item::Channels).state == sim::PartState::Absent) {
+        throw DamagedBundle(problems.front());  // it would be the newest backup, with nothing to restore
     }
+    printLines(stderr, "damaged: ", problems);
     std::optional<sim::Tv> tv;
     if (!named.bundle.metadataText()) {
         print(stderr,
@@ -86,12 +90,17 @@ int import(const Session& session, const ImportOptions& options) {
     const std::string account = known.empty() ? sim::DEFAULT_ACCOUNT : known;
     const std::string id =
         sim::importBundle(*sim::openCloud(session.cloud), named.bundle, options.file, account, tv ? &*tv : nullptr);
-    return answer(session, sim::object({{"backup", id}}), [&] { print("backup {}\n", id); });
+    answer(session, sim::object({{"backup", id}}), [&] { print("backup {}\n", id); });
+    return problems.empty() ? DONE : DAMAGED;
 }
 
 int remove(const Session& session, const std::string& id) {
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
-    store->remove(sim::chooseBackup(*store, id, accountOf(session)));
+    const sim::BackupName backup = sim::chooseBackup(*store, id, accountOf(session));
+    store->remove(backup);
+    if (session.isJson) {
+        printJson(sim::object({{"backup", backup.id}}));
+    }
     return DONE;
 }
 
@@ -101,7 +110,11 @@ void addCloudCommands(CLI::App& app, Action& chosen) {
     CLI::App* store = addGroup(app, "cloud", "List and change the backups in the cloud store");
     addCommand(*store, "create", "Create the store's bucket or folder if it is missing",
                "halcyon-tv --cloud s3://lab cloud create", chosen, [](const Session& session) {
-                   sim::openCloud(session.cloud)->create();
+                   const std::unique_ptr<sim::CloudStore> created = sim::openCloud(session.cloud);
+                   created->create();
+                   if (session.isJson) {
+                       printJson(sim::object({{"cloud", created->place()}}));
+                   }
                    return DONE;
                });
     addCommand(*store, "list", "List the backups, each with its set, antenna inputs and number of channels",
@@ -113,7 +126,7 @@ void addCloudCommands(CLI::App& app, Action& chosen) {
                                      [options](const Session& session) { return import(session, *options); });
     importing->add_option("file", options->file, "the bundle")->required();
     importing->add_option("--metadata", options->metadata,
-                          "file with its metadata (default: the one beside it; else some that fits this TV)");
+                          "file with its metadata (default: FILE.json beside it; else some that fits this TV)");
 
     const auto id = std::make_shared<std::string>();
     addCommand(*store, "remove", "Remove a backup permanently", "halcyon-tv cloud remove 000001", chosen,

@@ -1,6 +1,6 @@
 // The commands of halcyon-tv. Each source adds its commands and their options to the command line, with an action for
-// each. An action prints its results and returns an exit code. It throws sim::Error if it fails, and UsageError if what
-// it is asked for makes no sense.
+// each. An action prints its results and returns an exit code. It throws sim::Error if it fails, UsageError if what it
+// is asked for makes no sense, and DamagedBundle.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -48,6 +48,12 @@ int answer(const Session& session, const Value& json, PrintText printText) {
     }
     return DONE;
 }
+
+// A bundle, or the part of it that is asked for, is damaged: exit code DAMAGED, whatever the command.
+class DamagedBundle : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 using Action = std::function<int(const Session&)>;
 

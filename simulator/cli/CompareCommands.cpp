@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
@@ -47,13 +48,18 @@ void printPair(sim::Change change, const sim::ServicePair& pair) {
 }
 
 int printDifference(const Session& session, const Side& left, const Side& right) {
+    const bool isDamaged = !left.problems.empty() || !right.problems.empty();
+    for (const Side* side : {&left, &right}) {
+        printLines(session.isJson ? stderr : stdout, "damaged: " + side->name + ": ", side->problems);
+    }
     const sim::Difference difference = sim::compare(left.setup, right.setup);
+    const int code = isDamaged ? DAMAGED : difference.isSame() ? DONE : FAILED;
     if (session.isJson) {
         sim::JsonDocument document = sim::toDocument(difference);
         document.object["left"] = sim::toJson(left.name);
         document.object["right"] = sim::toJson(right.name);
         printJson(document);
-        return difference.isSame() ? DONE : FAILED;
+        return code;
     }
     print("Channel set-up of {} and {}:\n", left.name, right.name);
     for (const sim::Name<sim::Change>& change : sim::NAMES<sim::Change>) {
@@ -64,13 +70,17 @@ int printDifference(const Session& session, const Side& left, const Side& right)
         print("  {:<10} {:<10} {}{}{}\n", sim::nameOf(item.item), item.isSame ? "same" : "DIFFERENT", both,
               item.detail.empty() ? "" : "; ", item.detail);
     }
-    return difference.isSame() ? DONE : FAILED;
+    return code;
 }
 
 int exportChannels(const Side& side, const std::string& format) {
     if (!side.setup.services) {
-        throw sim::Error(sim::Error::Kind::Damaged, fmt::format("{} has no channels to export: {}", side.name,
-                                                                side.setup.lacking.at(sim::Item::Channels)));
+        const std::string message =
+            fmt::format("{} has no channels to export: {}", side.name, side.setup.lacking.at(sim::Item::Channels));
+        if (side.problems.empty()) {
+            throw sim::Error(message);
+        }
+        throw DamagedBundle(side.setup.unreadable.count(sim::Item::Channels) > 0 ? message : side.problems.front());
     }
     // A file gets what the list has, a terminal nothing that controls it.
     const bool isWatched = ::isatty(STDOUT_FILENO) != 0;
@@ -84,25 +94,27 @@ int exportChannels(const Side& side, const std::string& format) {
             print("{}\n", lines.substr(0, end));
         }
     };
+    std::vector<std::string> problems;
     sim::exportChannels(*side.setup.services, *sim::fromName<sim::ExportFormat>(format), write,
-                        [](const std::string& problem) { print(stderr, "{}\n", problem); });
+                        [&](const std::string& problem) { problems.push_back(problem); });
+    printLines(stderr, "", problems);
     return DONE;
 }
 
 }  // namespace
 
 void addCompareCommands(CLI::App& app, Action& chosen) {
-    const auto sides = std::make_shared<std::vector<std::string>>();
-    addCommand(app, "diff", "Compare two channel set-ups, service by service; one side: this TV and that one",
-               "halcyon-tv diff 000003", chosen,
-               [sides](const Session& session) {
-                   // A single side is compared with the TV, which is then the left one.
-                   const std::string left = sides->size() == 2 ? sides->front() : "";
-                   return printDifference(session, chooseSide(session, left), chooseSide(session, sides->back()));
-               })
-        ->add_option("side", *sides, "each the folder of a TV, a bundle file, or a stored backup's id")
-        ->required()
-        ->expected(1, 2);
+    const auto sides = std::make_shared<std::pair<std::string, std::string>>();
+    CLI::App* comparing =
+        addCommand(app, "diff", "Compare two channel set-ups, service by service; one side: this TV and that one",
+                   "halcyon-tv diff 000003", chosen, [sides](const Session& session) {
+                       const auto& [first, second] = *sides;
+                       return printDifference(session, chooseSide(session, second.empty() ? "" : first),
+                                              chooseSide(session, second.empty() ? first : second));
+                   });
+    comparing->add_option("side", sides->first, "the folder of a TV, a bundle file, or a stored backup's id")
+        ->required();
+    comparing->add_option("other", sides->second, "the same (default: this TV is the left side, and `side` the right)");
 
     struct ExportOptions {
         std::string side;
@@ -121,7 +133,12 @@ void addCompareCommands(CLI::App& app, Action& chosen) {
     for (const auto& each : sim::NAMES<sim::ExportFormat>) {
         formats.emplace_back(each.name);
     }
-    exporting->add_option("--format", options->format, "what to write")->required()->check(CLI::IsMember(formats));
+    exporting
+        ->add_option("--format", options->format,
+                     "vdr: channels.conf of VDR, as init reads it; dvbv5: for the DVB tools of Linux; m3u: names "
+                     "and dvb://network.stream.service, for scripts: no player finds a transponder by that")
+        ->required()
+        ->check(CLI::IsMember(formats));
 }
 
 }  // namespace cli

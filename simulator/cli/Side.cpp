@@ -1,10 +1,12 @@
 #include "simulator/cli/Side.h"
 
 #include <fmt/format.h>
+#include <json/value.h>
 
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
+#include "simulator/base/Json.h"
 #include "simulator/base/Limits.h"
 #include "simulator/cloud/OpenCloud.h"
 #include "simulator/lineup/Application.h"
@@ -16,18 +18,32 @@ namespace cli {
 
 namespace {
 
-// Beside a bundle, the failure folder and the store keep the metadata under different names.
-std::optional<std::string> metadataOf(const fs::path& bundle, const std::string& metadata) {
-    if (!metadata.empty()) {
-        return sim::readFile(metadata, sim::limits::METADATA_BYTES);
+// The file with a bundle file's metadata: the one that was given; else the one of its own name beside it, or, of a
+// bundle in a folder store, the store's. Empty if there is none.
+fs::path metadataFileOf(const fs::path& bundle, const std::string& given) {
+    if (!given.empty()) {
+        return given;
     }
-    for (const fs::path& beside :
-         {fs::path(bundle.string() + sim::application::METADATA_SUFFIX), bundle.parent_path() / "metadata.json"}) {
-        if (sim::pathExists(beside) && !sim::isFolder(beside)) {
-            return sim::readFile(beside, sim::limits::METADATA_BYTES);
+    const fs::path own = bundle.string() + sim::application::METADATA_SUFFIX;
+    const fs::path stored = bundle.parent_path() / "metadata.json";
+    const bool isStored = bundle.filename() == "bundle.zip" && sim::isRegularFile(bundle.parent_path() / "info.json");
+    return sim::isRegularFile(own) ? own : isStored && sim::isRegularFile(stored) ? stored : fs::path();
+}
+
+NamedBundle readBundleFile(const std::string& file, const std::string& metadata) {
+    const fs::path beside = metadataFileOf(file, metadata);
+    std::optional<std::string> text;
+    if (!beside.empty()) {
+        text = sim::readReceived(beside, sim::limits::METADATA_BYTES);
+        Json::Value ignored;
+        if (!sim::parseJson(*text, ignored)) {
+            throw sim::Error(
+                fmt::format("{}: the metadata of {}, but no JSON text; give others with --metadata, or "
+                            "remove the file. The bundle itself was not looked at",
+                            beside.string(), file));
         }
     }
-    return std::nullopt;
+    return {file, std::nullopt, beside.string(), sim::Bundle(file, text)};
 }
 
 }  // namespace
@@ -44,27 +60,41 @@ std::string accountOf(const Session& session) {
 
 NamedBundle chooseBundle(const Session& session, const std::string& what, const std::string& metadata) {
     if (!what.empty() && sim::isRegularFile(what)) {
-        return {what, std::nullopt, sim::Bundle(what, metadataOf(what, metadata))};
+        return readBundleFile(what, metadata);
     }
-    if (what.find('.') != std::string::npos || sim::isFolder(what)) {
+    if (sim::isFolder(what)) {
+        throw sim::Error(fmt::format("{} is a folder; give the bundle file in it", what));
+    }
+    if (sim::pathExists(what) || what == "-") {
+        throw sim::Error(fmt::format("{} is no regular file; save the bundle to a file, and give that", what));
+    }
+    if (what.find('.') != std::string::npos) {
         throw sim::Error(
             sim::Error::Kind::Missing,
             fmt::format("{}: no such bundle file; give a file, or a backup's id of halcyon-tv cloud list", what));
     }
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
-    sim::FetchedBackup fetched = sim::fetchBundle(*store, sim::chooseBackup(*store, what, accountOf(session)));
-    return {"backup " + fetched.backup.id, fetched.backup, std::move(fetched.bundle)};
+    const sim::BackupName name = sim::chooseBackup(*store, what, accountOf(session));
+    try {
+        sim::FetchedBackup fetched = sim::fetchBundle(*store, name);
+        return {"backup " + fetched.backup.id, fetched.backup, "", std::move(fetched.bundle)};
+    } catch (const sim::Error& error) {
+        if (error.kind() == sim::Error::Kind::Damaged) {
+            throw DamagedBundle(error.what());
+        }
+        throw;
+    }
 }
 
 Side chooseSide(const Session& session, const std::string& what) {
     if (what.empty()) {
-        return {session.home.string(), session.look().setup()};
+        return {session.home.string(), session.look().setup(), {}};
     }
     if (sim::isFolder(what)) {
-        return {what, sim::Tv(sim::normalised(what), sim::Database::Access::Look).setup()};
+        return {what, sim::Tv(sim::normalised(what), sim::Database::Access::Look).setup(), {}};
     }
     const NamedBundle named = chooseBundle(session, what, "");
-    return {named.name, named.bundle.setup()};
+    return {named.name, named.bundle.setup(), named.bundle.problems()};
 }
 
 }  // namespace cli

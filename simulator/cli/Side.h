@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "simulator/cli/Command.h"
 #include "simulator/cloud/CloudStore.h"
@@ -16,16 +17,18 @@ std::string accountOf(const Session& session);
 struct NamedBundle {
     std::string name;
     std::optional<sim::StoredBackup> backup;  // nothing if the bundle is a file
+    std::string metadataFile;                 // where the metadata are from; empty: from the store, or not known
     sim::Bundle bundle;
 };
 
 // The bundle file `what`, with its metadata from the file `metadata` or from beside it; else the stored backup of the
-// id `what`. Throws sim::Error if there is neither.
+// id `what`. Throws sim::Error if there is neither, and DamagedBundle if the store says that it is damaged.
 NamedBundle chooseBundle(const Session& session, const std::string& what, const std::string& metadata);
 
 struct Side {
     std::string name;
     sim::Setup setup;
+    std::vector<std::string> problems;  // of a bundle
 };
 
 // The TV in the folder `what`, which is the session's if it is empty; else as above. Throws sim::Error.

@@ -61,6 +61,9 @@ std::string suggestion(const CLI::App& app, int argc, char** argv) {
         if (const auto renamed = RENAMED.find(group->get_name() + " " + word); renamed != RENAMED.end()) {
             return fmt::format("'{}' is gone; use: halcyon-tv {}\n", renamed->first, renamed->second);
         }
+        if (group == &app && (word == "backup" || word == "restore")) {
+            return fmt::format("for a {}: halcyon-tv run operation={}\n", word, word);
+        }
         if (word == group->get_name() || std::find(names.begin(), names.end(), word) != names.end()) {
             continue;
         }
@@ -104,6 +107,9 @@ int main(int argc, char** argv) {
     } catch (const cli::UsageError& error) {
         printError(error.what());
         return cli::USAGE;
+    } catch (const cli::DamagedBundle& error) {
+        printError(error.what());
+        return cli::DAMAGED;
     } catch (const sim::Error& error) {
         const bool isFull = error.kind() == sim::Error::Kind::Full;
         printError(fmt::format("{}{}", error.what(), isFull ? "; make room on the disk that it is on" : ""));

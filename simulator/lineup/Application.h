@@ -28,8 +28,8 @@ std::string checkExtra(const std::string& extra);
 constexpr char CLIENT_ID[] = "Qr7tLw2ZkA";
 constexpr char CATEGORY[] = "OOBERFChannelList";
 
-// What the metadata beside a bundle in the failure folder is called: the bundle's name and this.
-constexpr char METADATA_SUFFIX[] = ".metadata.json";
+// What the metadata beside a bundle file are called, in the failure folder and elsewhere: the bundle's name and this.
+constexpr char METADATA_SUFFIX[] = ".json";
 
 // The entries of a bundle: the channel database and the iss database as archives, the settings, and the CI module's
 // files below a folder.

@@ -14,6 +14,7 @@
 #include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
+#include "simulator/lineup/Diagnosis.h"
 #include "simulator/lineup/ReceivedDatabase.h"
 #include "simulator/lineup/Words.h"
 
@@ -144,7 +145,11 @@ Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata) : Bund
         m_ambiguities = ambiguitiesOf(file, m_unpacking);
         readItems({entries, scratch.path()});
     } else {
-        m_problem = fmt::format("{}: no usable zip archive: {}", file.string(), m_unpacking.problem);
+        m_problem = fmt::format("{}: {}", file.string(), m_unpacking.problem);
+    }
+    BundlePart& channels = m_parts[Item::Channels];
+    if (const std::string why = channels.state == PartState::Absent ? whyNoBundle(file) : ""; !why.empty()) {
+        channels.problem += ": " + why;
     }
     noteLacking();
 }
@@ -175,6 +180,9 @@ void Bundle::noteLacking() {
     for (const auto& [item, part] : m_parts) {
         if (part.state != PartState::Whole) {
             m_setup.lacking[item] = part.problem;
+        }
+        if (part.state == PartState::Damaged) {
+            m_setup.unreadable.insert(item);
         }
     }
 }
@@ -211,7 +219,7 @@ std::vector<std::string> Bundle::problems() const {
     }
     for (const auto& [item, part] : m_parts) {
         if (part.state == PartState::Damaged) {
-            add(nameOf(item), part.problem);
+            add(item == Item::Viewing ? "metadata" : nameOf(item), part.problem);
         }
     }
     return problems;

@@ -46,6 +46,11 @@ std::string vdrLine(const Service& s) {
                                s.tid, rid));
 }
 
+// VDR refuses a list whole for a service without an id.
+bool isForVdr(const Service& service) {
+    return service.sid != 0;
+}
+
 // Takes a line without its end, and the service that it stands for; null if it is a header.
 using TakeLine = std::function<void(const std::string&, const Service*)>;
 
@@ -61,7 +66,9 @@ void withHeaders(const Services& services, const TakeLine& take) {
     int place = 0;
     services.forEach([&](const Service& service) {
         takeHeadersTo(place++);
-        take(vdrLine(service), &service);
+        if (isForVdr(service)) {
+            take(vdrLine(service), &service);
+        }
     });
     takeHeadersTo(place);
 }
@@ -71,6 +78,9 @@ void withMadeHeaders(const Services& services, const TakeLine& take) {
     int group = 0;
     int next = 1;
     services.forEach([&](const Service& service) {
+        if (!isForVdr(service)) {
+            return;
+        }
         const bool isNewGroup = service.group != group && service.group != 0;
         const std::string number = service.number == next ? "" : fmt::format("@{}", service.number);
         if (isNewGroup || !number.empty()) {
@@ -114,7 +124,13 @@ private:
 };
 
 // The list as it was read, if that still gives the services their numbers and groups.
-void vdr(const Services& services, const std::function<void(std::string_view)>& write) {
+void vdr(const Services& services, const std::function<void(std::string_view)>& write,
+         const std::function<void(const std::string&)>& problem) {
+    services.forEach([&](const Service& service) {
+        if (!isForVdr(service)) {
+            problem(fmt::format("{} {}: left out: VDR takes no service id 0", service.number, service.name));
+        }
+    });
     ReadBack readBack;
     withHeaders(services, [&](const std::string& line, const Service* service) { readBack.take(line, service); });
     const auto writeLine = [&](const std::string& line, const Service* /*service*/) { write(line + "\n"); };
@@ -280,7 +296,7 @@ void exportChannels(const Services& services, ExportFormat format, const std::fu
                     const std::function<void(const std::string&)>& problem) {
     switch (format) {
         case ExportFormat::Vdr:
-            vdr(services, write);
+            vdr(services, write, problem);
             break;
         case ExportFormat::M3u:
             write("#EXTM3U\n");

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "simulator/base/Error.h"
+#include "simulator/base/FileKind.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
@@ -137,6 +138,22 @@ Service parseService(const std::string& line) {
     return service;
 }
 
+std::string adviceOn(const std::filesystem::path& file) {
+    const std::string kind = isRegularFile(file) ? fileKind(file) : "";
+    return fmt::format("{}give a channel list in the channels.conf format of VDR",
+                       kind.empty() ? "" : fmt::format("it looks like this: {}; ", kind));
+}
+
+// A line for each of the first problems, and how many follow.
+std::string some(const std::vector<std::string>& problems) {
+    constexpr std::size_t SHOWN = 10;
+    std::string lines;
+    for (std::size_t i = 0; i < problems.size() && i < SHOWN; ++i) {
+        lines += "\n" + problems[i];
+    }
+    return problems.size() > SHOWN ? fmt::format("{}\n... and {} more", lines, problems.size() - SHOWN) : lines;
+}
+
 }  // namespace
 
 std::size_t ChannelList::addService(const Service& service) {
@@ -195,7 +212,8 @@ void ChannelListReader::takeService(Service service) {
     service.group = static_cast<int>(m_summary.groups);
     service.groupName = m_group;
     if (const std::size_t known = m_sink.addService(service); known != 0) {
-        throw Error(fmt::format("the service {} stands in line {} already", service.identity, m_lines[known - 1]));
+        throw Error(fmt::format("the service {} stands in line {} already, and here as {}", service.identity,
+                                m_lines[known - 1], inQuotes(service.name)));
     }
     ++m_number;
     m_lines.push_back(m_line);
@@ -205,27 +223,27 @@ ChannelSummary readChannelList(const std::filesystem::path& file, ChannelSink& s
     ChannelListReader reader(file.string(), sink);
     constexpr std::string_view BYTE_ORDER_MARK = "\xef\xbb\xbf";
     std::uint64_t total = 0;
+    std::size_t latin1Lines = 0;
     // The file may be a pipe, or a device without an end.
     const auto take = [&](std::string_view line) {
         const bool hasMark = total == 0 && line.compare(0, BYTE_ORDER_MARK.size(), BYTE_ORDER_MARK) == 0;
         total += line.size() + 1;
         limits::require("its bytes", total, limits::CHANNEL_LIST_BYTES);
         line.remove_prefix(hasMark ? BYTE_ORDER_MARK.size() : 0);
-        reader.take(toUtf8(line.substr(0, line.find_last_not_of(" \t\r") + 1)));
+        line = line.substr(0, line.find_last_not_of(" \t\r") + 1);
+        const std::string text = toUtf8(line);
+        latin1Lines += text == line ? 0U : 1U;
+        reader.take(text);
     };
     try {
         forEachLine(file, take, limits::CHANNEL_LINE_BYTES);
     } catch (const Error& error) {
-        throw Error(error.kind(), fmt::format("{}; give a channel list in the channels.conf format", error.what()));
+        throw Error(error.kind(), fmt::format("{}; {}", error.what(), adviceOn(file)));
     }
     ChannelSummary summary = reader.finish();
+    summary.latin1Lines = latin1Lines;
     if (summary.services == 0) {
-        std::string message =
-            fmt::format("{}: no service in it; give a channel list in the channels.conf format", file.string());
-        for (const std::string& problem : summary.problems) {
-            message += "\n" + problem;
-        }
-        throw Error(message);
+        throw Error(fmt::format("{}: no service in it; {}{}", file.string(), adviceOn(file), some(summary.problems)));
     }
     return summary;
 }

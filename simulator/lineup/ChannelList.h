@@ -32,10 +32,12 @@ using ChannelSource = std::function<void(ChannelSink&)>;
 struct ChannelSummary {
     std::size_t services = 0;
     std::size_t groups = 0;
+    std::size_t latin1Lines = 0;        // that are not UTF-8, and were read as ISO 8859-1
     std::vector<std::string> problems;  // a line each: file, line, reason; what they name was skipped
 };
 
-// Reads a channel list. Throws Error if the file cannot be read, or no line of it is a service.
+// Reads a channel list. Throws Error if the file cannot be read, or no line of it is a service; with what it seems to
+// be instead.
 ChannelSummary readChannelList(const std::filesystem::path& file, ChannelSink& sink);
 
 // A channel list in memory.

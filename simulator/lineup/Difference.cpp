@@ -179,6 +179,10 @@ ItemDifference compareItem(Item item, const Setup& left, const Setup& right, con
         *text = lacking == setup->lacking.end() ? describe(item, *setup) : fmt::format("({})", lacking->second);
     }
     if (!difference.isSame) {
+        const auto isAbsent = [&](const Setup& setup) {
+            return setup.lacking.count(item) > 0 && setup.unreadable.count(item) == 0;
+        };
+        difference.isSame = isAbsent(left) && isAbsent(right);
         return difference;
     }
     if (item == Item::Channels) {

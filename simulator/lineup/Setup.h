@@ -3,6 +3,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "simulator/lineup/IssDb.h"
@@ -19,6 +20,7 @@ struct Setup {
     // "name"; a CI file is its name and its SHA-256.
     std::map<Item, Entries> entries;
     std::map<Item, std::string> lacking;  // why an item is not here, or cannot be read
+    std::set<Item> unreadable;            // those of them that are here
 
     // None if it is lacking.
     const Entries& of(Item item) const;

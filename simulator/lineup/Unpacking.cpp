@@ -16,6 +16,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Text.h"
+#include "simulator/lineup/Diagnosis.h"
 
 namespace fs = std::filesystem;
 
@@ -33,13 +34,17 @@ class Unpacker {
 public:
     Unpacker(const fs::path& archive, const fs::path& folder, const std::function<bool(const std::string&)>& isWanted,
              std::uint64_t maxBytes)
-        : m_zip(unzOpen64(archive.c_str()), &unzClose), m_folder(folder), m_isWanted(isWanted), m_maxBytes(maxBytes) {}
+        : m_archive(archive),
+          m_zip(unzOpen64(archive.c_str()), &unzClose),
+          m_folder(folder),
+          m_isWanted(isWanted),
+          m_maxBytes(maxBytes) {}
 
     Unpacking run() {
         Unpacking result;
         unz_global_info64 info = {};
         if (m_zip == nullptr || unzGetGlobalInfo64(m_zip.get(), &info) != UNZ_OK) {
-            result.problem = "no zip archive that the application can open";
+            result.problem = whyNoArchive(m_archive);
             return result;
         }
         if (info.number_entry > limits::ARCHIVE_ENTRIES) {
@@ -144,6 +149,7 @@ private:
         return digest.hex();
     }
 
+    const fs::path& m_archive;
     Zip m_zip;
     const fs::path& m_folder;
     const std::function<bool(const std::string&)>& m_isWanted;

@@ -45,8 +45,13 @@ std::string words(const std::optional<Service>& service, std::uint64_t id) {
 }
 
 std::string words(const Viewing& viewing, const std::optional<Service>& service) {
-    return fmt::format("{}; {}; {}; {}", words(service, viewing.serviceId), words(viewing.mode), words(viewing.source),
-                       words(viewing.category));
+    if (viewing.mode.antenna == AntennaMode{-1} || viewing.mode.service == ServiceMode{-1}) {
+        return "none saved: a restore leaves the TV's as it is";
+    }
+    return fmt::format("{}; {}; {}; {}",
+                       viewing.serviceId == UINT64_MAX ? "no service" : words(service, viewing.serviceId),
+                       words(viewing.mode), viewing.source == Source{-1} ? "no source" : words(viewing.source),
+                       viewing.category.kind == CategoryKind{-1} ? "no category" : words(viewing.category));
 }
 
 std::string antennaWords(const std::set<int>& inputs) {

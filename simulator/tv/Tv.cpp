@@ -264,6 +264,7 @@ Setup Tv::setup() const {
             read(item);
         } catch (const Error& error) {
             setup.lacking[item] = error.what();
+            setup.unreadable.insert(item);
         }
     };
     take(Item::Channels, [&](Item) { setup.services = services(); });
