@@ -94,7 +94,7 @@ say "Restore TV B from the cloud; then each item is read back from the TV"
 launch "$b" operation=restore
 same_as_a "$b"
 
-say "TV C is fresh too, and is scanning for channels: the scan is stopped first"
+say "TV C is fresh too, and is scanning for channels: the scan is stopped before the viewing state comes back"
 fresh "$c"
 tv "$c" set scan on
 launch "$c" operation=restore scan_activated=1

@@ -34,6 +34,29 @@ TEST_F(Cli, MakesATvAndSaysWhatItSkipped) {
     EXPECT_THAT(nowhere.text, AllOf(HasSubstr("no TV at"), HasSubstr("init --channels")));
 }
 
+TEST_F(Cli, NamesTheFormatOfAForeignListAndFewOfItsLines) {
+    std::string dvbv5 = "[Eins]\n\tSERVICE_ID = 1\n\tDELIVERY_SYSTEM = DVBS\n";
+    for (int i = 0; i < 20; ++i) {
+        dvbv5 += "\tFREQUENCY = 1\n";
+    }
+    for (const auto& [text, kind] :
+         {std::pair(dvbv5, "a channel list of the DVB tools (dvbv5); "),
+          std::pair(std::string("#EXTM3U\nhttp://x\n"), "a playlist (M3U); "),
+          std::pair(std::string("eDVB services /4/\nservices\n"), "Enigma2 (lamedb); "),
+          std::pair(std::string("{\"name\": 1}\n"), "JSON, as Tvheadend writes it; "),
+          std::pair(std::string("no;name;sid;tid\n1;a;2;3\n"), "a table of values (CSV); ")}) {
+        test::write(folder / "list.conf", text);
+        const Answer refused = init();
+        EXPECT_EQ(refused.code, 3);
+        EXPECT_THAT(refused.text, HasSubstr("no service in it; it looks like this: "));
+        EXPECT_THAT(refused.text, HasSubstr(kind));
+        EXPECT_LE(std::count(refused.text.begin(), refused.text.end(), '\n'), 12) << refused.text;
+    }
+    test::write(folder / "list.conf", "Caf\xe9:11361:HC23:S19.2E:22000:101:102:0:0:1001:1:1:0\n");
+    EXPECT_THAT(init().text, HasSubstr("list.conf: 1 line is not UTF-8, read as ISO 8859-1 (Latin-1)"));
+    EXPECT_EQ(tv("-q init --channels " + (folder / "list.conf").string(), "quiet").text, "");
+}
+
 TEST_F(Cli, TakesAServiceThatStandsTwiceOnce) {
     const std::string list = test::readFile(folder / "list.conf");
     test::write(folder / "list.conf", list + "Renamed:11361:HC23:S19.2E:22000:0:202:0:0:1002:1:1:0\n");
@@ -56,7 +79,7 @@ TEST_F(Cli, BacksUpRestoresAndCompares) {
     EXPECT_THAT(tv("bundle show").text,
                 AllOf(HasSubstr("ServiceDB.zip"), HasSubstr("2 services"), HasSubstr("issDB.zip"),
                       HasSubstr("vconf.json"), HasSubstr("ci/ci_profile.bin")));
-    const Answer restore = tv("run operation=restore", "other");
+    const Answer restore = tv("run -v operation=restore", "other");
     EXPECT_EQ(restore.code, 0);
     EXPECT_THAT(restore.text, AllOf(HasSubstr("W/halcyon-lineup: "), HasSubstr("reply      0 (success)"),
                                     HasSubstr("reclaimed by the framework")));
@@ -123,6 +146,9 @@ INSTANTIATE_TEST_SUITE_P(
                       Mistake{"bundle show 000001", 3, "holds no backup 000001"},
                       Mistake{"cloud show 000001", 2, "use: halcyon-tv bundle show"},
                       Mistake{"bundle diff x.zip", 2, "use: halcyon-tv diff"}, Mistake{"cloud list", 0, "No backup in"},
+                      Mistake{"record --call GetServiceDb", 2, "(did you mean 'IUtil::GetServiceDb'?)"},
+                      Mistake{"fault add GetServiceDb throw", 3, "(did you mean 'IUtil::GetServiceDb'?)"},
+                      Mistake{"backup", 2, "for a backup: halcyon-tv run operation=backup"},
                       Mistake{"fault add bnr_backup null", 3, "bnr_backup cannot fail with 'null'"}));
 
 TEST_F(Cli, FindsAPlaceForTemporaryFiles) {

@@ -75,8 +75,9 @@ void describe(CLI::App& app, Session& session, std::string& home, Action& chosen
     app.add_option("--home", home, "folder of the TV");
     app.add_option("--cloud", session.cloud, "the cloud store: a folder, or s3://BUCKET[/PREFIX]");
     app.add_flag("--json", session.isJson, "print one JSON object instead of text");
-    app.add_flag("-q,--quiet", session.isQuiet, "suppress the application's log and other extras");
-    app.add_flag("-v,--verbose", session.isVerbose, "also print the timeline and unrecognised store entries");
+    app.add_flag("-q,--quiet", session.isQuiet, "print less: no messages beside the result");
+    app.add_flag("-v,--verbose", session.isVerbose,
+                 "print more: the application's log, the timeline, what failures mean, foreign store entries");
     for (const auto addCommands : {&addTvCommands, &addRunCommands, &addFaultCommands, &addCloudCommands,
                                    &addBundleCommands, &addCompareCommands, &addFleetCommand, &addServeCommand}) {
         addCommands(app, chosen);

@@ -43,19 +43,50 @@ int listRules(const Session& session) {
 
 int clear(const Session& session, std::int64_t rule) {
     sim::Tv tv(session.home);
+    const std::size_t before = tv.faults().list().size();
     if (rule == 0) {
         tv.faults().clear();
     } else if (!tv.faults().remove(rule)) {
         throw sim::Error(fmt::format("no rule {}; see: halcyon-tv fault list", rule));
     }
+    if (session.isJson) {
+        printJson(sim::object({{"removed", before - tv.faults().list().size()}}));
+    }
     return DONE;
 }
+
+struct Meaning {
+    const char* failure;
+    const char* meaning;
+};
+constexpr Meaning MEANINGS[] = {
+    {"result=N",
+     "the call does nothing and returns N; of an event (bnr_response, tv_signal): it comes with the code N"},
+    {"answer=N", "the call does what it should, and then returns N"},
+    {"null", "the call returns no object; of an event: it comes without the application's own pointer"},
+    {"throw", "the call throws an exception"},
+    {"delay=N", "the event comes N milliseconds later than it would"},
+    {"lost", "the event never comes"},
+    {"no-data", "the event comes without its data"},
+    {"cut", "the power is cut: the application is killed before that step on the disk"},
+    {"damage=truncate", "the file that the call has made loses its second half"},
+    {"damage=corrupt", "some of its bytes are wrong"},
+    {"damage=empty", "it has no bytes"},
+    {"damage=missing", "it is not there"},
+    {"damage=dangling", "it is a link to nowhere"},
+    {"damage=unwritable", "it can be read, but not be written again, not even by root"},
+};
 
 int listCalls(const Session& session) {
     const std::vector<sim::PlatformCall> calls = sim::callsThatCanFail();
     return answer(session, sim::object({{"calls", calls}}), [&] {
         for (const sim::PlatformCall& call : calls) {
             print("{:<46} {}\n", call.name, call.failures);
+        }
+        for (const Meaning& each : MEANINGS) {
+            if (session.isVerbose) {
+                print("{:<46} {}\n", each.failure, each.meaning);
+            }
         }
     });
 }
@@ -70,7 +101,10 @@ void addFaultCommands(CLI::App& app, Action& chosen) {
         addCommand(*fault, "add", "Add a rule", "halcyon-tv fault add IUtil::GetServiceDb damage=truncate --times 0",
                    chosen, [rule](const Session& session) { return add(session, *rule); });
     adding->add_option("call", rule->call, "the call, as 'fault calls' lists it")->required();
-    adding->add_option("failure", rule->failure, "its failure, such as result=6, null, throw, damage=truncate")
+    adding
+        ->add_option(
+            "failure", rule->failure,
+            "its failure, such as result=6, null, throw, damage=truncate; what they mean: halcyon-tv fault calls -v")
         ->required();
     adding->add_option("--nth", rule->nth, "the first call of a run that fails")->capture_default_str();
     adding->add_option("--times", rule->times, "how often the rule fires, 0 for every time")->capture_default_str();
@@ -80,6 +114,7 @@ void addFaultCommands(CLI::App& app, Action& chosen) {
     const auto id = std::make_shared<std::int64_t>(0);
     addCommand(*fault, "clear", "Remove a rule, or all of them", "halcyon-tv fault clear", chosen,
                [id](const Session& session) { return clear(session, *id); })
+        ->alias("remove")
         ->add_option("rule", *id, "number of the rule (default: all)")
         ->check(CLI::PositiveNumber);
 

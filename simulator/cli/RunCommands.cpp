@@ -1,6 +1,7 @@
 // The commands that launch the application and show the records of its runs.
 #include <fmt/ranges.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -36,6 +37,9 @@ void printVerdict(const sim::RunReport& report) {
     if (!verdict.why.empty()) {
         print("{}: {}\n", sim::nameOf(verdict.outcome), verdict.why);
     }
+    if (!verdict.warning.empty()) {
+        print("warning: {}\n", verdict.warning);
+    }
     print("run {} of {}\n", report.run.id, report.run.started);
     print("  operation  {}\n",
           report.run.operation == sim::Operation::None ? "none" : sim::nameOf(report.run.operation));
@@ -46,6 +50,10 @@ void printVerdict(const sim::RunReport& report) {
           report.run.reported == sim::Reported::Nothing ? "nothing" : sim::nameOf(report.run.reported));
     print("  reply      {}\n", report.reply);
     print("  ended      {}\n", report.end);
+    for (const sim::FiredFault& fault : verdict.faults) {
+        print("  fault      rule {} fired {}, first at call {} of {}\n", fault.rule,
+              sim::plural(static_cast<std::uint64_t>(fault.fired), "time"), fault.nth, fault.call);
+    }
     if (!verdict.items.empty()) {
         print("read back from the TV and the store:\n");
     }
@@ -91,6 +99,31 @@ int printReport(const Session& session, const sim::RunReport& report,
             printTimeline(*timeline);
         }
     });
+}
+
+// What a person at a terminal waits for.
+void announce(const Session& session, const RunOptions& options) {
+    if (!session.isQuiet && ::isatty(STDERR_FILENO) != 0) {
+        print(stderr, "{} runs on the TV at {} with the cloud at {}{}; its log is shown with -v.\n",
+              sim::application::NAME, session.home.string(), session.cloud,
+              options.request.realtime ? ", and takes as long as on a TV" : "");
+    }
+}
+
+// The log is long, and some of its successes are logged as failures; it is looked at if something went wrong.
+void printFailures(const Session& session, const sim::Tv& tv, const sim::RunReport& report) {
+    if (report.verdict.outcome == sim::Outcome::Done || session.isQuiet || session.isVerbose || session.isJson) {
+        return;
+    }
+    sim::TimelineFilter failures;
+    failures.calls = false;
+    failures.priority = 6;
+    print(stderr, "failures in the application's log; all of it: halcyon-tv record {} --log\n", report.run.id);
+    std::vector<std::string> lines;
+    for (const sim::Moment& moment : sim::timelineOf(tv, report, failures)) {
+        lines.push_back(momentText(*moment.log));
+    }
+    printLines(stderr, "  ", lines);
 }
 
 void checkRequest(const RunOptions& options) {
@@ -193,13 +226,15 @@ int run(const Session& session, const RunOptions& options) {
     if (!request.backup.empty()) {
         request.backup = sim::chooseBackup(*store, request.backup, tv.account()).id;
     }
-    request.isLogShown = !session.isQuiet;
+    request.isLogShown = session.isVerbose && !session.isQuiet;
+    announce(session, options);
     const std::vector<sim::FaultRule> rules = tv.faults().list();
     const sim::RunReport report = sim::launchAndJudge(request, tv, session.cloud, *store, lock, &executeForwarding);
     printReport(session, report, session.isVerbose ? std::optional(sim::timelineOf(tv, report, {})) : std::nullopt);
     if (!report.unrecorded.empty()) {
         print(stderr, "The verdict is not in the run's record: {}\n", report.unrecorded);
     }
+    printFailures(session, tv, report);
     if (options.expectFaults) {
         if (const std::vector<std::string> silent = silentRules(tv, rules); !silent.empty()) {
             print(stderr, "Fault rules that did not fire: {}\n", fmt::format("{}", fmt::join(silent, ", ")));
@@ -227,6 +262,10 @@ int listRecords(const Session& session, const std::vector<sim::RunReport>& repor
 }
 
 int record(const Session& session, const RecordOptions& options) {
+    if (!options.filter.call.empty() && sim::findPlatformCall(options.filter.call) == nullptr) {
+        throw UsageError(fmt::format("the platform has no call {}{}", sim::inQuotes(options.filter.call),
+                                     sim::nearCall(options.filter.call)));
+    }
     const sim::Tv tv = session.look();
     const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
     if (options.all) {

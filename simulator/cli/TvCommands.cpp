@@ -31,9 +31,16 @@ int init(const Session& session, const InitOptions& options) {
     sim::ChannelSummary list;
     const auto read = [&](sim::ChannelSink& sink) {
         list = sim::readChannelList(options.channels, sink);
+        if (session.isQuiet) {
+            return;
+        }
         // Said before a later step can fail, which may be why it does.
-        for (const std::string& problem : list.problems) {
-            print(stderr, "{}\n", problem);
+        printLines(stderr, "", list.problems);
+        if (list.latin1Lines > 0) {
+            print(stderr,
+                  "{}: {} not UTF-8, read as ISO 8859-1 (Latin-1); if names look wrong, convert the list first, such as "
+                  "with: iconv -f CP1251 -t UTF-8\n",
+                  options.channels, list.latin1Lines == 1 ? "1 line is" : fmt::format("{} lines are", list.latin1Lines));
         }
     };
     sim::Tv::create(session.home, read,
@@ -42,8 +49,12 @@ int init(const Session& session, const InitOptions& options) {
     const Json::Value json = sim::object({{"home", session.home.string()},
                                           {"services", list.services},
                                           {"groups", list.groups},
+                                          {"latin1Lines", list.latin1Lines},
                                           {"problems", list.problems}});
     return answer(session, json, [&] {
+        if (session.isQuiet) {
+            return;
+        }
         print("Made a factory-fresh TV at {}: {} in {}, {} skipped.\n", session.home.string(),
               sim::plural(list.services, "service"), sim::plural(list.groups, "group"),
               sim::plural(list.problems.size(), "line"));
@@ -115,9 +126,22 @@ int saveSnapshot(const Session& session, const std::string& name) {
     });
 }
 
+int set(const Session& session, const std::string& name, const std::string& value) {
+    const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(0));
+    sim::Tv tv(session.home);
+    sim::setByName(tv, name, value);
+    if (session.isJson) {
+        printJson(sim::object({{"name", name}, {"value", value}}));
+    }
+    return DONE;
+}
+
 int reset(const Session& session, const std::string& name) {
     const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(0));
     sim::resetTo(session.home, name);
+    if (session.isJson) {
+        printJson(sim::object({{"snapshot", name}}));
+    }
     return DONE;
 }
 
@@ -147,12 +171,9 @@ void addTvCommands(CLI::App& app, Action& chosen) {
         std::string value;
     };
     const auto setting = std::make_shared<SetOptions>();
-    CLI::App* changing = addCommand(app, "set", "Set a part of the TV's state", "halcyon-tv set antenna 0,2", chosen,
-                                    [setting](const Session& session) {
-                                        sim::Tv tv(session.home);
-                                        sim::setByName(tv, setting->name, setting->value);
-                                        return DONE;
-                                    });
+    CLI::App* changing =
+        addCommand(app, "set", "Set a part of the TV's state", "halcyon-tv set antenna 0,2", chosen,
+                   [setting](const Session& session) { return set(session, setting->name, setting->value); });
     changing->add_option("name", setting->name, sim::settableHelp())->required();
     changing->add_option("value", setting->value, "the new value")->required();
 

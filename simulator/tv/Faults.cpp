@@ -56,12 +56,8 @@ std::string toText(const Failure& failure) {
 FaultRule makeRule(const std::string& call, const std::string& failure) {
     const PlatformCall* known = findPlatformCall(call);
     if (known == nullptr || known->failures.empty()) {
-        std::vector<std::string> names;
-        for (const PlatformCall& each : callsThatCanFail()) {
-            names.emplace_back(each.name);
-        }
-        throw Error(
-            fmt::format("no call {} can fail{}; see: halcyon-tv fault calls", inQuotes(call), didYouMean(call, names)));
+        throw Error(fmt::format("no call {} can fail{}; see: halcyon-tv fault calls", inQuotes(call),
+                                known == nullptr ? nearCall(call) : ""));
     }
     const std::vector<std::string> failures = known->failureList();
     FaultRule rule;

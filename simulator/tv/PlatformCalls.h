@@ -39,6 +39,10 @@ const std::vector<const PlatformCall*>& platformCalls();
 // Those that a fault rule can make fail.
 std::vector<PlatformCall> callsThatCanFail();
 
+// " (did you mean 'IUtil::GetServiceDb'?)" of a name that none has: the one with this name after its "::", or a close
+// one; empty if there is none.
+std::string nearCall(std::string_view name);
+
 // The one of that name; null if there is none.
 const PlatformCall* findPlatformCall(std::string_view name);
 

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cctype>
 #include <functional>
 #include <optional>
 #include <set>
@@ -38,9 +40,16 @@ Number number(const std::string& text) {
     return *parsed;
 }
 
+std::string inLowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
+// By its number, or its name as `status` shows it.
 template <typename Enum>
 Enum code(const std::string& text) {
-    return static_cast<Enum>(number<int>(text));
+    const std::optional<Enum> named = fromName<Enum>(inLowerCase(text));
+    return named ? *named : static_cast<Enum>(number<int>(text));
 }
 
 // The parts of a value such as "2/0".
@@ -81,16 +90,17 @@ void setCategory(Tv& tv, const std::string& value) {
 void setAntenna(Tv& tv, const std::string& value) {
     std::set<int> statuses;
     for (const std::string& status : split(value, ',')) {
-        statuses.insert(number<int>(status));
+        statuses.insert(codeOf(code<AntennaInput>(status)));
     }
     tv.setAntenna(statuses);
 }
 
 void setScan(Tv& tv, const std::string& value) {
-    if (value != "on" && value != "off") {
+    const std::string state = inLowerCase(value);
+    if (state != "on" && state != "off") {
         throw Error(fmt::format("a scan is on or off, not {}", inQuotes(value)));
     }
-    tv.setScanning(value == "on");
+    tv.setScanning(state == "on");
 }
 
 bool fits(SettingType type, const std::string& value) {
@@ -128,7 +138,8 @@ std::vector<Settable> settables() {
         {"source", "0 to 4", &setSource},
         {"category", "CODE/PARAM/SORT", &setCategory},
         {"antenna",
-         "connected inputs separated by commas: 0 terrestrial, 1 cable, 2 satellite, 3 second satellite, 4 combined",
+         "connected inputs separated by commas, by number or name: 0 terrestrial, 1 cable, 2 satellite, 3 second "
+         "satellite, 4 combined",
          &setAntenna},
         {"scan", "on or off", &setScan},
         {"account", "whose backups it makes and restores",

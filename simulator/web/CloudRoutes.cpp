@@ -61,27 +61,20 @@ Setup sideOf(const Lab& lab, const std::string& name) {
 // A page shows some of the services of each kind, and how many there are.
 constexpr std::size_t MAX_SHOWN = 100;
 
-template <typename Element>
-void count(Json::Value& counts, const char* kind, std::vector<Element>& services) {
-    counts[kind] = static_cast<Json::UInt64>(services.size());
-    if (services.size() > MAX_SHOWN) {
-        services.erase(services.begin() + MAX_SHOWN, services.end());
+Json::Value toShow(const Difference& difference) {
+    const JsonDocument document = toDocument(difference);
+    Json::Value value = document.object;
+    for (const auto& [place, list] : document.lists) {
+        list([shown = &Json::Path(place).make(value)](const Json::Value& element) {
+            if (shown->size() < MAX_SHOWN) {
+                shown->append(element);
+            }
+        });
     }
-}
-
-Json::Value toShow(Difference difference) {
-    ServiceDifference& services = difference.services;
-    Json::Value value;
-    value["isSame"] = difference.isSame();
     Json::Value& counts = value["counts"];
-    count(counts, "removed", services.removed);
-    count(counts, "added", services.added);
-    count(counts, "renamed", services.renamed);
-    count(counts, "changed", services.changed);
-    count(counts, "moved", services.moved);
-    count(counts, "renumbered", services.renumbered);
-    value["services"] = toJson(services);
-    value["items"] = toJson(difference.items);
+    for (const Name<Change>& change : NAMES<Change>) {
+        counts[std::string(change.name)] = toJson(difference.services.count(change.value));
+    }
     return value;
 }
 

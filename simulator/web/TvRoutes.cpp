@@ -35,7 +35,7 @@ private:
 
 // What the restore has done to a service: the kind of the difference, and what it was before.
 struct Mark {
-    const char* kind;
+    std::string_view kind;
     std::string was;
 };
 
@@ -51,23 +51,20 @@ Marks marksOf(const Tv& tv) {
         return result;
     }
     const Tv before(snapshotPath(tv.home(), BEFORE_RUN), Database::Access::Look);
-    ServiceDifference difference = compareServices(before.services().all(), tv.services().all());
-    for (const Service& service : difference.added) {
-        result.marks[service.id] = {"added", ""};
-    }
-    for (const ServicePair& pair : difference.changed) {
-        result.marks[pair.right.id] = {"changed", ""};
-    }
-    for (const std::vector<ServicePair>* pairs : {&difference.renumbered, &difference.moved}) {
-        for (const ServicePair& pair : *pairs) {
-            result.marks[pair.right.id] = {pairs == &difference.moved ? "moved" : "renumbered",
-                                           std::to_string(pair.left.number)};
-        }
-    }
-    for (const ServicePair& pair : difference.renamed) {
-        result.marks[pair.right.id] = {"renamed", pair.left.name};
-    }
-    result.gone = std::move(difference.removed);
+    const ServiceDifference difference(before.services(), tv.services());
+    const auto mark = [&](Change change, const std::function<std::string(const Service&)>& was) {
+        difference.forEach(change, [&](const ServicePair& pair) {
+            result.marks[pair.right->id] = {nameOf(change), pair.left != nullptr ? was(*pair.left) : ""};
+        });
+    };
+    const auto nothing = [](const Service&) { return std::string(); };
+    const auto number = [](const Service& service) { return std::to_string(service.number); };
+    mark(Change::Added, nothing);
+    mark(Change::Changed, nothing);
+    mark(Change::Renumbered, number);
+    mark(Change::Moved, number);
+    mark(Change::Renamed, [](const Service& service) { return service.name; });
+    difference.forEach(Change::Removed, [&](const ServicePair& pair) { result.gone.push_back(*pair.left); });
     return result;
 }
 

@@ -7,6 +7,7 @@ from selenium.common.exceptions import (ElementClickInterceptedException, Elemen
                                         StaleElementReferenceException)
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
+from selenium.webdriver.common.utils import is_connectable
 from selenium.webdriver.support.ui import WebDriverWait
 
 from halcyon import DATA, Story, Tv
@@ -15,12 +16,23 @@ WAIT = 20  # seconds at most for a condition
 REDRAWN = [ElementClickInterceptedException, ElementNotInteractableException, StaleElementReferenceException]
 
 
+class LoopbackService(Service):
+    """The driver at its address: Selenium calls it localhost, which not every machine can resolve."""
+
+    @property
+    def service_url(self):
+        return f"http://127.0.0.1:{self.port}"
+
+    def is_connectable(self):
+        return is_connectable(self.port, "127.0.0.1")
+
+
 def start_browser(scheme="dark", width=1280, height=800):
     options = webdriver.ChromeOptions()
     for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--hide-scrollbars"):
         options.add_argument(argument)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+    browser = webdriver.Chrome(service=LoopbackService("/usr/bin/chromedriver"), options=options)
     # The size of the page, not of the window around it.
     browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
                             {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False})

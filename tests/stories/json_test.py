@@ -30,11 +30,14 @@ class Json(Story):
                 ("records", "record --all", 0), ("status", "status --services", 0), ("snapshot", "snapshot", 0),
                 ("diff", "diff 000001", 1), ("bundle show", "bundle show", 0),
                 ("bundle show", "bundle show 000001", 0), ("bundle verify", "bundle verify", 0),
-                ("cloud list", "cloud list", 0), ("fault list", "fault list", 0), ("fault calls", "fault calls", 0)]:
+                ("cloud list", "cloud list", 0), ("set", "set scan ON", 0), ("reset", "reset", 0),
+                ("cloud create", "cloud create", 0), ("fault clear", "fault clear", 0),
+                ("fault list", "fault list", 0), ("fault calls", "fault calls", 0)]:
             with self.subTest(words):
                 check(name, b.tv(*words.split(), "--json", code=code).json)
         bundle = next(self.folder.glob("cloud/*/*/000001/bundle.zip"))
-        check("cloud import", b.tv("--json", "cloud", "import", bundle).json)
+        imported = check("cloud import", b.tv("--json", "cloud", "import", bundle).json)["backup"]
+        self.assertEqual(check("cloud remove", b.tv("--json", "cloud", "remove", "2").json)["backup"], imported)
         check("fleet run", b.tv("fleet", "run", "--tvs", 2, "--json").json)
         made = b.tv("init", "--channels", DATA / "channels.conf", "--home", self.folder / "c", "--json")
         check("init", made.json)

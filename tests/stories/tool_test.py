@@ -66,6 +66,16 @@ class Export(Story):
                           [service["frequencyHz"], service["frequencyHz"] // 1000], line)
         self.assertTrue(re.match(r"Nordlicht Eins.*:11361:[A-Z0-9]*M5", back[0]), back[0])
 
+    def test_vdr_gets_no_service_without_an_id(self):
+        own = self.folder / "own.conf"
+        lines = CHANNELS.read_text(encoding="utf-8").splitlines(keepends=True)
+        lines.insert(2, "Nothing:11523:HC23M5S1:S19.2E:22000:1:2:0:0:0:1:1:0\n")
+        own.write_text("".join(lines), encoding="utf-8")
+        exported = Tv(self.folder, "a", channels=own).tv("export", "--format", "vdr")
+        self.assertEqual(exported.errors, "2 Nothing: left out: VDR takes no service id 0\n")
+        self.assertNotIn("Nothing", exported.text)
+        self.assertIn(":@3\n", exported.text, "the services behind it keep their numbers")
+
     def test_m3u_names_each_service_by_its_uri(self):
         text = Tv(self.folder, "a", channels=CHANNELS).tv("export", "--format", "m3u").text
         self.assertTrue(text.startswith("#EXTM3U\n"))
@@ -200,6 +210,12 @@ class Scripts(Story):
                 answer = tv.tv("run", "-q", "--expect-faults", *words.split(), code=code)
                 self.assertEqual(answer.text.startswith("run "), code == 0, "the why line leads")
                 self.assertEqual(fault is None, "fault rule" not in answer.text)
+        tv.tv("fault", "clear")
+        tv.tv("fault", "add", "bnr_deinit", "result=-1")
+        done = tv.tv("run", "--json").json
+        self.assertEqual((done["outcome"], done["faults"]),
+                         ("done", [{"rule": 1, "call": "bnr_deinit", "nth": 1, "fired": 1}]))
+        self.assertIn("rule 1 fired 1 time, first at call 1 of bnr_deinit", tv.tv("record", "-q").text)
         tv.tv("fault", "add", "vconf_set_int", "throw")
         self.assertIn("did not fire", tv.tv("run", "-q", "--expect-faults", code=1).errors)
 
@@ -302,6 +318,32 @@ class Signals(Story):
         process.send_signal(signal.SIGTERM)
         process.communicate(timeout=20)
         self.assertEqual(process.returncode, 0)
+
+
+class Shrunk(Story):
+    def test_a_newest_backup_with_few_of_the_channels_is_warned_of(self):
+        tv = Tv(self.folder, "a", channels=CHANNELS)
+        self.assertEqual(tv.tv("run", "--json").json["warning"], "")
+        small = Tv(self.folder, "b")
+        warning = small.tv("run", "--json").json["warning"]
+        self.assertIn("backup 000002 has 2 channels, and 000001 before it had 15", warning)
+        self.assertIn("warning: " + warning, small.tv("record", "-q").text)
+        self.assertIn("warning: " + warning, tv.tv("cloud", "list").text)
+        self.assertEqual(tv.tv("cloud", "list", "--json").json["warnings"], [warning])
+        tv.tv("run", "-q")
+        self.assertEqual(tv.tv("cloud", "list", "--json").json["warnings"], [], "the newest is whole again")
+
+
+class Quiet(Story):
+    def test_the_log_is_shown_if_asked_for_or_if_the_run_fails(self):
+        tv = Tv(self.folder, "a")
+        self.assertEqual(tv.tv("run").errors, "")
+        self.assertIn("I/halcyon-lineup: ", tv.tv("run", "-v").errors)
+        tv.tv("fault", "add", "bnr_backup", "result=-1")
+        failed = tv.tv("run", code=1)
+        self.assertTrue(failed.text.startswith("failed: "))
+        self.assertIn("all of it: halcyon-tv record 3 --log\n", failed.errors)
+        self.assertRegex(failed.errors, "log 6 .*bnr_backup")
 
 
 class Kept(Story):
