@@ -34,7 +34,7 @@ NamedBundle readBundleFile(const std::string& file, const std::string& metadata)
     const fs::path beside = metadataFileOf(file, metadata);
     std::optional<std::string> text;
     if (!beside.empty()) {
-        text = sim::readReceived(beside, sim::limits::METADATA_BYTES);
+        text = sim::readFile(beside, sim::limits::METADATA_BYTES);
         Json::Value ignored;
         if (!sim::parseJson(*text, ignored)) {
             throw sim::Error(

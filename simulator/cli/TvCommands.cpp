@@ -37,10 +37,11 @@ int init(const Session& session, const InitOptions& options) {
         // Said before a later step can fail, which may be why it does.
         printLines(stderr, "", list.problems);
         if (list.latin1Lines > 0) {
-            print(stderr,
-                  "{}: {} not UTF-8, read as ISO 8859-1 (Latin-1); if names look wrong, convert the list first, such as "
-                  "with: iconv -f CP1251 -t UTF-8\n",
-                  options.channels, list.latin1Lines == 1 ? "1 line is" : fmt::format("{} lines are", list.latin1Lines));
+            print(
+                stderr,
+                "{}: {} not UTF-8, read as ISO 8859-1 (Latin-1); if names look wrong, convert the list first, such as "
+                "with: iconv -f CP1251 -t UTF-8\n",
+                options.channels, list.latin1Lines == 1 ? "1 line is" : fmt::format("{} lines are", list.latin1Lines));
         }
     };
     sim::Tv::create(session.home, read,

@@ -54,14 +54,15 @@ Verdict judgeNow(const Tv& tv, const CloudStore& store, const Run& run) {
     try {
         return judge(tv, store, run);
     } catch (const Error& error) {
+        Verdict verdict;
+        verdict.outcome = Outcome::Unchecked;
         const bool isOfCloud = error.kind() == Error::Kind::Unreachable || error.kind() == Error::Kind::Denied;
-        return {Outcome::Unchecked,
-                isOfCloud ? Cause::Cloud : Cause::Other,
-                fmt::format("the run has ended, but what became of it cannot be checked: {}; check it later with: "
-                            "halcyon-tv record",
-                            error.what()),
-                0,
-                {}};
+        verdict.cause = isOfCloud ? Cause::Cloud : Cause::Other;
+        verdict.why = fmt::format(
+            "the run has ended, but what became of it cannot be checked: {}; check it later with: "
+            "halcyon-tv record",
+            error.what());
+        return verdict;
     }
 }
 

@@ -88,7 +88,7 @@ Json::Value showChannels(const Lab& lab, const ApiRequest& request) {
     tv.services().forEach([&](const Service& service) {
         Json::Value& row = add(service);
         if (const auto mark = marks.marks.find(service.id); mark != marks.marks.end()) {
-            row.append(mark->second.kind);
+            row.append(toJson(mark->second.kind));
             row.append(toJson(mark->second.was));
         }
     });
