@@ -1,4 +1,5 @@
 // Malicious input: bundles, names and lists.
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -91,23 +92,55 @@ TEST_F(HostileInput, WhatIsReadHasLimits) {
     EXPECT_EQ(sim::limits::cut(std::string(16'382, 'x') + "\u00e9"), std::string(16'382, 'x') + "\u00e9");
 }
 
+// What a bundle announces is refused before a byte of it is unpacked.
 TEST_F(HostileInput, ABundleHasLimitsInSum) {
+    const auto problem = [&](std::uint64_t maxBytes) {
+        const sim::Unpacking unpacking = sim::unpackBundle(
+            sim::openFile(folder / "x.zip", O_RDONLY), folder / "x", [](const auto&) { return 9U; }, maxBytes);
+        EXPECT_EQ(unpacking.problem.empty(), fs::exists(folder / "x"));
+        return unpacking.problem;
+    };
     test::makeArchive(folder / "x.zip", {{"1", "12345"}, {"2", "12345"}, {"3", "12345"}});
-    const sim::Unpacking unpacking = sim::unpackBundle(
-        folder / "x.zip", folder / "x", [](const auto&) { return true; }, 9);
-    EXPECT_EQ(unpacking.entries.size(), 2U);
-    EXPECT_EQ(unpacking.entries.back().problem, "bytes of all entries: 10, and the limit is 9");
-    test::makeArchive(folder / "y.zip", {{"vconf.json", "[" + std::string(4U << 20, ' ') + "]"}});
-    EXPECT_THAT(sim::Bundle(folder / "y.zip", std::nullopt).part(sim::Item::Favourite1).problem,
-                HasSubstr("vconf.json: bytes: 4194306, and the limit is 4194304"));
+    EXPECT_EQ(problem(14), "bytes of all entries: 15, and the limit is 14");
+    EXPECT_EQ(problem(15), "");
+    fs::remove_all(folder / "x");
+
+    // Each central record is that of the first entry.
+    const std::string data(10'000, 'x');
+    std::vector<std::pair<std::string, std::string>> entries;
+    for (const char name : std::string("abcdefgh")) {
+        entries.emplace_back(std::string(1, name), data);
+    }
+    test::makeArchive(folder / "x.zip", entries);
+    std::string bytes = test::readFile(folder / "x.zip");
+    const std::size_t first = test::centralRecord(bytes, 0);
+    const std::size_t size = test::centralRecord(bytes, 1) - first;
+    const std::string record = bytes.substr(first, size);
+    for (std::size_t i = 0; i < 8; ++i) {
+        bytes.replace(first + i * size, size, record);
+    }
+    bytes.erase(first - 7 * first / 8, 7 * first / 8);  // the other entries
+    test::setNumber(bytes, bytes.size() - 22 + 16, 4, first / 8);
+    test::write(folder / "x.zip", bytes);
+    EXPECT_EQ(problem(1U << 30),
+              fmt::format("packed bytes of all entries: {}, and the limit is {}", 8 * data.size(), 4 * bytes.size()));
+}
+
+TEST_F(HostileInput, AnEntryBeyondItsLimitIsPassedOver) {
+    test::makeArchive(folder / "y.zip", {{"vconf.json", "[" + std::string(4U << 20, ' ') + "]"}, {"ci/x.bin", "x"}});
+    const sim::Bundle bundle(folder / "y.zip", std::nullopt);
+    EXPECT_EQ(bundle.part(sim::Item::Favourite1).problem,
+              "entry 'vconf.json': bytes: 4194306, and the limit is 4194304");
+    EXPECT_EQ(bundle.entries().at(0).digest, "") << "it was read";
+    EXPECT_EQ(bundle.entries().size(), 2U);
     std::string values = "[0";
     for (std::size_t i = 0; i < sim::JSON_VALUES; ++i) {
         values += ",0";
     }
     test::makeArchive(folder / "z.zip", {{"vconf.json", values + "]"}});
-    const sim::Bundle bundle(folder / "z.zip", values + "]");
+    const sim::Bundle many(folder / "z.zip", values + "]");
     for (const sim::Item item : {sim::Item::Favourite1, sim::Item::Viewing}) {
-        EXPECT_THAT(bundle.part(item).problem, HasSubstr("no JSON text of at most 100000 values"));
+        EXPECT_THAT(many.part(item).problem, HasSubstr("no JSON text of at most 100000 values"));
     }
 }
 

@@ -1,4 +1,5 @@
 // Archives of other tools, and damaged ones: how unpacking ends for each, its last message, and what it leaves.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -102,8 +103,8 @@ void withComment(std::string& bytes, const std::string& comment) {
 // What the simulator says of x.zip is what the application has made of it in to/.
 void expectUnpackedAlike(const std::filesystem::path& folder, bool isUnpacked) {
     const test::TempFolder model;
-    const sim::Unpacking unpacking =
-        sim::unpackBundle(folder / "x.zip", model.path(), [](const std::string&) { return true; });
+    const sim::Unpacking unpacking = sim::unpackBundle(sim::openFile(folder / "x.zip", O_RDONLY), model.path(),
+                                                       [](const std::string&) { return sim::limits::ENTRY_BYTES; });
     const auto hasProblem = [](const sim::UnpackedEntry& entry) { return !entry.problem.empty(); };
     const bool isWhole =
         unpacking.problem.empty() && std::none_of(unpacking.entries.begin(), unpacking.entries.end(), hasProblem);

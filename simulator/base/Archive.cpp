@@ -30,10 +30,9 @@ Error::Kind kindOfZipError(zip_error_t* error) {
                                                       : Error::Kind::Damaged;
 }
 
-Zip open(const fs::path& archive, int flags) {
-    int code = 0;
-    Zip zip(zip_open(archive.c_str(), flags, &code), &zip_discard);
-    if (!zip) {
+// `code` is why there is no archive.
+Zip opened(zip_t* archive, int code, int flags, const std::string& name) {
+    if (archive == nullptr) {
         zip_error_t error;
         zip_error_init_with_code(&error, code);
         const std::string reason = zip_error_strerror(&error);
@@ -42,9 +41,15 @@ Zip open(const fs::path& archive, int flags) {
         if (kind == Error::Kind::Full && (flags & ZIP_RDONLY) != 0) {
             kind = Error::Kind::Damaged;  // an offset beyond what a file can have
         }
-        throw Error(kind, fmt::format("{}: no usable zip archive: {}", archive.string(), reason));
+        throw Error(kind, fmt::format("{}: no usable zip archive: {}", name, reason));
     }
-    return zip;
+    return {archive, &zip_discard};
+}
+
+Zip open(const fs::path& archive, int flags) {
+    int code = 0;
+    zip_t* zip = zip_open(archive.c_str(), flags, &code);
+    return opened(zip, code, flags, archive);
 }
 
 [[noreturn]] void fail(const fs::path& archive, zip_t* zip) {
@@ -101,18 +106,25 @@ void writeArchive(const fs::path& archive, const std::vector<fs::path>& files, s
 }
 
 std::vector<ArchiveEntry> listArchive(const fs::path& archive) {
-    const Zip zip = open(archive, ZIP_RDONLY | ZIP_CHECKCONS);
+    return listArchive(openFile(archive, O_RDONLY), archive);
+}
+
+std::vector<ArchiveEntry> listArchive(const Descriptor& archive, const std::string& name) {
+    Descriptor own = openAgain(archive);
+    int code = 0;
+    zip_t* const handle = zip_fdopen(own.get(), ZIP_CHECKCONS, &code);
+    const Zip zip = opened(handle, code, ZIP_RDONLY, name);
+    own.release();  // the library has closed it
     std::vector<ArchiveEntry> entries;
     const zip_int64_t count = zip_get_num_entries(zip.get(), 0);
-    limits::require(fmt::format("{}: entries", archive.string()), static_cast<std::uint64_t>(count),
-                    limits::ARCHIVE_ENTRIES);
+    limits::require(fmt::format("{}: entries", name), static_cast<std::uint64_t>(count), limits::ARCHIVE_ENTRIES);
     for (zip_int64_t i = 0; i < count; ++i) {
         zip_stat_t stat;
         if (zip_stat_index(zip.get(), static_cast<zip_uint64_t>(i), 0, &stat) != 0) {
-            fail(archive, zip.get());
+            fail(name, zip.get());
         }
-        const char* name = zip_get_name(zip.get(), static_cast<zip_uint64_t>(i), ZIP_FL_ENC_RAW);
-        entries.push_back({name != nullptr ? name : "", stat.size, stat.crc});
+        const char* entry = zip_get_name(zip.get(), static_cast<zip_uint64_t>(i), ZIP_FL_ENC_RAW);
+        entries.push_back({entry != nullptr ? entry : "", stat.size, stat.crc});
     }
     return entries;
 }

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "simulator/base/Descriptor.h"
+
 namespace sim {
 
 struct ArchiveEntry {
@@ -26,6 +28,8 @@ void writeArchive(const std::filesystem::path& archive, const std::vector<std::f
 
 // Lists the entries in the order of the archive, without reading their bytes; names are bytes of any encoding. Throws
 // Error (Damaged) also if the structures contradict each other, such as the central directory and a local header.
+// `name` is for messages.
+std::vector<ArchiveEntry> listArchive(const Descriptor& archive, const std::string& name);
 std::vector<ArchiveEntry> listArchive(const std::filesystem::path& archive);
 
 // Unpacks the entry `name` into the file `target` and checks its checksum. No name in the archive decides where

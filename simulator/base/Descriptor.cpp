@@ -49,6 +49,22 @@ Descriptor openRegularFile(const std::filesystem::path& path) {
     return descriptor;
 }
 
+Descriptor openAgain(const Descriptor& descriptor) {
+    Descriptor again(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, 0));
+    if (!again.isOpen() || ::lseek(again.get(), 0, SEEK_SET) != 0) {
+        throw Error::ofSystem("a file that is open", "cannot read it again");
+    }
+    return again;
+}
+
+std::uint64_t sizeOf(const Descriptor& descriptor) {
+    struct stat status = {};
+    if (::fstat(descriptor.get(), &status) != 0) {
+        throw Error::ofSystem("a file that is open", "cannot read its size");
+    }
+    return static_cast<std::uint64_t>(status.st_size);
+}
+
 void writeAll(const Descriptor& descriptor, std::string_view bytes, const std::filesystem::path& path) {
     while (!bytes.empty()) {
         const ssize_t written = ::write(descriptor.get(), bytes.data(), bytes.size());

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <array>
+#include <cstdint>
 #include <filesystem>
 #include <string_view>
 #include <utility>
@@ -27,6 +28,9 @@ public:
     // Closes it now.
     void reset();
 
+    // Leaves it to someone else to close.
+    int release() { return std::exchange(m_descriptor, -1); }
+
 private:
     int m_descriptor;
 };
@@ -42,6 +46,12 @@ Descriptor openRegularFile(const std::filesystem::path& path);
 using DescriptorPair = std::array<Descriptor, 2>;
 DescriptorPair socketPair(std::string_view what);
 DescriptorPair pipePair(std::string_view what);
+
+// Another descriptor of the same open file, set to its start; the two share their position. Throws Error.
+Descriptor openAgain(const Descriptor& descriptor);
+
+// Throws Error.
+std::uint64_t sizeOf(const Descriptor& descriptor);
 
 // Writes all bytes at the file's current position. Throws Error; `path` is for its message.
 void writeAll(const Descriptor& descriptor, std::string_view bytes, const std::filesystem::path& path);

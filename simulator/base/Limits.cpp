@@ -7,9 +7,13 @@
 
 namespace sim::limits {
 
+std::string excess(std::string_view what, std::uint64_t value, std::uint64_t limit) {
+    return fmt::format("{}: {}, and the limit is {}", what, value, limit);
+}
+
 void require(std::string_view what, std::uint64_t value, std::uint64_t limit) {
     if (value > limit) {
-        throw Error(Error::Kind::Damaged, fmt::format("{}: {}, and the limit is {}", what, value, limit));
+        throw Error(Error::Kind::Damaged, excess(what, value, limit));
     }
 }
 

@@ -15,8 +15,10 @@ constexpr std::uint64_t CHANNEL_LINE_BYTES = 16U << 10;
 constexpr std::uint64_t ENTRY_BYTES = 1U << 30;
 constexpr std::uint64_t ARCHIVE_ENTRIES = 65'535;
 
-// Of all entries of an archive together: small entries can share their packed bytes.
+// Of all entries of an archive together. Entries can share their packed bytes, so that there are more of these than the
+// archive has.
 constexpr std::uint64_t ARCHIVE_BYTES = 4 * ENTRY_BYTES;
+constexpr std::uint64_t PACKED_BYTES_BY_ARCHIVE = 4;
 
 // Of a bundle's settings file, of its metadata, and of what a store keeps about a backup. Parsed JSON takes some fifty
 // times its size in memory.
@@ -40,6 +42,9 @@ constexpr std::size_t HOME_PATH_BYTES = 400;
 
 // How many runs' records a TV keeps.
 constexpr int RUNS_KEPT = 200;
+
+// "bytes: 10, and the limit is 9"
+std::string excess(std::string_view what, std::uint64_t value, std::uint64_t limit);
 
 // Throws Error (Damaged) if there is more of `what` than the limit.
 void require(std::string_view what, std::uint64_t value, std::uint64_t limit);

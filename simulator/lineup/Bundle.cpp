@@ -1,11 +1,11 @@
 #include "simulator/lineup/Bundle.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <json/value.h>
 
 #include <algorithm>
-#include <set>
 
 #include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
@@ -138,11 +138,16 @@ Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata) : Bund
     }
     const ScratchFolder scratch;                   // what is opened there stays readable when it is gone
     const fs::path entries = scratch / "entries";  // apart from the databases that are made of them
-    const std::set<std::string> wanted = {application::SERVICE_DB_ENTRY, application::SETTINGS_ENTRY,
-                                          application::ISS_DB_ENTRY};
-    m_unpacking = unpackBundle(file, entries, [&](const std::string& path) { return wanted.count(path) > 0; });
+    const std::map<std::string, std::uint64_t> wanted = {{application::SERVICE_DB_ENTRY, limits::ENTRY_BYTES},
+                                                         {application::SETTINGS_ENTRY, limits::SETTINGS_FILE_BYTES},
+                                                         {application::ISS_DB_ENTRY, limits::ENTRY_BYTES}};
+    const Descriptor archive = openFile(file, O_RDONLY);
+    m_unpacking = unpackBundle(archive, entries, [&](const std::string& path) {
+        const auto found = wanted.find(path);
+        return found == wanted.end() ? 0 : found->second;
+    });
     if (m_unpacking.problem.empty()) {
-        m_ambiguities = ambiguitiesOf(file, m_unpacking);
+        m_ambiguities = ambiguitiesOf(archive, m_unpacking);
         readItems({entries, scratch.path()});
     } else {
         m_problem = fmt::format("{}: {}", file.string(), m_unpacking.problem);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <memory>
 #include <optional>
 #include <set>
@@ -30,29 +31,46 @@ using Zip = std::unique_ptr<std::remove_pointer_t<unzFile>, decltype(&unzClose)>
     throw Error(Error::Kind::Damaged, problem);
 }
 
+// For the library: a file that is open already, in place of one of that name.
+void* openGiven(void* descriptor, const void* /*name*/, int /*mode*/) {
+    auto& given = *static_cast<Descriptor*>(descriptor);
+    std::FILE* file = ::fdopen(given.get(), "rb");
+    if (file != nullptr) {
+        given.release();  // the file closes it
+    }
+    return file;
+}
+
+Zip openZip(const Descriptor& archive) {
+    Descriptor given = openAgain(archive);
+    zlib_filefunc64_def functions;
+    fill_fopen64_filefunc(&functions);
+    functions.zopen64_file = &openGiven;
+    functions.opaque = &given;
+    return {unzOpen2_64("", &functions), &unzClose};
+}
+
 class Unpacker {
 public:
-    Unpacker(const fs::path& archive, const fs::path& folder, const std::function<bool(const std::string&)>& isWanted,
-             std::uint64_t maxBytes)
+    Unpacker(const Descriptor& archive, const fs::path& folder, const Wanted& wanted, std::uint64_t maxBytes)
         : m_archive(archive),
-          m_zip(unzOpen64(archive.c_str()), &unzClose),
+          m_zip(openZip(archive)),
           m_folder(folder),
-          m_isWanted(isWanted),
+          m_wanted(wanted),
+          m_archiveBytes(sizeOf(archive)),
           m_maxBytes(maxBytes) {}
 
     Unpacking run() {
         Unpacking result;
         unz_global_info64 info = {};
         if (m_zip == nullptr || unzGetGlobalInfo64(m_zip.get(), &info) != UNZ_OK) {
-            result.problem = whyNoArchive(m_archive);
+            result.problem = whyNoArchive(fmt::format("/proc/self/fd/{}", m_archive.get()));
             return result;
         }
-        if (info.number_entry > limits::ARCHIVE_ENTRIES) {
-            result.problem =
-                fmt::format("entries: {}, and the limit is {}", info.number_entry, limits::ARCHIVE_ENTRIES);
-            return result;
-        }
-        for (std::uint64_t i = 0; i < info.number_entry; ++i) {
+        result.problem = info.number_entry > limits::ARCHIVE_ENTRIES
+                             ? limits::excess("entries", info.number_entry, limits::ARCHIVE_ENTRIES)
+                             : excess();
+        for (std::uint64_t i = 0; result.problem.empty() && i < info.number_entry; ++i) {
             result.entries.emplace_back();
             if (!unpack(result.entries.back(), i + 1 == info.number_entry, result.files)) {
                 break;
@@ -62,17 +80,46 @@ public:
     }
 
 private:
+    // What the central directory announces beyond a limit on all entries together, as far as they would be unpacked;
+    // empty if there is nothing. The packed bytes can be more than the archive has due to damage, too, but then few
+    // entries say so.
+    std::string excess() {
+        std::uint64_t bytes = 0;
+        std::uint64_t packed = 0;
+        unz_file_info64 info = {};
+        for (int code = UNZ_OK; code == UNZ_OK; code = unzGoToNextFile(m_zip.get())) {
+            if (unzGetCurrentFileInfo64(m_zip.get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK ||
+                info.uncompressed_size > limits::ENTRY_BYTES) {
+                break;
+            }
+            bytes += info.uncompressed_size;
+            packed += std::min<std::uint64_t>(info.compressed_size, m_archiveBytes);
+        }
+        unzGoToFirstFile(m_zip.get());
+        const std::uint64_t maxPacked = limits::PACKED_BYTES_BY_ARCHIVE * m_archiveBytes;
+        if (packed > maxPacked) {
+            return limits::excess("packed bytes of all entries", packed, maxPacked);
+        }
+        return bytes > m_maxBytes ? limits::excess("bytes of all entries", bytes, m_maxBytes) : "";
+    }
+
     // Returns false if the application would end here.
     bool unpack(UnpackedEntry& entry, bool isLast, std::map<std::string, std::string>& files) {
         try {
             readInfo(entry);
             const std::optional<std::string> path = pathInFolder(entry.name);
             const Descriptor file = path ? makeFile(*path) : Descriptor();
-            entry.digest = readContent(entry, path && m_isWanted(*path) ? &file : nullptr);
-            if (path) {
-                files[*path] = entry.digest;
+            limits::require("bytes", entry.size, limits::ENTRY_BYTES);
+            const std::uint64_t wanted = path ? m_wanted(*path) : 0;
+            if (wanted != 0 && entry.size > wanted) {
+                entry.problem = limits::excess("bytes", entry.size, wanted);
             } else {
+                entry.digest = readContent(entry, wanted != 0 ? &file : nullptr);
+            }
+            if (!path) {
                 entry.problem = "its name leads out of the folder that it is unpacked in";
+            } else if (entry.problem.empty()) {
+                files[*path] = entry.digest;
             }
             if (!isLast && unzGoToNextFile(m_zip.get()) != UNZ_OK) {
                 damaged("the entry after it cannot be read");
@@ -126,7 +173,6 @@ private:
     }
 
     std::string readContent(const UnpackedEntry& entry, const Descriptor* file) {
-        limits::require("bytes", entry.size, limits::ENTRY_BYTES);
         Digest digest;
         std::array<char, 65536> buffer;
         for (std::uint64_t rest = entry.size; rest > 0;) {
@@ -136,7 +182,6 @@ private:
                 damaged(count < 0 ? "its data cannot be unpacked" : "its data end early");
             }
             const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
-            limits::require("bytes of all entries", m_unpacked += bytes.size(), m_maxBytes);
             digest.addBytes(bytes);
             if (file != nullptr) {
                 writeAll(*file, bytes, m_folder);
@@ -149,28 +194,27 @@ private:
         return digest.hex();
     }
 
-    const fs::path& m_archive;
+    const Descriptor& m_archive;
     Zip m_zip;
     const fs::path& m_folder;
-    const std::function<bool(const std::string&)>& m_isWanted;
+    const Wanted& m_wanted;
+    std::uint64_t m_archiveBytes;
     std::uint64_t m_maxBytes;
-    std::uint64_t m_unpacked = 0;
 };
 
 }  // namespace
 
-Unpacking unpackBundle(const fs::path& archive, const fs::path& folder,
-                       const std::function<bool(const std::string&)>& isWanted, std::uint64_t maxBytes) {
-    openFile(archive, O_RDONLY);  // what the system says of it, which the library does not tell
-    return Unpacker(archive, folder, isWanted, maxBytes).run();
+Unpacking unpackBundle(const Descriptor& archive, const fs::path& folder, const Wanted& wanted,
+                       std::uint64_t maxBytes) {
+    return Unpacker(archive, folder, wanted, maxBytes).run();
 }
 
-std::vector<std::string> ambiguitiesOf(const fs::path& archive, const Unpacking& unpacking) {
+std::vector<std::string> ambiguitiesOf(const Descriptor& archive, const Unpacking& unpacking) {
     std::vector<ArchiveEntry> others;
     try {
-        others = listArchive(archive);
+        others = listArchive(archive, "another reader");
     } catch (const Error& error) {
-        return {fmt::format("another reader: {}", error.what())};
+        return {error.what()};
     }
     std::vector<std::string> ambiguities;
     const bool isWhole = unpacking.entries.empty() || unpacking.entries.back().problem.empty();
