@@ -81,12 +81,17 @@ class Bench:
 
     def peak(self, command, prepare=None, environment=None):
         """The peak memory of a command and of those that it starts, each by itself, in MB."""
+        return self.once(command, prepare, environment)[0]
+
+    def once(self, command, prepare=None, environment=None):
+        """That, and the seconds that one run took."""
         if prepare:
             run("sh", "-c", prepare)
         report = self.folder / "time.txt"
-        run("time", "-f", "%M", "-o", report, "sh", "-c", f"exec {command} >/dev/null 2>&1",
+        run("time", "-f", "%M %e", "-o", report, "sh", "-c", f"exec {command} >/dev/null 2>&1",
             env=dict(os.environ, **(environment or {})))
-        return int(report.read_text().split()[-1]) / 1024
+        memory, seconds = report.read_text().split()[-2:]
+        return int(memory) / 1024, float(seconds)
 
     def tv(self, name, services):
         """A TV in a folder of its own, with a cloud. What a command needs to find them."""
@@ -196,17 +201,19 @@ def exponent(result, operation, who, sizes):
 # What each is given. Those that print what they read take the memory for it.
 VERBS = {
     "init": "init --channels {place}/list.conf",
-    "status": "", "status --services": "", "set": "set scan off", "snapshot": "snapshot bench", "reset": "reset bench",
+    "status": "", "status --services": "", "status --services --json": "",
+    "set": "set scan off", "snapshot": "snapshot bench", "reset": "reset bench",
     "run": "run -q", "run operation=restore": "run -q operation=restore", "record": "", "record --all": "",
     "fault add": "fault add bnr_init result=-1 --nth 99", "fault list": "", "fault calls": "", "fault clear": "",
     "bundle show": "bundle show {bundle}", "bundle verify": "bundle verify {bundle}",
-    "diff": "diff {bundle}", "export": "export --format vdr",
+    "diff": "diff {bundle}", "diff --json": "diff {bundle} --json",
+    "diff, each renumbered": "diff {place}/other; test $? -eq 1",
+    "export --format vdr": "", "export --format m3u": "", "export --format dvbv5": "",
     "cloud create": "", "cloud list": "", "cloud import": "cloud import {bundle}",
     "cloud remove": "cloud remove $(ls {stored} | grep -v removed | tail -n 1)",
     "fleet run": "fleet run --tvs 2 --jobs 2 --lab {place}/new",
 }
 SERVE = "serve"
-PRINTING = {"status --services", "diff", "export"}
 
 
 def serve(environment):
@@ -234,22 +241,25 @@ def serve(environment):
 
 
 def bench_verbs(bench, services, most):
-    """By verb: seconds at `services`, and peak memory there and at `most`."""
+    """By verb: seconds at `services`, and there and at `most` the peak memory and the seconds of one run."""
     result = {name: {} for name in (*VERBS, SERVE)}
     for count in services, most:
         place, environment = bench.tv(f"verbs-{count}", count)
         run("halcyon-tv", "run", "-q", env=dict(os.environ, **environment))
         stored = next((place / "cloud").glob("*/*/000001"))
         bundle = shutil.copytree(stored, place / "customer") / "bundle.zip"
+        channels = (place / "list.conf").read_text().splitlines(keepends=True)
+        (place / "other.conf").write_text("".join(channels[2:]))  # without the first group and service
+        run("halcyon-tv", "--home", place / "other", "init", "--channels", place / "other.conf")
         served = [serve(environment) for _ in range(bench.rounds if count == services else 1)]
         result[SERVE]["seconds"] = result[SERVE].get("seconds", statistics.median(seconds for seconds, _ in served))
-        result[SERVE][count] = max(peak for _, peak in served)
+        result[SERVE][count] = max(peak for _, peak in served), served[0][0]
         for name, words in VERBS.items():
             words = (words or name).format(place=place, bundle=bundle, stored=stored.parent)
             command = f"halcyon-tv {words}" if name != "init" else f"halcyon-tv --home {place}/new {words}"
             command = f"sh -c '{command}'" if "$" in command else command
             prepare = f"rm -rf {place}/new"
-            result[name][count] = bench.peak(command, prepare, environment)
+            result[name][count] = bench.once(command, prepare, environment)
             if count == services:
                 times = bench.race({name: command}, prepare, environment=environment)[name]
                 result[name]["seconds"] = statistics.median(times)
@@ -343,8 +353,9 @@ def check_targets(packing, whole, verbs, heap, sizes):
     for operation in "backup", "restore":
         targets.check(f"{operation}: exponent of the cost", exponent(whole, operation, "ours", sizes), 1.05)
         targets.check(f"{operation}: heap with 1 GB, beside 1 MB", heap[operation, 1024] / heap[operation, 1], 1.05)
-    worst = max((value[most], name) for name, value in verbs.items() if name not in PRINTING)
+    worst = max((value[most][0], name) for name, value in verbs.items())
     targets.check(f"memory of a verb at {most:,} services, MB (the most: {worst[1]})", worst[0], 50, "{:.1f}")
+    targets.check(f"diff of {most:,} services that are the same, seconds", verbs["diff"][most][1], 6, "{:.1f}")
     return targets
 
 
@@ -405,11 +416,11 @@ loads the same libraries.
     yield from f"""
 ## The verbs of halcyon-tv
 
-At {services:,} services; memory at {most:,}, too. Those in italics print what they read, and take memory for it.
+At {services:,} services, the median time; and one run at {most:,}. The memory does not depend on what they print.
 """.splitlines()
-    yield from table(["verb", "time", "memory", f"at {most:,}"],
-                     [[f"*{name}*" if name in PRINTING else name, duration(value["seconds"]),
-                       f"{value[services]:.1f} MB", f"{value[most]:.1f} MB"] for name, value in verbs.items()])
+    yield from table(["verb", "time", "memory", f"time at {most:,}", "memory"],
+                     [[name, duration(value["seconds"]), f"{value[services][0]:.1f} MB", duration(value[most][1]),
+                       f"{value[most][0]:.1f} MB"] for name, value in verbs.items()])
     yield from """
 ## The application's heap
 
