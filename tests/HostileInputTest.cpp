@@ -243,8 +243,8 @@ TEST_F(EndlessFile, InTheTvOfAnotherUserEndsTheLook) {
         for (const bool isPipe : {true, false}) {
             init();
             put(home() / name, isPipe);
-            for (const std::string words :
-                 {"status", "record", "export --format vdr", "diff " + home("mine").string()}) {
+            for (const std::string& words :
+                 test::Strings{"status", "record", "export --format vdr", "diff " + home("mine").string()}) {
                 EXPECT_NE(limited(words).code, 124) << name << ": " << words;
             }
             EXPECT_NE(limited("diff " + home().string(), "mine").code, 124) << name;
@@ -263,7 +263,8 @@ TEST_F(EndlessFile, IsNoneThatAViewMakes) {
               "ALTER TABLE services RENAME TO t; CREATE VIEW services" + endless + "t.* FROM t, n WHERE i < 0"}}) {
         init();
         sim::Database(home() / name, sim::Database::Access::Change).run(statements);
-        for (const std::string words : {"status", "record", "export --format vdr", "diff " + home("mine").string()}) {
+        for (const std::string& words :
+             test::Strings{"status", "record", "export --format vdr", "diff " + home("mine").string()}) {
             EXPECT_NE(limited(words).code, 124) << name << ": " << words;
         }
         EXPECT_THAT(limited("diff " + home().string(), "mine").text, HasSubstr("prohibited")) << name;
