@@ -88,8 +88,8 @@ def is_noticed(path, sweeps):
     stories = {os.path.basename(story)[:-len("_test.py")] for story in glob.glob("tests/stories/*_test.py")}
     left_out = [f"^Stories\\.{story}$" for story in stories.difference(STORIES.get(os.path.dirname(path), []))]
     left_out += [] if sweeps else ["Sweep", "CrashPoint"]
-    return run(["ctest", "--test-dir", "build/debug", "-j", str(os.cpu_count()), "--stop-on-failure", "--timeout", "300",
-                "-E", "|".join(left_out)]) != 0
+    return run(["ctest", "--test-dir", "build/debug", "-j", str(os.cpu_count()), "--stop-on-failure",
+                "--timeout", "300", "-E", "|".join(left_out)]) != 0
 
 
 def copy_tree():
