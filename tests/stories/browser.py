@@ -34,6 +34,7 @@ def start_browser(scheme="dark", width=1280, height=800):
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
     browser = webdriver.Chrome(service=LoopbackService("/usr/bin/chromedriver"), options=options)
     # The size of the page, not of the window around it.
+    browser.set_script_timeout(WAIT * 3)
     browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
                             {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False})
     browser.execute_cdp_cmd("Emulation.setEmulatedMedia",

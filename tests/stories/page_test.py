@@ -47,17 +47,24 @@ return [...document.querySelectorAll(named)].filter((element) => element.checkVi
 """
 
 
-# Until the replay has hidden what comes later; then it is stopped, or goes on to its end.
-REPLAY = """
-const [isStopped, done] = arguments;
+# Ten times: until the replay has hidden what comes later, and until it shows everything again.
+REPLAYS = """
+const done = arguments[0];
 const press = (label) => document.querySelector(`[aria-label='${label}']`).click();
-const look = () => {
-  if (!document.querySelector(".mark-button.later")) return requestAnimationFrame(look);
-  if (isStopped) press("Stop the replay");
+const hides = () => document.querySelector(".mark-button.later") !== null;
+const until = (condition) => new Promise((resolve) => {
+  const look = () => condition() ? resolve() : requestAnimationFrame(look);
+  look();
+});
+(async () => {
+  for (let i = 0; i < 10; i++) {
+    press("Replay the run");
+    await until(hides);
+    if (i < 9) press("Stop the replay");
+    await until(() => !hides());
+  }
   done();
-};
-press("Replay the run");
-look();
+})();
 """
 
 ROWS = "return [...document.querySelectorAll('#tv .rows li')].map((row) => row.innerText.replaceAll('\\n', ' '))"
@@ -201,11 +208,7 @@ class Stories(Page):
         self.until_text("#verdict", "Everything is in the cloud")
         for motion in "no-preference", "reduce":
             self.media(prefers_reduced_motion=motion)
-            for _ in range(10):
-                self.browser.execute_async_script(REPLAY, True)
-                self.until(lambda: not self.all(".mark-button.later"), "it has stopped")
-        self.browser.execute_async_script(REPLAY, False)
-        self.until(lambda: not self.all(".mark-button.later"), "it has ended")
+            self.browser.execute_async_script(REPLAYS)
 
     def test_a_run_that_is_open_when_the_page_comes_is_followed(self):
         self.b.tv("fault", "add", "bnr_response", "delay=8000")
