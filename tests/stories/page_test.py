@@ -306,7 +306,7 @@ class Stories(Page):
         self.type("#file", str(self.folder / "customer.zip"))
         self.until_text("#dialog", "Damaged")
         self.assertIn("iss: ", self.text("#dialog .answer"))
-        self.assertIn("metadata is not known", self.text("#dialog .answer"))
+        self.assertIn("A restore on b: ", self.text("#dialog .answer"))
         self.assertIn("+ added", self.text("#dialog .differences"))
         self.assertNotIn("whole", self.text("#dialog .entries"))
         self.assertEqual(len(self.a.tv("cloud", "list", "--json").json["backups"]), 1, "only looked at")

@@ -76,7 +76,7 @@ class Shots(Page):
         self.shoot("refused", ("window", "phone"))
         self.click("[data-key='more-000001']")
         self.click("[data-key='show-000001']")
-        self.until_text("#dialog", "would refuse it")
+        self.until_text("#dialog", "A restore on b: refused")
         self.shoot("bundle")
 
     def test_3_a_live_run(self):

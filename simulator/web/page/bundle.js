@@ -10,7 +10,8 @@ function wholeness({isWhole, problems, ambiguities, restore}) {
   return h("div", {class: `answer ${isWhole ? "good" : "bad"}`},
     h("p", {class: "headline"}, isWhole ? "Whole: each byte was read" : problems.length > 0 ? "Damaged" : "Ambiguous"),
     [...problems, ...ambiguities].map((problem, i) => h("p", {key: i}, text(problem))),
-    restore ? h("p", {}, tv, restore.isPossible ? " would take it." : " would refuse it: ", text(restore.why)) : null);
+    restore ? h("p", {}, "A restore on ", tv, `: ${restore.outcome}`, restore.why ? [": ", text(restore.why)] : null)
+      : null);
 }
 
 function channelCounts({services, byType}) {

@@ -63,7 +63,11 @@ function badgeOf(backup) {
     const part = items.find((each) => each.state === "damaged");
     return ["bad", `${part ? itemTitle(part.item) : "archive"} damaged`, problems.join("\n")];
   }
-  if (restore && !restore.isPossible) return ["part", `${restore.cause} differs`, restore.why];
+  if (restore && restore.outcome !== "done") {
+    const isAntenna = restore.cause === "antenna";
+    return [isAntenna || restore.isPossible ? "part" : "bad",
+      isAntenna ? "antenna differs" : `would be ${restore.outcome}`, restore.why];
+  }
   return ["good", "verified", ""];
 }
 

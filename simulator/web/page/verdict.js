@@ -12,6 +12,7 @@ const HEADLINES = {
   refused: () => "The backup does not fit this TV",
   failed: (run) => `No ${run.operation || "run"}`,
   crashed: () => "The application ended before its work was done",
+  unchecked: () => "The run has ended, but the TV or the store cannot be looked at",
 };
 
 // "at 2.500 s, call 71 of 106".

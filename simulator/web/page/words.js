@@ -36,7 +36,8 @@ const TITLES = {iss: "iss database", ci: "CI files", viewing: "viewing state", i
 export const itemTitle = (item) => TITLES[item] ?? item.replace(/^favname/, "favourites ");
 
 // The tone and the glyph of an outcome.
-const TONES = {done: ["good", "●"], "done in part": ["part", "◐"], open: ["calm", "○"], none: ["calm", "–"]};
+const TONES = {done: ["good", "●"], "done in part": ["part", "◐"], unchecked: ["part", "◌"],
+  open: ["calm", "○"], none: ["calm", "–"]};
 export const toneOf = (outcome) => (TONES[outcome] ?? ["bad", "■"])[0];
 export const glyphOf = (outcome) => (TONES[outcome] ?? ["bad", "■"])[1];
 
