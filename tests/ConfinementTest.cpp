@@ -146,7 +146,7 @@ TEST_F(Confined, OutputIsShownAsTheApplicationsOwn) {
     const test::Answer output = tv("run operation=restore --json 2>/dev/null");
     EXPECT_EQ(output.text.front(), '{');
     EXPECT_THAT(output.text, AllOf(HasSubstr("\"outcome\" : \"failed\""), Not(HasSubstr("forged"))));
-    const test::Answer log = tv("run operation=restore 2>&1 >/dev/null");
+    const test::Answer log = tv("-v run operation=restore 2>&1 >/dev/null");
     EXPECT_THAT(log.text,
                 AllOf(HasSubstr("halcyon-lineup printed: {\"outcome\": \"done\"}\\x1b[2J\n"), Not(HasSubstr("\x1b"))));
 }

@@ -140,20 +140,6 @@ TEST_F(Home, ATvThatCannotBeWrittenToCanBeShown) {
     ASSERT_EQ(::chmod((home() / "service-db").c_str(), 0700), 0);
 }
 
-TEST_F(Home, AChangeDuringAResetIsRefusedAsBusy) {
-    init();
-    sim::Tv tv(home());
-    tv.setScanning(true);
-    sim::resetTo(home(), sim::INIT_SNAPSHOT);
-    try {
-        tv.setScanning(true);
-        ADD_FAILURE() << "it is not the TV there any more";
-    } catch (const sim::Error& error) {
-        EXPECT_EQ(error.kind(), sim::Error::Kind::Locked) << error.what();
-        EXPECT_THAT(error.what(), HasSubstr("try again"));
-    }
-}
-
 TEST_F(Home, WhatIsHeldWithoutARunIsNotCalledARun) {
     init();
     tv("run -q");

@@ -53,7 +53,7 @@ TEST_F(Run, ASignalToTheToolEndsTheApplication) {
     const sim::Descriptor reader(ends[0]);
     sim::Descriptor writer(ends[1]);
     sim::ProcessOptions launch;
-    launch.words = {HALCYON_TV, "--home", home(), "run", "--realtime"};
+    launch.words = {HALCYON_TV, "--home", home(), "-v", "run", "--realtime"};
     launch.output = launch.errors = writer.get();
     const sim::Process tool(launch);
     writer.reset();

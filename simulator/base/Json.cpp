@@ -3,7 +3,6 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
-#include <exception>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -11,30 +10,37 @@ namespace sim {
 
 namespace {
 
-class TooManyValues : public std::exception {};
+// Stops at what is no JSON, or at one value too many.
+class Limited : public nlohmann::json_sax<nlohmann::json> {
+public:
+    bool null() override { return count(); }
+    bool boolean(bool /*value*/) override { return count(); }
+    bool number_integer(number_integer_t /*value*/) override { return count(); }
+    bool number_unsigned(number_unsigned_t /*value*/) override { return count(); }
+    bool number_float(number_float_t /*value*/, const string_t& /*text*/) override { return count(); }
+    bool string(string_t& /*value*/) override { return count(); }
+    bool binary(binary_t& /*value*/) override { return count(); }
+    bool start_object(std::size_t /*size*/) override { return count(); }
+    bool key(string_t& /*name*/) override { return true; }
+    bool end_object() override { return true; }
+    bool start_array(std::size_t /*size*/) override { return count(); }
+    bool end_array() override { return true; }
+    bool parse_error(std::size_t /*at*/, const std::string& /*token*/,
+                     const nlohmann::detail::exception& /*error*/) override {
+        return false;
+    }
+
+private:
+    bool count() { return ++m_count <= JSON_VALUES; }
+
+    std::size_t m_count = 0;
+};
 
 // jsoncpp accepts some texts that are not JSON ("-01", a line break inside a string). This parser does not, but takes a
 // NUL for the end of the text.
 bool isJson(const std::string& text) {
-    return text.find('\0') == std::string::npos && nlohmann::json::accept(text);
-}
-
-bool hasFewValues(const std::string& text) {
-    using Event = nlohmann::json::parse_event_t;
-    std::size_t count = 0;
-    const auto discard = [&](int /*depth*/, Event event, nlohmann::json& /*value*/) {
-        const bool isValue = event == Event::value || event == Event::object_start || event == Event::array_start;
-        if (isValue && ++count > JSON_VALUES) {
-            throw TooManyValues();
-        }
-        return false;
-    };
-    try {
-        const nlohmann::json discarded = nlohmann::json::parse(text, discard, false);
-        return true;
-    } catch (const TooManyValues&) {
-        return false;
-    }
+    Limited limited;
+    return text.find('\0') == std::string::npos && nlohmann::json::sax_parse(text, &limited);
 }
 
 }  // namespace
@@ -45,8 +51,7 @@ bool parseJson(const std::string& text, Json::Value& value) {
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     value = Json::Value();
     try {
-        if (isJson(text) && hasFewValues(text) &&
-            reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) {
+        if (isJson(text) && reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) {
             return true;
         }
     } catch (const Json::Exception&) {  // nested too deep

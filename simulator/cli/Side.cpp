@@ -27,7 +27,8 @@ fs::path metadataFileOf(const fs::path& bundle, const std::string& given) {
     const fs::path own = bundle.string() + sim::application::METADATA_SUFFIX;
     const fs::path stored = bundle.parent_path() / "metadata.json";
     const bool isStored = bundle.filename() == "bundle.zip" && sim::isRegularFile(bundle.parent_path() / "info.json");
-    return sim::isRegularFile(own) ? own : isStored && sim::isRegularFile(stored) ? stored : fs::path();
+    const auto isThere = [](const fs::path& path) { return sim::pathExists(path) && !sim::isFolder(path); };
+    return isThere(own) ? own : isStored && isThere(stored) ? stored : fs::path();
 }
 
 NamedBundle readBundleFile(const std::string& file, const std::string& metadata) {

@@ -77,7 +77,7 @@ class Stories(TwoTvs):
                                                            ("default/c/k/00000001-nothexad", "default/x", "notes.txt")))
         answer = self.b.tv("run", "-q", "operation=restore", code=7).text
         self.assertIn("its bytes are not those that were stored", answer)
-        self.assertIn("its bytes are not those", self.a.tv("bundle", "verify", third["id"], code=3).errors)
+        self.assertIn("its bytes are not those", self.a.tv("bundle", "verify", third["id"], code=6).errors)
 
     def test_a_refusal_says_what_the_store_said_and_no_secret(self):
         secret = os.environ["AWS_SECRET_ACCESS_KEY"]
