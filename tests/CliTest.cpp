@@ -130,26 +130,25 @@ TEST_P(CliMistake, IsExplained) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cli, CliMistake,
-    ::testing::Values(Mistake{"", 2, "A subcommand is required"}, Mistake{"dance", 2, "Run with --help"},
-                      Mistake{"set service 99", 3, "the TV has no service '99'"},
-                      Mistake{"set source 9", 3, "the TV has no source '9'"},
-                      Mistake{"set mode 2", 3, "not of the form ANTENNA/SERVICE"},
-                      Mistake{"set category 2/7/0", 3, "the TV has no category '2/7/0'"},
-                      Mistake{"set antenna x", 3, "'x' is not a number"},
-                      Mistake{"set volume 3", 3, "cannot set 'volume' to '3'"},
-                      Mistake{"set setting:text:k v", 3, "'text' is no type of a setting"},
-                      Mistake{"set setting:bool:k maybe", 3, "'maybe' is no value of the type bool"},
-                      Mistake{"fault clear 7", 3, "no rule 7"},
-                      Mistake{"run restore", 2, "'restore' is not of the form key=value"},
-                      Mistake{"run --backup 000009 operation=restore", 3, "holds no backup 000009"},
-                      Mistake{"record", 3, "no run yet"}, Mistake{"record 5", 3, "no run 5"},
-                      Mistake{"bundle show 000001", 3, "holds no backup 000001"},
-                      Mistake{"cloud show 000001", 2, "use: halcyon-tv bundle show"},
-                      Mistake{"bundle diff x.zip", 2, "use: halcyon-tv diff"}, Mistake{"cloud list", 0, "No backup in"},
-                      Mistake{"record --call GetServiceDb", 2, "(did you mean 'IUtil::GetServiceDb'?)"},
-                      Mistake{"fault add GetServiceDb throw", 3, "(did you mean 'IUtil::GetServiceDb'?)"},
-                      Mistake{"backup", 2, "for a backup: halcyon-tv run operation=backup"},
-                      Mistake{"fault add bnr_backup null", 3, "bnr_backup cannot fail with 'null'"}));
+    ::testing::Values(
+        Mistake{"", 2, "A subcommand is required"}, Mistake{"dance", 2, "Run with --help"},
+        Mistake{"cloud", 2, "A subcommand is required"}, Mistake{"set service 99", 3, "the TV has no service '99'"},
+        Mistake{"set source 9", 3, "the TV has no source '9'"},
+        Mistake{"set mode 2", 3, "not of the form ANTENNA/SERVICE"},
+        Mistake{"set category 2/7/0", 3, "the TV has no category '2/7/0'"},
+        Mistake{"set antenna x", 3, "'x' is not a number"}, Mistake{"set volume 3", 3, "cannot set 'volume' to '3'"},
+        Mistake{"set setting:text:k v", 3, "'text' is no type of a setting"},
+        Mistake{"set setting:bool:k maybe", 3, "'maybe' is no value of the type bool"},
+        Mistake{"fault clear 7", 3, "no rule 7"}, Mistake{"run restore", 2, "'restore' is not of the form key=value"},
+        Mistake{"run --backup 000009 operation=restore", 3, "holds no backup 000009"},
+        Mistake{"record", 3, "no run yet"}, Mistake{"record 5", 3, "no run 5"},
+        Mistake{"bundle show 000001", 3, "holds no backup 000001"},
+        Mistake{"cloud show 000001", 2, "use: halcyon-tv bundle show"},
+        Mistake{"bundle diff x.zip", 2, "use: halcyon-tv diff"}, Mistake{"cloud list", 0, "No backup in"},
+        Mistake{"record --call GetServiceDb", 2, "(did you mean 'IUtil::GetServiceDb'?)"},
+        Mistake{"fault add GetServiceDb throw", 3, "(did you mean 'IUtil::GetServiceDb'?)"},
+        Mistake{"backup", 2, "for a backup: halcyon-tv run operation=backup"},
+        Mistake{"fault add bnr_backup null", 3, "bnr_backup cannot fail with 'null'"}));
 
 TEST_F(Cli, FindsAPlaceForTemporaryFiles) {
     init();
