@@ -236,6 +236,10 @@ TEST_F(Services, AreNotTakenFromAStoredBackupThatLiesOrCannotBeRead) {
     EXPECT_THAT(a.setup().of(sim::Item::Iss), SizeIs(3)) << "a name in the store does not lead out of the folder";
     const auto cloud = sim::openCloud(a.cloud);
     EXPECT_THAT(cloud->look(cloud->content().backups.at(0)).damage, HasSubstr("000001/metadata.json: cannot read"));
+    for (const char* name : {"", ".", "x/.."}) {
+        test::write(storedBackup("000002") / "info.json", fmt::format(R"({{"time":"","name":"{}"}})", name));
+        EXPECT_THAT(cloud->look(cloud->content().backups.at(1)).damage, HasSubstr("cannot be the file name")) << name;
+    }
 }
 
 }  // namespace

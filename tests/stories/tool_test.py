@@ -102,6 +102,8 @@ class Scripts(Story):
         self.assertEqual([each["tv"] for each in report["failures"]], ["tv-00004"])
         accounts = {each["account"] for each in tv.tv("cloud", "list", "--json").json["backups"]}
         self.assertEqual(accounts, {f"tv-0000{i}" for i in range(1, 6)})
+        failed = tv.tv("--cloud", "none", "fleet", "run", "--tvs", 7, "operation=restore", code=1).text
+        self.assertRegex(failed, r"\n  tv-00001, (tv-\d+, ){3}tv-\d+ and others\n")
 
     def test_the_tvs_of_a_fleet_have_the_channels_of_this_one(self):
         own = self.folder / "own.conf"
