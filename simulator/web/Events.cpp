@@ -147,7 +147,7 @@ void Watch::lookAtRun(const std::string& name, const sim::Tv& tv, Seen& seen, st
     }
     if (newest > seen.run) {
         seen.isOpen = true;
-        seen.seq = 0;
+        seen.told.clear();
         seen.ended = {};
     }
     seen.run = newest;
@@ -157,12 +157,16 @@ void Watch::lookAtRun(const std::string& name, const sim::Tv& tv, Seen& seen, st
     }
     RunReport report;
     report.run = *run;
+    // A call is recorded when it returns, behind what it has logged; and the second record of a message changes the
+    // first.
     Json::Value moments(Json::arrayValue);
-    const int after = seen.seq;
+    const std::size_t before = seen.told.size();
     for (const Moment& moment : timelineOf(tv, report, {})) {
-        if (moment.seq > after) {
-            moments.append(toJson(moment));
-            seen.seq = moment.seq;
+        Json::Value json = toJson(moment);
+        std::string text = writeJson(json);
+        if (std::string& told = seen.told[moment.seq]; told != text) {
+            told = std::move(text);
+            moments.append(std::move(json));
         }
     }
     if (run->ended != RunEnd::Running && seen.ended == Clock::time_point()) {
@@ -175,7 +179,7 @@ void Watch::lookAtRun(const std::string& name, const sim::Tv& tv, Seen& seen, st
                                               {"run", run->id},
                                               {"started", run->started},
                                               {"operation", nameOf(run->operation)},
-                                              {"after", after},
+                                              {"before", static_cast<Json::UInt64>(before)},
                                               {"moments", std::move(moments)},
                                               {"isOpen", seen.isOpen}})));
     }

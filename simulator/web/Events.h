@@ -40,8 +40,8 @@ private:
         std::string state;
         Json::Value entry;
         std::string list;
-        std::int64_t run = 0;  // the newest
-        int seq = 0;           // of its last record that was told
+        std::int64_t run = 0;             // the newest
+        std::map<int, std::string> told;  // of its records, by sequence number
         bool isOpen = false;
         std::chrono::steady_clock::time_point ended;  // of a run that nobody has judged yet
     };

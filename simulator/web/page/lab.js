@@ -160,14 +160,13 @@ export const on = {
   cloud: readCloud,
 };
 
-// What was launched from here is answered with the whole run.
-function follow({run, operation, after, moments, isOpen}) {
-  const {timeline} = state.run;
-  const last = timeline.at(-1)?.seq ?? 0;
+// What was launched from here is answered with the whole run. An event may come with more of a record that is known.
+function follow({run, operation, before, moments, isOpen}) {
   if (state.run.outcome !== "open") return;
   state.run.operation = operation;
-  if (after > last + 1) soon("run", readRun(run));
-  else state.run.timeline = timeline.concat(moments.filter((each) => each.seq > last));
+  if (before > state.run.timeline.length) soon("run", readRun(run));
+  const bySeq = new Map([...state.run.timeline, ...moments].map((each) => [each.seq, each]));
+  state.run.timeline = [...bySeq.values()].sort((a, b) => a.seq - b.seq);
   if (!isOpen && !state.busy[state.tv]) soon("run", readRun(run));
 }
 
