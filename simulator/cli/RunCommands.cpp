@@ -231,6 +231,9 @@ int run(const Session& session, const RunOptions& options) {
     const std::vector<sim::FaultRule> rules = tv.faults().list();
     const sim::RunReport report = sim::launchAndJudge(request, tv, session.cloud, *store, lock, &executeForwarding);
     printReport(session, report, session.isVerbose ? std::optional(sim::timelineOf(tv, report, {})) : std::nullopt);
+    if (!session.isQuiet) {
+        printLines(stderr, "", report.complaints);
+    }
     if (!report.unrecorded.empty()) {
         print(stderr, "The verdict is not in the run's record: {}\n", report.unrecorded);
     }
@@ -305,8 +308,11 @@ bool checkExtras(const std::vector<std::string>& extras) {
     }
     const bool isRestore = sim::application::isRestore(operation);
     if (!isRestore && operation != "backup") {
+        const std::string hint = operation.find(' ') == std::string::npos
+                                     ? sim::didYouMean(operation, {"restore", "backup"})
+                                     : " (give each extra value as a word of its own)";
         throw UsageError(fmt::format("operation {} would make a backup{}; --as-is launches it anyway",
-                                     sim::inQuotes(operation), sim::didYouMean(operation, {"restore", "backup"})));
+                                     sim::inQuotes(operation), hint));
     }
     return isRestore;
 }

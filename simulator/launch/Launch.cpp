@@ -12,6 +12,7 @@
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
+#include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
 
 namespace fs = std::filesystem;
@@ -88,6 +89,18 @@ std::string contentOf(std::FILE* file) {
     return text;
 }
 
+// The lines that are none of the application's log.
+std::vector<std::string> complaintsIn(const std::string& printed) {
+    const std::string prefix = std::string(application::NAME) + ": ";
+    std::vector<std::string> complaints;
+    for (const std::string& line : split(printed, '\n')) {
+        if (line.compare(0, prefix.size(), prefix) == 0) {
+            complaints.push_back(line);
+        }
+    }
+    return complaints;
+}
+
 }  // namespace
 
 EndedProcess execute(const Start& start) {
@@ -132,6 +145,9 @@ RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& c
                                 printed ? "\n" : "", printed ? contentOf(printed.get()) : ""));
     }
     RunReport report = reportRun(tv, store, *run);
+    if (printed) {
+        report.complaints = complaintsIn(contentOf(printed.get()));
+    }
     if (report.verdict.outcome != Outcome::Unchecked) {
         try {
             tv.runs().record(run->id).add(report.verdict);

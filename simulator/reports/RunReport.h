@@ -17,7 +17,8 @@ struct RunReport {
     std::string response;  // in words, like the next two
     std::string reply;
     std::string end;
-    std::string unrecorded = {};  // why the verdict could not be added to the record
+    std::vector<std::string> complaints = {};  // of the TV's services, such as of a record that is not whole
+    std::string unrecorded = {};               // why the verdict could not be added to the record
 };
 
 // With the verdict that was given at the run's end. If there is none, the newest run is judged now, or stays unchecked

@@ -341,10 +341,13 @@ class Quiet(Story):
         tv = Tv(self.folder, "a")
         self.assertEqual(tv.tv("run").errors, "")
         self.assertIn("I/halcyon-lineup: ", tv.tv("run", "-v").errors)
+        loose = tv.tv("run", "--no-sandbox").errors.splitlines()
+        self.assertEqual(len(loose), 1, "what the TV complains of is no log")
+        self.assertIn("it is not confined", loose[0])
         tv.tv("fault", "add", "bnr_backup", "result=-1")
         failed = tv.tv("run", code=1)
         self.assertTrue(failed.text.startswith("failed: "))
-        self.assertIn("all of it: halcyon-tv record 3 --log\n", failed.errors)
+        self.assertIn("all of it: halcyon-tv record 4 --log\n", failed.errors)
         self.assertRegex(failed.errors, "log 6 .*bnr_backup")
 
 
