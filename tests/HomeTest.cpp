@@ -12,7 +12,6 @@
 #include "simulator/base/Error.h"
 #include "simulator/cloud/OpenCloud.h"
 #include "simulator/reports/TvReport.h"
-#include "simulator/tv/Snapshot.h"
 #include "tests/support/CommandLine.h"
 #include "tests/support/WithoutPrivileges.h"
 
