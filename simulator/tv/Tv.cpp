@@ -42,7 +42,7 @@ void requireTv(const fs::path& home) {
     if (database.type() == fs::file_type::none) {
         throw Error::ofSystem(home, "cannot look for a TV there", error.value());
     }
-    if (!fs::exists(database)) {
+    if (database.type() == fs::file_type::not_found) {
         throw Error(Error::Kind::Missing,
                     fmt::format("no TV at {}; make one with: halcyon-tv --home '{}' init --channels FILE",
                                 home.string(), home.string()));

@@ -147,7 +147,8 @@ class Scripts(Story):
         lines = notes.read_text().splitlines()
         begun = [line for line in lines if "newest" not in line and "isComplete" not in line]
         notes.write_text("\n".join(begun) + '\n{"tv":"tv-0000')
-        for words, named in [(["--cloud", self.folder / "other"], "other"), (["operation=restore"], "operation=restore"),
+        for words, named in [(["--cloud", self.folder / "other"], "other"),
+                             (["operation=restore"], "operation=restore"),
                              (["--channels", CHANNELS], str(CHANNELS))]:
             errors = tv.tv(*fleet, *words, code=3).errors
             self.assertIn(named, errors)
