@@ -48,7 +48,9 @@ Error::Kind kindOfSqliteCode(int code, int systemError) {
     if (isOfSystem && systemError != 0) {
         reason = fmt::format("{}: {}", reason, std::strerror(systemError));
     }
-    if (code == SQLITE_READONLY_DBMOVED) {
+    int hasMoved = 0;
+    sqlite3_file_control(database, "main", SQLITE_FCNTL_HAS_MOVED, &hasMoved);
+    if (code == SQLITE_READONLY_DBMOVED || (hasMoved != 0 && (code & 0xFF) == SQLITE_IOERR)) {
         throw Error(Error::Kind::Locked, fmt::format("{}: another has taken its place just now; try again", name));
     }
     // How SQLite says that a statement is longer than the limit.
