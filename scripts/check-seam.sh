@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Checks that src/ includes its own headers, platform/, minizip, jsoncpp and the standard library alone, and platform/
 # itself, jsoncpp and the standard library alone. Then links the application alone, as for a TV, against a copy of
-# platform/ and nothing else of this project: what stays undefined must be declared in platform/. The application for the
-# simulator must load no library beside those of src/.
+# platform/ and nothing else of this project: what stays undefined must be declared in platform/. For the simulator, the
+# application must load no library beside those of src/.
 #   check-seam.sh HALCYON-LINEUP
 set -euo pipefail
 application=$(realpath "$1")

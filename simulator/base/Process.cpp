@@ -1,6 +1,8 @@
 #include "simulator/base/Process.h"
 
+#include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "simulator/base/Descriptor.h"
 #include "simulator/base/Error.h"
 
 namespace sim {
@@ -105,6 +108,16 @@ int Process::wait() const {
         }
     }
     return status;
+}
+
+int Process::waitOrKill(std::chrono::milliseconds patience) const {
+    const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, m_id, 0)));
+    pollfd end = {process.get(), POLLIN, 0};
+    // Without such a descriptor, on an old kernel, only the end itself can be waited for.
+    if (process.isOpen() && ::poll(&end, 1, static_cast<int>(patience.count())) == 0) {
+        ::kill(m_id, SIGKILL);
+    }
+    return wait();
 }
 
 std::string describeEnd(int status) {

@@ -1,6 +1,7 @@
 // Child processes.
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <string>
 #include <vector>
@@ -29,6 +30,9 @@ public:
 
     // Waits for the program to end, and returns the status of waitpid(). Throws Error.
     int wait() const;
+
+    // The same, but kills the program if it has not ended after `patience`.
+    int waitOrKill(std::chrono::milliseconds patience) const;
 
 private:
     int m_id = 0;

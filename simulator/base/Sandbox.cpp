@@ -105,9 +105,9 @@ private:
 // What the C++ library and the sanitizers read while the application runs.
 constexpr const char* SYSTEM_PLACES[] = {"/usr", "/lib", "/lib64", "/etc/localtime", "/etc/timezone", "/proc/self"};
 
-void writeText(const char* file, const std::string& text) {
+bool writeText(const char* file, const std::string& text) {
     const Descriptor opened(::open(file, O_WRONLY | O_CLOEXEC));
-    static_cast<void>(::write(opened.get(), text.data(), text.size()));
+    return ::write(opened.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
 // As the system's headers have it from glibc 2.36 on.
@@ -134,12 +134,11 @@ bool lockMounts(const std::vector<fs::path>& writable) {
     if (::unshare(CLONE_NEWNS) != 0) {
         const std::string user = std::to_string(::geteuid());
         const std::string group = std::to_string(::getegid());
-        if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+        if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0 || !writeText("/proc/self/setgroups", "deny") ||
+            !writeText("/proc/self/uid_map", user + " " + user + " 1") ||
+            !writeText("/proc/self/gid_map", group + " " + group + " 1")) {
             return false;
         }
-        writeText("/proc/self/setgroups", "deny");
-        writeText("/proc/self/uid_map", user + " " + user + " 1");
-        writeText("/proc/self/gid_map", group + " " + group + " 1");
     }
     // Below /proc, files of other processes could be opened.
     if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||

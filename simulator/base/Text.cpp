@@ -152,7 +152,7 @@ std::string_view startOf(std::string_view text, std::size_t maxBytes) {
 
 std::string inQuotes(std::string_view text) {
     constexpr std::size_t MAX_BYTES = 40;
-    return "'" + shown(startOf(text, MAX_BYTES)) + (text.size() > MAX_BYTES ? "...'" : "'");
+    return fmt::format("'{}{}'", shown(startOf(text, MAX_BYTES)), text.size() > MAX_BYTES ? "..." : "");
 }
 
 std::string didYouMean(std::string_view word, const std::vector<std::string>& candidates) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -20,6 +21,9 @@ namespace fs = std::filesystem;
 namespace sim {
 
 namespace {
+
+// The application has ended, by a signal perhaps: what it asked for last may wait for a store that does not answer.
+constexpr std::chrono::seconds PATIENCE{2};
 
 // A program beside this one.
 fs::path programPath(const char* name) {
@@ -135,10 +139,10 @@ RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& c
         end = execute(start);
     } catch (...) {
         wires.reset();
-        served.wait();
+        served.waitOrKill(PATIENCE);
         throw;
     }
-    served.wait();
+    served.waitOrKill(PATIENCE);
     const std::optional<Run> run = tv.runs().close(before, end->pid, end->how);
     if (!run) {
         throw Error(fmt::format("the application did not start on the TV at {}: {}{}{}", tv.home().string(), end->how,

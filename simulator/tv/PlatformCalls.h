@@ -23,7 +23,8 @@ namespace calls {
 #define POINTER "null throw"
 #define DAMAGE "damage=truncate damage=corrupt damage=empty damage=missing damage=dangling damage=unwritable"
 #define EVENT "null lost delay=60000"
-#define PLATFORM_CALL(identifier, name, item, failures, ...) inline constexpr PlatformCall identifier{name, item, failures};
+#define PLATFORM_CALL(identifier, name, item, failures, ...) \
+    inline constexpr PlatformCall identifier{name, item, failures};
 #include "simulator/wire/PlatformCalls.inc"
 #undef PLATFORM_CALL
 #undef STATUS

@@ -6,8 +6,8 @@
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
 #include "simulator/base/Text.h"
-#include "simulator/cloud/OpenCloud.h"
 #include "simulator/reports/ToJson.h"
+#include "simulator/web/Routes.h"
 
 namespace fs = std::filesystem;
 
@@ -17,7 +17,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds REQUEST_INTERVAL{2};
+constexpr std::chrono::seconds REQUEST_INTERVAL{5};
 constexpr std::chrono::milliseconds OPEN_INTERVAL{500};  // between looks at an open run: a kill changes no file
 constexpr std::chrono::milliseconds COALESCED{50};       // changes that are told together
 constexpr std::chrono::seconds JUDGEMENT{2};             // time for whoever launched a run to judge it
@@ -33,10 +33,12 @@ std::string event(const char* name, const Json::Value& data) {
 
 }  // namespace
 
-Watch::Watch(const Lab& lab) : m_lab(lab) {
+Watch::Watch(const Lab& lab) : m_lab(lab), m_isRemote(lab.cloud().find("://") != std::string::npos) {
     std::vector<std::string> ignored;
     lookAround(ignored);
-    lookAtCloud(ignored);
+    if (!m_isRemote) {
+        lookAtCloud(ignored);
+    }
 }
 
 std::vector<std::string> Watch::next(std::chrono::milliseconds patience) {
@@ -55,7 +57,9 @@ std::vector<std::string> Watch::next(std::chrono::milliseconds patience) {
             lookAtTv(name, events);
         }
     }
-    if (m_isRemote ? Clock::now() >= m_nextRequest : changed.count(CLOUD) != 0) {
+    if (m_isRemote) {
+        askCloud(events);
+    } else if (changed.count(CLOUD) != 0) {
         lookAtCloud(events);
     }
     return events;
@@ -185,35 +189,32 @@ void Watch::lookAtRun(const std::string& name, const sim::Tv& tv, Seen& seen, st
     }
 }
 
-// A store on another machine is asked now and then. In a folder, also what is written into a backup is a change.
+// In a folder, also what is written into a backup is a change.
 void Watch::lookAtCloud(std::vector<std::string>& events) {
-    std::string cloud;
-    try {
-        if (!m_store) {
-            m_store = openCloud(m_lab.cloud());
-            m_isRemote = m_store->isRemote();
-        }
-        if (m_isRemote) {
-            for (const BackupName& name : m_store->content().backups) {
-                cloud += name.path() + " " + name.etag + "\n";
-            }
-        }
-    } catch (const Error& error) {  // is told to who asks for the backups
-        cloud = error.what();
+    const fs::path folder = m_lab.cloud();
+    if (isFolder(folder)) {
+        followCloud(folder);
+    } else {
+        m_folders.add(folder.parent_path(), CLOUD);
     }
+    events.push_back(event("cloud", object({})));
+}
+
+// A store on another machine is asked now and then, by a process: it may never answer.
+void Watch::askCloud(std::vector<std::string>& events) {
+    if (!m_job && Clock::now() >= m_nextRequest) {
+        m_job = std::make_unique<Job>(m_lab, wordsOf("GET", "cloud", {}));
+    }
+    const std::optional<Job::Answer> answer = m_job ? m_job->answer() : std::nullopt;
+    if (!answer) {
+        return;
+    }
+    m_job.reset();
     m_nextRequest = Clock::now() + REQUEST_INTERVAL;
-    if (!m_isRemote) {
-        const fs::path folder = m_lab.cloud();
-        if (isFolder(folder)) {
-            followCloud(folder);
-        } else {
-            m_folders.add(folder.parent_path(), CLOUD);
-        }
-    }
-    if (!m_isRemote || cloud != m_cloud) {
+    if (!m_cloud.empty() && answer->json != m_cloud) {
         events.push_back(event("cloud", object({})));
     }
-    m_cloud = cloud;
+    m_cloud = answer->json;
 }
 
 void Watch::followCloud(const fs::path& folder) {

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "simulator/web/FolderWatch.h"
+#include "simulator/web/Job.h"
 #include "simulator/web/Lab.h"
 
 namespace sim {
@@ -50,15 +51,16 @@ private:
     void lookAtTv(const std::string& name, std::vector<std::string>& events);
     void lookAtRun(const std::string& name, const Tv& tv, Seen& seen, std::vector<std::string>& events);
     void lookAtCloud(std::vector<std::string>& events);
+    void askCloud(std::vector<std::string>& events);
     void followCloud(const std::filesystem::path& folder);
     bool isRunOpen() const;
 
     const Lab& m_lab;
     FolderWatch m_folders;
     std::map<std::string, Seen> m_seen;
-    std::unique_ptr<CloudStore> m_store;
-    bool m_isRemote = false;
-    std::string m_cloud;
+    bool m_isRemote;
+    std::unique_ptr<Job> m_job;  // that asks for the backups
+    std::string m_cloud;         // its last answer
     std::chrono::steady_clock::time_point m_nextRequest;
 };
 

@@ -221,7 +221,8 @@ class Server(Story):
         while seen[-1][0] != "tv" or seen[-1][1]["newest"]["outcome"] is None:
             seen.append(next(events))
         moments = [moment["seq"] for name, data, _ in seen if name == "run" for moment in data["moments"]]
-        self.assertEqual(sorted(set(moments)), [moment["seq"] for moment in self.ask("/api/tvs/a/runs/1")[1]["timeline"]])
+        timeline = self.ask("/api/tvs/a/runs/1")[1]["timeline"]
+        self.assertEqual(sorted(set(moments)), [moment["seq"] for moment in timeline])
         self.assertEqual({data["list"] for name, data, _ in seen if name == "tv"}, {told}, "a backup changes no list")
         Tv(self.folder, "lab/b", serial="B")
         lab = next(data for name, data, _ in events if name == "lab")

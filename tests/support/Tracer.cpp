@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
+#include <sched.h>
 #include <seccomp.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -20,6 +21,8 @@
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <set>
+#include <string_view>
 #include <system_error>
 
 #include "simulator/base/Descriptor.h"
@@ -212,8 +215,27 @@ void answer(int listener, const seccomp_notif& event, int error) {
     seccomp_notify_respond(listener, &response);
 }
 
+bool isAsleep(int process) {
+    std::string status;
+    std::getline(std::ifstream(fmt::format("/proc/{}/stat", process)), status);
+    const std::size_t name = status.rfind(") ");
+    return name == std::string::npos || std::string_view("SZX").find(status[name + 2]) != std::string_view::npos;
+}
+
+// Waits until the other processes have done what they were allowed to, and wait for an answer or for one another. What
+// is on disk then stays so while a call is decided about.
+void settle(const std::set<int>& processes, int caller) {
+    const auto end = std::chrono::steady_clock::now() + HUNG_AFTER;
+    for (const int process : processes) {
+        while (process != caller && !isAsleep(process) && std::chrono::steady_clock::now() < end) {
+            ::sched_yield();
+        }
+    }
+}
+
 // Answers the calls of processes until they have ended, hang, or make more of them than any run needs.
 void follow(int listener, const fs::path& folder, const Fate& fate) {
+    std::set<int> processes;
     for (int calls = 0; calls < MAX_CALLS; ++calls) {
         pollfd state = {listener, POLLIN, 0};
         const int ready = ::poll(&state, 1, static_cast<int>(std::chrono::milliseconds(HUNG_AFTER).count()));
@@ -222,6 +244,10 @@ void follow(int listener, const fs::path& folder, const Fate& fate) {
             return;
         }
         const std::optional<DiskCall> call = diskCall(event, folder);
+        if (call) {
+            processes.insert(call->process);
+            settle(processes, call->process);
+        }
         answer(listener, event, call ? fate(*call) : 0);
     }
 }
