@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "simulator/base/Descriptor.h"
 #include "simulator/base/Error.h"
@@ -28,7 +29,8 @@ std::vector<std::string> mergedEnvironment(std::map<std::string, std::string> me
     std::vector<std::string> entries;
     entries.reserve(merged.size());
     for (const auto& [name, value] : merged) {
-        entries.push_back(name + "=" + value);
+        std::string entry = name;
+        entries.push_back(std::move(entry.append("=").append(value)));
     }
     return entries;
 }

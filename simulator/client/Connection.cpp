@@ -127,7 +127,7 @@ std::string handle(const wire::Message& message) {
 
 }  // namespace
 
-Connection::Connection(bool isApplication, std::vector<std::string> words) {
+Connection::Connection(bool isApplication, const std::vector<std::string>& words) {
     const char* given = std::getenv(sim::SOCKET_VARIABLE);
     if (given == nullptr) {
         startServices(isApplication);

@@ -53,7 +53,7 @@ public:
     }
 
 private:
-    Connection(bool isApplication, std::vector<std::string> words);
+    Connection(bool isApplication, const std::vector<std::string>& words);
 
     template <typename Arguments>
     static std::string encoded(const Arguments& arguments) {

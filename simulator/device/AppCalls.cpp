@@ -1,4 +1,4 @@
-// Launch requests, replies, and the main loop.
+// Launch requests, replies and the main loop; paths and JSON texts, which any application asks for.
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
@@ -166,18 +166,9 @@ void runMainLoop(Calls& calls, Controls& controls, std::string_view body) {
     calls.answer(CallId::ui_app_main, wire::encode(wire::Answer<int>{result, {}}));
 }
 
-}  // namespace
-
-void addAppCalls(Calls& calls) {
-    const auto controls = std::make_shared<Controls>();
+// What the application asks of a launch request.
+void addRequestCalls(Calls& calls, const std::shared_ptr<Controls>& controls) {
     using Text = wire::Answer<int, wire::Text>;
-
-    calls.addRaw(CallId::ui_app_main,
-                 [&calls, controls](std::string_view body, bool) { runMainLoop(calls, *controls, body); });
-    calls.add<CallId::ui_app_exit>([](CurrentCall& call) {
-        call.device.loop.quit();
-        return wire::None();
-    });
     calls.add<CallId::app_control_get_caller>([controls](CurrentCall&, Handle request) {
         const Control* control = controls->find(request);
         return control != nullptr ? Text{0, control->caller} : Text{BAD_HANDLE, {}};
@@ -190,13 +181,6 @@ void addAppCalls(Calls& calls) {
         const auto extra = control->extras.find(key);
         return extra != control->extras.end() ? Text{0, extra->second} : Text{NOT_THERE, {}};
     });
-    calls.add<CallId::app_control_clone>([controls](CurrentCall&, Handle request) -> wire::Answer<int, Handle> {
-        const Control* control = controls->find(request);
-        if (control == nullptr) {
-            return {BAD_HANDLE, {}};
-        }
-        return {0, controls->add(*control)};
-    });
     calls.add<CallId::app_control_is_reply_requested>(
         [controls](CurrentCall&, Handle request) -> wire::Answer<int, bool> {
             const Control* control = controls->find(request);
@@ -205,6 +189,17 @@ void addAppCalls(Calls& calls) {
             }
             return {0, control->replyRequested};
         });
+}
+
+// The copies and replies that it makes.
+void addControlCalls(Calls& calls, const std::shared_ptr<Controls>& controls) {
+    calls.add<CallId::app_control_clone>([controls](CurrentCall&, Handle request) -> wire::Answer<int, Handle> {
+        const Control* control = controls->find(request);
+        if (control == nullptr) {
+            return {BAD_HANDLE, {}};
+        }
+        return {0, controls->add(*control)};
+    });
     calls.add<CallId::app_control_create>([controls](CurrentCall&) -> wire::Answer<int, Handle> {
         return {0, controls->add({})};
     });
@@ -222,6 +217,9 @@ void addAppCalls(Calls& calls) {
         });
     calls.add<CallId::app_control_destroy>(
         [controls](CurrentCall&, Handle control) { return controls->remove(control) ? 0 : BAD_HANDLE; });
+}
+
+void addPathAndJsonCalls(Calls& calls) {
     calls.add<CallId::platform_path_resolve>([](CurrentCall& call, int variable, const std::string& relative) {
         return wire::Hidden<wire::Text>{(baseFolder(call.device.tv.home(), variable) / relative).string()};
     });
@@ -230,6 +228,21 @@ void addAppCalls(Calls& calls) {
     calls.add<CallId::stream_to_json>(
         [](CurrentCall&, const std::string&, wire::Hidden<bool> isJson) { return isJson.value; });
     calls.add<CallId::json_to_string>([](CurrentCall&, const std::string&) { return wire::None(); });
+}
+
+}  // namespace
+
+void addAppCalls(Calls& calls) {
+    const auto controls = std::make_shared<Controls>();
+    calls.addRaw(CallId::ui_app_main,
+                 [&calls, controls](std::string_view body, bool) { runMainLoop(calls, *controls, body); });
+    calls.add<CallId::ui_app_exit>([](CurrentCall& call) {
+        call.device.loop.quit();
+        return wire::None();
+    });
+    addRequestCalls(calls, controls);
+    addControlCalls(calls, controls);
+    addPathAndJsonCalls(calls);
 }
 
 }  // namespace sim

@@ -47,8 +47,45 @@ Answer toAnswer(Result&& result) {
     }
 }
 
-template <typename Result>
-constexpr bool isPointer = std::is_same_v<Result, wire::Object> || std::is_same_v<Result, wire::Text>;
+// Does a call, and damages what it has made or gives out if the rule says so.
+template <typename Answer, typename Arguments, typename Body, typename Harm>
+Answer perform(CurrentCall& call, const Arguments& arguments, const std::optional<FaultRule>& hit, const Body& body,
+               const Harm& damage) {
+    const auto withTexts = [&](const auto&... each) {
+        Answer answer = toAnswer<Answer>(body(call, checked(each)...));
+        if constexpr (!std::is_same_v<Harm, std::nullptr_t>) {
+            if (fails(hit, Failure::Kind::Damage)) {
+                damage(call, answer, hit->failure.damage, checked(each)...);
+            }
+        }
+        return answer;
+    };
+    Answer answer = std::apply(withTexts, arguments);
+    if (call.given.empty() && answer.out) {
+        call.given = toJournal(*answer.out);
+    }
+    return answer;
+}
+
+// -1, false or null.
+template <typename Answer>
+Answer failed() {
+    Answer answer{};
+    if constexpr (std::is_same_v<decltype(answer.result), int>) {
+        answer.result = -1;
+    }
+    return answer;
+}
+
+// Replaces the result if the rule says so.
+template <typename Answer>
+void overrule(Answer& answer, const std::optional<FaultRule>& hit) {
+    if constexpr (std::is_arithmetic_v<decltype(answer.result)>) {
+        if (fails(hit, Failure::Kind::Result) || fails(hit, Failure::Kind::Answer)) {
+            answer.result = static_cast<decltype(answer.result)>(hit->failure.number);
+        }
+    }
+}
 
 }  // namespace detail
 
@@ -123,43 +160,23 @@ void addCiCalls(Calls& calls);
 
 template <wire::CallId id, typename Body, typename Harm>
 void Calls::add(Body body, Harm damage) {
-    using Arguments = typename wire::Call<id>::Arguments;
     using Answer = typename wire::Call<id>::Answer;
     addRaw(id, [this, body, damage](std::string_view bytes, bool isAnswered) {
         const PlatformCall& call = *platformCalls()[static_cast<std::size_t>(id)];
-        const auto arguments = wire::decode<Arguments>(bytes);
+        const auto arguments = wire::decode<typename wire::Call<id>::Arguments>(bytes);
         const std::string written = toJournal(arguments);
         const std::optional<FaultRule> hit = nextFailure(call, written);
         CurrentCall current{device, ""};
         Answer answer{};
-        if (!fails(hit, Failure::Kind::Result) && !fails(hit, Failure::Kind::Null)) {
-            try {
-                const auto perform = [&](const auto&... each) { return body(current, detail::checked(each)...); };
-                answer = detail::toAnswer<Answer>(std::apply(perform, arguments));
-                if constexpr (!std::is_same_v<Harm, std::nullptr_t>) {
-                    if (fails(hit, Failure::Kind::Damage)) {
-                        const auto harm = [&](const auto&... each) {
-                            damage(current, answer, hit->failure.damage, detail::checked(each)...);
-                        };
-                        std::apply(harm, arguments);
-                    }
-                }
-                if (current.given.empty() && answer.out) {
-                    current.given = toJournal(*answer.out);
-                }
-            } catch (const std::exception& error) {
-                answer = {};
-                if constexpr (std::is_same_v<decltype(answer.result), int>) {
-                    answer.result = -1;
-                }
-                current.given = error.what();
+        try {
+            if (!fails(hit, Failure::Kind::Result) && !fails(hit, Failure::Kind::Null)) {
+                answer = detail::perform<Answer>(current, arguments, hit, body, damage);
             }
+        } catch (const std::exception& error) {
+            answer = detail::failed<Answer>();
+            current.given = error.what();
         }
-        if constexpr (std::is_arithmetic_v<decltype(answer.result)>) {
-            if (fails(hit, Failure::Kind::Result) || fails(hit, Failure::Kind::Answer)) {
-                answer.result = static_cast<decltype(answer.result)>(hit->failure.number);
-            }
-        }
+        detail::overrule(answer, hit);
         device.record.call(call.name, written,
                            toJournal(answer.result) + (current.given.empty() ? "" : ", " + current.given),
                            hit ? std::optional(hit->id) : std::nullopt);

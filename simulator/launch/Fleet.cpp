@@ -109,19 +109,7 @@ private:
         std::size_t damaged = 0;
         for (const std::string& line : split(readFile(m_path), '\n')) {
             Json::Value value;
-            const bool isObject = parseJson(line, value) && value.isObject();
-            const std::string tv = isObject && value["tv"].isString() ? value["tv"].asString() : "";
-            const std::optional<Outcome> outcome =
-                isObject && value["outcome"].isString() ? fromName<Outcome>(value["outcome"].asString()) : std::nullopt;
-            if (isObject && value["request"].isString() && value["cloud"].isString() && value["list"].isString()) {
-                title = {value["request"].asString(), value["cloud"].asString(), value["list"].asString()};
-            } else if (!tv.empty() && outcome && value["why"].isString() && value["seconds"].isNumeric()) {
-                note(tv, {*outcome, value["why"].asString(), value["seconds"].asDouble()});
-            } else if (!tv.empty() && value["newest"].isInt64()) {
-                m_begun[tv] = value["newest"].asInt64();
-            } else if (isObject && value["isComplete"].isBool()) {
-                m_isComplete = true;
-            } else if (!line.empty()) {
+            if (!line.empty() && !(parseJson(line, value) && value.isObject() && take(value, title))) {
                 ++damaged;
             }
         }
@@ -130,6 +118,26 @@ private:
                              title ? "" : ", the first among them: a new round begins"));
         }
         return title;
+    }
+
+    // Takes a note over. Returns false if it is none.
+    bool take(const Json::Value& note, std::optional<Title>& title) {
+        const auto text = [&](const char* member) {
+            return note[member].isString() ? std::optional(note[member].asString()) : std::nullopt;
+        };
+        const std::optional<std::string> tv = text("tv");
+        const std::optional<Outcome> outcome = fromName<Outcome>(text("outcome").value_or(""));
+        if (text("request") && text("cloud") && text("list")) {
+            title = {*text("request"), *text("cloud"), *text("list")};
+        } else if (tv && outcome && text("why") && note["seconds"].isNumeric()) {
+            this->note(*tv, {*outcome, *text("why"), note["seconds"].asDouble()});
+        } else if (tv && note["newest"].isInt64()) {
+            m_begun[*tv] = note["newest"].asInt64();
+        } else {
+            m_isComplete = m_isComplete || note["isComplete"].isBool();
+            return note["isComplete"].isBool();
+        }
+        return true;
     }
 
     void write(const Json::Value& note) { writeAll(m_file, writeJson(note) + "\n", m_path); }

@@ -101,6 +101,27 @@ SettingsReading readSettings(const std::string& text) {
     return reading;
 }
 
+bool isCiFile(const std::string& path) {
+    const std::string_view prefix = application::CI_PREFIX;
+    return path.size() > prefix.size() && path.compare(0, prefix.size(), prefix) == 0;
+}
+
+// The digests of the CI module's files, by name.
+Entries ciFilesOf(const Unpacking& unpacking) {
+    const std::string prefix = application::CI_PREFIX;
+    Entries files;
+    for (const auto& [path, digest] : unpacking.files) {
+        if (!isCiFile(path)) {
+            continue;
+        }
+        if (path.find('/', prefix.size()) != std::string::npos) {
+            damaged(fmt::format("{} is no file directly in {}", inQuotes(path), prefix));
+        }
+        files[path.substr(prefix.size())] = digest;
+    }
+    return files;
+}
+
 }  // namespace
 
 // Where a bundle is unpacked, and where databases are made of it.
@@ -320,23 +341,13 @@ void Bundle::readIss(const Folders& folders) {
 }
 
 void Bundle::readCi(const Folders& folders) {
-    const std::string prefix = application::CI_PREFIX;
-    const auto isCi = [&](const std::string& path) { return path.size() > prefix.size() && path.find(prefix) == 0; };
     read(Item::Ci, folders, [&] {
         for (const UnpackedEntry& entry : m_unpacking.entries) {
-            if (isCi(fs::path(entry.name).lexically_normal())) {
+            if (isCiFile(fs::path(entry.name).lexically_normal())) {
                 isUnpacked(entry.name);
             }
         }
-        Entries files;
-        for (const auto& [path, digest] : m_unpacking.files) {
-            if (isCi(path)) {
-                if (path.find('/', prefix.size()) != std::string::npos) {
-                    damaged(fmt::format("{} is no file directly in {}", inQuotes(path), prefix));
-                }
-                files[path.substr(prefix.size())] = digest;
-            }
-        }
+        const Entries files = ciFilesOf(m_unpacking);
         if (!files.empty()) {
             m_setup.entries[Item::Ci] = files;
         }

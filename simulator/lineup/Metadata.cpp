@@ -53,7 +53,7 @@ Metadata readMetadata(const std::string& text) {
     metadata.viewing = {
         {AntennaMode{-1}, ServiceMode{-1}}, UINT64_MAX, Source{-1}, {CategoryKind{-1}, 0, SortMode{-1}}};
     Json::Value parsed;
-    if (!parseJson(text.c_str(), parsed)) {  // the application gets it as a C string
+    if (!parseJson(text.substr(0, text.find('\0')), parsed)) {  // the application gets it as a C string
         metadata.problems.push_back(fmt::format("it is no JSON text of at most {} values", JSON_VALUES));
         return metadata;
     }

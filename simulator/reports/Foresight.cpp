@@ -179,6 +179,28 @@ private:
     Setup m_setup;
 };
 
+// Takes the steps of a restore, up to one that ends it. Returns false if there is one.
+bool rehearse(Rehearsal& rehearsal, const Metadata& metadata, const Tv& tv, bool saysScan, Foresight& foresight) {
+    const auto end = [&](Outcome outcome, const std::optional<Reason>& reason) {
+        if (reason) {
+            foresight.outcome = outcome;
+            foresight.cause = reason->cause;
+            foresight.why = reason->why;
+        }
+        return reason.has_value();
+    };
+    if (end(Outcome::Refused, incompatibility(metadata, tv.antenna())) ||
+        end(Outcome::Failed, rehearsal.replaceChannels()) || end(Outcome::Crashed, rehearsal.setFavourites())) {
+        return false;
+    }
+    rehearsal.restoreIss();
+    rehearsal.handOverCi();
+    if (!saysScan || tv.isScanning()) {
+        rehearsal.restoreViewing(metadata.viewing);
+    }
+    return true;
+}
+
 }  // namespace
 
 std::string howItDiffers(Item item, const Setup& backup, const Setup& tv) {
@@ -220,29 +242,14 @@ Foresight foresee(const Bundle& bundle, const Tv& tv, bool saysScan) {
     Foresight foresight;
     foresight.leftovers = leftoversOf(tv);
     Rehearsal rehearsal(bundle, tv);
-    const auto end = [&](Outcome outcome, const std::optional<Reason>& reason) {
-        foresight.outcome = reason ? outcome : foresight.outcome;
-        foresight.cause = reason ? reason->cause : foresight.cause;
-        foresight.why = reason ? reason->why : foresight.why;
-        return reason.has_value();
-    };
-    const bool isEnded = end(Outcome::Refused, incompatibility(metadata, tv.antenna())) ||
-                         end(Outcome::Failed, rehearsal.replaceChannels()) ||
-                         end(Outcome::Crashed, rehearsal.setFavourites());
-    if (!isEnded) {
-        rehearsal.restoreIss();
-        rehearsal.handOverCi();
-        if (!saysScan || tv.isScanning()) {
-            rehearsal.restoreViewing(metadata.viewing);
-        }
-    }
+    const bool isDone = rehearse(rehearsal, metadata, tv, saysScan, foresight);
     const Fingerprints before = tv.fingerprints();
     Fingerprints after = fingerprintsOf(rehearsal.setup());
     if (const auto own = before.find(Item::IpServices); own != before.end()) {
         after.insert(*own);
     }
     foresight.items = itemsAfterRestore(bundle, rehearsal.setup(), before, after);
-    if (!isEnded) {
+    if (isDone) {
         foresight.why = lostItems(foresight.items);
         foresight.outcome = foresight.why.empty() ? Outcome::Done : Outcome::DoneInPart;
         foresight.cause = foresight.why.empty() ? Cause::None : Cause::ItemLost;

@@ -111,9 +111,9 @@ void write(std::string& bytes, const Value& value) {
 
 // Takes values off the front of a message. Each throws ProtocolError if the message ends before the value does, or has
 // no such value.
-class Reader {
+class Decoder {
 public:
-    explicit Reader(std::string_view bytes) : m_bytes(bytes) {}
+    explicit Decoder(std::string_view bytes) : m_bytes(bytes) {}
 
     template <typename Value>
     void read(Value& value) {
@@ -184,9 +184,9 @@ std::string encode(const Values&... values) {
 template <typename Values>
 Values decode(std::string_view bytes) {
     Values values{};
-    Reader reader(bytes);
-    std::apply([&](auto&... each) { (reader.read(each), ...); }, values);
-    reader.expectEnd();
+    Decoder decoder(bytes);
+    std::apply([&](auto&... each) { (decoder.read(each), ...); }, values);
+    decoder.expectEnd();
     return values;
 }
 
