@@ -67,6 +67,17 @@ TEST_F(Run, ASignalToTheToolEndsTheApplication) {
     EXPECT_EQ(run->detail, "killed by signal 15 (Terminated)");
 }
 
+TEST_F(Run, NeedsNoStandardStreams) {
+    init();
+    EXPECT_EQ(test::shell(environment() + test::APPLICATION + " <&- >&- 2>&-").code, 0);
+    EXPECT_EQ(tv("run operation=restore <&- >&- 2>&-").code, 3) << "its verdict cannot be printed";
+    const sim::Tv tv(home());
+    for (const sim::Run& run : tv.runs().list()) {
+        EXPECT_TRUE(succeeded(run)) << run.id;
+    }
+    EXPECT_EQ(tv.runs().newest(), 2);
+}
+
 TEST_F(Run, WhatAnEarlierRunLeftIsSaid) {
     init();
     EXPECT_THAT(tv("run -q").text, Not(HasSubstr("An earlier run")));

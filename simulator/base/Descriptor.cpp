@@ -16,6 +16,14 @@ void Descriptor::reset() {
     }
 }
 
+void reserveStandardStreams() {
+    int descriptor = 0;
+    do {
+        descriptor = ::open("/dev/null", O_RDONLY);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    ::close(descriptor);
+}
+
 Descriptor openFile(const std::filesystem::path& path, int flags, mode_t mode) {
     Descriptor descriptor(::open(path.c_str(), flags | O_CLOEXEC, mode));
     if (!descriptor.isOpen()) {

@@ -35,6 +35,10 @@ private:
     int m_descriptor;
 };
 
+// Keeps the numbers of the standard streams from being given to anything else if the process was started without them.
+// What is printed there fails as before.
+void reserveStandardStreams();
+
 // Opens a file with `flags` and O_CLOEXEC. Throws Error.
 Descriptor openFile(const std::filesystem::path& path, int flags, mode_t mode = 0);
 

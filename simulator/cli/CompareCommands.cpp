@@ -47,21 +47,7 @@ void printPair(sim::Change change, const sim::ServicePair& pair) {
     }
 }
 
-int printDifference(const Session& session, const Side& left, const Side& right) {
-    const bool isDamaged = !left.problems.empty() || !right.problems.empty();
-    for (const Side* side : {&left, &right}) {
-        printLines(session.isJson ? stderr : stdout, "damaged: " + side->name + ": ", side->problems);
-    }
-    const sim::Difference difference = sim::compare(left.setup, right.setup);
-    const int code = isDamaged ? DAMAGED : difference.isSame() ? DONE : FAILED;
-    if (session.isJson) {
-        sim::JsonDocument document = sim::toDocument(difference);
-        document.object["left"] = sim::toJson(left.name);
-        document.object["right"] = sim::toJson(right.name);
-        printJson(document);
-        return code;
-    }
-    print("Channel set-up of {} and {}:\n", left.name, right.name);
+void printText(const sim::Difference& difference) {
     for (const sim::Name<sim::Change>& change : sim::NAMES<sim::Change>) {
         difference.services.forEach(change.value, [&](const sim::ServicePair& pair) { printPair(change.value, pair); });
     }
@@ -70,7 +56,24 @@ int printDifference(const Session& session, const Side& left, const Side& right)
         print("  {:<10} {:<10} {}{}{}\n", sim::nameOf(item.item), item.isSame ? "same" : "DIFFERENT", both,
               item.detail.empty() ? "" : "; ", item.detail);
     }
-    return code;
+}
+
+int printDifference(const Session& session, const Side& left, const Side& right) {
+    const bool isDamaged = !left.problems.empty() || !right.problems.empty();
+    for (const Side* side : {&left, &right}) {
+        printLines(session.isJson ? stderr : stdout, "damaged: " + side->name + ": ", side->problems);
+    }
+    const sim::Difference difference = sim::compare(left.setup, right.setup);
+    if (session.isJson) {
+        sim::JsonDocument document = sim::toDocument(difference);
+        document.object["left"] = sim::toJson(left.name);
+        document.object["right"] = sim::toJson(right.name);
+        printJson(document);
+    } else {
+        print("Channel set-up of {} and {}:\n", left.name, right.name);
+        printText(difference);
+    }
+    return isDamaged ? DAMAGED : difference.isSame() ? DONE : FAILED;
 }
 
 int exportChannels(const Side& side, const std::string& format) {

@@ -3,6 +3,7 @@
 #include <exception>
 #include <map>
 
+#include "simulator/base/Descriptor.h"
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
@@ -97,6 +98,7 @@ int dispatch(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    sim::reserveStandardStreams();
     std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes is an error like a full disk
     try {
         const int code = cli::isService(argc, argv) ? cli::service(argc, argv) : dispatch(argc, argv);

@@ -157,6 +157,7 @@ Connection& Connection::current() {
 }
 
 void Connection::openForApplication(int argc, char** argv) {
+    sim::reserveStandardStreams();
     try {
         slot().reset(new Connection(true, std::vector<std::string>(argv, argv + argc)));
     } catch (const sim::Error& error) {
