@@ -20,11 +20,9 @@ namespace fs = std::filesystem;
 namespace {
 
 using ::testing::AllOf;
-using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
-using ::testing::StartsWith;
 
 enum class Kernel { WithLandlock, WithoutLandlock };
 
@@ -82,7 +80,7 @@ protected:
         for (const std::string place :
              {"made", "tmp/halcyon-made", "dev/halcyon-made", "dev/shm/halcyon-made", "etc/halcyon-made",
               "proc/self/mem", "proc/self/oom_score_adj", "proc/sys/kernel/printk", "dev/full", "dev/kmsg"}) {
-            names.push_back(root + "/" + place);
+            names.push_back(fs::path(root) / place);
         }
         names.push_back((b.home / "made").lexically_relative(unpacked));
         return names;
