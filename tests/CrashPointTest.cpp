@@ -143,37 +143,53 @@ TEST_P(Kill, AtEachCall) {
 
 enum class Victim { Caller, Other, Both };
 
-// What one process does when the other is gone. It ends, too: the run would hang otherwise.
-TEST_P(Kill, OfEitherProcessOrBoth) {
-    std::vector<int> callers;
-    run(copyOfAll(), [&](const DiskCall& call) {
-        callers.push_back(call.process);
+// Kills at a call of a run. What one process does when the other is gone: it ends, too, or the run hangs.
+class KillEither : public Kill {
+protected:
+    void killAt(const test::TestTv& tv, int point, Victim victim) const {
+        std::set<int> processes;
+        int count = 0;
+        run(tv, [&](const DiskCall& call) {
+            processes.insert(call.process);
+            if (++count == point) {
+                killOf(processes, call.process, victim);
+            }
+            return 0;
+        });
+        EXPECT_GE(count, point);
+    }
+
+private:
+    static void killOf(const std::set<int>& processes, int caller, Victim victim) {
+        for (const int process : processes) {
+            if (victim == Victim::Both || (process == caller) == (victim == Victim::Caller)) {
+                ::kill(process, SIGKILL);
+            }
+        }
+    }
+};
+
+TEST_P(KillEither, OrBoth) {
+    int last = 0;
+    run(copyOfAll(), [&](const DiskCall&) {
+        ++last;
         return 0;
     });
-    constexpr std::size_t POINTS = 12;
-    const auto last = static_cast<int>(callers.size());
-    for (int point = last / 20; point < last; point += last / static_cast<int>(POINTS)) {
+    constexpr int POINTS = 12;
+    for (int point = last / 20; point < last; point += last / POINTS) {
         for (const Victim victim : {Victim::Caller, Victim::Other, Victim::Both}) {
-            test::TestTv tv = copyOfAll();
-            std::set<int> processes;
-            int count = 0;
-            run(tv, [&](const DiskCall& call) {
-                processes.insert(call.process);
-                for (const int process : ++count == point ? processes : std::set<int>()) {
-                    if (victim == Victim::Both || (process == call.process) == (victim == Victim::Caller)) {
-                        ::kill(process, SIGKILL);
-                    }
-                }
-                return 0;
-            });
             SCOPED_TRACE(fmt::format("{} of {}, victim {}", point, last, static_cast<int>(victim)));
-            EXPECT_GE(count, point);
+            test::TestTv tv = copyOfAll();
+            killAt(tv, point, victim);
             expectWholeTv(tv);
             expectTruth(tv);
             expectRecovery(tv);
         }
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(CrashPoint, KillEither, ::testing::Values(Operation::Backup, Operation::Restore),
+                         [](const auto& each) { return nameOf(each.param); });
 
 INSTANTIATE_TEST_SUITE_P(CrashPoint, Kill, ::testing::Values(Operation::Backup, Operation::Restore),
                          [](const auto& each) { return nameOf(each.param); });

@@ -145,48 +145,59 @@ std::size_t longestAscending(const std::vector<int>& numbers) {
     return lengths.empty() ? 0 : *std::max_element(lengths.begin(), lengths.end());
 }
 
-// Against what a few lines make of two lists in memory.
+const sim::Service* find(const List& list, const std::string& identity) {
+    const auto found =
+        std::find_if(list.begin(), list.end(), [&](const sim::Service& each) { return each.identity == identity; });
+    return found != list.end() ? &*found : nullptr;
+}
+
+// What a few lines make of two lists in memory.
+struct Model {
+    // `moved` has the identities of those that have changed their place.
+    Model(const List& left, const List& right, const std::string& moved) {
+        for (const sim::Service& service : left) {
+            if (const sim::Service* partner = find(right, service.identity)) {
+                pair(service, *partner, moved.find(service.identity) != std::string::npos);
+            } else {
+                identities[sim::Change::Removed] += service.identity;
+            }
+        }
+        for (const sim::Service& service : right) {
+            identities[sim::Change::Added] += find(left, service.identity) == nullptr ? service.identity : "";
+        }
+    }
+
+    std::map<sim::Change, std::string> identities;  // but of those that have moved
+    std::vector<int> paired;                        // the right numbers of all pairs, in the left order
+    std::vector<int> kept;                          // of these, of those that have not moved
+
+private:
+    void pair(const sim::Service& service, const sim::Service& partner, bool hasMoved) {
+        const bool isRenumbered = service.number != partner.number || service.id != partner.id;
+        identities[sim::Change::Renamed] += service.name != partner.name ? service.identity : "";
+        identities[sim::Change::Changed] += service.tid != partner.tid ? service.identity : "";
+        identities[sim::Change::Renumbered] += isRenumbered && !hasMoved ? service.identity : "";
+        paired.push_back(partner.number);
+        if (!hasMoved) {
+            kept.push_back(partner.number);
+        }
+    }
+};
+
 TEST_F(Difference, IsThatOfListsInMemory) {
     std::mt19937 random(1);
     for (int round = 0; round < 200; ++round) {
+        SCOPED_TRACE(round);
         const List left = randomList(random);
         const List right = randomList(random);
         const sim::ServiceDifference difference = compare(left, right);
-        const std::string moved = identities(difference, sim::Change::Moved);
-        std::map<sim::Change, std::string> expected;
-        std::map<std::string, const sim::Service*> onlyRight;
-        for (const sim::Service& service : right) {
-            onlyRight[service.identity] = &service;
-        }
-        std::vector<int> paired;
-        std::vector<int> kept;
-        for (const sim::Service& service : left) {
-            const auto found = onlyRight.find(service.identity);
-            if (found == onlyRight.end()) {
-                expected[sim::Change::Removed] += service.identity;
-                continue;
-            }
-            const sim::Service& partner = *found->second;
-            onlyRight.erase(found);
-            const bool hasMoved = moved.find(service.identity) != std::string::npos;
-            const bool isRenumbered = service.number != partner.number || service.id != partner.id;
-            expected[sim::Change::Renamed] += service.name != partner.name ? service.identity : "";
-            expected[sim::Change::Changed] += service.tid != partner.tid ? service.identity : "";
-            expected[sim::Change::Renumbered] += isRenumbered && !hasMoved ? service.identity : "";
-            paired.push_back(partner.number);
-            if (!hasMoved) {
-                kept.push_back(partner.number);
-            }
-        }
-        for (const sim::Service& service : right) {
-            expected[sim::Change::Added] += onlyRight.count(service.identity) != 0 ? service.identity : "";
-        }
+        Model model(left, right, identities(difference, sim::Change::Moved));
         for (const sim::Change change : {sim::Change::Removed, sim::Change::Added, sim::Change::Renamed,
                                          sim::Change::Changed, sim::Change::Renumbered}) {
-            ASSERT_EQ(identities(difference, change), expected[change]) << sim::nameOf(change) << ", round " << round;
+            ASSERT_EQ(identities(difference, change), model.identities[change]) << sim::nameOf(change);
         }
-        ASSERT_TRUE(std::is_sorted(kept.begin(), kept.end())) << "round " << round;
-        ASSERT_EQ(kept.size(), longestAscending(paired)) << "round " << round;
+        ASSERT_TRUE(std::is_sorted(model.kept.begin(), model.kept.end()));
+        ASSERT_EQ(model.kept.size(), longestAscending(model.paired));
         ASSERT_EQ(difference.leftCount(), left.size());
         ASSERT_EQ(difference.rightCount(), right.size());
     }

@@ -28,13 +28,11 @@ namespace {
 
 using test::Answer;
 using ::testing::AllOf;
-using ::testing::AnyOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
-using ::testing::StartsWith;
 using ::testing::ThrowsMessage;
 
 // A bundle whose entry names escape from the TV.
