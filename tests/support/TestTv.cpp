@@ -166,6 +166,8 @@ TestTv::TestTv(const fs::path& folder, const std::string& name, const std::strin
     write(list, channels);
     sim::Tv::create(
         home, [&](sim::ChannelSink& sink) { sim::readChannelList(list, sink); }, "serial-" + name);
+    fs::create_directory(suppressions().parent_path());
+    fs::copy_file(TEST_DATA "/../lsan.supp", suppressions());
 }
 
 sim::ProcessOptions TestTv::application(const Strings& arguments) const {
@@ -174,7 +176,7 @@ sim::ProcessOptions TestTv::application(const Strings& arguments) const {
     launch.words.insert(launch.words.end(), arguments.begin(), arguments.end());
     launch.environment = {{"HALCYON_TV_HOME", home},
                           {"HALCYON_CLOUD", cloud},
-                          {"LSAN_OPTIONS", "suppressions=" TEST_DATA "/../lsan.supp:print_suppressions=0"}};
+                          {"LSAN_OPTIONS", "suppressions=" + suppressions().string() + ":print_suppressions=0"}};
     return launch;
 }
 

@@ -97,6 +97,10 @@ public:
     std::filesystem::path cloud;
     std::filesystem::path data;      // the application's working folder
     std::filesystem::path failures;  // where it keeps the archives of failed operations
+
+private:
+    // Which leaks are deliberate: the application's process is confined, and reads that where it may.
+    std::filesystem::path suppressions() const { return home / "apps/lsan.supp"; }
 };
 
 // A folder with two TVs.
