@@ -218,6 +218,12 @@ const long REFUSED[] = {
     SYS_utimes,
     SYS_futimesat,
 #endif
+#ifdef SYS_utime
+    SYS_utime,
+#endif
+#ifdef SYS_utimensat_time64
+    SYS_utimensat_time64,
+#endif
 };
 
 #if defined(__x86_64__)
