@@ -214,7 +214,6 @@ const long REFUSED[] = {
     SYS_mknod,
     SYS_chown,
     SYS_lchown,
-    SYS_utime,
     SYS_utimes,
     SYS_futimesat,
 #endif
