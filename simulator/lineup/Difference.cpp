@@ -100,7 +100,7 @@ std::vector<const ServiceColumn*> ServicePair::columns() const {
 }
 
 ServiceDifference::ServiceDifference(const Services& left, const Services& right)
-    : m_left(left), m_right(right), m_rightCount(right.counts().services) {
+    : m_left(left), m_right(right), m_rightCount(static_cast<std::size_t>(right.counts().services)) {
     std::vector<int> rightNumbers;
     const ServiceFinder inRight = right.finder();
     left.forEach([&](const Service& service) {
