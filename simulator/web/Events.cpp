@@ -281,7 +281,7 @@ std::string Events::after(Place& place, std::chrono::milliseconds patience) {
     } else {
         m_isNew.wait_for(lock, patience, [&] { return end() > *number + 1 || m_isEnding; });
         for (std::uint64_t each = std::max(*number + 1, m_first); each < end(); ++each) {
-            text += m_events[each - m_first];
+            text += m_events[static_cast<std::size_t>(each - m_first)];
         }
     }
     if (!text.empty()) {
