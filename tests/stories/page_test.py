@@ -61,7 +61,7 @@ const until = (condition) => new Promise((resolve) => {
     press("Replay the run");
     await until(hides);
     if (i < 9) press("Stop the replay");
-    await until(() => !hides());
+    await until(() => !hides() && document.querySelector("[aria-label='Replay the run']") !== null);
   }
   done();
 })();
