@@ -5,9 +5,11 @@
 #include <fmt/ranges.h>
 
 #include <iterator>
+#include <limits>
 #include <map>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <variant>
 
 #include "simulator/base/Archive.h"
@@ -284,22 +286,68 @@ void Services::forEach(const std::function<void(const Service&)>& visit) const {
     }
 }
 
-ServiceFinder Services::finder() const {
-    struct Search {
-        Statement reading;  // stays at a row: locking the database for each search would take longer than the search
-        Statement query;
-        Service service;
-    };
-    const auto search = std::make_shared<Search>(Search{
-        Statement(*m_database, "SELECT 1 FROM services"), Statement(*m_database, select() + "WHERE identity = ?"), {}});
-    search->reading.next();
-    return [search](const std::string& identity) -> const Service* {
-        if (!search->query.bind(identity).next()) {
+namespace {
+
+// Searches a list for identities that are mostly asked for in its own order, as another list of the same channels has
+// them: the row after the one that was found last is looked at first, because a step costs a fraction of a search.
+class Search {
+public:
+    explicit Search(const Database& database)
+        : m_reading(database, "SELECT 1 FROM services"),
+          m_byIdentity(database, select() + "WHERE identity = ?"),
+          m_inOrder(database, select() + "WHERE services.number > ? ORDER BY services.number") {
+        m_reading.next();
+        step(std::numeric_limits<std::int64_t>::min());
+    }
+
+    const Service* operator()(const std::string& identity) {
+        if (m_isAtNext && m_next.identity == identity) {
+            std::swap(m_found, m_next);
+            m_patience = PATIENCE;
+            m_isAtNext = fetchNext();
+            return &m_found;
+        }
+        if (!m_byIdentity.bind(identity).next()) {
             return nullptr;
         }
-        fetchService(search->query, search->service);
-        return &search->service;
-    };
+        fetchService(m_byIdentity, m_found);
+        // In a list of another order, steps find nothing, and are given up.
+        if (m_patience > 0) {
+            --m_patience;
+            step(m_found.number);
+        }
+        return &m_found;
+    }
+
+private:
+    static constexpr int PATIENCE = 100;
+
+    void step(std::int64_t after) {
+        m_inOrder.bind(after);
+        m_isAtNext = fetchNext();
+    }
+
+    bool fetchNext() {
+        if (!m_inOrder.next()) {
+            return false;
+        }
+        fetchService(m_inOrder, m_next);
+        return true;
+    }
+
+    Statement m_reading;  // stays at a row: locking the database for each search would take longer than the search
+    Statement m_byIdentity;
+    Statement m_inOrder;
+    int m_patience = PATIENCE;
+    bool m_isAtNext = false;
+    Service m_found;
+    Service m_next;  // if m_isAtNext
+};
+
+}  // namespace
+
+ServiceFinder Services::finder() const {
+    return [search = std::make_shared<Search>(*m_database)](const std::string& identity) { return (*search)(identity); };
 }
 
 std::vector<ListHeader> Services::headers() const {
