@@ -2,6 +2,7 @@
 #include <memory>
 #include <random>
 
+#include "simulator/base/Clock.h"
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
@@ -19,15 +20,17 @@ namespace {
 struct InitOptions {
     std::string channels;
     std::string serial;
-    std::string now;
+    std::string now = "machine";
+    bool isStill = false;
+    std::string zone;
     std::string account = sim::DEFAULT_ACCOUNT;
 };
 
 int init(const Session& session, const InitOptions& options) {
-    std::optional<std::time_t> time;
-    if (!options.now.empty()) {
-        time = sim::parseTime(options.now);
-    }
+    sim::TvClock clock = sim::readClock(options.now, sim::machineTime());
+    clock.isStill = options.isStill;
+    clock.zone = options.zone;
+    sim::requireZone(clock.zone);
     sim::ChannelSummary list;
     const auto read = [&](sim::ChannelSink& sink) {
         list = sim::readChannelList(options.channels, sink);
@@ -45,7 +48,7 @@ int init(const Session& session, const InitOptions& options) {
         }
     };
     sim::Tv::create(session.home, read,
-                    options.serial.empty() ? fmt::format("{:08X}", std::random_device()()) : options.serial, time,
+                    options.serial.empty() ? fmt::format("{:08X}", std::random_device()()) : options.serial, clock,
                     options.account);
     const Json::Value json = sim::object({{"home", session.home.string()},
                                           {"services", list.services},
@@ -88,8 +91,11 @@ void printTv(const sim::TvReport& report) {
         print("  CI file    {}, {} bytes\n", name, size);
     }
     print("  ipsrv      {} bytes, this set's own\n", report.ipServices);
-    if (!report.fixedTime.empty()) {
-        print("  now        {}, the clock is stopped\n", report.fixedTime);
+    if (!report.now.empty()) {
+        print("  clock      {}{}\n", report.now, report.isClockStill ? ", standing" : "");
+    }
+    if (!report.zone.empty()) {
+        print("  zone       {}\n", report.zone);
     }
     for (const std::string& file : report.leftovers) {
         print("  leftover   {} of an earlier run; a restore applies what its bundle does not have\n", file);
@@ -127,12 +133,22 @@ int saveSnapshot(const Session& session, const std::string& name) {
     });
 }
 
-int set(const Session& session, const std::string& name, const std::string& value) {
+struct SetOptions {
+    std::string name;
+    std::string value;
+    bool isStill = false;
+};
+
+int set(const Session& session, const SetOptions& options) {
+    const std::string value = options.isStill ? options.value + " still" : options.value;
+    if (options.isStill && options.name != "clock") {
+        throw UsageError("--still makes a clock stand: halcyon-tv set clock 2026-01-31T18:00:00Z --still");
+    }
     const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(0));
     sim::Tv tv(session.home);
-    sim::setByName(tv, name, value);
+    sim::setByName(tv, options.name, value);
     if (session.isJson) {
-        printJson(sim::object({{"name", name}, {"value", value}}));
+        printJson(sim::object({{"name", options.name}, {"value", value}}));
     }
     return DONE;
 }
@@ -157,8 +173,11 @@ void addTvCommands(CLI::App& app, Action& chosen) {
     making->add_option("--serial", options->serial, "serial number of the set (default: a random one)");
     making->add_option("--account", options->account, "its account in the cloud: TVs of one account share backups")
         ->capture_default_str();
-    making->add_option("--now", options->now,
-                       "time at which the TV's clock stands, such as 2026-01-31T18:00:00Z (default: it runs)");
+    CLI::Option* now = making->add_option(
+        "--now", options->now,
+        "the TV's time, such as 2026-01-31T18:00:00Z, 2026-01-31 or +1d, which runs move on (default: the machine's)");
+    making->add_flag("--still", options->isStill, "its clock stands: runs do not move it on")->needs(now);
+    making->add_option("--zone", options->zone, "its time zone, such as Europe/Berlin (default: the machine's)");
 
     const auto withServices = std::make_shared<bool>(false);
     addCommand(app, "status", "Show the TV", "halcyon-tv status --services", chosen,
@@ -167,16 +186,13 @@ void addTvCommands(CLI::App& app, Action& chosen) {
                })
         ->add_flag("--services", *withServices, "with its channel list");
 
-    struct SetOptions {
-        std::string name;
-        std::string value;
-    };
     const auto setting = std::make_shared<SetOptions>();
     CLI::App* changing =
         addCommand(app, "set", "Set a part of the TV's state", "halcyon-tv set antenna 0,2", chosen,
-                   [setting](const Session& session) { return set(session, setting->name, setting->value); });
+                   [setting](const Session& session) { return set(session, *setting); });
     changing->add_option("name", setting->name, sim::settableHelp())->required();
     changing->add_option("value", setting->value, "the new value")->required();
+    changing->add_flag("--still", setting->isStill, "a clock that is set stands: runs do not move it on");
 
     const auto name = std::make_shared<std::string>();
     addCommand(app, "snapshot", "Save the TV's state under a name, or list the names", "halcyon-tv snapshot before",

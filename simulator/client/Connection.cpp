@@ -21,6 +21,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/ExitCodes.h"
 #include "simulator/base/Sandbox.h"
+#include "simulator/client/Clock.h"
 #include "simulator/client/Events.h"
 
 namespace fs = std::filesystem;
@@ -213,6 +214,9 @@ void Connection::greet(bool isApplication, const std::vector<std::string>& words
         replace(STDIN_FILENO, sim::openFile("/dev/null", O_RDONLY));
         closeAllBut(m_channel->descriptor());
         clearEnvironment();
+        if (!welcome.zone.empty()) {
+            setTimeZone(welcome.zone);  // its rules are read now: a confined process might not find them
+        }
         if (welcome.isConfined && !sim::confineApplication({welcome.writable.begin(), welcome.writable.end()},
                                                            {welcome.readable.begin(), welcome.readable.end()})) {
             std::fputs("This kernel cannot confine a process: names in a bundle may lead out of the TV.\n", stderr);
@@ -268,10 +272,14 @@ std::string Connection::request(std::uint16_t id, const std::string& body) {
 
 wire::Message Connection::receive() {
     for (;;) {
-        if (std::optional<wire::Message> message = m_channel->next()) {
+        std::optional<wire::Message> message = m_channel->next();
+        if (!message) {
+            m_channel->receive();
+        } else if (message->kind == Kind::Time) {
+            setTime(std::get<0>(wire::decode<std::tuple<std::int64_t>>(message->body)));
+        } else {
             return std::move(*message);
         }
-        m_channel->receive();
     }
 }
 

@@ -35,7 +35,7 @@ Error duplicateBackup(const CloudStore& store, const std::string& newestId) {
 
 Json::Value infoOf(const NewBackup& backup, const std::filesystem::path& bundle) {
     Json::Value info;
-    info["time"] = toUtc(std::time(nullptr));
+    info["time"] = backup.time.empty() ? toUtc(machineTime()) : backup.time;
     info["name"] = toUtf8(bundle.filename().string());
     info["device"] = toUtf8(backup.device);
     if (backup.services) {

@@ -46,6 +46,7 @@ struct NewBackup : Address {
     std::string device;                     // see StoredBackup
     std::optional<std::uint64_t> services;  // see StoredBackup
     bool refuseDuplicate = false;           // refuse the bundle if the newest backup has the same bytes
+    std::string time = {};                  // see StoredBackup; empty: the machine's
 };
 
 struct StoreContent {

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "simulator/base/Clock.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
@@ -91,7 +92,7 @@ public:
             return 0;
         }
         const NewBackup backup{addressOf(id), metadata, m_device.tv.serial(), m_device.tv.services().counts().services,
-                               m_device.launch.refuseDuplicates};
+                               m_device.launch.refuseDuplicates, toUtc(m_device.now())};
         const OwnPath bundle(m_device.tv.home(), path);
         bundle.requireRegularFile();
         if (m_device.cloud->isRemote()) {

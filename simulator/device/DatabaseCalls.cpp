@@ -38,7 +38,7 @@ void addDatabaseCalls(Calls& calls) {
     calls.add<CallId::get_service_db>(
         [](CurrentCall& call, const std::string& path) {
             OwnPath(call.device.tv.home(), path).use([&](const fs::path& file) {
-                call.device.tv.serviceDb().snapshot(file, call.device.tv.now());
+                call.device.tv.serviceDb().snapshot(file, call.device.seconds());
             });
             return 1;
         },
@@ -55,7 +55,7 @@ void addDatabaseCalls(Calls& calls) {
         [](CurrentCall& call, const std::string& path) {
             try {
                 OwnPath(call.device.tv.home(), path).use([&](const fs::path& file) {
-                    call.device.tv.issDb().snapshot(file, call.device.tv.now());
+                    call.device.tv.issDb().snapshot(file, call.device.seconds());
                 });
                 return 1;
             } catch (const std::exception&) {

@@ -44,7 +44,13 @@ Device::Device(const fs::path& home, Session& conversation, int process)
                           record.call(calls::cloud_request.name, request, outcome, std::nullopt);
                       })),
       record(tv, loop, application),
-      faults(tv.faults()) {
+      faults(tv.faults()),
+      m_started(tv.now()) {
+    if (const std::string zone = tv.clock().zone; !zone.empty()) {
+        ::setenv("TZ", zone.c_str(), 1);
+        ::tzset();
+    }
+    session.setClock([this] { return timeForApplication(); });
     for (const fs::path& folder : foldersOfApplication(home)) {
         makeFolders(folder);
     }
@@ -53,10 +59,20 @@ Device::Device(const fs::path& home, Session& conversation, int process)
 
 Device::~Device() {
     onDiskStep({});
+    session.setClock({});
+    try {
+        tv.passTime(loop.now());
+    } catch (const Error& error) {
+        complain(error.what());
+    }
     if (record.dropped() > 0) {
         complain(fmt::format("{} of this run could not be written: {}",
                              plural(static_cast<std::uint64_t>(record.dropped()), "record"), record.reason()));
     }
+}
+
+std::optional<std::chrono::milliseconds> Device::timeForApplication() const {
+    return tv.clock().time ? std::optional(now()) : std::nullopt;
 }
 
 void Device::noLongerAwaited(const std::string& what) {

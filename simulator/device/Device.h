@@ -1,8 +1,11 @@
 // A TV in operation, for one run of the application. Its services share it.
 #pragma once
 
+#include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -42,6 +45,13 @@ public:
     std::string bundleName;              // file name of the last bundle that was stored or restored
     std::string bundleMetadata;          // its metadata
 
+    // The TV's time, which goes on with its main loop.
+    std::chrono::milliseconds now() const { return m_started + loop.now(); }
+    std::time_t seconds() const { return std::chrono::floor<std::chrono::seconds>(now()).count(); }
+
+    // The same for the application, if it is not the machine's.
+    std::optional<std::chrono::milliseconds> timeForApplication() const;
+
     void noLongerAwaited(const std::string& what);
 
     // Writes the metadata beside that bundle if the application has kept it in its failure folder.
@@ -52,6 +62,8 @@ public:
 
 private:
     void cutPowerIfRuled();
+
+    const std::chrono::milliseconds m_started;  // the TV's time at the start
 };
 
 // A message for the person who runs the application.

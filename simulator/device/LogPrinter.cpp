@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -37,13 +36,8 @@ std::string coloured(int priority, const std::string& line) {
     return fmt::format(fmt::fg(colour), "{}", line);
 }
 
-// The TV's time: when the process started, plus the time of the main loop's clock.
-std::string timeOfDay(const EventLoop& loop) {
-    static const auto start = std::chrono::system_clock::now();
-    const auto now = std::chrono::time_point_cast<std::chrono::milliseconds>(start + loop.now());
-    const auto milliseconds = now.time_since_epoch().count() % 1000;
-    return fmt::format("{:%m-%d %H:%M:%S}.{:03}", fmt::localtime(std::chrono::system_clock::to_time_t(now)),
-                       milliseconds);
+std::string timeOfDay(const Device& device) {
+    return fmt::format("{:%m-%d %H:%M:%S}.{:03}", fmt::localtime(device.seconds()), device.now().count() % 1000);
 }
 
 }  // namespace
@@ -51,7 +45,7 @@ std::string timeOfDay(const EventLoop& loop) {
 void printLog(const Device& device, const wire::SystemLog& log) {
     const std::string_view text = log.text;
     const std::size_t end = text.find_last_not_of(" \n");
-    const std::string line = fmt::format("{} {}/{}: {}", timeOfDay(device.loop), letter(log.priority), shown(log.tag),
+    const std::string line = fmt::format("{} {}/{}: {}", timeOfDay(device), letter(log.priority), shown(log.tag),
                                          shown(limits::cut(text.substr(0, end + 1))));
     std::fprintf(stderr, "%s\n", coloured(log.priority, line).c_str());
 }

@@ -55,13 +55,14 @@ void confine(const Device& device) {
     confineWritingTo(folders);
 }
 
-wire::Welcome welcomeOn(const Tv& tv) {
+wire::Welcome welcomeOn(const Device& device) {
     wire::Welcome welcome;
     welcome.isConfined = !isSandboxOff();
-    for (const fs::path& folder : foldersOfApplication(tv.home())) {
+    for (const fs::path& folder : foldersOfApplication(device.tv.home())) {
         welcome.writable.push_back(folder);
     }
-    welcome.readable.push_back(tv.home() / "ci");
+    welcome.readable.push_back(device.tv.home() / "ci");
+    welcome.zone = device.tv.clock().zone;
     return welcome;
 }
 
@@ -111,7 +112,7 @@ int welcomeAndServe(Session& session) {
         complain(error.what());
         return dismiss(session, error.kind() == Error::Kind::Locked ? exit_code::BUSY : exit_code::UNUSABLE);
     }
-    session.send(Kind::Welcome, 0, wire::encode(welcomeOn(device->tv)));
+    session.send(Kind::Welcome, 0, wire::encode(welcomeOn(*device)));
     try {
         serve(session, *device);
     } catch (const wire::Closed&) {

@@ -80,6 +80,9 @@ void Session::serve() {
 }
 
 std::string Session::callBack(std::uint16_t event, const std::string& body) {
+    if (const auto time = m_clock ? m_clock() : std::nullopt) {
+        m_channel.send(wire::Kind::Time, 0, wire::encode(static_cast<std::int64_t>(time->count())));
+    }
     m_channel.send(wire::Kind::Event, event, body);
     for (;;) {
         wire::Message message = receive();

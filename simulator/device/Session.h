@@ -42,6 +42,10 @@ public:
     // Sets what becomes of the application's messages.
     void setDispatch(Dispatch dispatch) { m_dispatch = std::move(dispatch); }
 
+    // Sets what tells the TV's time. It is told to the application before each event; nothing if it is the machine's.
+    using Clock = std::function<std::optional<std::chrono::milliseconds>()>;
+    void setClock(Clock clock) { m_clock = std::move(clock); }
+
     // Waits for the application's next message. Like all that follows throws wire::Closed when the application has
     // ended, and wire::ProtocolError if it sends what is none of this protocol.
     wire::Message receive();
@@ -76,6 +80,7 @@ private:
     wire::Channel m_channel;
     std::vector<Printed> m_printed;
     Dispatch m_dispatch;
+    Clock m_clock;
 };
 
 }  // namespace sim

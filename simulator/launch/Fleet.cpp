@@ -199,7 +199,7 @@ public:
                 const fs::path home = m_request.folder / name;
                 if (!pathExists(home)) {
                     const auto copy = [&](ChannelSink& sink) { m_channels->services().copyTo(sink); };
-                    Tv::create(home, copy, name, std::nullopt, name);
+                    Tv::create(home, copy, name, {}, name);
                 }
                 const FleetRun run = runOn(home, m_request, m_cloud, newestBefore(name), [&](std::int64_t newest) {
                     const std::lock_guard guard(m_mutex);

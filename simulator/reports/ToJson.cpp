@@ -184,7 +184,9 @@ Json::Value toJson(const TvReport& report) {
     }
     return object({{"home", report.home},
                    {"account", report.account},
-                   {"now", nullIfEmpty(report.fixedTime)},
+                   {"now", nullIfEmpty(report.now)},
+                   {"isClockStill", report.isClockStill},
+                   {"zone", nullIfEmpty(report.zone)},
                    {"services", report.counts.services},
                    {"radios", report.counts.radios},
                    {"groups", report.counts.groups},

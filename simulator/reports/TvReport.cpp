@@ -54,9 +54,10 @@ TvReport reportTv(const Tv& tv) {
         report.ciFiles.emplace(fs::path(path).filename(), sizeOf(path));
     }
     report.ipServices = tv.serviceDb().ipServices().size();
-    if (const std::optional<std::time_t> time = tv.fixedTime()) {
-        report.fixedTime = toUtc(*time);
-    }
+    const TvClock clock = tv.clock();
+    report.now = clock.time ? toUtc(*clock.time) : "";
+    report.isClockStill = clock.isStill;
+    report.zone = clock.zone;
     report.leftovers = leftoversOf(tv);
     return report;
 }

@@ -24,7 +24,9 @@ struct TvReport {
     Entries iss;
     std::map<std::string, std::uint64_t> ciFiles;  // size in bytes by name
     std::uint64_t ipServices = 0;                  // bytes
-    std::string fixedTime;                         // at which its clock is stopped; empty if it runs
+    std::string now;                               // as toUtc() has it; empty if its clock is the machine's
+    bool isClockStill = false;
+    std::string zone;                              // empty if it is the machine's
     std::vector<std::string> leftovers;            // of earlier runs, below unpackFolderOf()
 };
 

@@ -11,6 +11,7 @@
 
 #include "simulator/base/Clock.h"
 #include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
 
@@ -110,6 +111,8 @@ bool fits(SettingType type, const std::string& value) {
 }
 
 const std::string SETTING_PREFIX = "setting:";
+const std::string MACHINE = "machine";
+constexpr char ZONES[] = "/usr/share/zoneinfo";
 
 // "setting:TYPE:KEY"; a key may hold colons of its own.
 void setSetting(Tv& tv, const std::string& name, const std::string& value) {
@@ -131,6 +134,19 @@ void setSetting(Tv& tv, const std::string& name, const std::string& value) {
     }
 }
 
+void setClock(Tv& tv, const std::string& value) {
+    TvClock clock = readClock(value, tv.now());
+    clock.zone = tv.clock().zone;
+    tv.setClock(clock);
+}
+
+void setZone(Tv& tv, const std::string& value) {
+    TvClock clock = tv.clock();
+    clock.zone = value == MACHINE ? "" : value;
+    requireZone(clock.zone);
+    tv.setClock(clock);
+}
+
 std::vector<Settable> settables() {
     std::vector<Settable> all = {
         {"mode", "ANTENNA/SERVICE", &setMode},
@@ -144,10 +160,11 @@ std::vector<Settable> settables() {
         {"scan", "on or off", &setScan},
         {"account", "whose backups it makes and restores",
          [](Tv& tv, const std::string& value) { tv.setAccount(value); }},
-        {"now", "a time such as 2026-01-31T18:00:00Z to stop the clock at, or running",
-         [](Tv& tv, const std::string& value) {
-             tv.setTime(value == "running" ? std::nullopt : std::optional(parseTime(value)));
-         }},
+        {"clock",
+         "a time such as 2026-01-31T18:00:00Z, 2026-01-31, +1d or -90s, which runs move on, or that and ' still', or "
+         "machine",
+         &setClock},
+        {"zone", "time zone such as Europe/Berlin, or UTC-3; machine for this machine's", &setZone},
     };
     for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
         all.push_back({fmt::format("favname{}", list), "a name",
@@ -158,14 +175,31 @@ std::vector<Settable> settables() {
 
 }  // namespace
 
-std::time_t parseTime(const std::string& text) {
-    const std::optional<std::time_t> time = fromUtc(text);
-    if (!time) {
+TvClock readClock(const std::string& text, std::chrono::milliseconds now) {
+    TvClock clock;
+    if (text == MACHINE) {
+        return clock;
+    }
+    const std::string still = " still";
+    clock.isStill = text.size() > still.size() && text.compare(text.size() - still.size(), still.size(), still) == 0;
+    clock.time = fromUtc(clock.isStill ? text.substr(0, text.size() - still.size()) : text, now);
+    if (!clock.time) {
         constexpr bool ENDS_IN_2038 = sizeof(std::time_t) == 4;
-        throw Error(fmt::format("{} is no time such as 2026-01-31T18:00:00Z{}", inQuotes(text),
+        throw Error(fmt::format("{} is no time such as 2026-01-31T18:00:00Z, 2026-01-31, +1d or -90s{}", inQuotes(text),
                                 ENDS_IN_2038 ? ", up to 2038-01-19T03:14:07Z, where this processor's time ends" : ""));
     }
-    return *time;
+    return clock;
+}
+
+void requireZone(const std::string& zone) {
+    const bool isPlainName = zone.find("..") == std::string::npos && !zone.empty() && zone.front() != '/';
+    // Else it says its rules itself, such as CET-1CEST: letters, then a number of hours.
+    const std::size_t hours = zone.find_first_of("0123456789");
+    const std::size_t other = zone.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz<>+-");
+    const bool saysItself = hours != std::string::npos && hours >= 3 && other == hours;
+    if (!zone.empty() && !saysItself && !(isPlainName && isRegularFile(std::filesystem::path(ZONES) / zone))) {
+        throw Error(fmt::format("there is no time zone {} in {}; names are such as Europe/Berlin", inQuotes(zone), ZONES));
+    }
 }
 
 void setByName(Tv& tv, const std::string& name, const std::string& value) {

@@ -1,7 +1,7 @@
 // What of a TV's state can be set by name.
 #pragma once
 
-#include <ctime>
+#include <chrono>
 #include <string>
 
 #include "simulator/tv/Tv.h"
@@ -11,8 +11,12 @@ namespace sim {
 // Throws Error if there is no such name, or the value does not fit.
 void setByName(Tv& tv, const std::string& name, const std::string& value);
 
-// A time of the form 2026-01-31T18:00:00Z. Throws Error for any other.
-std::time_t parseTime(const std::string& text);
+// A clock at a time as fromUtc() takes it, counted from `now` on if it has a sign; "machine" is this machine's, and
+// " still" behind a time makes it stand. Its zone is the machine's. Throws Error for any other text.
+TvClock readClock(const std::string& text, std::chrono::milliseconds now);
+
+// Throws Error if the text cannot be a value of $TZ.
+void requireZone(const std::string& zone);
 
 // The names with their values' forms, for a help text.
 std::string settableHelp();

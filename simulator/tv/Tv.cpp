@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "simulator/base/Clock.h"
 #include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
@@ -18,14 +19,14 @@ namespace sim {
 namespace {
 
 // The version of the tables below, which is stored in the database: one of another version is not touched.
-constexpr std::int64_t LAYOUT = 4;
+constexpr std::int64_t LAYOUT = 5;
 
 constexpr char SCHEMA[] = R"(
 CREATE TABLE state(
     antenna_mode INTEGER NOT NULL, service_mode INTEGER NOT NULL, service_id INTEGER NOT NULL, source INTEGER NOT NULL,
     category INTEGER NOT NULL, category_param INTEGER NOT NULL, sort_mode INTEGER NOT NULL,
-    antenna TEXT NOT NULL DEFAULT '0', scanning INTEGER NOT NULL DEFAULT 0, now INTEGER, serial TEXT NOT NULL,
-    account TEXT NOT NULL);
+    antenna TEXT NOT NULL DEFAULT '0', scanning INTEGER NOT NULL DEFAULT 0, now INTEGER,
+    still INTEGER NOT NULL, zone TEXT NOT NULL, serial TEXT NOT NULL, account TEXT NOT NULL);
 CREATE TABLE settings(key TEXT PRIMARY KEY, type TEXT NOT NULL, value TEXT NOT NULL);
 CREATE TABLE faults(
     id INTEGER PRIMARY KEY, call TEXT NOT NULL, failure TEXT NOT NULL, nth INTEGER NOT NULL, times INTEGER NOT NULL,
@@ -96,8 +97,12 @@ AntennaMode antennaModeOf(const std::string& source) {
     }
 }
 
+std::optional<std::int64_t> countOf(const std::optional<std::chrono::milliseconds>& time) {
+    return time ? std::optional<std::int64_t>(time->count()) : std::nullopt;
+}
+
 void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::string& serial,
-                    const std::optional<std::time_t>& time, const std::string& account) {
+                    const TvClock& clock, const std::string& account) {
     Database database(path, Database::Access::Create);
     // With a write-ahead log, readers of a TV and the run that writes to it never wait for each other.
     database.run("PRAGMA journal_mode = WAL");
@@ -106,8 +111,8 @@ void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::st
     database.run(fmt::format("PRAGMA user_version = {}", LAYOUT));
     database.change(
         "INSERT INTO state(antenna_mode, service_mode, service_id, source, category, category_param, sort_mode, now, "
-        "serial, account) VALUES(?, 0, 1, 0, 0, 0, 0, ?, ?, ?)",
-        codeOf(antennaMode), time, serial, account);
+        "still, zone, serial, account) VALUES(?, 0, 1, 0, 0, 0, 0, ?, ?, ?, ?, ?)",
+        codeOf(antennaMode), countOf(clock.time), clock.isStill, clock.zone, serial, account);
     Settings settings(database);
     for (int i = 1; i <= application::FAVOURITE_LISTS; ++i) {
         settings.setFavouriteName(i, fmt::format("Favourites {}", i));
@@ -134,7 +139,7 @@ FolderLock lockTv(const fs::path& home, std::chrono::milliseconds patience) {
 }
 
 void Tv::create(const fs::path& home, const ChannelSource& list, const std::string& serial,
-                const std::optional<std::time_t>& time, const std::string& account) {
+                const TvClock& clock, const std::string& account) {
     requireName("account", account);
     if (home.string().size() > limits::HOME_PATH_BYTES) {
         throw Error(fmt::format("the path of a TV home has at most {} bytes, and {} has {}", limits::HOME_PATH_BYTES,
@@ -154,7 +159,7 @@ void Tv::create(const fs::path& home, const ChannelSource& list, const std::stri
     CiFiles(built / "ci")
         .create({{"ci_profile.bin", "CI\x01" + serial},
                  {"ci_operator.xml", "<operator set=\"" + inXml(serial) + "\"/>\n"}});
-    createDatabase(databaseOf(built), antennaModeOf(first->source), serial, time, account);
+    createDatabase(databaseOf(built), antennaModeOf(first->source), serial, clock, account);
     makePrivateFolder(built / "runs");
     saveSnapshot(built, INIT_SNAPSHOT);
     if (!putInPlace(built, home)) {
@@ -237,16 +242,27 @@ void Tv::setAccount(const std::string& account) {
     m_database.change("UPDATE state SET account = ?", account);
 }
 
-std::time_t Tv::now() const {
-    return fixedTime().value_or(std::time(nullptr));
+TvClock Tv::clock() const {
+    TvClock clock;
+    if (const std::optional<std::int64_t> time = m_database.integer("SELECT now FROM state WHERE now IS NOT NULL")) {
+        clock.time = std::chrono::milliseconds(*time);
+    }
+    const Statement state = stateOf(m_database, "still, zone");
+    clock.isStill = state.integer(0) != 0;
+    clock.zone = state.text(1);
+    return clock;
 }
 
-std::optional<std::time_t> Tv::fixedTime() const {
-    return m_database.integer("SELECT now FROM state WHERE now IS NOT NULL");
+void Tv::setClock(const TvClock& clock) {
+    m_database.change("UPDATE state SET now = ?, still = ?, zone = ?", countOf(clock.time), clock.isStill, clock.zone);
 }
 
-void Tv::setTime(const std::optional<std::time_t>& time) {
-    m_database.change("UPDATE state SET now = ?", time);
+std::chrono::milliseconds Tv::now() const {
+    return clock().time.value_or(machineTime());
+}
+
+void Tv::passTime(std::chrono::milliseconds duration) {
+    m_database.change("UPDATE state SET now = now + ? WHERE NOT still", duration.count());
 }
 
 bool Tv::isScanning() const {

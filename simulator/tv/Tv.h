@@ -37,13 +37,19 @@ namespace sim {
 // and process, if another one still holds it after `patience`. Reading a TV needs no lock.
 FolderLock lockTv(const std::filesystem::path& home, std::chrono::milliseconds patience);
 
+// A TV's clock. The application gets its time from the system, and its records and bundles bear it.
+struct TvClock {
+    std::optional<std::chrono::milliseconds> time;  // since 1970; nothing: it is the machine's clock
+    bool isStill = false;                           // else a run moves it on by what it takes
+    std::string zone;                               // as $TZ has it; empty: the machine's
+};
+
 class Tv {
 public:
-    // Makes a factory-fresh TV with a channel list, its clock stopped if a time is given: whole or not at all. Throws
-    // Error, also if there is something at `home` already, and what the list throws.
+    // Makes a factory-fresh TV with a channel list: whole or not at all. Throws Error, also if there is something at
+    // `home` already, and what the list throws.
     static void create(const std::filesystem::path& home, const ChannelSource& list, const std::string& serial,
-                       const std::optional<std::time_t>& time = std::nullopt,
-                       const std::string& account = DEFAULT_ACCOUNT);
+                       const TvClock& clock = {}, const std::string& account = DEFAULT_ACCOUNT);
 
     // Opens a TV; Access::Look needs no right to write. Throws Error if there is none.
     explicit Tv(const std::filesystem::path& home, Database::Access access = Database::Access::Change);
@@ -69,10 +75,11 @@ public:
     std::string account() const;
     void setAccount(const std::string& account);
 
-    // Its clock is the machine's, unless it was stopped at a time.
-    std::time_t now() const;
-    std::optional<std::time_t> fixedTime() const;
-    void setTime(const std::optional<std::time_t>& time);
+    TvClock clock() const;
+    void setClock(const TvClock& clock);
+    std::chrono::milliseconds now() const;  // since 1970
+    // A run has taken so long. The machine's clock has gone on by itself, and one that stands does not.
+    void passTime(std::chrono::milliseconds duration);
 
     bool isScanning() const;
     void setScanning(bool scanning);

@@ -93,6 +93,7 @@ enum class Kind : std::uint16_t {
     Answer,     // of a call
     Exception,  // what the call throws
     Event,      // its arguments
+    Time,       // the TV's, in milliseconds since 1970; before an event, unless it is the machine's
 };
 
 struct Hello {
@@ -101,13 +102,14 @@ struct Hello {
     std::vector<std::string> words;  // of the command line
     auto fields() { return std::tie(version, process, words); }
 };
-constexpr std::uint32_t VERSION = 1;
+constexpr std::uint32_t VERSION = 2;
 
 struct Welcome {
     bool isConfined = false;  // the application shall confine itself to these folders and files
     std::vector<std::string> writable;
     std::vector<std::string> readable;
-    auto fields() { return std::tie(isConfined, writable, readable); }
+    std::string zone;  // time zone as $TZ has it; empty: the machine's
+    auto fields() { return std::tie(isConfined, writable, readable, zone); }
 };
 
 struct SystemLog {

@@ -28,7 +28,7 @@ class Tv:
         self.home = folder / name
         self.cloud = cloud if "://" in cloud else folder / cloud
         self.folder = folder
-        self.tv("init", "--channels", channels, "--serial", serial or name, "--now", MOMENT)
+        self.tv("init", "--channels", channels, "--serial", serial or name, "--now", MOMENT, "--still")
 
     def tv(self, *words, code=0):
         """Runs halcyon-tv; `code` is the exit code that is expected, None any."""

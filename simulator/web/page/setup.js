@@ -20,7 +20,7 @@ const named = (names) => names.map((each, code) => [String(code), each]).filter(
 export function Setup() {
   const {status} = state.shown ?? {};
   if (!status || !state.channels) return h("p", {class: "empty"}, "Reading the TV …");
-  const {viewing, antenna, isScanning, favourites, account, now} = status;
+  const {viewing, antenna, isScanning, favourites, account, now, isClockStill, zone} = status;
   const [antennaMode, serviceMode, sort] = [viewing.antennaMode.code, viewing.serviceMode.code, viewing.sort.code];
   const category = `${viewing.category.code}/${viewing.categoryParam}`;
   const categories = [["0/0", "all channels"], ...favourites.map((each, i) => [`1/${i + 1}`,
@@ -45,8 +45,11 @@ export function Setup() {
         "data-key": `favname${i + 1}`, value: each, save: (value) => set(`favname${i + 1}`, value)})),
       h(Field, {key: `${state.tv}/account`, label: "Account in the cloud", "data-key": "account", value: account,
         save: (value) => set("account", value)}),
-      h(Field, {key: `${state.tv}/now`, label: "Clock", placeholder: "running; or 2026-01-31T18:00:00Z",
-        "data-key": "now", value: now ?? "", save: (value) => set("now", value || "running")}),
+      h(Field, {key: `${state.tv}/clock`, label: "Clock", placeholder: "machine; or 2026-01-31T18:00:00Z, +1d",
+        "data-key": "clock", value: now ?? "", save: (value) => set("clock", value || "machine")}),
+      now ? checkbox("its clock stands", "still", isClockStill, (isOn) => set("clock", isOn ? `${now} still` : now)) : null,
+      h(Field, {key: `${state.tv}/zone`, label: "Time zone", placeholder: "machine; or Europe/Berlin",
+        "data-key": "zone", value: zone ?? "", save: (value) => set("zone", value || "machine")}),
       select("Any other setting: type", "type", TYPES, view.type, (type) => { view.type = type; changed(); }),
       h("label", {}, h("span", {}, "key"), h("input", {"data-key": "setting-key", value: view.key,
         oninput: (event) => { view.key = event.target.value; changed(); }})),
