@@ -1,6 +1,5 @@
 #include "simulator/cloud/ObjectClient.h"
 
-#include <curl/curl.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
@@ -18,6 +17,7 @@
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
+#include "simulator/cloud/Curl.h"
 
 namespace sim {
 
@@ -76,8 +76,8 @@ std::string percentEncoded(std::string_view text, std::string_view plain) {
 std::string percentDecoded(std::string text) {
     std::replace(text.begin(), text.end(), '+', ' ');
     int size = 0;
-    const std::unique_ptr<char, decltype(&curl_free)> decoded(
-        curl_easy_unescape(nullptr, text.c_str(), static_cast<int>(text.size()), &size), &curl_free);
+    const std::unique_ptr<char, decltype(Curl::free)> decoded(
+        curl().easy_unescape(nullptr, text.c_str(), static_cast<int>(text.size()), &size), curl().free);
     return {decoded.get(), static_cast<std::size_t>(size)};
 }
 
@@ -87,12 +87,12 @@ public:
     explicit Upload(const ObjectClient::Body& body) : m_body(body), m_file(openFile(body.file, O_RDONLY)) {}
 
     void attachTo(CURL* handle) {
-        curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
-        curl_easy_setopt(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(m_body.size));
-        curl_easy_setopt(handle, CURLOPT_READFUNCTION, &Upload::read);
-        curl_easy_setopt(handle, CURLOPT_READDATA, this);
-        curl_easy_setopt(handle, CURLOPT_SEEKFUNCTION, &Upload::seek);
-        curl_easy_setopt(handle, CURLOPT_SEEKDATA, this);
+        curl().easy_setopt(handle, CURLOPT_UPLOAD, 1L);
+        curl().easy_setopt(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(m_body.size));
+        curl().easy_setopt(handle, CURLOPT_READFUNCTION, &Upload::read);
+        curl().easy_setopt(handle, CURLOPT_READDATA, this);
+        curl().easy_setopt(handle, CURLOPT_SEEKFUNCTION, &Upload::seek);
+        curl().easy_setopt(handle, CURLOPT_SEEKDATA, this);
     }
 
 private:
@@ -115,14 +115,6 @@ private:
     std::size_t m_sent = 0;  // of the header
     Descriptor m_file;
 };
-
-// Must run before the first handle is made, once in the process.
-void initialiseLibrary() {
-    static const CURLcode done = curl_global_init(CURL_GLOBAL_DEFAULT);
-    if (done != CURLE_OK) {
-        throw Error(fmt::format("libcurl: {}", curl_easy_strerror(done)));
-    }
-}
 
 }  // namespace
 
@@ -166,7 +158,7 @@ struct ObjectClient::Response {
     static std::size_t take(char* bytes, std::size_t size, std::size_t count, void* self) {
         auto* response = static_cast<Response*>(self);
         const std::string_view piece(bytes, size * count);
-        curl_easy_getinfo(response->handle, CURLINFO_RESPONSE_CODE, &response->status);
+        curl().easy_getinfo(response->handle, CURLINFO_RESPONSE_CODE, &response->status);
         if (response->sink == nullptr || response->status / 100 != 2) {
             if (response->text.size() + piece.size() > MAX_RESPONSE_BYTES) {
                 return 0;
@@ -194,36 +186,35 @@ ObjectClient::ObjectClient(std::string bucket, RequestObserver observer)
       m_region(environment("AWS_REGION", "us-east-1")),
       m_certificates(environment("AWS_CA_BUNDLE")),
       m_stallSeconds(toNumber<long>(environment(STALL_VARIABLE)).value_or(STALL_SECONDS)),
-      m_handle(nullptr, &curl_easy_cleanup) {
+      m_handle(nullptr, curl().easy_cleanup) {
     if (!m_certificates.empty() && ::access(m_certificates.c_str(), R_OK) != 0) {
         throw Error::ofSystem("AWS_CA_BUNDLE: " + m_certificates, "cannot read");
     }
-    initialiseLibrary();
-    m_handle.reset(curl_easy_init());
+    m_handle.reset(curl().easy_init());
 }
 
 // A reset handle keeps its connection. libcurl copies the texts that it is given.
 void ObjectClient::prepare(const Request& request, const std::string& endpoint) {
     CURL* handle = m_handle.get();
-    curl_easy_reset(handle);
+    curl().easy_reset(handle);
     std::string url = endpoint + "/" + percentEncoded(m_bucket, PATH_CHARACTERS);
     url += request.key.empty() ? "" : "/" + percentEncoded(request.key, PATH_CHARACTERS);
     url += request.query.empty() ? "" : "?" + request.query;
-    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method);
-    curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(handle, CURLOPT_AWS_SIGV4, fmt::format("aws:amz:{}:s3", m_region).c_str());
-    curl_easy_setopt(handle, CURLOPT_USERNAME, m_key.c_str());
-    curl_easy_setopt(handle, CURLOPT_PASSWORD, m_secret.c_str());
-    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);  // timeouts without SIGALRM, which threads would share
-    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, CONNECT_TIMEOUT_SECONDS);
-    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, 1L);  // bytes a second
-    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_TIME, m_stallSeconds);
+    curl().easy_setopt(handle, CURLOPT_URL, url.c_str());
+    curl().easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method);
+    curl().easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl().easy_setopt(handle, CURLOPT_AWS_SIGV4, fmt::format("aws:amz:{}:s3", m_region).c_str());
+    curl().easy_setopt(handle, CURLOPT_USERNAME, m_key.c_str());
+    curl().easy_setopt(handle, CURLOPT_PASSWORD, m_secret.c_str());
+    curl().easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);  // timeouts without SIGALRM, which threads would share
+    curl().easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, CONNECT_TIMEOUT_SECONDS);
+    curl().easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, 1L);  // bytes a second
+    curl().easy_setopt(handle, CURLOPT_LOW_SPEED_TIME, m_stallSeconds);
     if (!m_certificates.empty()) {
-        curl_easy_setopt(handle, CURLOPT_CAINFO, m_certificates.c_str());
+        curl().easy_setopt(handle, CURLOPT_CAINFO, m_certificates.c_str());
     }
     if (request.maxBytes > 0) {
-        curl_easy_setopt(handle, CURLOPT_RANGE, fmt::format("0-{}", request.maxBytes - 1).c_str());
+        curl().easy_setopt(handle, CURLOPT_RANGE, fmt::format("0-{}", request.maxBytes - 1).c_str());
     }
 }
 
@@ -232,9 +223,9 @@ ObjectClient::Response ObjectClient::attempt(const Request& request, const std::
     CURL* handle = m_handle.get();
     const std::string digest =
         fmt::format("x-amz-content-sha256: {}", request.body != nullptr ? request.body->sha256 : "UNSIGNED-PAYLOAD");
-    const std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> headers(
-        curl_slist_append(nullptr, digest.c_str()), &curl_slist_free_all);
-    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
+    const std::unique_ptr<curl_slist, decltype(Curl::slist_free_all)> headers(
+        curl().slist_append(nullptr, digest.c_str()), curl().slist_free_all);
+    curl().easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
     std::optional<Upload> upload;
     if (request.body != nullptr) {
         upload.emplace(*request.body).attachTo(handle);
@@ -245,13 +236,13 @@ ObjectClient::Response ObjectClient::attempt(const Request& request, const std::
     Response response;
     response.handle = handle;
     response.sink = request.sink;
-    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Response::take);
-    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &response);
+    curl().easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Response::take);
+    curl().easy_setopt(handle, CURLOPT_WRITEDATA, &response);
     std::array<char, CURL_ERROR_SIZE> detail = {};
-    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, detail.data());
-    response.transfer = curl_easy_perform(handle);
-    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, nullptr);
-    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &response.status);
+    curl().easy_setopt(handle, CURLOPT_ERRORBUFFER, detail.data());
+    response.transfer = curl().easy_perform(handle);
+    curl().easy_setopt(handle, CURLOPT_ERRORBUFFER, nullptr);
+    curl().easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &response.status);
     if (response.thrown) {
         std::rethrow_exception(response.thrown);
     }
@@ -275,7 +266,7 @@ std::string ObjectClient::failureOf(const Response& response) const {
             m_certificates.empty() ? "of this machine (AWS_CA_BUNDLE can name others)" : "in " + m_certificates);
     }
     if (response.transfer != CURLE_OK) {
-        return curl_easy_strerror(response.transfer);
+        return curl().easy_strerror(response.transfer);
     }
     const std::pair<const char*, std::string> meanings[] = {
         {"SignatureDoesNotMatch", "AWS_SECRET_ACCESS_KEY is not the secret of the access key in AWS_ACCESS_KEY_ID"},
