@@ -107,7 +107,7 @@ TEST(FaultRule, IsMadeOnlyOfACallAndAFailureThatItCanHave) {
     }
     for (const sim::PlatformCall* call : sim::platformCalls()) {
         for (const std::string& failure : call->failureList()) {
-            EXPECT_EQ(sim::toText(sim::makeRule(std::string(call->name), failure).failure), failure) << call->name;
+            EXPECT_EQ(sim::toText(sim::makeRule(std::string(call->name), failure).failures), failure) << call->name;
         }
     }
 }

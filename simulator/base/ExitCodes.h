@@ -14,12 +14,13 @@ constexpr int INCOMPATIBLE = 5;
 constexpr int DAMAGED = 6;
 constexpr int NO_BACKUP = 7;
 constexpr int BUSY = 8;
+constexpr int SILENT_FAULT = 9;
 
 struct ExitCode {
     int code;
     const char* meaning;
 };
-constexpr std::array<ExitCode, 9> ALL = {{
+constexpr std::array<ExitCode, 10> ALL = {{
     {DONE, "done"},
     {FAILED, "the run failed for a reason not listed below; or the two sides of a diff differ"},
     {USAGE, "wrong usage"},
@@ -29,6 +30,7 @@ constexpr std::array<ExitCode, 9> ALL = {{
     {DAMAGED, "the bundle is damaged"},
     {NO_BACKUP, "the cloud refused or cannot be reached, or there is nothing to restore"},
     {BUSY, "the TV is busy"},
+    {SILENT_FAULT, "a fault rule did not fire, and run --expect-faults demands it"},
 }};
 
 }  // namespace sim::exit_code

@@ -2,6 +2,9 @@
 #include <fmt/ranges.h>
 
 #include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
@@ -14,9 +17,10 @@ namespace {
 
 struct NewRule {
     std::string call;
-    std::string failure;
+    std::vector<std::string> failures;
     int nth = 1;
-    int times = 1;
+    std::optional<int> times;
+    int run = 0;  // counted from the next one on; 0: any
 };
 
 std::string times(int count) {
@@ -24,10 +28,12 @@ std::string times(int count) {
 }
 
 int add(const Session& session, const NewRule& wanted) {
-    sim::FaultRule rule = sim::makeRule(wanted.call, wanted.failure);
+    sim::Tv tv(session.home);
+    sim::FaultRule rule = sim::makeRule(wanted.call, fmt::format("{}", fmt::join(wanted.failures, " ")));
     rule.nth = wanted.nth;
-    rule.times = wanted.times;
-    const std::int64_t id = sim::Tv(session.home).faults().add(rule);
+    rule.times = wanted.times.value_or(rule.times);
+    rule.run = wanted.run == 0 ? 0 : tv.runs().newest() + wanted.run;
+    const std::int64_t id = tv.faults().add(rule);
     return answer(session, sim::object({{"rule", id}}), [&] { print("rule {}\n", id); });
 }
 
@@ -35,8 +41,9 @@ int listRules(const Session& session) {
     const std::vector<sim::FaultRule> rules = session.look().faults().list();
     return answer(session, sim::object({{"rules", rules}}), [&] {
         for (const sim::FaultRule& rule : rules) {
-            print("{:>4}  {} {}, from call {} of a run, {}; fired {}\n", rule.id, rule.call, sim::toText(rule.failure),
-                  rule.nth, rule.times == 0 ? "every time" : times(rule.times), times(rule.fired));
+            print("{:>4}  {} {}, from call {} of {}, {}; fired {}\n", rule.id, rule.call, sim::toText(rule.failures),
+                  rule.nth, rule.run == 0 ? "a run" : fmt::format("run {}", rule.run),
+                  rule.times == 0 ? "every time" : times(rule.times), times(rule.fired));
         }
     });
 }
@@ -61,14 +68,15 @@ struct Meaning {
 };
 constexpr Meaning MEANINGS[] = {
     {"result=N",
-     "the call does nothing and returns N; of an event (bnr_response, tv_signal): it comes with the code N"},
-    {"answer=N", "the call does what it should, and then returns N"},
-    {"null", "the call returns no object; of an event: it comes without the application's own pointer"},
-    {"throw", "the call throws an exception"},
-    {"delay=N", "the event comes N milliseconds later than it would"},
-    {"lost", "the event never comes"},
+     "the call does nothing and returns N, as recorded; an event (bnr_response, tv_signal) comes with the code N"},
+    {"answer=N", "the call does what it should, and then returns N, as recorded"},
+    {"null", "the call returns no object (null); an event comes without the application's own pointer"},
+    {"throw", "the call throws an exception (exception): what does not catch it ends as crashed"},
+    {"delay=N", "the event comes N milliseconds later than it would, or another unit: 200ms, 5s, 2min"},
+    {"lost", "the event never comes (lost): who waits for it alone ends as waiting"},
     {"no-data", "the event comes without its data"},
-    {"cut", "the power is cut: the application is killed before that step on the disk"},
+    {"cut", "the power is cut (power cut): the application is killed before that step on the disk, crashed"},
+    {"works", "the call works: for a sequence such as result=500 result=500 works"},
     {"damage=truncate", "the file that the call has made loses its second half"},
     {"damage=corrupt", "some of its bytes are wrong"},
     {"damage=empty", "it has no bytes"},
@@ -100,14 +108,18 @@ void addFaultCommands(CLI::App& app, Action& chosen) {
     CLI::App* adding =
         addCommand(*fault, "add", "Add a rule", "halcyon-tv fault add IUtil::GetServiceDb damage=truncate --times 0",
                    chosen, [rule](const Session& session) { return add(session, *rule); });
-    adding->add_option("call", rule->call, "the call, as 'fault calls' lists it")->required();
+    adding->add_option("call", rule->call, "the call, as 'fault calls' lists it, or what follows its '::'")->required();
     adding
         ->add_option(
-            "failure", rule->failure,
-            "its failure, such as result=6, null, throw, damage=truncate; what they mean: halcyon-tv fault calls -v")
+            "failure", rule->failures,
+            "its failure, such as result=6, null, throw, delay=5s; what they mean: halcyon-tv fault calls -v. Several "
+            "happen one after the other, one each time the rule fires: lost delay=5s works")
         ->required();
     adding->add_option("--nth", rule->nth, "the first call of a run that fails")->capture_default_str();
-    adding->add_option("--times", rule->times, "how often the rule fires, 0 for every time")->capture_default_str();
+    adding->add_option("--times", rule->times,
+                       "how often the rule fires, 0 for every time (default: once for each failure)");
+    adding->add_option("--run", rule->run, "the only run in which it fires: 1 is the next one (default: any)")
+        ->check(CLI::PositiveNumber);
 
     addCommand(*fault, "list", "List the rules and how often each fired", "halcyon-tv fault list", chosen, &listRules);
 

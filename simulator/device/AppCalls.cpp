@@ -157,7 +157,7 @@ void runMainLoop(Calls& calls, Controls& controls, std::string_view body) {
     int result = 0;
     if (const auto hit = calls.nextFailure(calls::ui_app_main, "")) {
         result = hit->failure.number;
-        device.record.call(calls::ui_app_main.name, "", toJournal(result), hit->id);
+        device.record.call(calls::ui_app_main.name, "", toJournal(result), hit->rule);
         device.record.ended(RunEnd::Refused, "main loop");
     } else {
         note(device, calls::ui_app_main);

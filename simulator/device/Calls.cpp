@@ -64,10 +64,10 @@ void Calls::answer(wire::CallId id, std::string_view body) {
     device.session.send(wire::Kind::Answer, static_cast<std::uint16_t>(id), body);
 }
 
-std::optional<FaultRule> Calls::nextFailure(const PlatformCall& call, const std::string& arguments) {
-    std::optional<FaultRule> hit = device.faults.next(call);
+std::optional<Hit> Calls::nextFailure(const PlatformCall& call, const std::string& arguments) {
+    std::optional<Hit> hit = device.faults.next(call);
     if (fails(hit, Failure::Kind::Throw)) {
-        device.record.call(call.name, arguments, "exception", hit->id);
+        device.record.call(call.name, arguments, "exception", hit->rule);
         throw Failed{fmt::format("{} failed on demand", call.name)};
     }
     return hit;
@@ -76,9 +76,9 @@ std::optional<FaultRule> Calls::nextFailure(const PlatformCall& call, const std:
 void postEvent(Calls& calls, const PlatformCall& event, const std::string& about, std::chrono::milliseconds delay,
                int code, const std::function<void(const Arrival&)>& deliver) {
     Device& device = calls.device;
-    const std::optional<FaultRule> hit = calls.nextFailure(event, about);
+    const std::optional<Hit> hit = calls.nextFailure(event, about);
     if (fails(hit, Failure::Kind::Lost)) {
-        device.record.call(event.name, about, "lost", hit->id);
+        device.record.call(event.name, about, "lost", hit->rule);
         return;
     }
     if (fails(hit, Failure::Kind::Delay)) {
@@ -91,7 +91,7 @@ void postEvent(Calls& calls, const PlatformCall& event, const std::string& about
     if (fails(hit, Failure::Kind::Damage)) {
         arrival.damage = hit->failure.damage;
     }
-    arrival.fault = hit ? std::optional(hit->id) : std::nullopt;
+    arrival.fault = hit ? std::optional(hit->rule) : std::nullopt;
     device.loop.post(delay, [arrival, deliver] { deliver(arrival); });
 }
 

@@ -49,7 +49,7 @@ Answer toAnswer(Result&& result) {
 
 // Does a call, and damages what it has made or gives out if the rule says so.
 template <typename Answer, typename Arguments, typename Body, typename Harm>
-Answer perform(CurrentCall& call, const Arguments& arguments, const std::optional<FaultRule>& hit, const Body& body,
+Answer perform(CurrentCall& call, const Arguments& arguments, const std::optional<Hit>& hit, const Body& body,
                const Harm& damage) {
     const auto withTexts = [&](const auto&... each) {
         Answer answer = toAnswer<Answer>(body(call, checked(each)...));
@@ -79,7 +79,7 @@ Answer failed() {
 
 // Replaces the result if the rule says so.
 template <typename Answer>
-void overrule(Answer& answer, const std::optional<FaultRule>& hit) {
+void overrule(Answer& answer, const std::optional<Hit>& hit) {
     if constexpr (std::is_arithmetic_v<decltype(answer.result)>) {
         if (fails(hit, Failure::Kind::Result) || fails(hit, Failure::Kind::Answer)) {
             answer.result = static_cast<decltype(answer.result)>(hit->failure.number);
@@ -117,7 +117,7 @@ public:
     void answer(wire::CallId id, std::string_view body);
 
     // Throws Failed after it has recorded the call, if a fault rule makes it throw.
-    std::optional<FaultRule> nextFailure(const PlatformCall& call, const std::string& arguments);
+    std::optional<Hit> nextFailure(const PlatformCall& call, const std::string& arguments);
 
     Device& device;
 
@@ -165,7 +165,7 @@ void Calls::add(Body body, Harm damage) {
         const PlatformCall& call = *platformCalls()[static_cast<std::size_t>(id)];
         const auto arguments = wire::decode<typename wire::Call<id>::Arguments>(bytes);
         const std::string written = toJournal(arguments);
-        const std::optional<FaultRule> hit = nextFailure(call, written);
+        const std::optional<Hit> hit = nextFailure(call, written);
         CurrentCall current{device, ""};
         Answer answer{};
         try {
@@ -179,7 +179,7 @@ void Calls::add(Body body, Harm damage) {
         detail::overrule(answer, hit);
         device.record.call(call.name, written,
                            toJournal(answer.result) + (current.given.empty() ? "" : ", " + current.given),
-                           hit ? std::optional(hit->id) : std::nullopt);
+                           hit ? std::optional(hit->rule) : std::nullopt);
         if (isAnswered) {
             this->answer(id, wire::encode(answer));
         }

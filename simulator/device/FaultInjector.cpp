@@ -24,24 +24,25 @@ std::string corrupted(std::string content) {
 
 }  // namespace
 
-std::optional<FaultRule> FaultInjector::next(const PlatformCall& call) {
-    const int count = ++m_counts[call.name];
-    const auto fires = [&](const FaultRule& rule) {
-        return rule.call == call.name && count >= rule.nth && (rule.times == 0 || rule.fired < rule.times);
-    };
-    const auto rule = std::find_if(m_rules.begin(), m_rules.end(), fires);
+std::optional<Hit> FaultInjector::next(const PlatformCall& call) {
+    const int nth = ++m_counts[call.name];
+    const auto rule = std::find_if(m_rules.begin(), m_rules.end(), [&](const FaultRule& each) {
+        return each.call == call.name && each.firesAt(m_run, nth);
+    });
     if (rule == m_rules.end()) {
         return std::nullopt;
     }
+    const auto step = std::min(static_cast<std::size_t>(rule->fired), rule->failures.size() - 1);
+    const Hit hit{rule->id, rule->failures[step]};
     ++rule->fired;
     try {
         m_faults.countFired(rule->id);
     } catch (const Error&) {  // the disk may be full; the rule fires all the same
     }
-    return *rule;
+    return hit.failure.kind == Failure::Kind::Works ? std::nullopt : std::optional(hit);
 }
 
-bool fails(const std::optional<FaultRule>& hit, Failure::Kind kind) {
+bool fails(const std::optional<Hit>& hit, Failure::Kind kind) {
     return hit && hit->failure.kind == kind;
 }
 

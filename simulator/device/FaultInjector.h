@@ -1,6 +1,7 @@
 // Applies the fault rules to the calls of one run.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -11,20 +12,27 @@
 
 namespace sim {
 
+// A rule that has fired, and the failure that it is about.
+struct Hit {
+    std::int64_t rule = 0;
+    Failure failure;
+};
+
 class FaultInjector {
 public:
-    explicit FaultInjector(Faults& faults) : m_faults(faults), m_rules(faults.list()) {}
+    FaultInjector(Faults& faults, std::int64_t run) : m_faults(faults), m_rules(faults.list()), m_run(run) {}
 
-    // Counts a call, and the rule that makes it fail. Returns nothing if none does.
-    std::optional<FaultRule> next(const PlatformCall& call);
+    // Counts a call, and the rule that fires at it. Returns nothing if none does, or it says that the call works.
+    std::optional<Hit> next(const PlatformCall& call);
 
 private:
     Faults& m_faults;
     std::vector<FaultRule> m_rules;
+    std::int64_t m_run;
     std::map<std::string_view, int> m_counts;
 };
 
-bool fails(const std::optional<FaultRule>& hit, Failure::Kind kind);
+bool fails(const std::optional<Hit>& hit, Failure::Kind kind);
 
 // Throws Error if that fails.
 void replaceByLink(const std::filesystem::path& file, const std::filesystem::path& target);

@@ -89,7 +89,7 @@ std::vector<ItemVerdict> judgeItems(const Evidence& evidence) {
 std::string faultWords(const Evidence& evidence) {
     std::map<std::int64_t, std::string> failures;
     for (const FaultRule& rule : evidence.tv.faults().list()) {
-        failures[rule.id] = toText(rule.failure);
+        failures[rule.id] = toText(rule.failures);
     }
     std::set<std::string> texts;
     for (const CallRecord& call : evidence.calls) {

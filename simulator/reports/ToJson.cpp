@@ -264,9 +264,10 @@ Json::Value toJson(const Moment& moment) {
 Json::Value toJson(const FaultRule& rule) {
     return object({{"rule", rule.id},
                    {"call", rule.call},
-                   {"failure", toText(rule.failure)},
+                   {"failure", toText(rule.failures)},
                    {"nth", rule.nth},
                    {"times", rule.times},
+                   {"run", rule.run == 0 ? Json::Value() : toJson(rule.run)},
                    {"fired", rule.fired}});
 }
 

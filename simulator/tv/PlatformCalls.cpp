@@ -33,18 +33,16 @@ std::string nearCall(std::string_view name) {
     std::vector<std::string> names;
     for (const PlatformCall* call : platformCalls()) {
         names.emplace_back(call->name);
-        const std::size_t colons = call->name.rfind("::");
-        if (colons != std::string_view::npos && call->name.substr(colons + 2) == name) {
-            return didYouMean(call->name, {std::string(call->name)});
-        }
     }
     return didYouMean(name, names);
 }
 
 const PlatformCall* findPlatformCall(std::string_view name) {
     const std::vector<const PlatformCall*>& all = platformCalls();
-    const auto found =
-        std::find_if(all.begin(), all.end(), [&](const PlatformCall* each) { return each->name == name; });
+    const auto isIt = [&](const PlatformCall* each) {
+        return each->name == name || each->name.substr(each->name.rfind(':') + 1) == name;
+    };
+    const auto found = std::find_if(all.begin(), all.end(), isIt);
     return found != all.end() ? *found : nullptr;
 }
 

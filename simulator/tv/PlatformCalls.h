@@ -40,11 +40,10 @@ const std::vector<const PlatformCall*>& platformCalls();
 // Those that a fault rule can make fail.
 std::vector<PlatformCall> callsThatCanFail();
 
-// " (did you mean 'IUtil::GetServiceDb'?)" of a name that none has: the one with this name after its "::", or a close
-// one; empty if there is none.
+// " (did you mean 'bnr_init'?)" of a name that none has, if one is close; else empty.
 std::string nearCall(std::string_view name);
 
-// The one of that name; null if there is none.
+// The one of that name, or with that name after its "::", which no two have; null if there is none.
 const PlatformCall* findPlatformCall(std::string_view name);
 
 }  // namespace sim

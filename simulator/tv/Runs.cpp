@@ -81,7 +81,7 @@ void Runs::keep(int count) {
     }
 }
 
-std::optional<Run> Runs::close(std::int64_t after, int pid, const std::string& detail) {
+std::optional<Run> Runs::close(std::int64_t after, std::optional<int> pid, const std::string& detail) {
     const std::int64_t id = newest();
     if (id <= after) {
         return std::nullopt;
@@ -89,7 +89,7 @@ std::optional<Run> Runs::close(std::int64_t after, int pid, const std::string& d
     Run run = record(id).run();
     run.id = id;
     // The process may have ended before it began a record; then the newest run is of another one.
-    if (run.pid != pid) {
+    if (pid && run.pid != *pid) {
         return std::nullopt;
     }
     if (run.ended == RunEnd::Running) {

@@ -32,9 +32,9 @@ public:
     // Forgets all but the newest runs.
     void keep(int count);
 
-    // The run that the process `pid`, which has ended, began after the run `after`; one that did not come to its end is
-    // recorded as crashed with `detail`. Returns nothing if the process never began a record.
-    std::optional<Run> close(std::int64_t after, int pid, const std::string& detail);
+    // The run that the process `pid` (nothing: any), which has ended, began after the run `after`; one that did not
+    // come to its end is recorded as crashed with `detail`. Returns nothing if the process never began a record.
+    std::optional<Run> close(std::int64_t after, std::optional<int> pid, const std::string& detail);
 
 private:
     std::vector<std::int64_t> ids() const;  // ascending

@@ -29,8 +29,8 @@ CREATE TABLE state(
     still INTEGER NOT NULL, zone TEXT NOT NULL, serial TEXT NOT NULL, account TEXT NOT NULL);
 CREATE TABLE settings(key TEXT PRIMARY KEY, type TEXT NOT NULL, value TEXT NOT NULL);
 CREATE TABLE faults(
-    id INTEGER PRIMARY KEY, call TEXT NOT NULL, failure TEXT NOT NULL, nth INTEGER NOT NULL, times INTEGER NOT NULL,
-    fired INTEGER NOT NULL DEFAULT 0);
+    id INTEGER PRIMARY KEY, call TEXT NOT NULL, failures TEXT NOT NULL, nth INTEGER NOT NULL, times INTEGER NOT NULL,
+    run INTEGER NOT NULL, fired INTEGER NOT NULL DEFAULT 0);
 )";
 
 fs::path databaseOf(const fs::path& home) {
@@ -101,8 +101,8 @@ std::optional<std::int64_t> countOf(const std::optional<std::chrono::millisecond
     return time ? std::optional<std::int64_t>(time->count()) : std::nullopt;
 }
 
-void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::string& serial,
-                    const TvClock& clock, const std::string& account) {
+void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::string& serial, const TvClock& clock,
+                    const std::string& account) {
     Database database(path, Database::Access::Create);
     // With a write-ahead log, readers of a TV and the run that writes to it never wait for each other.
     database.run("PRAGMA journal_mode = WAL");
@@ -138,8 +138,8 @@ FolderLock lockTv(const fs::path& home, std::chrono::milliseconds patience) {
     return lock;
 }
 
-void Tv::create(const fs::path& home, const ChannelSource& list, const std::string& serial,
-                const TvClock& clock, const std::string& account) {
+void Tv::create(const fs::path& home, const ChannelSource& list, const std::string& serial, const TvClock& clock,
+                const std::string& account) {
     requireName("account", account);
     if (home.string().size() > limits::HOME_PATH_BYTES) {
         throw Error(fmt::format("the path of a TV home has at most {} bytes, and {} has {}", limits::HOME_PATH_BYTES,
