@@ -229,9 +229,9 @@ def serve(environment):
 
         try:
             address, token = server.stdout.readline().strip().split("/#")
-            tv = f"tvs/{get('lab')['tvs'][0]['name']}"
+            tv = "tvs/tv"
             run = get(f"{tv}/runs")["runs"][0]["run"]
-            for path in "cloud", "calls", tv, f"{tv}/faults", f"{tv}/runs/{run}":
+            for path in "cloud", "calls", "words", tv, f"{tv}/runs/{run}":
                 get(path)
             seconds = time.monotonic() - begin
             status = pathlib.Path(f"/proc/{server.pid}/status").read_text(encoding="utf-8")

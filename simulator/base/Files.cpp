@@ -154,6 +154,11 @@ bool removeFile(const fs::path& path) {
     return ::unlink(path.c_str()) == 0;
 }
 
+void removeTree(const fs::path& path) {
+    std::error_code ignored;
+    fs::remove_all(path, ignored);
+}
+
 void forEachBlock(const fs::path& path, const std::function<void(std::string_view)>& take) {
     forEachBlockOf(openRegularFile(path), path, take);
 }

@@ -25,6 +25,9 @@ bool isRegularFile(const std::filesystem::path& path);
 // Removes a file or a link. Returns false if there is none, or if it cannot be removed.
 bool removeFile(const std::filesystem::path& path);
 
+// Removes a file, or a folder with all that it holds, as far as that can be done.
+void removeTree(const std::filesystem::path& path);
+
 // Every function below throws Error if it fails, with the path in the message and the kind of the system's error.
 
 // Passes the bytes of a regular file to `take`, block by block. Throws Error (Damaged) if it is of another kind.

@@ -78,8 +78,9 @@ void describe(CLI::App& app, Session& session, std::string& home, Action& chosen
     app.add_flag("-q,--quiet", session.isQuiet, "print less: no messages beside the result");
     app.add_flag("-v,--verbose", session.isVerbose,
                  "print more: the application's log, the timeline, what failures mean, foreign store entries");
-    for (const auto addCommands : {&addTvCommands, &addRunCommands, &addFaultCommands, &addCloudCommands,
-                                   &addBundleCommands, &addCompareCommands, &addFleetCommand, &addServeCommand}) {
+    for (const auto addCommands :
+         {&addTvCommands, &addRunCommands, &addFaultCommands, &addCloudCommands, &addBundleCommands,
+          &addCompareCommands, &addFleetCommand, &addSweepCommand, &addServeCommand}) {
         addCommands(app, chosen);
     }
 }

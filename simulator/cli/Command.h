@@ -75,6 +75,7 @@ void addBundleCommands(CLI::App& app, Action& chosen);
 void addFleetCommand(CLI::App& app, Action& chosen);
 void addCloudCommands(CLI::App& app, Action& chosen);
 void addCompareCommands(CLI::App& app, Action& chosen);
+void addSweepCommand(CLI::App& app, Action& chosen);
 void addServeCommand(CLI::App& app, Action& chosen);
 
 // Whether a command line starts the TV's services for one run; and runs them.

@@ -202,13 +202,13 @@ sim::EndedProcess executeForwarding(const sim::Start& start) {
     return {application->id(), sim::describeEnd(status)};
 }
 
-// The rules that have not fired since `before` was listed.
-std::vector<std::string> silentRules(const sim::Tv& tv, const std::vector<sim::FaultRule>& before) {
+// The rules that should have fired in the run, and have not since `before` was listed.
+std::vector<std::string> silentRules(const sim::Tv& tv, const std::vector<sim::FaultRule>& before, std::int64_t run) {
     std::vector<std::string> silent;
     for (const sim::FaultRule& rule : tv.faults().list()) {
         for (const sim::FaultRule& was : before) {
-            if (was.id == rule.id && was.fired == rule.fired) {
-                silent.push_back(fmt::format("{} ({} {})", rule.id, rule.call, sim::toText(rule.failure)));
+            if (was.id == rule.id && was.fired == rule.fired && (rule.run == 0 || rule.run == run)) {
+                silent.push_back(fmt::format("{} ({} {})", rule.id, rule.call, sim::toText(rule.failures)));
             }
         }
     }
@@ -239,9 +239,9 @@ int run(const Session& session, const RunOptions& options) {
     }
     printFailures(session, tv, report);
     if (options.expectFaults) {
-        if (const std::vector<std::string> silent = silentRules(tv, rules); !silent.empty()) {
+        if (const std::vector<std::string> silent = silentRules(tv, rules, report.run.id); !silent.empty()) {
             print(stderr, "Fault rules that did not fire: {}\n", fmt::format("{}", fmt::join(silent, ", ")));
-            return FAILED;
+            return sim::exit_code::SILENT_FAULT;
         }
     }
     return exitCodeOf(report.verdict.outcome, report.verdict.cause);
@@ -326,11 +326,17 @@ void addRunCommands(CLI::App& app, Action& chosen) {
                                    [options](const Session& session) { return run(session, *options); });
     running->add_option("extra", options->request.extras, "extra values of the launch request, each key=value")
         ->check(&sim::application::checkExtra);
+    running->add_option("--app", options->request.program, "another build of the application, linked with the client")
+        ->check(CLI::ExistingFile);
+    running->add_option_function<std::string>(
+        "--wrap", [options](const std::string& words) { options->request.wrapper = CLI::detail::split_up(words); },
+        "a program and its arguments that launch it, such as 'gdb --args', valgrind or strace; it is not confined "
+        "then");
     running->add_flag("--refuse-duplicates", options->request.refuseDuplicates,
                       "let the cloud refuse a backup if its newest one has the same bundle");
     running->add_option("--backup", options->request.backup, "the backup to restore (default: the newest)");
     running->add_flag("--as-is", options->asIs, "launch it even if something looks like a typing error");
-    running->add_flag("--expect-faults", options->expectFaults, "end with code 1 if a fault rule did not fire");
+    running->add_flag("--expect-faults", options->expectFaults, "end with code 9 if a fault rule did not fire");
     running->add_flag_callback(
         "--no-reply", [options] { options->request.replyRequested = false; }, "do not request a reply");
     running->add_flag("--realtime", options->request.realtime, "wait for responses as long as on a TV");

@@ -14,16 +14,18 @@ bool isService(int argc, char** argv) {
 
 int service(int argc, char** argv) {
     CLI::App app;
-    sim::ServiceOptions options;
-    app.add_option("--socket", options.socket)->required();
-    app.add_option("--output", options.output);
-    app.add_option("--errors", options.errors);
+    int socket = -1;
+    int output = -1;
+    int errors = -1;
+    app.add_option("--socket", socket)->required();
+    app.add_option("--output", output);
+    app.add_option("--errors", errors);
     try {
         app.parse(argc - 1, argv + 1);
     } catch (const CLI::ParseError&) {
         throw UsageError("the command service is for halcyon-lineup, which starts it; try: halcyon-tv run");
     }
-    return sim::serveApplication(options);
+    return sim::serveApplicationAlone({sim::Descriptor(socket), sim::Descriptor(output), sim::Descriptor(errors)});
 }
 
 }  // namespace cli

@@ -187,9 +187,8 @@ void addTvCommands(CLI::App& app, Action& chosen) {
         ->add_flag("--services", *withServices, "with its channel list");
 
     const auto setting = std::make_shared<SetOptions>();
-    CLI::App* changing =
-        addCommand(app, "set", "Set a part of the TV's state", "halcyon-tv set antenna 0,2", chosen,
-                   [setting](const Session& session) { return set(session, *setting); });
+    CLI::App* changing = addCommand(app, "set", "Set a part of the TV's state", "halcyon-tv set antenna 0,2", chosen,
+                                    [setting](const Session& session) { return set(session, *setting); });
     changing->add_option("name", setting->name, sim::settableHelp())->required();
     changing->add_option("value", setting->value, "the new value")->required();
     changing->add_flag("--still", setting->isStill, "a clock that is set stands: runs do not move it on");

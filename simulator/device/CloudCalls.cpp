@@ -91,8 +91,12 @@ public:
             respondLater(BACKUP_DURATION, id, Response::BackupSchemaError, std::nullopt);
             return 0;
         }
-        const NewBackup backup{addressOf(id), metadata, m_device.tv.serial(), m_device.tv.services().counts().services,
-                               m_device.launch.refuseDuplicates, toUtc(m_device.now())};
+        const NewBackup backup{addressOf(id),
+                               metadata,
+                               m_device.tv.serial(),
+                               m_device.tv.services().counts().services,
+                               m_device.launch.refuseDuplicates,
+                               toUtc(m_device.now())};
         const OwnPath bundle(m_device.tv.home(), path);
         bundle.requireRegularFile();
         if (m_device.cloud->isRemote()) {

@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstdio>
 
-#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Text.h"
@@ -22,36 +21,34 @@ namespace {
 // Services whose application was killed may hold the lock for another moment.
 constexpr std::chrono::milliseconds PATIENCE{500};
 
-// Holds nothing if the parent process has the lock: a second descriptor would wait for the first forever.
-FolderLock lockHome(const fs::path& home) {
-    const std::optional<int> inherited = toNumber<int>(environment(LOCK_VARIABLE));
-    if (inherited && FolderLock::isOf(home, *inherited)) {
+// Holds nothing if the caller has the lock: a second descriptor would wait for the first forever.
+FolderLock lockHome(const ServiceOptions& options) {
+    if (options.lock && FolderLock::isOf(options.home, *options.lock)) {
         return {};
     }
-    const std::chrono::seconds patience(toNumber<int>(environment(WAIT_VARIABLE)).value_or(0));
-    return lockTv(home, std::max<std::chrono::milliseconds>(patience, PATIENCE));
+    return lockTv(options.home, std::max<std::chrono::milliseconds>(options.patience, PATIENCE));
 }
 
 }  // namespace
 
-Device::Device(const fs::path& home, Session& conversation, int process)
-    : m_lock(lockHome(home)),
+Device::Device(const ServiceOptions& options, Session& conversation, int process)
+    : m_lock(lockHome(options)),
       session(conversation),
       application(process),
-      tv(home),
-      cloud(openCloud(cloudOf(home),
+      tv(options.home),
+      cloud(openCloud(options.cloud,
                       [this](const std::string& request, const std::string& outcome) {
                           record.call(calls::cloud_request.name, request, outcome, std::nullopt);
                       })),
-      record(tv, loop, application),
-      faults(tv.faults()),
+      record(tv, loop, application, options.keep),
+      faults(tv.faults(), record.run()),
       m_started(tv.now()) {
     if (const std::string zone = tv.clock().zone; !zone.empty()) {
         ::setenv("TZ", zone.c_str(), 1);
         ::tzset();
     }
     session.setClock([this] { return timeForApplication(); });
-    for (const fs::path& folder : foldersOfApplication(home)) {
+    for (const fs::path& folder : foldersOfApplication(options.home)) {
         makeFolders(folder);
     }
     onDiskStep([this] { cutPowerIfRuled(); });
@@ -114,8 +111,8 @@ void Device::damage(const std::string& path, Damage damage) {
 }
 
 void Device::cutPowerIfRuled() {
-    if (faults.next(calls::disk)) {
-        record.call(calls::disk.name, "", "power cut", std::nullopt);
+    if (const std::optional<Hit> hit = faults.next(calls::disk)) {
+        record.call(calls::disk.name, "", "power cut", hit->rule);
         ::kill(application, SIGKILL);
         std::raise(SIGKILL);
     }

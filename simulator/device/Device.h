@@ -15,6 +15,7 @@
 #include "simulator/device/FaultInjector.h"
 #include "simulator/device/LaunchOptions.h"
 #include "simulator/device/Recorder.h"
+#include "simulator/device/Service.h"
 #include "simulator/device/Session.h"
 #include "simulator/tv/Tv.h"
 
@@ -22,9 +23,9 @@ namespace sim {
 
 class Device {
 public:
-    // Opens the TV at `home` and begins the run of an application, which is this process. Throws Error, of the kind
-    // Locked if another run is under way.
-    Device(const std::filesystem::path& home, Session& session, int application);
+    // Opens the TV and begins the run of an application, a process. Throws Error, of the kind Locked if another run is
+    // under way.
+    Device(const ServiceOptions& options, Session& session, int application);
     ~Device();
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;

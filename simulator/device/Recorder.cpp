@@ -1,24 +1,14 @@
 #include "simulator/device/Recorder.h"
 
 #include "simulator/base/Clock.h"
-#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Limits.h"
-#include "simulator/base/Text.h"
 
 namespace sim {
 
-namespace {
-
-int keptRuns() {
-    return toNumber<int>(environment(KEEP_VARIABLE)).value_or(limits::RUNS_KEPT);
-}
-
-}  // namespace
-
-Recorder::Recorder(Tv& tv, const EventLoop& loop, int process)
+Recorder::Recorder(Tv& tv, const EventLoop& loop, int process, int keep)
     : m_tv(tv), m_loop(loop), m_run(tv.runs().begin(process, toUtc(tv.now()))), m_record(tv.runs().record(m_run.id)) {
-    attempt([&] { tv.runs().keep(keptRuns()); });
+    attempt([&] { tv.runs().keep(keep); });
 }
 
 void Recorder::launched(Operation operation, bool replyRequested) {

@@ -16,8 +16,8 @@ namespace sim {
 // is watched.
 class Recorder {
 public:
-    // Begins a run of a process. Throws Error if that cannot be written.
-    Recorder(Tv& tv, const EventLoop& loop, int process);
+    // Begins a run of a process, and forgets all but the newest `keep`. Throws Error if that cannot be written.
+    Recorder(Tv& tv, const EventLoop& loop, int process, int keep);
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
 
@@ -33,6 +33,8 @@ public:
               const std::optional<std::int64_t>& fault);
     void systemLog(int priority, const std::string& tag, const std::string& text);
     void logger(const std::string& file, const std::string& function, int line, const std::string& message);
+
+    std::int64_t run() const { return m_run.id; }  // its number
 
     // How many records could not be written, and why the first could not.
     int dropped() const { return m_dropped; }

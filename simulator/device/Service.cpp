@@ -3,13 +3,16 @@
 #include <CLI/CLI.hpp>
 
 #include <csignal>
+#include <functional>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/ExitCodes.h"
 #include "simulator/base/Sandbox.h"
+#include "simulator/base/Text.h"
 #include "simulator/device/Calls.h"
 #include "simulator/device/Device.h"
 #include "simulator/device/OwnPath.h"
@@ -45,19 +48,15 @@ bool answersHelp(const std::vector<std::string>& words) {
     return false;
 }
 
-bool isSandboxOff() {
-    return environment(SANDBOX_VARIABLE) == "off";
-}
-
-void confine(const Device& device) {
+void confineServices(const Device& device) {
     std::vector<fs::path> folders = device.cloud->makeLocalFolders();
     folders.push_back(device.tv.home());
     confineWritingTo(folders);
 }
 
-wire::Welcome welcomeOn(const Device& device) {
+wire::Welcome welcomeOn(const Device& device, bool isConfined) {
     wire::Welcome welcome;
-    welcome.isConfined = !isSandboxOff();
+    welcome.isConfined = isConfined;
     for (const fs::path& folder : foldersOfApplication(device.tv.home())) {
         welcome.writable.push_back(folder);
     }
@@ -91,7 +90,20 @@ std::optional<wire::Hello> greeting(const wire::Message& message) {
     return hello.version == wire::VERSION ? std::optional(hello) : std::nullopt;
 }
 
-int welcomeAndServe(Session& session) {
+ServiceOptions optionsOfEnvironment() {
+    ServiceOptions options;
+    options.home = defaultHome();
+    options.cloud = cloudOf(options.home);
+    options.lock = toNumber<int>(environment(LOCK_VARIABLE));
+    options.patience = std::chrono::seconds(toNumber<int>(environment(WAIT_VARIABLE)).value_or(0));
+    options.keep = toNumber<int>(environment(KEEP_VARIABLE)).value_or(limits::RUNS_KEPT);
+    options.isConfined = environment(SANDBOX_VARIABLE) != "off";
+    return options;
+}
+
+// `confine` confines this process, if it is for nothing else.
+int welcomeAndServe(Session& session, const std::function<ServiceOptions()>& wanted,
+                    const std::function<void(const Device&)>& confine) {
     const std::optional<wire::Hello> hello = greeting(session.receive());
     if (!hello) {
         complain("it was built with another version of the simulator; build it again");
@@ -100,19 +112,21 @@ int welcomeAndServe(Session& session) {
     if (answersHelp(hello->words)) {
         return dismiss(session, exit_code::DONE);
     }
+    ServiceOptions options;
     std::optional<Device> device;
     try {
-        device.emplace(defaultHome(), session, hello->process);
-        if (isSandboxOff()) {
-            complain("it is not confined (--no-sandbox): names in a bundle may lead out of the TV");
-        } else {
+        options = wanted();
+        device.emplace(options, session, hello->process);
+        if (!options.isConfined) {
+            complain("it is not confined (--no-sandbox or --wrap): names in a bundle may lead out of the TV");
+        } else if (confine) {
             confine(*device);
         }
     } catch (const Error& error) {
         complain(error.what());
         return dismiss(session, error.kind() == Error::Kind::Locked ? exit_code::BUSY : exit_code::UNUSABLE);
     }
-    session.send(Kind::Welcome, 0, wire::encode(welcomeOn(*device)));
+    session.send(Kind::Welcome, 0, wire::encode(welcomeOn(*device, options.isConfined)));
     try {
         serve(session, *device);
     } catch (const wire::Closed&) {
@@ -121,19 +135,17 @@ int welcomeAndServe(Session& session) {
     return exit_code::DONE;
 }
 
-}  // namespace
-
-int serveApplication(const ServiceOptions& options) {
-    ignoreSignals();
+int openAndServe(const std::function<ServiceOptions()>& wanted, ServiceWires wires,
+          const std::function<void(const Device&)>& confine) {
     std::vector<Descriptor> pipes;
-    for (const int pipe : {options.output, options.errors}) {
-        if (pipe >= 0) {
-            pipes.emplace_back(pipe);
+    for (Descriptor* pipe : {&wires.output, &wires.errors}) {
+        if (pipe->isOpen()) {
+            pipes.push_back(std::move(*pipe));
         }
     }
-    Session session(Descriptor(options.socket), std::move(pipes));
+    Session session(std::move(wires.socket), std::move(pipes));
     try {
-        return welcomeAndServe(session);
+        return welcomeAndServe(session, wanted, confine);
     } catch (const wire::Closed&) {  // it ended before it had begun
         session.finish();
         return exit_code::DONE;
@@ -141,6 +153,17 @@ int serveApplication(const ServiceOptions& options) {
         complain(fmt::format("what it sent to the TV makes no sense: {}", error.what));
         return exit_code::UNUSABLE;
     }
+}
+
+}  // namespace
+
+int serveApplication(const ServiceOptions& options, ServiceWires wires) {
+    return openAndServe([&] { return options; }, std::move(wires), nullptr);
+}
+
+int serveApplicationAlone(ServiceWires wires) {
+    ignoreSignals();
+    return openAndServe(&optionsOfEnvironment, std::move(wires), &confineServices);
 }
 
 }  // namespace sim

@@ -1,9 +1,11 @@
 #include "simulator/launch/Launch.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -14,6 +16,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Text.h"
+#include "simulator/device/Service.h"
 #include "simulator/lineup/Application.h"
 
 namespace fs = std::filesystem;
@@ -37,7 +40,12 @@ fs::path programPath(const char* name) {
 }
 
 std::vector<std::string> applicationWords(const RunRequest& request) {
-    std::vector<std::string> words = {programPath(application::NAME), "--caller", "halcyon-tv"};
+    std::vector<std::string> words = request.wrapper;
+    words.push_back(request.program.empty() ? programPath(application::NAME) : absolutePath(request.program));
+    if (::access(words.back().c_str(), X_OK) != 0) {
+        throw Error::ofSystem(words.back(), "cannot launch");
+    }
+    words.insert(words.end(), {"--caller", "halcyon-tv"});
     if (request.replyRequested) {
         words.emplace_back("--reply");
     }
@@ -78,9 +86,70 @@ ProcessOptions serviceOptions(const RunRequest& request, const Tv& tv, const std
                            {CLOUD_VARIABLE, cloud},
                            {LOCK_VARIABLE, std::to_string(lock.descriptor())},
                            {KEEP_VARIABLE, std::to_string(request.keep)},
-                           {SANDBOX_VARIABLE, request.isConfined ? "on" : "off"}};
+                           {SANDBOX_VARIABLE, request.isConfined && request.wrapper.empty() ? "on" : "off"}};
     options.hasOwnGroup = request.hasOwnGroup;
     return options;
+}
+
+// Kills a process that takes too long.
+class Deadline {
+public:
+    Deadline(int process, std::chrono::seconds limit) {
+        s_process = process;
+        struct sigaction kill = {};
+        kill.sa_handler = [](int) { ::kill(s_process, SIGKILL); };
+        ::sigaction(SIGALRM, &kill, &m_before);
+        ::alarm(static_cast<unsigned int>(limit.count()));
+    }
+    ~Deadline() {
+        ::alarm(0);
+        ::sigaction(SIGALRM, &m_before, nullptr);
+    }
+    Deadline(const Deadline&) = delete;
+    Deadline& operator=(const Deadline&) = delete;
+
+private:
+    static inline volatile std::sig_atomic_t s_process = 0;
+    struct sigaction m_before = {};
+};
+
+// Starts the application, and serves it in this process.
+EndedProcess executeHere(const RunRequest& request, const ProcessOptions& application, const Tv& tv,
+                         const std::string& cloud, const FolderLock& lock, Wires wires) {
+    const Process started(application);
+    for (DescriptorPair* pair : {&wires.socket, &wires.output, &wires.errors}) {
+        (*pair)[1].reset();  // else it could not be seen that the application has ended
+    }
+    const Deadline deadline(started.id(), request.limit);
+    ServiceOptions options;
+    options.home = tv.home();
+    options.cloud = cloud;
+    options.lock = lock.descriptor();
+    options.keep = request.keep;
+    options.isConfined = request.isConfined;
+    serveApplication(options, {std::move(wires.socket[0]), std::move(wires.output[0]), std::move(wires.errors[0])});
+    return {started.id(), describeEnd(started.wait())};
+}
+
+// Starts the application by way of `execute`, and its services before it.
+EndedProcess executeBeside(const ProcessOptions& services, const ProcessOptions& application,
+                           std::optional<Wires>& wires, const Execute& execute) {
+    const Process served(services);
+    // The services end when nobody else has the application's end of the socket.
+    const auto start = [&] {
+        Process started(application);
+        wires.reset();
+        return started;
+    };
+    try {
+        EndedProcess end = execute(start);
+        served.waitOrKill(PATIENCE);
+        return end;
+    } catch (...) {
+        wires.reset();
+        served.waitOrKill(PATIENCE);
+        throw;
+    }
 }
 
 std::string contentOf(std::FILE* file) {
@@ -118,34 +187,24 @@ RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& c
     ProcessOptions application;
     application.words = applicationWords(request);
     application.hasOwnGroup = request.hasOwnGroup;
-    const std::unique_ptr<std::FILE, decltype(&std::fclose)> printed(request.isLogShown ? nullptr : std::tmpfile(),
-                                                                     &std::fclose);
+    const std::unique_ptr<std::FILE, decltype(&std::fclose)> printed(
+        request.isLogShown || request.isServedHere ? nullptr : std::tmpfile(), &std::fclose);
     std::optional<Wires> wires(std::in_place);
     application.environment = {{SOCKET_VARIABLE, std::to_string(wires->socket[1].get())}};
     application.handedDown = {wires->socket[1].get()};
-    application.output = wires->output[1].get();
-    application.errors = wires->errors[1].get();
+    if (request.wrapper.empty()) {
+        application.output = wires->output[1].get();
+        application.errors = wires->errors[1].get();
+    }
     ProcessOptions services = serviceOptions(request, tv, cloud, lock, *wires);
     services.errors = printed ? ::fileno(printed.get()) : services.errors;
-    const Process served(services);
-    // The services end when nobody else has the application's end of the socket.
-    const auto start = [&] {
-        Process started(application);
-        wires.reset();
-        return started;
-    };
-    std::optional<EndedProcess> end;
-    try {
-        end = execute(start);
-    } catch (...) {
-        wires.reset();
-        served.waitOrKill(PATIENCE);
-        throw;
-    }
-    served.waitOrKill(PATIENCE);
-    const std::optional<Run> run = tv.runs().close(before, end->pid, end->how);
+    const EndedProcess end = request.isServedHere
+                                 ? executeHere(request, application, tv, cloud, lock, std::move(*wires))
+                                 : executeBeside(services, application, wires, execute);
+    const std::optional<Run> run =
+        tv.runs().close(before, request.wrapper.empty() ? std::optional(end.pid) : std::nullopt, end.how);
     if (!run) {
-        throw Error(fmt::format("the application did not start on the TV at {}: {}{}{}", tv.home().string(), end->how,
+        throw Error(fmt::format("the application did not start on the TV at {}: {}{}{}", tv.home().string(), end.how,
                                 printed ? "\n" : "", printed ? contentOf(printed.get()) : ""));
     }
     RunReport report = reportRun(tv, store, *run);
