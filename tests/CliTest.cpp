@@ -145,8 +145,8 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"bundle show 000001", 3, "holds no backup 000001"},
         Mistake{"cloud show 000001", 2, "use: halcyon-tv bundle show"},
         Mistake{"bundle diff x.zip", 2, "use: halcyon-tv diff"}, Mistake{"cloud list", 0, "No backup in"},
-        Mistake{"record --call GetServiceDb", 2, "(did you mean 'IUtil::GetServiceDb'?)"},
-        Mistake{"fault add GetServiceDb throw", 3, "(did you mean 'IUtil::GetServiceDb'?)"},
+        Mistake{"record --call GetServiceDB", 2, "(did you mean 'GetServiceDb'?)"},
+        Mistake{"fault add GetServiceDB throw", 3, "(did you mean 'GetServiceDb'?)"},
         Mistake{"backup", 2, "for a backup: halcyon-tv run operation=backup"},
         Mistake{"fault add bnr_backup null", 3, "bnr_backup cannot fail with 'null'"}));
 

@@ -265,7 +265,8 @@ int listRecords(const Session& session, const std::vector<sim::RunReport>& repor
 }
 
 int record(const Session& session, const RecordOptions& options) {
-    if (!options.filter.call.empty() && sim::findPlatformCall(options.filter.call) == nullptr) {
+    const sim::PlatformCall* call = sim::findPlatformCall(options.filter.call);
+    if (!options.filter.call.empty() && call == nullptr) {
         throw UsageError(fmt::format("the platform has no call {}{}", sim::inQuotes(options.filter.call),
                                      sim::nearCall(options.filter.call)));
     }
@@ -282,6 +283,7 @@ int record(const Session& session, const RecordOptions& options) {
     }
     const sim::RunReport report = sim::reportRun(tv, *store, *run);
     sim::TimelineFilter filter = options.filter;
+    filter.call = call != nullptr ? call->name : "";
     // A filter of one kind leaves the other kind out, unless that is asked for.
     filter.calls = options.calls || !(options.log || filter.priority > 0);
     filter.log = options.log || !(options.calls || !filter.call.empty());

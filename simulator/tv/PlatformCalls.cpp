@@ -33,6 +33,7 @@ std::string nearCall(std::string_view name) {
     std::vector<std::string> names;
     for (const PlatformCall* call : platformCalls()) {
         names.emplace_back(call->name);
+        names.emplace_back(call->name.substr(call->name.rfind(':') + 1));
     }
     return didYouMean(name, names);
 }

@@ -15,6 +15,7 @@
 #include "simulator/base/Environment.h"
 #include "simulator/client/Connection.h"
 #include "simulator/cloud/OpenCloud.h"
+#include "simulator/device/Service.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Bundle.h"
 #include "simulator/reports/Judge.h"
@@ -192,6 +193,12 @@ sim::Process TestTv::serveThisProcess() const {
     return sim::Process(services);
 }
 
+bool TestTv::endsServices() const {
+    const std::vector<sim::FaultRule> rules = open().faults().list();
+    return std::any_of(rules.begin(), rules.end(),
+                       [](const sim::FaultRule& rule) { return rule.call == sim::calls::disk.name; });
+}
+
 RunResult TestTv::launch(const Strings& arguments) {
     const Foretold foretold(*this, arguments);
     sim::Tv tv(home);
@@ -200,7 +207,20 @@ RunResult TestTv::launch(const Strings& arguments) {
     const sim::Descriptor descriptor = sim::openFile(errors, O_WRONLY | O_CREAT | O_TRUNC, 0600);
     sim::ProcessOptions application = this->application(arguments);
     application.errors = descriptor.get();
+    sim::DescriptorPair socket;
+    if (!endsServices()) {
+        socket = sim::socketPair("the test");
+        application.environment["HALCYON_TV_SOCKET"] = std::to_string(socket[1].get());
+        application.handedDown = {socket[1].get()};
+    }
     const sim::Process process(application);
+    if (socket[0].isOpen()) {
+        socket[1].reset();
+        sim::ServiceOptions options;
+        options.home = home;
+        options.cloud = cloud;
+        sim::serveApplication(options, {std::move(socket[0]), sim::Descriptor(), sim::Descriptor()});
+    }
     RunResult outcome;
     outcome.exitStatus = process.wait();
     const std::optional<sim::Run> run = tv.runs().close(before, process.id(), "ended");

@@ -67,7 +67,7 @@ public:
     // end with the connection.
     sim::Process serveThisProcess() const;
 
-    // Runs the application in a process of its own and checks the origin of each log record.
+    // Runs the application in a process of its own, served by this one, and checks the origin of each log record.
     RunResult launch(const Strings& arguments);
     RunResult backUp() { return launch({"--reply"}); }
     RunResult restore() { return launch({"operation=restore", "--reply"}); }
@@ -99,6 +99,9 @@ public:
     std::filesystem::path failures;  // where it keeps the archives of failed operations
 
 private:
+    // Whether a fault rule ends the TV's services: then they need a process of their own.
+    bool endsServices() const;
+
     // Which leaks are deliberate: the application's process is confined, and reads that where it may.
     std::filesystem::path suppressions() const { return home / "apps/lsan.supp"; }
 };
