@@ -220,7 +220,7 @@ class Scripts(Story):
                          ("done", [{"rule": 1, "call": "bnr_deinit", "nth": 1, "fired": 1}]))
         self.assertIn("rule 1 fired 1 time, first at call 1 of bnr_deinit", tv.tv("record", "-q").text)
         tv.tv("fault", "add", "vconf_set_int", "throw")
-        self.assertIn("did not fire", tv.tv("run", "-q", "--expect-faults", code=1).errors)
+        self.assertIn("did not fire", tv.tv("run", "-q", "--expect-faults", code=9).errors)
 
     def test_a_typing_error_is_not_a_backup(self):
         tv = Tv(self.folder, "a")
