@@ -82,7 +82,7 @@ public:
             const auto* const row = std::find_if(std::begin(ENDS), std::end(ENDS), [&](const End& each) {
                 return (each.call.empty() || each.call == fault.call) &&
                        (each.failure.empty() || each.failure == fault.failure) &&
-                       (!each.ofRestoreOnly || (m_baseline.isRestore && !m_baseline.isScanActivated));
+                       (!each.ofRestoreOnly || (m_baseline.isRestore && !isReadAsScan()));
             });
             if (row != std::end(ENDS)) {
                 allowed.insert(row->end);
@@ -91,11 +91,7 @@ public:
         if (has("throw")) {
             allowed = {RunEnd::Crashed};
         } else if (allowed.empty() || m_fired.size() > 1) {
-            const bool isReadAsScan =
-                m_baseline.isScanActivated && std::none_of(m_fired.begin(), m_fired.end(), [](const Fired& fault) {
-                    return fault.call == calls::app_control_get_extra_data.name;
-                });
-            allowed.insert(wasReported(1) && !isReadAsScan ? RunEnd::Reclaimed : RunEnd::Exit);
+            allowed.insert(wasReported(1) && !isReadAsScan() ? RunEnd::Reclaimed : RunEnd::Exit);
         }
         return allowed.count(m_run.ended) > 0 ? "" : fmt::format("it ended as {}", nameOf(m_run.ended));
     }
@@ -168,14 +164,68 @@ public:
         return "";
     }
 
-    // The downloaded archive is removed on success, and kept in the failure folder otherwise, if it could be read.
+    // A session that was opened is closed, unless the response came without the application's own pointer.
+    std::string session() const {
+        if (m_run.ended == RunEnd::Crashed || m_run.ended == RunEnd::Waiting || has("null")) {
+            return "";
+        }
+        const auto opened = std::count_if(m_calls.begin(), m_calls.end(), [](const CallRecord& call) {
+            return call.name == calls::bnr_init.name && call.result == "0";
+        });
+        return opened <= count(calls::bnr_deinit) ? "" : "it has left its session with the cloud open";
+    }
+
+    std::string channels() const {
+        const auto lost = std::find_if(m_verdict.items.begin(), m_verdict.items.end(), [](const ItemVerdict& item) {
+            return item.item == Item::Channels && !isWell(item.state);
+        });
+        // What the TV service damages without a word, nobody can know.
+        const bool wasDamaged = std::any_of(m_fired.begin(), m_fired.end(), [](const Fired& fault) {
+            return fault.failure.compare(0, 6, "damage") == 0;
+        });
+        return wasDone() && lost != m_verdict.items.end() && !wasDamaged ? "it was told done without the channels" : "";
+    }
+
+    // If each call that failed works on an item, only those items are lost; of the favourites, one for each call.
+    std::string bestEffort() const {
+        if (!wasDone() || m_run.ended == RunEnd::Crashed) {
+            return "";
+        }
+        std::multiset<std::string_view> failed;
+        for (const Fired& fault : m_fired) {
+            failed.insert(findPlatformCall(fault.call)->item);
+        }
+        for (const ItemVerdict& item : m_verdict.items) {
+            const std::string_view name = favouriteList(item.item) ? "favname" : nameOf(item.item);
+            if (isWell(item.state) || failed.count("") > 0) {
+                continue;
+            }
+            const auto fault = failed.find(name);
+            if (fault == failed.end()) {
+                return fmt::format("{} is lost, and no call for it has failed", nameOf(item.item));
+            }
+            if (favouriteList(item.item)) {
+                failed.erase(fault);
+            }
+        }
+        return "";
+    }
+
+    // The downloaded archive is removed on success, and kept in the failure folder otherwise, if it could be read. A
+    // bundle that the cloud did not take is kept there, too.
     std::string archive() const {
         const bool wasDownloaded = m_run.response == Response::RestoreData && !has("damage=missing") &&
                                    !has("damage=dangling") && !has("no-data");
-        if (count(calls::bnr_backup) > 0 || !wasDownloaded || m_run.ended == RunEnd::Crashed || has("null")) {
+        const auto handedOver = std::find_if(
+            m_calls.begin(), m_calls.end(), [](const CallRecord& call) { return call.name == calls::bnr_backup.name; });
+        const bool backedUp = handedOver != m_calls.end();
+        if (!(backedUp || wasDownloaded) || m_run.ended == RunEnd::Crashed || has("null")) {
             return "";
         }
-        const std::size_t expected = m_run.reported != Reported::Success && !wasReported(1) ? 1 : 0;
+        constexpr std::string_view POSTPONED = "6";
+        const bool isKept = backedUp ? handedOver->result.compare(0, 1, "0") != 0 && handedOver->result != POSTPONED
+                                     : m_run.reported != Reported::Success && !wasReported(1);
+        const std::size_t expected = isKept ? 1 : 0;
         const std::size_t kept = filesBelow(m_tv.home() / application::FAILURE_FOLDER, [](const fs::path& file) {
             return file.extension() != application::METADATA_SUFFIX;
         });
@@ -221,9 +271,7 @@ public:
         const bool saysFailure = std::any_of(m_log.begin(), m_log.end(), [](const LogRecord& record) {
             return record.message.find("operation fail") != std::string::npos;
         });
-        const bool wasDone = m_run.operation == Operation::Backup ? m_run.response == Response::BackupCompleted
-                                                                  : m_run.reported == Reported::Success;
-        return saysFailure && wasDone ? "it says \"operation fail\" of what was done" : "";
+        return saysFailure && wasDone() ? "it says \"operation fail\" of what was done" : "";
     }
 
 private:
@@ -234,6 +282,19 @@ private:
 
     bool has(std::string_view failure) const {
         return std::any_of(m_fired.begin(), m_fired.end(), [&](const Fired& each) { return each.failure == failure; });
+    }
+
+    // The application takes an extra value that it cannot read for one that is not there.
+    bool isReadAsScan() const {
+        return m_baseline.isScanActivated && std::none_of(m_fired.begin(), m_fired.end(), [](const Fired& fault) {
+                   return fault.call == calls::app_control_get_extra_data.name;
+               });
+    }
+
+    // What the caller or the cloud was told.
+    bool wasDone() const {
+        return m_run.operation == Operation::Restore ? m_run.reply == 0 || m_run.reported == Reported::Success
+                                                     : m_run.response == Response::BackupCompleted;
     }
 
     bool wasReported(int times) const { return count(calls::bnr_report_success) == times; }
@@ -309,7 +370,10 @@ constexpr Promise PROMISES[] = {
     {{"reply", "the caller of a restore gets at most one reply, and it is true"}, &Inspection::reply},
     {{"report", "what the cloud is told of a restore is true"}, &Inspection::reported},
     {{"store", "every backup in the store can be read whole, and nothing else is there"}, &Inspection::store},
-    {{"archive", "a downloaded archive is removed on success, and kept otherwise"}, &Inspection::archive},
+    {{"channels", "nothing is told done without the channels"}, &Inspection::channels},
+    {{"best effort", "an item is lost only if a call for it fails"}, &Inspection::bestEffort},
+    {{"session", "a session with the cloud is closed again"}, &Inspection::session},
+    {{"archive", "a bundle is removed on success, and kept otherwise"}, &Inspection::archive},
     {{"tidy", "nothing half-made is left"}, &Inspection::tidy},
     {{"verdict", "the verdict says what a comparison of its own says"}, &Inspection::verdict},
     {{"log", "the log calls nothing failed that was done"}, &Inspection::log},

@@ -38,6 +38,7 @@ class Json(Story):
         bundle = next(self.folder.glob("cloud/*/*/000001/bundle.zip"))
         imported = check("cloud import", b.tv("--json", "cloud", "import", bundle).json)["backup"]
         self.assertEqual(check("cloud remove", b.tv("--json", "cloud", "remove", "2").json)["backup"], imported)
+        check("sweep", b.tv("sweep", "--operation", "backup", "--json").json)
         check("fleet run", b.tv("fleet", "run", "--tvs", 2, "--json").json)
         made = b.tv("init", "--channels", DATA / "channels.conf", "--home", self.folder / "c", "--json")
         check("init", made.json)
