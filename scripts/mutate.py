@@ -22,13 +22,13 @@ COPY = "build/mutate"
 # The stories that a change in a folder concerns.
 STORIES = {
     "simulator/base": ["stories", "tool"],
-    "simulator/cli": ["json", "stories", "tool", "tutorial"],
+    "simulator/cli": ["bench", "json", "stories", "tool", "tutorial"],
     "simulator/cloud": ["object_store", "tool"],
-    "simulator/device": ["stories"],
-    "simulator/launch": ["object_store", "tool"],
+    "simulator/device": ["bench", "stories"],
+    "simulator/launch": ["bench", "object_store", "tool"],
     "simulator/lineup": ["json", "stories", "tool"],
-    "simulator/reports": ["json", "stories", "tool", "tutorial"],
-    "simulator/tv": ["json", "stories", "tool"],
+    "simulator/reports": ["bench", "json", "stories", "tool", "tutorial"],
+    "simulator/tv": ["bench", "json", "stories", "tool"],
     "simulator/web": ["page", "server"],
 }
 
