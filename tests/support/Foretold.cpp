@@ -1,7 +1,6 @@
 #include "tests/support/Foretold.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
@@ -33,9 +32,8 @@ std::optional<sim::FetchedBackup> fetchNewest(const TestTv& tv) {
 }  // namespace
 
 Foretold::Foretold(const TestTv& tv, const Strings& arguments) : m_tv(tv) {
-    const char* sandbox = std::getenv("HALCYON_TV_SANDBOX");
-    const bool isDisturbed = (sandbox != nullptr && std::string(sandbox) == "off") ||
-                             !tv.open().faults().list().empty() || sim::isRegularFile(tv.data.parent_path()) ||
+    const bool isDisturbed = !tv.isConfined || !tv.open().faults().list().empty() ||
+                             sim::isRegularFile(tv.data.parent_path()) ||
                              std::find(arguments.begin(), arguments.end(), "--backup") != arguments.end();
     if (isDisturbed || !sim::application::isRestore(valueOf(arguments, "operation=").value_or(""))) {
         return;

@@ -219,6 +219,7 @@ RunResult TestTv::launch(const Strings& arguments) {
         sim::ServiceOptions options;
         options.home = home;
         options.cloud = cloud;
+        options.isConfined = isConfined;
         sim::serveApplication(options, {std::move(socket[0]), sim::Descriptor(), sim::Descriptor()});
     }
     RunResult outcome;

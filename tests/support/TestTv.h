@@ -97,6 +97,7 @@ public:
     std::filesystem::path cloud;
     std::filesystem::path data;      // the application's working folder
     std::filesystem::path failures;  // where it keeps the archives of failed operations
+    bool isConfined = true;          // the application that is launched
 
 private:
     // Whether a fault rule ends the TV's services: then they need a process of their own.
