@@ -9,7 +9,7 @@ bin=${1:?the folder of the programs, or check}
 shift
 root=$(dirname "$(dirname "$(realpath "$0")")")
 channels=$root/data/channels.conf
-log=(--quiet)
+verbose=
 cloud=folder
 while [ $# -gt 0 ]; do
     case $1 in
@@ -24,7 +24,7 @@ while [ $# -gt 0 ]; do
             [[ $cloud =~ ^(folder|ceph)$ ]] || wrong "no cloud '$cloud'; --cloud takes folder or ceph"
             shift
             ;;
-        --verbose) log=() ;;
+        --verbose) verbose=1 ;;
         *) wrong "no option '$1'; there are --channels FILE, --cloud folder|ceph and --verbose" ;;
     esac
     shift
@@ -46,8 +46,25 @@ a=$stage/tv-a b=$stage/tv-b c=$stage/tv-c d=$stage/tv-d
 
 say() { printf '\n=== %s\n' "$*"; }
 tv() { local home=$1; shift; "$bin/halcyon-tv" --home "$home" "$@"; }
-launch() { local home=$1; shift; tv "$home" run "${log[@]}" "$@"; }
 die() { echo "demo: $*" >&2; exit 1; }
+
+# A run, in two lines; verbose: as the tool prints it.
+launch() {
+    local home=$1 code=0
+    shift
+    [ -z "$verbose" ] || { tv "$home" run -v "$@"; return; }
+    tv "$home" run --json "$@" >"$stage/run.json" || code=$?
+    jq -r '"  \(.operation) \(.outcome)" + (if .why == "" then "" else ": " + .why end),
+        "  read back, item by item: " + ([.items[].state] | group_by(.) | map("\(length) \(.[0])") | join(", "))' \
+        "$stage/run.json"
+    return $code
+}
+
+# Two channel set-ups that must be the same.
+same() {
+    tv "$1" diff "$2" >"$stage/diff.txt" || { cat "$stage/diff.txt"; die "$3"; }
+    echo "  compared with $(basename "$1"): the same, item by item"
+}
 
 if [ "$cloud" = ceph ]; then
     say "An object store starts: three storage daemons, two gateways"
@@ -66,31 +83,28 @@ tv "$a" set favname2 "News & Sport"
 tv "$a" set mode 2/1
 tv "$a" set service $(((services + 1) / 2))
 tv "$a" set category 1/2/1
-tv "$a" status
+tv "$a" status | grep -E 'channels|watching|mode|category|favname[12]'
 
 say "Back TV A up to the cloud; then each item is read back from the store"
 launch "$a"
 
 say "What the cloud store holds now"
 tv "$a" cloud list
-tv "$a" bundle verify
+tv "$a" bundle verify | sed -n '1,/ipsrv/p'
 [ "$(tv "$a" bundle show --json | jq .channels.services)" -eq "$services" ] ||
     die "the bundle does not hold all $services services"
 if [ "$cloud" = folder ]; then
-    unzip -t "$(find "$HALCYON_CLOUD" -name bundle.zip)"
+    unzip -tq "$(find "$HALCYON_CLOUD" -name bundle.zip)"
 fi
 
 fresh() { tv "$1" init --channels "$root/data/factory.conf"; cp "$1/service-db/ipsrv" "$1.ipsrv"; }
 same_as_a() {
-    tv "$a" diff "$1" || die "$1 is not like TV A"
+    same "$a" "$1" "$1 is not like TV A"
     cmp "$1/service-db/ipsrv" "$1.ipsrv" || die "the IP services of $1 have changed"
 }
 
-say "TV B is fresh from the factory"
+say "TV B is fresh from the factory; restore it from the cloud; then each item is read back from the TV"
 fresh "$b"
-tv "$b" status
-
-say "Restore TV B from the cloud; then each item is read back from the TV"
 launch "$b" operation=restore
 same_as_a "$b"
 
@@ -107,10 +121,20 @@ cp -r "$d" "$d.before"
 code=0
 launch "$d" operation=restore || code=$?
 [ $code -eq 5 ] || die "the restore of TV D should have been refused"
-tv "$d.before" diff "$d" || die "TV D was touched"
+same "$d.before" "$d" "TV D was touched"
 kept=$(find "$d/tmp/halcyon-lineup" -name '*.zip')
-tv "$a" diff "$kept" || die "the refused bundle is not in the failure folder"
-echo "Kept in the failure folder: $kept"
+same "$a" "$kept" "the refused bundle is not in the failure folder"
+echo "  and kept in the failure folder: $kept"
 
 say "Done: every one of the $services services came back"
-echo "Look around, for instance with: $bin/halcyon-tv --home $b status --services"
+cat <<END
+
+  +----------------------------------------------------------------------------+
+  | A backup, a restore, one during a scan, and one that was refused.          |
+  | What to type next, after  export PATH=\$PWD/build/release/bin:\$PATH         |
+  |                                                                            |
+  |   halcyon-tv --home build/demo/tv-b status --services    the channels      |
+  |   halcyon-tv --home build/demo/tv-d record               what was refused  |
+  |   halcyon-tv serve --lab build/demo --cloud build/demo/cloud    the page   |
+  +----------------------------------------------------------------------------+
+END
