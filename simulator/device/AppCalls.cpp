@@ -69,6 +69,7 @@ bool parse(const std::vector<std::string>& words, LaunchOptions& options) {
     }
 }
 
+// Path variables, by the platform's own numbers.
 constexpr int APPLICATION_DATA = 61;
 constexpr int TEMPORARY_DATA = 78;
 
@@ -89,6 +90,7 @@ Control requestOf(const LaunchOptions& options) {
     return request;
 }
 
+// As the application decides it: what does not ask for a restore is a backup.
 Operation operationOf(const Control& request) {
     const auto operation = request.extras.find(application::OPERATION);
     const bool isRestore = operation != request.extras.end() && application::isRestore(operation->second);
@@ -125,6 +127,7 @@ int run(Device& device, Controls& controls, const std::vector<std::string>& word
     if (device.launch.realtime) {
         device.loop.setWait([&](EventLoop::Milliseconds duration) { device.session.pause(duration); });
     }
+    // Recorded before the application is called back: however it ends, the verdict knows what the run was for.
     device.record.launched(operationOf(launch), launch.replyRequested);
     note(device, calls::app_create);
     if (!device.session.deliver<EventId::create>()) {
@@ -134,8 +137,10 @@ int run(Device& device, Controls& controls, const std::vector<std::string>& word
     const Handle request = controls.add(launch);
     note(device, calls::app_control, extrasOf(launch));
     device.session.deliver<EventId::control>(request);
+    // The request is valid during the callback only. One that the application keeps is a bad handle; clones live on.
     controls.remove(request);
     if (device.launch.pause) {
+        // By an event, due before any response: the application goes to the background while its request is under way.
         device.loop.post(EventLoop::Milliseconds(0), [&] {
             note(device, calls::app_pause);
             device.session.deliver<EventId::pause>();
@@ -209,6 +214,7 @@ void addControlCalls(Calls& calls, const std::shared_ptr<Controls>& controls) {
             if (controls->find(reply) == nullptr || asked == nullptr) {
                 return BAD_HANDLE;
             }
+            // Nobody waits for it.
             if (!asked->replyRequested) {
                 return NOT_THERE;
             }
@@ -223,6 +229,7 @@ void addPathAndJsonCalls(Calls& calls) {
     calls.add<CallId::platform_path_resolve>([](CurrentCall& call, int variable, const std::string& relative) {
         return wire::Hidden<wire::Text>{(baseFolder(call.device.tv.home(), variable) / relative).string()};
     });
+    // The application's side parses and writes the JSON; these calls are there to be recorded and to fail.
     calls.add<CallId::string_to_json>(
         [](CurrentCall&, const std::string&, wire::Hidden<bool> isJson) { return isJson.value; });
     calls.add<CallId::stream_to_json>(

@@ -11,6 +11,7 @@ namespace sim {
 
 const std::string& detail::checked(const wire::Text& text) {
     if (!text) {
+        // A std::exception, by which the call fails like one whose file cannot be used.
         throw std::invalid_argument("null is no text");
     }
     return *text;
@@ -45,6 +46,7 @@ void Calls::dispatch(const wire::Message& message) {
         const auto [detail] = wire::decode<std::tuple<std::string>>(message.body);
         std::fprintf(stderr, "%s crashed: %s\n", application::NAME, shown(detail).c_str());
         device.record.ended(RunEnd::Crashed, detail);
+        // The application waits for it before it aborts, so that its end is on record before its process is gone.
         device.session.send(wire::Kind::Answer, 0, "");
     } else {
         const bool isAnswered = message.kind == wire::Kind::Call;
@@ -55,6 +57,7 @@ void Calls::dispatch(const wire::Message& message) {
         try {
             m_handlers[message.id](message.body, isAnswered);
         } catch (const Failed& failed) {
+            // It is to be thrown on the other side of the socket.
             device.session.send(wire::Kind::Exception, message.id, wire::encode(failed.what));
         }
     }
@@ -76,6 +79,7 @@ std::optional<Hit> Calls::nextFailure(const PlatformCall& call, const std::strin
 void postEvent(Calls& calls, const PlatformCall& event, const std::string& about, std::chrono::milliseconds delay,
                int code, const std::function<void(const Arrival&)>& deliver) {
     Device& device = calls.device;
+    // Decided when the event is sent: the nth is the nth that was sent, whatever delays do to the order.
     const std::optional<Hit> hit = calls.nextFailure(event, about);
     if (fails(hit, Failure::Kind::Lost)) {
         device.record.call(event.name, about, "lost", hit->rule);

@@ -15,6 +15,7 @@ using Paths = wire::Answer<int, std::list<std::string>>;
 
 // Returns false if one of the files is not there, or is not the application's own.
 bool takeOver(const Device& device, const std::list<std::string>& paths) {
+    // Each reachable path leads through the descriptor of its OwnPath: all stay open until the files are taken.
     std::deque<OwnPath> own;
     std::list<std::string> reachable;
     try {

@@ -86,6 +86,7 @@ public:
         if (!isOpen(id)) {
             return NO_SESSION;
         }
+        // The service accepts the request first, and looks at the metadata later: only the response refuses them.
         Json::Value parsed;
         if (!parseJson(metadata, parsed)) {
             respondLater(BACKUP_DURATION, id, Response::BackupSchemaError, std::nullopt);
@@ -104,6 +105,7 @@ public:
             call.given = "spooled";
             return 0;
         }
+        // Stored before the call returns, as its caller may delete the bundle then.
         const Stored stored = bundle.use([&](const fs::path& file) { return store(backup, file); });
         respondLater(BACKUP_DURATION, id, stored.response, std::nullopt);
         call.given = stored.id.empty() ? "" : "backup " + stored.id;
@@ -151,6 +153,7 @@ private:
                 return;  // it was closed meanwhile
             }
             std::optional<Download> downloaded;
+            // A fault may have made it another response, which brings no data.
             if (arrival.code == codeOf(Response::RestoreData) && folder) {
                 arrival.code = codeOf(download(id, *folder, downloaded));
                 if (downloaded && arrival.damage) {
@@ -204,6 +207,7 @@ private:
             metadata = downloaded->metadata;
             path = downloaded->path;
         }
+        // An event is recorded before it is delivered: in the record, it stands before the calls that it leads to.
         m_device.record.responded(arrival.code);
         m_device.record.call(calls::bnr_response.name, toJournal(std::tuple(arrival.code, path)), "", arrival.fault);
         m_device.session.deliver<wire::EventId::response>(handler->first, arrival.code, arrival.hasUserData, metadata,

@@ -21,6 +21,7 @@ void damageArchive(CurrentCall& call, const wire::Answer<int>& /*answer*/, Damag
 
 // Why an archive cannot replace the database; nothing if it has.
 std::optional<ReplaceStatus> replaceServiceDb(const Tv& tv, const std::string& path) {
+    // Of a path that leads elsewhere, the application learns no more than of an archive that is damaged.
     std::optional<OwnPath> archive;
     try {
         archive.emplace(tv.home(), path).requireRegularFile();

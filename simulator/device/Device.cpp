@@ -43,11 +43,13 @@ Device::Device(const ServiceOptions& options, Session& conversation, int process
       record(tv, loop, application, options.keep),
       faults(tv.faults(), record.run()),
       m_started(tv.now()) {
+    // The times of the log are local, in the TV's zone.
     if (const std::string zone = tv.clock().zone; !zone.empty()) {
         ::setenv("TZ", zone.c_str(), 1);
         ::tzset();
     }
     session.setClock([this] { return timeForApplication(); });
+    // Confinement opens both folders, so they must be there before the application is welcomed.
     for (const fs::path& folder : foldersOfApplication(options.home)) {
         makeFolders(folder);
     }
@@ -55,9 +57,11 @@ Device::Device(const ServiceOptions& options, Session& conversation, int process
 }
 
 Device::~Device() {
+    // Both would call an object that is being destroyed.
     onDiskStep({});
     session.setClock({});
     try {
+        // The TV's clock goes on by what the run took on the loop's, unless it stands.
         tv.passTime(loop.now());
     } catch (const Error& error) {
         complain(error.what());
@@ -84,6 +88,7 @@ void Device::keepMetadata() const {
         return;
     }
     try {
+        // Beside the bundle, where the commands on bundles look for the metadata of a file.
         const OwnPath kept(tv.home(), tv.home() / application::FAILURE_FOLDER / bundleName);
         if (kept.isRegularFile()) {
             kept.use(
@@ -113,6 +118,7 @@ void Device::damage(const std::string& path, Damage damage) {
 void Device::cutPowerIfRuled() {
     if (const std::optional<Hit> hit = faults.next(calls::disk)) {
         record.call(calls::disk.name, "", "power cut", hit->rule);
+        // The application first: whichever dies last could still write. Neither may clean up.
         ::kill(application, SIGKILL);
         std::raise(SIGKILL);
     }

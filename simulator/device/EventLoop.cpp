@@ -11,6 +11,7 @@ void EventLoop::post(Milliseconds delay, Event event) {
 
 bool EventLoop::run() {
     while (!m_quit && !m_events.empty()) {
+        // Taken out before it runs, as it may post others.
         auto next = m_events.extract(m_events.begin());
         if (m_wait) {
             m_wait(next.key() - m_now);

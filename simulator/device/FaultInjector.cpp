@@ -32,6 +32,7 @@ std::optional<Hit> FaultInjector::next(const PlatformCall& call) {
     if (rule == m_rules.end()) {
         return std::nullopt;
     }
+    // A sequence of failures ends with its last one, which then goes on.
     const auto step = std::min(static_cast<std::size_t>(rule->fired), rule->failures.size() - 1);
     const Hit hit{rule->id, rule->failures[step]};
     ++rule->fired;

@@ -17,6 +17,7 @@ namespace sim {
 
 namespace {
 
+// The letters of the system log, from verbose (2) to silent (8).
 char letter(int priority) {
     constexpr std::string_view LETTERS = "??VDIWEFS";
     return priority >= 0 && priority < static_cast<int>(LETTERS.size()) ? LETTERS[static_cast<std::size_t>(priority)]
@@ -44,6 +45,7 @@ std::string timeOfDay(const Device& device) {
 
 void printLog(const Device& device, const wire::SystemLog& log) {
     const std::string_view text = log.text;
+    // Some records of the application end with a line break of their own.
     const std::size_t end = text.find_last_not_of(" \n");
     const std::string line = fmt::format("{} {}/{}: {}", timeOfDay(device), letter(log.priority), shown(log.tag),
                                          shown(limits::cut(text.substr(0, end + 1))));

@@ -20,6 +20,7 @@ Descriptor openFolder(int parent, const fs::path& step, const fs::path& shown) {
 
 // One step after the other: unlike openat2(), every kernel and emulator can do that.
 Descriptor openFolderOf(const fs::path& home, const fs::path& shown) {
+    // '..' is taken out of the text. The kernel would come to the same place, because no step is a link.
     const fs::path path = shown.lexically_normal();
     for (const fs::path& own : foldersOfApplication(home)) {
         const fs::path below = path.parent_path().lexically_relative(own);
@@ -35,6 +36,7 @@ Descriptor openFolderOf(const fs::path& home, const fs::path& shown) {
     throw Error(fmt::format("{}: is not in a folder of the application", shown.string()));
 }
 
+// The kernel resolves this to the folder that was opened, whatever stands at its former path.
 std::string placeOf(const Descriptor& folder) {
     return fmt::format("/proc/self/fd/{}", folder.get());
 }
@@ -51,6 +53,7 @@ std::vector<fs::path> foldersOfApplication(const fs::path& home) {
 }
 
 OwnPath::OwnPath(const fs::path& home, const fs::path& path)
+    // A folder may be handed over with a slash at its end.
     : m_shown(path.has_filename() ? path : path.parent_path()), m_folder(openFolderOf(home, m_shown)) {}
 
 bool OwnPath::isRegularFile() const {

@@ -49,6 +49,7 @@ bool answersHelp(const std::vector<std::string>& words) {
 }
 
 void confineServices(const Device& device) {
+    // Landlock allows places that are there: a folder that is made later could not be written to.
     std::vector<fs::path> folders = device.cloud->makeLocalFolders();
     folders.push_back(device.tv.home());
     confineWritingTo(folders);
@@ -60,6 +61,7 @@ wire::Welcome welcomeOn(const Device& device, bool isConfined) {
     for (const fs::path& folder : foldersOfApplication(device.tv.home())) {
         welcome.writable.push_back(folder);
     }
+    // The CI module names files of this folder, and the application packs them itself.
     welcome.readable.push_back(device.tv.home() / "ci");
     welcome.zone = device.tv.clock().zone;
     return welcome;
@@ -109,6 +111,7 @@ int welcomeAndServe(Session& session, const std::function<ServiceOptions()>& wan
         complain("it was built with another version of the simulator; build it again");
         return dismiss(session, exit_code::UNUSABLE);
     }
+    // Before the TV is opened: who asks for help may have none.
     if (answersHelp(hello->words)) {
         return dismiss(session, exit_code::DONE);
     }
@@ -126,6 +129,7 @@ int welcomeAndServe(Session& session, const std::function<ServiceOptions()>& wan
         complain(error.what());
         return dismiss(session, error.kind() == Error::Kind::Locked ? exit_code::BUSY : exit_code::UNUSABLE);
     }
+    // From here on the application runs: whatever can be refused has been.
     session.send(Kind::Welcome, 0, wire::encode(welcomeOn(*device, options.isConfined)));
     try {
         serve(session, *device);

@@ -57,6 +57,7 @@ void Printed::finish() {
 
 Session::Session(Descriptor socket, std::vector<Descriptor> pipes) : m_channel(std::move(socket)) {
     for (Descriptor& pipe : pipes) {
+        // show() reads until there is no more, and must not wait for what the application may print later.
         ::fcntl(pipe.get(), F_SETFL, O_NONBLOCK);
         m_printed.emplace_back(std::move(pipe));
     }
@@ -80,6 +81,7 @@ void Session::serve() {
 }
 
 std::string Session::callBack(std::uint16_t event, const std::string& body) {
+    // The TV's time jumps from event to event and stands in between, so it is told here alone.
     if (const auto time = m_clock ? m_clock() : std::nullopt) {
         m_channel.send(wire::Kind::Time, 0, wire::encode(static_cast<std::int64_t>(time->count())));
     }
@@ -102,6 +104,7 @@ void Session::pause(std::chrono::milliseconds duration) {
 
 void Session::finish() {
     for (Printed& printed : m_printed) {
+        // What was printed last can still be in the pipe.
         if (printed.descriptor() >= 0) {
             printed.show();
         }
@@ -112,12 +115,14 @@ void Session::finish() {
 bool Session::waitForMessage(std::optional<std::chrono::milliseconds> duration) {
     const auto end = std::chrono::steady_clock::now() + duration.value_or(std::chrono::milliseconds(0));
     for (;;) {
+        // A pipe that has ended has the descriptor -1, which poll() passes over.
         std::vector<pollfd> places = {{m_channel.descriptor(), POLLIN, 0}};
         for (const Printed& printed : m_printed) {
             places.push_back({printed.descriptor(), POLLIN, 0});
         }
         int patience = -1;
         if (duration) {
+            // Rounded up: with less than a millisecond left, poll(0) would be called again and again.
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
             patience = static_cast<int>(std::max(left, std::chrono::milliseconds(0)).count());
         }

@@ -24,6 +24,7 @@ auto reader(SettingType type) {
 
 auto writer(SettingType type) {
     return [type](CurrentCall& call, const std::string& key, const auto& value) {
+        // For a double, "{}" writes the shortest text that reads back as the same number.
         return call.device.tv.settings().set(key, type, fmt::format("{}", value)) ? 0 : -1;
     };
 }

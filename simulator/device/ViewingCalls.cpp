@@ -47,6 +47,7 @@ public:
 
     bool subscribe(Device& device, Handle subscriber, int type, int profile) {
         const auto found = m_subscribers.find(subscriber.value);
+        // One subscription each: a second one would leave the first without an end.
         if (found == m_subscribers.end() || found->second) {
             return false;
         }
@@ -125,9 +126,11 @@ void addServiceCalls(Calls& calls) {
     calls.add<CallId::get_current_service_info>(
         [](CurrentCall& call, const wire::TvMode&, wire::Hidden<bool> isIdFetched) -> wire::Answer<int, std::uint64_t> {
             const Viewing viewing = call.device.tv.viewing();
+            // A restored channel list need not have the service that was on before.
             if (!call.device.tv.services().find(viewing.serviceId)) {
                 return {0, {}};
             }
+            // The call works, and brings back none of the fields.
             if (!isIdFetched.value) {
                 return {1, {}};
             }
@@ -147,6 +150,7 @@ void addServiceCalls(Calls& calls) {
     });
     calls.add<CallId::set_source>([](CurrentCall& call, int source, std::uint64_t serviceId, const std::string&) {
         const auto selected = static_cast<Source>(source);
+        // Only the tuner needs a service to show.
         const bool isShowable = selected != Source::Tuner || call.device.tv.services().find(serviceId);
         return call.device.tv.has(selected) && isShowable
                    ? change(call.device, [&](Viewing& viewing) { viewing.source = selected; })
