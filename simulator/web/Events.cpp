@@ -34,6 +34,7 @@ std::string event(const char* name, const Json::Value& data) {
 }  // namespace
 
 Watch::Watch(const Lab& lab) : m_lab(lab), m_isRemote(lab.cloud().find("://") != std::string::npos) {
+    // A reader begins with the list, so nothing of this first look is news.
     std::vector<std::string> ignored;
     lookAround(ignored);
     if (!m_isRemote) {
@@ -52,6 +53,7 @@ std::vector<std::string> Watch::next(std::chrono::milliseconds patience) {
     if (changed.count(LAB) != 0) {
         lookAround(events);
     }
+    // Each name is known already, so that lookAtTv() adds none while the loop goes on.
     for (const auto& [name, seen] : m_seen) {
         if (seen.isOpen || changed.count(std::string(TV) + name) != 0) {
             lookAtTv(name, events);
@@ -112,6 +114,7 @@ void Watch::lookAtTv(const std::string& name, std::vector<std::string>& events) 
     if (home == tvs.end()) {
         return;  // lookAround() finds out
     }
+    // Each time, as a reset puts other folders in their place. One that is watched already stays so.
     for (const char* folder : {"", "runs", "service-db", "ci", "snapshots"}) {
         m_folders.add(home->second / folder, std::string(TV) + name);
     }
@@ -176,6 +179,7 @@ void Watch::lookAtRun(const std::string& name, const sim::Tv& tv, Seen& seen, st
     if (run->ended != RunEnd::Running && seen.ended == Clock::time_point()) {
         seen.ended = Clock::now();
     }
+    // Nobody judges the run of an application that a person has started: the wait for a verdict has an end.
     seen.isOpen = run->ended == RunEnd::Running ||
                   (!tv.runs().record(run->id).verdict() && Clock::now() - seen.ended < JUDGEMENT);
     if (!moments.empty() || !seen.isOpen) {
@@ -195,6 +199,7 @@ void Watch::lookAtCloud(std::vector<std::string>& events) {
     if (isFolder(folder)) {
         followCloud(folder);
     } else {
+        // The first run makes the store's folder: until then, it is expected in this one.
         m_folders.add(folder.parent_path(), CLOUD);
     }
     events.push_back(event("cloud", object({})));
@@ -263,6 +268,7 @@ void Events::add(std::vector<std::string> events) {
             m_events.pop_front();
             ++m_first;
         }
+        // Readers get it as a text, because the watch itself is this thread's alone.
         m_list = writeJson(m_watch.list());
     }
     m_isNew.notify_all();
@@ -272,6 +278,7 @@ std::string Events::after(Place& place, std::chrono::milliseconds patience) {
     std::unique_lock lock(m_mutex);
     const auto end = [&] { return m_first + m_events.size(); };
     const std::size_t dot = place.find('.');
+    // A server that was started before had another name: its numbers mean nothing here.
     const auto number = dot == std::string::npos || place.substr(0, dot) != m_name
                             ? std::nullopt
                             : toNumber<std::uint64_t>(place.substr(dot + 1));
@@ -286,6 +293,7 @@ std::string Events::after(Place& place, std::chrono::milliseconds patience) {
     }
     if (!text.empty()) {
         place = fmt::format("{}.{}", m_name, end() - 1);
+        // Into the last event, before the blank line that ends it.
         text.insert(text.size() - 1, fmt::format("id: {}\n", place));
     }
     return text;

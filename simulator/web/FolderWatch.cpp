@@ -34,6 +34,7 @@ void FolderWatch::add(const std::filesystem::path& folder, const std::string& na
     m_all.insert(name);
     const int watch = ::inotify_add_watch(m_inotify.get(), folder.c_str(), CHANGES | IN_ONLYDIR);
     if (watch >= 0) {
+        // A folder has one watch, whatever it is watched for: that of the lab may be where the cloud is expected, too.
         m_names[watch].insert(name);
     } else if (errno != ENOENT && errno != ENOTDIR) {
         m_isBlind = true;
@@ -60,8 +61,10 @@ void FolderWatch::readEvents(std::set<std::string>& changed) {
             const auto& event = *reinterpret_cast<const inotify_event*>(at);
             at += sizeof event + event.len;
             if ((event.mask & IN_Q_OVERFLOW) != 0) {
+                // Events were lost: any folder may have changed.
                 changed = m_all;
             } else if ((event.mask & IN_IGNORED) != 0) {
+                // The folder is gone, and the kernel has removed its watch.
                 m_names.erase(event.wd);
             } else if (const auto name = m_names.find(event.wd); name != m_names.end() && !isByReader(event)) {
                 changed.insert(name->second.begin(), name->second.end());

@@ -21,6 +21,7 @@ bool isLoopback(const std::string& address) {
     if (address.find('\0') != std::string::npos) {  // inet_pton() would look no further
         return false;
     }
+    // Parsed, not compared by its beginning: 127.0.0.1.evil.example is a name that anybody can register.
     in_addr four = {};
     in6_addr six = {};
     if (::inet_pton(AF_INET, address.c_str(), &four) == 1) {
@@ -56,12 +57,14 @@ bool isLocalHost(const std::string& host, int port) {
     const std::string rest = end < host.size() ? host.substr(end) : "";
     const std::string name = isBracketed ? host.substr(1, end - 2) : host.substr(0, end);
     const bool isOwnPort = rest.empty() || rest == fmt::format(":{}", port);
+    // An IPv6 address stands in brackets, and nothing else does.
     const bool isAddress = (name.find(':') != std::string::npos) == isBracketed && isLoopback(name);
     return isOwnPort && (name == "localhost" || isAddress);
 }
 
 bool isOwnOrigin(const std::string& origin, int port) {
     constexpr std::string_view SCHEME = "http://";
+    // A page in a file or in a sandboxed frame sends "null", which is refused like any other text.
     return origin.empty() ||
            (origin.compare(0, SCHEME.size(), SCHEME) == 0 && isLocalHost(origin.substr(SCHEME.size()), port));
 }
@@ -72,6 +75,7 @@ bool isSameSecret(const std::string& left, const std::string& right) {
 
 std::string tokenIn(const std::string& file) {
     struct stat status = {};
+    // A token that others can read, or may have chosen, is none. A link is refused: its target can be exchanged.
     if (::lstat(file.c_str(), &status) == 0) {
         constexpr mode_t OTHERS = 077;
         if (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid() || (status.st_mode & OTHERS) != 0) {

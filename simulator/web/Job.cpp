@@ -36,6 +36,7 @@ Job::~Job() {
 }
 
 void Job::start() {
+    // A file and not a pipe: however long the answer is, the process can end before anybody reads it.
     m_output.reset(std::tmpfile());
     if (!m_output) {
         throw Error::ofSystem("a temporary file", "cannot create");
@@ -60,6 +61,7 @@ void Job::end() {
 
 std::optional<Job::Answer> Job::answer() {
     if (!m_process) {
+        // Counted before it is compared: several threads may ask at once.
         if (++processes > MAX_PROCESSES) {
             --processes;
             return std::nullopt;

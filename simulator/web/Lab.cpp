@@ -76,6 +76,7 @@ std::vector<StoredBackup> Lab::backups() const {
             backups.push_back(std::move(backup));
         }
     }
+    // What was read of backups that are gone is forgotten.
     m_read = std::move(read);
     return backups;
 }
@@ -131,6 +132,7 @@ std::int64_t runOfSnapshot(const Tv& tv) {
     if (std::find(names.begin(), names.end(), BEFORE_RUN) == names.end()) {
         return 0;
     }
+    // The snapshot has all runs before the restore, which took the next number.
     const std::int64_t run = Runs(snapshotPath(tv.home(), BEFORE_RUN) / "runs").newest() + 1;
     return run <= tv.runs().newest() ? run : 0;
 }

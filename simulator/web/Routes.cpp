@@ -79,6 +79,7 @@ std::string wordsOf(const std::string& method, const std::string& path, const Ap
 
 int answerAsProcess(const Lab& lab, const std::string& words) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // nobody waits for the answer if the server is gone
+    // Not checked: a server of this program has written these words.
     Json::Value asked;
     parseJson(words, asked);
     ApiRequest request;
@@ -119,6 +120,7 @@ int statusOf(Error::Kind kind) {
             return 507;
         case Error::Kind::Unreachable:
         case Error::Kind::Denied:
+            // Neither the page's fault nor this server's: the store behind it fails.
             return 502;
         default:
             return 400;

@@ -68,6 +68,7 @@ Json::Value launch(const Lab& lab, const ApiRequest& request) {
     const std::filesystem::path home = lab.homeOf(request.parts[0]);
     const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
     const RunRequest wanted = requestIn(request.body, *store, lab.look(request.parts[0]).account());
+    // Before the snapshot: no other run may change the TV between that and the restore.
     const FolderLock lock = lockTv(home, std::chrono::seconds(0));
     if (request.body["operation"] == "restore") {
         saveSnapshot(home, BEFORE_RUN);

@@ -41,7 +41,9 @@ constexpr char ZIP_TYPE[] = "application/zip";
 constexpr std::size_t MAX_JSON_BYTES = 1U << 20;
 constexpr std::size_t MAX_ZIP_BYTES = 32U << 20;
 constexpr std::size_t MAX_THREADS = 512;
+// Within this time, a stream of events notices that the server ends, which may take a second in all.
 constexpr std::chrono::milliseconds EVENT_PATIENCE{250};
+// That a reader has gone is only noticed by writing to it.
 constexpr std::chrono::seconds KEEPALIVE_INTERVAL{5};
 constexpr std::chrono::milliseconds JOB_INTERVAL{5};
 constexpr std::chrono::milliseconds SIGN_INTERVAL{200};  // between signs of life while a job goes on
@@ -51,6 +53,7 @@ std::atomic<httplib::Server*> running{nullptr};
 
 // What takes longer than a second is cut off, as by a kill, which leaves nothing half made.
 void stopRunning(int /*signal*/) {
+    // Only once: a second signal would put the alarm off.
     if (httplib::Server* server = running.exchange(nullptr)) {
         std::signal(SIGALRM, [](int) { ::_exit(0); });
         ::alarm(1);
@@ -64,6 +67,7 @@ public:
     void enqueue(std::function<void()> task) override {
         const std::lock_guard lock(m_mutex);
         m_tasks.push_back(std::move(task));
+        // An idle thread may not have woken up for its task yet: each counts for one of those that wait.
         if (m_tasks.size() > m_idle && m_threads.size() < MAX_THREADS) {
             m_threads.emplace_back([this] { work(); });
         }
@@ -162,6 +166,7 @@ void readBody(const httplib::ContentReader& reader, std::size_t limit,
 
 // A job and what it reads, until its answer is sent.
 struct Work {
+    // Destroyed after the job, whose process reads there until it is ended.
     std::unique_ptr<ScratchFolder> folder;
     std::unique_ptr<Job> job;
     Clock::time_point lastSign = Clock::now();
@@ -198,6 +203,7 @@ public:
         const auto answerPlain = [this](const httplib::Request& request, httplib::Response& response) {
             answer(request, response, nullptr);
         };
+        // '[^]' also stands for a line break, which '.' does not: the name of a TV may hold one.
         m_server.Get("/api/[^]*", answerPlain);
         m_server.Delete("/api/[^]*", answerPlain);
         m_server.Post("/api/[^]*",
@@ -217,6 +223,8 @@ public:
         running = &m_server;
         std::signal(SIGINT, &stopRunning);
         std::signal(SIGTERM, &stopRunning);
+        // A browser sends no fragment, so the token is in no request line and in no Referer. The port listens already:
+        // whoever is told the address can connect.
         ready(fmt::format("http://{}:{}/#{}", LOOPBACK, m_port, m_token));
         m_server.listen_after_bind();
         running = nullptr;
@@ -232,10 +240,12 @@ private:
             refuse(response, 503, "the server is ending");
             return Handled::Handled;
         }
+        // A page from elsewhere whose name has been made to resolve to this machine still sends that name.
         if (!isLocalHost(headerOf(request, "Host"), m_port)) {
             refuse(response, 403, "this server answers to the address of this machine only");
             return Handled::Handled;
         }
+        // A page of another site, or of another server on this machine.
         if (!isOwnOrigin(headerOf(request, "Origin"), m_port)) {
             refuse(response, 403, "this server answers to its own page only");
             return Handled::Handled;
@@ -278,6 +288,7 @@ private:
 
     static void takeJson(const httplib::Request& request, const httplib::ContentReader& reader, ApiRequest& asked) {
         std::string text;
+        // A form of another site cannot send this type without asking first.
         if (hasType(request, JSON_TYPE)) {
             readBody(reader, MAX_JSON_BYTES, [&](std::string_view bytes) { text += bytes; });
         }
@@ -291,6 +302,7 @@ private:
         if (!hasType(request, ZIP_TYPE)) {
             throw Error("the body must be a zip, with Content-Type: application/zip");
         }
+        // The name is kept, as a bundle is stored under it; a folder before it is not.
         const std::filesystem::path name = std::filesystem::path(inQuery(asked, "name")).filename();
         work.folder = std::make_unique<ScratchFolder>();
         asked.file = *work.folder / (name.empty() || name == "." || name == ".." ? "bundle.zip" : name.string());
@@ -350,6 +362,7 @@ private:
 
     void sendFile(const httplib::Request& request, httplib::Response& response) const {
         const std::string name = request.path == "/" ? "index.html" : request.path.substr(1);
+        // Only names that the program knows: a path that leads out of the page's folder is none of them.
         for (const PageFile& file : pageFiles()) {
             if (file.name == name) {
                 send(response, m_options.page.empty() ? std::string(file.content) : readFile(m_options.page / name),
@@ -366,6 +379,7 @@ private:
             Events::Place place;
             Clock::time_point lastSign;
         };
+        // In the query, not as Last-Event-ID: an EventSource cannot send the token, so the page reads by fetch().
         const auto reader = std::make_shared<Reader>(Reader{request.get_param_value("after"), Clock::now()});
         response.set_chunked_content_provider("text/event-stream", [this, reader](std::size_t, auto& sink) {
             std::string events = m_events.after(reader->place, EVENT_PATIENCE);
