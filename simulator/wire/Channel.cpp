@@ -29,11 +29,13 @@ void Channel::send(Kind kind, std::uint16_t id, std::string_view body) {
         throw ProtocolError{"a message is too long"};
     }
     Header header{static_cast<std::uint32_t>(body.size()), kind, id};
+    // Both in one call, and the body without a copy.
     std::array<iovec, 2> parts = {{{&header, sizeof header}, {const_cast<char*>(body.data()), body.size()}}};
     msghdr message = {};
     message.msg_iov = parts.data();
     message.msg_iovlen = parts.size();
     for (std::size_t left = sizeof header + body.size(); left > 0;) {
+        // Without SIGPIPE, which would end the process: what is to be done if the other side is gone is for the caller.
         const ssize_t sent = ::sendmsg(m_socket.get(), &message, MSG_NOSIGNAL);
         if (sent < 0 && errno == EINTR) {
             continue;
@@ -42,6 +44,7 @@ void Channel::send(Kind kind, std::uint16_t id, std::string_view body) {
             throw Closed();
         }
         left -= static_cast<std::size_t>(sent);
+        // A long message can go in parts: what has been sent is taken off the front.
         std::size_t done = static_cast<std::size_t>(sent);
         for (iovec& part : parts) {
             const std::size_t step = std::min(done, part.iov_len);
@@ -59,6 +62,7 @@ std::optional<Message> Channel::next() {
     }
     Header header{};
     std::memcpy(&header, received.data(), sizeof header);
+    // Before memory is taken for a body of that size.
     if (header.size > MAX_MESSAGE_BYTES) {
         throw ProtocolError{"a message is too long"};
     }
@@ -75,6 +79,7 @@ bool Channel::receiveNow() {
 }
 
 bool Channel::receive(int flags) {
+    // Once for all messages that were taken: after each of them, all that follow would be moved.
     m_received.erase(0, m_taken);
     m_taken = 0;
     std::array<char, 64U << 10> buffer;
