@@ -25,6 +25,8 @@ std::string favouriteKey(int list) {
 }
 
 int antennaMask(const std::set<int>& inputs) {
+    // The application's own values. The last one overlaps with others, deliberately: stored backups hold such masks,
+    // which are compared whole.
     constexpr std::array<int, 5> BITS = {0x01, 0x02, 0x04, 0x08, 0x99};
     int mask = 0;
     for (const int input : inputs) {
@@ -35,6 +37,7 @@ int antennaMask(const std::set<int>& inputs) {
 
 std::optional<std::set<int>> antennaInputsOf(int mask) {
     constexpr int KNOWN = static_cast<int>(NAMES<AntennaInput>.size());
+    // Several sets of inputs can have one mask, as bits overlap: the smallest one is named.
     std::optional<std::set<int>> fewest;
     for (int choice = 0; choice < 1 << KNOWN; ++choice) {
         std::set<int> inputs;

@@ -40,6 +40,7 @@ struct SettingsReading {
 
 // Takes the application's steps. Throws Json::Exception where it does.
 void readSetting(const Json::Value& element, SettingsReading& reading) {
+    // The types by the numbers that the application gives them.
     enum { Int, Text, Bool, Double, IntToo };
     const std::string key = element["path"].asCString();
     const Json::Value& value = element["value"];
@@ -53,6 +54,8 @@ void readSetting(const Json::Value& element, SettingsReading& reading) {
             }
             return;
         }
+        // Only the favourites' names count, which are texts. Other values are read because that may throw, as it does
+        // in the application.
         case Int:
         case IntToo:
             value.asInt();
@@ -114,6 +117,7 @@ Entries ciFilesOf(const Unpacking& unpacking) {
         if (!isCiFile(path)) {
             continue;
         }
+        // The CI module knows its files by name: two of one name in different folders would be one.
         if (path.find('/', prefix.size()) != std::string::npos) {
             damaged(fmt::format("{} is no file directly in {}", inQuotes(path), prefix));
         }
@@ -159,9 +163,11 @@ Bundle::Bundle(const fs::path& file, std::optional<std::string> metadata) : Bund
     }
     const ScratchFolder scratch;                   // what is opened there stays readable when it is gone
     const fs::path entries = scratch / "entries";  // apart from the databases that are made of them
+    // Only these are read again and go to the disk. Of all other entries, the digest is enough.
     const std::map<std::string, std::uint64_t> wanted = {{application::SERVICE_DB_ENTRY, limits::ENTRY_BYTES},
                                                          {application::SETTINGS_ENTRY, limits::SETTINGS_FILE_BYTES},
                                                          {application::ISS_DB_ENTRY, limits::ENTRY_BYTES}};
+    // Opened once, so that a file that is replaced meanwhile is not read in two states.
     const Descriptor archive = openFile(file, O_RDONLY);
     m_unpacking = unpackBundle(archive, entries, [&](const std::string& path) {
         const auto found = wanted.find(path);
@@ -185,6 +191,7 @@ Bundle Bundle::ofUnpacked(const fs::path& folder) {
     std::error_code error;
     for (auto member = fs::recursive_directory_iterator(folder, error);
          !error && member != fs::recursive_directory_iterator(); member.increment(error)) {
+        // A folder has a slash at its end, as in an archive, so that it is never taken for a file.
         const std::string path = member->path().lexically_relative(folder);
         const bool isFile = isRegularFile(member->path());
         bundle.m_unpacking.files[isFile ? path : path + "/"] = isFile ? digestOf(member->path()) : "";
@@ -268,6 +275,7 @@ void Bundle::read(Item item, const Folders& folders, Read read) {
             m_parts[item] = {PartState::Whole, ""};
         }
     } catch (const Error& error) {
+        // A full disk, say, tells nothing of the bundle.
         if (!isOfReceived(error)) {
             throw;
         }
@@ -287,6 +295,7 @@ void Bundle::readServices(const Folders& folders) {
             damaged(fmt::format("{}{}{}", words(*status), why.empty() ? "" : ": ", why));
         }
         m_setup.services.emplace(database);
+        // The IP services are of another set: it is enough to know that they are there.
         for (const ArchiveEntry& inner : listArchive(archive)) {
             if (inner.name == IP_SERVICES_ENTRY) {
                 m_parts[Item::IpServices] = {PartState::Whole, ""};
@@ -317,6 +326,7 @@ void Bundle::readSettings(const Folders& folders) {
     for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
         BundlePart& part = m_parts[favouriteItem(list)];
         const std::string key = application::favouriteKey(list);
+        // Also if the application ends at a later setting: what stands before that has been set.
         if (const auto text = reading.texts.find(key); text != reading.texts.end()) {
             part = {PartState::Whole, ""};
             m_setup.entries[favouriteItem(list)] = {{"name", text->second}};
@@ -343,6 +353,7 @@ void Bundle::readIss(const Folders& folders) {
 void Bundle::readCi(const Folders& folders) {
     read(Item::Ci, folders, [&] {
         for (const UnpackedEntry& entry : m_unpacking.entries) {
+            // For its error: if a single file of the CI module cannot be unpacked, the item is damaged.
             if (isCiFile(fs::path(entry.name).lexically_normal())) {
                 isUnpacked(entry.name);
             }

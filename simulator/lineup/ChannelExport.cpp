@@ -27,6 +27,7 @@ std::string inALine(std::string text) {
     return without("\n\r", std::move(text), ' ');
 }
 
+// A colon would end the field: the format has '|' for it.
 std::string vdrNames(const Service& service) {
     std::string names = service.name;
     if (!service.shortName.empty()) {
@@ -39,6 +40,7 @@ std::string vdrNames(const Service& service) {
 }
 
 std::string vdrLine(const Service& s) {
+    // Old lists have no such field: a line is written as it was read. So is the frequency, in the unit that it came in.
     const std::string rid = s.listFields == 12 && s.rid == 0 ? "" : fmt::format(":{}", s.rid);
     return inALine(fmt::format("{}:{}:{}:{}:{}:{}:{}:{}:{}:{}:{}:{}{}", vdrNames(s),
                                s.frequency / std::max<std::uint64_t>(s.frequencyUnit, 1), s.parameters, s.source,
@@ -131,6 +133,7 @@ void vdr(const Services& services, const std::function<void(std::string_view)>& 
             problem(fmt::format("{} {}: left out: VDR takes no service id 0", service.number, service.name));
         }
     });
+    // Lines go out one by one and cannot be taken back, so the list is read back before the first one is written.
     ReadBack readBack;
     withHeaders(services, [&](const std::string& line, const Service* service) { readBack.take(line, service); });
     const auto writeLine = [&](const std::string& line, const Service* /*service*/) { write(line + "\n"); };
@@ -141,6 +144,7 @@ void vdr(const Services& services, const std::function<void(std::string_view)>& 
     }
 }
 
+// An attribute ends at the next quote: the format has nothing to escape it with.
 std::string m3uEntry(const Service& s) {
     return fmt::format("#EXTINF:-1 tvg-chno=\"{}\" group-title=\"{}\"{},{}\ndvb://{:x}.{:x}.{:x}\n", s.number,
                        inALine(without("\"", s.groupName, '\'')), s.type == "radio" ? " radio=\"true\"" : "",
@@ -168,11 +172,13 @@ std::string valueOf(const Parameters& parameters, char letter) {
     return parameters.count(letter) == 1 ? parameters.at(letter) : "";
 }
 
+// S1 is DVB-S2 or DVB-T2.
 bool isSecondGeneration(const Parameters& parameters) {
     return valueOf(parameters, 'S') == "1";
 }
 
 // What the format calls the values of a parameter.
+// A blank at both ends of each, so that " 1=" is not found in " 11=".
 constexpr char RATES[] = " 0=NONE 12=1/2 23=2/3 34=3/4 35=3/5 45=4/5 56=5/6 67=6/7 78=7/8 89=8/9 910=9/10 ";
 constexpr char MODULATIONS[] =
     " 2=QPSK 5=PSK/8 6=APSK/16 7=APSK/32 10=VSB/8 11=VSB/16 12=DQPSK 16=QAM/16 32=QAM/32 64=QAM/64 128=QAM/128"

@@ -24,6 +24,7 @@ std::string some(const std::vector<std::string>& texts, std::size_t count, const
 // The services of a query for number and name.
 std::vector<std::string> namesIn(Statement& query) {
     std::vector<std::string> names;
+    // Stopped early: a hostile list may have a million of them, and reading has a budget.
     while (names.size() < SHOWN && query.next()) {
         names.push_back(fmt::format("{} {}", query.text(0), inQuotes(query.text(1))));
     }

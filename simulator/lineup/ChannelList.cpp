@@ -74,6 +74,7 @@ std::uint64_t transponder(const Service& service) {
     if (isSatellite(service.source)) {
         const std::size_t polarization = service.parameters.find_first_of("HVLRhvlr");
         if (polarization != std::string::npos) {
+            // Above all frequencies, so that transponders that differ by polarization alone have different numbers.
             megahertz += (std::string_view("HVLRhvlr").find(service.parameters[polarization]) % 4 + 1) * 100'000;
         }
     }
@@ -126,6 +127,7 @@ Service parseService(const std::string& line) {
     service.audioPids = fields[6];
     service.textPids = fields[7];
     service.type = firstPid(service.videoPid, "video pid") == 0 ? "radio" : "tv";
+    // For their errors: of the pids, only the first of the video says what the service is.
     firstPid(service.audioPids, "audio pid");
     firstPid(service.textPids, "teletext pid");
     service.conditionalAccess = conditionalAccess(fields[8]);
@@ -195,6 +197,7 @@ void ChannelListReader::takeGroup(std::string text) {
         if (!number || *number > MAX_NUMBER) {
             throw Error(fmt::format("{} sets no number from 1 to {}", inQuotes(text), MAX_NUMBER));
         }
+        // VDR never counts back either: a lower number is ignored.
         if (*number > m_number) {
             m_number = *number - 1;
         }
@@ -226,11 +229,13 @@ ChannelSummary readChannelList(const std::filesystem::path& file, ChannelSink& s
     std::size_t latin1Lines = 0;
     // The file may be a pipe, or a device without an end.
     const auto take = [&](std::string_view line) {
+        // Editors of other systems put it first, where it would become a part of the first name.
         const bool hasMark = total == 0 && line.compare(0, BYTE_ORDER_MARK.size(), BYTE_ORDER_MARK) == 0;
         total += line.size() + 1;
         limits::require("its bytes", total, limits::CHANNEL_LIST_BYTES);
         line.remove_prefix(hasMark ? BYTE_ORDER_MARK.size() : 0);
         line = line.substr(0, line.find_last_not_of(" \t\r") + 1);
+        // By the line: lists that were merged have lines in both encodings.
         const std::string text = toUtf8(line);
         latin1Lines += text == line ? 0U : 1U;
         reader.take(text);

@@ -47,9 +47,12 @@ std::list<std::string> CiFiles::paths() const {
 
 bool CiFiles::takeOver(const std::list<std::string>& paths) const {
     try {
+        // Built beside the folder, as a rename cannot cross file systems. After the exchange, the old files are in the
+        // scratch folder, and go with it.
         const ScratchFolder scratch(m_folder.parent_path());
         const fs::path built = scratch / "ci";
         makeFolders(built);
+        // The new ones come second, and replace those of their name.
         for (const std::string& path : this->paths()) {
             copyFile(path, built / fs::path(path).filename());
         }

@@ -23,6 +23,7 @@ namespace {
 
 constexpr std::size_t SHOWN = 10;
 
+// Of a zip's headers: the lowest byte comes first.
 std::uint32_t number(const std::string& bytes, std::size_t offset, std::size_t size) {
     std::uint32_t value = 0;
     for (std::size_t i = size; i-- > 0;) {
@@ -40,6 +41,7 @@ std::vector<std::string> wholeEntries(const std::string& bytes) {
     for (std::size_t at = 0; at + HEADER <= bytes.size() && number(bytes, at, 4) == SIGNATURE;) {
         const std::size_t nameSize = number(bytes, at + 26, 2);
         const std::size_t end = at + HEADER + nameSize + number(bytes, at + 28, 2) + number(bytes, at + 18, 4);
+        // With this flag, the sizes stand behind the data, and nothing tells where these end.
         if ((number(bytes, at + 6, 2) & SIZES_FOLLOW) != 0 || end > bytes.size()) {
             break;
         }
@@ -60,6 +62,7 @@ std::string whyNoArchive(const fs::path& file) {
     if (kind != "a zip archive") {
         return kind.empty() ? "no zip archive" : "no zip archive, but " + kind;
     }
+    // Not read into memory, only to say a little more.
     if (sizeOf(file) > limits::ENTRY_BYTES) {
         return "a zip archive that is cut off: the directory at its end is missing";
     }

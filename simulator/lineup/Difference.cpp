@@ -111,6 +111,7 @@ ServiceDifference::ServiceDifference(const Services& left, const Services& right
         }
     });
     m_leftCount = m_leftChanges.size();
+    // If each service on the right has a partner, none was added, and the second pass is spared.
     if (rightNumbers.size() < m_rightCount) {
         const ServiceFinder inLeft = left.finder();
         right.forEach([&](const Service& service) {
@@ -132,6 +133,7 @@ void ServiceDifference::findMoved(const std::vector<int>& rightNumbers) {
     auto pair = isInOrder.begin();
     for (std::uint8_t& changes : m_leftChanges) {
         if (changes != bit(Change::Removed) && !*pair++) {
+            // Its other number is a consequence of the move, and no change of its own.
             changes = static_cast<std::uint8_t>((changes | bit(Change::Moved)) & ~bit(Change::Renumbered));
         }
     }
@@ -179,6 +181,7 @@ ItemDifference compareItem(Item item, const Setup& left, const Setup& right, con
         *text = lacking == setup->lacking.end() ? describe(item, *setup) : fmt::format("({})", lacking->second);
     }
     if (!difference.isSame) {
+        // What neither side has is the same. What cannot be read may be anything.
         const auto isAbsent = [&](const Setup& setup) {
             return setup.lacking.count(item) > 0 && setup.unreadable.count(item) == 0;
         };
@@ -216,6 +219,7 @@ Difference compare(const Setup& left, const Setup& right) {
     Difference difference;
     difference.services = compareServices(left, right);
     for (const Name<Item>& item : NAMES<Item>) {
+        // They are a set's own: those of two sets always differ, and a restore keeps them.
         if (item.value != Item::IpServices) {
             difference.items.push_back(compareItem(item.value, left, right, difference.services));
         }

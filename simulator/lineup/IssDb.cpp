@@ -24,6 +24,7 @@ void adoptIss(const fs::path& archive, const fs::path& built) {
     if (!extractEntry(archive, DATABASE, scratch / DATABASE)) {
         throw Error(Error::Kind::Damaged, fmt::format("{}: holds no {}", archive.string(), DATABASE));
     }
+    // Only rows are taken over: a schema from outside could bring triggers and views.
     Database database = Database::makeBeside(built, SCHEMA);
     ReceivedDatabase received(scratch / DATABASE, database);
     Transaction transaction(database);

@@ -57,6 +57,7 @@ Metadata readMetadata(const std::string& text) {
         metadata.problems.push_back(fmt::format("it is no JSON text of at most {} values", JSON_VALUES));
         return metadata;
     }
+    // Constant: a look-up by operator[] adds no members.
     const Json::Value& root = parsed;
     MemberReader reader(metadata.problems);
     if (root.isObject() && root["version"].isConvertibleTo(Json::stringValue)) {
@@ -86,6 +87,7 @@ Viewing Metadata::appliedTo(const Viewing& before) const {
         return after;
     }
     after.mode = viewing.mode;
+    // Of a TV that showed another source than the tuner, the application restores the mode alone.
     if (viewing.source != Source::Tuner) {
         return after;
     }

@@ -24,6 +24,7 @@ constexpr std::uint64_t STEPS_PER_BYTE = 4;
 ReceivedDatabase::ReceivedDatabase(const fs::path& file, Database& target) : m_target(target) {
     target.confine(limits::ROW_BYTES, MIN_STEPS + STEPS_PER_BYTE * sizeOf(file));
     target.attach(file, "received");
+    // Before any row is read, so that damage is told as damage, and not as rows that do not fit.
     Statement check(target, "PRAGMA received.integrity_check(1)");
     if (!check.next() || check.text(0) != "ok") {
         throw Error(Error::Kind::Damaged, fmt::format("{}: {}", file.string(), check.text(0)));

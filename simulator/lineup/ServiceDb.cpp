@@ -40,6 +40,7 @@ bool isStored(const ServiceColumn& column) {
 ReceivedDatabase::Table servicesTable() {
     ReceivedDatabase::Table table{"services", {}, {}};
     for (const ServiceColumn& column : SERVICE_COLUMNS) {
+        // Columns with a default are younger: a database of an older version does not have them.
         const bool hasDefault = std::string_view(column.declaration).find("DEFAULT") != std::string_view::npos;
         if (isStored(column)) {
             (hasDefault ? table.optionalColumns : table.columns).emplace_back(column.sql);
@@ -132,6 +133,7 @@ public:
             }
         }
         m_insert.run();
+        // The id is the place in the list as well: ids count from 1, and a row that is refused uses up none.
         return m_database.changes() == 1
                    ? 0
                    : static_cast<std::size_t>(
@@ -158,6 +160,7 @@ bool isRefused(Step step) {
     }
 }
 
+// Looked for only once a database is refused, as it takes longer than to take it over. The budget may end it, too.
 std::string faultsIn(const ReceivedDatabase& received, const Database& database) {
     std::vector<std::string> faults;
     isRefused([&] { faults = channelFaults(received, database, servicesTable(), GROUPS); });
@@ -214,6 +217,7 @@ std::optional<ReplaceStatus> adoptServices(const fs::path& archive, const fs::pa
 void ServiceDb::create(const ChannelSource& list, const std::string& ipServices) const {
     const ScratchFolder scratch(m_folder);
     {
+        // Closed at the end of the block, which writes what is left of it, before it is put in place.
         Database database = Database::makeBeside(scratch / DATABASE, schema());
         Transaction transaction(database);
         Insertion insertion(database);
@@ -368,6 +372,7 @@ void Services::copyTo(ChannelSink& sink) const {
     }
     forEach([&](const Service& service) {
         Service copy = service;
+        // The other database counts its own ids.
         copy.id = 0;
         copy.group = groups[service.group];
         sink.addService(copy);

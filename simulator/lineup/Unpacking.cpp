@@ -63,6 +63,7 @@ public:
     Unpacking run() {
         Unpacking result;
         unz_global_info64 info = {};
+        // minizip also gives null for an archive without entries.
         if (m_zip == nullptr || unzGetGlobalInfo64(m_zip.get(), &info) != UNZ_OK) {
             result.problem = whyNoArchive(fmt::format("/proc/self/fd/{}", m_archive.get()));
             return result;
@@ -88,6 +89,7 @@ private:
         std::uint64_t packed = 0;
         unz_file_info64 info = {};
         for (int code = UNZ_OK; code == UNZ_OK; code = unzGoToNextFile(m_zip.get())) {
+            // Unpacking ends at such an entry, so what comes behind it does not count.
             if (unzGetCurrentFileInfo64(m_zip.get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK ||
                 info.uncompressed_size > limits::ENTRY_BYTES) {
                 break;
@@ -108,12 +110,15 @@ private:
         try {
             readInfo(entry);
             const std::optional<std::string> path = pathInFolder(entry.name);
+            // In the application's order: it makes the file first, and a name that no file can have ends it.
             const Descriptor file = path ? makeFile(*path) : Descriptor();
             limits::require("bytes", entry.size, limits::ENTRY_BYTES);
             const std::uint64_t wanted = path ? m_wanted(*path) : 0;
             if (wanted != 0 && entry.size > wanted) {
                 entry.problem = limits::excess("bytes", entry.size, wanted);
             } else {
+                // Also if the file is not wanted: a restore ends at data that cannot be unpacked, and items are
+                // compared by digest.
                 entry.digest = readContent(entry, wanted != 0 ? &file : nullptr);
             }
             if (!path) {
@@ -217,6 +222,7 @@ std::vector<std::string> ambiguitiesOf(const Descriptor& archive, const Unpackin
         return {error.what()};
     }
     std::vector<std::string> ambiguities;
+    // Where unpacking has ended, the entries behind it are not known, and the numbers cannot be compared.
     const bool isWhole = unpacking.entries.empty() || unpacking.entries.back().problem.empty();
     if (isWhole && others.size() != unpacking.entries.size()) {
         ambiguities.push_back(fmt::format("{} for the application, {} for another reader",
