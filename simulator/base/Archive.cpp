@@ -72,6 +72,7 @@ void readEntry(zip_t* zip, zip_uint64_t index, const std::string& what, const fs
     zip_int64_t count = 0;
     std::uint64_t size = 0;
     while ((count = zip_fread(entry.get(), buffer.data(), buffer.size())) > 0) {
+        // The size in the directory may be a lie.
         size += static_cast<std::uint64_t>(count);
         limits::require(what + "bytes", size, limits::ENTRY_BYTES);
         writeAll(file, {buffer.data(), static_cast<std::size_t>(count)}, target);
@@ -93,6 +94,7 @@ void writeArchive(const fs::path& archive, const std::vector<fs::path>& files, s
                                                     : zip_file_add(zip.get(), file.filename().c_str(), source,
                                                                    ZIP_FL_OVERWRITE | ZIP_FL_ENC_UTF_8);
         if (entry < 0) {
+            // The library takes over a source only once it is added.
             zip_source_free(source);
             fail(archive, zip.get());
         }

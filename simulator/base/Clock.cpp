@@ -52,6 +52,7 @@ std::optional<milliseconds> toDuration(const std::string& text) {
         {"ms", milliseconds(1)},      {"s", std::chrono::seconds(1)}, {"min", std::chrono::minutes(1)},
         {"h", std::chrono::hours(1)}, {"d", std::chrono::hours(24)},  {"w", std::chrono::hours(24 * 7)},
     };
+    // A thousand years: added to any time, it stays far within what a count of milliseconds holds.
     constexpr milliseconds LONGEST = std::chrono::hours(24 * 366 * 1000);
     const std::size_t unit = text.find_first_not_of("0123456789");
     const std::optional<std::int64_t> count = toNumber<std::int64_t>(text.substr(0, unit));

@@ -48,6 +48,7 @@ Error::Kind kindOfSqliteCode(int code, int systemError) {
     if (isOfSystem && systemError != 0) {
         reason = fmt::format("{}: {}", reason, std::strerror(systemError));
     }
+    // A reset puts another file in the place of one that is open here, and SQLite no longer writes to that.
     int hasMoved = 0;
     sqlite3_file_control(database, "main", SQLITE_FCNTL_HAS_MOVED, &hasMoved);
     if (code == SQLITE_READONLY_DBMOVED || (hasMoved != 0 && (code & 0xFF) == SQLITE_IOERR)) {
@@ -64,6 +65,7 @@ Error::Kind kindOfSqliteCode(int code, int systemError) {
     throw Error(kindOfSqliteCode(code, systemError), fmt::format("{}: {}", name, reason));
 }
 
+// A file opened like this is read without locks, and without a file beside it.
 std::string immutableUri(const fs::path& file) {
     std::string uri = "file:";
     for (const char c : absolutePath(file).string()) {
@@ -99,6 +101,7 @@ bool Statement::next() {
     if (code != SQLITE_DONE) {
         fail(sqlite3_db_handle(m_statement.get()), m_name);
     }
+    // Values can only be bound to a statement that has been reset.
     reset();
     return false;
 }
@@ -113,6 +116,7 @@ std::int64_t Statement::integer(int column) const {
 }
 
 std::string_view Statement::view(int column) const {
+    // In this order: the size is that of the text which this may have converted the value to.
     const auto* bytes = static_cast<const char*>(sqlite3_column_blob(m_statement.get(), column));
     const auto size = static_cast<std::size_t>(sqlite3_column_bytes(m_statement.get(), column));
     return bytes != nullptr ? std::string_view(bytes, size) : std::string_view();
@@ -163,6 +167,7 @@ void Database::openToLook(const fs::path& file) {
     constexpr int ATTEMPTS = 3;
     for (int i = 0; i < ATTEMPTS; ++i) {
         open(file.string(), SQLITE_OPEN_READONLY);
+        // To open a database reads nothing of it yet: this does.
         const int code = sqlite3_exec(m_database.get(), "PRAGMA schema_version", nullptr, nullptr, nullptr) & 0xFF;
         if (code != SQLITE_CANTOPEN && code != SQLITE_READONLY) {
             break;
@@ -182,6 +187,7 @@ void Database::confine(int maxRowBytes, std::uint64_t maxSteps) {
     constexpr int MAX_COLUMNS = 100;
     constexpr int CHECK_INTERVAL = 1000;  // steps
     sqlite3* database = m_database.get();
+    // A schema from outside could run functions, views and triggers of its own wherever a table is used.
     sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
@@ -190,7 +196,9 @@ void Database::confine(int maxRowBytes, std::uint64_t maxSteps) {
     sqlite3_limit(database, SQLITE_LIMIT_SQL_LENGTH, maxRowBytes);
     sqlite3_limit(database, SQLITE_LIMIT_COLUMN, MAX_COLUMNS);
     sqlite3_limit(database, SQLITE_LIMIT_VDBE_OP, MAX_STATEMENT_STEPS);
+    // For attach().
     sqlite3_limit(database, SQLITE_LIMIT_ATTACHED, 1);
+    // On the heap: SQLite keeps the address, and this object may be moved.
     m_checksLeft = std::make_unique<std::int64_t>(static_cast<std::int64_t>(maxSteps / CHECK_INTERVAL));
     const auto spend = [](void* checksLeft) { return --*static_cast<std::int64_t*>(checksLeft) < 0 ? 1 : 0; };
     sqlite3_progress_handler(database, CHECK_INTERVAL, spend, m_checksLeft.get());
@@ -217,6 +225,7 @@ void Database::open(const std::string& name, int flags) {
     static_cast<void>(configured);
     sqlite3* database = nullptr;
     const int code = sqlite3_open_v2(name.c_str(), &database, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+    // Also if it could not be opened: then the handle has the reason, and must be closed.
     m_database.reset(database);
     if (code != SQLITE_OK) {
         fail(database, m_name);

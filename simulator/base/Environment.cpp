@@ -18,6 +18,7 @@ namespace {
 // Whether a path is a folder or below it, links followed.
 bool isWithin(const fs::path& path, const fs::path& folder) {
     std::error_code error;
+    // Weakly, as the cloud's folder need not be there yet.
     const fs::path inner = fs::weakly_canonical(path, error);
     const fs::path outer = fs::weakly_canonical(folder, error);
     return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
@@ -54,6 +55,7 @@ std::string cloudOf(const fs::path& home, const std::string& given) {
         return place;
     }
     const fs::path folder = place.empty() ? home.parent_path() / "cloud" : normalised(place);
+    // A reset would remove a store in the home, as it replaces all that is there.
     if (isWithin(folder, home) || isWithin(home, folder)) {
         throw Error(
             fmt::format("the cloud at {} and the TV at {} must not be in one another; choose another folder with "

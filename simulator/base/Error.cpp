@@ -16,6 +16,7 @@ Error::Kind kindOfErrno(int error) {
             return Error::Kind::Missing;
         case ENOSPC:
         case EDQUOT:
+        // A limit on the size of files (ulimit -f): it is met like a full disk.
         case EFBIG:
             return Error::Kind::Full;
         default:

@@ -71,6 +71,7 @@ std::string textKind(std::string_view head) {
     if (isMost([](const std::string& line) { return line.find(":INVERSION_") != line.npos; })) {
         return "a channel list of the zap tools";
     }
+    // Lines of a channels.conf have commas and semicolons, too, but between colons.
     for (const char separator : {';', '\t', ','}) {
         if (isMost([&](const std::string& line) { return std::count(line.begin(), line.end(), separator) >= 3; }) &&
             !isMost([](const std::string& line) { return std::count(line.begin(), line.end(), ':') >= 3; })) {

@@ -69,6 +69,7 @@ void syncTree(const fs::path& path) {
 
 // Returns the error number of the rename, or 0.
 int renameDurably(const fs::path& built, const fs::path& target, unsigned flags) {
+    // First: a power cut could otherwise leave the name with a file that is still empty.
     syncTree(built);
     diskStep();
     if (::renameat2(AT_FDCWD, built.c_str(), AT_FDCWD, target.c_str(), flags) != 0) {
@@ -111,6 +112,7 @@ fs::path makeScratch(const fs::path& parent) {
 
 void removeAbandoned(const fs::path& parent) {
     for (const fs::path& member : membersOf(parent)) {
+        // Who builds something holds the lock of its folder.
         const FolderLock lock = isScratch(member) ? FolderLock::take(member) : FolderLock();
         if (lock.isHeld()) {
             std::error_code ignored;
@@ -169,6 +171,7 @@ void forEachLine(const fs::path& path, const std::function<void(std::string_view
         while (!block.empty()) {
             const std::size_t end = block.find('\n');
             const std::string_view part = block.substr(0, end);
+            // Compared here, so that the text for require() is not made for each line.
             if (begun.size() + part.size() > maxBytes) {
                 limits::require(path.string() + ": bytes of a line", begun.size() + part.size(), maxBytes);
             }
@@ -223,6 +226,7 @@ std::vector<fs::path> membersOf(const fs::path& folder) {
         members.push_back(member->path());
     }
     check("cannot read", folder, error);
+    // File systems list names in any order; what is made of them shall be the same each time.
     std::sort(members.begin(), members.end());
     return members;
 }
@@ -267,6 +271,7 @@ void copyPermissions(const fs::path& from, const fs::path& to) {
 
 bool putInPlace(const fs::path& built, const fs::path& target) {
     const int error = renameDurably(built, target, 0);
+    // File systems may answer either.
     if (error == ENOTEMPTY || error == EEXIST) {
         return false;
     }

@@ -24,6 +24,7 @@ public:
 
 private:
     void writeMember(const Json::Value& value, const std::string& place, const std::string& indent) {
+        // Places are sorted: one search finds the list at this place, or else the first one below it.
         const auto list = m_lists.lower_bound(place);
         if (list != m_lists.end() && list->first == place) {
             writeList(list->second, indent);

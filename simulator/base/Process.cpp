@@ -21,6 +21,7 @@ namespace {
 
 // Each name occurs once: of two values, a program might take either.
 std::vector<std::string> mergedEnvironment(std::map<std::string, std::string> merged) {
+    // emplace() leaves the variables that the caller has given.
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text = *entry;
         const std::size_t equals = text.find('=');
@@ -113,6 +114,7 @@ int Process::wait() const {
 }
 
 int Process::waitOrKill(std::chrono::milliseconds patience) const {
+    // waitpid() has no time limit, but a descriptor of the process can be polled.
     const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, m_id, 0)));
     pollfd end = {process.get(), POLLIN, 0};
     // Without such a descriptor, on an old kernel, only the end itself can be waited for.

@@ -67,6 +67,7 @@ public:
     // What the rules refuse everywhere but where allow() allows it.
     explicit Landlock(Rules rules) {
         const long known = version();
+        // A kernel refuses rules with rights or members that it does not know.
         rules.files &= known < 3 ? TRUNCATE - 1 : known < 5 ? USE_DEVICE - 1 : UINT64_MAX;
         m_files = rules.files;
         const std::size_t size = known < 4 ? 8 : known < 6 ? 16 : 24;
@@ -81,6 +82,7 @@ public:
         struct stat status = {};
         constexpr std::uint64_t OF_FILES =
             LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_WRITE_FILE | LANDLOCK_ACCESS_FS_EXECUTE | TRUNCATE;
+        // Rules for a file are refused if they have rights that only folders have.
         const bool isFolder = ::fstat(opened.get(), &status) == 0 && S_ISDIR(status.st_mode);
         landlock_path_beneath_attr below = {};
         below.allowed_access = rights & m_files & (isFolder ? UINT64_MAX : OF_FILES);
@@ -91,6 +93,7 @@ public:
     }
 
     void enforce() const {
+        // Only who can gain no privileges any more, or is root, may restrict itself.
         if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
             ::syscall(SYS_landlock_restrict_self, m_rules.get(), 0) != 0) {
             fail("Landlock");
@@ -132,6 +135,8 @@ bool lockMounts(const std::vector<fs::path>& writable) {
     constexpr std::uint64_t NO_DEVICES = 4;
     constexpr unsigned int RECURSIVELY = 0x8000;
     if (::unshare(CLONE_NEWNS) != 0) {
+        // An ordinary user needs a user namespace to change mounts. It keeps its own numbers, and may map its group
+        // only once setgroups() is denied.
         const std::string user = std::to_string(::geteuid());
         const std::string group = std::to_string(::getegid());
         if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0 || !writeText("/proc/self/setgroups", "deny") ||
@@ -146,6 +151,7 @@ bool lockMounts(const std::vector<fs::path>& writable) {
         ::mount("tmpfs", "/proc", "tmpfs", MS_RDONLY | MS_NOSUID | MS_NODEV | MS_NOEXEC, "size=4k") != 0) {
         return false;
     }
+    // A folder becomes writable by a mount of its own.
     return std::all_of(writable.begin(), writable.end(), [](const fs::path& folder) {
         return ::mount(folder.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr) == 0 &&
                changeMount(folder, 0, {0, READ_ONLY, 0, 0});
@@ -237,6 +243,7 @@ constexpr std::uint32_t PROCESSOR = AUDIT_ARCH_ARM;
 class Filter {
 public:
     Filter() {
+        // First: by the interface for 32-bit programs, the same numbers are other calls.
         load(offsetof(seccomp_data, arch));
         m_program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PROCESSOR, 1, 0));
         refuse();
@@ -257,6 +264,7 @@ public:
     void refuseForOthers(long number, pid_t own) {
         constexpr std::size_t FIRST_ARGUMENT = offsetof(seccomp_data, args);
         m_program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(number), 0, 4));
+        // The lower half of the argument, on processors whose lowest byte comes first: a process number has no more.
         load(FIRST_ARGUMENT);
         m_program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(own), 1, 0));
         refuse();
@@ -276,6 +284,7 @@ private:
         m_program.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<std::uint32_t>(offset)));
     }
     void refuse() {
+        // An error, and not a kill, which would look like a crash of the application.
         m_program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM));
     }
 
@@ -321,8 +330,10 @@ bool confineApplication(const std::vector<fs::path>& writable, const std::vector
     if (!hasLandlock) {  // which lets a process trace its own children and threads only
         filter.refuseCall(SYS_ptrace);
     }
+    // To itself it must be able to send a signal: abort() does.
     filter.refuseForOthers(SYS_kill, ::getpid());
     filter.refuseForOthers(SYS_tgkill, ::getpid());
+    // Landlock alone keeps files safe; without it, a process that has all system calls could mount again.
     return filter.enforce() || hasLandlock;
 }
 

@@ -122,6 +122,7 @@ std::string toUtf8(std::string_view text) {
     if (isUtf8) {
         return std::string(text);
     }
+    // The bytes of ISO 8859-1 are the first 256 code points.
     std::string converted;
     for (const char byte : text) {
         utf8proc_uint8_t encoded[4];
@@ -199,6 +200,7 @@ std::string inColumns(std::string_view text, std::size_t columns) {
             cut += character.bytes;
         }
     });
+    // Padded again: if a character of two columns did not fit, one column is left.
     return inColumns(cut + "…", columns);
 }
 
