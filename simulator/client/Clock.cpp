@@ -9,6 +9,7 @@
 
 namespace {
 
+// Initialised without code, as objects of other files ask for the time before main().
 bool isSet = false;
 timespec now = {};
 
@@ -17,6 +18,7 @@ timespec timeOf(clockid_t clock) {
     if (isSet && (clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE)) {
         time = now;
     } else {
+        // The C library's function has the name of the one below, which would call itself.
         ::syscall(SYS_clock_gettime, clock, &time);
     }
     return time;

@@ -141,6 +141,7 @@ Connection::Connection(bool isApplication, const std::vector<std::string>& words
 }
 
 Connection::~Connection() {
+    // What is still in buffers goes through the services, and so must come before their end.
     std::fflush(nullptr);
     end();
 }
@@ -151,6 +152,7 @@ Connection& Connection::current() {
             slot().reset(new Connection(false, {}));
         } catch (const sim::Error& error) {
             complain(error.what());
+            // Without destructors: the application's static objects would make platform calls again.
             std::_Exit(sim::exit_code::UNUSABLE);
         }
     }
@@ -190,6 +192,7 @@ void Connection::startServices(bool isApplication) {
     m_services = std::make_unique<const sim::Process>(options);
     m_channel = std::make_unique<wire::Channel>(std::move(sockets[0]));
     if (isApplication) {
+        // Only now: the services have got the streams that the person sees.
         replace(STDOUT_FILENO, output[1]);
         replace(STDERR_FILENO, errors[1]);
     }
@@ -217,6 +220,7 @@ void Connection::greet(bool isApplication, const std::vector<std::string>& words
         if (!welcome.zone.empty()) {
             setTimeZone(welcome.zone);  // its rules are read now: a confined process might not find them
         }
+        // Last, as the steps before it open files.
         if (welcome.isConfined && !sim::confineApplication({welcome.writable.begin(), welcome.writable.end()},
                                                            {welcome.readable.begin(), welcome.readable.end()})) {
             std::fputs("This kernel cannot confine a process: names in a bundle may lead out of the TV.\n", stderr);
@@ -297,6 +301,7 @@ void Connection::recordCrash() {
     try {
         if (slot()) {
             slot()->m_channel->send(Kind::Crash, 0, wire::encode(detail));
+            // The services answer when the end is on record; abort() would cut that off.
             slot()->receive();
             slot()->end();
         }

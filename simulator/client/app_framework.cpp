@@ -46,6 +46,7 @@ int giveControl(const wire::Answer<int, Handle>& answer, app_control_s** control
 
 int giveText(const wire::Answer<int, wire::Text>& answer, char** text) {
     if (answer.out) {
+        // By malloc(), as the application releases it with free().
         *text = *answer.out ? ::strdup((*answer.out)->c_str()) : nullptr;
     }
     return answer.result;

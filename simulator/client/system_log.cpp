@@ -13,6 +13,7 @@ namespace {
 __attribute__((format(printf, 1, 0))) std::string formatted(const char* format, va_list arguments) {
     char* buffer = nullptr;
     const int length = ::vasprintf(&buffer, format, arguments);
+    // No memory, or a text that the locale cannot write: the format says more than nothing.
     if (length < 0) {
         return format;
     }

@@ -144,6 +144,7 @@ wire::None client::onSignal(Handle number, std::int32_t code, std::int32_t profi
 
 int TVServiceAPI::CreateSignalSubscriber(SignalCallback callback, ISignalSubscriber** subscriber) {
     static std::uint32_t last = 0;
+    // The number is chosen here: the callback itself means nothing in the services' process.
     const auto found = subscribers().find(callback);
     const Handle number = found != subscribers().end() ? found->second.number() : Handle{++last};
     const auto answer = call<CallId::create_signal_subscriber>({number});

@@ -83,6 +83,7 @@ int TVServiceAPI::CreateUtil(IUtil** util) {
 
 void TVServiceAPI::Destroy(IUtil* util) {
     client::notify<CallId::destroy_util>({});
+    // The destructor of IUtil is protected and not virtual: only this class can be deleted.
     delete static_cast<Util*>(util);
 }
 
