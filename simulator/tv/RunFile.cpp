@@ -123,6 +123,7 @@ void RunFile::create(const Run& run) {
 void RunFile::save(const Run& run) {
     open();
     const std::string head = headOf(run);
+    // In its place, which takes no more room: a full disk cannot hide how the run ended.
     if (::pwrite(m_descriptor.get(), head.data(), head.size(), 0) != static_cast<ssize_t>(head.size())) {
         throw Error::ofSystem(m_file, "cannot write");
     }
@@ -176,6 +177,7 @@ Fingerprints RunFile::before() const {
 
 std::optional<Verdict> RunFile::verdict() const {
     const std::vector<Verdict> all = recordsOf<Verdict>(m_file, "verdict");
+    // Records are only appended: of several verdicts, the last one holds.
     return all.empty() ? std::nullopt : std::optional(all.back());
 }
 
@@ -199,6 +201,7 @@ void RunFile::append(std::string line) {
         m_isTorn = false;
         return;
     }
+    // A write that was cut short gives no reason, but has one only: there was no room.
     const int reason = written < 0 ? errno : ENOSPC;
     m_isTorn = m_isTorn || (written > 0 && ::ftruncate(m_descriptor.get(), end) != 0);
     throw Error::ofSystem(m_file, "cannot write", reason);

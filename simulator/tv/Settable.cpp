@@ -192,6 +192,7 @@ TvClock readClock(const std::string& text, std::chrono::milliseconds now) {
 }
 
 void requireZone(const std::string& zone) {
+    // The C library takes the name for that of a file: it must not lead out of the folder of zones.
     const bool isPlainName = zone.find("..") == std::string::npos && !zone.empty() && zone.front() != '/';
     // Else it says its rules itself, such as CET-1CEST: letters, then a number of hours.
     const std::size_t hours = zone.find_first_of("0123456789");

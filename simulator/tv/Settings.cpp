@@ -13,6 +13,7 @@ std::optional<std::string> Settings::get(const std::string& key, SettingType typ
 
 bool Settings::set(const std::string& key, SettingType type, const std::string& value) {
     limits::require("bytes of a setting and its key", key.size() + value.size(), limits::SETTING_BYTES);
+    // A key keeps its type: with another one, no row changes.
     return m_database.change(
                "INSERT INTO settings VALUES(?, ?, ?) ON CONFLICT(key) DO UPDATE SET value = excluded.value "
                "WHERE type = excluded.type",

@@ -109,6 +109,7 @@ void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::st
     Transaction transaction(database);
     database.run(SCHEMA);
     database.run(fmt::format("PRAGMA user_version = {}", LAYOUT));
+    // Service 1 is the first of any list: ids count from there.
     database.change(
         "INSERT INTO state(antenna_mode, service_mode, service_id, source, category, category_param, sort_mode, now, "
         "still, zone, serial, account) VALUES(?, 0, 1, 0, 0, 0, 0, ?, ?, ?, ?, ?)",
@@ -126,6 +127,7 @@ FolderLock lockTv(const fs::path& home, std::chrono::milliseconds patience) {
     requireTv(home);
     FolderLock lock = FolderLock::take(home, patience);
     if (!lock.isHeld()) {
+        // Who holds the lock need not have made a run: the verdict, a snapshot and a reset take it, too.
         const Tv tv(home, Database::Access::Look);
         const std::optional<Run> other = tv.runs().find(tv.runs().newest());
         const bool isRunning = other && other->ended == RunEnd::Running;
@@ -150,6 +152,7 @@ void Tv::create(const fs::path& home, const ChannelSource& list, const std::stri
     const fs::path built = scratch / "tv";
     makePrivateFolder(built);
     const ServiceDb services(built / "service-db");
+    // Nobody can register a name below .invalid: whatever opens this address reaches no one.
     services.create(list, fmt::format("set={}\nservice=http://set-{}.invalid/live\n", serial, serial));
     const std::optional<Service> first = services.services().find(services.services().first());
     if (!first) {
@@ -262,6 +265,7 @@ std::chrono::milliseconds Tv::now() const {
 }
 
 void Tv::passTime(std::chrono::milliseconds duration) {
+    // On a TV with the machine's clock, it is NULL, and stays that.
     m_database.change("UPDATE state SET now = now + ? WHERE NOT still", duration.count());
 }
 
