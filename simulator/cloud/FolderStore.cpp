@@ -22,6 +22,7 @@ namespace {
 
 constexpr std::size_t MIN_ID_DIGITS = 6;
 constexpr char REMOVED[] = ".removed";
+// Tells the folders of accounts from those of the default account's clients, which stand beside them.
 constexpr char ACCOUNT_MARK = '@';
 
 // The number that an id stands for; nothing if the name is not that of a backup. A number has one id only: leading
@@ -81,6 +82,7 @@ bool isOwn(const fs::path& member) {
 }  // namespace
 
 FolderStore::FolderStore(fs::path folder) : m_folder(std::move(folder)) {
+    // A file in the way is found out here, before a run depends on the store.
     fs::path existing = absolutePath(m_folder);
     while (!pathExists(existing) && existing.has_relative_path()) {
         existing = existing.parent_path();

@@ -53,6 +53,7 @@ std::vector<std::string> endpointsIn(const std::string& text) {
         endpoint.erase(0, endpoint.find_first_not_of(' '));
         endpoint.erase(endpoint.find_last_not_of(" /") + 1);
         const bool hasScheme = endpoint.compare(0, 7, "http://") == 0 || endpoint.compare(0, 8, "https://") == 0;
+        // In front of an '@' is a user with a password, which messages about the address would show.
         if (!hasScheme || endpoint.find('@') != std::string::npos) {
             throw Error(
                 fmt::format("AWS_ENDPOINT_URL: {} is not an address such as http://127.0.0.1:8000; separate several "
@@ -159,6 +160,7 @@ struct ObjectClient::Response {
         auto* response = static_cast<Response*>(self);
         const std::string_view piece(bytes, size * count);
         curl().easy_getinfo(response->handle, CURLINFO_RESPONSE_CODE, &response->status);
+        // The body of a refusal is XML, and no part of the object.
         if (response->sink == nullptr || response->status / 100 != 2) {
             if (response->text.size() + piece.size() > MAX_RESPONSE_BYTES) {
                 return 0;
@@ -208,6 +210,7 @@ void ObjectClient::prepare(const Request& request, const std::string& endpoint) 
     curl().easy_setopt(handle, CURLOPT_PASSWORD, m_secret.c_str());
     curl().easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);  // timeouts without SIGALRM, which threads would share
     curl().easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, CONNECT_TIMEOUT_SECONDS);
+    // No limit on the whole transfer: a large bundle on a slow line takes its time, as long as it moves at all.
     curl().easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, 1L);  // bytes a second
     curl().easy_setopt(handle, CURLOPT_LOW_SPEED_TIME, m_stallSeconds);
     if (!m_certificates.empty()) {
@@ -241,6 +244,7 @@ ObjectClient::Response ObjectClient::attempt(const Request& request, const std::
     std::array<char, CURL_ERROR_SIZE> detail = {};
     curl().easy_setopt(handle, CURLOPT_ERRORBUFFER, detail.data());
     response.transfer = curl().easy_perform(handle);
+    // The handle stays, and the buffer goes.
     curl().easy_setopt(handle, CURLOPT_ERRORBUFFER, nullptr);
     curl().easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &response.status);
     if (response.thrown) {
@@ -299,6 +303,7 @@ std::string ObjectClient::perform(const Request& request) {
         if (i >= m_endpoints.size()) {  // every endpoint has failed: give them time
             std::this_thread::sleep_for(FIRST_PAUSE * (1U << (i - m_endpoints.size())));
         }
+        // The one that answered last: an endpoint that is down costs its time once, and not at each request.
         const std::string& endpoint = m_endpoints[m_current];
         Response response = attempt(request, endpoint);
         outcome = response.isSuccess() ? std::to_string(response.status)

@@ -26,6 +26,7 @@ constexpr std::string_view SCHEME = "s3://";
 constexpr std::size_t SEQUENCE_DIGITS = 8;
 constexpr std::uint64_t MAX_SEQUENCE = 99'999'999;
 constexpr std::size_t RANDOM_DIGITS = 8;
+// Older objects have another form of key, and are foreign.
 constexpr std::string_view KEY_VERSION = "v2-";
 
 constexpr int PAGE_SIZE = 1000;       // stores list no more at once
@@ -145,6 +146,7 @@ private:
 
     // Returns false if more bytes are needed.
     bool readHeader() {
+        // As far as it has come: something else is refused before 256 KB of it are kept.
         if (m_header.compare(0, MAGIC.size(), MAGIC, 0, m_header.size()) != 0) {
             fail("the object is not a backup");
         }
