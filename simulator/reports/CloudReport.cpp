@@ -18,6 +18,7 @@
 namespace sim {
 
 std::string metadataFor(const std::set<int>& antenna) {
+    // As the application writes what it could not read: a restore then leaves the TV's viewing state as it is.
     Json::Value setting;
     setting["antenna"] = application::antennaMask(antenna);
     setting["tvmode"]["antenna_mode"] = -1;
@@ -132,6 +133,7 @@ std::string importBundle(CloudStore& store, const Bundle& bundle, const std::fil
     NewBackup backup;
     static_cast<Address&>(backup) = {account, application::CLIENT_ID, application::CATEGORY};
     backup.metadata = bundle.metadataText() ? *bundle.metadataText() : metadataFor(tv->antenna());
+    // The iss database names the set that it is of.
     const Entries& iss = bundle.setup().of(Item::Iss);
     backup.device = iss.count("set") == 1 ? iss.at("set") : "";
     if (bundle.setup().services) {

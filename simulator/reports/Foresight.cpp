@@ -115,6 +115,8 @@ public:
             return;
         }
         Entries files = m_bundle.setup().of(Item::Ci);
+        // In this order, as insert() keeps what is there: the bundle's files replace leftovers, and both replace the
+        // TV's.
         for (const Entries* more : {&m_leftovers.setup().of(Item::Ci), &m_setup.of(Item::Ci)}) {
             files.insert(more->begin(), more->end());
         }
@@ -195,6 +197,8 @@ bool rehearse(Rehearsal& rehearsal, const Metadata& metadata, const Tv& tv, bool
     }
     rehearsal.restoreIss();
     rehearsal.handOverCi();
+    // If the request says that a scan runs, the viewing state waits for the signal of its end. Without a scan, none
+    // comes.
     if (!saysScan || tv.isScanning()) {
         rehearsal.restoreViewing(metadata.viewing);
     }

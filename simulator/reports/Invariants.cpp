@@ -91,6 +91,7 @@ public:
         if (has("throw")) {
             allowed = {RunEnd::Crashed};
         } else if (allowed.empty() || m_fired.size() > 1) {
+            // Of several faults, one can prevent what another one would lead to.
             allowed.insert(wasReported(1) && !isReadAsScan() ? RunEnd::Reclaimed : RunEnd::Exit);
         }
         return allowed.count(m_run.ended) > 0 ? "" : fmt::format("it ended as {}", nameOf(m_run.ended));
@@ -107,6 +108,7 @@ public:
         for (const auto& [item, entries] : m_baseline.before.entries) {
             require(m_now.of(item), entries, m_baseline.after.of(item), nameOf(item));
         }
+        // Part by part, as the application sets each by a call of its own, and goes on if one fails.
         const Viewing& before = m_baseline.before.viewing;
         const Viewing& after = m_baseline.after.viewing;
         require(m_now.viewing.mode, before.mode, after.mode, "mode");
