@@ -70,6 +70,7 @@ void describe(CLI::App& app, Session& session, std::string& home, Action& chosen
     app.name("halcyon-tv");
     app.footer(footer());
     app.require_subcommand(1);
+    // Options of all commands may stand behind the command, too.
     app.fallthrough();
     app.set_version_flag("--version", "halcyon-tv " HALCYON_VERSION);
     app.add_option("--home", home, "folder of the TV");

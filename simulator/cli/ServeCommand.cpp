@@ -33,6 +33,7 @@ int serve(const Session& session, const Options& options) {
     sim::serve(lab, options.serve, [&](const std::string& address) {
         answer(session, sim::object({{"address", address}}),
                [&] { print("{}\nOpen this address in a browser on this machine; Ctrl-C ends.\n", address); });
+        // The command does not end: a program that waits for the address by a pipe would never get it.
         std::fflush(stdout);
     });
     return DONE;

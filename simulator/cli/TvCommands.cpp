@@ -144,6 +144,7 @@ int set(const Session& session, const SetOptions& options) {
     if (options.isStill && options.name != "clock") {
         throw UsageError("--still makes a clock stand: halcyon-tv set clock 2026-01-31T18:00:00Z --still");
     }
+    // Not during a run, whose verdict would take the change for the application's work.
     const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(0));
     sim::Tv tv(session.home);
     sim::setByName(tv, options.name, value);
