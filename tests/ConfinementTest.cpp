@@ -152,10 +152,11 @@ TEST_F(Confined, OutputIsShownAsTheApplicationsOwn) {
 TEST_F(Confined, ProcessHasNoKeysAndReachesNothing) {
     const std::string keys = "AWS_SECRET_ACCESS_KEY=secret-of-the-cloud ";
     const std::string run = environment() + keys + test::APPLICATION + " --realtime";
-    const std::string script =
-        run +
-        " 2>&1 | { read -r line; pid=$(pgrep -n halcyon-lineup); cat /proc/$pid/environ /proc/$pid/status; "
-        "ls -l /proc/$pid/fd; kill -KILL $pid; }";
+    const std::string pipe = (folder / "pipe").string();
+    const std::string script = "mkfifo " + pipe + "; " + run + " >" + pipe +
+                               " 2>&1 & pid=$!; { read -r line; cat /proc/$pid/environ /proc/$pid/status; "
+                               "ls -l /proc/$pid/fd; kill -KILL $pid; } <" +
+                               pipe;
     const test::Answer seen = test::shell("sh -c '" + script + "'");
     EXPECT_THAT(seen.text, AllOf(HasSubstr("NoNewPrivs:\t1"), HasSubstr("Seccomp:\t2")));
     EXPECT_THAT(seen.text, AllOf(Not(HasSubstr("secret-of-the-cloud")), Not(HasSubstr(home().string() + "/tv.db"))));

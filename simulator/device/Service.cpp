@@ -140,7 +140,7 @@ int welcomeAndServe(Session& session, const std::function<ServiceOptions()>& wan
 }
 
 int openAndServe(const std::function<ServiceOptions()>& wanted, ServiceWires wires,
-          const std::function<void(const Device&)>& confine) {
+                 const std::function<void(const Device&)>& confine) {
     std::vector<Descriptor> pipes;
     for (Descriptor* pipe : {&wires.output, &wires.errors}) {
         if (pipe->isOpen()) {

@@ -351,7 +351,8 @@ private:
 }  // namespace
 
 ServiceFinder Services::finder() const {
-    return [search = std::make_shared<Search>(*m_database)](const std::string& identity) { return (*search)(identity); };
+    return
+        [search = std::make_shared<Search>(*m_database)](const std::string& identity) { return (*search)(identity); };
 }
 
 std::vector<ListHeader> Services::headers() const {

@@ -199,7 +199,8 @@ void requireZone(const std::string& zone) {
     const std::size_t other = zone.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz<>+-");
     const bool saysItself = hours != std::string::npos && hours >= 3 && other == hours;
     if (!zone.empty() && !saysItself && !(isPlainName && isRegularFile(std::filesystem::path(ZONES) / zone))) {
-        throw Error(fmt::format("there is no time zone {} in {}; names are such as Europe/Berlin", inQuotes(zone), ZONES));
+        throw Error(
+            fmt::format("there is no time zone {} in {}; names are such as Europe/Berlin", inQuotes(zone), ZONES));
     }
 }
 

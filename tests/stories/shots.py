@@ -5,6 +5,7 @@ import pathlib
 import shutil
 import sys
 import unittest
+import unittest.mock
 
 from browser import Page
 
@@ -15,6 +16,13 @@ ALL = tuple(SIZES)
 
 
 class Shots(Page):
+    def setUp(self):
+        # Its paths are in the pictures.
+        place = pathlib.Path("/tmp/halcyon")
+        shutil.rmtree(place, ignore_errors=True)
+        with unittest.mock.patch("tempfile.mkdtemp", side_effect=lambda *_, **__: place.mkdir() or str(place)):
+            super().setUp()
+
     def shoot(self, name, sizes=("window",), schemes=("dark", "light"), **features):
         self.pause()
         for size in sizes:

@@ -130,7 +130,7 @@ std::vector<std::string> tree(const fs::path& folder) {
     std::vector<std::string> paths;
     if (fs::exists(folder)) {
         for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
-            paths.push_back(fs::relative(entry.path(), folder).string() + (entry.is_directory() ? "/" : ""));
+            paths.push_back(entry.path().lexically_relative(folder).string() + (entry.is_directory() ? "/" : ""));
         }
     }
     std::sort(paths.begin(), paths.end());
@@ -224,7 +224,7 @@ RunResult TestTv::launch(const Strings& arguments) {
     }
     RunResult outcome;
     outcome.exitStatus = process.wait();
-    const std::optional<sim::Run> run = tv.runs().close(before, process.id(), "ended");
+    const std::optional<sim::Run> run = tv.runs().close(before, process.id(), sim::describeEnd(outcome.exitStatus));
     if (!run) {
         ADD_FAILURE() << "no run began: " << readFile(errors);
         return outcome;

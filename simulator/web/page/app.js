@@ -56,7 +56,7 @@ function tvs() {
   const all = state.lab?.tvs ?? [];
   const at = all.findIndex((tv) => tv.tv === state.tv);
   const first = Math.max(0, Math.min(at - 2, all.length - MAX_TABS));
-  return h("nav", {id: "tvs", "aria-label": "TVs"},
+  return h("nav", {id: "tvs", "aria-label": "TVs", class: all.length > 4 ? "many" : ""},
     all.slice(first, first + MAX_TABS).map(tab),
     all.length > MAX_TABS ? h("button", {type: "button", class: "quiet", "data-key": "all-tvs", onclick: openOverview},
       `All ${all.length} …`) : null,

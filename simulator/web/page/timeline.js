@@ -126,10 +126,11 @@ class Chart extends Component {
   componentWillUnmount() { this.observer.disconnect(); }
   componentDidUpdate(before) {
     if (state.run?.outcome === "open") this.base.scrollLeft = this.base.scrollWidth;
-    else if (before.which !== this.props.which) this.seekDecided();
+    else if (before.which !== this.props.which || this.base.clientWidth !== this.width) this.seekDecided();
   }
   // A run is first shown with the event that decided it in sight.
   seekDecided() {
+    this.width = this.base.clientWidth;
     const {marks, left} = this.props.layout;
     const mark = marks.find((each) => each.isDecisive);
     if (mark) this.base.scrollLeft = mark.x + left - this.base.clientWidth / 2;

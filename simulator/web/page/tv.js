@@ -44,12 +44,19 @@ function rowsOf(viewing) {
 
 // The list on the screen: only the rows that are visible are in the page. It keeps its place while the TV is the same.
 class List extends Component {
-  componentDidMount() { this.moveTo(this.rowOfService()); }
+  componentDidMount() { this.isSought = true; this.seek(0); }
   componentDidUpdate(before) {
-    if (before.place !== this.props.place) this.moveTo(this.rowOfService());
+    const isElsewhere = before.place !== this.props.place;
+    if (isElsewhere || before.service !== this.props.service) this.isSought = true;
+    if (this.isSought) this.seek(isElsewhere ? 0 : -1);
   }
-  rowOfService() {
-    return Math.max(0, this.props.rows.findIndex((row) => row[ID] === this.props.service && row[MARK] !== "gone"));
+  // What is on comes into sight; `otherwise` is shown until the list has it. The list may come later than the state.
+  seek(otherwise) {
+    const found = this.props.rows.findIndex((row) => row[ID] === this.props.service && row[MARK] !== "gone");
+    this.isSought = found < 0;
+    const {scrollTop, clientHeight} = this.base;
+    const isInSight = found * ROW >= scrollTop && (found + 1) * ROW <= scrollTop + clientHeight;
+    if (found < 0 ? otherwise >= 0 : !isInSight || otherwise >= 0) this.moveTo(found < 0 ? otherwise : found);
   }
   moveTo(index) {
     this.base.scrollTop = Math.max(0, index - 4) * ROW;
