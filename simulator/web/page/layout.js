@@ -133,5 +133,7 @@ export function placed(timeline, {details, filter, zoom, width}) {
   const blocks = blocksOf(marks);
   const captions = captionsOf(marks, blocks, waits, inside);
   const lanes = LANES.map(([lane]) => lane);
-  return {marks, waits, times, blocks, captions, left: LEFT, width: inside + LEFT + 8, lanes};
+  // On a narrow screen a caption may need more than the marks.
+  const end = Math.max(inside, ...captions.map(({from, length, isBefore}) => isBefore ? 0 : from + length));
+  return {marks, waits, times, blocks, captions, left: LEFT, width: end + LEFT + 8, lanes};
 }
