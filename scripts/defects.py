@@ -28,8 +28,8 @@ def plant(defect):
         source = copy / change["file"]
         text = source.read_text(encoding="utf-8")
         if text.count(change["old"]) != 1:
-            sys.exit(f"defects: {defect['name']}: {change['file']} has this {text.count(change['old'])} times, not once:"
-                     f"\n{change['old']}")
+            sys.exit(f"defects: {defect['name']}: {change['file']} has this {text.count(change['old'])} times, not "
+                     f"once:\n{change['old']}")
         source.write_text(text.replace(change["old"], change["new"]), encoding="utf-8")
     subprocess.run(["cmake", "--preset", "debug", "-DBUILD_TESTING=OFF"], cwd=copy, check=True, capture_output=True)
     subprocess.run(["cmake", "--build", "--preset", "debug", "--target", "halcyon-lineup"], cwd=copy, check=True,

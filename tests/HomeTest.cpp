@@ -51,6 +51,16 @@ TEST(Environment, SaysWhereHomesAndCloudsAre) {
 
 class Home : public test::CommandLine {};
 
+// As a reset does it while another process has the TV open.
+TEST_F(Home, AnOpenTvThatIsReplacedIsNotWrittenTo) {
+    init();
+    sim::Tv opened(home());
+    fs::rename(home(), folder / "old");
+    fs::copy(folder / "old", home(), fs::copy_options::recursive);
+    EXPECT_THAT([&] { opened.setScanning(true); }, ThrowsMessage<sim::Error>(HasSubstr("taken its place just now")));
+    EXPECT_FALSE(sim::Tv(home()).isScanning());
+}
+
 TEST_F(Home, TheCloudAndTheTvAreNotInOneAnother) {
     init();
     fs::create_directory_symlink(home(), folder / "link");

@@ -40,6 +40,10 @@ Error::Kind kindOfSqliteCode(int code, int systemError) {
     }
 }
 
+[[noreturn]] void failAsMoved(const std::string& name) {
+    throw Error(Error::Kind::Locked, fmt::format("{}: another has taken its place just now; try again", name));
+}
+
 [[noreturn]] void fail(sqlite3* database, const std::string& name) {
     const int code = sqlite3_extended_errcode(database);
     const int systemError = sqlite3_system_errno(database);
@@ -52,7 +56,7 @@ Error::Kind kindOfSqliteCode(int code, int systemError) {
     int hasMoved = 0;
     sqlite3_file_control(database, "main", SQLITE_FCNTL_HAS_MOVED, &hasMoved);
     if (code == SQLITE_READONLY_DBMOVED || (hasMoved != 0 && (code & 0xFF) == SQLITE_IOERR)) {
-        throw Error(Error::Kind::Locked, fmt::format("{}: another has taken its place just now; try again", name));
+        failAsMoved(name);
     }
     // How SQLite says that a statement is longer than the limit.
     if (code == SQLITE_NOMEM && sqlite3_limit(database, SQLITE_LIMIT_VDBE_OP, -1) == MAX_STATEMENT_STEPS) {
@@ -238,6 +242,15 @@ void Database::open(const std::string& name, int flags) {
 void Database::run(const std::string& script) {
     if (sqlite3_exec(m_database.get(), script.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
         fail(m_database.get(), m_name);
+    }
+}
+
+// With a write-ahead log SQLite does not look: a change would go to the file that was moved away, and be lost.
+void Database::requireInPlace() const {
+    int hasMoved = 0;
+    sqlite3_file_control(m_database.get(), "main", SQLITE_FCNTL_HAS_MOVED, &hasMoved);
+    if (hasMoved != 0) {
+        failAsMoved(m_name);
     }
 }
 

@@ -88,9 +88,11 @@ public:
     // Runs statements without parameters and rows.
     void run(const std::string& script);
 
-    // Runs one statement and returns the number of rows that it changed.
+    // Runs one statement and returns the number of rows that it changed. Throws Error (Locked) if another file is in
+    // the place of the database that was opened.
     template <typename... Values>
     std::int64_t change(std::string_view sql, const Values&... values) {
+        requireInPlace();
         Statement(*this, sql).bind(values...).run();
         return changes();
     }
@@ -120,6 +122,7 @@ private:
     // limits, and all statements together a budget of steps.
     void confine(int maxRowBytes, std::uint64_t maxSteps);
     void endBudget();
+    void requireInPlace() const;
 
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> m_database;
     std::string m_name;
