@@ -27,7 +27,7 @@ READS = {
     "application-tests": FLOWS,
     "central-class-tests": FLOWS,
     "simulator-tests": FLOWS,
-    "python3": FLOWS + ["tests/stories", "data", "docs", "scripts", "simulator/web/page"],
+    "python3": FLOWS + ["tests/stories", "kit", "data", "docs", "scripts", "simulator/web/page"],
 }
 
 
