@@ -1,6 +1,5 @@
 // Launch requests, replies and the main loop; paths and JSON texts, which any application asks for.
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cstdio>
@@ -55,21 +54,6 @@ private:
     std::uint32_t m_last = 0;
 };
 
-// Reads the command line. Returns false, after a message, if it is wrong.
-bool parse(const std::vector<std::string>& words, LaunchOptions& options) {
-    CLI::App app;
-    describe(app, options);
-    try {
-        parseWords(app, words);
-        return true;
-    } catch (const CLI::ParseError& error) {
-        std::fprintf(stderr, "%s: %s; see: %s --help\n", application::NAME, shown(error.what()).c_str(),
-                     application::NAME);
-        return false;
-    }
-}
-
-// Path variables, by the platform's own numbers.
 constexpr int APPLICATION_DATA = 61;
 constexpr int TEMPORARY_DATA = 78;
 
@@ -119,7 +103,8 @@ void runLoop(Device& device) {
 }
 
 int run(Device& device, Controls& controls, const std::vector<std::string>& words) {
-    if (!parse(words, device.launch)) {
+    if (const std::string mistake = parse(words, device.launch); !mistake.empty()) {
+        std::fprintf(stderr, "%s: %s; see: %s --help\n", application::NAME, shown(mistake).c_str(), application::NAME);
         device.record.ended(RunEnd::Refused, "command line");
         return exit_code::USAGE;
     }

@@ -6,9 +6,38 @@
 
 namespace sim {
 
+namespace {
+
 void parseWords(CLI::App& app, const std::vector<std::string>& words) {
     // CLI11 takes them from the back.
     app.parse(std::vector<std::string>(words.rbegin(), words.empty() ? words.rend() : words.rend() - 1));
+}
+
+}  // namespace
+
+bool answersHelp(const std::vector<std::string>& words) {
+    CLI::App app;
+    LaunchOptions options;
+    describe(app, options);
+    try {
+        parseWords(app, words);
+    } catch (const CLI::Success& help) {
+        app.exit(help);
+        return true;
+    } catch (const CLI::ParseError&) {  // the main loop reports it
+    }
+    return false;
+}
+
+std::string parse(const std::vector<std::string>& words, LaunchOptions& options) {
+    CLI::App app;
+    describe(app, options);
+    try {
+        parseWords(app, words);
+        return "";
+    } catch (const CLI::ParseError& error) {
+        return error.what();
+    }
 }
 
 void describe(CLI::App& app, LaunchOptions& options) {

@@ -20,8 +20,13 @@ struct LaunchOptions {
     bool pause = false;             // pause and resume once after the launch
 };
 
-// Parses the words of a command line, the first of which is the program's name.
-void parseWords(CLI::App& app, const std::vector<std::string>& words);
+// Each takes the words of a command line, the first of which is the program's name.
+
+// Prints help or the version, if that is asked for. Returns whether it was.
+bool answersHelp(const std::vector<std::string>& words);
+
+// Sets the options. Returns what is wrong with the words; nothing if they are right.
+std::string parse(const std::vector<std::string>& words, LaunchOptions& options);
 
 // Adds the options to a command line. `options`, which parsing fills in, must outlive it.
 void describe(CLI::App& app, LaunchOptions& options);

@@ -1,7 +1,5 @@
 #include "simulator/device/Service.h"
 
-#include <CLI/CLI.hpp>
-
 #include <csignal>
 #include <functional>
 #include <optional>
@@ -15,6 +13,7 @@
 #include "simulator/base/Text.h"
 #include "simulator/device/Calls.h"
 #include "simulator/device/Device.h"
+#include "simulator/device/LaunchOptions.h"
 #include "simulator/device/OwnPath.h"
 
 namespace fs = std::filesystem;
@@ -31,21 +30,6 @@ void ignoreSignals() {
     for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ}) {
         std::signal(signal, SIG_IGN);
     }
-}
-
-// Prints help if the command line asks for it, before a TV is needed.
-bool answersHelp(const std::vector<std::string>& words) {
-    CLI::App app;
-    LaunchOptions options;
-    describe(app, options);
-    try {
-        parseWords(app, words);
-    } catch (const CLI::Success& help) {
-        app.exit(help);
-        return true;
-    } catch (const CLI::ParseError&) {  // the main loop reports it
-    }
-    return false;
 }
 
 void confineServices(const Device& device) {
