@@ -110,6 +110,7 @@ TEST_F(Cli, InjectsFaultsAndTellsWhatBecameOfTheRun) {
     EXPECT_EQ(tv("fault clear").code, 0);
     EXPECT_EQ(tv("run -q").code, 0);
     EXPECT_THAT(tv("fault calls").text, HasSubstr("IUtil::GetServiceDb"));
+    EXPECT_THAT(tv("status --services").text, ::testing::ContainsRegex("no. +name +type +identity +group\n"));
 }
 
 struct Mistake {
