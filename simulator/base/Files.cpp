@@ -261,6 +261,27 @@ void copyFile(const fs::path& from, const fs::path& to) {
     sync(to);
 }
 
+void copyFolder(const fs::path& from, const fs::path& to, const FileCopy& copy) {
+    if (!isFolder(from)) {
+        return;
+    }
+    makePrivateFolder(to);
+    for (const fs::path& member : membersOf(from)) {
+        const fs::path target = to / member.filename();
+        std::error_code ignored;
+        if (fs::is_symlink(member, ignored)) {
+            // Not followed: the application may have made it, and it could lead anywhere.
+            fs::copy_symlink(member, target, ignored);
+        } else if (isFolder(member)) {
+            copyFolder(member, target, copy);
+        } else if (isRegularFile(member)) {
+            copy(member, target);
+        }
+    }
+    // Last, as nothing could be put into a folder that is read-only.
+    copyPermissions(from, to);
+}
+
 void copyPermissions(const fs::path& from, const fs::path& to) {
     std::error_code error;
     const fs::perms permissions = fs::status(from, error).permissions();

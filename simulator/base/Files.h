@@ -62,6 +62,13 @@ void writeFile(const std::filesystem::path& path, const std::string& text);
 // Copies a regular file and waits until the copy is on the disk.
 void copyFile(const std::filesystem::path& from, const std::filesystem::path& to);
 
+// Makes a file of another.
+using FileCopy = std::function<void(const std::filesystem::path& from, const std::filesystem::path& to)>;
+
+// Copies a folder and what is below it: regular files with `copy`, links as links, nothing else. Does nothing if there
+// is no such folder.
+void copyFolder(const std::filesystem::path& from, const std::filesystem::path& to, const FileCopy& copy = &copyFile);
+
 // Gives a file or folder the permissions of another.
 void copyPermissions(const std::filesystem::path& from, const std::filesystem::path& to);
 

@@ -28,41 +28,18 @@ void moveFile(const fs::path& from, const fs::path& to) {
     }
 }
 
-// Copies the tree below a folder, its files with `copy`. Does nothing if there is no such folder.
-template <typename Copy>
-void copyTree(const fs::path& from, const fs::path& to, Copy copy) {
-    if (!isFolder(from)) {
-        return;
-    }
-    makePrivateFolder(to);
-    for (const fs::path& member : membersOf(from)) {
-        const fs::path target = to / member.filename();
-        std::error_code ignored;
-        if (fs::is_symlink(member, ignored)) {
-            // Not followed: the application may have made it, and it could lead anywhere.
-            fs::copy_symlink(member, target, ignored);
-        } else if (isFolder(member)) {
-            copyTree(member, target, copy);
-        } else if (isRegularFile(member)) {
-            copy(member, target);
-        }
-    }
-    // Last, as nothing could be put into a folder that is read-only.
-    copyPermissions(from, to);
-}
+}  // namespace
 
-// Copies a TV without its snapshots. Nothing is shared: what is written into a TV's file must not reach its snapshots.
+// Nothing is shared: what is written into a TV's file must not reach its copies.
 void copyTv(const fs::path& from, const fs::path& to) {
     makePrivateFolder(to);
     // By SQLite: the last changes may still be in the log beside the file.
     Database(from / DATABASE, Database::Access::Look).snapshot(to / DATABASE);
     copyFile(from / "iss.db", to / "iss.db");
     for (const char* folder : {"service-db", "ci", "runs", "apps", "tmp"}) {
-        copyTree(from / folder, to / folder, &copyFile);
+        copyFolder(from / folder, to / folder);
     }
 }
-
-}  // namespace
 
 void saveSnapshot(const fs::path& home, const std::string& name) {
     requireName("name for a snapshot", name);
@@ -93,7 +70,7 @@ void resetTo(const fs::path& home, const std::string& name) {
     makePrivateFolder(built / SNAPSHOTS);
     for (const std::string& each : snapshotsOf(home)) {
         // Snapshots are never written to, and the home that has them now goes: their files need not be copied.
-        copyTree(home / SNAPSHOTS / each, built / SNAPSHOTS / each, &moveFile);
+        copyFolder(home / SNAPSHOTS / each, built / SNAPSHOTS / each, &moveFile);
     }
     exchange(built, home);
 }

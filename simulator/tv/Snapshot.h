@@ -10,6 +10,10 @@ namespace sim {
 // What Tv::create() leaves.
 constexpr char INIT_SNAPSHOT[] = "init";
 
+// Makes `to` a copy of the TV at `from` without its snapshots. Nothing may change that TV meanwhile. Throws Error; then
+// a part of the copy may be there.
+void copyTv(const std::filesystem::path& from, const std::filesystem::path& to);
+
 // The caller of saveSnapshot() and resetTo() must hold the TV's run lock (lockTv). They are done whole or not at all,
 // and throw Error if they fail.
 
