@@ -27,6 +27,7 @@ HOMES = {
     "<sqlite3.h": ["base/Database", "lineup/ReceivedDatabase"],
     "<curl/": ["cloud"],
     "<minizip/": ["lineup/Unpacking"],
+    "<yaml-cpp/": ["launch"],
     '"platform/': ["client"],
 }
 

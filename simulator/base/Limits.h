@@ -37,6 +37,9 @@ constexpr std::size_t RECORD_BYTES = 16U << 10;
 // Of a line of a run's record.
 constexpr std::size_t RECORD_LINE_BYTES = 4U << 20;
 
+// Of a file that holds a scenario.
+constexpr std::uint64_t SCENARIO_BYTES = 1U << 20;
+
 // Of the path of a TV home: SQLite takes up to 512 for each file in it.
 constexpr std::size_t HOME_PATH_BYTES = 400;
 

@@ -81,7 +81,7 @@ void describe(CLI::App& app, Session& session, std::string& home, Action& chosen
                  "print more: the application's log, the timeline, what failures mean, foreign store entries");
     for (const auto addCommands :
          {&addTvCommands, &addRunCommands, &addFaultCommands, &addCloudCommands, &addBundleCommands,
-          &addCompareCommands, &addFleetCommand, &addSweepCommand, &addServeCommand}) {
+          &addCompareCommands, &addFleetCommand, &addSweepCommand, &addPlayCommand, &addServeCommand}) {
         addCommands(app, chosen);
     }
 }

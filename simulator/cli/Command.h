@@ -73,6 +73,7 @@ void addRunCommands(CLI::App& app, Action& chosen);
 void addFaultCommands(CLI::App& app, Action& chosen);
 void addBundleCommands(CLI::App& app, Action& chosen);
 void addFleetCommand(CLI::App& app, Action& chosen);
+void addPlayCommand(CLI::App& app, Action& chosen);
 void addCloudCommands(CLI::App& app, Action& chosen);
 void addCompareCommands(CLI::App& app, Action& chosen);
 void addSweepCommand(CLI::App& app, Action& chosen);

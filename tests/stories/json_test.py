@@ -40,6 +40,7 @@ class Json(Story):
         self.assertEqual(check("cloud remove", b.tv("--json", "cloud", "remove", "2").json)["backup"], imported)
         check("sweep", b.tv("sweep", "--operation", "backup", "--json").json)
         check("fleet run", b.tv("fleet", "run", "--tvs", 2, "--json").json)
+        check("play", b.tv("play", *(DATA / "scenarios").glob("*.yaml"), "--json").json)
         made = b.tv("init", "--channels", DATA / "channels.conf", "--home", self.folder / "c", "--json")
         check("init", made.json)
 

@@ -1,0 +1,120 @@
+"""Scenarios: the examples are what they say; what is not as expected and what is wrong with a file is named by its
+place."""
+import re
+import unittest
+import xml.etree.ElementTree
+
+from halcyon import DATA, Story, halcyon_tv
+
+EXAMPLES = sorted((DATA / "scenarios").glob("*.yaml"))
+TVS = f"tvs: {{a: {{channels: {DATA}/channels.conf}}}}\n"
+
+
+class Play(Story):
+    def play(self, text, *words, code):
+        file = self.folder / "case.yaml"
+        file.write_text(text)
+        return halcyon_tv("play", "case.yaml", *words, folder=self.folder, code=code)
+
+    def test_the_examples_pass(self):
+        answer = halcyon_tv("play", *EXAMPLES, "--jobs", 2, "--junit", "report.xml", folder=self.folder)
+        self.assertEqual([line.split()[0] for line in answer.text.splitlines()[:-1]], ["passed"] * 3)
+        self.assertEqual([line.split()[1] for line in answer.text.splitlines()[:-1]], [f"{e}:" for e in EXAMPLES])
+        suite = xml.etree.ElementTree.parse(self.folder / "report.xml").getroot()[0]
+        self.assertEqual((suite.get("tests"), suite.get("failures"), suite.get("errors")), ("3", "0", "0"))
+        self.assertEqual({case.get("classname") for case in suite}, {str(each) for each in EXAMPLES})
+
+    def test_the_example_in_the_documentation_is_what_it_says(self):
+        page = (DATA.parent / "docs/scenarios.md").read_text()
+        text, shown = re.search(r"```yaml\n(.*?)```.*?\$ halcyon-tv play case.yaml\n(.*?)```", page, re.DOTALL).groups()
+        for name in "channels.conf", "factory.conf":
+            (self.folder / name).symlink_to(DATA / name)
+        self.assertEqual(self.play(text, code=1).text, shown)
+
+    def test_everything_that_is_not_as_expected_is_named(self):
+        text = TVS + """steps:
+  - run: a
+    expect:
+      outcome: failed
+      cause: cloud
+      reply: 0
+      response: error
+      ended: reclaimed
+      items: {iss: restored, channels: stored}
+      calls: [bnr_restore, bnr_backup, {call: bnr_backup, count: 2}]
+      log: ["never said", "bnr init success"]
+      faults: [1]
+      store: 2
+  - run: a
+    operation: restore
+    backup: 7
+  - run: a
+"""
+        answer = self.play(text, "--junit", "report.xml", code=2)
+        self.assertEqual(answer.text.splitlines(), [
+            "broken  case.yaml: case",
+            "  case.yaml:5:16: outcome: expected failed, and it was done",
+            "  case.yaml:6:14: cause: expected cloud, and it was none",
+            "  case.yaml:7:14: reply: expected 0, and it was none",
+            "  case.yaml:8:17: response: expected error, and it was backup completed",
+            "  case.yaml:9:14: ended: expected reclaimed, and it was exit",
+            "  case.yaml:10:20: items iss: expected restored, and it was stored",
+            "  case.yaml:11:15: calls bnr_restore: expected at least one, and it was 0",
+            "  case.yaml:11:47: calls bnr_backup: expected 2, and it was 1",
+            "  case.yaml:12:13: log never said: expected at least one, and it was none",
+            "  case.yaml:13:15: faults: expected 1, and it was none",
+            "  case.yaml:14:14: store: expected 2, and it was 1",
+            answer.text.splitlines()[-1]])
+        self.assertRegex(answer.text, r"\n  case.yaml:17:13: .* holds no backup 7")
+        suite = xml.etree.ElementTree.parse(self.folder / "report.xml").getroot()[0]
+        self.assertEqual((suite.get("failures"), suite.get("errors")), ("0", "1"))
+        self.assertEqual(suite[0][0].tag, "error")
+        self.assertEqual(len(suite[0][0].text.splitlines()), 12)
+
+    def test_a_failed_one_can_be_looked_at(self):
+        text = TVS + "steps:\n- {set: a, to: {scan: on}}\n- {run: a, expect: {store: 2}}\n"
+        self.assertEqual(self.play(text, "--json", code=1).json["scenarios"][0]["folder"], None)
+        played = self.play(text, "--json", "--keep", "kept", code=1).json["scenarios"][0]
+        self.assertEqual((played["state"], len(played["findings"])), ("failed", 1))
+        record = halcyon_tv("--home", played["folder"] + "/a", "record", "--json", folder=self.folder).json
+        self.assertEqual(record["backup"], "000001")
+        self.assertIn("is there already", self.play(text, "--keep", "kept", code=3).errors)
+
+    def test_a_run_without_expectations_must_be_done(self):
+        steps = "steps:\n- {fault: a, call: bnr_backup, failure: result=-1}\n- run: a\n"
+        self.assertIn("case.yaml:4:3: outcome: expected done, and it was failed: the application says",
+                      self.play(TVS + steps, code=1).text)
+
+    def test_what_is_wrong_with_a_file_is_named_by_its_place(self):
+        for text, problems in [
+                ("tvs: [", ["1:1: this is no YAML: end of sequence flow not found"]),
+                ("", ["1:1: pairs of a name and a value belong here"]),
+                ("tvs: {}\nstep: []\n", [r"2:1: a scenario has no key 'step' \(did you mean 'steps'\?\); its keys are: "
+                                         "name, cloud, tvs, steps", "1:1: a scenario lacks the key 'steps'"]),
+                ("tvs: {a: {}, cloud: {channels: no.conf, still: yes}}\nsteps: []\n",
+                 ["1:10: a TV has either 'channels'", r"1:32: there is no channel list no\.conf",
+                  "1:48: 'yes' is no truth value; one of: true, false", "1:14: a TV cannot be called 'cloud'"]),
+                (TVS + "steps: [{}, {run: b}, {set: a}, {run: a, run: a}, {fault: a, call: x, failure: null}]\n",
+                 ["2:9: a step begins with one of: run, fault, set, bundle", "2:23: a setting lacks the key 'to'",
+                  "2:42: 'run' is there twice", "2:80: a text belongs here",
+                  "2:68: the platform has no call 'x'",
+                  "2:19: there is no TV 'b'"]),
+                (TVS + "steps:\n- fault: a\n  call: bnr_backup\n  failure: [result=-1, damage=emty]\n  nth: one\n",
+                 ["6:8: 'one' is not a number that fits here", "5:12: no failure 'damage=emty'"]),
+                (TVS + "steps:\n- run: a\n  operation: restor\n  expect: {outcome: dun, items: {tv: x}, calls: [{}]}\n",
+                 [r"4:14: 'restor' is no operation \(did you mean 'restore'\?\); one of: backup, restore",
+                  r"5:21: 'dun' is no outcome.*; one of: open, done, done in part, refused", "5:34: 'tv' is no item",
+                  "5:50: a call lacks the key 'call'; its keys are: call, count"])]:
+            with self.subTest(text):
+                lines = self.play(text, code=2).errors.removeprefix("halcyon-tv: ").splitlines()
+                self.assertEqual(len(lines), len(problems), lines)
+                for line, problem in zip(lines, problems):
+                    self.assertRegex(line, "^case.yaml:" + problem)
+
+    def test_a_value_that_the_tv_does_not_take_is_named_by_its_place(self):
+        text = TVS + "steps:\n- set: a\n  to: {antenna: 0, favname9: x}\n- run: a\n"
+        self.assertRegex(self.play(text, code=2).text, r"\n  case.yaml:4:30: cannot set 'favname9' to 'x'")
+
+
+if __name__ == "__main__":
+    unittest.main()
