@@ -62,27 +62,11 @@ void printVerdict(const sim::RunReport& report) {
     }
 }
 
-std::string momentText(const sim::CallRecord& call) {
-    const std::string fault = call.fault ? fmt::format("   [fault rule {}]", *call.fault) : "";
-    const std::string result = call.result.empty() ? "" : fmt::format(" = {}", call.result);
-    return fmt::format("call  {}({}){}{}", call.name, call.arguments, result, fault);
-}
-
-std::string momentText(const sim::LogRecord& log) {
-    const std::string message = log.message.substr(0, log.message.find_last_not_of(" \n") + 1);
-    const std::string sink = log.sink == sim::LogSink::Both ? "" : fmt::format("{} ", sim::nameOf(log.sink));
-    if (log.file.empty()) {
-        return fmt::format("log {} {}{}: {}", log.priority, sink, log.tag, message);
-    }
-    return fmt::format("log {} {}{}: {}({}): {}", log.priority, sink, log.file, log.function, log.line, message);
-}
-
 void printTimeline(const std::vector<sim::Moment>& timeline) {
     constexpr double MILLISECONDS = 1000;
     print("{:>5} {:>9}\n", "no.", "seconds");
     for (const sim::Moment& moment : timeline) {
-        print("{:>5} {:>9.3f}  {}{}\n", moment.seq, static_cast<double>(moment.at) / MILLISECONDS,
-              moment.call ? momentText(*moment.call) : momentText(*moment.log),
+        print("{:>5} {:>9.3f}  {}{}\n", moment.seq, static_cast<double>(moment.at) / MILLISECONDS, sim::textOf(moment),
               moment.isDecisive ? "   <=== this decided the outcome" : "");
     }
 }
@@ -121,7 +105,7 @@ void printFailures(const Session& session, const sim::Tv& tv, const sim::RunRepo
     print(stderr, "failures in the application's log; all of it: halcyon-tv record {} --log\n", report.run.id);
     std::vector<std::string> lines;
     for (const sim::Moment& moment : sim::timelineOf(tv, report, failures)) {
-        lines.push_back(momentText(*moment.log));
+        lines.push_back(sim::textOf(moment));
     }
     printLines(stderr, "  ", lines);
 }
@@ -248,7 +232,8 @@ int run(const Session& session, const RunOptions& options) {
 }
 
 struct RecordOptions {
-    std::int64_t id = 0;  // 0: the newest
+    std::int64_t id = 0;     // 0: the newest
+    std::int64_t other = 0;  // to compare it with; 0: none
     bool calls = false;
     bool log = false;
     bool all = false;
@@ -264,6 +249,58 @@ int listRecords(const Session& session, const std::vector<sim::RunReport>& repor
     });
 }
 
+sim::Run chooseRun(const sim::Tv& tv, std::int64_t id) {
+    const std::optional<sim::Run> run = tv.runs().find(id != 0 ? id : tv.runs().newest());
+    if (!run) {
+        throw sim::Error(sim::Error::Kind::Missing, id != 0
+                                                        ? fmt::format("no run {}; see: halcyon-tv record --all", id)
+                                                        : std::string("no run yet; launch one with: halcyon-tv run"));
+    }
+    return *run;
+}
+
+// Stretches of moments that both have are folded to their number.
+void printDifference(const sim::RunDifference& difference) {
+    constexpr double MILLISECONDS = 1000;
+    for (const sim::RunSide* side : {&difference.left, &difference.right}) {
+        print("{} run {} of {}: {}, {}\n", side == &difference.left ? "-" : "+", side->report.run.id,
+              side->report.run.started, sim::nameOf(side->report.run.operation),
+              sim::nameOf(side->report.verdict.outcome));
+    }
+    for (const sim::VerdictDifference& part : difference.verdict) {
+        print("{}\n- {}\n+ {}\n", part.what, part.left.empty() ? "none" : part.left,
+              part.right.empty() ? "none" : part.right);
+    }
+    std::size_t same = 0;
+    const auto fold = [&] {
+        if (same > 0) {
+            print("           {} in both\n", sim::plural(same, "moment"));
+        }
+        same = 0;
+    };
+    print("   seconds\n");
+    for (const sim::MomentPair& pair : difference.timeline) {
+        if (pair.isOfBoth()) {
+            ++same;
+            continue;
+        }
+        fold();
+        const sim::Moment& moment = difference.momentOf(pair);
+        print("{} {:>8.3f}  {}\n", pair.left ? "-" : "+", static_cast<double>(moment.at) / MILLISECONDS,
+              sim::textOf(moment));
+    }
+    fold();
+}
+
+int compare(const Session& session, const sim::RunDifference& difference) {
+    answer(session, sim::toJson(difference), [&] {
+        if (!session.isQuiet) {
+            printDifference(difference);
+        }
+    });
+    return difference.isSame() ? DONE : FAILED;
+}
+
 int record(const Session& session, const RecordOptions& options) {
     const sim::PlatformCall* call = sim::findPlatformCall(options.filter.call);
     if (!options.filter.call.empty() && call == nullptr) {
@@ -275,18 +312,17 @@ int record(const Session& session, const RecordOptions& options) {
     if (options.all) {
         return listRecords(session, sim::reportRuns(tv, *store));
     }
-    const std::optional<sim::Run> run = tv.runs().find(options.id != 0 ? options.id : tv.runs().newest());
-    if (!run) {
-        throw sim::Error(sim::Error::Kind::Missing,
-                         options.id != 0 ? fmt::format("no run {}; see: halcyon-tv record --all", options.id)
-                                         : std::string("no run yet; launch one with: halcyon-tv run"));
-    }
-    const sim::RunReport report = sim::reportRun(tv, *store, *run);
     sim::TimelineFilter filter = options.filter;
     filter.call = call != nullptr ? call->name : "";
     // A filter of one kind leaves the other kind out, unless that is asked for.
     filter.calls = options.calls || !(options.log || filter.priority > 0);
     filter.log = options.log || !(options.calls || !filter.call.empty());
+    const sim::RunReport report = sim::reportRun(tv, *store, chooseRun(tv, options.id));
+    if (options.other != 0) {
+        const sim::RunReport other = sim::reportRun(tv, *store, chooseRun(tv, options.other));
+        return compare(session, sim::compareRuns({report, sim::timelineOf(tv, report, filter), session.home},
+                                                 {other, sim::timelineOf(tv, other, filter), session.home}));
+    }
     const bool isBrief = session.isQuiet && !session.isJson;
     return printReport(session, report, isBrief ? std::nullopt : std::optional(sim::timelineOf(tv, report, filter)));
 }
@@ -352,10 +388,11 @@ void addRunCommands(CLI::App& app, Action& chosen) {
         "let the application write outside the TV and the cloud");
 
     const auto which = std::make_shared<RecordOptions>();
-    CLI::App* recording = addCommand(app, "record", "Show the result of a run, with its calls and log records in order",
-                                     "halcyon-tv record --priority 6", chosen,
-                                     [which](const Session& session) { return record(session, *which); });
+    CLI::App* recording = addCommand(
+        app, "record", "Show the result of a run, with its calls and log records in order; or how two runs differ",
+        "halcyon-tv record --priority 6", chosen, [which](const Session& session) { return record(session, *which); });
     recording->add_option("run", which->id, "number of the run (default: the newest)")->check(CLI::PositiveNumber);
+    recording->add_option("other", which->other, "number of a run to compare it with")->check(CLI::PositiveNumber);
     recording->add_flag("--calls", which->calls, "calls only");
     recording->add_flag("--log", which->log, "log records only");
     recording->add_flag("--sinks", which->filter.sinks, "show a log record once for each place that it was written to");

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 
 #include "simulator/base/Text.h"
@@ -22,6 +23,20 @@ std::string checkExtra(const std::string& extra) {
 
 std::string favouriteKey(int list) {
     return fmt::format("db/menu/broadcasting/channel_manager/favname{}", list);
+}
+
+std::string withoutTimes(std::string text) {
+    constexpr std::string_view FORM = "dddddddd_dddddd";
+    const auto fits = [](char form, char c) { return form == 'd' ? c >= '0' && c <= '9' : c == form; };
+    for (auto at = text.begin();;) {
+        at = std::search(at, text.end(), FORM.begin(), FORM.end(), [&](char c, char form) { return fits(form, c); });
+        if (at == text.end()) {
+            return text;
+        }
+        const auto place = at - text.begin();
+        text.replace(static_cast<std::size_t>(place), FORM.size(), "TIME");
+        at = text.begin() + place;
+    }
 }
 
 int antennaMask(const std::set<int>& inputs) {

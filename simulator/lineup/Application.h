@@ -42,6 +42,9 @@ constexpr char CI_PREFIX[] = "ci/";
 constexpr int FAVOURITE_LISTS = 5;
 std::string favouriteKey(int list);
 
+// The text with TIME in place of the times, DDMMYYYY_HHMMSS, that names of its bundles are made of.
+std::string withoutTimes(std::string text);
+
 // The version of a backup's metadata that it writes, and the only one that it restores.
 constexpr char SCHEMA_VERSION[] = "0.3";
 

@@ -93,6 +93,21 @@ std::vector<LogRecord> merged(const std::vector<LogRecord>& log) {
     return records;
 }
 
+std::string textOf(const CallRecord& call) {
+    const std::string fault = call.fault ? fmt::format("   [fault rule {}]", *call.fault) : "";
+    const std::string result = call.result.empty() ? "" : fmt::format(" = {}", call.result);
+    return fmt::format("call  {}({}){}{}", call.name, call.arguments, result, fault);
+}
+
+std::string textOf(const LogRecord& log) {
+    const std::string message = log.message.substr(0, log.message.find_last_not_of(" \n") + 1);
+    const std::string sink = log.sink == LogSink::Both ? "" : fmt::format("{} ", nameOf(log.sink));
+    if (log.file.empty()) {
+        return fmt::format("log {} {}{}: {}", log.priority, sink, log.tag, message);
+    }
+    return fmt::format("log {} {}{}: {}({}): {}", log.priority, sink, log.file, log.function, log.line, message);
+}
+
 bool passes(const TimelineFilter& filter, const LogRecord& record) {
     return filter.log && record.priority >= filter.priority && record.message.find(filter.text) != std::string::npos;
 }
@@ -115,6 +130,10 @@ std::vector<RunReport> reportRuns(const Tv& tv, const CloudStore& store) {
         reports.push_back(reportRun(tv, store, run));
     }
     return reports;
+}
+
+std::string textOf(const Moment& moment) {
+    return moment.call ? textOf(*moment.call) : textOf(*moment.log);
 }
 
 std::vector<Moment> timelineOf(const Tv& tv, const RunReport& report, const TimelineFilter& filter) {

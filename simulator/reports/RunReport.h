@@ -36,6 +36,9 @@ struct Moment {
     bool isDecisive = false;       // it decided the outcome
 };
 
+// A moment without its time, in one line.
+std::string textOf(const Moment& moment);
+
 // What a timeline shows.
 struct TimelineFilter {
     bool calls = true;

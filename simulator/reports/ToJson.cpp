@@ -261,6 +261,35 @@ Json::Value toJson(const Moment& moment) {
                    {"log", moment.log}});
 }
 
+Json::Value toJson(const VerdictDifference& part) {
+    return object({{"what", part.what}, {"left", part.left}, {"right", part.right}});
+}
+
+Json::Value toJson(const RunDifference& difference) {
+    Json::Value timeline(Json::arrayValue);
+    std::uint64_t both = 0;
+    const auto fold = [&] {
+        if (both > 0) {
+            timeline.append(object({{"both", both}}));
+        }
+        both = 0;
+    };
+    for (const MomentPair& pair : difference.timeline) {
+        if (pair.isOfBoth()) {
+            ++both;
+            continue;
+        }
+        fold();
+        timeline.append(object({{pair.left ? "left" : "right", difference.momentOf(pair)}}));
+    }
+    fold();
+    return object({{"isSame", difference.isSame()},
+                   {"left", difference.left.report},
+                   {"right", difference.right.report},
+                   {"verdict", difference.verdict},
+                   {"timeline", std::move(timeline)}});
+}
+
 Json::Value toJson(const FaultRule& rule) {
     return object({{"rule", rule.id},
                    {"call", rule.call},

@@ -21,6 +21,7 @@
 #include "simulator/reports/CloudReport.h"
 #include "simulator/reports/Foresight.h"
 #include "simulator/reports/Remedy.h"
+#include "simulator/reports/RunDifference.h"
 #include "simulator/reports/RunReport.h"
 #include "simulator/reports/TvReport.h"
 
@@ -76,6 +77,8 @@ Json::Value toJson(const Remedy& remedy);
 Json::Value toJson(const CallRecord& call);
 Json::Value toJson(const LogRecord& log);
 Json::Value toJson(const Moment& moment);
+Json::Value toJson(const VerdictDifference& part);
+Json::Value toJson(const RunDifference& difference);
 Json::Value toJson(const FaultRule& rule);
 Json::Value toJson(const PlatformCall& call);
 

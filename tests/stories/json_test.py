@@ -35,6 +35,9 @@ class Json(Story):
                 ("fault list", "fault list", 0), ("fault calls", "fault calls", 0)]:
             with self.subTest(words):
                 check(name, b.tv(*words.split(), "--json", code=code).json)
+        for _ in range(2):
+            b.tv("run", "operation=restore")
+        check("record difference", b.tv("record", 1, 2, "--json", code=1).json)
         bundle = next(self.folder.glob("cloud/*/*/000001/bundle.zip"))
         imported = check("cloud import", b.tv("--json", "cloud", "import", bundle).json)["backup"]
         self.assertEqual(check("cloud remove", b.tv("--json", "cloud", "remove", "2").json)["backup"], imported)

@@ -91,6 +91,38 @@ class Scripts(Story):
             bundles.append(next(self.folder.glob(f"{cloud}/*/*/000001/bundle.zip")))
         self.assertTrue(filecmp.cmp(*bundles, shallow=False))
 
+    def test_two_runs_are_compared(self):
+        tv = Tv(self.folder, "a", channels=CHANNELS)
+        for day in "+1d", "+2d":  # names of bundles bear the time
+            tv.tv("set", "clock", day)
+            tv.tv("run")
+        self.assertRegex(tv.tv("record", 1, 2).text, r"(?s)^- run 1 .*\+ run 2 .*\n +\d+ moments in both\n$")
+        tv.tv("run", "operation=restore")
+        tv.tv("fault", "add", "bnr_response", "delay=1000")
+        tv.tv("fault", "add", "IUtil::RestoreIssDbArchive", "result=0")
+        tv.tv("set", "favname1", "other")
+        tv.tv("run", "operation=restore", "--backup", 1)
+        lines = tv.tv("record", 3, 4, code=1).text.splitlines()
+        self.assertEqual(lines[2:11], [
+            "backup", "- 000002", "+ 000001", "faults", "- none", "+ rule 1 fired 1 time, first at call 1 of "
+            "bnr_response; rule 2 fired 1 time, first at call 1 of IUtil::RestoreIssDbArchive", "favname1",
+            "- already equal", "+ restored"])
+        self.assertRegex("\n".join(lines[12:]), r"""^           \d+ moments in both
+-    2.500  call  bnr_response\(102, .*\)
+\+    3.500  call  bnr_response\(102, .*\)   \[fault rule 1\]
+           \d+ moments in both
+-    2.500  call  IUtil::RestoreIssDbArchive\(.*\) = 1
+-    2.500  log 4 .*: Succesfully restored iss database!
+\+    3.500  call  IUtil::RestoreIssDbArchive\(.*\) = 0   \[fault rule 2\]
+\+    3.500  log 6 .*: Failed to restore iss database!
+           \d+ moments in both$""")
+        difference = tv.tv("record", 3, 4, "--calls", "--json", code=1).json
+        self.assertEqual([list(each)[0] for each in difference["timeline"]],
+                         ["both", "left", "right", "both", "left", "right", "both"])
+        calls = tv.tv("record", 3, "--calls", "--json").json["timeline"]
+        self.assertEqual(sum(each.get("both", "left" in each) for each in difference["timeline"]), len(calls))
+        self.assertIn("no run 9", tv.tv("record", 1, 9, code=3).errors)
+
     def test_a_fleet_is_counted_and_what_failed_is_named(self):
         tv = Tv(self.folder, "a", channels=CHANNELS)
         fleet = ["fleet", "run", "--tvs", 5, "--jobs", 2, "--json"]
