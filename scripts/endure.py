@@ -45,13 +45,14 @@ class Tv:
         return sum(name == "bundle.zip" for _, _, names in os.walk(self.cloud) for name in names)
 
     def files(self):
-        """Everything in the home except the records of runs: path and size."""
+        """Everything in the home except what is kept of runs: path and size."""
         paths = (os.path.join(folder, name) for folder, _, names in os.walk(self.home) for name in names
-                 if folder != self.runs)
+                 if not folder.startswith(self.runs))
         return sorted((os.path.relpath(path, self.home), os.path.getsize(path)) for path in paths)
 
     def records(self):
-        return sum(os.path.getsize(os.path.join(self.runs, name)) for name in os.listdir(self.runs))
+        return sum(os.path.getsize(os.path.join(folder, name)) for folder, _, names in os.walk(self.runs)
+                   for name in names)
 
 
 def live_long(tv, runs):

@@ -266,6 +266,16 @@ void Database::snapshot(const fs::path& copy) const {
     Statement(*this, "VACUUM INTO ?").bind(copy.string()).run();
 }
 
+std::string Database::image() const {
+    sqlite3_int64 size = 0;
+    const std::unique_ptr<unsigned char, void (*)(void*)> bytes(sqlite3_serialize(m_database.get(), "main", &size, 0),
+                                                                &sqlite3_free);
+    if (!bytes) {
+        fail(m_database.get(), m_name);
+    }
+    return {bytes.get(), bytes.get() + size};
+}
+
 // Immediate, so that what is read in the transaction still holds when it writes.
 Transaction::Transaction(Database& database) : m_database(database) {
     m_database.run("BEGIN IMMEDIATE");

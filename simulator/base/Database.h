@@ -110,6 +110,9 @@ public:
     // Copies the database as it is at one moment, even if others write to it, to a file that does not exist yet.
     void snapshot(const std::filesystem::path& copy) const;
 
+    // The same as the bytes of a file.
+    std::string image() const;
+
 private:
     friend class Statement;
     friend class Transaction;

@@ -46,6 +46,9 @@ constexpr std::size_t HOME_PATH_BYTES = 400;
 // How many runs' records a TV keeps.
 constexpr int RUNS_KEPT = 200;
 
+// Of how many of them it keeps what it was before the run: a channel database that has been replaced since takes room.
+constexpr int STATES_KEPT = 10;
+
 // "bytes: 10, and the limit is 9"
 std::string excess(std::string_view what, std::uint64_t value, std::uint64_t limit);
 

@@ -113,7 +113,7 @@ int run(Device& device, Controls& controls, const std::vector<std::string>& word
         device.loop.setWait([&](EventLoop::Milliseconds duration) { device.session.pause(duration); });
     }
     // Recorded before the application is called back: however it ends, the verdict knows what the run was for.
-    device.record.launched(operationOf(launch), launch.replyRequested);
+    device.record.launched(operationOf(launch), device.launch);
     note(device, calls::app_create);
     if (!device.session.deliver<EventId::create>()) {
         device.record.ended(RunEnd::Refused, "create");

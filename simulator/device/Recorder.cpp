@@ -3,18 +3,21 @@
 #include "simulator/base/Clock.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Limits.h"
+#include "simulator/tv/Snapshot.h"
 
 namespace sim {
 
 Recorder::Recorder(Tv& tv, const EventLoop& loop, int process, int keep)
     : m_tv(tv), m_loop(loop), m_run(tv.runs().begin(process, toUtc(tv.now()))), m_record(tv.runs().record(m_run.id)) {
+    attempt([&] { keepBefore(tv, m_run.id); });
     attempt([&] { tv.runs().keep(keep); });
 }
 
-void Recorder::launched(Operation operation, bool replyRequested) {
+void Recorder::launched(Operation operation, const LaunchOptions& launch) {
     m_run.operation = operation;
-    m_run.replyRequested = replyRequested;
+    m_run.replyRequested = launch.replyRequested;
     save();
+    attempt([&] { m_record.add(LaunchRequest{launch.extras, launch.caller, launch.backup, launch.refuseDuplicates}); });
     if (operation == Operation::Restore) {
         attempt([&] { m_record.addBefore(m_tv.fingerprints()); });
     }

@@ -8,6 +8,7 @@
 
 #include "simulator/cloud/CloudStore.h"
 #include "simulator/device/EventLoop.h"
+#include "simulator/device/LaunchOptions.h"
 #include "simulator/tv/Tv.h"
 
 namespace sim {
@@ -21,7 +22,7 @@ public:
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
 
-    void launched(Operation operation, bool replyRequested);
+    void launched(Operation operation, const LaunchOptions& launch);
     void replied(int result);
     void responded(int code);
     // The cloud has taken this backup, or handed it out.

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "simulator/lineup/Codes.h"
 
@@ -91,6 +92,14 @@ struct Run {
     std::string backup;  // its id
     RunEnd ended = RunEnd::Running;
     std::string detail;  // of a crash: the exception or signal; of a wait: for what
+};
+
+// What the application was launched with, beside what the run says.
+struct LaunchRequest {
+    std::vector<std::string> extras;  // key=value each
+    std::string caller;
+    std::string backup;  // the one to restore; empty: the newest
+    bool refuseDuplicates = false;
 };
 
 // Whether the channel set-up is in the cloud, or back from it, and the application ended as it should.

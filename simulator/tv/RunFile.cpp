@@ -40,6 +40,7 @@ namespace sim {
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Run, pid, started, operation, replyRequested, reply, response, reported, account,
                                    clientId, category, backup, ended, detail)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LaunchRequest, extras, caller, backup, refuseDuplicates)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CallRecord, seq, at, name, arguments, result, fault)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LogRecord, seq, at, sink, priority, tag, file, function, line, message)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ItemVerdict, item, state, detail)
@@ -108,6 +109,12 @@ std::vector<Record> recordsOf(const fs::path& file, const char* kind) {
     return records;
 }
 
+template <typename Record>
+std::optional<Record> lastOf(const fs::path& file, const char* kind) {
+    std::vector<Record> all = recordsOf<Record>(file, kind);
+    return all.empty() ? std::nullopt : std::optional(std::move(all.back()));
+}
+
 }  // namespace
 
 void RunFile::create(const Run& run) {
@@ -135,6 +142,10 @@ void RunFile::add(const CallRecord& call) {
 
 void RunFile::add(const LogRecord& log) {
     append(lineOf("log", log));
+}
+
+void RunFile::add(const LaunchRequest& launch) {
+    append(lineOf("launch", launch));
 }
 
 void RunFile::addBefore(const Fingerprints& fingerprints) {
@@ -170,15 +181,17 @@ std::vector<LogRecord> RunFile::log() const {
     return recordsOf<LogRecord>(m_file, "log");
 }
 
+LaunchRequest RunFile::launch() const {
+    return lastOf<LaunchRequest>(m_file, "launch").value_or(LaunchRequest());
+}
+
 Fingerprints RunFile::before() const {
-    const std::vector<Fingerprints> all = recordsOf<Fingerprints>(m_file, "before");
-    return all.empty() ? Fingerprints() : all.back();
+    return lastOf<Fingerprints>(m_file, "before").value_or(Fingerprints());
 }
 
 std::optional<Verdict> RunFile::verdict() const {
-    const std::vector<Verdict> all = recordsOf<Verdict>(m_file, "verdict");
     // Records are only appended: of several verdicts, the last one holds.
-    return all.empty() ? std::nullopt : std::optional(all.back());
+    return lastOf<Verdict>(m_file, "verdict");
 }
 
 void RunFile::open() {

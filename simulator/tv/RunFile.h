@@ -1,7 +1,7 @@
 // The file of a run's record: lines of JSON. The first says how the run stands, and is padded so that it can be
 // rewritten in its place, even on a full disk. The others are appended as things happen. Each is an object whose one
-// key tells its kind: {"run": ...}, then {"call": ...}, {"log": ...}, {"before": ...} and {"verdict": ...}. A line that
-// a kill or a full disk has cut off is skipped.
+// key tells its kind: {"run": ...}, then {"call": ...}, {"log": ...}, {"launch": ...}, {"before": ...} and {"verdict":
+// ...}. A line that a kill or a full disk has cut off is skipped.
 #pragma once
 
 #include <filesystem>
@@ -26,6 +26,7 @@ public:
     void save(const Run& run);
     void add(const CallRecord& call);
     void add(const LogRecord& log);
+    void add(const LaunchRequest& launch);
     void addBefore(const Fingerprints& fingerprints);  // what the TV's items were when the run began
     void add(const Verdict& verdict);
 
@@ -33,6 +34,7 @@ public:
     Run run() const;  // without its id, which is in the name of the file
     std::vector<CallRecord> calls() const;
     std::vector<LogRecord> log() const;
+    LaunchRequest launch() const;            // none was added: the default
     Fingerprints before() const;             // none were added: empty
     std::optional<Verdict> verdict() const;  // nothing if nobody has looked at the end of the run
 

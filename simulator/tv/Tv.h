@@ -1,7 +1,7 @@
 // A simulated TV: one folder, the TV home.
 //
 //   tv.db         the TV's state, settings store and fault rules
-//   runs/         the record of each run
+//   runs/         the record of each run, and what the TV was before the newest ones
 //   service-db/   the TV service's channel database
 //   iss.db        the iss database
 //   ci/           the CI module's own files
@@ -101,6 +101,9 @@ public:
 
     // The fingerprints of that, and of the IP services.
     Fingerprints fingerprints() const;
+
+    // The bytes of tv.db as it is now, even if others write to it.
+    std::string database() const { return m_database.image(); }
 
     const std::filesystem::path& home() const { return m_home; }
 
