@@ -8,6 +8,7 @@
 #include <csignal>
 #include <memory>
 
+#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/FolderLock.h"
 #include "simulator/base/Process.h"
@@ -15,6 +16,7 @@
 #include "simulator/cli/Side.h"
 #include "simulator/cloud/OpenCloud.h"
 #include "simulator/launch/Launch.h"
+#include "simulator/launch/RecordedScenario.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/reports/RunReport.h"
 #include "simulator/reports/ToJson.h"
@@ -237,6 +239,7 @@ struct RecordOptions {
     bool calls = false;
     bool log = false;
     bool all = false;
+    std::string scenario;  // folder to make
     sim::TimelineFilter filter;
 };
 
@@ -318,6 +321,10 @@ int record(const Session& session, const RecordOptions& options) {
     filter.calls = options.calls || !(options.log || filter.priority > 0);
     filter.log = options.log || !(options.calls || !filter.call.empty());
     const sim::RunReport report = sim::reportRun(tv, *store, chooseRun(tv, options.id));
+    if (!options.scenario.empty()) {
+        const std::string file = sim::recordScenario(tv, *store, report, sim::normalised(options.scenario));
+        return answer(session, sim::object({{"scenario", file}}), [&] { print("halcyon-tv play {}\n", file); });
+    }
     if (options.other != 0) {
         const sim::RunReport other = sim::reportRun(tv, *store, chooseRun(tv, options.other));
         return compare(session, sim::compareRuns({report, sim::timelineOf(tv, report, filter), session.home},
@@ -400,6 +407,8 @@ void addRunCommands(CLI::App& app, Action& chosen) {
     recording->add_option("--call", which->filter.call, "calls of this name only");
     recording->add_option("--grep", which->filter.text, "only calls and log records with this text");
     recording->add_flag("--all", which->all, "list all runs, one per line");
+    recording->add_option("--as-scenario", which->scenario,
+                          "make this folder, with a scenario that repeats the run: for one of the newest ten");
 }
 
 }  // namespace cli

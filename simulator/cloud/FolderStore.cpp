@@ -126,8 +126,13 @@ std::string FolderStore::put(const NewBackup& backup, const fs::path& bundle) {
 void FolderStore::remove(const BackupName& backup) {
     const fs::path folder = existingFolderOf(backup);
     const ScratchFolder scratch(folder.parent_path());
-    writeFile(folder.parent_path() / (backup.id + REMOVED), "");
+    reserve(backup);
     putInPlace(folder, scratch / "removed");
+}
+
+void FolderStore::reserve(const BackupName& backup) const {
+    makeFolders(folderOf(backup));
+    writeFile(folderOf(backup) / (backup.id + REMOVED), "");
 }
 
 fs::path FolderStore::folderOf(const Address& address) const {

@@ -26,6 +26,8 @@ public:
     void create() override { makeLocalFolders(); }
     std::string put(const NewBackup& backup, const std::filesystem::path& bundle) override;
     void remove(const BackupName& backup) override;
+    // Marks an id as used, as if its backup had been removed: the next backup gets a higher one.
+    void reserve(const BackupName& backup) const;
     std::optional<BackupName> newest(const Address& address) const override;
     StoreContent content() const override;
     StoredBackup look(const BackupName& name) const override;

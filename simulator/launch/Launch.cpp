@@ -45,7 +45,7 @@ std::vector<std::string> applicationWords(const RunRequest& request) {
     if (::access(words.back().c_str(), X_OK) != 0) {
         throw Error::ofSystem(words.back(), "cannot launch");
     }
-    words.insert(words.end(), {"--caller", "halcyon-tv"});
+    words.insert(words.end(), {"--caller", request.caller});
     if (request.replyRequested) {
         words.emplace_back("--reply");
     }

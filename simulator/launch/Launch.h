@@ -18,7 +18,8 @@ struct RunRequest {
     std::vector<std::string> extras;   // of the launch request, key=value each
     std::filesystem::path program;     // any build of the application; empty: halcyon-lineup beside this program
     std::vector<std::string> wrapper;  // words before it, such as gdb --args: then it is neither confined nor captured
-    std::string backup;                // id of the backup to restore; empty for the newest
+    std::string caller = "halcyon-tv";
+    std::string backup;  // id of the backup to restore; empty for the newest
     bool refuseDuplicates = false;
     bool replyRequested = true;
     bool realtime = false;

@@ -183,6 +183,7 @@ private:
         RunRequest request;
         request.program = m_program;
         request.extras = step.extras;
+        request.caller = step.caller;
         request.replyRequested = step.replyRequested;
         request.refuseDuplicates = step.refuseDuplicates;
         if (!step.backup.text.empty()) {

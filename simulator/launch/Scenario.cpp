@@ -294,6 +294,7 @@ void Reader::takeRun(const YAML::Node& node) {
                        extra(step, name.Scalar().c_str())(value);
                    });
                }},
+              {"caller", into(step.caller)},
               {"backup", into(step.backup)},
               {"reply", into(step.replyRequested)},
               {"refuse_duplicates", into(step.refuseDuplicates)},

@@ -68,7 +68,8 @@ struct Expectation {
 struct RunStep {
     Word tv;
     std::vector<std::string> extras;  // of the launch request, key=value each
-    Word backup;                      // the one to restore; empty for the newest
+    std::string caller = "halcyon-tv";
+    Word backup;  // the one to restore; empty for the newest
     bool replyRequested = true;
     bool refuseDuplicates = false;
     std::vector<Expectation> expectations;

@@ -1,10 +1,12 @@
 """Scenarios: the examples are what they say; what is not as expected and what is wrong with a file is named by its
 place."""
+import json
+import os
 import re
 import unittest
 import xml.etree.ElementTree
 
-from halcyon import DATA, Story, halcyon_tv
+from halcyon import DATA, Story, Tv, halcyon_tv
 
 EXAMPLES = sorted((DATA / "scenarios").glob("*.yaml"))
 TVS = f"tvs: {{a: {{channels: {DATA}/channels.conf}}}}\n"
@@ -114,6 +116,52 @@ class Play(Story):
     def test_a_value_that_the_tv_does_not_take_is_named_by_its_place(self):
         text = TVS + "steps:\n- set: a\n  to: {antenna: 0, favname9: x}\n- run: a\n"
         self.assertRegex(self.play(text, code=2).text, r"\n  case.yaml:4:30: cannot set 'favname9' to 'x'")
+
+
+class Recorded(Story):
+    def repeats(self, tv, number):
+        """Whether a run's scenario passes, and gives the same verdict and the same timeline."""
+        made = self.folder / f"{tv.home.name}-{number}"
+        file = tv.tv("record", number, "--as-scenario", made, "--json").json["scenario"]
+        kept = self.folder / f"{tv.home.name}-{number}-kept"
+        played = halcyon_tv("play", file, "--keep", kept, "--json", folder=self.folder).json
+        home = played["scenarios"][0]["folder"] + "/tv"
+        again = halcyon_tv("--home", home, "record", "--json", folder=self.folder).text.replace(home, str(tv.home))
+        was, new = tv.tv("record", number, "--json").json, json.loads(again)
+        self.assertEqual((made / "scenario.yaml").read_text().count("expect:"), 1)
+        self.assertEqual({**new, "run": 0, "started": ""}, {**was, "run": 0, "started": ""})
+        return was
+
+    def test_a_run_is_repeated_with_the_same_verdict_and_timeline(self):
+        old, new = (Tv(self.folder, name, channels=DATA / f"{name}.conf") for name in ("channels", "factory"))
+        old.tv("run")
+        old.tv("set", "favname1", "Family")
+        old.tv("run", "--refuse-duplicates")
+        new.tv("fault", "add", "GetTvMode", "result=-1", "--times", 0)
+        new.tv("fault", "add", "RestoreIssDbArchive", "result=0", "works", "throw")
+        new.tv("set", "favname2", "Oops")
+        for words, code in [("--backup 1 --no-reply", 4), ("other=a scan_activated=0", 0), ("", 5), ("", 1)]:
+            new.tv("set", "antenna", "2" if code == 5 else "0")
+            new.tv("run", "operation=restore", *words.split(), code=code)
+        self.assertEqual([self.repeats(old, number)["backup"] for number in (1, 2)], ["000001", "000002"])
+        verdicts = [self.repeats(new, number) for number in (1, 2, 3, 4)]
+        self.assertEqual([each["outcome"] for each in verdicts], ["done in part", "done", "refused", "crashed"])
+        self.assertEqual([{fault["rule"] for fault in each["faults"]} for each in verdicts],
+                         [{1, 2}, {1}, {1}, {1, 2}])
+
+    def test_what_a_run_was_is_not_there_any_more(self):
+        tv = Tv(self.folder, "a", channels=DATA / "channels.conf")
+        for _ in range(11):
+            tv.tv("run")
+        self.assertIn("what the TV at", tv.tv("record", 1, "--as-scenario", "gone", code=3).errors)
+        self.assertFalse((tv.home / "runs/000001.before").exists())
+        self.assertTrue(os.path.samefile(tv.home / "runs/000002.before/iss.db", tv.home / "iss.db"))
+        tv.tv("run", "operation=restore")
+        tv.tv("cloud", "remove", 11)
+        self.assertIn("no backup", tv.tv("record", "--as-scenario", "gone", code=3).errors)
+        self.assertFalse((self.folder / "gone").exists())
+        self.repeats(tv, 11)
+        self.assertIn("is something at", tv.tv("record", 11, "--as-scenario", self.folder / "a-11", code=3).errors)
 
 
 if __name__ == "__main__":
