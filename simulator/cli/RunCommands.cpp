@@ -212,6 +212,7 @@ int run(const Session& session, const RunOptions& options) {
     if (!request.backup.empty()) {
         request.backup = sim::chooseBackup(*store, request.backup, tv.account()).id;
     }
+    request.isBeforeKept = true;
     request.isLogShown = session.isVerbose && !session.isQuiet;
     announce(session, options);
     const std::vector<sim::FaultRule> rules = tv.faults().list();

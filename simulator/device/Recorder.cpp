@@ -3,13 +3,11 @@
 #include "simulator/base/Clock.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Limits.h"
-#include "simulator/tv/Snapshot.h"
 
 namespace sim {
 
 Recorder::Recorder(Tv& tv, const EventLoop& loop, int process, int keep)
     : m_tv(tv), m_loop(loop), m_run(tv.runs().begin(process, toUtc(tv.now()))), m_record(tv.runs().record(m_run.id)) {
-    attempt([&] { keepBefore(tv, m_run.id); });
     attempt([&] { tv.runs().keep(keep); });
 }
 

@@ -18,6 +18,7 @@
 #include "simulator/base/Text.h"
 #include "simulator/device/Service.h"
 #include "simulator/lineup/Application.h"
+#include "simulator/tv/Snapshot.h"
 
 namespace fs = std::filesystem;
 
@@ -174,6 +175,14 @@ std::vector<std::string> complaintsIn(const std::string& printed) {
     return complaints;
 }
 
+// The disk may be full: the run matters more.
+void tryToKeepBefore(const Tv& tv, std::int64_t run) {
+    try {
+        keepBefore(tv, run);
+    } catch (const Error&) {
+    }
+}
+
 }  // namespace
 
 EndedProcess execute(const Start& start) {
@@ -195,6 +204,9 @@ RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& c
     if (request.wrapper.empty()) {
         application.output = wires->output[1].get();
         application.errors = wires->errors[1].get();
+    }
+    if (request.isBeforeKept) {
+        tryToKeepBefore(tv, before + 1);
     }
     ProcessOptions services = serviceOptions(request, tv, cloud, lock, *wires);
     services.errors = printed ? ::fileno(printed.get()) : services.errors;

@@ -23,6 +23,7 @@ struct RunRequest {
     bool refuseDuplicates = false;
     bool replyRequested = true;
     bool realtime = false;
+    bool isBeforeKept = false;      // what the TV is now, see keepBefore()
     bool isConfined = true;         // to its own folders
     bool hasOwnGroup = false;       // of processes: signals from this process's terminal do not reach it
     bool isLogShown = false;        // on standard error, while it runs; its record has the log in any case

@@ -73,6 +73,7 @@ void keepBefore(const Tv& tv, std::int64_t run) {
     const fs::path& home = tv.home();
     const fs::path kept = placeBefore(home, run);
     removeFolder(placeBefore(home, run - limits::STATES_KEPT));
+    removeFolder(kept);  // of a run that never began
     try {
         makePrivateFolder(kept / RUNS);
         const fs::path last = fmt::format("{}/{:06}.jsonl", RUNS, run - 1);
@@ -98,7 +99,7 @@ fs::path pathBefore(const fs::path& home, std::int64_t run) {
         throw Error(
             Error::Kind::Missing,
             fmt::format("what the TV at {} was before run {} is not there any more: it is kept of the newest {} "
-                        "runs, and until a reset",
+                        "runs that halcyon-tv run launched, until a reset",
                         home.string(), run, limits::STATES_KEPT));
     }
     return kept;

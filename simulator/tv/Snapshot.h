@@ -20,8 +20,8 @@ void copyTv(const std::filesystem::path& from, const std::filesystem::path& to);
 // What the TV was before a run is kept beside the run's record, until limits::STATES_KEPT newer runs have begun: a TV
 // home with the last record before it. Files that are only ever replaced as a whole are shared with the TV by links.
 
-// The caller must hold the TV's run lock (lockTv), and have begun the run's record and nothing else of it. Throws
-// Error; then nothing is kept of that run. A power cut may take it.
+// Keeps what the TV is, as `run` is about to begin. The caller must hold the TV's run lock (lockTv). Throws Error; then
+// nothing is kept of that run. A power cut may take it.
 void keepBefore(const Tv& tv, std::int64_t run);
 
 // Its folder. Throws Error (Missing) if it is not kept.

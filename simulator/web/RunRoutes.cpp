@@ -67,13 +67,14 @@ RunRequest requestIn(const Json::Value& body, const CloudStore& store, const std
 Json::Value launch(const Lab& lab, const ApiRequest& request) {
     const std::filesystem::path home = lab.homeOf(request.parts[0]);
     const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
-    const RunRequest wanted = requestIn(request.body, *store, lab.look(request.parts[0]).account());
+    RunRequest wanted = requestIn(request.body, *store, lab.look(request.parts[0]).account());
     // Before the snapshot: no other run may change the TV between that and the restore.
     const FolderLock lock = lockTv(home, std::chrono::seconds(0));
     if (request.body["operation"] == "restore") {
         saveSnapshot(home, BEFORE_RUN);
     }
     Tv tv(home);
+    wanted.isBeforeKept = true;
     return withTimeline(tv, *store, launchAndJudge(wanted, tv, lab.cloud(), *store, lock, &execute));
 }
 
