@@ -116,6 +116,20 @@ std::vector<sim::Scenario> readAll(const std::vector<std::string>& files) {
     return scenarios;
 }
 
+// The entries themselves have been printed already, unless as JSON.
+void printSummary(const Session& session, const std::vector<Entry>& entries) {
+    const std::size_t passed = count(entries, sim::PlayState::Passed);
+    if (session.isJson) {
+        Json::Value list(Json::arrayValue);
+        for (const Entry& entry : entries) {
+            list.append(toJson(entry));
+        }
+        printJson(sim::object({{"passed", passed}, {"scenarios", std::move(list)}}));
+    } else if (!session.isQuiet && entries.size() > 1) {
+        print("{} of {} passed\n", passed, entries.size());
+    }
+}
+
 int play(const Session& session, Options options) {
     options.play.keep = options.keep.empty() ? "" : sim::normalised(options.keep);
     options.play.program = options.play.program.empty() ? "" : sim::normalised(options.play.program).string();
@@ -135,17 +149,11 @@ int play(const Session& session, Options options) {
     if (!options.junit.empty()) {
         sim::writeFile(options.junit, junitOf(entries));
     }
-    const std::size_t passed = count(entries, sim::PlayState::Passed);
-    if (session.isJson) {
-        Json::Value list(Json::arrayValue);
-        for (const Entry& entry : entries) {
-            list.append(toJson(entry));
-        }
-        printJson(sim::object({{"passed", passed}, {"scenarios", std::move(list)}}));
-    } else if (!session.isQuiet && entries.size() > 1) {
-        print("{} of {} passed\n", passed, entries.size());
+    printSummary(session, entries);
+    if (count(entries, sim::PlayState::Broken) > 0) {
+        return USAGE;
     }
-    return count(entries, sim::PlayState::Broken) > 0 ? USAGE : passed < entries.size() ? FAILED : DONE;
+    return count(entries, sim::PlayState::Passed) < entries.size() ? FAILED : DONE;
 }
 
 }  // namespace

@@ -51,6 +51,7 @@ Place placeOf(const YAML::Node& node) {
 template <typename Enum>
 std::vector<std::string> namesOf() {
     std::vector<std::string> names;
+    names.reserve(NAMES<Enum>.size());
     for (const Name<Enum>& each : NAMES<Enum>) {
         names.emplace_back(each.name);
     }
