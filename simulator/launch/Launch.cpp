@@ -176,9 +176,11 @@ std::vector<std::string> complaintsIn(const std::string& printed) {
 }
 
 // The disk may be full: the run matters more.
-void tryToKeepBefore(const Tv& tv, std::int64_t run) {
+void keepBeforeIfAsked(const RunRequest& request, const Tv& tv, std::int64_t run) {
     try {
-        keepBefore(tv, run);
+        if (request.isBeforeKept) {
+            keepBefore(tv, run);
+        }
     } catch (const Error&) {
     }
 }
@@ -205,9 +207,7 @@ RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& c
         application.output = wires->output[1].get();
         application.errors = wires->errors[1].get();
     }
-    if (request.isBeforeKept) {
-        tryToKeepBefore(tv, before + 1);
-    }
+    keepBeforeIfAsked(request, tv, before + 1);
     ProcessOptions services = serviceOptions(request, tv, cloud, lock, *wires);
     services.errors = printed ? ::fileno(printed.get()) : services.errors;
     const EndedProcess end = request.isServedHere
