@@ -261,6 +261,21 @@ void copyFile(const fs::path& from, const fs::path& to) {
     sync(to);
 }
 
+void copyQuickly(const fs::path& from, const fs::path& to) {
+    std::error_code error;
+    if (!fs::copy_file(from, to, error)) {
+        throw Error::ofSystem(to, "cannot copy", error.value());
+    }
+}
+
+void linkFile(const fs::path& from, const fs::path& to) {
+    std::error_code error;
+    fs::create_hard_link(from, to, error);
+    if (error) {
+        copyFile(from, to);
+    }
+}
+
 void copyFolder(const fs::path& from, const fs::path& to, const FileCopy& copy) {
     if (!isFolder(from)) {
         return;

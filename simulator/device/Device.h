@@ -15,7 +15,7 @@
 #include "simulator/device/FaultInjector.h"
 #include "simulator/device/LaunchOptions.h"
 #include "simulator/device/Recorder.h"
-#include "simulator/device/Service.h"
+#include "simulator/device/ServiceOptions.h"
 #include "simulator/device/Session.h"
 #include "simulator/tv/Tv.h"
 

@@ -18,7 +18,7 @@
 #include "simulator/base/Text.h"
 #include "simulator/device/Service.h"
 #include "simulator/lineup/Application.h"
-#include "simulator/tv/Snapshot.h"
+#include "simulator/tv/StateBefore.h"
 
 namespace fs = std::filesystem;
 

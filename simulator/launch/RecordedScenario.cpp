@@ -17,6 +17,7 @@
 #include "simulator/launch/Scenario.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/tv/Snapshot.h"
+#include "simulator/tv/StateBefore.h"
 
 namespace fs = std::filesystem;
 

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <system_error>
 #include <utility>
 
 #include "simulator/base/Error.h"
@@ -34,14 +33,6 @@ constexpr char FACTORY_CHANNELS[] = "Welcome:11361:HC23:S19.2E:22000:501=27:502:
 
 // Files of another time than the TV's would let two equal backups differ.
 constexpr std::chrono::hours MOMENT{24 * 365 * 56};
-
-void copyTree(const fs::path& from, const fs::path& to) {
-    std::error_code error;
-    fs::copy(from, to, fs::copy_options::recursive, error);
-    if (error) {
-        throw Error::ofSystem(to, "cannot copy", error.value());
-    }
-}
 
 std::string toldBy(const Run& run) {
     if (run.operation != Operation::Restore) {
@@ -107,7 +98,7 @@ SweepWorld::SweepWorld(fs::path folder, fs::path program)
     makePrivateFolder(m_folder / PRISTINE);
     for (const fs::path& part : {m_old.home, m_new.home, fs::path(m_cloud)}) {
         removeTree(part / "snapshots");  // runs do not need them
-        copyTree(part, m_folder / PRISTINE / part.filename());
+        copyFolder(part, m_folder / PRISTINE / part.filename(), &copyQuickly);
     }
 }
 
@@ -128,7 +119,7 @@ SweepWorld::Place SweepWorld::make(const std::string& name, const char* channels
 
 void SweepWorld::putBack(const fs::path& part) const {
     removeTree(part);
-    copyTree(m_folder / PRISTINE / part.filename(), part);
+    copyFolder(m_folder / PRISTINE / part.filename(), part, &copyQuickly);
 }
 
 Baseline SweepWorld::baselineOf(SweptOperation operation) const {

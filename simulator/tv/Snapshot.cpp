@@ -1,18 +1,14 @@
 #include "simulator/tv/Snapshot.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include <algorithm>
 
 #include "simulator/base/Database.h"
-#include "simulator/base/Descriptor.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
-#include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
-#include "simulator/tv/Tv.h"
 
 namespace fs = std::filesystem;
 
@@ -23,32 +19,6 @@ namespace {
 constexpr char SNAPSHOTS[] = "snapshots";
 constexpr char DATABASE[] = "tv.db";
 constexpr char RUNS[] = "runs";
-
-// Links a file to another place; copies it if the file system has no links.
-void linkFile(const fs::path& from, const fs::path& to) {
-    std::error_code error;
-    fs::create_hard_link(from, to, error);
-    if (error) {
-        copyFile(from, to);
-    }
-}
-
-// Does not wait for the disk.
-void copyQuickly(const fs::path& from, const fs::path& to) {
-    std::error_code error;
-    if (!fs::copy_file(from, to, error)) {
-        throw Error::ofSystem(to, "cannot copy", error.value());
-    }
-}
-
-fs::path placeBefore(const fs::path& home, std::int64_t run) {
-    return home / RUNS / fmt::format("{:06}.before", run);
-}
-
-void removeFolder(const fs::path& folder) {
-    std::error_code ignored;
-    fs::remove_all(folder, ignored);
-}
 
 }  // namespace
 
@@ -67,42 +37,6 @@ void copyTv(const fs::path& from, const fs::path& to) {
             copyFile(record, to / RUNS / record.filename());
         }
     }
-}
-
-void keepBefore(const Tv& tv, std::int64_t run) {
-    const fs::path& home = tv.home();
-    const fs::path kept = placeBefore(home, run);
-    removeFolder(placeBefore(home, run - limits::STATES_KEPT));
-    removeFolder(kept);  // of a run that never began
-    try {
-        makePrivateFolder(kept / RUNS);
-        const fs::path last = fmt::format("{}/{:06}.jsonl", RUNS, run - 1);
-        if (isRegularFile(home / last)) {
-            linkFile(home / last, kept / last);
-        }
-        linkFile(home / "iss.db", kept / "iss.db");
-        for (const char* folder : {"service-db", "ci", "tmp"}) {
-            copyFolder(home / folder, kept / folder, &linkFile);
-        }
-        copyFolder(home / "apps", kept / "apps", &copyQuickly);  // which the application changes in place
-        // At last: it makes a TV of the folder.
-        writeAll(openFile(kept / DATABASE, O_WRONLY | O_CREAT | O_EXCL, 0600), tv.database(), kept / DATABASE);
-    } catch (const Error&) {
-        removeFolder(kept);
-        throw;
-    }
-}
-
-fs::path pathBefore(const fs::path& home, std::int64_t run) {
-    fs::path kept = placeBefore(home, run);
-    if (!pathExists(kept / DATABASE)) {
-        throw Error(
-            Error::Kind::Missing,
-            fmt::format("what the TV at {} was before run {} is not there any more: it is kept of the newest {} "
-                        "runs that halcyon-tv run launched, until a reset",
-                        home.string(), run, limits::STATES_KEPT));
-    }
-    return kept;
 }
 
 void saveSnapshot(const fs::path& home, const std::string& name) {
