@@ -6,11 +6,21 @@
 
 namespace sim {
 
-#define CURL_FUNCTIONS(FUNCTION)                                                                                    \
-    FUNCTION(easy_cleanup)                                                                                          \
-    FUNCTION(easy_getinfo) FUNCTION(easy_init) FUNCTION(easy_perform) FUNCTION(easy_reset) FUNCTION(easy_setopt)    \
-        FUNCTION(easy_strerror) FUNCTION(easy_unescape) FUNCTION(free) FUNCTION(global_init) FUNCTION(slist_append) \
-            FUNCTION(slist_free_all)
+// clang-format off
+#define CURL_FUNCTIONS(FUNCTION) \
+    FUNCTION(easy_cleanup) \
+    FUNCTION(easy_getinfo) \
+    FUNCTION(easy_init) \
+    FUNCTION(easy_perform) \
+    FUNCTION(easy_reset) \
+    FUNCTION(easy_setopt) \
+    FUNCTION(easy_strerror) \
+    FUNCTION(easy_unescape) \
+    FUNCTION(free) \
+    FUNCTION(global_init) \
+    FUNCTION(slist_append) \
+    FUNCTION(slist_free_all)
+// clang-format on
 
 // Its functions, as its header has them, without "curl_".
 struct Curl {

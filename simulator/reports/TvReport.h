@@ -26,8 +26,8 @@ struct TvReport {
     std::uint64_t ipServices = 0;                  // bytes
     std::string now;                               // as toUtc() has it; empty if its clock is the machine's
     bool isClockStill = false;
-    std::string zone;                              // empty if it is the machine's
-    std::vector<std::string> leftovers;            // of earlier runs, below unpackFolderOf()
+    std::string zone;                    // empty if it is the machine's
+    std::vector<std::string> leftovers;  // of earlier runs, below unpackFolderOf()
 };
 
 struct ChannelCounts {
