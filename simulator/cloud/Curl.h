@@ -6,27 +6,20 @@
 
 namespace sim {
 
-// clang-format off
-#define CURL_FUNCTIONS(FUNCTION) \
-    FUNCTION(easy_cleanup) \
-    FUNCTION(easy_getinfo) \
-    FUNCTION(easy_init) \
-    FUNCTION(easy_perform) \
-    FUNCTION(easy_reset) \
-    FUNCTION(easy_setopt) \
-    FUNCTION(easy_strerror) \
-    FUNCTION(easy_unescape) \
-    FUNCTION(free) \
-    FUNCTION(global_init) \
-    FUNCTION(slist_append) \
-    FUNCTION(slist_free_all)
-// clang-format on
-
 // Its functions, as its header has them, without "curl_".
 struct Curl {
-#define FUNCTION(name) decltype(&::curl_##name) name;
-    CURL_FUNCTIONS(FUNCTION)
-#undef FUNCTION
+    decltype(&::curl_easy_cleanup) easy_cleanup = nullptr;
+    decltype(&::curl_easy_getinfo) easy_getinfo = nullptr;
+    decltype(&::curl_easy_init) easy_init = nullptr;
+    decltype(&::curl_easy_perform) easy_perform = nullptr;
+    decltype(&::curl_easy_reset) easy_reset = nullptr;
+    decltype(&::curl_easy_setopt) easy_setopt = nullptr;
+    decltype(&::curl_easy_strerror) easy_strerror = nullptr;
+    decltype(&::curl_easy_unescape) easy_unescape = nullptr;
+    decltype(&::curl_free) free = nullptr;
+    decltype(&::curl_global_init) global_init = nullptr;
+    decltype(&::curl_slist_append) slist_append = nullptr;
+    decltype(&::curl_slist_free_all) slist_free_all = nullptr;
 };
 
 // Initialised. Throws Error if it is not there.
