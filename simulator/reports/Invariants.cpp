@@ -79,13 +79,8 @@ public:
         }
         std::set<RunEnd> allowed;
         for (const Fired& fault : m_fired) {
-            const auto* const row = std::find_if(std::begin(ENDS), std::end(ENDS), [&](const End& each) {
-                return (each.call.empty() || each.call == fault.call) &&
-                       (each.failure.empty() || each.failure == fault.failure) &&
-                       (!each.ofRestoreOnly || (m_baseline.isRestore && !isReadAsScan()));
-            });
-            if (row != std::end(ENDS)) {
-                allowed.insert(row->end);
+            if (const std::optional<RunEnd> end = endUnder(fault)) {
+                allowed.insert(*end);
             }
         }
         if (has("throw")) {
@@ -280,6 +275,16 @@ private:
 
     bool has(std::string_view failure) const {
         return std::any_of(m_fired.begin(), m_fired.end(), [&](const Fired& each) { return each.failure == failure; });
+    }
+
+    // Nothing if the fault alone ends no run.
+    std::optional<RunEnd> endUnder(const Fired& fault) const {
+        const auto* const row = std::find_if(std::begin(ENDS), std::end(ENDS), [&](const End& each) {
+            return (each.call.empty() || each.call == fault.call) &&
+                   (each.failure.empty() || each.failure == fault.failure) &&
+                   (!each.ofRestoreOnly || (m_baseline.isRestore && !isReadAsScan()));
+        });
+        return row != std::end(ENDS) ? std::optional(row->end) : std::nullopt;
     }
 
     // The application takes an extra value that it cannot read for one that is not there.
