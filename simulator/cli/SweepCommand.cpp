@@ -123,25 +123,31 @@ std::string toJunit(const std::vector<Swept>& all) {
     return text.str();
 }
 
-int run(const Session& session, Options options) {
+std::vector<Swept> sweepAll(const Session& session, const Options& options) {
     const bool isWatched = ::isatty(STDERR_FILENO) != 0 && !session.isQuiet;
+    const std::vector<std::string>& wanted = options.operations;
     std::vector<Swept> all;
     for (const sim::Name<sim::SweptOperation>& operation : sim::NAMES<sim::SweptOperation>) {
-        const std::vector<std::string>& wanted = options.operations;
         if (!wanted.empty() && std::find(wanted.begin(), wanted.end(), operation.name) == wanted.end()) {
             continue;
         }
-        options.request.operation = operation.value;
+        sim::SweepRequest request = options.request;
+        request.operation = operation.value;
         const auto progress = [&](std::size_t done, std::size_t count) {
             if (isWatched) {
                 print(stderr, "\r{}: {} of {} \x1b[K", operation.name, done, sim::plural(count, "run"));
             }
         };
-        all.push_back({operation.value, sim::sweep(options.request, progress)});
+        all.push_back({operation.value, sim::sweep(request, progress)});
         if (isWatched) {
             print(stderr, "\r\x1b[K");
         }
     }
+    return all;
+}
+
+int run(const Session& session, const Options& options) {
+    const std::vector<Swept> all = sweepAll(session, options);
     if (!options.junit.empty()) {
         sim::writeFile(options.junit, toJunit(all));
     }
@@ -173,6 +179,7 @@ void addSweepCommand(CLI::App& app, Action& chosen) {
                                     "halcyon-tv sweep --pairs --app ./halcyon-lineup", chosen,
                                     [options](const Session& session) { return run(session, *options); });
     std::vector<std::string> names;
+    names.reserve(std::size(sim::NAMES<sim::SweptOperation>));
     for (const auto& each : sim::NAMES<sim::SweptOperation>) {
         names.emplace_back(each.name);
     }
