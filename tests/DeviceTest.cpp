@@ -4,11 +4,14 @@
 #include <json/value.h>
 
 #include <chrono>
+#include <optional>
 #include <sstream>
 #include <tuple>
+#include <utility>
 
 #include "platform/json_util.h"
 #include "platform/settings_store.h"
+#include "simulator/base/Clock.h"
 #include "simulator/base/Error.h"
 #include "simulator/device/EventLoop.h"
 #include "tests/support/TestTv.h"
@@ -88,6 +91,48 @@ TEST_F(Platform, KeepsSettingsByType) {
     EXPECT_EQ(vconf_set_dbl("d", 0.1), 0);
     EXPECT_EQ(vconf_get_dbl("d", &real), 0);
     EXPECT_EQ(real, 0.1);
+}
+
+TEST(Clock, ReadsTimesDatesAndDurations) {
+    using std::chrono::milliseconds;
+    const milliseconds now(1'000'000);
+    const std::pair<const char*, std::optional<std::int64_t>> times[] = {
+        {"1970-01-01T00:00:01Z", 1000},
+        {"1970-01-02", 86'400'000},
+        {"+1500ms", 1'001'500},
+        {"-10s", 990'000},
+        {"+2min", 1'120'000},
+        {"+1w", 605'800'000},
+        {"2026-02-30", std::nullopt},  // no calendar has it
+        {"2026-1-2", std::nullopt},
+        {"1970-01-01T00:00:01", std::nullopt},
+        {"+1", std::nullopt},
+        {"+s", std::nullopt},
+        {"+-1s", std::nullopt},
+        {"+999999999999w", std::nullopt},  // longer than a thousand years
+        {"", std::nullopt},
+    };
+    for (const auto& [text, expected] : times) {
+        const std::optional<milliseconds> time = sim::fromUtc(text, now);
+        EXPECT_EQ(time ? std::optional(time->count()) : std::nullopt, expected) << text;
+    }
+    EXPECT_EQ(sim::toUtc(milliseconds(-1)), "1969-12-31T23:59:59Z");
+}
+
+TEST(FaultRule, TakesTheLastFailureFromThenOn) {
+    sim::FaultRule rule = sim::makeRule("GetServiceDb", "result=0 works");
+    EXPECT_EQ(rule.call, "IUtil::GetServiceDb");
+    EXPECT_EQ(rule.times, 2);
+    rule.run = 5;
+    rule.nth = 2;
+    EXPECT_FALSE(rule.firesAt(4, 2));
+    EXPECT_FALSE(rule.firesAt(5, 1));
+    EXPECT_TRUE(rule.firesAt(5, 3));
+    rule.fired = 2;
+    EXPECT_FALSE(rule.firesAt(5, 3));
+    rule.times = 0;
+    EXPECT_TRUE(rule.firesAt(5, 3));
+    EXPECT_EQ(sim::makeRule("bnr_response", "delay=5s").failures.front().number, 5000);
 }
 
 TEST(FaultRule, IsMadeOnlyOfACallAndAFailureThatItCanHave) {

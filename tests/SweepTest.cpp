@@ -3,12 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <memory>
 
+#include "simulator/base/Error.h"
 #include "simulator/cloud/OpenCloud.h"
 #include "simulator/launch/Sweep.h"
+#include "simulator/launch/Workers.h"
 #include "tests/support/Invariants.h"
 
 namespace fs = std::filesystem;
@@ -22,7 +26,9 @@ using ::testing::AnyOf;
 using ::testing::Contains;
 using ::testing::Each;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::ThrowsMessage;
 
 const SweptOperation OPERATIONS[] = {SweptOperation::Backup, SweptOperation::Restore, SweptOperation::RestoreWithScan};
 
@@ -44,6 +50,33 @@ TEST_P(Sweep, BreaksNoPromise) {
     }
     EXPECT_GT(result.singles, 100U);
     std::cout << "swept " << result.singles << " runs under a fault each\n";
+}
+
+TEST(Workers, DoEachPieceOnce) {
+    std::map<std::size_t, std::string> taken;
+    const auto begin = [](std::size_t worker) -> sim::Piece {
+        return [worker](std::size_t piece) {
+            return std::string(piece == 7 ? 200'000 : 1, static_cast<char>('a' + worker));
+        };
+    };
+    sim::shareOut(3, 100, begin, [&](std::size_t piece, const std::string& result) {
+        EXPECT_TRUE(taken.emplace(piece, result).second) << piece;
+    });
+    EXPECT_EQ(taken.size(), 100U);
+    EXPECT_EQ(taken[7].size(), 200'000U);
+    sim::shareOut(3, 0, begin, [](std::size_t, const std::string&) { FAIL() << "there is nothing to do"; });
+}
+
+TEST(Workers, SayWhyOneFails) {
+    const auto take = [](std::size_t, const std::string&) {};
+    const auto failing = [](std::size_t) -> sim::Piece {
+        return [](std::size_t piece) -> std::string {
+            return piece < 3 ? "done" : throw sim::Error("no room for piece " + std::to_string(piece));
+        };
+    };
+    EXPECT_THAT([&] { sim::shareOut(2, 10, failing, take); }, ThrowsMessage<sim::Error>(HasSubstr("no room for")));
+    const auto crashing = [](std::size_t) -> sim::Piece { std::_Exit(3); };
+    EXPECT_THAT([&] { sim::shareOut(2, 10, crashing, take); }, ThrowsMessage<sim::Error>(HasSubstr("has crashed")));
 }
 
 class Promises : public test::TwoTvs {
