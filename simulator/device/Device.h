@@ -48,7 +48,9 @@ public:
 
     // The TV's time, which goes on with its main loop.
     std::chrono::milliseconds now() const { return m_started + loop.now(); }
-    std::time_t seconds() const { return std::chrono::floor<std::chrono::seconds>(now()).count(); }
+    std::time_t seconds() const {
+        return static_cast<std::time_t>(std::chrono::floor<std::chrono::seconds>(now()).count());
+    }
 
     // The same for the application, if it is not the machine's.
     std::optional<std::chrono::milliseconds> timeForApplication() const;
