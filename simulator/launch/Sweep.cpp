@@ -69,7 +69,7 @@ SweptRun fromLine(const std::string& line) {
     for (const Json::Value& fault : value[0]) {
         run.faults.push_back({fault[0].asString(), fault[1].asInt(), fault[2].asString()});
     }
-    run.fired = value[1].asUInt64();
+    run.fired = static_cast<std::size_t>(value[1].asUInt64());
     run.outcome = static_cast<Outcome>(value[2].asInt());
     run.told = value[3].asString();
     run.truth = value[4].asString();
