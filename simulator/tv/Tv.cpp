@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
+
 #include "simulator/base/Clock.h"
 #include "simulator/base/Digest.h"
 #include "simulator/base/Error.h"
@@ -32,6 +34,8 @@ CREATE TABLE faults(
     id INTEGER PRIMARY KEY, call TEXT NOT NULL, failures TEXT NOT NULL, nth INTEGER NOT NULL, times INTEGER NOT NULL,
     run INTEGER NOT NULL, fired INTEGER NOT NULL DEFAULT 0);
 )";
+
+constexpr std::int64_t LATEST_TIME_MS = 253'402'300'799'999;  // the end of the year 9999
 
 fs::path databaseOf(const fs::path& home) {
     return home / "tv.db";
@@ -248,7 +252,8 @@ void Tv::setAccount(const std::string& account) {
 TvClock Tv::clock() const {
     TvClock clock;
     if (const std::optional<std::int64_t> time = m_database.integer("SELECT now FROM state WHERE now IS NOT NULL")) {
-        clock.time = std::chrono::milliseconds(*time);
+        // Whatever wrote the database: a sum with what a run takes must fit.
+        clock.time = std::chrono::milliseconds(std::clamp<std::int64_t>(*time, -LATEST_TIME_MS, LATEST_TIME_MS));
     }
     const Statement state = stateOf(m_database, "still, zone");
     clock.isStill = state.integer(0) != 0;
