@@ -226,11 +226,11 @@ Played playIn(const fs::path& folder, const Scenario& scenario, const std::strin
     return played;
 }
 
-// What the workers share.
-class Theatre {
+// The scenarios, from which each thread takes the next.
+class Queue {
 public:
-    Theatre(const std::vector<Scenario>& scenarios, const PlayOptions& options,
-            const std::function<void(std::size_t, const Played&)>& report)
+    Queue(const std::vector<Scenario>& scenarios, const PlayOptions& options,
+          const std::function<void(std::size_t, const Played&)>& report)
         : m_scenarios(scenarios), m_options(options), m_report(report), m_played(scenarios.size()) {}
 
     // Plays one scenario after the other until none is left.
@@ -287,12 +287,12 @@ void playAll(const std::vector<Scenario>& scenarios, const PlayOptions& options,
         }
         makePrivateFolder(folder);
     }
-    Theatre theatre(scenarios, options, report);
+    Queue queue(scenarios, options, report);
     std::vector<std::thread> workers;
     for (std::size_t i = 1; i < std::min(options.jobs, scenarios.size()); ++i) {
-        workers.emplace_back([&theatre] { theatre.work(); });
+        workers.emplace_back([&queue] { queue.work(); });
     }
-    theatre.work();
+    queue.work();
     for (std::thread& worker : workers) {
         worker.join();
     }
