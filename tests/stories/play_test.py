@@ -33,6 +33,30 @@ class Play(Story):
             (self.folder / name).symlink_to(DATA / name)
         self.assertEqual(self.play(text, code=1).text, shown)
 
+    def test_a_clock_stands_if_the_file_says_so(self):
+        """Then a second backup has the bytes of the first."""
+        for still, response in ("true", "duplicated data"), ("false", "backup completed"):
+            with self.subTest(still=still):
+                tvs = TVS.replace("conf}", f"conf, now: 2026-12-31T23:59:59Z, still: {still}}}")
+                run = f"  - run: a\n    refuse_duplicates: true\n    expect: {{response: {response}}}\n"
+                self.play(tvs + "steps:\n  - run: a\n" + run, code=0)
+
+    def test_a_bundle_has_the_metadata_beside_it(self):
+        tv = Tv(self.folder, "tv")
+        tv.run()
+        stored = next(self.folder.glob("cloud/*/*/000001"))
+        (self.folder / "b.zip").write_bytes((stored / "bundle.zip").read_bytes())
+        metadata = (stored / "metadata.json").read_text()
+        text = TVS + """steps:
+  - bundle: b.zip
+  - run: a
+    operation: restore
+    expect: {outcome: %s}
+"""
+        self.play(text % "done", code=0)  # made up
+        (self.folder / "b.zip.json").write_text(metadata.replace("0.3", "0.2"))
+        self.play(text % "refused", code=0)
+
     def test_everything_that_is_not_as_expected_is_named(self):
         text = TVS + """steps:
   - run: a
