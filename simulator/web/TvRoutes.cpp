@@ -102,7 +102,9 @@ Json::Value showChannels(const Lab& lab, const ApiRequest& request) {
 }
 
 Json::Value setOnTv(const Lab& lab, const ApiRequest& request) {
-    Tv tv(lab.homeOf(request.parts[0]));
+    const std::filesystem::path home = lab.homeOf(request.parts[0]);
+    const FolderLock lock = lockTv(home, std::chrono::seconds(0));
+    Tv tv(home);
     setByName(tv, textIn(request.body, "name"), textIn(request.body, "value"));
     return object({});
 }
