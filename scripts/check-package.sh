@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the Debian packages, runs lintian on them, unpacks them into a scratch root and runs the demo from there; then
-# installs and uninstalls without a package.
+# Builds the Debian packages, runs lintian on them, unpacks them into a scratch root and runs the demo and the kit's
+# example from there; then installs and uninstalls without a package.
 #   check-package.sh BUILD_FOLDER
 set -euo pipefail
 build=$(realpath "$1")
@@ -24,6 +24,14 @@ DESTDIR=$scratch/stage cmake --install "$build" --prefix /usr/local >/dev/null
 DESTDIR=$scratch/stage cmake --build "$build" --target uninstall >/dev/null
 left=$(find "$scratch/stage" ! -type d)
 [ -z "$left" ] || { echo "check-package: left by uninstall: $left" >&2; exit 1; }
+
+# The C++ kit: a project elsewhere builds the application and tests it.
+example=$scratch/root/usr/share/doc/libhalcyon-tv-dev/examples/example
+cmake -S "$example" -B "$scratch/mine" -DCMAKE_PREFIX_PATH="$scratch/root/usr" \
+    -DSOURCES="$scratch/root/usr/src/halcyon-lineup" >/dev/null
+{ cmake --build "$scratch/mine" && PATH="$scratch/root/usr/bin:$PATH" ctest --test-dir "$scratch/mine" --output-on-failure
+} >"$scratch/log" || { cat "$scratch/log" >&2; exit 1; }
+grep -q "100% tests passed, 0 tests failed out of 2" "$scratch/log" || { cat "$scratch/log" >&2; exit 1; }
 
 # The source package builds for a TV: with the platform's headers and nothing else of this tree.
 mkdir "$scratch/sdk"

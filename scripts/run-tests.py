@@ -21,7 +21,7 @@ import xml.etree.ElementTree
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 # What the tests of a program read besides the program: paths in the project, or in the build if they begin with "bin/".
-FLOWS = ["bin/halcyon-lineup", "bin/halcyon-tv", "tests/data", "tests/lsan.supp"]
+FLOWS = ["bin/halcyon-lineup", "bin/halcyon-tv", "bin/careless-lineup", "tests/data", "tests/lsan.supp"]
 READS = {
     "cloud-tests": [],
     "application-tests": FLOWS,

@@ -1,5 +1,5 @@
-// The application's start, before main(): its static objects make platform calls. Only the application links this, not
-// the other programs that use its classes.
+// The application's start, before main(): its static objects make platform calls. Of a library, only a program that asks
+// the linker for this symbol gets it.
 #include "simulator/client/Connection.h"
 
 namespace {
@@ -10,3 +10,6 @@ __attribute__((constructor(101))) void beforeMain(int argc, char** argv) {
 }
 
 }  // namespace
+
+extern "C" const char halcyon_application_start;
+const char halcyon_application_start = 0;

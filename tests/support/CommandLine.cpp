@@ -1,19 +1,13 @@
 #include "tests/support/CommandLine.h"
 
 #include <fmt/format.h>
-#include <sys/wait.h>
-
-#include <cstdio>
+#include <halcyon_tv/Tv.h>
 
 namespace test {
 
 Answer shell(const std::string& command) {
-    FILE* pipe = ::popen(("{ " + command + "; } 2>&1").c_str(), "r");
-    std::string text;
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
-        text += static_cast<char>(c);
-    }
-    return {WEXITSTATUS(::pclose(pipe)), text};
+    const halcyon::Answer answer = halcyon::execute({"/bin/sh", "-c", "{ " + command + "; } 2>&1"});
+    return {answer.code, answer.text};
 }
 
 CommandLine::CommandLine() {
