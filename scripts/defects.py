@@ -4,7 +4,8 @@
 usage: defects.py [NAME...]
 
 The defects are in tests/defects.json: what replaces what in a source, and whether only two faults together show it.
-Exit code 1 if one is not found, or is found by less than it says. Works in build/defects.
+Exit code 1 if one is not found, is found by less than it says, or its scenario does not fail with it alone. Works in
+build/defects.
 """
 import json
 import os
@@ -15,6 +16,7 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 PLACE = ROOT / "build/defects"
+CASES = PLACE / "cases"
 
 
 def plant(defect):
@@ -38,14 +40,23 @@ def plant(defect):
 
 
 def found(application, operation, *options):
-    """The promises that the sweep finds broken, with the faults that do it; none if it finds nothing."""
-    answer = subprocess.run(["halcyon-tv", "sweep", "--app", application, "--operation", operation, "--json", *options],
-                            capture_output=True, text=True, check=False)
+    """The promises that the sweep finds broken, with the faults that do it; none if it finds nothing. Their scenarios
+    are in CASES."""
+    shutil.rmtree(CASES, ignore_errors=True)
+    answer = subprocess.run(["halcyon-tv", "sweep", "--app", application, "--operation", operation, "--json",
+                             "--scenarios", CASES, *options], capture_output=True, text=True, check=False)
     if not answer.stdout:
         return [answer.stderr.strip()]
     runs = json.loads(answer.stdout)["operations"][0]["runs"]
     return [f"{each['invariant']}: {' and '.join(fault['call'] + ' ' + fault['failure'] for fault in run['faults'])}: "
             f"{each['what']}" for run in runs for each in run["violations"]]
+
+
+def replays(application):
+    """Whether the first scenario fails with the application that has the defect, and passes with the sound one."""
+    case = next(CASES.glob("*/001.yaml"))
+    return [subprocess.run(["halcyon-tv", "play", case, "--app", each], capture_output=True, check=False).returncode
+            for each in (application, ROOT / "build/release/bin/halcyon-lineup")] == [1, 0]
 
 
 def main():
@@ -62,8 +73,10 @@ def main():
                 missed += 1
                 continue
             violations = found(application, defect["operation"], "--pairs")
-        print(f"{defect['name']}: {violations[0] if violations else 'NOT FOUND'}", flush=True)
-        missed += not violations
+        is_found = bool(violations) and replays(application)
+        print(f"{defect['name']}: {violations[0] if violations else 'NOT FOUND'}"
+              f"{'' if is_found or not violations else ': its scenario DOES NOT TELL the defect'}", flush=True)
+        missed += not is_found
     print(f"{len(wanted) - missed} of {len(wanted)} found")
     return 1 if missed else 0
 

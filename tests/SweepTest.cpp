@@ -1,4 +1,4 @@
-// For every platform call of a run, and each failure that it can have: the run with that one call failing. And the
+// For every platform call of a run, and each failure that it can have: the run with that one call failing; and the
 // power cut at each step that changes the disk.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,6 +11,7 @@
 
 #include "simulator/base/Error.h"
 #include "simulator/cloud/OpenCloud.h"
+#include "simulator/launch/Play.h"
 #include "simulator/launch/Sweep.h"
 #include "simulator/launch/Workers.h"
 #include "tests/support/Invariants.h"
@@ -21,10 +22,7 @@ namespace {
 
 using sim::RunEnd;
 using sim::SweptOperation;
-using test::RunResult;
-using ::testing::AnyOf;
 using ::testing::Contains;
-using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -49,7 +47,8 @@ TEST_P(Sweep, BreaksNoPromise) {
         EXPECT_EQ(result.runs[i].fired, 1U) << sim::toText(result.runs[i].faults);
     }
     EXPECT_GT(result.singles, 100U);
-    std::cout << "swept " << result.singles << " runs under a fault each\n";
+    EXPECT_GE(result.cuts, 5U);
+    std::cout << "swept " << result.singles << " runs under a fault each, and " << result.cuts << " power cuts\n";
 }
 
 TEST(Workers, DoEachPieceOnce) {
@@ -77,6 +76,44 @@ TEST(Workers, SayWhyOneFails) {
     EXPECT_THAT([&] { sim::shareOut(2, 10, failing, take); }, ThrowsMessage<sim::Error>(HasSubstr("no room for")));
     const auto crashing = [](std::size_t) -> sim::Piece { std::_Exit(3); };
     EXPECT_THAT([&] { sim::shareOut(2, 10, crashing, take); }, ThrowsMessage<sim::Error>(HasSubstr("has crashed")));
+}
+
+// The careless application breaks a promise under a fault. The scenario of that says so, and passes with the sound one.
+TEST(SweepWorld, WritesWhatIsBrokenAsAScenario) {
+    const test::TempFolder place;
+    const test::TempFolder folder;
+    sim::SweepWorld world(place.path(), CARELESS_LINEUP, std::chrono::minutes(1));
+    const sim::SweptRun run = world.run(SweptOperation::Restore, {{"IUtil::ReplaceServiceDb", 1, "result=0"}});
+    std::string broken;
+    for (const sim::Violation& each : run.violations) {
+        broken += (broken.empty() ? "" : ", ") + each.invariant;
+    }
+    EXPECT_THAT(broken, HasSubstr("report"));
+    world.copyTo(folder / "case");
+    test::write(folder / "case/case.yaml", sim::toScenario(SweptOperation::Restore, run));
+    const std::vector<sim::Scenario> scenarios = {sim::readScenario(folder / "case/case.yaml")};
+    for (const char* program : {CARELESS_LINEUP, HALCYON_LINEUP}) {
+        sim::PlayOptions options;
+        options.program = program;
+        sim::playAll(scenarios, options, [&](std::size_t, const sim::Played& played) {
+            if (program == std::string(HALCYON_LINEUP)) {
+                EXPECT_EQ(played.state, sim::PlayState::Passed) << played.findings.front().text;
+            } else {
+                ASSERT_EQ(played.state, sim::PlayState::Failed);
+                EXPECT_EQ(played.findings.front().text,
+                          "broken: expected none, and it was " + broken + ": " + run.violations[0].what);
+            }
+        });
+    }
+}
+
+TEST(SweepWorld, EndsAnApplicationThatHangs) {
+    const test::TempFolder folder;
+    sim::SweepWorld world(folder.path(), CARELESS_LINEUP, std::chrono::seconds(2));
+    const sim::SweptRun run = world.run(SweptOperation::Backup, {{"bnr_deinit", 1, "result=-1"}});
+    EXPECT_EQ(run.outcome, sim::Outcome::Crashed);
+    ASSERT_FALSE(run.violations.empty());
+    EXPECT_EQ(run.violations[0].invariant, "end");
 }
 
 class Promises : public test::TwoTvs {
@@ -127,79 +164,5 @@ TEST_F(Promises, AreBrokenByWhatWasTold) {
 
 INSTANTIATE_TEST_SUITE_P(Calls, Sweep, ::testing::ValuesIn(OPERATIONS),
                          [](const auto& each) { return std::to_string(each.index); });
-
-// TV A with a backup in the cloud, TV B fresh; what each has is known, and can be put back.
-struct World : test::TvPair {
-    World() {
-        EXPECT_TRUE(a.backUp().succeeded());
-        before = b.setup();
-        after = a.setup();
-        fs::create_directory(pristine);
-        for (const fs::path& part : {a.home, b.home, a.cloud}) {
-            fs::copy(part, pristine / part.filename(), fs::copy_options::recursive);
-        }
-    }
-
-    // Puts the TV that is swept, and the cloud, back.
-    test::TestTv& reset(SweptOperation kind) {
-        test::TestTv& tv = kind == SweptOperation::Backup ? a : b;
-        putBack(tv.home);
-        putBack(tv.cloud);
-        if (kind == SweptOperation::RestoreWithScan) {
-            sim::Tv(tv.home).setScanning(true);
-        }
-        return tv;
-    }
-
-    void putBack(const fs::path& part) const {
-        fs::remove_all(part);
-        fs::copy(pristine / part.filename(), part, fs::copy_options::recursive);
-    }
-
-    static RunResult run(test::TestTv& tv, SweptOperation kind) {
-        if (kind == SweptOperation::Backup) {
-            return tv.backUp();
-        }
-        const std::string scan = kind == SweptOperation::RestoreWithScan ? "scan_activated=1" : "scan_activated=0";
-        return tv.launch({"operation=restore", scan, "--reply"});
-    }
-
-    const fs::path pristine = folder / "pristine";
-    sim::Setup before;  // of B
-    sim::Setup after;   // of A, and so of B after a restore
-};
-
-class PowerCut : public ::testing::TestWithParam<SweptOperation> {};
-
-// After a power cut at any moment, each part is as before or as restored, and the next run works.
-TEST_P(PowerCut, AtEachStep) {
-    const SweptOperation kind = GetParam();
-    World world;
-    constexpr int MAX_CUTS = 1000;  // a run has dozens of steps; one that never ends without a cut is a fault
-    int cuts = 0;
-    for (;; ++cuts) {
-        ASSERT_LT(cuts, MAX_CUTS);
-        SCOPED_TRACE(cuts + 1);
-        test::TestTv& tv = world.reset(kind);
-        tv.fault("disk", "cut", cuts + 1);
-        const RunResult run = World::run(tv, kind);
-        if (tv.faultsFired() == 0) {
-            EXPECT_TRUE(run.succeeded());
-            break;
-        }
-        EXPECT_EQ(run.ended, RunEnd::Crashed);
-        test::expectTruth(run, tv.setup().services == world.after.services);
-        test::expectWholeTv(tv, kind == SweptOperation::Backup ? world.after : world.before, world.after);
-        EXPECT_THAT(test::expectWholeCloud(world.a), Each(AnyOf(3U, 1U)));
-        tv.clearFaults();
-        EXPECT_TRUE(World::run(tv, kind).succeeded());
-        EXPECT_TRUE(kind == SweptOperation::RestoreWithScan || tv.setup() == world.after);
-        test::expectTidy(tv);
-    }
-    std::cout << "swept " << cuts << " power cuts\n";
-    EXPECT_GE(cuts, 5);
-}
-
-INSTANTIATE_TEST_SUITE_P(Sweep, PowerCut, ::testing::ValuesIn(OPERATIONS));
 
 }  // namespace

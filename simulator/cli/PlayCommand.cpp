@@ -1,15 +1,14 @@
 // The command that plays scenarios.
 #include <CLI/CLI.hpp>
-#include <pugixml.hpp>
 
 #include <algorithm>
 #include <memory>
-#include <sstream>
 
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/cli/Command.h"
+#include "simulator/cli/Junit.h"
 #include "simulator/launch/Play.h"
 #include "simulator/reports/ToJson.h"
 
@@ -71,32 +70,17 @@ Json::Value toJson(const Entry& entry) {
                         {"folder", entry.folder.empty() ? Json::Value() : sim::toJson(entry.folder)}});
 }
 
-// The form that CI servers read.
-std::string junitOf(const std::vector<Entry>& entries) {
-    pugi::xml_document document;
-    pugi::xml_node suite = document.append_child("testsuites").append_child("testsuite");
-    suite.append_attribute("name") = "halcyon-tv play";
-    suite.append_attribute("tests") = entries.size();
-    suite.append_attribute("failures") = count(entries, sim::PlayState::Failed);
-    suite.append_attribute("errors") = count(entries, sim::PlayState::Broken);
+std::vector<JunitCase> casesOf(const std::vector<Entry>& entries) {
+    std::vector<JunitCase> cases;
     for (const Entry& entry : entries) {
-        pugi::xml_node test = suite.append_child("testcase");
-        test.append_attribute("classname") = sim::shown(entry.scenario->file.string()).c_str();
-        test.append_attribute("name") = sim::shown(entry.scenario->name).c_str();
-        test.append_attribute("time") = fmt::format("{:.3f}", entry.played.seconds).c_str();
-        if (entry.played.state == sim::PlayState::Passed) {
-            continue;
+        JunitCase each{entry.scenario->file.string(), entry.scenario->name, entry.played.seconds};
+        if (const std::vector<std::string> lines = entry.lines(); !lines.empty()) {
+            const bool isFailed = entry.played.state == sim::PlayState::Failed;
+            each.problems.push_back({isFailed ? "failure" : "error", "", lines.front(), lines});
         }
-        const std::vector<std::string> lines = entry.lines();
-        pugi::xml_node problem = test.append_child(entry.played.state == sim::PlayState::Failed ? "failure" : "error");
-        problem.append_attribute("message") = sim::shown(lines.front()).c_str();
-        for (const std::string& line : lines) {
-            problem.append_child(pugi::node_pcdata).set_value((sim::shown(line) + "\n").c_str());
-        }
+        cases.push_back(std::move(each));
     }
-    std::ostringstream text;
-    document.save(text, "  ");
-    return text.str();
+    return cases;
 }
 
 // All of them: what is wrong with any file is said before anything runs.
@@ -147,7 +131,7 @@ int play(const Session& session, Options options) {
         }
     });
     if (!options.junit.empty()) {
-        sim::writeFile(options.junit, junitOf(entries));
+        writeJunit(options.junit, {{"halcyon-tv play", std::nullopt, casesOf(entries)}});
     }
     printSummary(session, entries);
     if (count(entries, sim::PlayState::Broken) > 0) {

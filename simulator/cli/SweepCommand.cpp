@@ -4,12 +4,11 @@
 
 #include <algorithm>
 #include <memory>
-#include <pugixml.hpp>
-#include <sstream>
 #include <thread>
 
-#include "simulator/base/Files.h"
+#include "simulator/base/Clock.h"
 #include "simulator/cli/Command.h"
+#include "simulator/cli/Junit.h"
 #include "simulator/launch/Sweep.h"
 #include "simulator/reports/ToJson.h"
 
@@ -23,6 +22,8 @@ struct Options {
     sim::SweepRequest request;
     std::vector<std::string> operations;
     std::string junit;
+    std::string scenarios;
+    std::string limit;
 };
 
 struct Swept {
@@ -52,11 +53,11 @@ Json::Value toJson(const SweptRun& run) {
                         {"violations", std::move(violations)}});
 }
 
-std::size_t allFired(const sim::SweepResult& result, bool ofSingles) {
-    const auto middle = result.runs.begin() + static_cast<std::ptrdiff_t>(result.singles);
-    return static_cast<std::size_t>(std::count_if(ofSingles ? result.runs.begin() : middle,
-                                                  ofSingles ? middle : result.runs.end(),
-                                                  [](const SweptRun& run) { return run.fired == run.faults.size(); }));
+// How many of the runs from one number to another in which all faults happened.
+std::size_t allFired(const sim::SweepResult& result, std::size_t begin, std::size_t end) {
+    const auto at = [&](std::size_t index) { return result.runs.begin() + static_cast<std::ptrdiff_t>(index); };
+    return static_cast<std::size_t>(
+        std::count_if(at(begin), at(end), [](const SweptRun& run) { return run.fired == run.faults.size(); }));
 }
 
 Json::Value toJson(const Swept& swept) {
@@ -67,7 +68,8 @@ Json::Value toJson(const Swept& swept) {
     return sim::object({{"operation", sim::nameOf(swept.operation)},
                         {"seconds", swept.result.seconds},
                         {"singles", swept.result.singles},
-                        {"more", swept.result.runs.size() - swept.result.singles},
+                        {"powerCuts", swept.result.cuts},
+                        {"more", swept.result.runs.size() - swept.result.singles - swept.result.cuts},
                         {"impossiblePairs", swept.result.impossible},
                         {"violated", swept.result.violated()},
                         {"runs", std::move(runs)}});
@@ -86,41 +88,29 @@ void printTable(const Swept& swept, bool isVerbose) {
     const sim::SweepResult& result = swept.result;
     print("{}\n  {:<64} {:<9} {:<11} {}\n", sim::nameOf(swept.operation), "call, failure", "told", "true", "lost");
     for (std::size_t i = 0; i < result.runs.size(); ++i) {
-        if (i < result.singles || isVerbose || !result.runs[i].violations.empty()) {
+        if (i < result.singles + result.cuts || isVerbose || !result.runs[i].violations.empty()) {
             printRun(result.runs[i]);
         }
     }
+    const std::size_t begin = result.singles + result.cuts;  // of those under more than one
     print(
-        "{}: {} under one fault, {} of them reached; {} under more, all of them reached in {}; {} cannot both "
+        "{}: {} under one fault, {} of them reached; {}; {} under more, all of them reached in {}; {} cannot both "
         "happen; {} broke a promise; {:.1f} s\n\n",
-        sim::nameOf(swept.operation), sim::plural(result.singles, "run"), allFired(result, true),
-        result.runs.size() - result.singles, allFired(result, false), sim::plural(result.impossible, "pair"),
-        sim::plural(result.violated(), "run"), result.seconds);
+        sim::nameOf(swept.operation), sim::plural(result.singles, "run"), allFired(result, 0, result.singles),
+        sim::plural(result.cuts, "power cut"), result.runs.size() - begin, allFired(result, begin, result.runs.size()),
+        sim::plural(result.impossible, "pair"), sim::plural(result.violated(), "run"), result.seconds);
 }
 
-std::string toJunit(const std::vector<Swept>& all) {
-    pugi::xml_document document;
-    pugi::xml_node suites = document.append_child("testsuites");
-    for (const Swept& swept : all) {
-        pugi::xml_node suite = suites.append_child("testsuite");
-        suite.append_attribute("name") = fmt::format("sweep.{}", sim::nameOf(swept.operation)).c_str();
-        suite.append_attribute("tests") = swept.result.runs.size();
-        suite.append_attribute("failures") = swept.result.violated();
-        suite.append_attribute("time") = swept.result.seconds;
-        for (const SweptRun& run : swept.result.runs) {
-            pugi::xml_node test = suite.append_child("testcase");
-            test.append_attribute("classname") = suite.attribute("name").value();
-            test.append_attribute("name") = sim::toText(run.faults).c_str();
-            for (const sim::Violation& violation : run.violations) {
-                pugi::xml_node failure = test.append_child("failure");
-                failure.append_attribute("type") = violation.invariant.c_str();
-                failure.append_attribute("message") = violation.what.c_str();
-            }
+JunitSuite suiteOf(const Swept& swept) {
+    JunitSuite suite{fmt::format("sweep.{}", sim::nameOf(swept.operation)), swept.result.seconds};
+    for (const SweptRun& run : swept.result.runs) {
+        JunitCase each{suite.name, sim::toText(run.faults)};
+        for (const sim::Violation& violation : run.violations) {
+            each.problems.push_back({"failure", violation.invariant, violation.what});
         }
+        suite.cases.push_back(std::move(each));
     }
-    std::ostringstream text;
-    document.save(text, "  ");
-    return text.str();
+    return suite;
 }
 
 std::vector<Swept> sweepAll(const Session& session, const Options& options) {
@@ -133,6 +123,9 @@ std::vector<Swept> sweepAll(const Session& session, const Options& options) {
         }
         sim::SweepRequest request = options.request;
         request.operation = operation.value;
+        if (!options.scenarios.empty()) {
+            request.scenarios = std::filesystem::path(options.scenarios) / operation.name;
+        }
         const auto progress = [&](std::size_t done, std::size_t count) {
             if (isWatched) {
                 print(stderr, "\r{}: {} of {} \x1b[K", operation.name, done, sim::plural(count, "run"));
@@ -146,10 +139,19 @@ std::vector<Swept> sweepAll(const Session& session, const Options& options) {
     return all;
 }
 
-int run(const Session& session, const Options& options) {
+int run(const Session& session, Options options) {
+    if (!options.limit.empty()) {
+        const std::optional<std::chrono::milliseconds> limit = sim::toDuration(options.limit);
+        if (!limit || limit->count() <= 0) {
+            throw UsageError(fmt::format("--limit: {} is no duration such as 20s", sim::inQuotes(options.limit)));
+        }
+        options.request.limit = *limit;
+    }
     const std::vector<Swept> all = sweepAll(session, options);
     if (!options.junit.empty()) {
-        sim::writeFile(options.junit, toJunit(all));
+        std::vector<JunitSuite> suites;
+        std::transform(all.begin(), all.end(), std::back_inserter(suites), &suiteOf);
+        writeJunit(options.junit, suites);
     }
     Json::Value operations(Json::arrayValue);
     std::size_t violated = 0;
@@ -192,6 +194,9 @@ void addSweepCommand(CLI::App& app, Action& chosen) {
         ->check(CLI::ExistingFile);
     sweeping->add_option("--jobs", options->request.jobs, "processes at a time (default: one per processor)")
         ->check(CLI::PositiveNumber);
+    sweeping->add_option("--limit", options->limit, "kill the application if a run takes longer (default: 20s)");
+    sweeping->add_option("--scenarios", options->scenarios,
+                         "write a scenario of each run that breaks a promise into a new folder");
     sweeping->add_option("--junit", options->junit, "write the result as JUnit XML to this file");
 }
 

@@ -1,6 +1,7 @@
 #include "simulator/launch/Launch.h"
 
 #include <fmt/format.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
@@ -95,21 +96,28 @@ ProcessOptions serviceOptions(const RunRequest& request, const Tv& tv, const std
 // Kills a process that takes too long.
 class Deadline {
 public:
-    Deadline(int process, std::chrono::seconds limit) {
+    Deadline(int process, std::chrono::milliseconds limit) {
         s_process = process;
         struct sigaction kill = {};
         kill.sa_handler = [](int) { ::kill(s_process, SIGKILL); };
         ::sigaction(SIGALRM, &kill, &m_before);
-        ::alarm(static_cast<unsigned int>(limit.count()));
+        set(limit);
     }
     ~Deadline() {
-        ::alarm(0);
+        set(std::chrono::milliseconds(0));
         ::sigaction(SIGALRM, &m_before, nullptr);
     }
     Deadline(const Deadline&) = delete;
     Deadline& operator=(const Deadline&) = delete;
 
 private:
+    static void set(std::chrono::milliseconds limit) {
+        itimerval timer = {};
+        timer.it_value.tv_sec = static_cast<std::time_t>(limit.count() / 1000);
+        timer.it_value.tv_usec = static_cast<suseconds_t>(limit.count() % 1000 * 1000);
+        ::setitimer(ITIMER_REAL, &timer, nullptr);
+    }
+
     static inline volatile std::sig_atomic_t s_process = 0;
     struct sigaction m_before = {};
 };

@@ -23,13 +23,14 @@ struct RunRequest {
     bool refuseDuplicates = false;
     bool replyRequested = true;
     bool realtime = false;
-    bool isBeforeKept = false;      // what the TV is now, see keepBefore()
-    bool isConfined = true;         // to its own folders
-    bool hasOwnGroup = false;       // of processes: signals from this process's terminal do not reach it
-    bool isLogShown = false;        // on standard error, while it runs; its record has the log in any case
-    bool isServedHere = false;      // this process is the TV's services: nothing else happens in it meanwhile
-    std::chrono::seconds limit{0};  // if it is: after which the application is killed; 0: never
-    int keep = limits::RUNS_KEPT;   // records of runs, with that of this one
+    bool isBeforeKept = false;  // what the TV is now, see keepBefore()
+    bool isConfined = true;     // to its own folders
+    bool hasOwnGroup = false;   // of processes: signals from this process's terminal do not reach it
+    bool isLogShown = false;    // on standard error, while it runs; its record has the log in any case
+    bool isServedHere = false;  // this process is the TV's services: nothing else happens in it meanwhile
+    // If this process is the services: the time after which the application is killed; 0: never.
+    std::chrono::milliseconds limit{0};
+    int keep = limits::RUNS_KEPT;  // records of runs, with that of this one
 };
 
 struct EndedProcess {

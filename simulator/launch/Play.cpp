@@ -19,7 +19,9 @@
 #include "simulator/launch/Launch.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/ChannelList.h"
+#include "simulator/lineup/Difference.h"
 #include "simulator/reports/CloudReport.h"
+#include "simulator/reports/Invariants.h"
 #include "simulator/tv/Settable.h"
 #include "simulator/tv/Snapshot.h"
 
@@ -35,7 +37,9 @@ struct Seen {
     Verdict verdict;
     std::vector<CallRecord> calls;
     std::vector<LogRecord> log;
-    std::size_t backups;  // in the store
+    std::size_t backups;                // in the store
+    std::vector<Violation> violations;  // of promises, if they are expected to be kept
+    std::string difference;             // to the set-up that is expected; empty: it is the same
 };
 
 // What a run was in one aspect, as an expectation has it; and more of it, in words.
@@ -82,6 +86,17 @@ Actual actualFaults(const Seen& seen, const Expectation&) {
     return {rules.empty() ? NONE : fmt::format("{}", fmt::join(rules, ", "))};
 }
 
+Actual actualBroken(const Seen& seen, const Expectation&) {
+    if (seen.violations.empty()) {
+        return {NONE};
+    }
+    std::vector<std::string> names;
+    for (const Violation& each : seen.violations) {
+        names.push_back(each.invariant);
+    }
+    return {fmt::format("{}", fmt::join(names, ", ")), seen.violations.front().what};
+}
+
 Actual actual(const Seen& seen, const Expectation& expected) {
     switch (expected.aspect) {
         case Aspect::Outcome:
@@ -104,8 +119,74 @@ Actual actual(const Seen& seen, const Expectation& expected) {
             return actualFaults(seen, expected);
         case Aspect::Store:
             return {std::to_string(seen.backups)};
+        case Aspect::Broken:
+            return actualBroken(seen, expected);
+        case Aspect::SameAs:
+            return {seen.difference.empty() ? expected.value : "different", seen.difference};
     }
     return {};
+}
+
+bool expects(const RunStep& step, Aspect aspect) {
+    return std::any_of(step.expectations.begin(), step.expectations.end(),
+                       [&](const Expectation& each) { return each.aspect == aspect; });
+}
+
+// Sets what a restore brings: the items that the backup has.
+void takeOver(Setup& setup, const Bundle& bundle) {
+    const Setup& stored = bundle.setup();
+    if (stored.services) {
+        setup.services = stored.services;
+    }
+    if (bundle.part(Item::Viewing).state == PartState::Whole) {
+        setup.viewing = stored.viewing;
+    }
+    for (const auto& [item, entries] : stored.entries) {
+        setup.entries[item] = entries;
+    }
+}
+
+// What a run of the TV begins with, and what it comes to if nothing fails.
+Baseline baselineOf(const Tv& tv, const CloudStore& store, const RunRequest& request) {
+    Baseline baseline;
+    baseline.before = tv.setup();
+    baseline.after = baseline.before;
+    baseline.ipServices = tv.serviceDb().ipServices();
+    for (const std::string& extra : request.extras) {
+        const std::string key = extra.substr(0, extra.find('='));
+        const std::string value = extra.substr(std::min(key.size() + 1, extra.size()));
+        baseline.isRestore = baseline.isRestore || (key == application::OPERATION && application::isRestore(value));
+        baseline.isScanActivated = baseline.isScanActivated || (key == application::SCAN_ACTIVATED && value != "0");
+    }
+    const std::optional<BackupName> newest =
+        store.newest({tv.account(), application::CLIENT_ID, application::CATEGORY});
+    const std::string& wanted = request.backup.empty() && newest ? newest->id : request.backup;
+    baseline.services.insert(baseline.before.services->counts().services);
+    for (const StoredBackup& name : lookAt(store, store.content().backups)) {
+        ++baseline.backups;
+        if (!name.damage.empty()) {
+            continue;
+        }
+        const Bundle bundle = fetchBundle(store, name).bundle;
+        if (bundle.setup().services) {
+            baseline.services.insert(bundle.setup().services->counts().services);
+        }
+        if (baseline.isRestore && name.account == tv.account() && name.id == wanted) {
+            takeOver(baseline.after, bundle);
+        }
+    }
+    return baseline;
+}
+
+// In words; empty if they are the same.
+std::string differenceOf(const Setup& left, const Setup& right) {
+    std::vector<std::string> items;
+    for (const ItemDifference& each : compare(left, right).items) {
+        if (!each.isSame) {
+            items.push_back(fmt::format("{}{}{}", nameOf(each.item), each.detail.empty() ? "" : " ", each.detail));
+        }
+    }
+    return fmt::format("{}", fmt::join(items, ", "));
 }
 
 // Plays one scenario in a folder.
@@ -161,7 +242,9 @@ private:
 
     void play(const FaultStep& step) {
         Tv tv(homeOf(step.tv));
-        tv.faults().add(step.rule);
+        FaultRule rule = step.rule;
+        rule.run += rule.run == 0 ? 0 : tv.runs().newest();
+        tv.faults().add(rule);
     }
 
     void play(const BundleStep& step) {
@@ -191,10 +274,19 @@ private:
             request.backup = chooseBackup(*store, step.backup.text, tv.account()).id;
             m_at = step.tv.place;
         }
+        const std::optional<Baseline> baseline =
+            expects(step, Aspect::Broken) ? std::optional(baselineOf(tv, *store, request)) : std::nullopt;
         const RunReport report = launchAndJudge(request, tv, m_cloud, *store, lock, &execute);
         const RunFile record = tv.runs().record(report.run.id);
-        const Seen seen{report.run, report.verdict, record.calls(), record.log(), store->content().backups.size()};
+        Seen seen{report.run, report.verdict, record.calls(), record.log(), store->content().backups.size(), {}, {}};
+        if (baseline) {
+            seen.violations = violationsOf(tv, *store, report, *baseline);
+        }
         for (const Expectation& expectation : step.expectations) {
+            if (expectation.aspect == Aspect::SameAs) {
+                const Tv other(m_folder / expectation.value, Database::Access::Look);
+                seen.difference = differenceOf(other.setup(), tv.setup());
+            }
             check(seen, expectation);
         }
     }

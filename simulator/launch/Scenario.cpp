@@ -16,6 +16,7 @@
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Item.h"
+#include "simulator/reports/Invariants.h"
 #include "simulator/tv/Run.h"
 #include "simulator/tv/Verdict.h"
 
@@ -108,9 +109,10 @@ private:
     void takeExpectations(const YAML::Node& node, std::vector<Expectation>& expectations);
     void takeCall(const YAML::Node& node, std::vector<Expectation>& expectations);
     void takeFaults(const YAML::Node& node, std::vector<Expectation>& expectations);
+    void takeBroken(const YAML::Node& node, std::vector<Expectation>& expectations);
     const PlatformCall* callOf(const Word& call);
     Take failures(std::string& texts);
-    void checkTv(Step& step);
+    void checkTvs(Step& step);
 
     Scenario m_scenario;
     fs::path m_file;
@@ -351,7 +353,9 @@ void Reader::takeExpectations(const YAML::Node& node, std::vector<Expectation>& 
               {"calls", calls},
               {"log", log},
               {"faults", [&](const YAML::Node& list) { takeFaults(list, expectations); }},
-              {"store", number(Aspect::Store)}});
+              {"store", number(Aspect::Store)},
+              {"broken", [&](const YAML::Node& list) { takeBroken(list, expectations); }},
+              {"same_as", [&](const YAML::Node& tv) { add(tv, Aspect::SameAs, textOf(tv)); }}});
 }
 
 // Null, with a note, if there is no such call.
@@ -390,6 +394,21 @@ void Reader::takeFaults(const YAML::Node& node, std::vector<Expectation>& expect
         {placeOf(node), Aspect::Faults, "", rules.empty() ? NONE : fmt::format("{}", fmt::join(rules, ", "))});
 }
 
+// They are kept in the order of the promises, in which a run's are found.
+void Reader::takeBroken(const YAML::Node& node, std::vector<Expectation>& expectations) {
+    std::vector<std::string> promises;
+    for (const Invariant& each : invariants()) {
+        promises.emplace_back(each.name);
+    }
+    std::vector<std::string> wanted;
+    forEach(node, [&](const YAML::Node& name) { wanted.push_back(oneOf(promises, "promise", name).value_or("")); });
+    promises.erase(std::remove_if(promises.begin(), promises.end(),
+                                  [&](const std::string& each) { return !contains(wanted, each); }),
+                   promises.end());
+    expectations.push_back(
+        {placeOf(node), Aspect::Broken, "", promises.empty() ? NONE : fmt::format("{}", fmt::join(promises, ", "))});
+}
+
 // One, or a list, as makeRule() takes them.
 Take Reader::failures(std::string& texts) {
     return [this, &texts](const YAML::Node& node) {
@@ -408,6 +427,8 @@ void Reader::takeFault(const YAML::Node& node) {
     FaultStep step;
     Word call;
     Word failure;
+    int nth = step.rule.nth;
+    int run = 0;
     std::optional<int> times;
     takeKeys(node, "a fault",
              {{"fault", into(step.tv)},
@@ -418,13 +439,14 @@ void Reader::takeFault(const YAML::Node& node) {
                    failures(failure.text)(value);
                },
                REQUIRED},
-              {"nth", into(step.rule.nth)},
+              {"nth", into(nth)},
+              {"run", into(run)},
               {"times", [&](const YAML::Node& value) { into(times.emplace())(value); }}});
     if (callOf(call) != nullptr && !failure.text.empty()) {
         try {
-            const int nth = step.rule.nth;
             step.rule = makeRule(call.text, failure.text);
             step.rule.nth = nth;
+            step.rule.run = run;
             step.rule.times = times.value_or(step.rule.times);
         } catch (const Error& error) {
             note(failure.place, error.what());
@@ -463,18 +485,28 @@ void Reader::takeStep(const YAML::Node& node) {
 }
 
 // A bundle is the first TV's if the file names none.
-void Reader::checkTv(Step& step) {
+void Reader::checkTvs(Step& step) {
     std::vector<std::string> names;
     for (const ScenarioTv& tv : m_scenario.tvs) {
         names.push_back(tv.name.text);
     }
+    const auto check = [&](const std::string& tv, const Place& place) {
+        if (!contains(names, tv)) {
+            note(place, fmt::format("there is no TV {}{}; the file has: {}", inQuotes(tv), didYouMean(tv, names),
+                                    fmt::join(names, ", ")));
+        }
+    };
     Word& tv = std::visit([](auto& each) -> Word& { return each.tv; }, step);
     if (std::holds_alternative<BundleStep>(step) && tv.text.empty() && !names.empty()) {
         tv = m_scenario.tvs.front().name;
     }
-    if (!contains(names, tv.text)) {
-        note(tv.place, fmt::format("there is no TV {}{}; the file has: {}", inQuotes(tv.text),
-                                   didYouMean(tv.text, names), fmt::join(names, ", ")));
+    check(tv.text, tv.place);
+    if (const auto* const run = std::get_if<RunStep>(&step)) {
+        for (const Expectation& each : run->expectations) {
+            if (each.aspect == Aspect::SameAs) {
+                check(each.value, each.place);
+            }
+        }
     }
 }
 
@@ -497,7 +529,7 @@ Scenario Reader::read() {
         note(placeOf(error.mark), fmt::format("this is no YAML: {}", error.msg));
     }
     for (Step& step : m_scenario.steps) {
-        checkTv(step);
+        checkTvs(step);
     }
     if (!m_problems.empty()) {
         throw Error(fmt::format("{}", fmt::join(m_problems, "\n")));

@@ -40,21 +40,23 @@ struct ScenarioTv {
 };
 
 // What a run can be expected to be.
-enum class Aspect { Outcome, Cause, Reply, Response, Ended, Items, Calls, Log, Faults, Store };
+enum class Aspect { Outcome, Cause, Reply, Response, Ended, Items, Calls, Log, Faults, Store, Broken, SameAs };
 template <>
-inline constexpr std::array<Name<Aspect>, 10> NAMES<Aspect>{{
+inline constexpr std::array<Name<Aspect>, 12> NAMES<Aspect>{{
     {Aspect::Outcome, "outcome"},
     {Aspect::Cause, "cause"},
     {Aspect::Reply, "reply"},        // its result code
     {Aspect::Response, "response"},  // the cloud's last
     {Aspect::Ended, "ended"},
-    {Aspect::Items, "items"},    // the state of the item `of`
-    {Aspect::Calls, "calls"},    // how often the call `of` was made, or SOME
-    {Aspect::Log, "log"},        // SOME: a record has the text `of`
-    {Aspect::Faults, "faults"},  // numbers of the rules that fired, ascending
-    {Aspect::Store, "store"},    // number of backups in the store
+    {Aspect::Items, "items"},     // the state of the item `of`
+    {Aspect::Calls, "calls"},     // how often the call `of` was made, or SOME
+    {Aspect::Log, "log"},         // SOME: a record has the text `of`
+    {Aspect::Faults, "faults"},   // numbers of the rules that fired, ascending
+    {Aspect::Store, "store"},     // number of backups in the store
+    {Aspect::Broken, "broken"},   // names of the promises that it broke, in the order of invariants()
+    {Aspect::SameAs, "same_as"},  // name of the TV that has the same set-up now
 }};
-constexpr char NONE[] = "none";  // of a reply, a response or faults
+constexpr char NONE[] = "none";  // of a reply, a response, faults or promises
 constexpr char SOME[] = "at least one";
 
 struct Expectation {
@@ -78,7 +80,7 @@ struct RunStep {
 // Adds a fault rule.
 struct FaultStep {
     Word tv;
-    FaultRule rule;
+    FaultRule rule;  // its `run` is counted from the TV's next one on
 };
 
 struct SetStep {

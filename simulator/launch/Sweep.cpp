@@ -101,13 +101,15 @@ bool isSameCall(const Fault& left, const Fault& right) {
 }
 
 // A process that only sweeps: what the application logs is not shown, and it writes nowhere else.
-void prepareWorker(const fs::path& folder) {
+void prepareWorker(const fs::path& folder, const std::vector<fs::path>& alsoWritten) {
     const Descriptor nowhere = openFile("/dev/null", O_WRONLY);
     ::dup2(nowhere.get(), STDOUT_FILENO);
     ::dup2(nowhere.get(), STDERR_FILENO);
     std::signal(SIGPIPE, SIG_IGN);
     ::setenv("TMPDIR", folder.c_str(), 1);
-    confineWritingTo({folder});
+    std::vector<fs::path> written = alsoWritten;
+    written.push_back(folder);
+    confineWritingTo(written);
 }
 
 bool breaks(const SweptRun& run, const std::string& invariant) {
@@ -137,6 +139,9 @@ public:
 
     SweepResult run() {
         const auto begin = std::chrono::steady_clock::now();
+        if (!m_request.scenarios.empty() && pathExists(m_request.scenarios)) {
+            throw Error(fmt::format("{} is there already; name another folder", m_request.scenarios.string()));
+        }
         m_result.healthy = runAll({Faults()}).front();
         if (m_result.healthy.outcome != Outcome::Done || !m_result.healthy.violations.empty()) {
             const std::vector<Violation>& violations = m_result.healthy.violations;
@@ -150,10 +155,12 @@ public:
         }
         m_result.runs = runAll(singles);
         m_result.singles = m_result.runs.size();
+        addCuts();
         if (m_request.withPairs) {
             add(runAll(pairs()));
         }
         add(runAll(sequences(singles)));
+        writeScenarios();
         m_result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
         return std::move(m_result);
     }
@@ -161,15 +168,19 @@ public:
 private:
     void add(std::vector<SweptRun> runs) { std::move(runs.begin(), runs.end(), std::back_inserter(m_result.runs)); }
 
+    std::shared_ptr<SweepWorld> makeWorld(std::size_t worker, const std::vector<fs::path>& alsoWritten = {}) const {
+        const fs::path folder = m_scratch / std::to_string(worker);
+        removeTree(folder);
+        makePrivateFolder(folder);
+        prepareWorker(folder, alsoWritten);
+        return std::make_shared<SweepWorld>(folder, m_request.program, m_request.limit);
+    }
+
     // In the order of `all`.
     std::vector<SweptRun> runAll(const std::vector<Faults>& all) {
         std::vector<SweptRun> runs(all.size());
         const auto begin = [&](std::size_t worker) -> Piece {
-            const fs::path folder = m_scratch / std::to_string(worker);
-            removeTree(folder);
-            makePrivateFolder(folder);
-            prepareWorker(folder);
-            const auto world = std::make_shared<SweepWorld>(folder, m_request.program);
+            const std::shared_ptr<SweepWorld> world = makeWorld(worker);
             return [this, world, &all](std::size_t piece) {
                 SweptRun run = world->run(m_request.operation, all[piece]);
                 return inOneLine(run.violations.empty() ? run : shrunk(*world, m_request.operation, std::move(run)));
@@ -181,6 +192,51 @@ private:
             m_progress(++done, all.size());
         });
         return runs;
+    }
+
+    // The power is cut at each step that changes the disk, until there is no such step any more. A run costs a process
+    // more than others.
+    void addCuts() {
+        constexpr int AT_ONCE = 24;
+        for (int nth = 1;;) {
+            std::vector<Faults> cuts;
+            for (const int end = nth + AT_ONCE; nth < end; ++nth) {
+                cuts.push_back({{std::string(calls::disk.name), nth, "cut"}});
+            }
+            std::vector<SweptRun> runs = runAll(cuts);
+            const auto past =
+                std::find_if(runs.begin(), runs.end(), [](const SweptRun& run) { return run.fired == 0; });
+            m_result.cuts += static_cast<std::size_t>(past - runs.begin());
+            const bool isLast = past != runs.end();
+            runs.erase(past, runs.end());
+            add(std::move(runs));
+            if (isLast) {
+                return;
+            }
+        }
+    }
+
+    // In one folder, beside the TVs that they all begin with.
+    void writeScenarios() {
+        const fs::path& folder = m_request.scenarios;
+        if (folder.empty() || m_result.violated() == 0) {
+            return;
+        }
+        makeFolders(folder);
+        const auto begin = [&](std::size_t worker) -> Piece {
+            const std::shared_ptr<SweepWorld> world = makeWorld(worker, {folder});
+            return [world, folder](std::size_t /*piece*/) {
+                world->copyTo(folder);
+                return std::string();
+            };
+        };
+        shareOut(1, 1, begin, [](std::size_t, const std::string&) {});
+        int number = 0;
+        for (const SweptRun& run : m_result.runs) {
+            if (!run.violations.empty()) {
+                writeFile(folder / fmt::format("{:03}.yaml", ++number), toScenario(m_request.operation, run));
+            }
+        }
     }
 
     // The fault that comes first in a run leads to one record up to the second: what is called there is all that can

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <yaml-cpp/yaml.h>
 
 #include <algorithm>
 #include <memory>
@@ -20,7 +21,6 @@ namespace sim {
 namespace {
 
 constexpr char PRISTINE[] = "pristine";
-constexpr std::chrono::seconds LIMIT{20};  // a healthy run takes milliseconds
 
 // Names that need more than ASCII, a name with a comma, two groups, a radio, a scrambled service.
 constexpr char OLD_CHANNELS[] =
@@ -73,9 +73,49 @@ std::string toText(const std::vector<Fault>& faults) {
     return fmt::format("{}", fmt::join(texts, " and "));
 }
 
-SweepWorld::SweepWorld(fs::path folder, fs::path program)
+std::string toScenario(SweptOperation operation, const SweptRun& run) {
+    const bool isBackup = operation == SweptOperation::Backup;
+    const char* const tv = isBackup ? "old" : "new";
+    YAML::Emitter yaml;
+    const auto pair = [&](const char* key, const auto& value) { yaml << YAML::Key << key << YAML::Value << value; };
+    for (const Violation& violation : run.violations) {
+        yaml << YAML::Comment(fmt::format("{}: {}", violation.invariant, violation.what)) << YAML::Newline;
+    }
+    yaml << YAML::BeginMap;
+    pair("name", fmt::format("{} under {}", nameOf(operation), toText(run.faults)));
+    pair("cloud", "cloud");
+    pair("tvs", YAML::BeginMap);
+    for (const char* const each : {"old", "new"}) {
+        yaml << YAML::Key << each << YAML::Value << YAML::Flow << YAML::BeginMap;
+        pair("home", each);
+        yaml << YAML::EndMap;
+    }
+    yaml << YAML::EndMap;
+    pair("steps", YAML::BeginSeq);
+    for (const Fault& fault : run.faults) {
+        yaml << YAML::BeginMap;
+        pair("fault", tv);
+        pair("call", fault.call);
+        pair("failure", fault.failure);
+        pair("nth", fault.nth);
+        yaml << YAML::EndMap;
+    }
+    yaml << YAML::BeginMap;
+    pair("run", tv);
+    if (!isBackup) {
+        pair("operation", "restore");
+        pair("scan_activated", operation == SweptOperation::RestoreWithScan ? "1" : "0");
+    }
+    pair("expect", YAML::BeginMap);
+    pair("broken", YAML::Flow);
+    yaml << YAML::BeginSeq << YAML::EndSeq << YAML::EndMap << YAML::EndMap << YAML::EndSeq << YAML::EndMap;
+    return std::string(yaml.c_str()) + "\n";
+}
+
+SweepWorld::SweepWorld(fs::path folder, fs::path program, std::chrono::milliseconds limit)
     : m_folder(std::move(folder)),
       m_program(std::move(program)),
+      m_limit(limit),
       m_cloud(m_folder / "cloud"),
       m_old(make("old", OLD_CHANNELS)),
       m_new(make("new", FACTORY_CHANNELS)) {
@@ -89,7 +129,7 @@ SweepWorld::SweepWorld(fs::path folder, fs::path program)
         tv.settings().setFavouriteName(1, "Für Oma");
         tv.settings().setFavouriteName(application::FAVOURITE_LISTS, "");
         m_old.setup = tv.setup();
-        const RunReport backup = launch(tv, SweptOperation::Backup, "");
+        const RunReport backup = launch(tv, SweptOperation::Backup, true);
         if (backup.verdict.outcome != Outcome::Done) {
             throw Error(
                 fmt::format("a backup without a fault is {}: {}", nameOf(backup.verdict.outcome), backup.verdict.why));
@@ -137,11 +177,15 @@ Baseline SweepWorld::baselineOf(SweptOperation operation) const {
     return baseline;
 }
 
-RunReport SweepWorld::launch(Tv& tv, SweptOperation operation, const std::string& backup) const {
+void SweepWorld::copyTo(const fs::path& folder) const {
+    copyFolder(m_folder / PRISTINE, folder, &copyQuickly);
+}
+
+RunReport SweepWorld::launch(Tv& tv, SweptOperation operation, bool isServedHere, const std::string& backup) const {
     RunRequest request;
     request.program = m_program;
-    request.isServedHere = true;
-    request.limit = LIMIT;
+    request.isServedHere = isServedHere;
+    request.limit = m_limit;
     request.backup = backup;
     if (operation != SweptOperation::Backup) {
         request.extras = {"operation=restore",
@@ -163,7 +207,10 @@ SweptRun SweepWorld::run(SweptOperation operation, const std::vector<Fault>& fau
         rule.nth = fault.nth;
         tv.faults().add(rule);
     }
-    const RunReport report = launch(tv, operation, "");
+    // A power cut kills the TV's services: they cannot be this process.
+    const bool isCut =
+        std::any_of(faults.begin(), faults.end(), [](const Fault& fault) { return fault.call == calls::disk.name; });
+    const RunReport report = launch(tv, operation, !isCut);
     SweptRun swept;
     swept.faults = faults;
     swept.fired = report.verdict.faults.size();
@@ -184,17 +231,34 @@ SweptRun SweepWorld::run(SweptOperation operation, const std::vector<Fault>& fau
     }
     swept.calls = callsAfter(tv.runs().record(report.run.id).calls());
     swept.violations = violationsOf(tv, *store, report, baseline);
-    if (isStored && !baseline.isRestore) {
+    if (isCut) {
+        checkNext(tv, operation, baseline, swept.violations);
+    } else if (isStored && !baseline.isRestore) {
         checkStored(report, swept.violations);
     }
     return swept;
+}
+
+// The TV's next run, with the power on, does what the one before should have done.
+void SweepWorld::checkNext(Tv& tv, SweptOperation operation, Baseline baseline,
+                           std::vector<Violation>& violations) const {
+    tv.faults().clear();
+    const std::unique_ptr<CloudStore> store = openCloud(m_cloud);
+    baseline.backups = store->content().backups.size();
+    const RunReport next = launch(tv, operation, true);
+    if (next.verdict.outcome != Outcome::Done) {
+        violations.push_back({"old or new", fmt::format("the next run is {}", nameOf(next.verdict.outcome))});
+    }
+    for (Violation& violation : violationsOf(tv, *store, next, baseline)) {
+        violations.push_back({std::move(violation.invariant), "in the next run: " + violation.what});
+    }
 }
 
 // The verdict on a backup calls it whole exactly if a restore of it brings everything back.
 void SweepWorld::checkStored(const RunReport& report, std::vector<Violation>& violations) {
     putBack(m_new.home);
     Tv tv(m_new.home);
-    launch(tv, SweptOperation::Restore, report.run.backup);
+    launch(tv, SweptOperation::Restore, true, report.run.backup);
     const bool isBack = tv.setup() == m_old.setup;
     const bool isWell = std::all_of(report.verdict.items.begin(), report.verdict.items.end(),
                                     [](const ItemVerdict& item) { return sim::isWell(item.state); });

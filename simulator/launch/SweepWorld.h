@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -21,7 +22,7 @@ inline constexpr std::array<Name<SweptOperation>, 3> NAMES<SweptOperation>{{
     {SweptOperation::RestoreWithScan, "restore-with-scan"},
 }};
 
-// A call of a run that fails, and how.
+// A call of a run that fails, and how; or "disk", whose power is "cut" at the nth step that changes it.
 struct Fault {
     std::string call;
     int nth = 1;
@@ -49,13 +50,21 @@ struct SweptRun {
     std::vector<MadeCall> calls;  // those that can fail, from the last fault that fired on; without faults, all
 };
 
+// The text of a scenario, in the folder of copyTo(), that fails as long as the run breaks a promise.
+std::string toScenario(SweptOperation operation, const SweptRun& run);
+
 class SweepWorld {
 public:
-    // Makes the TVs and a backup of the first in an empty folder. Throws Error.
-    SweepWorld(std::filesystem::path folder, std::filesystem::path program);
+    // Makes the TVs and a backup of the first in an empty folder. The application is killed if it takes longer than
+    // `limit`. Throws Error.
+    SweepWorld(std::filesystem::path folder, std::filesystem::path program, std::chrono::milliseconds limit);
 
-    // Puts all back, and runs the application. A backup that came of it is also restored.
+    // Puts all back, and runs the application. A backup that came of it is also restored. After a power cut, the TV's
+    // next run is looked at, too.
     SweptRun run(SweptOperation operation, const std::vector<Fault>& faults);
+
+    // Copies the TVs and the cloud as every run finds them, for the scenarios of toScenario().
+    void copyTo(const std::filesystem::path& folder) const;
 
 private:
     struct Place {
@@ -67,11 +76,13 @@ private:
     Place make(const std::string& name, const char* channels) const;
     void putBack(const std::filesystem::path& part) const;
     Baseline baselineOf(SweptOperation operation) const;
-    RunReport launch(Tv& tv, SweptOperation operation, const std::string& backup) const;
+    RunReport launch(Tv& tv, SweptOperation operation, bool isServedHere, const std::string& backup = "") const;
     void checkStored(const RunReport& report, std::vector<Violation>& violations);
+    void checkNext(Tv& tv, SweptOperation operation, Baseline baseline, std::vector<Violation>& violations) const;
 
     std::filesystem::path m_folder;
     std::filesystem::path m_program;
+    std::chrono::milliseconds m_limit;
     std::string m_cloud;
     Place m_old;  // with channels of its own, and a backup
     Place m_new;  // fresh from the factory
