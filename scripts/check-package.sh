@@ -29,7 +29,9 @@ left=$(find "$scratch/stage" ! -type d)
 example=$scratch/root/usr/share/doc/libhalcyon-tv-dev/examples/example
 cmake -S "$example" -B "$scratch/mine" -DCMAKE_PREFIX_PATH="$scratch/root/usr" \
     -DSOURCES="$scratch/root/usr/src/halcyon-lineup" >/dev/null
-{ cmake --build "$scratch/mine" && PATH="$scratch/root/usr/bin:$PATH" ctest --test-dir "$scratch/mine" --output-on-failure
+{
+    cmake --build "$scratch/mine"
+    PATH=$scratch/root/usr/bin:$PATH ctest --test-dir "$scratch/mine" --output-on-failure
 } >"$scratch/log" || { cat "$scratch/log" >&2; exit 1; }
 grep -q "100% tests passed, 0 tests failed out of 2" "$scratch/log" || { cat "$scratch/log" >&2; exit 1; }
 

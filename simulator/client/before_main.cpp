@@ -1,5 +1,5 @@
-// The application's start, before main(): its static objects make platform calls. Of a library, only a program that asks
-// the linker for this symbol gets it.
+// The application's start, before main(): its static objects make platform calls. Only the application asks the linker
+// for this symbol, not the other programs that use its classes.
 #include "simulator/client/Connection.h"
 
 namespace {
