@@ -66,7 +66,7 @@ TEST_F(ManyServices, AreBroughtToTheLast) {
                   "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 300) "
                   "INSERT INTO services SELECT i + 100, i + 100, 'C-1-1-' || i || '-1', 'Name ' || i, '', '', type, "
                   "channel_group, source, frequency_hz, symbol_rate, parameters, video_pid, audio_pids, text_pids, "
-                  "conditional_access, sid, nid, tid, rid, frequency_unit, list_fields "
+                  "conditional_access, sid, nid, tid, rid, 0, 0, 0, 0, 0, 0, 0, 0, '', frequency_unit, list_fields "
                   "FROM n, (SELECT * FROM services LIMIT 1); UPDATE meta SET service_count = service_count + 300");
     EXPECT_EQ(b.open().serviceDb().replace(archive), std::nullopt);
     fs::copy_file(folder / "services.db", a.home / "service-db/services.db", fs::copy_options::overwrite_existing);
@@ -113,6 +113,10 @@ INSTANTIATE_TEST_SUITE_P(
                 ReplaceStatus::DatabaseDamaged},
         Hostile{"WrongCount", "DELETE FROM services WHERE id = 1", ReplaceStatus::CountDiffers},
         Hostile{"NoService", "DELETE FROM services; UPDATE meta SET service_count = 0", ReplaceStatus::CountDiffers},
+        Hostile{"OlderColumns",
+                "ALTER TABLE services DROP COLUMN favourite1; ALTER TABLE services DROP COLUMN locked; "
+                "ALTER TABLE services DROP COLUMN broadcast_name",
+                std::nullopt},
         Hostile{"OtherColumn", "ALTER TABLE services RENAME COLUMN tid TO other", ReplaceStatus::TablesDiffer},
         Hostile{"NoGroups", "PRAGMA foreign_keys = OFF; DROP TABLE channel_groups", ReplaceStatus::TablesDiffer},
         Hostile{"WithItsOwnLog", "PRAGMA journal_mode = WAL", std::nullopt}),
@@ -133,6 +137,12 @@ TEST_F(Received, NamesTheChannelsAtFault) {
         {"CREATE TABLE loose AS SELECT * FROM services; DROP TABLE services; ALTER TABLE loose RENAME TO services; "
          "UPDATE services SET source = NULL WHERE number = 2",
          "(status 4): without source: 2 'Zwei'"},
+        {"UPDATE services SET favourite2 = 1 WHERE number > 1; UPDATE services SET favourite5 = 2 WHERE number = 1",
+         "(status 4): favourite2 1 stands 2 times: 2 'Zwei', 3 'Radio Drei'; "
+         "favourite5 with a gap before it: 1 'Eins'"},
+        {"CREATE TABLE loose AS SELECT * FROM services; DROP TABLE services; ALTER TABLE loose RENAME TO services; "
+         "UPDATE services SET favourite1 = -1, locked = 2 WHERE number = 2",
+         "(status 4): favourite1 below 0: 2 'Zwei'; locked neither 0 nor 1: 2 'Zwei'"},
         {"ALTER TABLE services RENAME COLUMN tid TO other", "(status 4): no table services with the columns tid"},
         {"DELETE FROM services WHERE id = 1", "(status 5): it says 3, and holds 2"}};
     for (const auto& [statements, expected] : faults) {

@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include "simulator/base/Text.h"
+#include "simulator/lineup/Application.h"
 #include "simulator/lineup/Service.h"
 
 namespace sim {
@@ -31,8 +32,10 @@ std::vector<std::string> namesIn(Statement& query) {
     return names;
 }
 
-void findEqual(const Database& database, const char* column, std::vector<std::string>& faults) {
-    Statement values(database, fmt::format("SELECT {0}, count(*) {1} GROUP BY {0} HAVING count(*) > 1", column, ROWS));
+void findEqual(const Database& database, const std::string& column, std::vector<std::string>& faults,
+               const std::string& condition = "true") {
+    Statement values(database, fmt::format("SELECT {0}, count(*) {1} WHERE {2} GROUP BY {0} HAVING count(*) > 1",
+                                           column, ROWS, condition));
     Statement services(database, fmt::format("SELECT number, name {} WHERE {} IS ?", ROWS, column));
     std::vector<std::string> found;
     std::size_t count = 0;
@@ -57,6 +60,29 @@ void findWhere(const Database& database, const std::string& condition, const std
     }
 }
 
+// What the owner has set. A database of an older version may lack any of these columns.
+void findChoiceFaults(const ReceivedDatabase& received, const Database& database, std::vector<std::string>& faults) {
+    const auto isThere = [&](const std::string& column) {
+        return received.mismatch({"services", {column}, {}}).empty();
+    };
+    for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
+        const std::string column = favouriteColumn(list);
+        if (!isThere(column)) {
+            continue;
+        }
+        findEqual(database, column, faults, fmt::format("{} > 0", column));
+        findWhere(database, fmt::format("{} < 0", column), fmt::format("{} below 0", column), faults);
+        findWhere(database, fmt::format("{0} > (SELECT count(DISTINCT {0}) {1} WHERE {0} > 0)", column, ROWS),
+                  fmt::format("{} with a gap before it", column), faults);
+    }
+    for (const std::string column : {"locked", "hidden", "renamed"}) {
+        if (isThere(column)) {
+            findWhere(database, fmt::format("{} NOT IN (0, 1)", column), fmt::format("{} neither 0 nor 1", column),
+                      faults);
+        }
+    }
+}
+
 }  // namespace
 
 std::vector<std::string> channelFaults(const ReceivedDatabase& received, const Database& database,
@@ -78,6 +104,7 @@ std::vector<std::string> channelFaults(const ReceivedDatabase& received, const D
             findWhere(database, fmt::format("{} IS NULL", column), fmt::format("without {}", column), faults);
         }
     }
+    findChoiceFaults(received, database, faults);
     return faults;
 }
 

@@ -31,7 +31,23 @@ struct Service {
     int tid = 0;
     int rid = 0;
     int listFields = 13;  // that its line in the list had: the last may be left out
+
+    // What the owner has set. Places in a favourite list count from 1, without gaps; 0: not in that list.
+    int favourite1 = 0;
+    int favourite2 = 0;
+    int favourite3 = 0;
+    int favourite4 = 0;
+    int favourite5 = 0;
+    bool locked = false;
+    bool hidden = false;
+    bool renamed = false;       // the name is the owner's, and a scan keeps it
+    std::string broadcastName;  // the broadcaster's, of a service that is renamed; empty if it is not known
 };
+
+// The place in each favourite list, and the name of its column in services.db by the list's number.
+inline constexpr int Service::*FAVOURITE_PLACES[] = {&Service::favourite1, &Service::favourite2, &Service::favourite3,
+                                                     &Service::favourite4, &Service::favourite5};
+std::string favouriteColumn(int list);
 
 // A line of a channel list that is no service: a group's name, or the number of the next service.
 struct ListHeader {
@@ -48,7 +64,7 @@ struct ServiceColumn {
     const char* sql;          // its name in services.db; empty: from the table of groups
     const char* declaration;  // its SQL type; one with a default may be missing in a received database
     const char* json;         // empty: not in the JSON
-    std::variant<int Service::*, std::uint64_t Service::*, std::string Service::*> member;
+    std::variant<int Service::*, bool Service::*, std::uint64_t Service::*, std::string Service::*> member;
 };
 
 inline constexpr ServiceColumn SERVICE_COLUMNS[] = {
@@ -73,9 +89,29 @@ inline constexpr ServiceColumn SERVICE_COLUMNS[] = {
     {"network id", "nid", "INTEGER NOT NULL", "nid", &Service::nid},
     {"transport stream id", "tid", "INTEGER NOT NULL", "tid", &Service::tid},
     {"radio id", "rid", "INTEGER NOT NULL", "rid", &Service::rid},
+    {"favourite list 1", "favourite1", "INTEGER NOT NULL DEFAULT 0 CHECK(favourite1 >= 0)", "favourite1",
+     &Service::favourite1},
+    {"favourite list 2", "favourite2", "INTEGER NOT NULL DEFAULT 0 CHECK(favourite2 >= 0)", "favourite2",
+     &Service::favourite2},
+    {"favourite list 3", "favourite3", "INTEGER NOT NULL DEFAULT 0 CHECK(favourite3 >= 0)", "favourite3",
+     &Service::favourite3},
+    {"favourite list 4", "favourite4", "INTEGER NOT NULL DEFAULT 0 CHECK(favourite4 >= 0)", "favourite4",
+     &Service::favourite4},
+    {"favourite list 5", "favourite5", "INTEGER NOT NULL DEFAULT 0 CHECK(favourite5 >= 0)", "favourite5",
+     &Service::favourite5},
+    {"locked", "locked", "INTEGER NOT NULL DEFAULT 0 CHECK(locked IN (0, 1))", "locked", &Service::locked},
+    {"hidden", "hidden", "INTEGER NOT NULL DEFAULT 0 CHECK(hidden IN (0, 1))", "hidden", &Service::hidden},
+    {"renamed", "renamed", "INTEGER NOT NULL DEFAULT 0 CHECK(renamed IN (0, 1))", "renamed", &Service::renamed},
+    {"broadcaster's name", "broadcast_name", "TEXT NOT NULL DEFAULT ''", "broadcastName", &Service::broadcastName},
     {"", "frequency_unit", "INTEGER NOT NULL DEFAULT 1", "", &Service::frequencyUnit},
     {"", "list_fields", "INTEGER NOT NULL DEFAULT 13", "", &Service::listFields},
 };
+
+// Whether a received database may lack the column, which then has its default: older ones have fewer columns.
+bool isOptional(const ServiceColumn& column);
+
+// Whether a service has nothing in a column: 0, or an empty text.
+bool isEmpty(const ServiceColumn& column, const Service& service);
 
 // What a service has in a column, as text.
 std::string textOf(const ServiceColumn& column, const Service& service);

@@ -18,6 +18,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Limits.h"
+#include "simulator/lineup/Application.h"
 #include "simulator/lineup/ChannelFaults.h"
 #include "simulator/lineup/ReceivedDatabase.h"
 
@@ -40,10 +41,8 @@ bool isStored(const ServiceColumn& column) {
 ReceivedDatabase::Table servicesTable() {
     ReceivedDatabase::Table table{"services", {}, {}};
     for (const ServiceColumn& column : SERVICE_COLUMNS) {
-        // Columns with a default are younger: a database of an older version does not have them.
-        const bool hasDefault = std::string_view(column.declaration).find("DEFAULT") != std::string_view::npos;
         if (isStored(column)) {
-            (hasDefault ? table.optionalColumns : table.columns).emplace_back(column.sql);
+            (isOptional(column) ? table.optionalColumns : table.columns).emplace_back(column.sql);
         }
     }
     return table;
@@ -167,6 +166,22 @@ std::string faultsIn(const ReceivedDatabase& received, const Database& database)
     return fmt::format("{}", fmt::join(faults, "; "));
 }
 
+// Throws Error (Damaged) unless the places in each favourite list count from 1, without gaps and each once.
+void requirePlaces(const Database& database) {
+    std::vector<std::string> places;
+    std::vector<std::string> rules;
+    for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
+        places.push_back(favouriteColumn(list));
+        rules.push_back(fmt::format("max({0}) = count(nullif({0}, 0)) AND max({0}) = count(DISTINCT nullif({0}, 0))",
+                                    places.back()));
+    }
+    const std::string query = fmt::format("SELECT count(*) = 0 OR ({}) FROM services WHERE {} > 0",
+                                          fmt::join(rules, " AND "), fmt::join(places, " + "));
+    if (database.integer(query) != 1) {
+        throw Error(Error::Kind::Damaged, "a favourite list has a place twice or not at all");
+    }
+}
+
 // The rows of a received database in tables of our own.
 std::optional<ReplaceStatus> adoptRows(ReceivedDatabase& received, Database& database, std::string* why) {
     Transaction transaction(database);
@@ -178,6 +193,7 @@ std::optional<ReplaceStatus> adoptRows(ReceivedDatabase& received, Database& dat
             if (received.has(HEADERS)) {  // older ones have none
                 received.copy(HEADERS);
             }
+            requirePlaces(database);
         })) {
         if (why != nullptr) {
             *why = faultsIn(received, database);

@@ -54,8 +54,9 @@ Json::Value toJson(std::string_view text) {
 Json::Value toJson(const Service& service) {
     Json::Value value;
     for (const ServiceColumn& column : SERVICE_COLUMNS) {
-        // What says only how a list was written is nothing that scripts should rely on.
-        if (*column.json != '\0') {
+        // What says only how a list was written is nothing that scripts should rely on. What the owner may set is left
+        // out if he has not: in most lists, of nearly all services.
+        if (*column.json != '\0' && !(isOptional(column) && isEmpty(column, service))) {
             std::visit([&](auto member) { value[column.json] = toJson(service.*member); }, column.member);
         }
     }

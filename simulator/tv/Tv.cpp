@@ -20,8 +20,9 @@ namespace sim {
 
 namespace {
 
-// The version of the tables below, which is stored in the database: one of another version is not touched.
-constexpr std::int64_t LAYOUT = 5;
+// The version of the tables below and of services.db, which is stored in the database: one of another version is not
+// touched.
+constexpr std::int64_t LAYOUT = 6;
 
 constexpr char SCHEMA[] = R"(
 CREATE TABLE state(
