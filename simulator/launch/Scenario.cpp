@@ -440,7 +440,7 @@ void Reader::takeFault(const YAML::Node& node) {
                },
                REQUIRED},
               {"nth", into(nth)},
-              {"run", into(run)},
+              {"in_run", into(run)},
               {"times", [&](const YAML::Node& value) { into(times.emplace())(value); }}});
     if (callOf(call) != nullptr && !failure.text.empty()) {
         try {

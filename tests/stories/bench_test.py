@@ -122,7 +122,7 @@ class Sweep(Story):
         report = self.folder / "sweep.xml"
         swept = tv.tv("sweep", "--operation", "restore", "--sequences", "3", "--json", "--junit", report).json
         restore, = swept["operations"]
-        self.assertEqual((restore["violated"], len(restore["runs"])), (0, restore["singles"] + 3))
+        self.assertEqual((restore["violated"], len(restore["runs"])), (0, restore["singles"] + restore["powerCuts"] + 3))
         lost = [run for run in restore["runs"] if run["faults"][0]["call"] == "IUtil::RestoreIssDbArchive"]
         self.assertEqual([(run["told"], run["truth"], run["lost"]) for run in lost[:1]], [("done", "new", ["iss"])])
         suite = xml.etree.ElementTree.parse(report).getroot().find("testsuite")

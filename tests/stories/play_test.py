@@ -97,6 +97,22 @@ class Play(Story):
         self.assertEqual(suite[0][0].tag, "error")
         self.assertEqual(len(suite[0][0].text.splitlines()), 12)
 
+    def test_a_fault_is_for_one_run_and_a_restored_tv_is_the_same(self):
+        tvs = TVS.replace("conf}", f"conf, set: {{favname2: Kids}}}}, b: {{channels: {DATA}/factory.conf}}")
+        text = tvs + """steps:
+- run: a
+- {fault: b, call: vconf_set_str, failure: result=-1, in_run: 2, times: 0}
+- {run: b, operation: restore, expect: {same_as: a, broken: [], faults: []}}
+- {set: b, to: {favname2: Mine}}
+- {run: b, operation: restore, expect: {same_as: a, broken: [log, end], faults: [1]}}
+- {run: b, operation: restore, expect: {same_as: a}}
+"""
+        self.assertEqual(self.play(text, code=1).text.splitlines()[1:], [
+            "  case.yaml:7:50: same_as: expected a, and it was different: favname2",
+            "  case.yaml:7:61: broken: expected end, log, and it was none"])
+        self.assertIn("4:62: 'al' is no promise; one of: end, old or new",
+                      self.play(tvs + "steps:\n- {run: a, expect: {same_as: c,\n  broken: [al]}}\n", code=2).errors)
+
     def test_a_failed_one_can_be_looked_at(self):
         text = TVS + "steps:\n- {set: a, to: {scan: on}}\n- {run: a, expect: {store: 2}}\n"
         self.assertEqual(self.play(text, "--json", code=1).json["scenarios"][0]["folder"], None)
