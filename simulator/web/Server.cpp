@@ -36,6 +36,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::string_view API = "/api/";
 constexpr char TOKEN_HEADER[] = "X-Halcyon-Token";
+constexpr char VERSION_HEADER[] = "X-Halcyon-Api";
+constexpr char API_VERSION[] = "1";
 constexpr char JSON_TYPE[] = "application/json";
 constexpr char ZIP_TYPE[] = "application/zip";
 constexpr std::size_t MAX_JSON_BYTES = 1U << 20;
@@ -254,6 +256,18 @@ private:
         if (isApi && !isSameSecret(headerOf(request, TOKEN_HEADER), m_token)) {
             refuse(response, 401,
                    "the token is missing or another; open the address that halcyon-tv serve has printed");
+            return Handled::Handled;
+        }
+        return isApi ? guardVersion(request, response) : Handled::Unhandled;
+    }
+
+    // A client may say which version it is written for.
+    static Handled guardVersion(const httplib::Request& request, httplib::Response& response) {
+        response.set_header(VERSION_HEADER, API_VERSION);
+        const std::string wanted = headerOf(request, VERSION_HEADER);
+        if (!wanted.empty() && wanted != API_VERSION) {
+            refuse(response, 400,
+                   fmt::format("this server has version {} of the interface, not {}", API_VERSION, inQuotes(wanted)));
             return Handled::Handled;
         }
         return Handled::Unhandled;

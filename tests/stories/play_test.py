@@ -110,7 +110,7 @@ class Play(Story):
         self.assertEqual(self.play(text, code=1).text.splitlines()[1:], [
             "  case.yaml:7:50: same_as: expected a, and it was different: favname2",
             "  case.yaml:7:61: broken: expected end, log, and it was none"])
-        self.assertIn("4:62: 'al' is no promise; one of: end, old or new",
+        self.assertIn("4:12: 'al' is no promise; one of: end, old or new",
                       self.play(tvs + "steps:\n- {run: a, expect: {same_as: c,\n  broken: [al]}}\n", code=2).errors)
 
     def test_a_failed_one_can_be_looked_at(self):

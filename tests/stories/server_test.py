@@ -136,6 +136,16 @@ class Server(Story):
         self.assertEqual(self.headers["X-Content-Type-Options"], "nosniff")
         self.assertEqual(os.stat(self.folder / "lab/.halcyon-tv.token").st_mode & 0o777, 0o600)
 
+    def test_the_interface_has_a_version_and_is_documented_whole(self):
+        self.assertEqual(self.ask("/api/words", **{"X-Halcyon-Api": "1"})[0], 200)
+        self.assertEqual(self.headers["X-Halcyon-Api"], "1")
+        self.refused(400, "/api/words", **{"X-Halcyon-Api": "2"})
+        page = (DATA.parent / "docs/http.md").read_text()
+        documented = set(re.findall(r"^\| (GET|POST|DELETE) \| `([^`?]+)", page, re.MULTILINE))
+        sources = "".join(file.read_text() for file in sorted((DATA.parent / "simulator/web").glob("*Routes.cpp")))
+        routes = set(re.findall(r'{"(GET|POST|DELETE)", "([^"]+)"', sources)) | {("GET", "events"), ("GET", "bundles/*")}
+        self.assertEqual({(method, re.sub(r"[A-Z]+", "*", path)) for method, path in documented}, routes)
+
     def test_a_token_is_whole_or_refused(self):
         file = self.folder / "lab/.halcyon-tv.token"
         self.assertRegex(file.read_text(), "^[0-9a-f]{32}$")
