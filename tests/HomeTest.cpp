@@ -29,9 +29,9 @@ using ::testing::ThrowsMessage;
 TEST(Environment, SaysWhereHomesAndCloudsAre) {
     const std::vector<std::tuple<const char*, const char*, const char*, std::string>> environments = {
         {"/given/tv/", "/state", "/user", "/given/tv"},
-        {"", "/state", "/user", "/state/halcyon-tv"},
-        {"", "relative", "/user", "/user/.local/state/halcyon-tv"},
-        {"", "", "/user", "/user/.local/state/halcyon-tv"},
+        {"", "/state", "/user", "/state/halcyon-tv/tv"},
+        {"", "relative", "/user", "/user/.local/state/halcyon-tv/tv"},
+        {"", "", "/user", "/user/.local/state/halcyon-tv/tv"},
     };
     const std::string user = sim::environment("HOME");
     for (const auto& [home, state, userHome, expected] : environments) {
@@ -40,6 +40,11 @@ TEST(Environment, SaysWhereHomesAndCloudsAre) {
         ::setenv("HOME", userHome, 1);
         EXPECT_EQ(sim::defaultHome(), expected);
     }
+    const test::TempFolder old;
+    ::setenv("XDG_STATE_HOME", old.path().c_str(), 1);
+    test::write(old / "halcyon-tv/tv.db", "");
+    EXPECT_THAT([] { sim::defaultHome(); }, ThrowsMessage<sim::Error>(HasSubstr("is a TV of an earlier version")));
+    ::setenv("XDG_STATE_HOME", "", 1);
     ::setenv("HOME", "", 1);
     EXPECT_THAT([] { sim::defaultHome(); }, ThrowsMessage<sim::Error>(HasSubstr("set HALCYON_TV_HOME or HOME")));
     ::setenv("HOME", user.c_str(), 1);

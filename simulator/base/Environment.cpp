@@ -24,6 +24,17 @@ bool isWithin(const fs::path& path, const fs::path& folder) {
     return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
 }
 
+// Before 2.0, the default TV was the folder itself, and its cloud was beside it. They are not moved by themselves: a
+// program of that time may be about to use them.
+void requireNoneOfBefore(const fs::path& place) {
+    if (isRegularFile(place / "tv.db")) {
+        throw Error(
+            fmt::format("{0} is a TV of an earlier version; the default TV is {0}/tv now, and its cloud {0}/cloud. "
+                        "Move both: mv {0} {0}.old && mkdir {0} && mv {0}.old {0}/tv; mv {1}/cloud {0}/cloud",
+                        place.string(), place.parent_path().string()));
+    }
+}
+
 }  // namespace
 
 std::string environment(const char* name, const char* otherwise) {
@@ -40,13 +51,16 @@ fs::path defaultHome() {
     if (const std::string home = environment(HOME_VARIABLE); !home.empty()) {
         return normalised(home);
     }
-    if (const fs::path state = environment("XDG_STATE_HOME"); state.is_absolute()) {
-        return state / "halcyon-tv";
+    fs::path state = environment("XDG_STATE_HOME");
+    if (const fs::path user = environment("HOME"); !state.is_absolute() && user.is_absolute()) {
+        state = user / ".local/state";
     }
-    if (const fs::path user = environment("HOME"); user.is_absolute()) {
-        return user / ".local/state/halcyon-tv";
+    if (!state.is_absolute()) {
+        throw Error("no folder for the TV; set HALCYON_TV_HOME or HOME, or give --home to halcyon-tv");
     }
-    throw Error("no folder for the TV; set HALCYON_TV_HOME or HOME, or give --home to halcyon-tv");
+    const fs::path place = state / "halcyon-tv";
+    requireNoneOfBefore(place);
+    return place / "tv";
 }
 
 std::string cloudOf(const fs::path& home, const std::string& given) {

@@ -23,7 +23,8 @@ constexpr char STALL_VARIABLE[] = "HALCYON_CLOUD_STALL";   // seconds without a 
 // A folder's path, absolute and without a trailing '/'. Throws Error if the working folder is gone.
 std::filesystem::path normalised(const std::filesystem::path& folder);
 
-// $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv, else ~/.local/state/halcyon-tv. Throws Error if all are unset.
+// $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv/tv, else ~/.local/state/halcyon-tv/tv. Throws Error if all are
+// unset, or if a TV is where versions before 2.0 had the default one.
 std::filesystem::path defaultHome();
 
 // The value of an environment variable; `otherwise` if it is not set, or empty.

@@ -11,8 +11,8 @@ namespace cli {
 namespace {
 
 constexpr char PLACES[] =
-    "The TV is the folder --home, else $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv, else\n"
-    "~/.local/state/halcyon-tv. The cloud is --cloud, else $HALCYON_CLOUD, else cloud/ beside the TV:\n"
+    "The TV is the folder --home, else $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv/tv, else\n"
+    "~/.local/state/halcyon-tv/tv. The cloud is --cloud, else $HALCYON_CLOUD, else cloud/ beside the TV:\n"
     "a folder, or an object store's s3://BUCKET[/PREFIX], which AWS_ENDPOINT_URL, AWS_ACCESS_KEY_ID,\n"
     "AWS_SECRET_ACCESS_KEY, AWS_REGION and AWS_CA_BUNDLE lead to.\n";
 constexpr char EXAMPLE[] = "Example: halcyon-tv init --channels list.conf && halcyon-tv run && halcyon-tv record";
