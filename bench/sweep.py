@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """What it costs to try all faults of a run, and how many there are, alone and in pairs.
 
-Prints a table; exits with 1 if a target is missed, or a promise is broken. Works in $TMPDIR, which should be in memory."""
+Prints tables; exits with 1 if a target is missed, or a promise is broken. Works in $TMPDIR, which should be in memory.
+"""
 import argparse
 import json
 import os
@@ -45,7 +46,7 @@ def main():
     text = f"""<!-- sweep -->
 Measured by `./dev bench sweep --write`; {os.cpu_count()} cores, Linux {platform.release()}, files in memory.
 
-| operation | under one fault | power cuts | under two | both happened | cannot both happen | promises broken | seconds |
+| operation | under one fault | power cuts | under two | both happened | cannot both happen | broken | seconds |
 |---|---|---|---|---|---|---|---|
 {rows}
 

@@ -122,7 +122,8 @@ class Sweep(Story):
         report = self.folder / "sweep.xml"
         swept = tv.tv("sweep", "--operation", "restore", "--sequences", "3", "--json", "--junit", report).json
         restore, = swept["operations"]
-        self.assertEqual((restore["violated"], len(restore["runs"])), (0, restore["singles"] + restore["powerCuts"] + 3))
+        self.assertEqual(len(restore["runs"]), restore["singles"] + restore["powerCuts"] + 3)
+        self.assertEqual(restore["violated"], 0)
         lost = [run for run in restore["runs"] if run["faults"][0]["call"] == "IUtil::RestoreIssDbArchive"]
         self.assertEqual([(run["told"], run["truth"], run["lost"]) for run in lost[:1]], [("done", "new", ["iss"])])
         suite = xml.etree.ElementTree.parse(report).getroot().find("testsuite")

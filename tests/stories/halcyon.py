@@ -9,7 +9,7 @@ ROOT = pathlib.Path(__file__).parents[2]
 sys.path.insert(0, str(ROOT / "kit/python"))
 from halcyon_tv import MOMENT, Answer, Tv  # noqa: E402  (it is found by the path)
 
-__all__ = ["Answer", "DATA", "MOMENT", "Story", "Tv", "halcyon_tv"]
+__all__ = ["Answer", "DATA", "MOMENT", "ROOT", "Story", "Tv", "halcyon_tv"]
 DATA = ROOT / "data"
 
 
