@@ -11,6 +11,7 @@
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Side.h"
 #include "simulator/lineup/ChannelExport.h"
+#include "simulator/lineup/Words.h"
 #include "simulator/reports/ToJson.h"
 
 namespace cli {
@@ -21,9 +22,19 @@ std::string line(const sim::Service& service) {
     return fmt::format("{} {} ({})", service.number, service.name, service.identity);
 }
 
+// Of one side only: with what its owner has set, which is gone or new with it.
+std::string lineOfOne(const sim::Service& service) {
+    const std::string choices = sim::choiceWords(service);
+    return line(service) + (choices.empty() ? "" : ": ") + choices;
+}
+
+// But for the places in favourite lists, which shift when another service leaves.
 std::string columns(const sim::ServicePair& pair) {
     std::vector<std::string> texts;
     for (const sim::ServiceColumn* column : pair.columns()) {
+        if (sim::isFavouritePlace(*column)) {
+            continue;
+        }
         texts.push_back(fmt::format("{} {} -> {}", column->label, sim::inQuotes(textOf(*column, *pair.left)),
                                     sim::inQuotes(textOf(*column, *pair.right))));
     }
@@ -33,17 +44,19 @@ std::string columns(const sim::ServicePair& pair) {
 void printPair(sim::Change change, const sim::ServicePair& pair) {
     switch (change) {
         case sim::Change::Removed:
-            return print("  - {}\n", line(*pair.left));
+            return print("  - {}\n", lineOfOne(*pair.left));
         case sim::Change::Added:
-            return print("  + {}\n", line(*pair.right));
+            return print("  + {}\n", lineOfOne(*pair.right));
         case sim::Change::Renamed:
-            return print("  = {}: renamed to {}\n", line(*pair.left), sim::inQuotes(pair.right->name));
+            return print("  = {}: {}\n", line(*pair.left), pair.renamed());
         case sim::Change::Changed:
             return print("  ~ {}: {}\n", line(*pair.left), columns(pair));
         case sim::Change::Moved:
             return print("  > {}: moved to {}\n", line(*pair.left), pair.right->number);
         case sim::Change::Renumbered:
             return print("  # {}: renumbered to {}\n", line(*pair.left), pair.right->number);
+        case sim::Change::Customised:
+            return print("  * {}: {}\n", line(*pair.left), fmt::format("{}", fmt::join(pair.customised(), ", ")));
     }
 }
 

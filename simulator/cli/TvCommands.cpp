@@ -1,4 +1,7 @@
 // The commands that look at a TV or change it.
+#include <fmt/ranges.h>
+
+#include <algorithm>
 #include <memory>
 #include <random>
 
@@ -66,8 +69,8 @@ int init(const Session& session, const InitOptions& options) {
 }
 
 void printService(const sim::Service& service) {
-    print("{:>5}  {:<28} {:<5} {:<24} {}\n", service.number, service.name, service.type, service.identity,
-          service.groupName);
+    print("{:>5}  {:<28} {:<5} {:<24} {:<20} {}\n", service.number, service.name, service.type, service.identity,
+          service.groupName, sim::choiceWords(service));
 }
 
 void printTv(const sim::TvReport& report) {
@@ -135,21 +138,22 @@ int saveSnapshot(const Session& session, const std::string& name) {
 
 struct SetOptions {
     std::string name;
-    std::string value;
+    std::vector<std::string> words;
     bool isStill = false;
 };
 
 int set(const Session& session, const SetOptions& options) {
-    const std::string value = options.isStill ? options.value + " still" : options.value;
+    std::vector<std::string> words = options.words;
     if (options.isStill && options.name != "clock") {
         throw UsageError("--still makes a clock stand: halcyon-tv set clock 2026-01-31T18:00:00Z --still");
     }
     // Not during a run, whose verdict would take the change for the application's work.
     const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(0));
     sim::Tv tv(session.home);
-    sim::setByName(tv, options.name, value);
+    words.back() += options.isStill ? " still" : "";
+    sim::setByName(tv, options.name, words);
     if (session.isJson) {
-        printJson(sim::object({{"name", options.name}, {"value", value}}));
+        printJson(sim::object({{"name", options.name}, {"value", fmt::format("{}", fmt::join(words, " "))}}));
     }
     return DONE;
 }
@@ -191,7 +195,13 @@ void addTvCommands(CLI::App& app, Action& chosen) {
     CLI::App* changing = addCommand(app, "set", "Set a part of the TV's state", "halcyon-tv set antenna 0,2", chosen,
                                     [setting](const Session& session) { return set(session, *setting); });
     changing->add_option("name", setting->name, sim::settableHelp())->required();
-    changing->add_option("value", setting->value, "the new value")->required();
+    // Each by an option of its own, as far as a new name may stand: a list of words would take the brackets off
+    // "[News]".
+    const auto add = [setting](const std::string& word) { setting->words.push_back(word); };
+    changing->add_option_function<std::string>("value", add, "the new value, or words as above")->required();
+    changing->add_option_function<std::string>("word", add);
+    changing->add_option_function<std::vector<std::string>>(
+        "words", [add](const std::vector<std::string>& words) { std::for_each(words.begin(), words.end(), add); });
     changing->add_flag("--still", setting->isStill, "a clock that is set stands: runs do not move it on");
 
     const auto name = std::make_shared<std::string>();

@@ -19,14 +19,39 @@ constexpr std::uint8_t bit(Change change) {
     return static_cast<std::uint8_t>(1U << static_cast<unsigned>(change));
 }
 
-// As if the pair stood in its place.
+// The kind of a difference in a column; 0 if it is only a consequence of another one.
+std::uint8_t changeIn(const ServiceColumn& column, const Service& left, const Service& right) {
+    const std::string_view label = column.label;
+    if (label == "id" || label == "number") {
+        return bit(Change::Renumbered);
+    }
+    if (label == "name" || label == "renamed") {
+        return bit(Change::Renamed);
+    }
+    if (label == "locked" || label == "hidden") {
+        return bit(Change::Customised);
+    }
+    // That of a service which is renamed on one side only is its name on the other one.
+    const bool isConsequence = label == "broadcaster's name" && left.renamed != right.renamed;
+    return isConsequence || isFavouritePlace(column) ? 0 : bit(Change::Changed);
+}
+
+// Whether a service is in one of two favourite lists alone.
+bool isOnOneSide(int left, int right) {
+    return (left > 0) != (right > 0);
+}
+
+// As if the pair stood in its place, here and in the favourite lists.
 std::uint8_t changesOf(const Service& left, const Service& right) {
     std::uint8_t changes = 0;
     for (const ServiceColumn& column : SERVICE_COLUMNS) {
         if (differ(column, left, right)) {
-            const std::string_view label = column.label;
-            const bool isNumber = label == "id" || label == "number";
-            changes |= bit(isNumber ? Change::Renumbered : (label == "name" ? Change::Renamed : Change::Changed));
+            changes |= changeIn(column, left, right);
+        }
+    }
+    for (const auto place : FAVOURITE_PLACES) {
+        if (isOnOneSide(left.*place, right.*place)) {
+            changes |= bit(Change::Customised);
         }
     }
     return changes;
@@ -99,16 +124,67 @@ std::vector<const ServiceColumn*> ServicePair::columns() const {
     return columns;
 }
 
+std::string ServicePair::renamed() const {
+    if (left->name == right->name) {
+        return right->renamed ? "named by its owner" : "no longer named by its owner";
+    }
+    return fmt::format("renamed to {}{}", inQuotes(right->name), right->renamed ? " by its owner" : "");
+}
+
+std::vector<std::string> ServicePair::customised(std::string_view subject) const {
+    const Service none;
+    const Service& before = left != nullptr ? *left : none;
+    const Service& now = right != nullptr ? *right : none;
+    std::vector<std::string> texts;
+    int list = 0;
+    for (const auto place : FAVOURITE_PLACES) {
+        ++list;
+        if (isOnOneSide(before.*place, now.*place)) {
+            texts.push_back(fmt::format("favourite list {}: {}{}", list, subject, before.*place > 0 ? "gone" : "new"));
+        } else if ((movedIn >> list & 1U) != 0) {
+            texts.push_back(fmt::format("favourite list {}: {}moved from place {} to {}", list, subject, before.*place,
+                                        now.*place));
+        }
+    }
+    for (const auto& [flag, word] : {std::pair(&Service::locked, "locked"), std::pair(&Service::hidden, "hidden")}) {
+        if (before.*flag != now.*flag) {
+            texts.push_back(fmt::format("{}{}{}", subject, now.*flag ? "" : "no longer ", word));
+        }
+    }
+    return texts;
+}
+
+// The places in each favourite list of the services that both sides have in it.
+struct ServiceDifference::Places {
+    struct Pair {
+        int left;
+        int right;
+        std::size_t service;  // its place in the left list
+    };
+    std::array<std::vector<Pair>, std::size(FAVOURITE_PLACES)> lists;
+
+    void add(const Service& left, const Service& right, std::size_t service) {
+        for (std::size_t list = 0; list < lists.size(); ++list) {
+            const auto place = FAVOURITE_PLACES[list];
+            if (left.*place > 0 && right.*place > 0) {
+                lists[list].push_back({left.*place, right.*place, service});
+            }
+        }
+    }
+};
+
 ServiceDifference::ServiceDifference(const Services& left, const Services& right)
     : m_left(left), m_right(right), m_rightCount(static_cast<std::size_t>(right.counts().services)) {
     std::vector<int> rightNumbers;
+    Places places;
     const ServiceFinder inRight = right.finder();
     left.forEach([&](const Service& service) {
         const Service* partner = inRight(service.identity);
-        m_leftChanges.push_back(partner == nullptr ? bit(Change::Removed) : changesOf(service, *partner));
         if (partner != nullptr) {
             rightNumbers.push_back(partner->number);
+            places.add(service, *partner, m_leftChanges.size());
         }
+        m_leftChanges.push_back(partner == nullptr ? bit(Change::Removed) : changesOf(service, *partner));
     });
     m_leftCount = m_leftChanges.size();
     // If each service on the right has a partner, none was added, and the second pass is spared.
@@ -119,6 +195,7 @@ ServiceDifference::ServiceDifference(const Services& left, const Services& right
         });
     }
     findMoved(rightNumbers);
+    findMovedFavourites(places);
     for (const Name<Change>& change : NAMES<Change>) {
         const auto hasIt = [&](std::uint8_t changes) { return (changes & bit(change.value)) != 0; };
         const auto& changes = change.value == Change::Added ? m_rightChanges : m_leftChanges;
@@ -135,6 +212,26 @@ void ServiceDifference::findMoved(const std::vector<int>& rightNumbers) {
         if (changes != bit(Change::Removed) && !*pair++) {
             // Its other number is a consequence of the move, and no change of its own.
             changes = static_cast<std::uint8_t>((changes | bit(Change::Moved)) & ~bit(Change::Renumbered));
+        }
+    }
+}
+
+void ServiceDifference::findMovedFavourites(Places& places) {
+    unsigned list = 0;
+    for (std::vector<Places::Pair>& pairs : places.lists) {
+        ++list;
+        std::sort(pairs.begin(), pairs.end(), [](const auto& one, const auto& other) { return one.left < other.left; });
+        std::vector<int> sequence;
+        sequence.reserve(pairs.size());
+        for (const Places::Pair& pair : pairs) {
+            sequence.push_back(pair.right);
+        }
+        const std::vector<bool> isInOrder = longestAscending(sequence);
+        for (std::size_t i = 0; i < pairs.size(); ++i) {
+            if (!isInOrder[i]) {
+                m_leftChanges[pairs[i].service] |= bit(Change::Customised);
+                m_movedFavourites[pairs[i].service] |= static_cast<std::uint8_t>(1U << list);
+            }
         }
     }
 }
@@ -159,14 +256,46 @@ void ServiceDifference::forEach(Change change, const std::function<void(const Se
     }
     const bool isOnBoth = change != Change::Added && change != Change::Removed;
     const ServiceFinder inRight = m_right->finder();
-    auto changes = (change == Change::Added ? m_rightChanges : m_leftChanges).begin();
+    const std::vector<std::uint8_t>& changes = change == Change::Added ? m_rightChanges : m_leftChanges;
+    std::size_t place = 0;
     (change == Change::Added ? m_right : m_left)->forEach([&](const Service& service) {
-        if ((*changes++ & bit(change)) == 0) {
+        const std::size_t here = place++;
+        if ((changes[here] & bit(change)) == 0) {
             return;
         }
-        visit(change == Change::Added ? ServicePair{nullptr, &service}
-                                      : ServicePair{&service, isOnBoth ? inRight(service.identity) : nullptr});
+        if (!isOnBoth) {
+            visit(change == Change::Added ? ServicePair{nullptr, &service} : ServicePair{&service, nullptr});
+            return;
+        }
+        const auto moved = m_movedFavourites.find(here);
+        visit(
+            {&service, inRight(service.identity), moved == m_movedFavourites.end() ? std::uint8_t{0} : moved->second});
     });
+}
+
+std::string ServiceDifference::details() const {
+    constexpr std::size_t SHOWN = 3;
+    std::vector<std::string> texts;
+    std::size_t count = 0;
+    const auto add = [&](const std::string& text) {
+        if (++count <= SHOWN) {
+            texts.push_back(text);
+        }
+    };
+    forEach(Change::Renamed,
+            [&](const ServicePair& pair) { add(fmt::format("{} is {}", inQuotes(pair.left->name), pair.renamed())); });
+    for (const Change change : {Change::Customised, Change::Removed, Change::Added}) {
+        forEach(change, [&](const ServicePair& pair) {
+            const Service& service = pair.left != nullptr ? *pair.left : *pair.right;
+            for (const std::string& text : pair.customised(inQuotes(service.name) + " is ")) {
+                add(text);
+            }
+        });
+    }
+    if (count > SHOWN) {
+        texts.push_back(fmt::format("and {} more", count - SHOWN));
+    }
+    return fmt::format("{}{}{}", summary(), texts.empty() ? "" : ": ", fmt::join(texts, "; "));
 }
 
 namespace {
@@ -190,7 +319,7 @@ ItemDifference compareItem(Item item, const Setup& left, const Setup& right, con
     }
     if (item == Item::Channels) {
         difference.isSame = services.isSame();
-        difference.detail = services.summary();
+        difference.detail = services.details();
     } else if (item == Item::Viewing) {
         difference.isSame = left.viewing == right.viewing;
     } else {

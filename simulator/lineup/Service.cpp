@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <iterator>
 #include <string_view>
 #include <type_traits>
 
@@ -19,6 +21,12 @@ std::string favouriteColumn(int list) {
 
 bool isOptional(const ServiceColumn& column) {
     return std::string_view(column.declaration).find("DEFAULT") != std::string_view::npos;
+}
+
+bool isFavouritePlace(const ServiceColumn& column) {
+    const auto* place = std::get_if<int Service::*>(&column.member);
+    return place != nullptr &&
+           std::find(std::begin(FAVOURITE_PLACES), std::end(FAVOURITE_PLACES), *place) != std::end(FAVOURITE_PLACES);
 }
 
 bool isEmpty(const ServiceColumn& column, const Service& service) {

@@ -110,6 +110,9 @@ inline constexpr ServiceColumn SERVICE_COLUMNS[] = {
 // Whether a received database may lack the column, which then has its default: older ones have fewer columns.
 bool isOptional(const ServiceColumn& column);
 
+// Whether it is one of FAVOURITE_PLACES.
+bool isFavouritePlace(const ServiceColumn& column);
+
 // Whether a service has nothing in a column: 0, or an empty text.
 bool isEmpty(const ServiceColumn& column, const Service& service);
 

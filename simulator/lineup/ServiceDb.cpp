@@ -246,6 +246,20 @@ void ServiceDb::create(const ChannelSource& list, const std::string& ipServices)
     putInPlace(scratch / DATABASE, database());
 }
 
+void ServiceDb::change(const std::function<void(Database&)>& edit) const {
+    const ScratchFolder scratch(m_folder);
+    const fs::path copy = scratch / DATABASE;
+    Database(database(), Database::Access::Look).snapshot(copy);
+    {
+        Database changed(copy, Database::Access::Change);
+        Transaction transaction(changed);
+        edit(changed);
+        requirePlaces(changed);
+        transaction.commit();
+    }
+    putInPlace(copy, database());
+}
+
 void ServiceDb::snapshot(const fs::path& archive, std::time_t time) const {
     const ScratchFolder scratch(m_folder);
     const fs::path copy = scratch / DATABASE;

@@ -76,6 +76,10 @@ public:
     // Makes the database of a channel list, its ids counted from 1, and the set's own ipsrv.
     void create(const ChannelSource& list, const std::string& ipServices) const;
 
+    // Changes a copy of the database, which then replaces it as a whole. Throws what `edit` throws, and Error (Damaged)
+    // if a favourite list would have a gap; then the database is as it was.
+    void change(const std::function<void(Database&)>& edit) const;
+
     // Writes the database and ipsrv as a zip archive, as of a time.
     void snapshot(const std::filesystem::path& archive, std::time_t time = std::time(nullptr)) const;
 

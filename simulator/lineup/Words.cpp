@@ -5,6 +5,8 @@
 
 #include <vector>
 
+#include "simulator/base/Text.h"
+
 namespace sim {
 
 std::string words(const TvMode& mode) {
@@ -52,6 +54,30 @@ std::string words(const Viewing& viewing, const std::optional<Service>& service)
                        viewing.serviceId == UINT64_MAX ? "no service" : words(service, viewing.serviceId),
                        words(viewing.mode), viewing.source == Source{-1} ? "no source" : words(viewing.source),
                        viewing.category.kind == CategoryKind{-1} ? "no category" : words(viewing.category));
+}
+
+std::string choiceWords(const Service& service) {
+    std::vector<std::string> places;
+    int list = 0;
+    for (const auto place : FAVOURITE_PLACES) {
+        ++list;
+        if (service.*place > 0) {
+            places.push_back(fmt::format("{}:{}", list, service.*place));
+        }
+    }
+    std::vector<std::string> texts;
+    if (!places.empty()) {
+        texts.push_back(fmt::format("favourite {}", fmt::join(places, " ")));
+    }
+    for (const auto& [flag, word] : {std::pair(&Service::locked, "locked"), std::pair(&Service::hidden, "hidden")}) {
+        if (service.*flag) {
+            texts.emplace_back(word);
+        }
+    }
+    if (service.renamed) {
+        texts.push_back("renamed" + (service.broadcastName.empty() ? "" : " from " + inQuotes(service.broadcastName)));
+    }
+    return fmt::format("{}", fmt::join(texts, ", "));
 }
 
 std::string antennaWords(const std::set<int>& inputs) {

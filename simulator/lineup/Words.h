@@ -21,6 +21,10 @@ std::string words(ReplaceStatus status);
 std::string words(const std::optional<Service>& service, std::uint64_t id);
 std::string words(const Viewing& viewing, const std::optional<Service>& service);
 
+// What the owner of a TV has set of a service: "favourite 2:1 4:3" (list:place), "locked", "hidden", "renamed from
+// 'Das Erste'"; separated by commas. Empty if nothing.
+std::string choiceWords(const Service& service);
+
 // "terrestrial (0), satellite (2)".
 std::string antennaWords(const std::set<int>& inputs);
 

@@ -1,6 +1,7 @@
 #include "simulator/tv/Settable.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cctype>
@@ -14,16 +15,20 @@
 #include "simulator/base/Files.h"
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
+#include "simulator/lineup/Editing.h"
 
 namespace sim {
 
 namespace {
 
-// A name that can be set, the form of its values, and how it is set.
+using Words = std::vector<std::string>;
+
+// A name that can be set, the form of its values, and how it is set: by one value, or by words.
 struct Settable {
     std::string name;
     std::string form;
     std::function<void(Tv&, const std::string& value)> set;
+    std::function<void(Tv&, const Words& words)> setByWords = nullptr;
 };
 
 void require(bool isThere, const char* what, const std::string& value) {
@@ -147,6 +152,65 @@ void setZone(Tv& tv, const std::string& value) {
     tv.setClock(clock);
 }
 
+[[noreturn]] void failAtForm(const Words& words, const char* form) {
+    throw Error(fmt::format("{} is not of the form {}", inQuotes(fmt::format("{}", fmt::join(words, " "))), form));
+}
+
+// "2 add 22", with any number of channels, "2 remove 22", "2 clear".
+void setFavourite(Tv& tv, const Words& words) {
+    const std::string verb = words.size() > 1 ? words[1] : "";
+    const bool isClearing = verb == "clear" && words.size() == 2;
+    if (!isClearing && !((verb == "add" || verb == "remove") && words.size() > 2)) {
+        failAtForm(words, "LIST add CHANNEL..., LIST remove CHANNEL... or LIST clear");
+    }
+    const std::optional<int> list = toNumber<int>(words[0]);
+    if (!list || *list < 1 || *list > application::FAVOURITE_LISTS) {
+        throw Error(
+            fmt::format("the favourite lists are 1 to {}, not {}", application::FAVOURITE_LISTS, inQuotes(words[0])));
+    }
+    std::vector<Service> services;
+    for (auto word = words.begin() + 2; word != words.end(); ++word) {
+        services.push_back(chooseService(tv.services(), *word));
+    }
+    tv.serviceDb().change([&](Database& database) {
+        if (isClearing) {
+            clearFavourites(database, *list);
+        } else if (verb == "add") {
+            addFavourites(database, *list, services);
+        } else {
+            removeFavourites(database, *list, services);
+        }
+    });
+}
+
+// How `edit` switches something of a channel on or off.
+std::function<void(Tv&, const Words&)> switching(void (*edit)(Database&, std::uint64_t, bool)) {
+    return [edit](Tv& tv, const Words& words) {
+        const std::string state = words.size() == 2 ? inLowerCase(words[1]) : "";
+        if (state != "on" && state != "off") {
+            failAtForm(words, "CHANNEL on, or CHANNEL off");
+        }
+        const Service service = chooseService(tv.services(), words[0]);
+        tv.serviceDb().change([&](Database& database) { edit(database, service.id, state == "on"); });
+    };
+}
+
+void renameChannel(Tv& tv, const Words& words) {
+    const Service service = chooseService(tv.services(), words[0]);
+    const std::string name = fmt::format("{}", fmt::join(words.begin() + 1, words.end(), " "));
+    tv.serviceDb().change([&](Database& database) { renameService(database, service.id, name); });
+}
+
+void moveChannel(Tv& tv, const Words& words) {
+    constexpr int MAX_NUMBER = 999'999;
+    const std::optional<int> to = words.size() == 2 ? toNumber<int>(words[1]) : std::nullopt;
+    if (!to || *to < 1 || *to > MAX_NUMBER) {
+        failAtForm(words, "CHANNEL NUMBER, with a number from 1 to 999999");
+    }
+    const Service service = chooseService(tv.services(), words[0]);
+    tv.serviceDb().change([&](Database& database) { moveService(database, service, *to); });
+}
+
 std::vector<Settable> settables() {
     std::vector<Settable> all = {
         {"mode", "ANTENNA/SERVICE", &setMode},
@@ -170,7 +234,28 @@ std::vector<Settable> settables() {
         all.push_back({fmt::format("favname{}", list), "a name",
                        [list](Tv& tv, const std::string& value) { tv.settings().setFavouriteName(list, value); }});
     }
+    all.push_back({"favourite",
+                   "LIST add CHANNEL..., LIST remove CHANNEL... or LIST clear; a channel by number or name", nullptr,
+                   &setFavourite});
+    all.push_back({"lock", "CHANNEL on, or off", nullptr, switching(&lockService)});
+    all.push_back({"hide", "CHANNEL on, or off", nullptr, switching(&hideService)});
+    all.push_back({"rename", "CHANNEL NAME; without NAME the broadcaster's again", nullptr, &renameChannel});
+    all.push_back({"move", "CHANNEL NUMBER; the channels from there to its old number move on", nullptr, &moveChannel});
     return all;
+}
+
+std::optional<Settable> find(const std::string& name) {
+    const std::vector<Settable> all = settables();
+    const auto found = std::find_if(all.begin(), all.end(), [&](const Settable& each) { return each.name == name; });
+    return found == all.end() ? std::nullopt : std::optional(*found);
+}
+
+Words names() {
+    Words names;
+    for (const Settable& settable : settables()) {
+        names.push_back(settable.name);
+    }
+    return names;
 }
 
 }  // namespace
@@ -204,21 +289,29 @@ void requireZone(const std::string& zone) {
     }
 }
 
-void setByName(Tv& tv, const std::string& name, const std::string& value) {
-    if (name.compare(0, SETTING_PREFIX.size(), SETTING_PREFIX) == 0) {
+void setByName(Tv& tv, const std::string& name, const Words& words) {
+    const std::string value = fmt::format("{}", fmt::join(words, " "));
+    const bool isSetting = name.compare(0, SETTING_PREFIX.size(), SETTING_PREFIX) == 0;
+    const std::optional<Settable> settable = isSetting ? std::nullopt : find(name);
+    if (!isSetting && !settable) {
+        throw Error(fmt::format("cannot set {} to {}{}; see: halcyon-tv set --help", inQuotes(name), inQuotes(value),
+                                didYouMean(name, names())));
+    }
+    if (settable && settable->setByWords) {
+        settable->setByWords(tv, words);
+    } else if (words.size() != 1) {
+        throw Error(fmt::format("{} takes one value, and not {}; put it into quotes: {}", inQuotes(name), words.size(),
+                                inQuotes(value)));
+    } else if (isSetting) {
         setSetting(tv, name, value);
-        return;
+    } else {
+        settable->set(tv, value);
     }
-    std::vector<std::string> names;
-    for (const Settable& settable : settables()) {
-        if (settable.name == name) {
-            settable.set(tv, value);
-            return;
-        }
-        names.push_back(settable.name);
-    }
-    throw Error(fmt::format("cannot set {} to {}{}; see: halcyon-tv set --help", inQuotes(name), inQuotes(value),
-                            didYouMean(name, names)));
+}
+
+void setByName(Tv& tv, const std::string& name, const std::string& text) {
+    const std::optional<Settable> settable = find(name);
+    setByName(tv, name, settable && settable->setByWords ? split(text, ' ') : Words{text});
 }
 
 std::string settableHelp() {

@@ -3,6 +3,7 @@
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Codes.h"
 #include "simulator/lineup/Difference.h"
+#include "simulator/lineup/Words.h"
 #include "simulator/reports/ToJson.h"
 #include "simulator/tv/Settable.h"
 #include "simulator/tv/Snapshot.h"
@@ -60,6 +61,7 @@ Marks marksOf(const Tv& tv) {
     const auto nothing = [](const Service&) { return std::string(); };
     const auto number = [](const Service& service) { return std::to_string(service.number); };
     mark(Change::Added, nothing);
+    mark(Change::Customised, nothing);
     mark(Change::Changed, nothing);
     mark(Change::Renumbered, number);
     mark(Change::Moved, number);
@@ -68,8 +70,22 @@ Marks marksOf(const Tv& tv) {
     return result;
 }
 
-// An array for each channel, as a list may have 50,000 of them: id, number, name, and the indices of its kind, group
-// and provider; of one that the newest restore has changed, also how, and what it was.
+// Its places in the favourite lists, and all of it in words; 0 if there is nothing.
+Json::Value choicesOf(const Service& service) {
+    const std::string inWords = choiceWords(service);
+    if (inWords.empty()) {
+        return 0;
+    }
+    Json::Value choices;
+    for (const auto place : FAVOURITE_PLACES) {
+        choices.append(service.*place);
+    }
+    choices.append(toJson(inWords));
+    return choices;
+}
+
+// An array for each channel, as a list may have 50,000 of them: id, number, name, the indices of its kind, group and
+// provider, and what its owner has set; of one that the newest restore has changed, also how, and what it was.
 Json::Value showChannels(const Lab& lab, const ApiRequest& request) {
     const Tv tv = lab.look(request.parts[0]);
     const Marks marks = marksOf(tv);
@@ -83,6 +99,7 @@ Json::Value showChannels(const Lab& lab, const ApiRequest& request) {
         for (const std::string& text : {serviceKind(service), service.groupName, service.provider}) {
             row.append(words.indexOf(text));
         }
+        row.append(choicesOf(service));
         return rows.append(std::move(row));
     };
     tv.services().forEach([&](const Service& service) {

@@ -47,6 +47,8 @@ class Shots(Page):
 
     def test_2_a_restore(self):
         self.a.tv("set", "favname2", "News & Sport")
+        self.a.tv("set", "favourite", 2, "add", *range(1, 6), *range(20, 23))
+        self.a.tv("set", "lock", 22, "on")
         self.a.tv("set", "service", "8")
         self.a.tv("set", "category", "1/2/0")
         self.a.tv("run", "-q")
@@ -102,6 +104,7 @@ class Shots(Page):
         (self.folder / "lab/broken").mkdir()
         (self.folder / "lab/broken/tv.db").write_bytes(b"rubbish")
         self.a.tv("set", "favname1", "المفضلة")
+        self.a.tv("set", "favourite", 1, "add", *range(1, 6), 20, 40, 41, 60)
         self.a.tv("set", "favname2", "מועדפים")
         for _ in range(30):
             self.a.tv("run", "-q")

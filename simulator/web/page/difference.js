@@ -3,13 +3,18 @@ import {h, name, text} from "./elements.js";
 import {itemTitle, plural} from "./words.js";
 
 const KINDS = [["removed", "−", "bad"], ["added", "+", "good"], ["renamed", "~", "part"], ["changed", "~", "part"],
-  ["moved", "›", "part"], ["renumbered", "›", "part"]];
+  ["moved", "›", "part"], ["renumbered", "›", "part"], ["customised", "★", "part"]];
+const PLACE = /^favourite list \d$/;
+const isOwners = (column) => PLACE.test(column) || ["locked", "hidden"].includes(column);
+const SHOWN = {customised: isOwners,
+  changed: (column) => !isOwners(column) && !["id", "number", "name", "renamed"].includes(column)};
 
 function detailOf(kind, each) {
   if (kind === "removed" || kind === "added") return name(each.identity);
-  const columns = each.columns.filter(({column}) => kind !== "changed" || !["id", "number", "name"].includes(column));
-  return columns.map(({column, left, right}, i) => [i ? ", " : "", `${column} `, name(left || "(none)"), " → ",
-    name(right || "(none)")]);
+  const columns = each.columns.filter(({column}) => SHOWN[kind]?.(column) ?? true);
+  const valueOf = (column, value) => name(!value || PLACE.test(column) && value === "0" ? "(none)" : value);
+  return columns.map(({column, left, right}, i) => [i ? ", " : "", `${column} `, valueOf(column, left), " → ",
+    valueOf(column, right)]);
 }
 
 const row = (key, tone, mark, title, detail) => h("tr", {key}, h("td", {class: tone}, mark),

@@ -5,8 +5,8 @@ import {changed, entryOf, isBusy, openTab, place, state} from "./state.js";
 import {plural, shown} from "./words.js";
 
 const ROW = 28;  // pixels; the style sheet says the same
-const [ID, NUMBER, NAME, KIND, GROUP, PROVIDER, MARK, WAS] = [0, 1, 2, 3, 4, 5, 6, 7];
-const GLYPHS = {added: "+", gone: "−", changed: "~", renamed: "~", moved: "›", renumbered: "›"};
+const [ID, NUMBER, NAME, KIND, GROUP, PROVIDER, SET, MARK, WAS] = [0, 1, 2, 3, 4, 5, 6, 7, 8];
+const GLYPHS = {added: "+", gone: "−", changed: "~", renamed: "~", moved: "›", renumbered: "›", customised: "~"};
 const view = {search: "", marks: true, isOpen: false, reply: true, realtime: false};
 const collator = new Intl.Collator("en", {sensitivity: "base"});
 
@@ -16,15 +16,22 @@ const groups = () => [...new Set(state.channels.channels.filter((row) => row[MAR
 // What the last restore has done to a channel, if that is shown.
 const markOf = (row) => view.marks ? row[MARK] ?? "" : "";
 
+// What the owner has set of a channel: his words for it, and its place in a favourite list; 0: not in it.
+const setOf = (row) => row[SET] ? row[SET].at(-1) : "";
+const placeIn = (list) => (row) => row[SET] ? row[SET][list - 1] : 0;
+
 // The channels of the category, sorted; those that are gone stay in their old place.
 function visibleRows({category, categoryParam, sort}) {
   let rows = state.channels.channels;
+  const place = category.code === 1 ? placeIn(categoryParam) : () => 0;
+  if (category.code === 1) rows = rows.filter(place);
   if (category.code === 2) {
     const group = groups()[categoryParam - 1];
     rows = rows.filter((row) => wordOf(row, GROUP) === group);
   }
   const key = {1: (row) => row[NAME], 2: (row) => wordOf(row, PROVIDER)}[sort.code];
-  rows = [...rows].sort((a, b) => (key ? collator.compare(key(a), key(b)) : 0) || a[NUMBER] - b[NUMBER]);
+  rows = [...rows].sort((a, b) => (key ? collator.compare(key(a), key(b)) : 0) || place(a) - place(b)
+    || a[NUMBER] - b[NUMBER]);
   if (!view.marks) rows = rows.filter((row) => row[MARK] !== "gone");
   const wanted = view.search.trim().toLowerCase();
   const isWanted = (row) => `${row[NUMBER]} ${row[NAME]} ${wordOf(row, PROVIDER)}`.toLowerCase().includes(wanted);
@@ -83,13 +90,15 @@ class List extends Component {
     const mark = markOf(row);
     const isGone = row[MARK] === "gone";
     const isOn = row[ID] === this.props.service && !isGone;
-    const said = mark === "gone" ? "gone" : row[WAS] && mark ? `was ${row[WAS]}` : wordOf(row, KIND);
+    const kind = wordOf(row, KIND) === "television" ? "" : wordOf(row, KIND);
+    const said = mark === "gone" ? "gone" : row[WAS] && mark ? `was ${row[WAS]}` : kind;
     return h("li", {key: index, id: `row-${index}`, role: "option", "aria-selected": String(isOn),
       "aria-setsize": this.props.rows.length, "aria-posinset": index + 1, style: {top: `${index * ROW}px`},
       class: `${mark} ${isOn ? "on" : ""} ${index === this.state.active ? "active" : ""}`,
       onclick: () => { this.setState({active: index}); this.props.watch(row); }},
     h("span", {class: "mark", title: mark}, GLYPHS[mark] ?? ""), h("span", {class: "number"}, String(row[NUMBER])),
-    name(row[NAME], {class: "name"}), h("span", {class: "kind"}, said === "television" ? "" : text(said)));
+    name(row[NAME], {class: "name"}),
+    h("span", {class: "kind"}, text([setOf(row), said].filter(Boolean).join(" · "))));
   }
   render({rows}, {active}) {
     const {scrollTop = 0, clientHeight = 320} = this.base ?? {};
