@@ -89,6 +89,18 @@ TEST_F(OwnersList, IsSetStepByStep) {
     EXPECT_EQ(textOf(tv.open().services()), last) << "what is refused changes nothing";
 }
 
+TEST_F(OwnersList, BeginsWithTheGroupsAsFavourites) {
+    const std::filesystem::path home = folder / "groups";
+    const auto read = [&](sim::ChannelSink& sink) { sim::readChannelList(folder / "a.conf", sink); };
+    sim::Tv::create(home, read, "serial", {}, "default", true);
+    const sim::Tv made(home);
+    EXPECT_EQ(textOf(made.services()),
+              "1 One (favourite 1:1), 2 Two (favourite 1:2), 3 Three (favourite 1:3), 20 Four (favourite 2:1), "
+              "21 Two (favourite 2:2)");
+    EXPECT_EQ(made.settings().favouriteName(2), "World");
+    EXPECT_EQ(made.settings().favouriteName(3), "Favourites 3") << "there is no third group";
+}
+
 // What the run reported does not matter: it is read back.
 TEST_F(OwnersList, IsComparedByWhatItsOwnerSet) {
     for (const char* text : {"favourite 2 add 1 2 3 20 21", "lock 3 on", "rename 20 ARTE"}) {

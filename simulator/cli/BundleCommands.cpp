@@ -40,6 +40,25 @@ std::string counted(const std::map<std::string, std::uint64_t>& by) {
     return fmt::format("{}", fmt::join(texts, ", "));
 }
 
+// What its owner has set; empty if nothing.
+std::string customised(const sim::Setup& setup, const sim::ChannelCounts& counts) {
+    std::vector<std::string> texts;
+    int list = 0;
+    for (const std::uint64_t count : counts.favourites) {
+        ++list;
+        if (count > 0) {
+            texts.push_back(fmt::format("{} in {}", count, sim::inQuotes(setup.favourite(list))));
+        }
+    }
+    for (const auto& [count, word] : {std::pair(counts.locked, "locked"), std::pair(counts.hidden, "hidden"),
+                                      std::pair(counts.renamed, "renamed")}) {
+        if (count > 0) {
+            texts.push_back(fmt::format("{} {}", count, word));
+        }
+    }
+    return fmt::format("{}", fmt::join(texts, ", "));
+}
+
 void printChannels(const sim::Bundle& bundle) {
     if (!bundle.setup().services) {
         return;
@@ -48,6 +67,9 @@ void printChannels(const sim::Bundle& bundle) {
     print("  channels   {}: {}\n", sim::plural(counts.services, "service"), counted(counts.byType));
     print("    groups     {}\n", counted(counts.byGroup));
     print("    providers  {}\n", counted(counts.byProvider));
+    if (const std::string text = customised(bundle.setup(), counts); !text.empty()) {
+        print("    customised {}\n", text);
+    }
 }
 
 void printMetadata(const NamedBundle& named) {

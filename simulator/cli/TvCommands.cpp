@@ -27,6 +27,7 @@ struct InitOptions {
     bool isStill = false;
     std::string zone;
     std::string account = sim::DEFAULT_ACCOUNT;
+    bool favouritesFromGroups = false;
 };
 
 int init(const Session& session, const InitOptions& options) {
@@ -52,7 +53,7 @@ int init(const Session& session, const InitOptions& options) {
     };
     sim::Tv::create(session.home, read,
                     options.serial.empty() ? fmt::format("{:08X}", std::random_device()()) : options.serial, clock,
-                    options.account);
+                    options.account, options.favouritesFromGroups);
     const Json::Value json = sim::object({{"home", session.home.string()},
                                           {"services", list.services},
                                           {"groups", list.groups},
@@ -178,6 +179,8 @@ void addTvCommands(CLI::App& app, Action& chosen) {
     making->add_option("--serial", options->serial, "serial number of the set (default: a random one)");
     making->add_option("--account", options->account, "its account in the cloud: TVs of one account share backups")
         ->capture_default_str();
+    making->add_flag("--favourites-from-groups", options->favouritesFromGroups,
+                     "fill the favourite lists 1 to 5 with the list's first five groups, and name them so");
     CLI::Option* now = making->add_option(
         "--now", options->now,
         "the TV's time, such as 2026-01-31T18:00:00Z, 2026-01-31 or +1d, which runs move on (default: the machine's)");

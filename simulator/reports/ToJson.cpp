@@ -93,7 +93,11 @@ Json::Value toJson(const ChannelCounts& counts) {
     return object({{"services", counts.services},
                    {"byType", counts.byType},
                    {"byGroup", counts.byGroup},
-                   {"byProvider", counts.byProvider}});
+                   {"byProvider", counts.byProvider},
+                   {"favourites", counts.favourites},
+                   {"locked", counts.locked},
+                   {"hidden", counts.hidden},
+                   {"renamed", counts.renamed}});
 }
 
 Json::Value toJson(const Bundle& bundle) {

@@ -28,11 +28,18 @@ std::vector<std::string> leftoversOf(const Tv& tv) {
 
 ChannelCounts countChannels(const Services& services) {
     ChannelCounts counts;
+    counts.favourites.resize(application::FAVOURITE_LISTS);
     services.forEach([&](const Service& service) {
         ++counts.services;
         ++counts.byType[service.type];
         ++counts.byGroup[service.groupName];
         ++counts.byProvider[service.provider];
+        for (std::size_t list = 0; list < counts.favourites.size(); ++list) {
+            counts.favourites[list] += service.*FAVOURITE_PLACES[list] > 0 ? 1U : 0U;
+        }
+        counts.locked += service.locked ? 1U : 0U;
+        counts.hidden += service.hidden ? 1U : 0U;
+        counts.renamed += service.renamed ? 1U : 0U;
     });
     return counts;
 }

@@ -35,6 +35,10 @@ struct ChannelCounts {
     std::map<std::string, std::uint64_t> byType;
     std::map<std::string, std::uint64_t> byGroup;
     std::map<std::string, std::uint64_t> byProvider;
+    std::vector<std::uint64_t> favourites;  // in each favourite list
+    std::uint64_t locked = 0;
+    std::uint64_t hidden = 0;
+    std::uint64_t renamed = 0;
 };
 ChannelCounts countChannels(const Services& services);
 

@@ -12,6 +12,7 @@
 #include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
+#include "simulator/lineup/Editing.h"
 #include "simulator/tv/Snapshot.h"
 
 namespace fs = std::filesystem;
@@ -107,7 +108,7 @@ std::optional<std::int64_t> countOf(const std::optional<std::chrono::millisecond
 }
 
 void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::string& serial, const TvClock& clock,
-                    const std::string& account) {
+                    const std::string& account, const std::vector<std::string>& favouriteNames) {
     Database database(path, Database::Access::Create);
     // With a write-ahead log, readers of a TV and the run that writes to it never wait for each other.
     database.run("PRAGMA journal_mode = WAL");
@@ -121,7 +122,9 @@ void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::st
         codeOf(antennaMode), countOf(clock.time), clock.isStill, clock.zone, serial, account);
     Settings settings(database);
     for (int i = 1; i <= application::FAVOURITE_LISTS; ++i) {
-        settings.setFavouriteName(i, fmt::format("Favourites {}", i));
+        const auto given = static_cast<std::size_t>(i) - 1;
+        settings.setFavouriteName(
+            i, given < favouriteNames.size() ? favouriteNames[given] : fmt::format("Favourites {}", i));
     }
     transaction.commit();
 }
@@ -146,7 +149,7 @@ FolderLock lockTv(const fs::path& home, std::chrono::milliseconds patience) {
 }
 
 void Tv::create(const fs::path& home, const ChannelSource& list, const std::string& serial, const TvClock& clock,
-                const std::string& account) {
+                const std::string& account, bool favouritesFromGroups) {
     requireName("account", account);
     if (home.string().size() > limits::HOME_PATH_BYTES) {
         throw Error(fmt::format("the path of a TV home has at most {} bytes, and {} has {}", limits::HOME_PATH_BYTES,
@@ -159,6 +162,10 @@ void Tv::create(const fs::path& home, const ChannelSource& list, const std::stri
     const ServiceDb services(built / "service-db");
     // Nobody can register a name below .invalid: whatever opens this address reaches no one.
     services.create(list, fmt::format("set={}\nservice=http://set-{}.invalid/live\n", serial, serial));
+    std::vector<std::string> favouriteNames;
+    if (favouritesFromGroups) {
+        services.change([&](Database& database) { favouriteNames = fillFavouritesFromGroups(database); });
+    }
     const std::optional<Service> first = services.services().find(services.services().first());
     if (!first) {
         throw Error("the channel list holds no service");
@@ -167,7 +174,7 @@ void Tv::create(const fs::path& home, const ChannelSource& list, const std::stri
     CiFiles(built / "ci")
         .create({{"ci_profile.bin", "CI\x01" + serial},
                  {"ci_operator.xml", "<operator set=\"" + inXml(serial) + "\"/>\n"}});
-    createDatabase(databaseOf(built), antennaModeOf(first->source), serial, clock, account);
+    createDatabase(databaseOf(built), antennaModeOf(first->source), serial, clock, account, favouriteNames);
     makePrivateFolder(built / "runs");
     saveSnapshot(built, INIT_SNAPSHOT);
     if (!putInPlace(built, home)) {

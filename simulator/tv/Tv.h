@@ -46,10 +46,12 @@ struct TvClock {
 
 class Tv {
 public:
-    // Makes a factory-fresh TV with a channel list: whole or not at all. Throws Error, also if there is something at
-    // `home` already, and what the list throws.
+    // Makes a factory-fresh TV with a channel list: whole or not at all. Its favourite lists are empty, or have the
+    // names and channels of the list's first groups. Throws Error, also if there is something at `home` already, and
+    // what the list throws.
     static void create(const std::filesystem::path& home, const ChannelSource& list, const std::string& serial,
-                       const TvClock& clock = {}, const std::string& account = DEFAULT_ACCOUNT);
+                       const TvClock& clock = {}, const std::string& account = DEFAULT_ACCOUNT,
+                       bool favouritesFromGroups = false);
 
     // Opens a TV; Access::Look needs no right to write. Throws Error if there is none.
     explicit Tv(const std::filesystem::path& home, Database::Access access = Database::Access::Change);

@@ -23,14 +23,14 @@ const placeIn = (list) => (row) => row[SET] ? row[SET][list - 1] : 0;
 // The channels of the category, sorted; those that are gone stay in their old place.
 function visibleRows({category, categoryParam, sort}) {
   let rows = state.channels.channels;
-  const place = category.code === 1 ? placeIn(categoryParam) : () => 0;
-  if (category.code === 1) rows = rows.filter(place);
+  const favourite = category.code === 1 ? placeIn(categoryParam) : () => 0;
+  if (category.code === 1) rows = rows.filter(favourite);
   if (category.code === 2) {
     const group = groups()[categoryParam - 1];
     rows = rows.filter((row) => wordOf(row, GROUP) === group);
   }
   const key = {1: (row) => row[NAME], 2: (row) => wordOf(row, PROVIDER)}[sort.code];
-  rows = [...rows].sort((a, b) => (key ? collator.compare(key(a), key(b)) : 0) || place(a) - place(b)
+  rows = [...rows].sort((a, b) => (key ? collator.compare(key(a), key(b)) : 0) || favourite(a) - favourite(b)
     || a[NUMBER] - b[NUMBER]);
   if (!view.marks) rows = rows.filter((row) => row[MARK] !== "gone");
   const wanted = view.search.trim().toLowerCase();
