@@ -30,7 +30,8 @@ std::string inALine(std::string text) {
 // A colon would end the field: the format has '|' for it.
 std::string vdrNames(const Service& service) {
     std::string names = service.name;
-    if (!service.shortName.empty()) {
+    // What stands behind the last comma is the short name, even if there is none.
+    if (!service.shortName.empty() || names.find(',') != std::string::npos) {
         names += "," + service.shortName;
     }
     if (!service.provider.empty()) {

@@ -119,7 +119,8 @@ bool isEmpty(const ServiceColumn& column, const Service& service);
 // What a service has in a column, as text.
 std::string textOf(const ServiceColumn& column, const Service& service);
 
-// Whether two services differ in a column that is compared.
+// Whether two services differ in a column that is compared. Two ways to write the same, such as "104=deu" and
+// "104=deu@4", do not differ.
 bool differ(const ServiceColumn& column, const Service& left, const Service& right);
 
 }  // namespace sim
