@@ -37,6 +37,12 @@ CREATE TABLE faults(
     run INTEGER NOT NULL, fired INTEGER NOT NULL DEFAULT 0);
 )";
 
+// Of a TV whose list another program keeps.
+constexpr char KEEPER_SCHEMA[] = R"(
+CREATE TABLE keeper(kind TEXT NOT NULL);
+CREATE TABLE keeper_options(name TEXT PRIMARY KEY, value TEXT NOT NULL);
+)";
+
 constexpr std::int64_t LATEST_TIME_MS = 253'402'300'799'999;  // the end of the year 9999
 
 fs::path databaseOf(const fs::path& home) {
@@ -107,8 +113,16 @@ std::optional<std::int64_t> countOf(const std::optional<std::chrono::millisecond
     return time ? std::optional<std::int64_t>(time->count()) : std::nullopt;
 }
 
+void addKeeper(Database& database, const Keeper& keeper) {
+    database.run(KEEPER_SCHEMA);
+    database.change("INSERT INTO keeper VALUES(?)", keeper.kind);
+    for (const auto& [name, value] : keeper.options) {
+        database.change("INSERT INTO keeper_options VALUES(?, ?)", name, value);
+    }
+}
+
 void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::string& serial, const TvClock& clock,
-                    const std::string& account, const std::vector<std::string>& favouriteNames) {
+                    const std::string& account, const std::vector<std::string>& favouriteNames, const Keeper& keeper) {
     Database database(path, Database::Access::Create);
     // With a write-ahead log, readers of a TV and the run that writes to it never wait for each other.
     database.run("PRAGMA journal_mode = WAL");
@@ -125,6 +139,9 @@ void createDatabase(const fs::path& path, AntennaMode antennaMode, const std::st
         const auto given = static_cast<std::size_t>(i) - 1;
         settings.setFavouriteName(
             i, given < favouriteNames.size() ? favouriteNames[given] : fmt::format("Favourites {}", i));
+    }
+    if (!keeper.kind.empty()) {
+        addKeeper(database, keeper);
     }
     transaction.commit();
 }
@@ -149,7 +166,7 @@ FolderLock lockTv(const fs::path& home, std::chrono::milliseconds patience) {
 }
 
 void Tv::create(const fs::path& home, const ChannelSource& list, const std::string& serial, const TvClock& clock,
-                const std::string& account, bool favouritesFromGroups) {
+                const std::string& account, bool favouritesFromGroups, const Keeper& keeper) {
     requireName("account", account);
     if (home.string().size() > limits::HOME_PATH_BYTES) {
         throw Error(fmt::format("the path of a TV home has at most {} bytes, and {} has {}", limits::HOME_PATH_BYTES,
@@ -160,8 +177,9 @@ void Tv::create(const fs::path& home, const ChannelSource& list, const std::stri
     const fs::path built = scratch / "tv";
     makePrivateFolder(built);
     const ServiceDb services(built / "service-db");
+    const bool isAlone = keeper.kind.empty();
     // Nobody can register a name below .invalid: whatever opens this address reaches no one.
-    services.create(list, fmt::format("set={}\nservice=http://set-{}.invalid/live\n", serial, serial));
+    services.create(list, isAlone ? fmt::format("set={0}\nservice=http://set-{0}.invalid/live\n", serial) : "");
     std::vector<std::string> favouriteNames;
     if (favouritesFromGroups) {
         services.change([&](Database& database) { favouriteNames = fillFavouritesFromGroups(database); });
@@ -171,10 +189,13 @@ void Tv::create(const fs::path& home, const ChannelSource& list, const std::stri
         throw Error("the channel list holds no service");
     }
     IssDb(built / "iss.db").create({{"set", serial}, {"layout", "list"}, {"last_group", "0"}});
-    CiFiles(built / "ci")
-        .create({{"ci_profile.bin", "CI\x01" + serial},
-                 {"ci_operator.xml", "<operator set=\"" + inXml(serial) + "\"/>\n"}});
-    createDatabase(databaseOf(built), antennaModeOf(first->source), serial, clock, account, favouriteNames);
+    std::map<std::string, std::string> ciFiles;
+    if (isAlone) {
+        ciFiles = {{"ci_profile.bin", "CI\x01" + serial},
+                   {"ci_operator.xml", "<operator set=\"" + inXml(serial) + "\"/>\n"}};
+    }
+    CiFiles(built / "ci").create(ciFiles);
+    createDatabase(databaseOf(built), antennaModeOf(first->source), serial, clock, account, favouriteNames, keeper);
     makePrivateFolder(built / "runs");
     saveSnapshot(built, INIT_SNAPSHOT);
     if (!putInPlace(built, home)) {
@@ -244,6 +265,19 @@ void Tv::setAntenna(const std::set<int>& statuses) {
 
 std::string Tv::serial() const {
     return stateOf(m_database, "serial").text(0);
+}
+
+Keeper Tv::keeper() const {
+    Keeper keeper;
+    if (m_database.integer("SELECT 1 FROM sqlite_schema WHERE name = 'keeper'")) {
+        Statement kind(m_database, "SELECT kind FROM keeper");
+        keeper.kind = kind.next() ? kind.text(0) : "";
+        Statement option(m_database, "SELECT name, value FROM keeper_options");
+        while (option.next()) {
+            keeper.options[option.text(0)] = option.text(1);
+        }
+    }
+    return keeper;
 }
 
 std::string Tv::account() const {

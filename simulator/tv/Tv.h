@@ -15,6 +15,7 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -44,14 +45,20 @@ struct TvClock {
     std::string zone;                               // as $TZ has it; empty: the machine's
 };
 
+// The program that keeps the channel list of a TV, if that is another than this one.
+struct Keeper {
+    std::string kind;                            // such as "vdr"; empty: there is none
+    std::map<std::string, std::string> options;  // by name
+};
+
 class Tv {
 public:
     // Makes a factory-fresh TV with a channel list: whole or not at all. Its favourite lists are empty, or have the
-    // names and channels of the list's first groups. Throws Error, also if there is something at `home` already, and
-    // what the list throws.
+    // names and channels of the list's first groups. With a keeper, it has neither IP services nor CI files of its own.
+    // Throws Error, also if there is something at `home` already, and what the list throws.
     static void create(const std::filesystem::path& home, const ChannelSource& list, const std::string& serial,
                        const TvClock& clock = {}, const std::string& account = DEFAULT_ACCOUNT,
-                       bool favouritesFromGroups = false);
+                       bool favouritesFromGroups = false, const Keeper& keeper = {});
 
     // Opens a TV; Access::Look needs no right to write. Throws Error if there is none.
     explicit Tv(const std::filesystem::path& home, Database::Access access = Database::Access::Change);
@@ -72,6 +79,7 @@ public:
     void setAntenna(const std::set<int>& statuses);
 
     std::string serial() const;
+    Keeper keeper() const;
 
     // The account in the cloud. Both throw Error if the text cannot name one.
     std::string account() const;
