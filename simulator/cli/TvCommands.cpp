@@ -2,6 +2,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <random>
 
@@ -9,6 +10,7 @@
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
+#include "simulator/device/ListKeeper.h"
 #include "simulator/lineup/ChannelList.h"
 #include "simulator/lineup/Words.h"
 #include "simulator/reports/ToJson.h"
@@ -28,32 +30,50 @@ struct InitOptions {
     std::string zone;
     std::string account = sim::DEFAULT_ACCOUNT;
     bool favouritesFromGroups = false;
+    sim::Keeper keeper;
 };
 
+// Says what the list lacks, before a later step can fail, which may be why it does.
+void printProblems(const InitOptions& options, const sim::ChannelSummary& list) {
+    printLines(stderr, "", list.problems);
+    if (list.latin1Lines > 0) {
+        print(stderr,
+              "{}: {} not UTF-8, read as ISO 8859-1 (Latin-1); if names look wrong, convert the list first, such as "
+              "with: iconv -f CP1251 -t UTF-8\n",
+              options.channels, list.latin1Lines == 1 ? "1 line is" : fmt::format("{} lines are", list.latin1Lines));
+    }
+}
+
 int init(const Session& session, const InitOptions& options) {
+    if (options.channels.empty() == options.keeper.kind.empty()) {
+        throw UsageError("give one channel list, such as: halcyon-tv init --channels list.conf");
+    }
     sim::TvClock clock = sim::readClock(options.now, sim::machineTime());
     clock.isStill = options.isStill;
     clock.zone = options.zone;
     sim::requireZone(clock.zone);
+    const std::unique_ptr<sim::ListKeeper> keeper = sim::openKeeper(options.keeper, [&](const std::string& message) {
+        if (!session.isQuiet) {
+            print(stderr, "{}\n", sim::shown(message));
+        }
+    });
     sim::ChannelSummary list;
     const auto read = [&](sim::ChannelSink& sink) {
         list = sim::readChannelList(options.channels, sink);
-        if (session.isQuiet) {
-            return;
-        }
-        // Said before a later step can fail, which may be why it does.
-        printLines(stderr, "", list.problems);
-        if (list.latin1Lines > 0) {
-            print(
-                stderr,
-                "{}: {} not UTF-8, read as ISO 8859-1 (Latin-1); if names look wrong, convert the list first, such as "
-                "with: iconv -f CP1251 -t UTF-8\n",
-                options.channels, list.latin1Lines == 1 ? "1 line is" : fmt::format("{} lines are", list.latin1Lines));
+        if (!session.isQuiet) {
+            printProblems(options, list);
         }
     };
-    sim::Tv::create(session.home, read,
+    sim::Tv::create(session.home, keeper ? keeper->list() : read,
                     options.serial.empty() ? fmt::format("{:08X}", std::random_device()()) : options.serial, clock,
-                    options.account, options.favouritesFromGroups);
+                    options.account, options.favouritesFromGroups, options.keeper);
+    if (keeper) {
+        sim::Tv tv(session.home);
+        keeper->refresh(tv);
+        const sim::Services::Counts counts = tv.services().counts();
+        list.services = counts.services;
+        list.groups = counts.groups;
+    }
     const Json::Value json = sim::object({{"home", session.home.string()},
                                           {"services", list.services},
                                           {"groups", list.groups},
@@ -168,6 +188,29 @@ int reset(const Session& session, const std::string& name) {
     return DONE;
 }
 
+// The options of a program that keeps the list, in the place of a file.
+void addKeeperOptions(CLI::App& making, const sim::KeeperKind& kind, const std::shared_ptr<InitOptions>& options,
+                      CLI::Option* channels) {
+    CLI::Option* first = nullptr;
+    for (const sim::KeeperOption& option : kind.options) {
+        CLI::Option* added = making.add_option_function<std::string>(
+            fmt::format("--{}", option.name),
+            [options, &kind, &option](const std::string& value) {
+                options->keeper.kind = kind.name;
+                options->keeper.options[option.name] = option.isFolder ? sim::normalised(value).string() : value;
+            },
+            option.help);
+        if (first == nullptr) {
+            first = added->excludes(channels);
+            continue;
+        }
+        added->needs(first);
+        if (option.isRequired) {
+            first->needs(added);
+        }
+    }
+}
+
 }  // namespace
 
 void addTvCommands(CLI::App& app, Action& chosen) {
@@ -175,7 +218,11 @@ void addTvCommands(CLI::App& app, Action& chosen) {
     CLI::App* making =
         addCommand(app, "init", "Make a factory-fresh TV with a channel list", "halcyon-tv init --channels list.conf",
                    chosen, [options](const Session& session) { return init(session, *options); });
-    making->add_option("--channels", options->channels, "channel list in the channels.conf format")->required();
+    CLI::Option* channels =
+        making->add_option("--channels", options->channels, "channel list in the channels.conf format");
+    for (const sim::KeeperKind* kind : sim::KeeperKind::all()) {
+        addKeeperOptions(*making, *kind, options, channels);
+    }
     making->add_option("--serial", options->serial, "serial number of the set (default: a random one)");
     making->add_option("--account", options->account, "its account in the cloud: TVs of one account share backups")
         ->capture_default_str();

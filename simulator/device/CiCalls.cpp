@@ -26,7 +26,7 @@ bool takeOver(const Device& device, const std::list<std::string>& paths) {
     } catch (const Error&) {
         return false;
     }
-    return device.tv.ciFiles().takeOver(reachable);
+    return (!device.keeper || device.keeper->takeOver(reachable)) && device.tv.ciFiles().takeOver(reachable);
 }
 
 }  // namespace

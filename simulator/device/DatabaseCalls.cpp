@@ -20,15 +20,17 @@ void damageArchive(CurrentCall& call, const wire::Answer<int>& /*answer*/, Damag
 }
 
 // Why an archive cannot replace the database; nothing if it has.
-std::optional<ReplaceStatus> replaceServiceDb(const Tv& tv, const std::string& path) {
+std::optional<ReplaceStatus> replaceServiceDb(Device& device, const std::string& path) {
     // Of a path that leads elsewhere, the application learns no more than of an archive that is damaged.
     std::optional<OwnPath> archive;
     try {
-        archive.emplace(tv.home(), path).requireRegularFile();
+        archive.emplace(device.tv.home(), path).requireRegularFile();
     } catch (const Error&) {
         return ReplaceStatus::ArchiveUnreadable;
     }
-    return archive->use([&](const fs::path& file) { return tv.serviceDb().replace(file); });
+    return archive->use([&](const fs::path& file) {
+        return device.keeper ? device.keeper->replace(device.tv, file) : device.tv.serviceDb().replace(file);
+    });
 }
 
 }  // namespace
@@ -45,7 +47,7 @@ void addDatabaseCalls(Calls& calls) {
         },
         &damageArchive);
     calls.add<CallId::replace_service_db>([](CurrentCall& call, const std::string& path) -> wire::Answer<int, int> {
-        const std::optional<ReplaceStatus> problem = replaceServiceDb(call.device.tv, path);
+        const std::optional<ReplaceStatus> problem = replaceServiceDb(call.device, path);
         if (!problem) {
             return {1, {}};
         }

@@ -29,6 +29,15 @@ FolderLock lockHome(const ServiceOptions& options) {
     return lockTv(options.home, std::max<std::chrono::milliseconds>(options.patience, PATIENCE));
 }
 
+// What the keeper cannot be asked for is an error before a run begins.
+std::unique_ptr<ListKeeper> openRefreshed(Tv& tv) {
+    std::unique_ptr<ListKeeper> keeper = openKeeper(tv.keeper(), &complain);
+    if (keeper) {
+        keeper->refresh(tv);
+    }
+    return keeper;
+}
+
 }  // namespace
 
 Device::Device(const ServiceOptions& options, Session& conversation, int process)
@@ -36,6 +45,7 @@ Device::Device(const ServiceOptions& options, Session& conversation, int process
       session(conversation),
       application(process),
       tv(options.home),
+      keeper(openRefreshed(tv)),
       cloud(openCloud(options.cloud,
                       [this](const std::string& request, const std::string& outcome) {
                           record.call(calls::cloud_request.name, request, outcome, std::nullopt);

@@ -14,6 +14,7 @@
 #include "simulator/device/EventLoop.h"
 #include "simulator/device/FaultInjector.h"
 #include "simulator/device/LaunchOptions.h"
+#include "simulator/device/ListKeeper.h"
 #include "simulator/device/Recorder.h"
 #include "simulator/device/ServiceOptions.h"
 #include "simulator/device/Session.h"
@@ -37,6 +38,7 @@ public:
     Session& session;
     const int application;
     Tv tv;
+    std::unique_ptr<ListKeeper> keeper;  // of the TV's channel list; null: the TV alone
     std::unique_ptr<CloudStore> cloud;
     EventLoop loop;
     Recorder record;

@@ -36,6 +36,10 @@ void confineServices(const Device& device) {
     // Landlock allows places that are there: a folder that is made later could not be written to.
     std::vector<fs::path> folders = device.cloud->makeLocalFolders();
     folders.push_back(device.tv.home());
+    if (device.keeper) {
+        const std::vector<fs::path> others = device.keeper->folders();
+        folders.insert(folders.end(), others.begin(), others.end());
+    }
     confineWritingTo(folders);
 }
 

@@ -35,6 +35,18 @@ int change(Device& device, const std::function<void(Viewing&)>& action) {
     return 1;
 }
 
+// Makes a service the one that is on.
+int show(Device& device, std::uint64_t serviceId) {
+    const std::optional<Service> service = device.tv.services().find(serviceId);
+    if (!service) {
+        return 0;
+    }
+    if (device.keeper) {
+        device.keeper->show(*service);
+    }
+    return change(device, [&](Viewing& viewing) { viewing.serviceId = serviceId; });
+}
+
 // The subscribers, by the numbers that the application's side gives its callbacks.
 class Subscribers {
 public:
@@ -137,11 +149,8 @@ void addServiceCalls(Calls& calls) {
             call.given = fmt::format("service {}", viewing.serviceId);
             return {1, viewing.serviceId};
         });
-    calls.add<CallId::set_current_service_info>([](CurrentCall& call, const wire::TvMode&, std::uint64_t serviceId) {
-        return call.device.tv.services().find(serviceId)
-                   ? change(call.device, [&](Viewing& viewing) { viewing.serviceId = serviceId; })
-                   : 0;
-    });
+    calls.add<CallId::set_current_service_info>(
+        [](CurrentCall& call, const wire::TvMode&, std::uint64_t serviceId) { return show(call.device, serviceId); });
     calls.add<CallId::reset_current_service_info>([](CurrentCall& call) {
         return change(call.device, [&](Viewing& viewing) { viewing.serviceId = call.device.tv.services().first(); });
     });
