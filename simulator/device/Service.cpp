@@ -1,5 +1,7 @@
 #include "simulator/device/Service.h"
 
+#include <fcntl.h>
+
 #include <csignal>
 #include <functional>
 #include <optional>
@@ -30,6 +32,11 @@ void ignoreSignals() {
     for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ}) {
         std::signal(signal, SIG_IGN);
     }
+}
+
+// What was handed down to this process is for no program that it starts in turn.
+void keepForItself(int descriptor) {
+    ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
 }
 
 void confineServices(const Device& device) {
@@ -85,6 +92,7 @@ ServiceOptions optionsOfEnvironment() {
     options.home = defaultHome();
     options.cloud = cloudOf(options.home);
     options.lock = toNumber<int>(environment(LOCK_VARIABLE));
+    keepForItself(options.lock.value_or(-1));
     options.patience = std::chrono::seconds(toNumber<int>(environment(WAIT_VARIABLE)).value_or(0));
     options.keep = toNumber<int>(environment(KEEP_VARIABLE)).value_or(limits::RUNS_KEPT);
     options.isConfined = environment(SANDBOX_VARIABLE) != "off";
@@ -155,6 +163,9 @@ int serveApplication(const ServiceOptions& options, ServiceWires wires) {
 
 int serveApplicationAlone(ServiceWires wires) {
     ignoreSignals();
+    for (const Descriptor* wire : {&wires.socket, &wires.output, &wires.errors}) {
+        keepForItself(wire->get());
+    }
     return openAndServe(&optionsOfEnvironment, std::move(wires), &confineServices);
 }
 

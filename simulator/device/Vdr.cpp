@@ -4,22 +4,17 @@
 //
 // IP television, and whatever else this program does not understand, belongs to VDR's own set: it is in no backup and
 // stays at a restore. So does each channel that a timer needs.
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <netdb.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <limits>
 #include <map>
 #include <memory>
-#include <set>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -32,8 +27,8 @@
 #include "simulator/base/Process.h"
 #include "simulator/base/Text.h"
 #include "simulator/device/ListKeeper.h"
-#include "simulator/lineup/ChannelExport.h"
-#include "simulator/lineup/ChannelList.h"
+#include "simulator/device/Svdrp.h"
+#include "simulator/device/VdrList.h"
 #include "simulator/lineup/Difference.h"
 
 namespace fs = std::filesystem;
@@ -54,8 +49,6 @@ constexpr char START[] = "vdr-start";
 constexpr char USUAL_CACHE[] = "/var/cache/vdr";
 constexpr char CAM_DATA[] = "cam.data";
 
-constexpr auto CONNECT_LIMIT = 5s;
-constexpr auto ANSWER_LIMIT = 20s;
 constexpr auto SAVE_LIMIT = 6s;       // until VDR's file has what its list has
 constexpr auto COMMAND_LIMIT = 120s;  // for VDR to be stopped, or started
 constexpr auto READY_LIMIT = 30s;     // for it to answer once it is started, or to answer no more
@@ -72,150 +65,6 @@ bool waitFor(Clock::duration limit, IsDone isDone) {
         std::this_thread::sleep_for(PAUSE);
     }
     return true;
-}
-
-// Returns false if the time was over first.
-bool waitForDescriptor(const Descriptor& descriptor, short events, Clock::time_point end) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-    pollfd place = {descriptor.get(), events, 0};
-    return ::poll(&place, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0))) > 0;
-}
-
-// A connection to VDR. What arrives is bounded in lines, in bytes and in time.
-class Svdrp {
-public:
-    // The address is HOST:PORT.
-    explicit Svdrp(const std::string& address) : m_address(address) {
-        connect();
-        const Answer greeting = receive();
-        if (greeting.code != 220) {
-            throw Error(fmt::format("{}: VDR does not let this machine in: {}", m_address, greeting.lines.front()));
-        }
-    }
-    ~Svdrp() {
-        constexpr std::string_view QUIT = "QUIT\r\n";
-        static_cast<void>(::send(m_socket.get(), QUIT.data(), QUIT.size(), MSG_NOSIGNAL));
-    }
-    Svdrp(const Svdrp&) = delete;
-    Svdrp& operator=(const Svdrp&) = delete;
-
-    struct Answer {
-        int code = 0;
-        std::vector<std::string> lines;  // any bytes
-    };
-    Answer ask(const std::string& command) {
-        const std::string line = command + "\r\n";
-        // An identity may come from a bundle.
-        if (command.find_first_of("\r\n") != std::string::npos) {
-            throw Error(fmt::format("{}: VDR cannot be asked for {}", m_address, inQuotes(command)));
-        }
-        if (::send(m_socket.get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
-            throw Error::ofSystem(m_address, "VDR has closed the connection");
-        }
-        return receive();
-    }
-
-    bool isLocal() const { return m_isLocal; }
-
-private:
-    void connect();
-    Answer receive();
-    std::string line(Clock::time_point end);
-
-    std::string m_address;
-    Descriptor m_socket;
-    bool m_isLocal = false;
-    std::string m_received;  // that no line was made of
-};
-
-bool isLoopback(const sockaddr* address) {
-    if (address->sa_family == AF_INET6) {
-        return IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr);
-    }
-    return (ntohl(reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr) >> 24U) == IN_LOOPBACKNET;
-}
-
-void Svdrp::connect() {
-    const std::size_t colon = m_address.rfind(':');
-    const std::string port = m_address.substr(std::min(colon, m_address.size() - 1) + 1);
-    if (colon == std::string::npos || toNumber<std::uint16_t>(port).value_or(0) == 0) {
-        throw Error(fmt::format("{} is not HOST:PORT, such as localhost:6419", inQuotes(m_address)));
-    }
-    addrinfo hints = {};
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    const std::string host = m_address.substr(0, colon);
-    if (const int code = ::getaddrinfo(host.c_str(), port.c_str(), &hints, &found); code != 0) {
-        throw Error(fmt::format("{}: {}; give the host that VDR runs on", m_address, ::gai_strerror(code)));
-    }
-    const std::unique_ptr<addrinfo, void (*)(addrinfo*)> owner(found, &::freeaddrinfo);
-    int error = 0;
-    for (const addrinfo* each = found; each != nullptr; each = each->ai_next) {
-        m_socket = Descriptor(::socket(each->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-        if (::connect(m_socket.get(), each->ai_addr, each->ai_addrlen) == 0 || errno == EINPROGRESS) {
-            error = waitForDescriptor(m_socket, POLLOUT, Clock::now() + CONNECT_LIMIT) ? 0 : ETIMEDOUT;
-            socklen_t size = sizeof error;
-            if (error == 0) {
-                ::getsockopt(m_socket.get(), SOL_SOCKET, SO_ERROR, &error, &size);
-            }
-        } else {
-            error = errno;
-        }
-        if (error == 0) {
-            m_isLocal = isLoopback(each->ai_addr);
-            return;
-        }
-    }
-    throw Error::ofSystem(m_address, "VDR cannot be reached; start it, or give the place of its SVDRP with --vdr",
-                          error);
-}
-
-Svdrp::Answer Svdrp::receive() {
-    const Clock::time_point end = Clock::now() + ANSWER_LIMIT;
-    Answer answer;
-    std::uint64_t bytes = 0;
-    for (bool isLast = false; !isLast;) {
-        const std::string text = line(end);
-        const std::optional<int> code = toNumber<int>(text.substr(0, 3));
-        if (text == "Access denied!") {
-            throw Error(fmt::format("{}: VDR does not let this machine in; add its address to VDR's svdrphosts.conf",
-                                    m_address));
-        }
-        if (!code || text.size() < 4 || (text[3] != '-' && text[3] != ' ')) {
-            throw Error(fmt::format("{}: what answers is no VDR: {}; give the place of its SVDRP with --vdr", m_address,
-                                    inQuotes(text)));
-        }
-        bytes += text.size();
-        limits::require("bytes of VDR's answer", bytes, limits::CHANNEL_LIST_BYTES);
-        answer.code = *code;
-        answer.lines.push_back(text.substr(4));
-        isLast = text[3] == ' ';
-    }
-    return answer;
-}
-
-// Without its end.
-std::string Svdrp::line(Clock::time_point end) {
-    for (std::size_t at = 0;;) {
-        const std::size_t newline = m_received.find('\n', at);
-        if (newline != std::string::npos) {
-            std::string line = m_received.substr(0, newline);
-            m_received.erase(0, newline + 1);
-            return line.substr(0, line.find_last_not_of('\r') + 1);
-        }
-        limits::require("bytes of a line of VDR's", m_received.size(), limits::CHANNEL_LINE_BYTES);
-        at = m_received.size();
-        char buffer[4096];
-        if (!waitForDescriptor(m_socket, POLLIN, end)) {
-            throw Error(fmt::format("{}: no answer in {} seconds; is it VDR's SVDRP?", m_address,
-                                    std::chrono::seconds(ANSWER_LIMIT).count()));
-        }
-        const ssize_t count = ::recv(m_socket.get(), buffer, sizeof buffer, 0);
-        if (count <= 0) {
-            throw Error(fmt::format("{}: VDR has closed the connection", m_address));
-        }
-        m_received.append(buffer, static_cast<std::size_t>(count));
-    }
 }
 
 // Runs the commands that stop and start VDR, in a process that this one's confinement does not bind. If this one ends
@@ -249,7 +98,7 @@ public:
     }
 
 private:
-    // The cloud's keys are not for VDR, which may be the start command's child.
+    // VDR may be the start command's child: it gets neither the cloud's keys nor the signals that this process ignores.
     static ProcessOptions options(const std::string& stop, const std::string& start, int socket) {
         constexpr char SCRIPT[] = R"(
             stopped=
@@ -263,8 +112,12 @@ private:
             done
             [ -z "$stopped" ] || exec sh -c "$1" >/dev/null 2>&1 </dev/null)";
         ProcessOptions options;
-        options.words = {"env", "-u", "AWS_ACCESS_KEY_ID", "-u", "AWS_SECRET_ACCESS_KEY", "sh", "-c", SCRIPT,
-                         stop,  start};
+        options.words = {"env",  "--default-signal",
+                         "-u",   "AWS_ACCESS_KEY_ID",
+                         "-u",   "AWS_SECRET_ACCESS_KEY",
+                         "sh",   "-c",
+                         SCRIPT, stop,
+                         start};
         options.output = socket;
         options.hasOwnGroup = true;
         return options;
@@ -274,229 +127,53 @@ private:
     Process m_process;
 };
 
-// The service that a line stands for; nothing if it is not understood, or a group.
-std::optional<Service> serviceOf(const std::string& line) {
-    ChannelList list;
-    ChannelListReader("", list).take(toUtf8(line));
-    return list.services.empty() ? std::nullopt : std::optional(list.services.front());
-}
-
-bool isIpTelevision(const Service& service) {
-    return service.source.front() == 'I';
-}
-
-// A channel that stays at a restore, whatever the backup has.
-struct Staying {
-    int number = 0;
-    std::string line;
-    std::string group;
-};
-
-// What VDR has.
-struct VdrList {
-    ChannelList all;
-    ChannelList shared;                                  // what a backup carries
-    std::vector<Staying> own;                            // the others
-    std::vector<std::pair<Service, Staying>> scheduled;  // those of the shared that a timer needs
-    std::vector<std::string> notUnderstood;              // of the own
-    std::string current;                                 // identity of what is on; empty if it is not known
-};
-
-std::set<std::string> idsWithTimer(Svdrp& vdr) {
-    std::set<std::string> ids;
-    // Each is "NUMBER FLAGS:ID:DAY:..."
-    for (const std::string& timer : vdr.ask("LSTT id").lines) {
-        const std::vector<std::string> fields = split(timer, ':');
-        ids.insert(fields.size() > 1 ? fields[1] : "");
-    }
-    return ids;
-}
-
-VdrList read(Svdrp& vdr, const std::string& address) {
-    const Svdrp::Answer answer = vdr.ask("LSTC :ids :groups");
-    if (answer.code != 250) {
-        throw Error(
-            fmt::format("{}: VDR lists no channels: {}; see its log if its channels.conf has some, which it reads "
-                        "whole or not at all",
-                        address, shown(answer.lines.front())));
-    }
-    const std::set<std::string> timers = idsWithTimer(vdr);
-    const std::vector<std::string> on = split(vdr.ask("CHAN").lines.front(), ' ');
-    VdrList list;
-    ChannelListReader all("", list.all);
-    ChannelListReader shared("VDR's list", list.shared);
-    std::string group;
-    bool isGap = false;
-    for (const std::string& text : answer.lines) {
-        // "0 :GROUP", or "NUMBER ID LINE".
-        const std::size_t blank = std::min(text.find(' '), text.size() - 1);
-        const std::string number = text.substr(0, blank);
-        std::string line = text.substr(blank + 1);
-        if (number == "0") {
-            all.take(toUtf8(line));
-            shared.take(toUtf8(line));
-            group = line.substr(line.compare(0, 2, ":@") == 0 ? std::min(line.find(' '), line.size() - 1) + 1 : 1);
-            continue;
-        }
-        const std::size_t idEnd = std::min(line.find(' '), line.size() - 1);
-        const std::string id = line.substr(0, idEnd);
-        line.erase(0, idEnd + 1);
-        all.take(toUtf8(line));
-        const Staying staying{toNumber<int>(number).value_or(0), line, group};
-        const std::optional<Service> service = serviceOf(line);
-        if (!service || isIpTelevision(*service)) {
-            if (!service) {
-                list.notUnderstood.push_back(line);
-            }
-            list.own.push_back(staying);
-            isGap = true;
-            continue;
-        }
-        if (isGap) {
-            shared.take(fmt::format(":@{}", staying.number));
-            isGap = false;
-        }
-        shared.take(toUtf8(line));
-        if (timers.count(id) != 0) {
-            list.scheduled.emplace_back(*service, staying);
-        }
-        if (number == on.front()) {
-            list.current = service->identity;
-        }
-    }
-    return list;
-}
-
-// Where two lists differ first in what they mean; empty if they do not.
-std::string firstDifference(const ChannelList& left, const ChannelList& right) {
-    const std::size_t common = std::min(left.services.size(), right.services.size());
-    for (std::size_t i = 0; i < common; ++i) {
-        for (const ServiceColumn& column : SERVICE_COLUMNS) {
-            if (differ(column, left.services[i], right.services[i])) {
-                return fmt::format("channel {}, {} {} and {}", left.services[i].number, column.label,
-                                   inQuotes(textOf(column, left.services[i])),
-                                   inQuotes(textOf(column, right.services[i])));
+// Closes the gaps that channels which are gone have left in the favourite lists.
+void closeGaps(std::vector<Service>& services) {
+    for (int Service::*const place : FAVOURITE_PLACES) {
+        std::map<int, Service*> places;
+        for (Service& service : services) {
+            if (service.*place != 0) {
+                places.emplace(service.*place, &service);
             }
         }
+        int next = 0;
+        for (const auto& each : places) {
+            each.second->*place = ++next;
+        }
     }
-    if (left.services.size() != right.services.size()) {
-        return fmt::format("{} and {}", plural(left.services.size(), "channel"), right.services.size());
-    }
-    return left.groups.size() == right.groups.size()
-               ? ""
-               : fmt::format("{} and {}", plural(left.groups.size(), "group"), right.groups.size());
 }
 
-// Makes VDR's list of a restored one and of what stays. A channel that stays keeps its number if the restored list
-// leaves that free; else it comes to the end.
-class Merge {
-public:
-    Merge(std::vector<Staying> staying, Say say) : m_staying(std::move(staying)), m_say(std::move(say)) {
-        std::stable_sort(m_staying.begin(), m_staying.end(),
-                         [](const Staying& left, const Staying& right) { return left.number < right.number; });
+// VDR knows nothing of what the owner has set on the TV. A name that VDR has now is the broadcaster's.
+void takeOwners(Service& service, const Service& known) {
+    for (int Service::*const place : FAVOURITE_PLACES) {
+        service.*place = known.*place;
     }
-
-    void take(const std::string& line) {
-        if (line.front() == ':') {
-            takeHeader(line);
-            return;
-        }
-        const std::optional<Service> service = serviceOf(line);
-        const std::string why = refusal(service);
-        if (why.empty()) {
-            write(m_next, line);
-        } else {
-            m_say(fmt::format("left out of VDR's list: {}: {}", why, shown(line)));
-        }
-        ++m_next;
+    service.locked = known.locked;
+    service.hidden = known.hidden;
+    service.renamed = known.renamed;
+    service.broadcastName = known.broadcastName;
+    if (known.renamed && service.name != known.name) {
+        service.broadcastName = std::exchange(service.name, known.name);
     }
+}
 
-    std::string finish() {
-        keepTo(std::numeric_limits<int>::max());
-        for (const Staying& each : m_staying) {
-            if (!each.group.empty() && each.group != m_group) {
-                m_text += fmt::format(":{}\n", each.group);
-                m_group = each.group;
-            }
-            write(m_next++, each.line);
-        }
-        return m_text;
-    }
-
-private:
-    // Why VDR must not get a line: one that it cannot read costs the whole list.
-    static std::string refusal(const std::optional<Service>& service) {
-        if (!service) {
-            return "it is no service that a list can express";
-        }
-        if (isIpTelevision(*service)) {
-            return "IP television is each set's own";
-        }
-        if (service->sid == 0 || service->parameters.empty() ||
-            service->frequency / service->frequencyUnit > std::numeric_limits<int>::max()) {
-            return "VDR needs a service id, parameters and a frequency that it can count";
-        }
-        return "";
-    }
-
-    void takeHeader(const std::string& line) {
-        const std::size_t end = line.find_first_not_of("0123456789", 2);
-        const int number = line.compare(0, 2, ":@") == 0 ? toNumber<int>(line.substr(2, end - 2)).value_or(0) : 0;
-        std::string name = number == 0 ? line.substr(1) : line.substr(std::min(end, line.size()));
-        name.erase(0, std::min(name.find_first_not_of(' '), name.size()));
-        keepTo(number, &m_group);
-        keepTo(number);
-        m_next = std::max(m_next, number);
-        if (!name.empty()) {
-            m_text += line + "\n";
-            m_group = name;
-            m_counted = std::max(m_counted, number);
-        }
-    }
-
-    // Those whose numbers are free below `end`; with a group, those of it that come next.
-    void keepTo(int end, const std::string* group = nullptr) {
-        for (auto each = m_staying.begin(); each != m_staying.end();) {
-            const bool isHere = group != nullptr ? each->number == m_next && each->group == *group
-                                                 : each->number >= m_next && each->number < end;
-            if (isHere) {
-                m_next = each->number;
-                write(m_next++, each->line);
-                each = m_staying.erase(each);
-            } else {
-                ++each;
-            }
-        }
-    }
-
-    void write(int number, const std::string& line) {
-        if (number != m_counted) {
-            m_text += fmt::format(":@{}\n", number);
-        }
-        m_text += line + "\n";
-        m_counted = number + 1;
-    }
-
-    std::vector<Staying> m_staying;
-    Say m_say;
-    std::string m_text;
-    std::string m_group;
-    int m_next = 1;     // the number of the next channel
-    int m_counted = 1;  // what VDR takes for it
-};
-
-// Gives services the ids that those of their identities have in another list: a backup names what is on by its id.
-void takeIds(ChannelList& list, const Services& known) {
+// Gives services what those of their identities have in another list: the id, by which a backup names what is on, and
+// what the owner has set.
+void takeKnown(ChannelList& list, const Services& known) {
     std::uint64_t highest = 0;
     known.forEach([&](const Service& service) { highest = std::max(highest, service.id); });
-    if (highest > std::numeric_limits<std::int32_t>::max()) {
-        return;  // there may be no room for others
-    }
+    const bool isRoom = highest < std::numeric_limits<std::int32_t>::max();
     const ServiceFinder inKnown = known.finder();
     for (Service& service : list.services) {
         const Service* same = inKnown(service.identity);
-        service.id = same != nullptr ? same->id : ++highest;
+        if (same != nullptr) {
+            takeOwners(service, *same);
+        }
+        if (isRoom) {
+            service.id = same != nullptr ? same->id : ++highest;
+        }
     }
+    closeGaps(list.services);
 }
 
 void copy(const ChannelList& list, ChannelSink& sink) {
@@ -525,6 +202,10 @@ void copyOwner(const fs::path& from, const fs::path& to) {
         throw Error::ofSystem(to, "cannot be VDR's; restore as VDR's user, or as root");
     }
     copyPermissions(from, to);
+}
+
+bool isCamData(const std::string& path) {
+    return fs::path(path).filename() == CAM_DATA;
 }
 
 class Vdr final : public ListKeeper {
@@ -593,7 +274,7 @@ std::vector<fs::path> Vdr::folders() const {
 
 VdrList Vdr::readNow() const {
     Svdrp vdr(m_address);
-    return read(vdr, m_address);
+    return readVdrList(vdr);
 }
 
 ChannelList Vdr::fileNow() const {
@@ -638,9 +319,9 @@ void Vdr::refresh(Tv& tv) {
 // Leaves what means the same as it is.
 void Vdr::store(Tv& tv, VdrList list) const {
     const Services known = tv.services();
-    takeIds(list.shared, known);
+    takeKnown(list.shared, known);
     std::string own;
-    for (const Staying& each : list.own) {
+    for (const StayingChannel& each : list.own) {
         own += each.line + "\n";
     }
     const ChannelSource source = [&](ChannelSink& sink) { copy(list.shared, sink); };
@@ -693,11 +374,7 @@ void Vdr::restore(Tv& tv, const fs::path& archive, const Services& received) con
             fmt::format("VDR's list and {} differ: {}; wait until VDR has saved it", m_file.string(), difference));
     }
     const std::string text = merged(before, received);
-    ChannelList wanted;
-    ChannelListReader reader("", wanted);
-    for (const std::string& line : split(text, '\n')) {
-        reader.take(toUtf8(line));
-    }
+    const ChannelList wanted = parseVdrLines(text);
     const auto adopt = [&] {
         VdrList now;
         const bool isThere = waitFor(READY_LIMIT, [&] {
@@ -721,7 +398,7 @@ void Vdr::restore(Tv& tv, const fs::path& archive, const Services& received) con
 }
 
 std::string Vdr::merged(const VdrList& before, const Services& received) const {
-    std::vector<Staying> staying = before.own;
+    std::vector<StayingChannel> staying = before.own;
     const ServiceFinder inReceived = received.finder();
     for (const auto& [service, scheduled] : before.scheduled) {
         if (inReceived(service.identity) == nullptr) {
@@ -729,11 +406,7 @@ std::string Vdr::merged(const VdrList& before, const Services& received) const {
             staying.push_back(scheduled);
         }
     }
-    Merge merge(std::move(staying), m_say);
-    exportChannels(
-        received, ExportFormat::Vdr,
-        [&](std::string_view line) { merge.take(std::string(line.substr(0, line.size() - 1))); }, m_say);
-    std::string text = merge.finish();
+    std::string text = mergedVdrList(received, std::move(staying), m_say);
     if (text.empty()) {
         throw Error("the backup has no channel that VDR can have");
     }
@@ -743,7 +416,7 @@ std::string Vdr::merged(const VdrList& before, const Services& received) const {
 bool Vdr::takeOver(const std::list<std::string>& ciFiles) {
     try {
         for (const std::string& path : ciFiles) {
-            if (fs::path(path).filename() != CAM_DATA) {
+            if (!isCamData(path)) {
                 continue;
             }
             if (m_cache.empty()) {

@@ -23,6 +23,8 @@ class Answer:
 
     @property
     def json(self):
+        if not self.text:
+            raise AssertionError(f"exit code {self.code}: {self.errors}")
         return json.loads(self.text)
 
 
@@ -52,16 +54,17 @@ class Run(dict):
 class Tv:
     """A TV in `folder`, with a cloud that it may share: a folder there, or an address.
 
-    Its clock stands at MOMENT. `app` is the build of the application that it runs; None: the installed one.
+    Its clock stands at MOMENT. `app` is the build of the application that it runs; None: the installed one. `keeper`:
+    the options of init for the program that keeps its channel list, such as --vdr; it takes the place of `channels`.
     """
 
-    def __init__(self, folder, name, cloud="cloud", channels=None, serial=None, app=None):
+    def __init__(self, folder, name, cloud="cloud", channels=None, serial=None, app=None, keeper=()):
         self.home = folder / name
         self.cloud = cloud if "://" in cloud else folder / cloud
         self.folder = folder
         self.app = app
-        self.tv("init", "--channels", channels or channel_list("factory.conf"), "--serial", serial or name,
-                "--now", MOMENT, "--still")
+        self.tv("init", *(keeper or ("--channels", channels or channel_list("factory.conf"))),
+                "--serial", serial or name, "--now", MOMENT, "--still")
 
     def tv(self, *words, code=0):
         """Runs halcyon-tv; `code` is the exit code that is expected, None any."""
