@@ -126,6 +126,10 @@ kept=$(find "$d/tmp/halcyon-lineup" -name '*.zip')
 same "$a" "$kept" "the refused bundle is not in the failure folder"
 echo "  and kept in the failure folder: $kept"
 
+# The object store ends with the demo.
+look="halcyon-tv serve --lab build/demo --cloud build/demo/cloud    the page   "
+[ "$cloud" = folder ] ||
+    look="scripts/object-store up build/store                      a store like it "
 say "Done: every one of the $services services came back"
 cat <<END
 
@@ -135,6 +139,6 @@ cat <<END
   |                                                                            |
   |   halcyon-tv --home build/demo/tv-b status --services    the channels      |
   |   halcyon-tv --home build/demo/tv-d record               what was refused  |
-  |   halcyon-tv serve --lab build/demo --cloud build/demo/cloud    the page   |
+  |   $look|
   +----------------------------------------------------------------------------+
 END
