@@ -78,12 +78,18 @@ Json::Value toJson(const Summary& summary) {
                         {"failures", std::move(failures)}});
 }
 
-// The TVs that failed, by the reason; its mentions of the TV's own name would tell equal reasons apart.
+// A TV's own name, and the random ids of its backups, would tell equal reasons apart.
+std::string sharedReason(const std::string& why, const std::string& tv) {
+    static const std::regex ID("[0-9]{8}-[0-9a-f]{8}");
+    return std::regex_replace(std::regex_replace(why, std::regex(tv), "TV"), ID, "ID");
+}
+
+// The TVs that failed, by the reason.
 std::map<std::string, std::vector<std::string>> failuresOf(const sim::FleetRuns& runs) {
     std::map<std::string, std::vector<std::string>> failures;
     for (const auto& [tv, run] : runs) {
         if (run.outcome != sim::Outcome::Done) {
-            failures[std::regex_replace(run.why, std::regex(tv), "TV")].push_back(tv);
+            failures[sharedReason(run.why, tv)].push_back(tv);
         }
     }
     return failures;

@@ -102,9 +102,13 @@ Json::Value toJson(const ChannelCounts& counts) {
 
 Json::Value toJson(const Bundle& bundle) {
     Json::Value items(Json::arrayValue);
+    Json::Value favourites(Json::arrayValue);
     for (const Name<Item>& item : NAMES<Item>) {
         const BundlePart& part = bundle.part(item.value);
         items.append(object({{"item", item.name}, {"state", nameOf(part.state)}, {"problem", part.problem}}));
+        if (const std::optional<int> list = favouriteList(item.value)) {
+            favourites.append(part.state == PartState::Whole ? toJson(bundle.setup().favourite(*list)) : Json::Value());
+        }
     }
     const std::optional<Services>& services = bundle.setup().services;
     return object({{"isWhole", bundle.isWhole()},
@@ -112,6 +116,7 @@ Json::Value toJson(const Bundle& bundle) {
                    {"ambiguities", bundle.ambiguities()},
                    {"entries", bundle.entries()},
                    {"items", std::move(items)},
+                   {"favourites", std::move(favourites)},
                    {"metadata", bundle.metadataText() ? toJson(bundle.metadata()) : Json::Value()},
                    {"channels", services ? toJson(countChannels(*services)) : Json::Value()}});
 }
