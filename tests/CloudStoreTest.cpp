@@ -183,9 +183,10 @@ protected:
 
     std::vector<std::string> names() const {
         std::vector<std::string> names;
-        for (const sim::ObjectClient::Object& object : client->list(folder, "", 1000).objects) {
+        client->list(folder, 1000, [&](const sim::ObjectClient::Object& object) {
             names.push_back(object.key.substr(folder.size()));
-        }
+            return true;
+        });
         return names;
     }
 

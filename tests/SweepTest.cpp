@@ -131,7 +131,7 @@ protected:
         const sim::Tv tv = b.open();
         const std::unique_ptr<sim::CloudStore> store = sim::openCloud(b.cloud);
         baseline.backups = store->content().backups.size();
-        sim::RunReport report = sim::reportRun(tv, *store, *tv.runs().find(tv.runs().newest()));
+        sim::RunReport report = sim::reportRun(tv, sim::opened(*store), *tv.runs().find(tv.runs().newest()));
         spoil(report);
         std::vector<std::string> names;
         for (const sim::Violation& violation : sim::violationsOf(tv, *store, report, baseline)) {

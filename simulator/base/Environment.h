@@ -18,7 +18,14 @@ constexpr char WAIT_VARIABLE[] = "HALCYON_TV_WAIT";        // seconds to wait fo
 constexpr char KEEP_VARIABLE[] = "HALCYON_TV_KEEP";        // how many runs' records are kept
 constexpr char SANDBOX_VARIABLE[] = "HALCYON_TV_SANDBOX";  // "off": the application is not confined
 constexpr char SOCKET_VARIABLE[] = "HALCYON_TV_SOCKET";    // descriptor that leads to the TV's services
-constexpr char STALL_VARIABLE[] = "HALCYON_CLOUD_STALL";   // seconds without a byte before a request is given up
+
+// How long a request to an object store may take, in seconds.
+constexpr char STALL_VARIABLE[] = "HALCYON_CLOUD_STALL";  // a try that does not get on
+constexpr char LIMIT_VARIABLE[] = "HALCYON_CLOUD_LIMIT";  // all tries together, and a whole listing
+constexpr char PAUSE_VARIABLE[] = "HALCYON_CLOUD_PAUSE";  // the pause before the second try, at most
+
+// In a TV's home: which addresses of its object store were down lately.
+constexpr char DOWN_NOTES[] = "down-addresses";
 
 // A folder's path, absolute and without a trailing '/'. Throws Error if the working folder is gone.
 std::filesystem::path normalised(const std::filesystem::path& folder);

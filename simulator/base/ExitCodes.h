@@ -15,12 +15,13 @@ constexpr int DAMAGED = 6;
 constexpr int NO_BACKUP = 7;
 constexpr int BUSY = 8;
 constexpr int SILENT_FAULT = 9;
+constexpr int UNCHECKED = 10;
 
 struct ExitCode {
     int code;
     const char* meaning;
 };
-constexpr std::array<ExitCode, 10> ALL = {{
+constexpr std::array<ExitCode, 11> ALL = {{
     {DONE, "done"},
     {FAILED, "the run failed for a reason not listed below; or the two sides of a diff differ"},
     {USAGE, "wrong usage"},
@@ -31,6 +32,7 @@ constexpr std::array<ExitCode, 10> ALL = {{
     {NO_BACKUP, "the cloud refused or cannot be reached, or there is nothing to restore"},
     {BUSY, "the TV is busy"},
     {SILENT_FAULT, "a fault rule did not fire, and run --expect-faults demands it"},
+    {UNCHECKED, "the run has ended, but what became of it could not be read back from the TV and the store"},
 }};
 
 }  // namespace sim::exit_code

@@ -5,7 +5,6 @@
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Side.h"
-#include "simulator/cloud/OpenCloud.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/reports/CloudReport.h"
 #include "simulator/reports/ToJson.h"
@@ -42,7 +41,7 @@ void printBackups(const std::vector<sim::StoredBackup>& backups, const std::stri
 }
 
 int listStore(const Session& session) {
-    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
+    const std::unique_ptr<sim::CloudStore> store = session.openStore();
     const sim::StoreContent content = store->content();
     const std::vector<sim::StoredBackup> backups = sim::lookAt(*store, content.backups);
     const std::vector<std::string> warnings = sim::shrinkages(backups);
@@ -50,7 +49,7 @@ int listStore(const Session& session) {
     if (session.isVerbose) {
         json["foreign"] = sim::toJson(content.foreign);
     }
-    return answer(session, json, [&] {
+    answer(session, json, [&] {
         printBackups(backups, store->place());
         printLines(stdout, "warning: ", warnings);
         if (session.isVerbose) {
@@ -59,6 +58,9 @@ int listStore(const Session& session) {
             }
         }
     });
+    const bool isDamaged = std::any_of(backups.begin(), backups.end(),
+                                       [](const sim::StoredBackup& backup) { return !backup.damage.empty(); });
+    return isDamaged ? DAMAGED : DONE;
 }
 
 struct ImportOptions {
@@ -89,13 +91,13 @@ int import(const Session& session, const ImportOptions& options) {
     const std::string known = accountOf(session);
     const std::string account = known.empty() ? sim::DEFAULT_ACCOUNT : known;
     const std::string id =
-        sim::importBundle(*sim::openCloud(session.cloud), named.bundle, options.file, account, tv ? &*tv : nullptr);
+        sim::importBundle(*session.openStore(), named.bundle, options.file, account, tv ? &*tv : nullptr);
     answer(session, sim::object({{"backup", id}}), [&] { print("backup {}\n", id); });
     return problems.empty() ? DONE : DAMAGED;
 }
 
 int remove(const Session& session, const std::string& id) {
-    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
+    const std::unique_ptr<sim::CloudStore> store = session.openStore();
     const sim::BackupName backup = sim::chooseBackup(*store, id, accountOf(session));
     store->remove(backup);
     if (session.isJson) {
@@ -110,7 +112,7 @@ void addCloudCommands(CLI::App& app, Action& chosen) {
     CLI::App* store = addGroup(app, "cloud", "List and change the backups in the cloud store");
     addCommand(*store, "create", "Create the store's bucket or folder if it is missing",
                "halcyon-tv --cloud s3://lab cloud create", chosen, [](const Session& session) {
-                   const std::unique_ptr<sim::CloudStore> created = sim::openCloud(session.cloud);
+                   const std::unique_ptr<sim::CloudStore> created = session.openStore();
                    created->create();
                    if (session.isJson) {
                        printJson(sim::object({{"cloud", created->place()}}));

@@ -4,7 +4,9 @@
 
 #include <utility>
 
+#include "simulator/base/Environment.h"
 #include "simulator/base/Text.h"
+#include "simulator/cloud/OpenCloud.h"
 
 namespace cli {
 
@@ -14,18 +16,28 @@ constexpr char PLACES[] =
     "The TV is the folder --home, else $HALCYON_TV_HOME, else $XDG_STATE_HOME/halcyon-tv/tv, else\n"
     "~/.local/state/halcyon-tv/tv. The cloud is --cloud, else $HALCYON_CLOUD, else cloud/ beside the TV:\n"
     "a folder, or an object store's s3://BUCKET[/PREFIX], which AWS_ENDPOINT_URL, AWS_ACCESS_KEY_ID,\n"
-    "AWS_SECRET_ACCESS_KEY, AWS_REGION and AWS_CA_BUNDLE lead to.\n";
+    "AWS_SECRET_ACCESS_KEY, AWS_SESSION_TOKEN, AWS_REGION and AWS_CA_BUNDLE lead to, or AWS_PROFILE.\n";
 constexpr char EXAMPLE[] = "Example: halcyon-tv init --channels list.conf && halcyon-tv run && halcyon-tv record";
 
 std::string footer() {
     std::string text = std::string(PLACES) + "Exit codes:\n";
     for (const ExitCode& code : sim::exit_code::ALL) {
-        text += fmt::format("  {}  {}\n", code.code, code.meaning);
+        text += fmt::format("  {:<2}  {}\n", code.code, code.meaning);
     }
     return text + EXAMPLE;
 }
 
 }  // namespace
+
+std::unique_ptr<sim::CloudStore> Session::openStore() const {
+    static bool isTold = false;
+    std::unique_ptr<sim::CloudStore> store = sim::openCloud(cloud, {}, home / sim::DOWN_NOTES);
+    if (!isQuiet && !isTold) {
+        printLines(stderr, "set, but not used: ", store->unusedSettings());
+    }
+    isTold = true;
+    return store;
+}
 
 int exitCodeOf(sim::Outcome outcome, sim::Cause cause) {
     switch (outcome) {
@@ -36,7 +48,7 @@ int exitCodeOf(sim::Outcome outcome, sim::Cause cause) {
         case sim::Outcome::Refused:
             return INCOMPATIBLE;
         case sim::Outcome::Unchecked:
-            return cause == sim::Cause::Cloud ? NO_BACKUP : UNUSABLE;
+            return UNCHECKED;
         default:
             break;
     }

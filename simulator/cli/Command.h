@@ -7,12 +7,14 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "simulator/base/ExitCodes.h"
 #include "simulator/cli/Print.h"
+#include "simulator/cloud/CloudStore.h"
 #include "simulator/tv/Tv.h"
 
 namespace cli {
@@ -28,6 +30,9 @@ struct Session {
     bool isVerbose = false;
 
     sim::Tv look() const { return sim::Tv(home, sim::Database::Access::Look); }
+
+    // The cloud store. Says once what is set to lead to it and has no effect.
+    std::unique_ptr<sim::CloudStore> openStore() const;
 };
 
 // The exit code of a command that launches the application, or foretells it.

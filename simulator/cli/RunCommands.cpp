@@ -14,7 +14,6 @@
 #include "simulator/base/Process.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Side.h"
-#include "simulator/cloud/OpenCloud.h"
 #include "simulator/launch/Launch.h"
 #include "simulator/launch/RecordedScenario.h"
 #include "simulator/lineup/Application.h"
@@ -98,7 +97,9 @@ void announce(const Session& session, const RunOptions& options) {
 
 // The log is long, and some of its successes are logged as failures; it is looked at if something went wrong.
 void printFailures(const Session& session, const sim::Tv& tv, const sim::RunReport& report) {
-    if (report.verdict.outcome == sim::Outcome::Done || session.isQuiet || session.isVerbose || session.isJson) {
+    const bool hasFailed =
+        report.verdict.outcome != sim::Outcome::Done && report.verdict.outcome != sim::Outcome::Unchecked;
+    if (!hasFailed || session.isQuiet || session.isVerbose || session.isJson) {
         return;
     }
     sim::TimelineFilter failures;
@@ -206,7 +207,7 @@ int run(const Session& session, const RunOptions& options) {
     const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(options.wait));
     sim::Tv tv(session.home);
     warnOfLeftovers(tv);
-    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
+    const std::unique_ptr<sim::CloudStore> store = session.openStore();
     sim::RunRequest request = options.request;
     // Chosen before the launch: a wrong id is an error of the command, and no failed run.
     if (!request.backup.empty()) {
@@ -312,22 +313,27 @@ int record(const Session& session, const RecordOptions& options) {
                                      sim::nearCall(options.filter.call)));
     }
     const sim::Tv tv = session.look();
-    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
+    // A run that has its verdict can be shown where there is no store.
+    std::unique_ptr<sim::CloudStore> opened;
+    const sim::StoreOpener store = [&]() -> const sim::CloudStore& {
+        opened = opened ? std::move(opened) : session.openStore();
+        return *opened;
+    };
     if (options.all) {
-        return listRecords(session, sim::reportRuns(tv, *store));
+        return listRecords(session, sim::reportRuns(tv, store));
     }
     sim::TimelineFilter filter = options.filter;
     filter.call = call != nullptr ? call->name : "";
     // A filter of one kind leaves the other kind out, unless that is asked for.
     filter.calls = options.calls || !(options.log || filter.priority > 0);
     filter.log = options.log || !(options.calls || !filter.call.empty());
-    const sim::RunReport report = sim::reportRun(tv, *store, chooseRun(tv, options.id));
+    const sim::RunReport report = sim::reportRun(tv, store, chooseRun(tv, options.id));
     if (!options.scenario.empty()) {
-        const std::string file = sim::recordScenario(tv, *store, report, sim::normalised(options.scenario));
+        const std::string file = sim::recordScenario(tv, store(), report, sim::normalised(options.scenario));
         return answer(session, sim::object({{"scenario", file}}), [&] { print("halcyon-tv play {}\n", file); });
     }
     if (options.other != 0) {
-        const sim::RunReport other = sim::reportRun(tv, *store, chooseRun(tv, options.other));
+        const sim::RunReport other = sim::reportRun(tv, store, chooseRun(tv, options.other));
         return compare(session, sim::compareRuns({report, sim::timelineOf(tv, report, filter), session.home},
                                                  {other, sim::timelineOf(tv, other, filter), session.home}));
     }

@@ -8,7 +8,6 @@
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
 #include "simulator/base/Limits.h"
-#include "simulator/cloud/OpenCloud.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/reports/CloudReport.h"
 
@@ -74,7 +73,7 @@ NamedBundle chooseBundle(const Session& session, const std::string& what, const 
             sim::Error::Kind::Missing,
             fmt::format("{}: no such bundle file; give a file, or a backup's id of halcyon-tv cloud list", what));
     }
-    const std::unique_ptr<sim::CloudStore> store = sim::openCloud(session.cloud);
+    const std::unique_ptr<sim::CloudStore> store = session.openStore();
     const sim::BackupName name = sim::chooseBackup(*store, what, accountOf(session));
     try {
         sim::FetchedBackup fetched = sim::fetchBundle(*store, name);

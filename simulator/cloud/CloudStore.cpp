@@ -3,11 +3,30 @@
 #include <fmt/format.h>
 #include <json/value.h>
 
+#include <utility>
+
 #include "simulator/base/Clock.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
 
 namespace sim {
+
+namespace {
+
+// A store, or somebody in it, may hand out the backup of another. Those of version 1 do not say whose they are.
+void requireOwn(const Json::Value& info, const Address& address) {
+    const std::pair<const char*, const std::string&> members[] = {
+        {"account", address.account}, {"client", address.clientId}, {"category", address.category}};
+    for (const auto& [member, own] : members) {
+        const std::string stored = info[member].isString() ? info[member].asString() : toUtf8(own);
+        if (stored != toUtf8(own)) {
+            throw Error(Error::Kind::Damaged, fmt::format("it was stored for the {} {}, and lies in that of {}", member,
+                                                          inQuotes(stored), inQuotes(own)));
+        }
+    }
+}
+
+}  // namespace
 
 std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<BackupName>& names) {
     std::vector<StoredBackup> backups;
@@ -38,6 +57,9 @@ Json::Value infoOf(const NewBackup& backup, const std::filesystem::path& bundle)
     info["time"] = backup.time.empty() ? toUtc(machineTime()) : backup.time;
     info["name"] = toUtf8(bundle.filename().string());
     info["device"] = toUtf8(backup.device);
+    info["account"] = toUtf8(backup.account);
+    info["client"] = toUtf8(backup.clientId);
+    info["category"] = toUtf8(backup.category);
     if (backup.services) {
         info["services"] = Json::Value::UInt64(*backup.services);
     }
@@ -54,6 +76,7 @@ void readInfo(const Json::Value& info, StoredBackup& backup) {
         throw Error(Error::Kind::Damaged,
                     fmt::format("{} cannot be the file name of a bundle", inQuotes(info["name"].asString())));
     }
+    requireOwn(info, backup);
     backup.name = name;
     backup.time = info["time"].asString();
     backup.device = info["device"].isString() ? info["device"].asString() : "";

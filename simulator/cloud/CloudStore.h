@@ -75,6 +75,9 @@ public:
     // The local folders that the store writes to, which are created if they are missing.
     virtual std::vector<std::filesystem::path> makeLocalFolders() const = 0;
 
+    // What is set to lead to the store and has no effect, in words.
+    virtual std::vector<std::string> unusedSettings() const { return {}; }
+
     // Creates the store's place if it is missing.
     virtual void create() = 0;
 
@@ -89,7 +92,10 @@ public:
     // The newest backup at an address, damaged or not; nothing if there is none.
     virtual std::optional<BackupName> newest(const Address& address) const = 0;
 
-    virtual StoreContent content() const = 0;
+    StoreContent content() const { return contentOf(""); }
+
+    // What is stored of an account; of all if it is empty.
+    virtual StoreContent contentOf(const std::string& account) const = 0;
 
     // What is known of a backup without its bundle. Throws Error (Missing) if there is no such backup.
     virtual StoredBackup look(const BackupName& name) const = 0;

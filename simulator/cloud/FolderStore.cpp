@@ -189,12 +189,15 @@ void FolderStore::addAccount(const std::string& account, const fs::path& folder,
     }
 }
 
-StoreContent FolderStore::content() const {
+StoreContent FolderStore::contentOf(const std::string& account) const {
     StoreContent content;
-    addAccount(DEFAULT_ACCOUNT, m_folder, content);
+    if (account.empty() || account == DEFAULT_ACCOUNT) {
+        addAccount(DEFAULT_ACCOUNT, m_folder, content);
+    }
     for (const fs::path& member : membersOf(m_folder)) {
-        if (isAccount(member)) {
-            addAccount(member.filename().string().substr(1), member, content);
+        const std::string name = member.filename().string().substr(1);
+        if (isAccount(member) && (account.empty() || account == name)) {
+            addAccount(name, member, content);
         }
     }
     return content;

@@ -29,7 +29,7 @@ public:
     // Marks an id as used, as if its backup had been removed: the next backup gets a higher one.
     void reserve(const BackupName& backup) const;
     std::optional<BackupName> newest(const Address& address) const override;
-    StoreContent content() const override;
+    StoreContent contentOf(const std::string& account) const override;
     StoredBackup look(const BackupName& name) const override;
     StoredBackup fetch(const BackupName& name, const std::filesystem::path& folder) const override;
 

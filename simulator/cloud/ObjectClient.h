@@ -1,44 +1,51 @@
 // Signed requests to an object store that speaks S3. Requests that fail for a passing reason are tried again.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "simulator/cloud/CloudStore.h"
+#include "simulator/cloud/Endpoints.h"
+#include "simulator/cloud/ObjectSettings.h"
 
 namespace sim {
 
-// Configured by the environment: AWS_ACCESS_KEY_ID, AWS_SECRET_ACCESS_KEY, AWS_REGION, AWS_ENDPOINT_URL (several
-// addresses, separated by commas, are tried in turn) and AWS_CA_BUNDLE.
+// What comes from the store is not trusted: responses have bounds, and a list must be one.
 //
-// A try ends after 5 seconds without a connection, or about 20 ($HALCYON_CLOUD_STALL) without a byte. Each endpoint is
-// tried, and at least three tries are made, with a pause once every endpoint has failed.
+// A try ends after 5 seconds without a connection, or `stall` with less than ten bytes a second. Each endpoint is
+// tried, and at least three tries are made, within `limit`. Once every endpoint has failed, a random pause comes first,
+// and the one that the store asks for, up to half a minute. Of all requests of a process, about one in five is tried
+// again; the first ten are.
 //
 // Every request throws Error: Unreachable if all tries failed, Missing if there is no such object, Damaged if the start
 // of an empty object was asked for, Denied if the store refuses for any other reason, which the message says.
 class ObjectClient {
 public:
-    // Throws Error if the environment lacks something.
-    ObjectClient(std::string bucket, RequestObserver observer);
+    // For `notes`, see Endpoints. Throws Error if the settings lack something.
+    ObjectClient(std::string bucket, RequestObserver observer, std::filesystem::path notes = {});
+
+    const ObjectSettings& settings() const { return m_settings; }
+
+    // The requests that follow are for an account: it decides which endpoint is asked first.
+    void prefer(const std::string& account) { m_account = account; }
 
     struct Object {
         std::string key;
         std::string etag;
     };
-    struct Page {
-        std::vector<Object> objects;  // sorted by the bytes of their keys
-        bool hasMore = false;
-    };
 
-    // The first objects whose key begins with `prefix` and comes after `after`, at most `maxKeys` (1 to 1000).
-    Page list(const std::string& prefix, const std::string& after, int maxKeys);
+    // Visits the objects whose key begins with `prefix`, sorted by the bytes of their keys, until `visit` returns
+    // false. Asks for `pageSize` (1 to 1000) at a time.
+    void list(const std::string& prefix, int pageSize, const std::function<bool(const Object&)>& visit);
 
-    // The object's bytes: `header`, followed by those of `file`.
+    // The object's bytes: `header`, followed by those of `file`, if it is not empty.
     struct Body {
         std::string header;
         std::filesystem::path file;
@@ -49,40 +56,45 @@ public:
     // Stores an object, whole or not at all, replacing one of the same key.
     void put(const std::string& key, const Body& body);
 
-    // What receives an object: `restart` is called before each try, `take` for each piece. What they throw ends the
-    // request and comes out of it.
+    // What receives an object: before each try `restart` is called, then `begin` with the size of the whole object,
+    // then `take` for each piece. What they throw ends the request and comes out of it.
     struct Sink {
         std::function<void()> restart;
+        std::function<void(std::uint64_t)> begin;
         std::function<void(std::string_view)> take;
     };
 
-    // Reads an object: its first `maxBytes`, or all of it if that is 0.
+    // Reads an object: its first `maxBytes` and perhaps some more, or all of it if that is 0.
     void get(const std::string& key, std::uint64_t maxBytes, const Sink& sink);
 
     // Removes an object. The store does not say whether there was one.
     void remove(const std::string& key);
 
-    // Creates the bucket.
+    // Creates the bucket, in the region of the settings, if there is none yet.
     void makeBucket();
 
 private:
     struct Request;
     struct Response;
+    struct Page {
+        std::vector<Object> objects;
+        bool hasMore = false;
+    };
 
-    std::string perform(const Request& request);
-    void prepare(const Request& request, const std::string& endpoint);
-    Response attempt(const Request& request, const std::string& endpoint);
-    std::string failureOf(const Response& response) const;
+    Page page(const std::string& prefix, const std::string& after, int maxKeys);
+    void perform(const Request& request);
+    void prepare(const Request& request, const std::string& endpoint, std::chrono::milliseconds limit);
+    Response attempt(const Request& request, const std::string& endpoint, std::chrono::milliseconds limit);
+    static void complete(Response& response, const char* detail);
+    std::string failureOf(const Response& response, const std::string& endpoint) const;
+    std::optional<std::chrono::milliseconds> pauseAfter(const Response& response, std::size_t tries,
+                                                        std::size_t endpoints) const;
 
     std::string m_bucket;
     RequestObserver m_observer;
-    std::vector<std::string> m_endpoints;
-    std::size_t m_current = 0;  // index of the endpoint that answered last
-    std::string m_key;
-    std::string m_secret;
-    std::string m_region;
-    std::string m_certificates;  // file of trusted authorities; empty: those of the machine
-    long m_stallSeconds = 0;
+    ObjectSettings m_settings;
+    Endpoints m_endpoints;
+    std::string m_account;
     std::unique_ptr<void, void (*)(void*)> m_handle;  // of libcurl; keeps its connection from one request to the next
 };
 

@@ -13,6 +13,7 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
+#include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 
 namespace fs = std::filesystem;
@@ -58,9 +59,10 @@ std::string mirrored(const std::string& id) {
     return fmt::format("{:0{}}{}", MAX_SEQUENCE - numberOf(id), SEQUENCE_DIGITS, id.substr(SEQUENCE_DIGITS));
 }
 
+// In front of an '@' may be a key with its secret, which is not shown.
 [[noreturn]] void refusePlace(const std::string& place, const char* why) {
-    throw Error(
-        fmt::format("{} is not a cloud store: {}; give a folder, or s3://BUCKET[/PREFIX]", inQuotes(place), why));
+    const std::string what = place.find('@') == std::string::npos ? inQuotes(place) : "an address with a user";
+    throw Error(fmt::format("{} is not a cloud store: {}; give a folder, or s3://BUCKET[/PREFIX]", what, why));
 }
 
 // The header has the digest of all that follows its first line, so that a bit that flips anywhere on the way back is
@@ -91,7 +93,8 @@ public:
     ObjectReader(const BackupName& name, fs::path folder) : m_folder(std::move(folder)), m_backup(name) {}
 
     ObjectClient::Sink sink() {
-        return {[this] { restart(); }, [this](std::string_view bytes) { take(bytes); }};
+        return {[this] { restart(); }, [this](std::uint64_t size) { m_objectSize = size; },
+                [this](std::string_view bytes) { take(bytes); }};
     }
 
     bool hasHeader() const { return m_hasHeader; }
@@ -165,9 +168,14 @@ private:
         if (m_header.size() < m_headerSize) {
             return false;
         }
+        const std::uint64_t bundleSize = info["bundle"].asUInt64();
+        limits::require("its bundle: bytes", bundleSize, limits::ARCHIVE_BYTES);
+        if (m_headerSize + bundleSize != m_objectSize) {
+            fail(fmt::format("the object has {} bytes, and should have {}", m_objectSize, m_headerSize + bundleSize));
+        }
         readInfo(info, m_backup);
         m_backup.sha256 = info["sha256"].asString();
-        m_backup.size = info["bundle"].asUInt64();
+        m_backup.size = bundleSize;
         m_backup.metadata = m_header.substr(end + 1, m_headerSize - end - 1);
         m_digest.addBytes(std::string_view(m_header).substr(HEADER_LINE_BYTES));
         m_hasHeader = true;
@@ -189,8 +197,9 @@ private:
 
     fs::path m_folder;
     StoredBackup m_backup;
-    std::string m_header;          // and, of the piece that completed it, the start of the bundle
-    std::size_t m_headerSize = 0;  // known once it is whole
+    std::string m_header;            // and, of the piece that completed it, the start of the bundle
+    std::size_t m_headerSize = 0;    // known once it is whole
+    std::uint64_t m_objectSize = 0;  // as the store says
     bool m_hasHeader = false;
     Digest m_digest;
     std::uint64_t m_bundleBytes = 0;
@@ -198,12 +207,16 @@ private:
 };
 
 // Calls `read`, which fills the reader, and returns the backup. Damage becomes part of it; other errors are thrown.
-StoredBackup described(const BackupName& name, ObjectReader& reader, const std::function<void()>& read) {
+StoredBackup described(const CloudStore& store, const BackupName& name, ObjectReader& reader,
+                       const std::function<void()>& read) {
     try {
         read();
         return reader.finish();
     } catch (const Error& error) {
         reader.discard();
+        if (error.kind() == Error::Kind::Missing) {
+            throw missingBackup(store, name);
+        }
         if (error.kind() != Error::Kind::Damaged) {
             throw;
         }
@@ -215,7 +228,7 @@ StoredBackup described(const BackupName& name, ObjectReader& reader, const std::
 
 }  // namespace
 
-ObjectStore::ObjectStore(const std::string& place, RequestObserver observer) {
+ObjectStore::ObjectStore(const std::string& place, RequestObserver observer, fs::path notes) {
     if (place.compare(0, SCHEME.size(), SCHEME) != 0) {
         refusePlace(place, "its scheme is not s3");
     }
@@ -233,12 +246,22 @@ ObjectStore::ObjectStore(const std::string& place, RequestObserver observer) {
         m_prefix = rest.substr(slash + 1);
         m_prefix.erase(m_prefix.find_last_not_of('/') + 1);
     }
-    if (m_prefix.find("//") != std::string::npos || (!m_prefix.empty() && m_prefix.front() == '/')) {
-        refusePlace(place, "the prefix has an empty part");
+    for (const std::string& part : split(m_prefix, '/')) {
+        if (part.empty() && !m_prefix.empty()) {
+            refusePlace(place, "the prefix has an empty part");
+        }
+        if (part == "." || part == "..") {  // servers on the way would resolve it, and lead to another bucket
+            refusePlace(place, "a part of the prefix is '.' or '..'");
+        }
     }
     m_place = fmt::format("{}{}{}{}", SCHEME, bucket, m_prefix.empty() ? "" : "/", m_prefix);
     m_prefix += m_prefix.empty() ? "" : "/";
-    m_client = std::make_unique<ObjectClient>(bucket, std::move(observer));
+    m_client = std::make_unique<ObjectClient>(bucket, std::move(observer), std::move(notes));
+}
+
+ObjectClient& ObjectStore::clientFor(const Address& address) const {
+    m_client->prefer(address.account);
+    return *m_client;
 }
 
 std::string ObjectStore::folderOf(const Address& address) const {
@@ -269,27 +292,10 @@ void ObjectStore::create() {
     m_client->makeBucket();
 }
 
-// Visits the objects whose key begins with `prefix`, sorted by key, until `visit` returns false.
-void ObjectStore::forEachObject(const std::string& prefix, int pageSize,
-                                const std::function<bool(const ObjectClient::Object&)>& visit) const {
-    std::string after;
-    for (bool hasMore = true; hasMore;) {
-        const ObjectClient::Page page = m_client->list(prefix, after, pageSize);
-        for (const ObjectClient::Object& object : page.objects) {
-            if (!visit(object)) {
-                return;
-            }
-        }
-        // A store that promises more but gives nothing would be asked for ever.
-        hasMore = page.hasMore && !page.objects.empty();
-        after = page.objects.empty() ? "" : page.objects.back().key;
-    }
-}
-
 // The first object is the newest backup, unless foreign ones sort before it.
 std::optional<BackupName> ObjectStore::newest(const Address& address) const {
     std::optional<BackupName> newest;
-    forEachObject(folderOf(address), SHORT_PAGE_SIZE, [&](const ObjectClient::Object& object) {
+    clientFor(address).list(folderOf(address), SHORT_PAGE_SIZE, [&](const ObjectClient::Object& object) {
         newest = nameIn(object);
         return !newest;
     });
@@ -315,26 +321,28 @@ std::string ObjectStore::put(const NewBackup& backup, const fs::path& bundle) {
     // Two writers may see the same newest backup and take the same number. The random part keeps their objects apart.
     const BackupName name{
         backup, fmt::format("{:0{}}-{:0{}x}", number, SEQUENCE_DIGITS, std::random_device()(), RANDOM_DIGITS), ""};
-    m_client->put(keyOf(name), bodyOf(backup, bundle));
+    clientFor(backup).put(keyOf(name), bodyOf(backup, bundle));
     return name.id;
 }
 
 // The store does not say if it had nothing to remove: it is asked before.
 void ObjectStore::remove(const BackupName& backup) {
     look(backup);
-    m_client->remove(keyOf(backup));
+    clientFor(backup).remove(keyOf(backup));
 }
 
-StoreContent ObjectStore::content() const {
+StoreContent ObjectStore::contentOf(const std::string& account) const {
     StoreContent content;
-    forEachObject(m_prefix, PAGE_SIZE, [&](const ObjectClient::Object& object) {
-        if (std::optional<BackupName> name = nameIn(object)) {
-            content.backups.push_back(std::move(*name));
-        } else {
-            content.foreign.push_back(object.key);
-        }
-        return true;
-    });
+    m_client->prefer(account);
+    m_client->list(m_prefix + account + (account.empty() ? "" : "/"), PAGE_SIZE,
+                   [&](const ObjectClient::Object& object) {
+                       if (std::optional<BackupName> name = nameIn(object)) {
+                           content.backups.push_back(std::move(*name));
+                       } else {
+                           content.foreign.push_back(object.key);
+                       }
+                       return true;
+                   });
     // The listing has the newest of a category first.
     for (auto first = content.backups.begin(); first != content.backups.end();) {
         const auto last = std::find_if(first, content.backups.end(),
@@ -348,17 +356,17 @@ StoreContent ObjectStore::content() const {
 // The header of nearly every backup is small: one short request reads it.
 StoredBackup ObjectStore::look(const BackupName& name) const {
     ObjectReader reader(name, "");
-    return described(name, reader, [&] {
-        m_client->get(keyOf(name), TYPICAL_HEADER_BYTES, reader.sink());
+    return described(*this, name, reader, [&] {
+        clientFor(name).get(keyOf(name), TYPICAL_HEADER_BYTES, reader.sink());
         if (!reader.hasHeader()) {
-            m_client->get(keyOf(name), MAX_HEADER_BYTES, reader.sink());
+            clientFor(name).get(keyOf(name), MAX_HEADER_BYTES, reader.sink());
         }
     });
 }
 
 StoredBackup ObjectStore::fetch(const BackupName& name, const fs::path& folder) const {
     ObjectReader reader(name, folder);
-    return described(name, reader, [&] { m_client->get(keyOf(name), 0, reader.sink()); });
+    return described(*this, name, reader, [&] { clientFor(name).get(keyOf(name), 0, reader.sink()); });
 }
 
 }  // namespace sim

@@ -12,10 +12,10 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "simulator/cloud/CloudStore.h"
 #include "simulator/cloud/ObjectClient.h"
@@ -25,16 +25,18 @@ namespace sim {
 class ObjectStore final : public CloudStore {
 public:
     // Throws Error if `place` is not s3://BUCKET[/PREFIX], or if the environment lacks something.
-    ObjectStore(const std::string& place, RequestObserver observer);
+    // For `notes`, see Endpoints.
+    ObjectStore(const std::string& place, RequestObserver observer, std::filesystem::path notes);
 
     std::string place() const override { return m_place; }
     bool isRemote() const override { return true; }
     std::vector<std::filesystem::path> makeLocalFolders() const override { return {}; }
+    std::vector<std::string> unusedSettings() const override { return m_client->settings().unused; }
     void create() override;
     std::string put(const NewBackup& backup, const std::filesystem::path& bundle) override;
     void remove(const BackupName& backup) override;
     std::optional<BackupName> newest(const Address& address) const override;
-    StoreContent content() const override;
+    StoreContent contentOf(const std::string& account) const override;
     StoredBackup look(const BackupName& name) const override;
     StoredBackup fetch(const BackupName& name, const std::filesystem::path& folder) const override;
 
@@ -42,8 +44,7 @@ private:
     std::string folderOf(const Address& address) const;
     std::string keyOf(const BackupName& name) const;
     std::optional<BackupName> nameIn(const ObjectClient::Object& object) const;
-    void forEachObject(const std::string& prefix, int pageSize,
-                       const std::function<bool(const ObjectClient::Object&)>& visit) const;
+    ObjectClient& clientFor(const Address& address) const;
 
     std::string m_place;
     std::string m_prefix;  // empty, or ends with '/'

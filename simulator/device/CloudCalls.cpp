@@ -178,8 +178,8 @@ private:
                 return m_device.cloud->fetch(*name, place);
             });
             if (!backup.damage.empty()) {
-                m_device.record.call(calls::cloud_request.name, "backup " + name->path(), "damaged: " + backup.damage,
-                                     std::nullopt);
+                m_device.record.call(calls::cloud_request.name, "backup " + name->path(),
+                                     DAMAGED_BACKUP + backup.damage, std::nullopt);
                 return Response::Error;
             }
             m_device.record.transferred(address, backup.id);
@@ -188,9 +188,19 @@ private:
             downloaded = {backup.metadata, folder / backup.name};
             return Response::RestoreData;
         } catch (const Error& error) {
+            explain("a backup for the restore", error);
             return responseTo(error);
-        } catch (const std::exception&) {
+        } catch (const std::exception& error) {
+            explain("a backup for the restore", error);
             return Response::Error;
+        }
+    }
+
+    // Records an error that is none of a request, which has been recorded: a full disk, or a full category.
+    void explain(const std::string& what, const std::exception& error) {
+        const std::string why = error.what();
+        if (m_device.lastOutcome.empty() || why.compare(0, m_device.lastOutcome.size(), m_device.lastOutcome) != 0) {
+            m_device.record.call(calls::cloud_request.name, what, why, std::nullopt);
         }
     }
 
@@ -224,6 +234,7 @@ private:
             if (!m_device.cloud->isRemote() && error.kind() != Error::Kind::Duplicate) {
                 throw;
             }
+            explain("the new backup", error);
             return {responseTo(error), ""};
         }
         m_device.record.transferred(backup, stored.id);

@@ -46,10 +46,13 @@ Device::Device(const ServiceOptions& options, Session& conversation, int process
       application(process),
       tv(options.home),
       keeper(openRefreshed(tv)),
-      cloud(openCloud(options.cloud,
-                      [this](const std::string& request, const std::string& outcome) {
-                          record.call(calls::cloud_request.name, request, outcome, std::nullopt);
-                      })),
+      cloud(openCloud(
+          options.cloud,
+          [this](const std::string& request, const std::string& outcome) {
+              lastOutcome = outcome;
+              record.call(calls::cloud_request.name, request, outcome, std::nullopt);
+          },
+          options.home / DOWN_NOTES)),
       record(tv, loop, application, options.keep),
       faults(tv.faults(), record.run()),
       m_started(tv.now()) {

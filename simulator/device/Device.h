@@ -39,6 +39,7 @@ public:
     const int application;
     Tv tv;
     std::unique_ptr<ListKeeper> keeper;  // of the TV's channel list; null: the TV alone
+    std::string lastOutcome;             // of a request to a remote cloud, as recorded
     std::unique_ptr<CloudStore> cloud;
     EventLoop loop;
     Recorder record;

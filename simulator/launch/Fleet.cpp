@@ -13,6 +13,7 @@
 #include <thread>
 #include <utility>
 
+#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
 #include "simulator/base/Json.h"
@@ -165,7 +166,7 @@ FleetRun runOn(const fs::path& home, const FleetRequest& request, const std::str
     try {
         const FolderLock lock = lockTv(home, before ? PATIENCE : std::chrono::seconds(0));
         Tv tv(home);
-        const std::unique_ptr<CloudStore> store = openCloud(cloud);
+        const std::unique_ptr<CloudStore> store = openCloud(cloud, {}, home / DOWN_NOTES);
         const std::int64_t newest = tv.runs().newest();
         const std::optional<Run> begun = before && newest > *before ? tv.runs().find(newest) : std::nullopt;
         if (!begun) {
@@ -175,7 +176,7 @@ FleetRun runOn(const fs::path& home, const FleetRequest& request, const std::str
         wanted.extras = request.extras;
         wanted.hasOwnGroup = true;
         const RunReport report =
-            begun ? reportRun(tv, *store, *begun) : launchAndJudge(wanted, tv, cloud, *store, lock, timed);
+            begun ? reportRun(tv, opened(*store), *begun) : launchAndJudge(wanted, tv, cloud, *store, lock, timed);
         run.outcome = report.verdict.outcome;
         run.why = report.verdict.why;
     } catch (const std::exception& error) {

@@ -227,7 +227,7 @@ RunReport launchAndJudge(const RunRequest& request, Tv& tv, const std::string& c
         throw Error(fmt::format("the application did not start on the TV at {}: {}{}{}", tv.home().string(), end.how,
                                 printed ? "\n" : "", printed ? contentOf(printed.get()) : ""));
     }
-    RunReport report = reportRun(tv, store, *run);
+    RunReport report = reportRun(tv, opened(store), *run);
     if (printed) {
         report.complaints = complaintsIn(contentOf(printed.get()));
     }

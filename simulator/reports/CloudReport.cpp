@@ -40,8 +40,10 @@ std::string ofAccount(const std::string& account) {
 
 BackupName chooseBackup(const CloudStore& store, const std::string& id, const std::string& account) {
     const std::optional<std::uint64_t> number = toNumber<std::uint64_t>(id);  // zeros before it may be left out
+    const std::vector<std::string> parts = split(id, '/');
+    constexpr std::size_t PARTS_WITH_ACCOUNT = 4;
     std::vector<BackupName> found;
-    for (const BackupName& backup : store.content().backups) {
+    for (const BackupName& backup : store.contentOf(parts.size() == PARTS_WITH_ACCOUNT ? parts[0] : account).backups) {
         const std::string path = fmt::format("{}/{}/{}", backup.clientId, backup.category, backup.id);
         const bool isOfAccount = account.empty() || backup.account == account;
         const bool isNumber = number && number == toNumber<std::uint64_t>(backup.id);
@@ -64,6 +66,21 @@ BackupName chooseBackup(const CloudStore& store, const std::string& id, const st
     return found.back();
 }
 
+namespace {
+
+bool isWhole(const CloudStore& store, const BackupName& name) {
+    try {
+        return fetchBundle(store, name).bundle.fatalProblems().empty();
+    } catch (const Error& error) {
+        if (error.kind() != Error::Kind::Damaged && error.kind() != Error::Kind::Missing) {
+            throw;
+        }
+        return false;
+    }
+}
+
+}  // namespace
+
 FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name) {
     // A bundle is read whole when it is opened, so that its file need not stay.
     const ScratchFolder scratch;
@@ -73,6 +90,26 @@ FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name) {
     }
     Bundle bundle(scratch / backup.name, backup.metadata);
     return {std::move(backup), std::move(bundle)};
+}
+
+std::optional<BackupName> wholeBefore(const CloudStore& store, const BackupName& name) {
+    constexpr std::size_t MAX_READ = 10;
+    try {
+        std::vector<BackupName> backups = store.contentOf(name.account).backups;
+        const auto isOther = [&](const BackupName& each) {
+            return std::tie(each.clientId, each.category) != std::tie(name.clientId, name.category);
+        };
+        backups.erase(std::remove_if(backups.begin(), backups.end(), isOther), backups.end());
+        auto each = std::find_if(backups.rbegin(), backups.rend(),
+                                 [&](const BackupName& backup) { return backup.id == name.id; });
+        for (std::size_t i = 0; i < MAX_READ && each != backups.rend() && ++each != backups.rend(); ++i) {
+            if (isWhole(store, *each)) {
+                return *each;
+            }
+        }
+    } catch (const Error&) {  // of a hint, no error comes
+    }
+    return std::nullopt;
 }
 
 std::string antennaOf(const StoredBackup& backup) {

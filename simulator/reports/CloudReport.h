@@ -29,6 +29,10 @@ struct FetchedBackup {
 // Throws Error: Damaged if the backup is, or what the store throws.
 FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name);
 
+// The newest whole backup of the same account, client and category before another one; nothing if there is none among
+// the few before it, or the store does not tell.
+std::optional<BackupName> wholeBefore(const CloudStore& store, const BackupName& name);
+
 // The antenna inputs that a backup was made with, in words.
 std::string antennaOf(const StoredBackup& backup);
 

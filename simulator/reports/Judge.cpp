@@ -192,7 +192,36 @@ std::string lastRefusal(const Evidence& evidence) {
     return isRefused ? fmt::format("{}: {}", last->arguments, last->result) : "";
 }
 
+// The newest backup is damaged, and with it the restore: what to do.
+std::string adviceOnDamage(const Evidence& evidence, const BackupName& damaged) {
+    const std::optional<BackupName> older = wholeBefore(evidence.store, damaged);
+    return older ? fmt::format("; the newest whole one before it: halcyon-tv run operation=restore --backup {}",
+                               older->id)
+                 : "";
+}
+
+// The store found the damage itself, and handed nothing out.
+std::optional<Reason> refusedDamage(const Evidence& evidence) {
+    constexpr std::string_view BACKUP = "backup ";
+    for (const CallRecord& call : evidence.calls) {
+        if (call.name != calls::cloud_request.name || call.result.rfind(DAMAGED_BACKUP, 0) != 0) {
+            continue;
+        }
+        const std::vector<std::string> parts = split(call.arguments.substr(BACKUP.size()), '/');
+        constexpr std::size_t PARTS = 4;
+        return Reason{
+            Cause::Damage,
+            fmt::format(
+                "{} is {}{}", call.arguments, call.result,
+                parts.size() == PARTS ? adviceOnDamage(evidence, {{parts[0], parts[1], parts[2]}, parts[3], ""}) : "")};
+    }
+    return std::nullopt;
+}
+
 Reason cloudReason(const Evidence& evidence) {
+    if (const std::optional<Reason> damage = refusedDamage(evidence)) {
+        return *damage;
+    }
     const std::string detail = lastRefusal(evidence);
     if (evidence.isRestore() && detail.empty()) {
         const Address address{evidence.tv.account(), application::CLIENT_ID, application::CATEGORY};
@@ -268,7 +297,8 @@ Reason failureReason(const Evidence& evidence) {
         if (const auto reason = incompatibility(evidence.bundle->metadata(), evidence.tv.antenna())) {
             return *reason;
         }
-        if (const auto reason = storedDamage(evidence, evidence.bundle->fatalProblems())) {
+        if (auto reason = storedDamage(evidence, evidence.bundle->fatalProblems())) {
+            reason->why += adviceOnDamage(evidence, *evidence.backup);
             return *reason;
         }
         if (const auto reason = damageOnTheWay(evidence)) {
@@ -335,7 +365,7 @@ int decisiveIn(const Evidence& evidence, Outcome outcome) {
     return decisive == 0 && outcome != Outcome::Done && failure != nullptr ? failure->seq : decisive;
 }
 
-// The backup stays unknown if it is gone or damaged.
+// The backup stays unknown if it is damaged, or gone.
 void takeBackup(Evidence& evidence) {
     const Run& run = evidence.run;
     try {
@@ -344,7 +374,10 @@ void takeBackup(Evidence& evidence) {
         evidence.backup = std::move(fetched.backup);
         evidence.bundle = std::move(fetched.bundle);
     } catch (const Error& error) {
-        if (error.kind() != Error::Kind::Missing && error.kind() != Error::Kind::Damaged) {
+        // Somebody has removed what was restored: nothing can be compared with it. What was just stored must be there.
+        const bool isRemoved =
+            error.kind() == Error::Kind::Missing && wasToldOfSuccess(evidence) && evidence.isRestore();
+        if (isRemoved || (error.kind() != Error::Kind::Missing && error.kind() != Error::Kind::Damaged)) {
             throw;
         }
     }

@@ -50,23 +50,21 @@ Verdict verdictByRecord(const Run& run) {
 }
 
 // What this machine or the store lacks is no failure of the run.
-Verdict judgeNow(const Tv& tv, const CloudStore& store, const Run& run) {
+Verdict judgeNow(const Tv& tv, const StoreOpener& store, const Run& run) {
     try {
-        return judge(tv, store, run);
+        return judge(tv, store(), run);
     } catch (const Error& error) {
         Verdict verdict;
         verdict.outcome = Outcome::Unchecked;
         const bool isOfCloud = error.kind() == Error::Kind::Unreachable || error.kind() == Error::Kind::Denied;
         verdict.cause = isOfCloud ? Cause::Cloud : Cause::Other;
-        verdict.why = fmt::format(
-            "the run has ended, but what became of it cannot be checked: {}; check it later with: "
-            "halcyon-tv record",
-            error.what());
+        verdict.why = fmt::format("the run has ended, but what became of it cannot be checked: {}{}", error.what(),
+                                  isOfCloud ? "; check it later with: halcyon-tv record" : "");
         return verdict;
     }
 }
 
-Verdict verdictOn(const Tv& tv, const CloudStore& store, const Run& run) {
+Verdict verdictOn(const Tv& tv, const StoreOpener& store, const Run& run) {
     if (std::optional<Verdict> given = tv.runs().record(run.id).verdict()) {
         return *given;
     }
@@ -120,11 +118,11 @@ bool passes(const TimelineFilter& filter, const CallRecord& call) {
 
 }  // namespace
 
-RunReport reportRun(const Tv& tv, const CloudStore& store, const Run& run) {
+RunReport reportRun(const Tv& tv, const StoreOpener& store, const Run& run) {
     return {run, verdictOn(tv, store, run), run.response ? words(*run.response) : "none", replyOf(run), endOf(run)};
 }
 
-std::vector<RunReport> reportRuns(const Tv& tv, const CloudStore& store) {
+std::vector<RunReport> reportRuns(const Tv& tv, const StoreOpener& store) {
     std::vector<RunReport> reports;
     for (const Run& run : tv.runs().list()) {
         reports.push_back(reportRun(tv, store, run));

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/cloud/CloudStore.h"
+#include "simulator/cloud/OpenCloud.h"
 #include "simulator/tv/Tv.h"
 
 namespace sim {
@@ -23,9 +23,9 @@ struct RunReport {
 
 // With the verdict that was given at the run's end. If there is none, the newest run is judged now, or stays unchecked
 // if the TV or the store cannot be read; an older one gets the outcome that its record tells, and no items, as the TV
-// has changed since. Throws Error if the record cannot be read.
-RunReport reportRun(const Tv& tv, const CloudStore& store, const Run& run);
-std::vector<RunReport> reportRuns(const Tv& tv, const CloudStore& store);  // all of them, oldest first
+// has changed since. Only to judge, the store is opened. Throws Error if the record cannot be read.
+RunReport reportRun(const Tv& tv, const StoreOpener& store, const Run& run);
+std::vector<RunReport> reportRuns(const Tv& tv, const StoreOpener& store);  // all of them, oldest first
 
 // A call or a log record of a run.
 struct Moment {

@@ -34,6 +34,9 @@ namespace calls {
 #undef EVENT
 }  // namespace calls
 
+// How the result of a cloud_request begins if the backup arrived, and is damaged.
+constexpr char DAMAGED_BACKUP[] = "damaged: ";
+
 // All of them.
 const std::vector<const PlatformCall*>& platformCalls();
 

@@ -7,6 +7,7 @@
 //   ci/           the CI module's own files
 //   apps/, tmp/   what the path variables for application and temporary data stand for
 //   spool/        bundles on their way to a cloud on another machine
+//   down-addresses  which addresses of that cloud were down lately
 //   snapshots/    what it was before, by name
 #pragma once
 

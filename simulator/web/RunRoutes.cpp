@@ -25,7 +25,7 @@ Json::Value withTimeline(const Tv& tv, const CloudStore& store, const RunReport&
 // Without their items and timelines.
 Json::Value listRuns(const Lab& lab, const ApiRequest& request) {
     const Tv tv = lab.look(request.parts[0]);
-    Json::Value runs = toJson(reportRuns(tv, *openCloud(lab.cloud())));
+    Json::Value runs = toJson(reportRuns(tv, openLater(lab.cloud())));
     for (Json::Value& run : runs) {
         run.removeMember("items");
     }
@@ -40,7 +40,7 @@ Json::Value showRun(const Lab& lab, const ApiRequest& request) {
         throw Error(Error::Kind::Missing, fmt::format("there is no run {}", inQuotes(request.parts[1])));
     }
     const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
-    return withTimeline(tv, *store, reportRun(tv, *store, *run));
+    return withTimeline(tv, *store, reportRun(tv, opened(*store), *run));
 }
 
 bool flag(const Json::Value& body, const char* member) {

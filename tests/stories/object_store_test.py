@@ -71,11 +71,11 @@ class Stories(TwoTvs):
         cluster.write(self.key(third), body[:-30] + bytes([body[-30] ^ 1]) + body[-29:])
         cluster.write(self.key(second), b"")
         cluster.write(self.key(first), body[:400].replace(b"halcyon", b"another"))
-        listed = self.a.tv("cloud", "list", "--json", "-v").json
+        listed = self.a.tv("cloud", "list", "--json", "-v", code=6).json
         self.assertEqual([bool(each["damage"]) for each in listed["backups"]], [True, True, False])
         self.assertEqual(sorted(listed["foreign"]), sorted(f"{prefix}/{name}" for name in
                                                            ("default/c/k/00000001-nothexad", "default/x", "notes.txt")))
-        answer = self.b.tv("run", "-q", "operation=restore", code=7).text
+        answer = self.b.tv("run", "-q", "operation=restore", code=6).text
         self.assertIn("its bytes are not those that were stored", answer)
         self.assertIn("its bytes are not those", self.a.tv("bundle", "verify", third["id"], code=6).errors)
 
