@@ -1,13 +1,15 @@
 #include "halcyon_tv/Tv.h"
 
+#include <fcntl.h>
 #include <json/reader.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <sstream>
 #include <utility>
 
@@ -17,25 +19,56 @@ namespace halcyon {
 
 namespace {
 
-using File = std::unique_ptr<std::FILE, decltype(&std::fclose)>;
-
-// A file, unlike a pipe, holds what comes while nobody reads.
-File temporaryFile() {
-    File file(std::tmpfile(), &std::fclose);
-    if (file == nullptr) {
-        throw Failure("there is no room for temporary files");
+// What a program prints on one of its streams.
+class Stream {
+public:
+    Stream() {
+        if (::pipe2(m_ends.data(), O_CLOEXEC) != 0) {
+            throw Failure("there is no room for a pipe");
+        }
     }
-    return file;
-}
-
-std::string contentOf(std::FILE* file) {
-    std::rewind(file);
-    std::string text;
-    std::array<char, 4096> buffer = {};
-    for (std::size_t count = 0; (count = std::fread(buffer.data(), 1, buffer.size(), file)) > 0;) {
-        text.append(buffer.data(), count);
+    ~Stream() {
+        closeInput();
+        ::close(output());
     }
-    return text;
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+    int output() const { return m_ends[0]; }
+    int input() const { return m_ends[1]; }
+
+    void closeInput() {
+        if (input() >= 0) {
+            ::close(input());
+            m_ends[1] = -1;
+        }
+    }
+
+    // Returns false at the end.
+    bool read(std::string& text) const {
+        std::array<char, 4096> buffer = {};
+        const ssize_t count = ::read(output(), buffer.data(), buffer.size());
+        text.append(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        return count > 0;
+    }
+
+private:
+    std::array<int, 2> m_ends = {};
+};
+
+// Reads both to their ends, as they come: a program waits if nobody reads.
+void readBoth(Stream& output, Stream& errors, Answer& answer) {
+    output.closeInput();
+    errors.closeInput();
+    std::array<pollfd, 2> open = {{{output.output(), POLLIN, 0}, {errors.output(), POLLIN, 0}}};
+    while ((open[0].fd >= 0 || open[1].fd >= 0) && ::poll(open.data(), open.size(), -1) >= 0) {
+        if (open[0].revents != 0 && !output.read(answer.text)) {
+            open[0].fd = -1;
+        }
+        if (open[1].revents != 0 && !errors.read(answer.errors)) {
+            open[1].fd = -1;
+        }
+    }
 }
 
 // In the child: what fails here is the exit code of a shell that does not find a program.
@@ -88,8 +121,9 @@ Json::Value Answer::json() const {
 
 Answer execute(const std::vector<std::string>& words, const std::map<std::string, std::string>& environment,
                const fs::path& folder) {
-    const File output = temporaryFile();
-    const File errors = temporaryFile();
+    Stream output;
+    Stream errors;
+    Answer answer;
     std::vector<std::string> copies = words;
     std::vector<char*> arguments;
     arguments.reserve(copies.size() + 1);
@@ -99,14 +133,15 @@ Answer execute(const std::vector<std::string>& words, const std::map<std::string
     arguments.push_back(nullptr);
     const pid_t process = ::fork();
     if (process == 0) {
-        become(arguments, environment, folder, ::fileno(output.get()), ::fileno(errors.get()));
+        become(arguments, environment, folder, output.input(), errors.input());
     }
+    readBoth(output, errors, answer);
     int status = 0;
     if (process < 0 || ::waitpid(process, &status, 0) != process) {
         throw Failure(words.front() + " cannot be started");
     }
-    const int code = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    return {code, contentOf(output.get()), contentOf(errors.get())};
+    answer.code = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    return answer;
 }
 
 std::map<std::string, std::string> Run::items() const {
