@@ -16,6 +16,7 @@
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Limits.h"
+#include "simulator/base/LineSplitter.h"
 
 namespace fs = std::filesystem;
 
@@ -165,29 +166,14 @@ void forEachBlock(const fs::path& path, const std::function<void(std::string_vie
     forEachBlockOf(openRegularFile(path), path, take);
 }
 
+void forEachPiece(const fs::path& path, const std::function<void(std::string_view)>& take) {
+    forEachBlockOf(openFile(path, O_RDONLY), path, take);
+}
+
 void forEachLine(const fs::path& path, const std::function<void(std::string_view)>& take, std::size_t maxBytes) {
-    std::string begun;
-    forEachBlockOf(openFile(path, O_RDONLY), path, [&](std::string_view block) {
-        while (!block.empty()) {
-            const std::size_t end = block.find('\n');
-            const std::string_view part = block.substr(0, end);
-            // Compared here, so that the text for require() is not made for each line.
-            if (begun.size() + part.size() > maxBytes) {
-                limits::require(path.string() + ": bytes of a line", begun.size() + part.size(), maxBytes);
-            }
-            if (end == std::string_view::npos) {
-                begun += part;
-                return;
-            }
-            // Most lines lie within one block, and need no copy.
-            take(begun.empty() ? part : begun += part);
-            begun.clear();
-            block.remove_prefix(end + 1);
-        }
-    });
-    if (!begun.empty()) {
-        take(begun);
-    }
+    LineSplitter splitter(path.string(), maxBytes, take);
+    forEachPiece(path, [&](std::string_view piece) { splitter.add(piece); });
+    splitter.finish();
 }
 
 std::string readFile(const fs::path& path, std::uint64_t maxBytes) {

@@ -33,6 +33,9 @@ void removeTree(const std::filesystem::path& path);
 // Passes the bytes of a regular file to `take`, block by block. Throws Error (Damaged) if it is of another kind.
 void forEachBlock(const std::filesystem::path& path, const std::function<void(std::string_view)>& take);
 
+// The same of a file of any kind, such as a pipe.
+void forEachPiece(const std::filesystem::path& path, const std::function<void(std::string_view)>& take);
+
 // Passes the lines of a file of any kind to `take`, without their line breaks. Throws Error (Damaged) if one is longer
 // than `maxBytes`.
 void forEachLine(const std::filesystem::path& path, const std::function<void(std::string_view)>& take,

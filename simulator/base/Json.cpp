@@ -13,6 +13,8 @@ namespace {
 // Stops at what is no JSON, or at one value too many.
 class Limited : public nlohmann::json_sax<nlohmann::json> {
 public:
+    explicit Limited(std::size_t maxValues) : m_maxValues(maxValues) {}
+
     bool null() override { return count(); }
     bool boolean(bool /*value*/) override { return count(); }
     bool number_integer(number_integer_t /*value*/) override { return count(); }
@@ -31,27 +33,28 @@ public:
     }
 
 private:
-    bool count() { return ++m_count <= JSON_VALUES; }
+    bool count() { return ++m_count <= m_maxValues; }
 
+    std::size_t m_maxValues;
     std::size_t m_count = 0;
 };
 
 // jsoncpp accepts some texts that are not JSON ("-01", a line break inside a string). This parser does not, but takes a
 // NUL for the end of the text.
-bool isJson(const std::string& text) {
-    Limited limited;
+bool isJson(const std::string& text, std::size_t maxValues) {
+    Limited limited(maxValues);
     return text.find('\0') == std::string::npos && nlohmann::json::sax_parse(text, &limited);
 }
 
 }  // namespace
 
-bool parseJson(const std::string& text, Json::Value& value) {
+bool parseJson(const std::string& text, Json::Value& value, std::size_t maxValues) {
     Json::CharReaderBuilder builder;
     builder["failIfExtra"] = true;
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     value = Json::Value();
     try {
-        if (isJson(text) && reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) {
+        if (isJson(text, maxValues) && reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) {
             return true;
         }
     } catch (const Json::Exception&) {  // nested too deep

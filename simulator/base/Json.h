@@ -12,8 +12,8 @@ namespace sim {
 constexpr std::size_t JSON_VALUES = 100'000;
 
 // Parses a whole JSON text. Returns false and sets a null value if it is not JSON, nested more than 1,000 deep, or
-// holds more than JSON_VALUES values.
-bool parseJson(const std::string& text, Json::Value& value);
+// holds more than `maxValues` values.
+bool parseJson(const std::string& text, Json::Value& value, std::size_t maxValues = JSON_VALUES);
 
 enum class JsonStyle { Compact, Indented };
 std::string writeJson(const Json::Value& value, JsonStyle style = JsonStyle::Compact);

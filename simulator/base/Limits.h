@@ -11,6 +11,12 @@ namespace sim::limits {
 constexpr std::uint64_t CHANNEL_LIST_BYTES = 256U << 20;
 constexpr std::uint64_t CHANNEL_LINE_BYTES = 16U << 10;
 
+// Of a channel list in JSON, which may be a single line, and is parsed as a whole.
+constexpr std::uint64_t JSON_LIST_BYTES = 16U << 20;
+
+// Of the files that a channel list consists of in a folder.
+constexpr std::size_t LIST_FILES = 100'000;
+
 // Of an entry of an archive, whether it is packed or unpacked.
 constexpr std::uint64_t ENTRY_BYTES = 1U << 30;
 constexpr std::uint64_t ARCHIVE_ENTRIES = 65'535;

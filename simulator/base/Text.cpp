@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include "simulator/base/Error.h"
 
@@ -107,6 +108,21 @@ std::vector<std::string> split(std::string_view text, char separator) {
         }
         text.remove_prefix(end + 1);
     }
+}
+
+std::string without(std::string_view characters, std::string text, char instead) {
+    std::replace_if(
+        text.begin(), text.end(), [&](char c) { return characters.find(c) != std::string_view::npos; }, instead);
+    return text;
+}
+
+std::string inALine(std::string text) {
+    return without("\n\r", std::move(text), ' ');
+}
+
+std::string_view trimmed(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+    return text.substr(0, text.find_last_not_of(" \t") + 1);
 }
 
 std::string plural(std::uint64_t count, std::string_view one, std::string_view many) {

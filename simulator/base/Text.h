@@ -15,6 +15,15 @@ namespace sim {
 // The parts between the separators. An empty text has one part.
 std::vector<std::string> split(std::string_view text, char separator);
 
+// A text with another character in the place of some.
+std::string without(std::string_view characters, std::string text, char instead);
+
+// A text that must not end its line.
+std::string inALine(std::string text);
+
+// The text from the first character that is no blank or tab to the last.
+std::string_view trimmed(std::string_view text);
+
 // "1 service", "2 services".
 std::string plural(std::uint64_t count, std::string_view one, std::string_view many = {});
 
