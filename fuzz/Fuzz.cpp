@@ -10,6 +10,7 @@
 #include "simulator/base/Files.h"
 #include "simulator/base/Sandbox.h"
 #include "simulator/client/Connection.h"
+#include "simulator/lineup/ChannelList.h"
 #include "simulator/tv/Tv.h"
 
 namespace fs = std::filesystem;

@@ -37,14 +37,14 @@ TEST_F(Cli, MakesATvAndSaysWhatItSkipped) {
 TEST_F(Cli, NamesTheFormatOfAForeignListAndFewOfItsLines) {
     std::string dvbv5 = "[Eins]\n\tSERVICE_ID = 1\n\tDELIVERY_SYSTEM = DVBS\n";
     for (int i = 0; i < 20; ++i) {
-        dvbv5 += "\tFREQUENCY = 1\n";
+        dvbv5 += "[Eins]\n";
     }
     for (const auto& [text, kind] :
          {std::pair(dvbv5, "a channel list of the DVB tools (dvbv5); "),
           std::pair(std::string("#EXTM3U\nhttp://x\n"), "a playlist (M3U); "),
           std::pair(std::string("eDVB services /4/\nservices\n"), "Enigma2 (lamedb); "),
           std::pair(std::string("{\"name\": 1}\n"), "JSON, as Tvheadend writes it; "),
-          std::pair(std::string("no;name;sid;tid\n1;a;2;3\n"), "a table of values (CSV); ")}) {
+          std::pair(std::string("a:410000000:INVERSION_AUTO:1\n"), "a channel list of the zap tools; ")}) {
         test::write(folder / "list.conf", text);
         const Answer refused = init();
         EXPECT_EQ(refused.code, 3);

@@ -110,10 +110,9 @@ int exportChannels(const Side& side, const std::string& format) {
             print("{}\n", lines.substr(0, end));
         }
     };
-    std::vector<std::string> problems;
-    sim::exportChannels(*side.setup.services, *sim::fromName<sim::ExportFormat>(format), write,
-                        [&](const std::string& problem) { problems.push_back(problem); });
-    printLines(stderr, "", problems);
+    for (const std::string& remark : sim::exportChannels(*side.setup.services, format, write)) {
+        print(stderr, "{}\n", remark);
+    }
     return DONE;
 }
 
@@ -144,17 +143,13 @@ void addCompareCommands(CLI::App& app, Action& chosen) {
                    });
     exporting->add_option("side", options->side,
                           "the folder of a TV, a bundle file, or a stored backup's id (default: this TV)");
-    std::vector<std::string> formats;
-    formats.reserve(std::size(sim::NAMES<sim::ExportFormat>));
-    for (const auto& each : sim::NAMES<sim::ExportFormat>) {
-        formats.emplace_back(each.name);
-    }
     exporting
         ->add_option("--format", options->format,
-                     "vdr: channels.conf of VDR, as init reads it; dvbv5: for the DVB tools of Linux; m3u: names "
-                     "and dvb://network.stream.service, for scripts: no player finds a transponder by that")
+                     "vdr: channels.conf of VDR; dvbv5: for the DVB tools of Linux; lamedb: for Enigma2, without "
+                     "bouquets; csv: all there is, for spreadsheets; m3u: names and dvb://network.stream.service, for "
+                     "scripts: no player finds a transponder by that")
         ->required()
-        ->check(CLI::IsMember(formats));
+        ->check(CLI::IsMember(sim::exportFormats()));
 }
 
 }  // namespace cli

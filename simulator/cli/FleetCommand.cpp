@@ -17,6 +17,7 @@
 #include "simulator/cli/Command.h"
 #include "simulator/launch/Fleet.h"
 #include "simulator/lineup/Application.h"
+#include "simulator/lineup/ChannelList.h"
 #include "simulator/reports/ToJson.h"
 #include "simulator/tv/Tv.h"
 

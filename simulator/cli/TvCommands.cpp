@@ -24,6 +24,7 @@ namespace {
 
 struct InitOptions {
     std::string channels;
+    sim::ListOptions list;
     std::string serial;
     std::string now = "machine";
     bool isStill = false;
@@ -34,12 +35,16 @@ struct InitOptions {
 };
 
 // Says what the list lacks, before a later step can fail, which may be why it does.
-void printProblems(const InitOptions& options, const sim::ChannelSummary& list) {
-    printLines(stderr, "", list.problems);
+void printRemarks(const InitOptions& options, const sim::ChannelSummary& list) {
+    for (const std::vector<std::string>& lines : {list.problems, list.notes}) {
+        for (const std::string& line : lines) {
+            print(stderr, "{}\n", line);
+        }
+    }
     if (list.latin1Lines > 0) {
         print(stderr,
-              "{}: {} not UTF-8, read as ISO 8859-1 (Latin-1); if names look wrong, convert the list first, such as "
-              "with: iconv -f CP1251 -t UTF-8\n",
+              "{}: {} not UTF-8, read as ISO 8859-1 (Latin-1); if names look wrong, say what the list is in, such "
+              "as: --encoding CP1251\n",
               options.channels, list.latin1Lines == 1 ? "1 line is" : fmt::format("{} lines are", list.latin1Lines));
     }
 }
@@ -59,9 +64,9 @@ int init(const Session& session, const InitOptions& options) {
     });
     sim::ChannelSummary list;
     const auto read = [&](sim::ChannelSink& sink) {
-        list = sim::readChannelList(options.channels, sink);
+        list = sim::readChannelList(options.channels, sink, options.list);
         if (!session.isQuiet) {
-            printProblems(options, list);
+            printRemarks(options, list);
         }
     };
     sim::Tv::create(session.home, keeper ? keeper->list() : read,
@@ -77,15 +82,18 @@ int init(const Session& session, const InitOptions& options) {
     const Json::Value json = sim::object({{"home", session.home.string()},
                                           {"services", list.services},
                                           {"groups", list.groups},
+                                          {"format", std::string(list.format)},
                                           {"latin1Lines", list.latin1Lines},
-                                          {"problems", list.problems}});
+                                          {"skipped", list.skipped},
+                                          {"problems", list.problems},
+                                          {"notes", list.notes}});
     return answer(session, json, [&] {
         if (session.isQuiet) {
             return;
         }
         print("Made a factory-fresh TV at {}: {} in {}, {} skipped.\n", session.home.string(),
               sim::plural(list.services, "service"), sim::plural(list.groups, "group"),
-              sim::plural(list.problems.size(), "line"));
+              sim::plural(list.skipped, list.unit, list.unit == "entry" ? "entries" : ""));
     });
 }
 
@@ -218,11 +226,18 @@ void addTvCommands(CLI::App& app, Action& chosen) {
     CLI::App* making =
         addCommand(app, "init", "Make a factory-fresh TV with a channel list", "halcyon-tv init --channels list.conf",
                    chosen, [options](const Session& session) { return init(session, *options); });
-    CLI::Option* channels =
-        making->add_option("--channels", options->channels, "channel list in the channels.conf format");
+    CLI::Option* channels = making->add_option(
+        "--channels", options->channels,
+        "channel list: channels.conf of VDR, dvbv5, M3U, lamedb or the folder with it and its bouquets, Tvheadend's "
+        "JSON or its folder, CSV; its content says which");
     for (const sim::KeeperKind* kind : sim::KeeperKind::all()) {
         addKeeperOptions(*making, *kind, options, channels);
     }
+    making->add_option("--encoding", options->list.encoding,
+                       "of the list, as iconv calls it (default: UTF-8 or what its byte order mark says; lines that "
+                       "are not are read as ISO 8859-1)");
+    making->add_option("--satellite", options->list.satellite,
+                       "where services come from whose list only says that it is a satellite, such as S19.2E");
     making->add_option("--serial", options->serial, "serial number of the set (default: a random one)");
     making->add_option("--account", options->account, "its account in the cloud: TVs of one account share backups")
         ->capture_default_str();

@@ -8,6 +8,7 @@
 #include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
+#include "simulator/lineup/FavouritePlaces.h"
 
 namespace sim {
 
@@ -18,14 +19,6 @@ namespace {
     services.forEach([&](const Service& service) { names.push_back(service.name); });
     throw Error(Error::Kind::Missing, fmt::format("the TV has no channel {}{}; see: halcyon-tv status --services",
                                                   inQuotes(text), didYouMean(text, names)));
-}
-
-// Numbers the places of a favourite list from 1 in their order.
-void closeFavourites(Database& database, const std::string& places) {
-    database.run(fmt::format(
-        "UPDATE services SET {0} = ordered.place FROM (SELECT id AS of, row_number() OVER (ORDER BY {0}) AS place "
-        "FROM services WHERE {0} > 0) AS ordered WHERE id = ordered.of AND {0} <> ordered.place",
-        places));
 }
 
 }  // namespace
@@ -75,17 +68,11 @@ void removeFavourites(Database& database, int list, const std::vector<Service>& 
                                                           inQuotes(service.name)));
         }
     }
-    closeFavourites(database, places);
+    closeFavourites(database, list);
 }
 
 void clearFavourites(Database& database, int list) {
     database.run(fmt::format("UPDATE services SET {0} = 0 WHERE {0} > 0", favouriteColumn(list)));
-}
-
-void closeFavourites(Database& database) {
-    for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
-        closeFavourites(database, favouriteColumn(list));
-    }
 }
 
 std::vector<std::string> fillFavouritesFromGroups(Database& database) {

@@ -21,9 +21,6 @@ void removeFavourites(Database& database, int list, const std::vector<Service>& 
 
 void clearFavourites(Database& database, int list);
 
-// Closes the gaps between the places in all favourite lists.
-void closeFavourites(Database& database);
-
 // Fills each favourite list with the group of its number, in the order of the list. Returns the groups' names.
 std::vector<std::string> fillFavouritesFromGroups(Database& database);
 

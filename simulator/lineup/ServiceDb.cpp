@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <iterator>
 #include <limits>
 #include <map>
@@ -20,6 +21,7 @@
 #include "simulator/base/Limits.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/ChannelFaults.h"
+#include "simulator/lineup/FavouritePlaces.h"
 #include "simulator/lineup/ReceivedDatabase.h"
 
 namespace fs = std::filesystem;
@@ -132,6 +134,8 @@ public:
             }
         }
         m_insert.run();
+        m_hasFavourites = m_hasFavourites || std::any_of(std::begin(FAVOURITE_PLACES), std::end(FAVOURITE_PLACES),
+                                                         [&](auto place) { return service.*place > 0; });
         // The id is the place in the list as well: ids count from 1, and a row that is refused uses up none.
         return m_database.changes() == 1
                    ? 0
@@ -140,9 +144,12 @@ public:
                              .value_or(0));
     }
 
+    bool hasFavourites() const { return m_hasFavourites; }
+
 private:
     Database& m_database;
     Statement m_insert;
+    bool m_hasFavourites = false;
 };
 
 // Whether a step fails due to what was received.
@@ -238,6 +245,10 @@ void ServiceDb::create(const ChannelSource& list, const std::string& ipServices)
         Transaction transaction(database);
         Insertion insertion(database);
         list(insertion);
+        // A list that was edited by hand may have gaps.
+        if (insertion.hasFavourites()) {
+            closeFavourites(database);
+        }
         database.run("INSERT INTO meta SELECT count(*) FROM services");
         transaction.commit();
     }

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/lineup/ChannelList.h"
+#include "simulator/lineup/ChannelSink.h"
 #include "simulator/lineup/Service.h"
 
 namespace sim {

@@ -20,12 +20,11 @@ EXAMPLES = pathlib.Path("/usr/share/vdr/channels.conf-examples")
 
 
 class Export(Story):
-    def come_back(self, channels):
-        """The list after init, a backup, a restore on another TV, and an export; and the list without what was
-        reported."""
+    def check_comes_back(self, channels):
+        """The list after init, a backup, a restore on another TV, and an export has the lines of the list in their
+        order, without as many as init skipped."""
         a = Tv(self.folder, "a", channels=channels)
         report = a.tv("init", "--channels", channels, "--home", self.folder / "again", "--json").json
-        skipped = {int(re.search(r":(\d+): ", problem)[1]) for problem in report["problems"]}
         a.tv("run", "-q")
         b = Tv(self.folder, "b")
         b.tv("run", "-q", "operation=restore")
@@ -34,12 +33,15 @@ class Export(Story):
             lines = text.decode()
         except UnicodeDecodeError:
             lines = text.decode("latin-1")
-        kept = [line for number, line in enumerate(lines.split("\n"), 1) if number not in skipped and line.strip()]
-        return b.tv("export", "--format", "vdr").text.splitlines(), kept
+        lines = [line for line in lines.split("\n") if line.strip()]
+        returned = b.tv("export", "--format", "vdr").text.splitlines()
+        self.assertEqual(len(returned), len(lines) - report["skipped"])
+        rest = iter(lines)
+        for line in returned:
+            self.assertIn(line, rest)
 
     def test_a_vdr_list_comes_back_line_by_line(self):
-        returned, kept = self.come_back(CHANNELS)
-        self.assertEqual(returned, kept)
+        self.check_comes_back(CHANNELS)
 
     @unittest.skipUnless(EXAMPLES.is_dir(), "Debian's vdr package is not there")
     def test_real_vdr_lists_come_back_line_by_line(self):
@@ -47,8 +49,7 @@ class Export(Story):
             with self.subTest(channels.name):
                 self.folder = self.folder / channels.name
                 self.folder.mkdir()
-                returned, kept = self.come_back(channels)
-                self.assertEqual(returned, kept)
+                self.check_comes_back(channels)
 
     def test_dvbv5_is_read_by_the_dvb_tools(self):
         tv = Tv(self.folder, "a", channels=CHANNELS)

@@ -18,6 +18,7 @@
 #include "simulator/device/Service.h"
 #include "simulator/lineup/Application.h"
 #include "simulator/lineup/Bundle.h"
+#include "simulator/lineup/ChannelList.h"
 #include "simulator/reports/Judge.h"
 #include "tests/support/Foretold.h"
 #include "tests/support/LogRecords.h"
