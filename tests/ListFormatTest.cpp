@@ -11,6 +11,7 @@
 #include "simulator/lineup/ChannelList.h"
 #include "simulator/lineup/ListFormats.h"
 #include "simulator/lineup/ServiceDb.h"
+#include "simulator/lineup/TableEdit.h"
 #include "simulator/lineup/Tuning.h"
 #include "tests/support/TestTv.h"
 
@@ -393,6 +394,76 @@ TEST_F(ListFormats, NameFewProblemsOfEachKind) {
     EXPECT_THAT(list.summary.problems, SizeIs(12)) << fmt::format("{}", fmt::join(list.summary.problems, "\n"));
     EXPECT_THAT(list.summary.problems.back(),
                 AllOf(HasSubstr("... and 490 more"), HasSubstr("names no service on the air")));
+}
+
+class EditedTable : public ListFormats {
+protected:
+    EditedTable() {
+        m_db.create(
+            [](sim::ChannelSink& sink) {
+                for (int i = 1; i <= 4; ++i) {
+                    sim::Service service;
+                    service.number = i;
+                    service.name = fmt::format("Ch{}", i);
+                    service.identity = fmt::format("C-1-1-{}-0", i);
+                    service.type = "tv";
+                    service.source = "C";
+                    service.sid = i;
+                    service.favourite1 = i < 3 ? 3 - i : 0;
+                    sink.addService(service);
+                }
+            },
+            "");
+    }
+
+    // Applies a table; returns what became of the list, or the error.
+    std::string apply(const std::string& table, bool removesMissing = false) {
+        test::write(folder / "edited", table);
+        try {
+            m_db.change([&](sim::Database& database) {
+                edit = sim::applyTable(database, m_db.services(), folder / "edited", "", removesMissing);
+            });
+        } catch (const sim::Error& error) {
+            return error.what();
+        }
+        std::string text;
+        m_db.services().forEach([&](const sim::Service& s) {
+            text += fmt::format("{}{} {}{}{}{}{}", text.empty() ? "" : ", ", s.number, s.name,
+                                s.favourite1 == 0 ? "" : fmt::format(" f{}", s.favourite1), s.locked ? " locked" : "",
+                                s.hidden ? " hidden" : "", s.renamed ? " renamed from " + s.broadcastName : "");
+        });
+        return text;
+    }
+
+    sim::TableEdit edit;
+
+private:
+    sim::ServiceDb m_db{folder / "db"};
+};
+
+TEST_F(EditedTable, GivesChannelsWhatTheirOwnerCanSet) {
+    const auto edited = [&](std::size_t changed, std::size_t missing, std::size_t skipped) {
+        EXPECT_EQ(edit.changed, changed);
+        EXPECT_EQ(edit.missing, missing);
+        EXPECT_EQ(edit.skipped, skipped) << fmt::format("{}", fmt::join(edit.problems, "\n"));
+    };
+    EXPECT_EQ(apply("identity;number;name;locked;favourite1\nC-1-1-3-0;1;Mine;1;7\nC-1-1-9-0;5;New;0;\n"
+                    "C-1-1-1-0;9;Ch1;0;\n"),
+              "1 Mine f2 locked renamed from Ch3, 2 Ch2 f1, 4 Ch4, 9 Ch1");
+    edited(2, 2, 1);
+    EXPECT_THAT(edit.problems.at(0), HasSubstr("edited:3: the TV has no channel 'C-1-1-9-0'; row skipped"));
+    EXPECT_EQ(apply("identity,name\nC-1-1-4-0,Ch4\nC-1-1-3-0,\n"), "1 Ch4, 2 Ch3 f2 locked, 3 Ch2 f1, 9 Ch1")
+        << "the order of the rows, and the broadcaster's name for none; who is in the way goes behind all";
+    edited(2, 2, 0);
+    EXPECT_EQ(apply("source,nid,tid,sid,hidden\nC,1,1,1,yes\nC,1,1,2,no\nC,1,1,2,no\nC,2,1,2,no\n", true),
+              "1 Ch1 hidden, 2 Ch2 f1");
+    edited(2, 2, 2);
+    EXPECT_EQ(apply("identity,number,sid\nC-1-1-2-0,5,2\nC-1-1-1-0,5,7\n"), "5 Ch2 f1, 6 Ch1 hidden");
+    EXPECT_THAT(edit.notes, ElementsAre(HasSubstr("'Ch1' gets the number 6: 5 is taken"),
+                                        HasSubstr("service id of 'Ch1' is not the owner's to set, and stays")));
+    EXPECT_THAT(apply("identity,number\nC-1-1-9-0,1\n", true), HasSubstr("none of its rows is a channel of the TV"));
+    EXPECT_THAT(apply("number,name\n1,Ch1\n"), HasSubstr("its header has no column identity"));
+    EXPECT_EQ(apply("identity\nC-1-1-2-0\n"), "1 Ch2 f1, 6 Ch1 hidden") << "what fails changes nothing";
 }
 
 // One service that VDR cannot take would cost its user the whole list.

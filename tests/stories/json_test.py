@@ -46,6 +46,9 @@ class Json(Story):
         check("play", b.tv("play", *(DATA / "scenarios").glob("*.yaml"), "--json").json)
         made = b.tv("init", "--channels", DATA / "channels.conf", "--home", self.folder / "c", "--json")
         check("init", made.json)
+        table = self.folder / "table.csv"
+        table.write_text(b.tv("export", "--format", "csv").text, encoding="utf-8")
+        self.assertEqual(check("apply", b.tv("apply", table, "--json").json)["changed"], 0)
 
     def test_a_text_in_any_encoding_is_valid_json(self):
         a = Tv(self.folder, "a")

@@ -280,7 +280,7 @@ class Scripts(Story):
             for option in "--help", "--version":
                 answer = Answer(subprocess.run([program, option], env=environment, text=True, capture_output=True))
                 self.assertEqual((answer.code, answer.errors), (0, ""))
-        for words in "init status set snapshot reset run record fault cloud bundle diff export".split():
+        for words in "init status set apply snapshot reset run record fault cloud bundle diff export".split():
             self.assertIn("Example: ", tv.tv(words, "--help").text)
 
     def test_the_record_is_one_timeline(self):
