@@ -26,7 +26,12 @@ seed() { mkdir -p "$work/seeds/$1"; cp "${@:2}" "$work/seeds/$1/"; }
 seed extractor "$backup/bundle.zip" "$work/bundle/issDB.zip"
 seed metadata "$backup/metadata.json"
 seed settings "$work/bundle/vconf.json"
-seed channels data/channels.conf data/factory.conf
+for format in m3u dvbv5 lamedb csv; do
+    "$bin/halcyon-tv" export --format "$format" >"$work/$format" 2>/dev/null
+done
+printf '[{"uuid":"m","frequency":11361000,"delsys":"DVB-S2"},{"uuid":"s","multiplex_uuid":"m","sid":1,"svcname":"A",%s' \
+    '"stream":[{"pid":1,"type":"H264"}]},{"uuid":"c","number":1,"services":["s"],"tags":["t"]}]' >"$work/tvheadend"
+seed channels data/channels.conf data/factory.conf "$work"/{m3u,dvbv5,lamedb,csv,tvheadend}
 seed services "$work/tv/service-db/services.db"
 seed iss "$work/tv/iss.db"
 printf '\x0a\0\0\0\1\0\x18\0\1\5\0\0\0close' >"$work/message" # a call with a text
