@@ -16,7 +16,7 @@ while [ $# -gt 0 ]; do
         --channels)
             channels=$(realpath "${2:-}" 2>/dev/null) || true
             [ -f "$channels" ] ||
-                wrong "no channel list at '${2:-}'; --channels takes a file in the channels.conf format"
+                wrong "no channel list at '${2:-}'; --channels takes a channel list (docs/formats.md)"
             shift
             ;;
         --cloud)
