@@ -29,9 +29,10 @@ using ::testing::SizeIs;
 using ::testing::ThrowsMessage;
 
 std::string described(const sim::Service& s) {
-    return fmt::format("{} {} [{}] {} {} {} {} {}|{}|{} {} {}{}", s.number, s.name, s.groupName, s.identity,
+    return fmt::format("{} {} [{}] {} {} {} {} {}|{}|{} {} {}{}{}", s.number, s.name, s.groupName, s.identity,
                        s.frequency / 1000, s.symbolRate, s.parameters, s.videoPid, s.audioPids, s.textPids,
-                       s.conditionalAccess, s.type, s.provider.empty() ? "" : " of " + s.provider);
+                       s.conditionalAccess, s.type, s.provider.empty() ? "" : " of " + s.provider,
+                       s.renamed ? ", was " + s.broadcastName : "");
 }
 
 class ListFormats : public ::testing::Test {
@@ -225,7 +226,7 @@ protected:
         EXPECT_EQ(list.summary.format, "lamedb");
         EXPECT_THAT(
             list.services(),
-            ElementsAre("1 My roof [News] T-8468-514-16418-0 506000 0 B8C23G4M16S0T8Y0 0|0|0 0 tv",
+            ElementsAre("1 My roof [News] T-8468-514-16418-0 506000 0 B8C23G4M16S0T8Y0 0|0|0 0 tv, was Dach",
                         "2 Das Erste HD [News] S19.2E-1-1011-11100-0 11361750 22000 HC23M5O35S1 5116|5121;5131|5141 "
                         "1702 tv of ARD",
                         "3 Welle [] S19.2E-1-1093-28420-0 12266000 27500 VC34S0 0|0|0 0 radio"));
@@ -281,7 +282,9 @@ TEST_F(ListFormats, ReadsTheObjectsOfTvheadend) {
         R"({"pid":5104,"type":"TELETEXT"},{"pid":1,"type":"CA","caidlist":[{"caid":5890}]}])";
     const std::string channel = R"("number":7,"name":"My first","services":["s1"],"tags":["t1"])";
     const Strings expected = {
-        "7 My first [News] S19.2E-1-1011-11100-0 11361750 22000 HC23M5O35S1 5101|5102=deu;5103|5104 1702 tv of ARD",
+        "7 My first [News] S19.2E-1-1011-11100-0 11361750 22000 HC23M5O35S1 5101|5102=deu;5103|5104 1702 tv of ARD, "
+        "was "
+        "Das Erste HD",
         "8 Welle [] S19.2E-1-1011-3-0 11361750 22000 HC23M5O35S1 0|0|0 0 radio"};
 
     const List array =

@@ -31,7 +31,8 @@ std::string encodingByMark(std::string_view text) {
     return startsWith(text, "\xfe\xff") ? "UTF-16BE" : "";
 }
 
-Decoder::Decoder(std::string name) : m_name(std::move(name)), m_converter(::iconv_open("UTF-8", m_name.c_str())) {
+Decoder::Decoder(std::string name, std::string file)
+    : m_name(std::move(name)), m_file(std::move(file)), m_converter(::iconv_open("UTF-8", m_name.c_str())) {
     if (m_converter == reinterpret_cast<iconv_t>(-1)) {
         throw Error(fmt::format("{} is no encoding that this machine knows; see: iconv --list", inQuotes(m_name)));
     }
@@ -77,7 +78,7 @@ void Decoder::finish() const {
 }
 
 void Decoder::refuse() const {
-    throw Error(Error::Kind::Damaged, fmt::format("byte {} is not {}", m_taken + 1, m_name));
+    throw Error(Error::Kind::Damaged, fmt::format("{}: byte {} is not {}", m_file, m_taken + 1, m_name));
 }
 
 }  // namespace sim

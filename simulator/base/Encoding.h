@@ -12,8 +12,8 @@ std::string encodingByMark(std::string_view text);
 // Converts a text to UTF-8, piece by piece. A byte order mark at its start is left out.
 class Decoder {
 public:
-    // `name` of an encoding as iconv knows it. Throws Error if this machine has no such encoding.
-    explicit Decoder(std::string name);
+    // `name` of an encoding as iconv knows it; `file` is for errors. Throws Error if this machine has no such encoding.
+    Decoder(std::string name, std::string file);
     ~Decoder();
     Decoder(const Decoder&) = delete;
     Decoder& operator=(const Decoder&) = delete;
@@ -28,6 +28,7 @@ private:
     [[noreturn]] void refuse() const;
 
     std::string m_name;
+    std::string m_file;
     void* m_converter;
     std::string m_rest;  // a part of a character at the end of a piece
     std::size_t m_taken = 0;

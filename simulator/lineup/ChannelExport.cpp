@@ -27,8 +27,6 @@ public:
         }
     }
 
-    bool canBe() const { return !m_columns.empty(); }
-
     void see(const Service& service) {
         for (Column& each : m_columns) {
             each.isLost = each.isLost || loses(each, service);
@@ -80,11 +78,9 @@ std::vector<std::string> exportChannels(const Services& services, std::string_vi
                                         const std::function<void(std::string_view)>& write) {
     const ListFormat& format = listFormat(name);
     Losses losses(format);
-    if (losses.canBe()) {
-        services.forEach([&](const Service& service) { losses.see(service); });
-    }
     Remarks left;
-    format.write(services, {write, [&](const Service& service, const std::string& reason) {
+    format.write(services, {write, [&](const Service& service) { losses.see(service); },
+                            [&](const Service& service, const std::string& reason) {
                                 left.add(fmt::format("{} {}: left out: {}", service.number, service.name, reason),
                                          reason);
                             }});

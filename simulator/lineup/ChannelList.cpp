@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "simulator/base/Encoding.h"
 #include "simulator/base/Error.h"
 #include "simulator/base/FileKind.h"
 #include "simulator/base/Files.h"
@@ -50,7 +51,7 @@ public:
         if (!m_reader) {
             decide();
         }
-        m_reader->finish();
+        named([&] { m_reader->finish(); });
         return *m_format;
     }
 
@@ -76,7 +77,17 @@ private:
 
     void pass(const std::string& line) {
         m_intake.setPlace(++m_line);
-        m_reader->take(line);
+        named([&] { m_reader->take(line); });
+    }
+
+    // Errors of a reader do not have the file.
+    template <typename Step>
+    void named(Step step) const {
+        try {
+            step();
+        } catch (const Error& error) {
+            throw Error(error.kind(), fmt::format("{}: {}", m_file.path.string(), error.what()));
+        }
     }
 
     ListFile m_file;
@@ -145,6 +156,9 @@ std::size_t ChannelList::addService(const Service& service) {
 ChannelSummary readChannelList(const fs::path& file, ChannelSink& sink, const ListOptions& options) {
     if (!options.satellite.empty() && !(isVdrSource(options.satellite) && options.satellite.front() == 'S')) {
         throw Error(fmt::format("{} is no satellite such as S19.2E", inQuotes(options.satellite)));
+    }
+    if (!options.encoding.empty()) {
+        const Decoder known(options.encoding, file.string());
     }
     ListIntake intake(file.string(), options.satellite, sink);
     std::string_view format;

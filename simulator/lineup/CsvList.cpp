@@ -76,6 +76,25 @@ std::string inCsv(std::string text) {
     return quoted + "\"";
 }
 
+// A row with `text` of each column.
+template <typename Text>
+std::string rowOf(Text text) {
+    std::string row;
+    for (const ServiceColumn& column : SERVICE_COLUMNS) {
+        if (isInTable(column)) {
+            row += (row.empty() ? "" : ",") + inCsv(text(column));
+        }
+    }
+    return row + "\n";
+}
+
+std::string fieldOf(const ServiceColumn& column, const Service& service) {
+    if (const auto* flag = std::get_if<bool Service::*>(&column.member)) {
+        return service.**flag ? "1" : "0";
+    }
+    return textOf(column, service);
+}
+
 std::string fromCsv(const std::string& field) {
     return field.size() > 1 && field.front() == '\'' && isFormula(std::string_view(field).substr(1)) ? field.substr(1)
                                                                                                      : field;
@@ -251,23 +270,9 @@ std::unique_ptr<ListReader> readCsv(const ListFile& /*file*/, ListIntake& intake
 }
 
 void writeCsv(const Services& services, const ListOutput& output) {
-    const auto writeRow = [&](auto text) {
-        std::string row;
-        for (const ServiceColumn& column : SERVICE_COLUMNS) {
-            if (isInTable(column)) {
-                row += (row.empty() ? "" : ",") + inCsv(text(column));
-            }
-        }
-        output.write(row + "\n");
-    };
-    writeRow([](const ServiceColumn& column) { return std::string(column.json); });
+    output.write(rowOf([](const ServiceColumn& column) { return std::string(column.json); }));
     services.forEach([&](const Service& service) {
-        writeRow([&](const ServiceColumn& column) {
-            if (const auto* flag = std::get_if<bool Service::*>(&column.member)) {
-                return std::string(service.**flag ? "1" : "0");
-            }
-            return textOf(column, service);
-        });
+        output.write(rowOf([&](const ServiceColumn& column) { return fieldOf(column, service); }));
     });
 }
 

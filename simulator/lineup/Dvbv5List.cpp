@@ -291,6 +291,7 @@ std::unique_ptr<ListReader> readDvbv5(const ListFile& /*file*/, ListIntake& inta
 
 void writeDvbv5(const Services& services, const ListOutput& output) {
     services.forEach([&](const Service& service) {
+        output.see(service);
         if (const std::optional<std::string> section = sectionOf(service)) {
             output.write(*section);
         } else {

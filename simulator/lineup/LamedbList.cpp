@@ -379,7 +379,7 @@ private:
             if (const auto text = textBehind(line, "#NAME "); !text.empty()) {
                 name = text;
             } else if (const auto own = textBehind(line, "#DESCRIPTION"); !own.empty() && described != nullptr) {
-                described->service.name = trimmed(own.substr(own.front() == ':' ? 1 : 0));
+                giveOwnName(described->service, trimmed(own.substr(own.front() == ':' ? 1 : 0)));
             } else if (const auto reference = textBehind(line, "#SERVICE"); !reference.empty()) {
                 addDescribed();
                 described = find(trimmed(reference.substr(reference.front() == ':' ? 1 : 0)));
@@ -522,6 +522,7 @@ void writeLamedb(const Services& services, const ListOutput& output) {
         return fmt::format("{:08x}:{:04x}:{:04x}", space, service.tid, service.nid);
     };
     services.forEach([&](const Service& service) {
+        output.see(service);
         const auto transponder = transponderLine(service);
         if (!transponder) {
             output.leaveOut(service, "the format needs a source such as S19.2E, C or T");

@@ -34,6 +34,9 @@ struct ListFile {
 struct ListOutput {
     std::function<void(std::string_view text)> write;
 
+    // Called once with each service, in or out of the list: notes what the format has no place for.
+    std::function<void(const Service& service)> see;
+
     // Tells that a service is not in the list. The reason is the same text for each of its kind.
     std::function<void(const Service& service, const std::string& reason)> leaveOut;
 };

@@ -26,6 +26,13 @@ void completeFields(Service& service) {
 
 }  // namespace
 
+void giveOwnName(Service& service, std::string_view name) {
+    if (!name.empty() && service.name != name) {
+        service.broadcastName = std::exchange(service.name, std::string(name));
+        service.renamed = true;
+    }
+}
+
 void ListIntake::setPlace(std::string file, int line) {
     m_file = std::move(file);
     m_line = line;

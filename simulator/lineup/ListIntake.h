@@ -13,6 +13,9 @@
 
 namespace sim {
 
+// Gives a service its owner's name, unless that is empty or the one that it has.
+void giveOwnName(Service& service, std::string_view name);
+
 // Numbers services, knows groups, and names what is not taken.
 class ListIntake {
 public:

@@ -20,15 +20,19 @@ class TextLines {
 public:
     TextLines(const std::filesystem::path& file, const std::string& encoding,
               const std::function<void(const std::string&)>& take)
-        : m_take(take), m_lines(file.string(), limits::CHANNEL_LINE_BYTES, [&](auto line) { takeLine(line); }) {
+        : m_name(file.string()),
+          m_take(take),
+          m_lines(m_name, limits::CHANNEL_LINE_BYTES, [&](auto line) { takeLine(line); }) {
         if (!encoding.empty()) {
-            m_decoder.emplace(encoding);
+            m_decoder.emplace(encoding, m_name);
         }
     }
 
     void add(std::string_view piece) {
         m_total += piece.size();
-        limits::require("its bytes", m_total, limits::CHANNEL_LIST_BYTES);
+        if (m_total > limits::CHANNEL_LIST_BYTES) {
+            limits::require(m_name + ": bytes", m_total, limits::CHANNEL_LIST_BYTES);
+        }
         if (m_isBegun) {
             decode(piece);
             return;
@@ -61,7 +65,7 @@ private:
         if (!m_decoder && marked == "UTF-8") {
             start.remove_prefix(3);
         } else if (!m_decoder && !marked.empty()) {
-            m_decoder.emplace(marked);
+            m_decoder.emplace(marked, m_name);
         }
         const std::string text = m_decoder ? m_decoder->convert(start) : std::string(start);
         // JSON may be a single line.
@@ -87,6 +91,7 @@ private:
         m_take(text);
     }
 
+    std::string m_name;
     const std::function<void(const std::string&)>& m_take;
     LineSplitter m_lines;
     std::optional<Decoder> m_decoder;

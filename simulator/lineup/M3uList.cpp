@@ -261,7 +261,10 @@ std::unique_ptr<ListReader> readM3u(const ListFile& /*file*/, ListIntake& intake
 
 void writeM3u(const Services& services, const ListOutput& output) {
     output.write("#EXTM3U\n");
-    services.forEach([&](const Service& service) { output.write(entryOf(service)); });
+    services.forEach([&](const Service& service) {
+        output.see(service);
+        output.write(entryOf(service));
+    });
 }
 
 }  // namespace sim

@@ -261,7 +261,7 @@ private:
 
     void takeService(const std::string& id, const Stored& stored, const Json::Value* channel, int number) {
         m_taken[id] = true;
-        std::string name = textOf(stored.values, "svcname");
+        const std::string name = textOf(stored.values, "svcname");
         try {
             const auto mux = m_objects.muxes.find(stored.mux);
             if (mux == m_objects.muxes.end()) {
@@ -273,11 +273,11 @@ private:
             service.provider = textOf(stored.values, "provider");
             service.type = typeOf(stored.values);
             readStreams(service, stored.values["stream"]);
+            service.name = name;
             if (channel != nullptr) {
-                name = textOf(*channel, "name").empty() ? name : textOf(*channel, "name");
+                giveOwnName(service, textOf(*channel, "name"));
                 service.group = m_intake.groupOf(tagOf(*channel));
             }
-            service.name = name;
             service.number = number;
             m_intake.addService(std::move(service));
         } catch (const Error& error) {

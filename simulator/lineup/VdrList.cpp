@@ -253,6 +253,7 @@ void VdrReader::takeService(Service service) {
 
 void writeVdr(const Services& services, const ListOutput& output) {
     services.forEach([&](const Service& service) {
+        output.see(service);
         if (const char* refusal = refusalOf(service)) {
             output.leaveOut(service, refusal);
         }
