@@ -101,6 +101,7 @@ private:
     // VDR may be the start command's child: it gets neither the cloud's keys nor the signals that this process ignores.
     static ProcessOptions options(const std::string& stop, const std::string& start, int socket) {
         constexpr char SCRIPT[] = R"(
+            trap : PIPE  # nobody may be left to be answered
             stopped=
             while read -r word <&1; do
                 case $word in

@@ -300,8 +300,8 @@ class Kills(Story):
             told = self.restore(victim, after)
             if victim == "vdr" and not self.target.is_running():
                 self.target.start()  # as an init system would
-            wait_for(self.target.is_running)
             with self.subTest(victim=victim, after=after):
+                wait_for(self.target.is_running)
                 now = self.target.list()
                 self.assertIn(now, (old_list, new_list))
                 self.assertEqual(self.target.list_of_file(), now)
