@@ -52,6 +52,7 @@ constexpr char CAM_DATA[] = "cam.data";
 constexpr auto SAVE_LIMIT = 6s;       // until VDR's file has what its list has
 constexpr auto COMMAND_LIMIT = 120s;  // for VDR to be stopped, or started
 constexpr auto READY_LIMIT = 30s;     // for it to answer once it is started, or to answer no more
+constexpr auto FAILED_LIMIT = 2s;     // the same, if the command says that it failed
 constexpr auto PAUSE = 100ms;
 
 // Tries again until `isDone` or the time is over.
@@ -377,19 +378,15 @@ void Vdr::restore(Tv& tv, const fs::path& archive, const Services& received) con
     const std::string text = merged(before, received);
     const ChannelList wanted = parseVdrLines(text);
     const auto adopt = [&] {
-        VdrList now;
-        const bool isThere = waitFor(READY_LIMIT, [&] {
-            now = readSettled(difference);
-            difference = difference.empty() ? firstDifference(wanted, now.all) : difference;
-            return difference.empty();
-        });
-        if (!isThere) {
+        VdrList now = readSettled(difference);
+        difference = difference.empty() ? firstDifference(wanted, now.all) : difference;
+        if (!difference.empty()) {
             throw Error(fmt::format("VDR has not taken the restored list: {}", difference));
         }
         if (tv.serviceDb().replace(archive)) {
             throw Error("the restored list cannot be put in place on the TV");
         }
-        store(tv, now);
+        store(tv, std::move(now));
     };
     if (firstDifference(before.all, wanted).empty()) {
         adopt();
@@ -487,7 +484,7 @@ void Vdr::stop() const {
 
 void Vdr::start() const {
     const int code = (*m_switch)("start");
-    if (!waitFor(READY_LIMIT, [&] { return answers(); })) {
+    if (!waitFor(code == 0 ? READY_LIMIT : FAILED_LIMIT, [&] { return answers(); })) {
         throw Error(fmt::format("VDR does not answer after it was started by: {} (exit code {})", m_start, code));
     }
 }

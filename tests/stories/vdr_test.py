@@ -32,14 +32,14 @@ case $1 in
             --port="$(cat port)" --no-kbd --watchdog=0 --user="$(id -un)" --plugin="satip -d 1" \\
             >log 2>&1 </dev/null &
         echo $! >pid
-        for _ in {1..200}; do
-            answers && exit
+        while readlink -q "/proc/$!/exe" >/dev/null; do
+            if answers; then exit; fi
             sleep 0.05
         done
         exit 1 ;;
     stop)
         kill -KILL "$(cat pid)" || exit
-        while readlink -q "/proc/$(cat pid)/exe" || answers; do sleep 0.02; done ;;
+        while readlink -q "/proc/$(cat pid)/exe" >/dev/null || answers; do sleep 0.02; done ;;
 esac
 """
 
@@ -98,8 +98,8 @@ class Vdr:
         subprocess.run([self.control, "stop"], check=False, capture_output=True)
 
     def is_running(self):
-        with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", self.port), timeout=5):
-            return True
+        with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", self.port), timeout=5) as connection:
+            return connection.recv(3) == b"220"  # what is about to end may still accept
         return False
 
     def put(self, channels):
@@ -258,15 +258,21 @@ class Kills(Story):
                         found[name] = int(place.name)
         return found
 
-    def victim(self, name):
-        return self.target.pid if name == "vdr" else self.processes().get(name)
+    def victim(self, name, run):
+        """Its process. The application, which is confined, shows nobody its environment."""
+        if name == "vdr":
+            return self.target.pid
+        if name != "halcyon-lineup":
+            return self.processes().get(name)
+        children = subprocess.run(["pgrep", "--parent", str(run), name], text=True, capture_output=True).stdout
+        return int(children) if children else None
 
     def restore(self, victim, after):
         """Whether somebody was told of success."""
         process = subprocess.Popen(["halcyon-tv", "run", "-q", "operation=restore"], stdout=subprocess.DEVNULL,
                                    stderr=subprocess.DEVNULL, env=self.environment)
         time.sleep(after)
-        if (pid := self.victim(victim)) is not None:
+        if (pid := self.victim(victim, process.pid)) is not None:
             with contextlib.suppress(ProcessLookupError):
                 os.kill(pid, signal.SIGKILL)
                 self.hits[victim] = self.hits.get(victim, 0) + 1
