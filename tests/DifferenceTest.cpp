@@ -104,6 +104,41 @@ TEST_F(Difference, NamesTheColumnsThatHaveChanged) {
     EXPECT_TRUE(compare(left, right).isSame()) << "how a list was written is no difference";
 }
 
+TEST_F(Difference, IsNoneBetweenTwoWaysToWriteTheSame) {
+    struct Case {
+        std::string sim::Service::*column;
+        const char* left;
+        const char* right;
+        bool isSame;
+    };
+    using S = sim::Service;
+    const Case cases[] = {
+        {&S::videoPid, "163", "163+163=2", true},
+        {&S::videoPid, "163=27", "163", false},
+        {&S::videoPid, "163+164", "163+165=2", false},
+        {&S::videoPid, "0", "0=2", true},
+        {&S::audioPids, "104=deu,105;106", "104=deu@4,105=@4;106=@106", true},
+        {&S::audioPids, "104=deu", "104=eng@4", false},
+        {&S::audioPids, "104", "104@3", false},
+        {&S::audioPids, "104;105", "104,105@106", false},
+        {&S::audioPids, "0;515=deu", "0;515=deu@106", true},
+        {&S::audioPids, "104;105;1", "104;105;2", false},
+        {&S::conditionalAccess, "98c,1", "98C,0001", true},
+        {&S::conditionalAccess, "98C", "98C,1", false},
+        {&S::groupName, " News", "News", true},
+        {&S::name, " News", "News", false},
+    };
+    for (const auto& [column, left, right, isSame] : cases) {
+        List one = services("a");
+        List other = one;
+        one[0].*column = left;
+        other[0].*column = right;
+        const auto isDifferent = [&](const sim::ServiceColumn& each) { return sim::differ(each, one[0], other[0]); };
+        EXPECT_EQ(std::none_of(std::begin(sim::SERVICE_COLUMNS), std::end(sim::SERVICE_COLUMNS), isDifferent), isSame)
+            << left << " and " << right;
+    }
+}
+
 // The places of numbers 9 and 10 as texts are the other way round.
 TEST_F(Difference, FollowsTheOrderOfTheNumbers) {
     List left = services("abcdefghijk");

@@ -1,6 +1,8 @@
 #include "simulator/device/Device.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
@@ -31,7 +33,14 @@ FolderLock lockHome(const ServiceOptions& options) {
 
 // What the keeper cannot be asked for is an error before a run begins.
 std::unique_ptr<ListKeeper> openRefreshed(Tv& tv) {
-    std::unique_ptr<ListKeeper> keeper = openKeeper(tv.keeper(), &complain);
+    const Keeper kept = tv.keeper();
+    struct stat status = {};
+    // Its commands are run as this process's user.
+    if (!kept.kind.empty() && (::stat(tv.home().c_str(), &status) != 0 || status.st_uid != ::geteuid())) {
+        throw Error(fmt::format("the TV at {} is another user's, and names commands: run it as that user",
+                                tv.home().string()));
+    }
+    std::unique_ptr<ListKeeper> keeper = openKeeper(kept, &complain);
     if (keeper) {
         keeper->refresh(tv);
     }

@@ -61,12 +61,15 @@ public:
     }
 
     std::string finish() {
-        keepTo(std::numeric_limits<int>::max());
+        keepTo(m_next, &m_group);
+        std::stable_partition(m_staying.begin(), m_staying.end(),
+                              [&](const StayingChannel& each) { return each.number >= m_next; });
         for (const StayingChannel& each : m_staying) {
             if (!each.group.empty() && each.group != m_group) {
                 m_text += fmt::format(":{}\n", each.group);
                 m_group = each.group;
             }
+            m_next = std::max(m_next, each.number);
             write(m_next++, each.line);
         }
         return m_text;

@@ -9,8 +9,11 @@ import pathlib
 import re
 import signal
 import socket
+import socketserver
+import sqlite3
 import subprocess
 import sys
+import threading
 import time
 import unittest
 
@@ -186,27 +189,46 @@ class Stories(Story):
         self.assertEqual(simulated.run("operation=restore").outcome, "done")
         self.assertTrue(simulated.differs_from(tv)["services"]["isSame"])
         self.assertEqual((simulated.home / "ci/cam.data").read_bytes(), b"of the first set")
-        # A list of another set, with a timer on a channel that it lacks; then the list of before.
-        simulated = Tv(self.folder, "other", channels=DATA / "factory.conf")
-        simulated.run()
+        cam.write_bytes(b"changed since")
+        self.assertTrue(vdr.ask("DELC 4")[0].startswith("250"))
+        restored = tv.tv("run", "operation=restore", "--json")
+        self.assertEqual(vdr.list(), before)
+        self.assertEqual(cam.read_bytes(), b"of the first set")
+        self.assertIn("554 Error switching", restored.errors)
+        # A list of another set, with a timer on a channel that it lacks.
+        Tv(self.folder, "other", channels=DATA / "factory.conf").run()
         timed = next(line for line in before if "Hafen TV" in line)
         answer = vdr.ask(f"NEWT 1:{timed.split(' ')[1]}:2030-01-01:2015:2100:50:99:News:")
         self.assertTrue(answer[0].startswith("250"), answer)
         # VDR keeps its timers in a file, which it writes when it has time to.
         timers = vdr.folder / "config/timers.conf"
         wait_for(lambda: timers.is_file() and "News" in timers.read_text())
-        cam.write_bytes(b"changed since")
         restored = tv.tv("run", "operation=restore", "--json", code=4)
         self.assertIn("'Hafen TV', which a timer of VDR needs: it stays", restored.errors)
         self.assertIn("; 1 added", restored.json["items"][0]["detail"])
         self.assertIn("News", vdr.ask("LSTT")[0])
-        self.assertEqual([line for line in without_numbers(vdr.list()) if "Camera" in line],
-                         [line for line in without_numbers(before) if "Camera" in line])
-        restored = tv.tv("run", "operation=restore", "--backup", "000001", "--json")
-        self.assertEqual(vdr.list(), before)
-        self.assertEqual(cam.read_bytes(), b"of the first set")
-        self.assertIn("554 Error switching", restored.errors)
-        self.assertTrue(vdr.is_running())
+        names = [line.split(" ")[-1] if line.startswith("0 ") else re.split("[,:;]", line.split(" ", 2)[2])[0]
+                 for line in vdr.list()]
+        self.assertEqual(names, [":Factory", "Welcome Channel", "Test Card", ":Nordlicht", "", "Hafen TV", "Camera"])
+
+    def test_what_the_owner_has_set_outlives_what_vdr_changes(self):
+        vdr = self.vdr("vdr", DATA.joinpath("channels.conf").read_bytes())
+        tv = self.tv(vdr)
+
+        def in_database(sql):
+            with contextlib.closing(sqlite3.connect(tv.home / "service-db/services.db")) as database, database:
+                return database.execute(sql).fetchall()
+
+        columns = "id, name, broadcast_name, locked, favourite1"
+        in_database("UPDATE services SET favourite1 = number, locked = 1 WHERE number <= 3")
+        in_database("UPDATE services SET renamed = 1, name = 'Kids', broadcast_name = '' WHERE number = 3")
+        before = in_database(f"SELECT {columns} FROM services WHERE favourite1 > 0 ORDER BY favourite1")
+        line = next(line for line in vdr.list() if line.startswith("3 ")).split(" ", 2)[2]
+        for command in ("MODC 3 " + line.replace("Nordlicht Kultur", "Kultur"), "DELC 1"):
+            self.assertTrue(vdr.ask(command)[0].startswith("250"), command)
+        self.assertEqual(tv.run().outcome, "done")
+        after = in_database(f"SELECT {columns} FROM services WHERE favourite1 > 0 ORDER BY favourite1")
+        self.assertEqual(after, [before[1][:-1] + (1,), (before[2][0], "Kids", "Kultur", 1, 2)])
 
     def test_what_is_wrong_is_said(self):
         vdr = self.vdr("vdr", DATA.joinpath("channels.conf").read_bytes())
@@ -237,6 +259,45 @@ class Stories(Story):
         (config / "svdrphosts.conf").write_text("192.0.2.1\n")
         vdr.put(DATA.joinpath("factory.conf").read_bytes())
         self.assertIn("add its address to VDR's svdrphosts.conf", tv.tv("run", code=3).errors)
+
+
+def answers(lists=b"", greeting=b"220 vm SVDRP VideoDiskRecorder 2.6.0; now; UTF-8\r\n"):
+    """A server that greets so and answers so to the first command, and that there is nothing to others."""
+    class Handler(socketserver.StreamRequestHandler):
+        def handle(self):
+            with contextlib.suppress(OSError):
+                self.wfile.write(greeting)
+                for command in self.rfile:
+                    self.wfile.write(lists if command.startswith(b"LSTC") else b"550 nothing\r\n")
+
+    server = socketserver.ThreadingTCPServer(("127.0.0.1", 0), Handler)
+    server.daemon_threads = True
+    threading.Thread(target=server.serve_forever, daemon=True).start()
+    return server
+
+
+class Hostile(Story):
+    def test_an_answer_is_refused_and_shown_safely(self):
+        (self.folder / "channels.conf").write_bytes(DATA.joinpath("factory.conf").read_bytes())
+        line = DATA.joinpath("factory.conf").read_bytes().splitlines()[1]
+        for server, words in [
+                (answers(greeting=b"SSH-2.0-OpenSSH_9.2\r\n"), "what answers is no VDR: 'SSH-2.0-OpenSSH_9.2'"),
+                (answers(greeting=b"Access denied!\n"), "svdrphosts.conf"),
+                (answers(greeting=b"221 too many\r\n"), "does not let this machine in: 'too many'"),
+                (answers(greeting=b"220 " + b"x" * 40000), "bytes of a line of VDR's"),
+                (answers(b"250-1 S\r\n\x1b[2J\r\n"), "what answers is no VDR: '\\x1b[2J'"),
+                (answers(b"250-\r\n250- \r\n250-0\r\n250 1\r\n"), "holds no service"),
+                (answers(b"501 Unknown option\r\n"), "VDR lists no channels: 'Unknown option'"),
+                (answers(b"250-99999999999 a \x1b[2J\r\n250 1 a " + line + b"\r\n"), "is not understood, and in no")]:
+            self.addCleanup(server.server_close)
+            self.addCleanup(server.shutdown)
+            with self.subTest(words):
+                answer = subprocess.run(["halcyon-tv", "--home", self.folder / str(server.server_address[1]), "init",
+                                         "--vdr", f"127.0.0.1:{server.server_address[1]}", "--vdr-config",
+                                         self.folder], text=True, capture_output=True, timeout=60, check=False)
+                self.assertIn(words, answer.stderr)
+                self.assertNotIn("\x1b", answer.stderr)
+                self.assertEqual(answer.returncode, 0 if "understood" in words else 3)
 
 
 class Kills(Story):
