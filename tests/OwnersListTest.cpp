@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "simulator/base/Error.h"
+#include "simulator/lineup/ChannelList.h"
 #include "simulator/lineup/Difference.h"
 #include "simulator/lineup/Words.h"
 #include "simulator/tv/Settable.h"

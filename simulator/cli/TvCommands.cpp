@@ -35,13 +35,16 @@ struct InitOptions {
     sim::Keeper keeper;
 };
 
+void printRemarks(const std::vector<std::string>& lines) {
+    for (const std::string& line : lines) {
+        print(stderr, "{}\n", line);
+    }
+}
+
 // Says what the list lacks, before a later step can fail, which may be why it does.
 void printRemarks(const InitOptions& options, const sim::ChannelSummary& list) {
-    for (const std::vector<std::string>& lines : {list.problems, list.notes}) {
-        for (const std::string& line : lines) {
-            print(stderr, "{}\n", line);
-        }
-    }
+    printRemarks(list.problems);
+    printRemarks(list.notes);
     if (list.latin1Lines > 0) {
         print(stderr,
               "{}: {} not UTF-8, read as ISO 8859-1 (Latin-1); if names look wrong, say what the list is in, such "

@@ -28,7 +28,7 @@
 #include "simulator/base/Text.h"
 #include "simulator/device/ListKeeper.h"
 #include "simulator/device/Svdrp.h"
-#include "simulator/device/VdrList.h"
+#include "simulator/device/VdrChannels.h"
 #include "simulator/lineup/Difference.h"
 
 namespace fs = std::filesystem;

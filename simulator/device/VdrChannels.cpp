@@ -1,4 +1,4 @@
-#include "simulator/device/VdrList.h"
+#include "simulator/device/VdrChannels.h"
 
 #include <fmt/format.h>
 
@@ -11,15 +11,28 @@
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
 #include "simulator/lineup/ChannelExport.h"
+#include "simulator/lineup/VdrList.h"
 
 namespace sim {
 
 namespace {
 
+// Reads lines as VDR has them into a list.
+class Lines {
+public:
+    Lines(const char* name, ChannelList& list) : m_intake(name, "", list), m_reader(m_intake) {}
+
+    void take(const std::string& line) { m_reader.take(toUtf8(line)); }
+
+private:
+    ListIntake m_intake;
+    VdrReader m_reader;
+};
+
 // The service that a line stands for; nothing if it is not understood, or a group.
 std::optional<Service> serviceOf(const std::string& line) {
     ChannelList list;
-    ChannelListReader("", list).take(toUtf8(line));
+    Lines("", list).take(line);
     return list.services.empty() ? std::nullopt : std::optional(list.services.front());
 }
 
@@ -151,8 +164,8 @@ VdrList readVdrList(Svdrp& vdr) {
     const std::set<std::string> timers = idsWithTimer(vdr);
     const std::vector<std::string> on = split(vdr.ask("CHAN").lines.front(), ' ');
     VdrList list;
-    ChannelListReader all("", list.all);
-    ChannelListReader shared("VDR's list", list.shared);
+    Lines all("", list.all);
+    Lines shared("VDR's list", list.shared);
     std::string group;
     bool isGap = false;
     for (const std::string& text : answer.lines) {
@@ -161,15 +174,15 @@ VdrList readVdrList(Svdrp& vdr) {
         const std::string number = text.substr(0, blank);
         std::string line = text.substr(blank + 1);
         if (number == "0") {
-            all.take(toUtf8(line));
-            shared.take(toUtf8(line));
+            all.take(line);
+            shared.take(line);
             group = line.substr(line.compare(0, 2, ":@") == 0 ? std::min(line.find(' '), line.size() - 1) + 1 : 1);
             continue;
         }
         const std::size_t idEnd = std::min(line.find(' '), line.size() - 1);
         const std::string id = line.substr(0, idEnd);
         line.erase(0, idEnd + 1);
-        all.take(toUtf8(line));
+        all.take(line);
         const StayingChannel staying{toNumber<int>(number).value_or(0), line, group};
         const std::optional<Service> service = serviceOf(line);
         if (!service || isIpTelevision(*service)) {
@@ -184,7 +197,7 @@ VdrList readVdrList(Svdrp& vdr) {
             shared.take(fmt::format(":@{}", staying.number));
             isGap = false;
         }
-        shared.take(toUtf8(line));
+        shared.take(line);
         if (timers.count(id) != 0) {
             list.scheduled.emplace_back(*service, staying);
         }
@@ -216,9 +229,9 @@ std::string firstDifference(const ChannelList& left, const ChannelList& right) {
 
 ChannelList parseVdrLines(const std::string& text) {
     ChannelList list;
-    ChannelListReader reader("", list);
+    Lines lines("", list);
     for (const std::string& line : split(text, '\n')) {
-        reader.take(toUtf8(line));
+        lines.take(line);
     }
     return list;
 }
@@ -226,7 +239,9 @@ ChannelList parseVdrLines(const std::string& text) {
 std::string mergedVdrList(const Services& restored, std::vector<StayingChannel> staying, const Say& say) {
     Merge merge(std::move(staying), say);
     const auto take = [&](std::string_view line) { merge.take(std::string(line.substr(0, line.size() - 1))); };
-    exportChannels(restored, ExportFormat::Vdr, take, say);
+    for (const std::string& remark : exportChannels(restored, "vdr", take)) {
+        say(remark);
+    }
     return merge.finish();
 }
 
