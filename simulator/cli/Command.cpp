@@ -92,7 +92,7 @@ void describe(CLI::App& app, Session& session, std::string& home, Action& chosen
     app.add_flag("-v,--verbose", session.isVerbose,
                  "print more: the application's log, the timeline, what failures mean, foreign store entries");
     for (const auto addCommands :
-         {&addTvCommands, &addRunCommands, &addFaultCommands, &addCloudCommands, &addBundleCommands,
+         {&addTvCommands, &addApplyCommand, &addRunCommands, &addFaultCommands, &addCloudCommands, &addBundleCommands,
           &addCompareCommands, &addFleetCommand, &addSweepCommand, &addPlayCommand, &addServeCommand}) {
         addCommands(app, chosen);
     }

@@ -74,6 +74,7 @@ CLI::App* addGroup(CLI::App& parent, const std::string& name, const std::string&
 bool checkExtras(const std::vector<std::string>& extras);
 
 void addTvCommands(CLI::App& app, Action& chosen);
+void addApplyCommand(CLI::App& app, Action& chosen);
 void addRunCommands(CLI::App& app, Action& chosen);
 void addFaultCommands(CLI::App& app, Action& chosen);
 void addBundleCommands(CLI::App& app, Action& chosen);

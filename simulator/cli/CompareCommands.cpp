@@ -110,9 +110,7 @@ int exportChannels(const Side& side, const std::string& format) {
             print("{}\n", lines.substr(0, end));
         }
     };
-    for (const std::string& remark : sim::exportChannels(*side.setup.services, format, write)) {
-        print(stderr, "{}\n", remark);
-    }
+    printLinesOfKinds(stderr, sim::exportChannels(*side.setup.services, format, write));
     return DONE;
 }
 

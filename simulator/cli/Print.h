@@ -52,6 +52,13 @@ inline void printLines(std::FILE* stream, std::string_view prefix, const std::ve
     }
 }
 
+// Prints lines of which there are few of each kind.
+inline void printLinesOfKinds(std::FILE* stream, const std::vector<std::string>& lines) {
+    for (const std::string& line : lines) {
+        print(stream, "{}\n", line);
+    }
+}
+
 // Prints one JSON object.
 inline void printJson(const Json::Value& value) {
     std::fputs(sim::writeJson(value, sim::JsonStyle::Indented).c_str(), stdout);

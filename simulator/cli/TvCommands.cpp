@@ -12,7 +12,6 @@
 #include "simulator/cli/Command.h"
 #include "simulator/device/ListKeeper.h"
 #include "simulator/lineup/ChannelList.h"
-#include "simulator/lineup/TableEdit.h"
 #include "simulator/lineup/Words.h"
 #include "simulator/reports/ToJson.h"
 #include "simulator/reports/TvReport.h"
@@ -35,16 +34,10 @@ struct InitOptions {
     sim::Keeper keeper;
 };
 
-void printRemarks(const std::vector<std::string>& lines) {
-    for (const std::string& line : lines) {
-        print(stderr, "{}\n", line);
-    }
-}
-
 // Says what the list lacks, before a later step can fail, which may be why it does.
 void printRemarks(const InitOptions& options, const sim::ChannelSummary& list) {
-    printRemarks(list.problems);
-    printRemarks(list.notes);
+    printLinesOfKinds(stderr, list.problems);
+    printLinesOfKinds(stderr, list.notes);
     if (list.latin1Lines > 0) {
         print(stderr,
               "{}: {} not UTF-8, read as ISO 8859-1 (Latin-1); if names look wrong, say what the list is in, such "
@@ -191,37 +184,6 @@ int set(const Session& session, const SetOptions& options) {
     return DONE;
 }
 
-struct ApplyOptions {
-    std::string table;
-    std::string encoding;
-    bool removesMissing = false;
-};
-
-int apply(const Session& session, const ApplyOptions& options) {
-    // Not during a run, as for `set`.
-    const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(0));
-    sim::Tv tv(session.home);
-    sim::TableEdit edit;
-    tv.serviceDb().change([&](sim::Database& database) {
-        edit = sim::applyTable(database, tv.services(), options.table, options.encoding, options.removesMissing);
-    });
-    if (!tv.services().find(tv.viewing().serviceId)) {
-        tv.changeViewing([&](sim::Viewing& viewing) { viewing.serviceId = tv.services().first(); });
-    }
-    printRemarks(edit.problems);
-    printRemarks(edit.notes);
-    const Json::Value json = sim::object({{"changed", edit.changed},
-                                          {"missing", edit.missing},
-                                          {"removed", options.removesMissing},
-                                          {"skipped", edit.skipped},
-                                          {"problems", edit.problems},
-                                          {"notes", edit.notes}});
-    return answer(session, json, [&] {
-        print("{} changed; {} not in the table, and {}; {} skipped.\n", sim::plural(edit.changed, "channel"),
-              edit.missing, options.removesMissing ? "removed" : "kept", sim::plural(edit.skipped, "row"));
-    });
-}
-
 int reset(const Session& session, const std::string& name) {
     const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(0));
     sim::resetTo(session.home, name);
@@ -303,17 +265,6 @@ void addTvCommands(CLI::App& app, Action& chosen) {
     changing->add_option_function<std::vector<std::string>>(
         "words", [add](const std::vector<std::string>& words) { std::for_each(words.begin(), words.end(), add); });
     changing->add_flag("--still", setting->isStill, "a clock that is set stands: runs do not move it on");
-
-    const auto applying = std::make_shared<ApplyOptions>();
-    CLI::App* edited = addCommand(
-        app, "apply",
-        "Give channels what a table (CSV) has of them, such as an edited export: number, name, favourites, lock, hide",
-        "halcyon-tv export --format csv > list.csv; halcyon-tv apply list.csv", chosen,
-        [applying](const Session& session) { return apply(session, *applying); });
-    edited->add_option("table", applying->table, "the table; its rows say by their identities which channels they are")
-        ->required();
-    edited->add_option("--encoding", applying->encoding, "of the table, as iconv calls it (default: as for init)");
-    edited->add_flag("--remove-missing", applying->removesMissing, "remove the channels that the table does not have");
 
     const auto name = std::make_shared<std::string>();
     addCommand(app, "snapshot", "Save the TV's state under a name, or list the names", "halcyon-tv snapshot before",
