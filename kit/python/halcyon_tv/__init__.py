@@ -85,8 +85,9 @@ class Tv:
         words = [word for name, value in options.items() for word in (f"--{name}", value)]
         return self.tv("fault", "add", call, *failures, *words, "--json").json["rule"]
 
-    def set(self, name, value):
-        self.tv("set", name, value)
+    def set(self, name, *words):
+        """set("antenna", "0,2"), set("favourite", 2, "add", 22, 23)."""
+        self.tv("set", name, *words)
 
     def status(self):
         return self.tv("status", "--services", "--json").json
