@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "simulator/base/Error.h"
 #include "simulator/lineup/ChannelList.h"
 #include "simulator/lineup/Difference.h"
@@ -134,5 +137,128 @@ TEST_F(OwnersList, IsComparedByWhatItsOwnerSet) {
         EXPECT_EQ(tv.verdict().outcome, sim::Outcome::Done);
     }
 }
+
+// How a service of a backup is received after the change.
+enum class Received { AsBefore, Elsewhere, Not, New };
+
+// What a broadcaster does to a service: its line on the air before and after it, and what the owner has of it.
+struct Change {
+    const char* kind;
+    const char* before;  // empty: it is not there
+    const char* after;
+    const char* ownersBefore;
+    const char* ownersAfter;
+    Received received;
+};
+
+constexpr Change CHANGES[] = {
+    {"renamed", "Renames:11000:H:S19.2E:22000:1:2:0:0:101:1:10:0", "Renames HD:11000:H:S19.2E:22000:1:2:0:0:101:1:10:0",
+     "1 Renames (favourite 1:1)", "1 Renames HD (favourite 1:1)", Received::AsBefore},
+    {"gone", "Goes:11000:H:S19.2E:22000:1:2:0:0:102:1:10:0", "", "2 Goes (favourite 1:2)", "", Received::Not},
+    {"another frequency", "Retunes:11000:H:S19.2E:22000:1:2:0:0:103:1:10:0",
+     "Retunes:11500:H:S19.2E:22000:1:2:0:0:103:1:10:0", "3 Retunes (favourite 1:3, locked)",
+     "3 Retunes (favourite 1:2, locked)", Received::Elsewhere},
+    {"another transport stream", "Moves:11000:H:S19.2E:22000:1:2:0:0:104:1:10:0",
+     "Moves:11000:H:S19.2E:22000:1:2:0:0:104:1:11:0", "4 Moves (favourite 1:4, hidden)",
+     "4 Moves (favourite 1:3, hidden)", Received::Elsewhere},
+    {"other data", "Changes:11000:H:S19.2E:22000:1:2:0:0:105:1:10:0",
+     "Changes;P:11000:H:S19.2E:22000:1:3:0:0:105:1:10:0", "5 Changes (favourite 1:5)", "5 Changes (favourite 1:4)",
+     Received::AsBefore},
+    {"another order", "Stays:11000:H:S19.2E:22000:1:2:0:0:106:1:10:0", "Stays:11000:H:S19.2E:22000:1:2:0:0:106:1:10:0",
+     "6 Stays (favourite 1:6)", "6 Stays (favourite 1:5)", Received::AsBefore},
+    {"renamed, and by its owner", "Owned:11000:H:S19.2E:22000:1:2:0:0:107:1:10:0",
+     "Owned HD:11000:H:S19.2E:22000:1:2:0:0:107:1:10:0", "7 Mine (favourite 1:7, renamed from 'Owned')",
+     "7 Mine (favourite 1:6, renamed from 'Owned HD')", Received::AsBefore},
+    {"another transport stream, and renamed by its owner", "Both:11000:H:S19.2E:22000:1:2:0:0:108:1:10:0",
+     "Both:11000:H:S19.2E:22000:1:2:0:0:108:1:11:0", "8 Mine too (favourite 1:8, renamed from 'Both')",
+     "8 Mine too (favourite 1:7, renamed from 'Both')", Received::Elsewhere},
+    {"one of two of a name, and nobody knows which", "Twin:11000:H:S19.2E:22000:1:2:0:0:109:1:10:0", "",
+     "9 Twin (favourite 1:9)", "", Received::Not},
+    {"the other of them", "Twin:11000:H:S19.2E:22000:1:2:0:0:109:1:11:0", "", "10 Twin (favourite 1:10)", "",
+     Received::Not},
+    {"it comes back elsewhere", "", "Twin:11000:H:S19.2E:22000:1:2:0:0:109:1:12:0", "", "11 Twin", Received::New},
+    {"new", "", "New:11000:H:S19.2E:22000:1:2:0:0:110:1:10:0", "", "12 New", Received::New},
+};
+
+// A member of all changes, but for empty ones.
+std::string joined(const char* Change::*member, const char* separator) {
+    std::string text;
+    for (const Change& change : CHANGES) {
+        const std::string part = change.*member;
+        text += (text.empty() || part.empty() ? "" : separator) + part;
+    }
+    return text;
+}
+
+std::size_t count(Received received) {
+    return static_cast<std::size_t>(std::count_if(std::begin(CHANGES), std::end(CHANGES),
+                                                  [&](const Change& change) { return change.received == received; }));
+}
+
+// A TV of each order; 'b' backs up, 'c' changes what is on the air and scans, 'r' restores.
+class Rescan : public ::testing::TestWithParam<const char*> {
+protected:
+    Rescan() {
+        sim::Tv made = tv.open();
+        const std::pair<const char*, std::string> settings[] = {{"favourite", "1 add 1 2 3 4 5 6 7 8 9 10"},
+                                                                {"lock", "3 on"},
+                                                                {"hide", "4 on"},
+                                                                {"rename", "7 Mine"},
+                                                                {"rename", "8 Mine too"},
+                                                                {"service", "2"}};
+        for (const auto& [name, text] : settings) {
+            sim::setByName(made, name, text);
+        }
+    }
+
+    sim::ScanResult rescan() {
+        // "Stays" comes first on the air.
+        const std::string air = joined(&Change::after, "\n");
+        const std::size_t stays = air.find("Stays");
+        const std::string list = air.substr(stays, air.find('\n', stays) + 1 - stays) + air;
+        test::write(folder / "air.conf", list);
+        return tv.open().rescan([&](sim::ChannelSink& sink) { sim::readChannelList(folder / "air.conf", sink); });
+    }
+
+    test::TempFolder folder;
+    test::TestTv tv{folder.path(), "a", joined(&Change::before, "\n") + "\n"};
+};
+
+TEST_P(Rescan, KeepsWhatIsTheOwners) {
+    const std::string order = GetParam();
+    ASSERT_EQ(textOf(tv.open().services()), joined(&Change::ownersBefore, ", "));
+    std::optional<sim::Reception> reception;
+    for (const char step : order) {
+        if (step == 'b') {
+            EXPECT_TRUE(tv.backUp().succeeded());
+        } else if (step == 'c') {
+            const sim::ScanResult result = rescan();
+            EXPECT_EQ(sim::words(result),
+                      "3 gone, 2 new, 2 renamed by their broadcasters (1 keeping the owner's name), 2 moved to another "
+                      "transport stream, 1 moved to another frequency, 1 changed otherwise");
+            EXPECT_EQ(textOf(tv.open().services()), joined(&Change::ownersAfter, ", "));
+            EXPECT_EQ(tv.open().services().find(4)->name, "Moves") << "ids stay";
+            EXPECT_EQ(tv.open().viewing().serviceId, 1) << "what was on is gone";
+            EXPECT_EQ(sim::words(rescan()), "nothing has changed");
+        } else {
+            EXPECT_TRUE(tv.restore().succeeded());
+            EXPECT_EQ(tv.verdict().outcome, sim::Outcome::Done);
+            reception = tv.verdict().reception;
+        }
+    }
+    const bool isOldBack = order == "bcr";
+    EXPECT_EQ(textOf(tv.open().services()), joined(isOldBack ? &Change::ownersBefore : &Change::ownersAfter, ", "));
+    ASSERT_EQ(reception.has_value(), order != "brc") << "a TV that has never scanned knows nothing of the air";
+    if (reception) {
+        const std::size_t all = tv.open().services().counts().services;
+        EXPECT_EQ(reception->onAir, isOldBack ? count(Received::AsBefore) : all);
+        EXPECT_EQ(reception->moved, isOldBack ? count(Received::Elsewhere) : 0);
+        EXPECT_EQ(reception->gone, isOldBack ? count(Received::Not) : 0);
+        EXPECT_EQ(reception->missing, isOldBack ? count(Received::New) : 0);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Orders, Rescan, ::testing::Values("bcr", "cbr", "brc"),
+                         [](const auto& each) { return std::string(each.param); });
 
 }  // namespace

@@ -25,9 +25,7 @@ int apply(const Session& session, const ApplyOptions& options) {
     tv.serviceDb().change([&](sim::Database& database) {
         edit = sim::applyTable(database, tv.services(), options.table, options.encoding, options.removesMissing);
     });
-    if (!tv.services().find(tv.viewing().serviceId)) {
-        tv.changeViewing([&](sim::Viewing& viewing) { viewing.serviceId = tv.services().first(); });
-    }
+    tv.watchWhatIsThere();
     printLinesOfKinds(stderr, edit.problems);
     printLinesOfKinds(stderr, edit.notes);
     const Json::Value json = sim::object({{"changed", edit.changed},

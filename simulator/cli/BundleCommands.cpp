@@ -163,6 +163,12 @@ void printForesight(const sim::Bundle& bundle, const sim::Foresight& foresight) 
         print("  {:<10} {:<13} {}\n", sim::nameOf(item.item), sim::nameOf(item.state), item.detail);
     }
     printLines(stdout, "  left by an earlier run: ", foresight.leftovers);
+    if (foresight.reception) {
+        print("  on the air {}\n", sim::words(*foresight.reception));
+        print("It would bring back {} off the air, and drop {}.\n",
+              sim::plural(foresight.reception->gone, "channel that is", "channels that are"),
+              sim::plural(foresight.reception->missing, "new one"));
+    }
 }
 
 void printVerified(const NamedBundle& named, const std::optional<sim::Foresight>& foresight) {

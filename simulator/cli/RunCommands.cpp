@@ -17,6 +17,7 @@
 #include "simulator/launch/Launch.h"
 #include "simulator/launch/RecordedScenario.h"
 #include "simulator/lineup/Application.h"
+#include "simulator/lineup/Words.h"
 #include "simulator/reports/RunReport.h"
 #include "simulator/reports/ToJson.h"
 #include "simulator/reports/TvReport.h"
@@ -60,6 +61,9 @@ void printVerdict(const sim::RunReport& report) {
     }
     for (const sim::ItemVerdict& item : verdict.items) {
         print("  {:<10} {:<13} {}\n", sim::nameOf(item.item), sim::nameOf(item.state), item.detail);
+    }
+    if (verdict.reception) {
+        print("  on the air {}\n", sim::words(*verdict.reception));
     }
 }
 

@@ -34,16 +34,23 @@ struct InitOptions {
     sim::Keeper keeper;
 };
 
-// Says what the list lacks, before a later step can fail, which may be why it does.
-void printRemarks(const InitOptions& options, const sim::ChannelSummary& list) {
-    printLinesOfKinds(stderr, list.problems);
-    printLinesOfKinds(stderr, list.notes);
-    if (list.latin1Lines > 0) {
-        print(stderr,
-              "{}: {} not UTF-8, read as ISO 8859-1 (Latin-1); if names look wrong, say what the list is in, such "
-              "as: --encoding CP1251\n",
-              options.channels, list.latin1Lines == 1 ? "1 line is" : fmt::format("{} lines are", list.latin1Lines));
-    }
+// Reads a channel list, and says what it lacks before a later step can fail, which may be why it does.
+sim::ChannelSource reading(const Session& session, const std::string& file, const sim::ListOptions& options,
+                           sim::ChannelSummary& list) {
+    return [&](sim::ChannelSink& sink) {
+        list = sim::readChannelList(file, sink, options);
+        if (session.isQuiet) {
+            return;
+        }
+        printLinesOfKinds(stderr, list.problems);
+        printLinesOfKinds(stderr, list.notes);
+        if (list.latin1Lines > 0) {
+            print(stderr,
+                  "{}: {} not UTF-8, read as ISO 8859-1 (Latin-1); if names look wrong, say what the list is in, such "
+                  "as: --encoding CP1251\n",
+                  file, list.latin1Lines == 1 ? "1 line is" : fmt::format("{} lines are", list.latin1Lines));
+        }
+    };
 }
 
 int init(const Session& session, const InitOptions& options) {
@@ -60,12 +67,7 @@ int init(const Session& session, const InitOptions& options) {
         }
     });
     sim::ChannelSummary list;
-    const auto read = [&](sim::ChannelSink& sink) {
-        list = sim::readChannelList(options.channels, sink, options.list);
-        if (!session.isQuiet) {
-            printRemarks(options, list);
-        }
-    };
+    const sim::ChannelSource read = reading(session, options.channels, options.list, list);
     sim::Tv::create(session.home, keeper ? keeper->list() : read,
                     options.serial.empty() ? fmt::format("{:08X}", std::random_device()()) : options.serial, clock,
                     options.account, options.favouritesFromGroups, options.keeper);
@@ -184,6 +186,31 @@ int set(const Session& session, const SetOptions& options) {
     return DONE;
 }
 
+struct RescanOptions {
+    std::string list;
+    sim::ListOptions options;
+};
+
+int rescan(const Session& session, const RescanOptions& options) {
+    const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(0));
+    sim::Tv tv(session.home);
+    const std::uint64_t before = tv.viewing().serviceId;
+    sim::ChannelSummary list;
+    const sim::ScanResult result = tv.rescan(reading(session, options.list, options.options, list));
+    const std::uint64_t now = tv.viewing().serviceId;
+    Json::Value json = sim::toJson(result);
+    json["latin1Lines"] = sim::toJson(list.latin1Lines);
+    json["skipped"] = sim::toJson(list.skipped);
+    json["problems"] = sim::toJson(list.problems);
+    json["notes"] = sim::toJson(list.notes);
+    return answer(session, json, [&] {
+        print("{} found: {}.\n", sim::plural(result.services, "service"), sim::words(result));
+        if (now != before) {
+            print("What was on is gone; now on: {}.\n", sim::words(tv.services().find(now), now));
+        }
+    });
+}
+
 int reset(const Session& session, const std::string& name) {
     const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(0));
     sim::resetTo(session.home, name);
@@ -191,6 +218,15 @@ int reset(const Session& session, const std::string& name) {
         printJson(sim::object({{"snapshot", name}}));
     }
     return DONE;
+}
+
+// How a channel list is read.
+void addListOptions(CLI::App& command, sim::ListOptions& options) {
+    command.add_option("--encoding", options.encoding,
+                       "of the list, as iconv calls it (default: UTF-8 or what its byte order mark says; lines that "
+                       "are not are read as ISO 8859-1)");
+    command.add_option("--satellite", options.satellite,
+                       "where services come from whose list only says that it is a satellite, such as S19.2E");
 }
 
 // The options of a program that keeps the list, in the place of a file.
@@ -230,11 +266,7 @@ void addTvCommands(CLI::App& app, Action& chosen) {
     for (const sim::KeeperKind* kind : sim::KeeperKind::all()) {
         addKeeperOptions(*making, *kind, options, channels);
     }
-    making->add_option("--encoding", options->list.encoding,
-                       "of the list, as iconv calls it (default: UTF-8 or what its byte order mark says; lines that "
-                       "are not are read as ISO 8859-1)");
-    making->add_option("--satellite", options->list.satellite,
-                       "where services come from whose list only says that it is a satellite, such as S19.2E");
+    addListOptions(*making, options->list);
     making->add_option("--serial", options->serial, "serial number of the set (default: a random one)");
     making->add_option("--account", options->account, "its account in the cloud: TVs of one account share backups")
         ->capture_default_str();
@@ -265,6 +297,15 @@ void addTvCommands(CLI::App& app, Action& chosen) {
     changing->add_option_function<std::vector<std::string>>(
         "words", [add](const std::vector<std::string>& words) { std::for_each(words.begin(), words.end(), add); });
     changing->add_flag("--still", setting->isStill, "a clock that is set stands: runs do not move it on");
+
+    const auto scanning = std::make_shared<RescanOptions>();
+    CLI::App* scan =
+        addCommand(app, "rescan", "Scan the channels: a list is what is on the air now", "halcyon-tv rescan new.conf",
+                   chosen, [scanning](const Session& session) { return rescan(session, *scanning); });
+    scan->add_option("list", scanning->list,
+                     "channel list, as for init; what stays keeps its number and what its owner has set")
+        ->required();
+    addListOptions(*scan, scanning->options);
 
     const auto name = std::make_shared<std::string>();
     addCommand(app, "snapshot", "Save the TV's state under a name, or list the names", "halcyon-tv snapshot before",

@@ -75,19 +75,12 @@ void clearFavourites(Database& database, int list) {
     database.run(fmt::format("UPDATE services SET {0} = 0 WHERE {0} > 0", favouriteColumn(list)));
 }
 
-std::vector<std::string> fillFavouritesFromGroups(Database& database) {
+void fillFavouritesFromGroups(Database& database) {
     for (int list = 1; list <= application::FAVOURITE_LISTS; ++list) {
         database.change(fmt::format("UPDATE services SET {} = number WHERE channel_group = ?", favouriteColumn(list)),
                         list);
     }
     closeFavourites(database);
-    std::vector<std::string> names;
-    Statement groups(database, "SELECT name FROM channel_groups WHERE number <= ? ORDER BY number");
-    groups.bind(application::FAVOURITE_LISTS);
-    while (groups.next()) {
-        names.push_back(groups.text(0));
-    }
-    return names;
 }
 
 void lockService(Database& database, std::uint64_t id, bool isLocked) {

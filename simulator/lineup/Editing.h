@@ -21,8 +21,8 @@ void removeFavourites(Database& database, int list, const std::vector<Service>& 
 
 void clearFavourites(Database& database, int list);
 
-// Fills each favourite list with the group of its number, in the order of the list. Returns the groups' names.
-std::vector<std::string> fillFavouritesFromGroups(Database& database);
+// Fills each favourite list with the group of its number, in the order of the list.
+void fillFavouritesFromGroups(Database& database);
 
 void lockService(Database& database, std::uint64_t id, bool isLocked);
 void hideService(Database& database, std::uint64_t id, bool isHidden);

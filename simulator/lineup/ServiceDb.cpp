@@ -238,6 +238,13 @@ std::optional<ReplaceStatus> adoptServices(const fs::path& archive, const fs::pa
 }
 
 void ServiceDb::create(const ChannelSource& list, const std::string& ipServices) const {
+    store(list);
+    const ScratchFolder scratch(m_folder);
+    writeFile(scratch / "ipsrv", ipServices);
+    putInPlace(scratch / "ipsrv", ipsrv());
+}
+
+void ServiceDb::store(const ChannelSource& list) const {
     const ScratchFolder scratch(m_folder);
     {
         // Closed at the end of the block, which writes what is left of it, before it is put in place.
@@ -250,10 +257,9 @@ void ServiceDb::create(const ChannelSource& list, const std::string& ipServices)
             closeFavourites(database);
         }
         database.run("INSERT INTO meta SELECT count(*) FROM services");
+        requirePlaces(database);
         transaction.commit();
     }
-    writeFile(scratch / "ipsrv", ipServices);
-    putInPlace(scratch / "ipsrv", ipsrv());
     putInPlace(scratch / DATABASE, database());
 }
 
@@ -403,6 +409,15 @@ std::vector<ListHeader> Services::headers() const {
         headers.push_back({static_cast<int>(query.integer(0)), query.text(1)});
     }
     return headers;
+}
+
+std::vector<std::string> Services::groups() const {
+    Statement query(*m_database, "SELECT name FROM channel_groups ORDER BY number");
+    std::vector<std::string> names;
+    while (query.next()) {
+        names.push_back(query.text(0));
+    }
+    return names;
 }
 
 void Services::copyTo(ChannelSink& sink) const {

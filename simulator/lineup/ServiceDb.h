@@ -51,6 +51,7 @@ public:
     void forEach(const std::function<void(const Service&)>& visit) const;
     ServiceFinder finder() const;             // must not outlive all copies of this
     std::vector<ListHeader> headers() const;  // of the list that it was made of
+    std::vector<std::string> groups() const;  // their names, in the order of their numbers
 
     // Hands groups, services and headers to a sink.
     void copyTo(ChannelSink& sink) const;
@@ -75,6 +76,9 @@ public:
 
     // Makes the database of a channel list, its ids counted from 1, and the set's own ipsrv.
     void create(const ChannelSource& list, const std::string& ipServices) const;
+
+    // Makes the database of a channel list alone. Ids that it gives are kept.
+    void store(const ChannelSource& list) const;
 
     // Changes a copy of the database, which then replaces it as a whole. Throws what `edit` throws, and Error (Damaged)
     // if a favourite list would have a gap; then the database is as it was.

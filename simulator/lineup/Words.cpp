@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <string_view>
 #include <vector>
 
 #include "simulator/base/Text.h"
@@ -78,6 +79,36 @@ std::string choiceWords(const Service& service) {
         texts.push_back("renamed" + (service.broadcastName.empty() ? "" : " from " + inQuotes(service.broadcastName)));
     }
     return fmt::format("{}", fmt::join(texts, ", "));
+}
+
+std::string words(const Reception& reception) {
+    const auto counted = [](std::size_t count, const char* one, const char* many) {
+        return fmt::format("{} {}", count, count == 1 ? one : many);
+    };
+    return fmt::format("{} of {}; {}, {}, and {}", reception.onAir,
+                       plural(reception.onAir + reception.moved + reception.gone, "service"),
+                       counted(reception.moved, "has moved", "have moved"),
+                       counted(reception.gone, "is off the air", "are off the air"),
+                       counted(reception.missing, "new one is dropped", "new ones are dropped"));
+}
+
+std::string words(const ScanResult& result) {
+    std::vector<std::string> texts;
+    const auto add = [&](std::size_t count, std::string_view what) {
+        if (count > 0) {
+            texts.push_back(fmt::format("{} {}", count, what));
+        }
+    };
+    add(result.gone, "gone");
+    add(result.added, "new");
+    add(result.renamed, result.renamed == 1 ? "renamed by its broadcaster" : "renamed by their broadcasters");
+    if (result.ownNames > 0) {
+        texts.back() += fmt::format(" ({} keeping the owner's name)", result.ownNames);
+    }
+    add(result.moved, "moved to another transport stream");
+    add(result.retuned, "moved to another frequency");
+    add(result.changed, "changed otherwise");
+    return texts.empty() ? "nothing has changed" : fmt::format("{}", fmt::join(texts, ", "));
 }
 
 std::string antennaWords(const std::set<int>& inputs) {

@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include "simulator/lineup/Scan.h"
 #include "simulator/lineup/ServiceDb.h"
 #include "simulator/lineup/Viewing.h"
 
@@ -24,6 +25,12 @@ std::string words(const Viewing& viewing, const std::optional<Service>& service)
 // What the owner of a TV has set of a service: "favourite 2:1 4:3" (list:place), "locked", "hidden", "renamed from
 // 'Das Erste'"; separated by commas. Empty if nothing.
 std::string choiceWords(const Service& service);
+
+// "12 of 15 services; 1 has moved, 2 are off the air, and 7 new ones are dropped".
+std::string words(const Reception& reception);
+
+// "7 gone, 3 renamed by their broadcasters"; without those of which there are none.
+std::string words(const ScanResult& result);
 
 // "terrestrial (0), satellite (2)".
 std::string antennaWords(const std::set<int>& inputs);

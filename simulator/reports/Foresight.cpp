@@ -231,6 +231,15 @@ std::vector<ItemVerdict> itemsAfterRestore(const Bundle& bundle, const Setup& no
     return items;
 }
 
+std::optional<Reception> receptionOf(const std::vector<ItemVerdict>& items, const Setup& now, const Tv& tv) {
+    const bool isRestored = std::any_of(items.begin(), items.end(), [](const ItemVerdict& item) {
+        return item.item == Item::Channels &&
+               (item.state == ItemState::Restored || item.state == ItemState::AlreadyEqual);
+    });
+    const std::optional<Services> air = isRestored ? tv.onAir() : std::nullopt;
+    return air ? std::optional(Partners(*now.services, *air).counts()) : std::nullopt;
+}
+
 std::string lostItems(const std::vector<ItemVerdict>& items) {
     std::vector<std::string> lost;
     for (const ItemVerdict& item : items) {
@@ -253,6 +262,7 @@ Foresight foresee(const Bundle& bundle, const Tv& tv, bool saysScan) {
         after.insert(*own);
     }
     foresight.items = itemsAfterRestore(bundle, rehearsal.setup(), before, after);
+    foresight.reception = receptionOf(foresight.items, rehearsal.setup(), tv);
     if (isDone) {
         foresight.why = lostItems(foresight.items);
         foresight.outcome = foresight.why.empty() ? Outcome::Done : Outcome::DoneInPart;

@@ -18,6 +18,10 @@ std::string howItDiffers(Item item, const Setup& backup, const Setup& tv);
 std::vector<ItemVerdict> itemsAfterRestore(const Bundle& bundle, const Setup& now, const Fingerprints& before,
                                            const Fingerprints& after);
 
+// How a restored channel list is received on the TV; nothing if the list is not the backup's, or the TV has never
+// scanned.
+std::optional<Reception> receptionOf(const std::vector<ItemVerdict>& items, const Setup& now, const Tv& tv);
+
 // Those that are not as they should be, in words; empty if all are.
 std::string lostItems(const std::vector<ItemVerdict>& items);
 
@@ -28,6 +32,7 @@ struct Foresight {
     std::string why;  // in words; empty if all would be done
     std::vector<ItemVerdict> items;
     std::vector<std::string> leftovers;  // of earlier runs, which the restore would apply too
+    std::optional<Reception> reception;  // as of a verdict
 };
 
 // Takes the application's steps on the set-up of a TV as it is now, which stays as it is. A bundle without metadata is

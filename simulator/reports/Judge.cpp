@@ -394,6 +394,7 @@ Verdict judge(const Tv& tv, const CloudStore& store, const Run& run) {
     }
     if (run.ended != RunEnd::Running) {
         verdict.items = judgeItems(evidence);
+        verdict.reception = evidence.isRestore() ? receptionOf(verdict.items, tv.setup(), tv) : std::nullopt;
     }
     decide(evidence, verdict);
     verdict.faults = firedFaults(evidence);

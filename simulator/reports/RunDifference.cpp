@@ -8,6 +8,7 @@
 
 #include "simulator/base/Text.h"
 #include "simulator/lineup/Application.h"
+#include "simulator/lineup/Words.h"
 
 namespace sim {
 
@@ -48,6 +49,7 @@ std::vector<std::pair<std::string, std::string>> partsOf(const RunReport& report
         {"cause", std::string(nameOf(report.verdict.cause))},
         {"why", report.verdict.why},
         {"warning", report.verdict.warning},
+        {"on the air", report.verdict.reception ? words(*report.verdict.reception) : ""},
         {"backup", report.run.operation == Operation::Restore ? report.run.backup : ""},
         {"response", report.response},
         {"reported", std::string(nameOf(report.run.reported))},

@@ -82,6 +82,24 @@ Json::Value toJson(const Metadata& metadata) {
                    {"problems", metadata.problems}});
 }
 
+Json::Value toJson(const Reception& reception) {
+    return object({{"onAir", reception.onAir},
+                   {"moved", reception.moved},
+                   {"gone", reception.gone},
+                   {"missing", reception.missing}});
+}
+
+Json::Value toJson(const ScanResult& result) {
+    return object({{"services", result.services},
+                   {"gone", result.gone},
+                   {"added", result.added},
+                   {"renamed", result.renamed},
+                   {"ownNames", result.ownNames},
+                   {"moved", result.moved},
+                   {"retuned", result.retuned},
+                   {"changed", result.changed}});
+}
+
 Json::Value toJson(const UnpackedEntry& entry) {
     return object({{"name", entry.name},
                    {"bytes", entry.size},
@@ -128,7 +146,8 @@ Json::Value toJson(const Foresight& foresight) {
                    {"cause", nameOf(foresight.cause)},
                    {"why", foresight.why},
                    {"items", foresight.items},
-                   {"leftovers", foresight.leftovers}});
+                   {"leftovers", foresight.leftovers},
+                   {"reception", foresight.reception}});
 }
 
 Json::Value toJson(const StoredBackup& backup) {
@@ -231,6 +250,7 @@ Json::Value toJson(const RunReport& report) {
                    {"cause", nameOf(report.verdict.cause)},
                    {"why", report.verdict.why},
                    {"warning", report.verdict.warning},
+                   {"reception", report.verdict.reception},
                    {"items", report.verdict.items},
                    {"faults", report.verdict.faults},
                    {"backup", nullIfEmpty(run.backup)},

@@ -62,6 +62,8 @@ Json::Value toJson(const std::map<std::string, Value>& values) {
 Json::Value toJson(const Service& service);
 Json::Value toJson(const Viewing& viewing);
 Json::Value toJson(const Metadata& metadata);
+Json::Value toJson(const Reception& reception);
+Json::Value toJson(const ScanResult& result);
 Json::Value toJson(const UnpackedEntry& entry);
 Json::Value toJson(const ChannelCounts& counts);
 Json::Value toJson(const Bundle& bundle);

@@ -45,7 +45,9 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CallRecord, seq, at, name, arguments, result,
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LogRecord, seq, at, sink, priority, tag, file, function, line, message)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ItemVerdict, item, state, detail)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FiredFault, rule, call, nth, fired)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Verdict, outcome, cause, why, decisive, items, faults, warning)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Reception, onAir, moved, gone, missing)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Verdict, outcome, cause, why, decisive, items, faults, warning,
+                                                reception)
 
 namespace {
 

@@ -28,7 +28,7 @@ void copyTv(const fs::path& from, const fs::path& to) {
     // By SQLite: the last changes may still be in the log beside the file.
     Database(from / DATABASE, Database::Access::Look).snapshot(to / DATABASE);
     copyFile(from / "iss.db", to / "iss.db");
-    for (const char* folder : {"service-db", "ci", "apps", "tmp"}) {
+    for (const char* folder : {"service-db", "on-air", "ci", "apps", "tmp"}) {
         copyFolder(from / folder, to / folder);
     }
     makePrivateFolder(to / RUNS);

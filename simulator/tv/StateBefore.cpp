@@ -35,7 +35,7 @@ void keepBefore(const Tv& tv, std::int64_t run) {
             linkFile(home / last, kept / last);
         }
         linkFile(home / "iss.db", kept / "iss.db");
-        for (const char* folder : {"service-db", "ci", "tmp"}) {
+        for (const char* folder : {"service-db", "on-air", "ci", "tmp"}) {
             copyFolder(home / folder, kept / folder, &linkFile);
         }
         copyFolder(home / "apps", kept / "apps", &copyQuickly);  // which the application changes in place

@@ -25,6 +25,9 @@ namespace {
 // touched.
 constexpr std::int64_t LAYOUT = 6;
 
+// What the last scan found, as a channel database of its own.
+constexpr char ON_AIR[] = "on-air";
+
 constexpr char SCHEMA[] = R"(
 CREATE TABLE state(
     antenna_mode INTEGER NOT NULL, service_mode INTEGER NOT NULL, service_id INTEGER NOT NULL, source INTEGER NOT NULL,
@@ -182,7 +185,8 @@ void Tv::create(const fs::path& home, const ChannelSource& list, const std::stri
     services.create(list, isAlone ? fmt::format("set={0}\nservice=http://set-{0}.invalid/live\n", serial) : "");
     std::vector<std::string> favouriteNames;
     if (favouritesFromGroups) {
-        services.change([&](Database& database) { favouriteNames = fillFavouritesFromGroups(database); });
+        services.change(&fillFavouritesFromGroups);
+        favouriteNames = services.services().groups();
     }
     const std::optional<Service> first = services.services().find(services.services().first());
     if (!first) {
@@ -235,6 +239,14 @@ void Tv::changeViewing(const std::function<void(Viewing&)>& change) {
         codeOf(viewing.mode.antenna), codeOf(viewing.mode.service), viewing.serviceId, codeOf(viewing.source),
         codeOf(viewing.category.kind), viewing.category.param, codeOf(viewing.category.sort));
     transaction.commit();
+}
+
+void Tv::watchWhatIsThere() {
+    changeViewing([&](Viewing& viewing) {
+        const Services now = services();
+        viewing.serviceId = now.find(viewing.serviceId) ? viewing.serviceId : now.first();
+        viewing.category = has(viewing.category) ? viewing.category : Category();
+    });
 }
 
 bool Tv::has(const TvMode& mode) const {
@@ -322,6 +334,25 @@ bool Tv::isScanning() const {
 
 void Tv::setScanning(bool scanning) {
     m_database.change("UPDATE state SET scanning = ?", scanning ? 1 : 0);
+}
+
+ScanResult Tv::rescan(const ChannelSource& list) {
+    if (const std::string kind = keeper().kind; !kind.empty()) {
+        throw Error(fmt::format("the channels of the TV at {} are those of {}; scan with that", m_home.string(), kind));
+    }
+    const ServiceDb air(m_home / ON_AIR);
+    // First, so that a kill between the two leaves a TV that has not scanned yet.
+    air.store(list);
+    ScanResult result;
+    const Services before = services();
+    m_serviceDb.store([&](ChannelSink& sink) { result = scan(before, air.services(), sink); });
+    watchWhatIsThere();
+    return result;
+}
+
+std::optional<Services> Tv::onAir() const {
+    const ServiceDb air(m_home / ON_AIR);
+    return pathExists(m_home / ON_AIR) ? std::optional(air.services()) : std::nullopt;
 }
 
 Setup Tv::setup() const {

@@ -3,6 +3,7 @@
 //   tv.db         the TV's state, settings store and fault rules
 //   runs/         the record of each run, and what the TV was before the newest ones
 //   service-db/   the TV service's channel database
+//   on-air/       what the last scan found, if there was one: a channel database
 //   iss.db        the iss database
 //   ci/           the CI module's own files
 //   apps/, tmp/   what the path variables for application and temporary data stand for
@@ -26,6 +27,7 @@
 #include "simulator/base/FolderLock.h"
 #include "simulator/lineup/CiFiles.h"
 #include "simulator/lineup/IssDb.h"
+#include "simulator/lineup/Scan.h"
 #include "simulator/lineup/ServiceDb.h"
 #include "simulator/lineup/Setup.h"
 #include "simulator/lineup/Viewing.h"
@@ -70,6 +72,9 @@ public:
     // Reads, changes and writes in one transaction. What `change` throws leaves the state as it was.
     void changeViewing(const std::function<void(Viewing&)>& change);
 
+    // What its list no longer has is no longer on: the service with the lowest number is, and all services.
+    void watchWhatIsThere();
+
     // Whether these can be set on this TV.
     bool has(const TvMode& mode) const;
     bool has(Source source) const;
@@ -106,6 +111,13 @@ public:
     const CiFiles& ciFiles() const { return m_ciFiles; }
 
     Services services() const { return m_serviceDb.services(); }
+
+    // Scans the channels: a list is what is on the air now. What was watched stays, if it is there, else the service
+    // with the lowest number is. Throws Error, also what the list throws.
+    ScanResult rescan(const ChannelSource& list);
+
+    // What the last scan found; nothing if there was none.
+    std::optional<Services> onAir() const;
 
     // All that a backup carries; what cannot be read is lacking.
     Setup setup() const;

@@ -3,10 +3,12 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "simulator/lineup/Item.h"
+#include "simulator/lineup/Scan.h"
 
 namespace sim {
 
@@ -107,6 +109,7 @@ struct Verdict {
     std::vector<ItemVerdict> items;
     std::vector<FiredFault> faults;
     std::string warning;  // of a backup that lost much of what the one before it had; may be empty
+    std::optional<Reception> reception = std::nullopt;  // of a restored channel list, if the TV has ever scanned
 };
 
 }  // namespace sim

@@ -29,7 +29,8 @@ class Json(Story):
         for name, words, code in [
                 ("records", "record --all", 0), ("status", "status --services", 0), ("snapshot", "snapshot", 0),
                 ("diff", "diff 000001", 1), ("bundle show", "bundle show", 0),
-                ("bundle show", "bundle show 000001", 0), ("bundle verify", "bundle verify", 0),
+                ("bundle show", "bundle show 000001", 0), ("rescan", f"rescan {DATA / 'factory.conf'}", 0),
+                ("bundle verify", "bundle verify", 0),
                 ("cloud list", "cloud list", 0), ("set", "set scan ON", 0), ("reset", "reset", 0),
                 ("cloud create", "cloud create", 0), ("fault clear", "fault clear", 0),
                 ("fault list", "fault list", 0), ("fault calls", "fault calls", 0)]:

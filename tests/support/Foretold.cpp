@@ -6,6 +6,7 @@
 #include "simulator/base/Files.h"
 #include "simulator/cloud/OpenCloud.h"
 #include "simulator/lineup/Application.h"
+#include "simulator/lineup/Words.h"
 #include "simulator/reports/CloudReport.h"
 
 namespace test {
@@ -49,17 +50,16 @@ void Foretold::expectTrue() const {
         return;
     }
     const sim::Verdict verdict = m_tv.verdict();
-    const auto what = [](sim::Outcome outcome, sim::Cause cause, const std::vector<sim::ItemVerdict>& items) {
-        Strings texts = {std::string(sim::nameOf(outcome)) + ", " + std::string(sim::nameOf(cause))};
-        for (const sim::ItemVerdict& item : items) {
+    const auto what = [](const auto& found) {
+        Strings texts = {std::string(sim::nameOf(found.outcome)) + ", " + std::string(sim::nameOf(found.cause)),
+                         found.reception ? sim::words(*found.reception) : ""};
+        for (const sim::ItemVerdict& item : found.items) {
             texts.push_back(std::string(sim::nameOf(item.item)) + " " + std::string(sim::nameOf(item.state)) + " " +
                             item.detail);
         }
         return texts;
     };
-    EXPECT_EQ(what(m_foresight->outcome, m_foresight->cause, m_foresight->items),
-              what(verdict.outcome, verdict.cause, verdict.items))
-        << "foretold: " << m_foresight->why << "\nfound: " << verdict.why;
+    EXPECT_EQ(what(*m_foresight), what(verdict)) << "foretold: " << m_foresight->why << "\nfound: " << verdict.why;
 }
 
 }  // namespace test

@@ -15,6 +15,15 @@ const HEADLINES = {
   unchecked: () => "The run has ended, but the TV or the store cannot be looked at",
 };
 
+// How the restored list is received, if that is not as the TV's last scan found it.
+function receptionOf({reception}) {
+  if (!reception) return "";
+  const {gone, moved, missing} = reception;
+  const said = [[gone, "off the air"], [moved, "moved"], [missing, "new dropped"]]
+    .filter(([count]) => count > 0).map(([count, what]) => `${count} ${what}`);
+  return said.length ? ` Channels: ${said.join(", ")}.` : "";
+}
+
 // "at 2.500 s, call 71 of 106".
 export function whenOf(timeline, event) {
   const kind = event.call ? "call" : "log";
@@ -91,7 +100,7 @@ export function Verdict() {
     onclick: () => dispatchEvent(new Event("lab:decided"))}, which + whenOf(run.timeline, decisive))
     : h("p", {class: "muted"}, `Run ${run.run}`);
   return band(toneOf(run.outcome), run.outcome.toUpperCase(), HEADLINES[run.outcome](run),
-    run.why || "Each item was read back from the TV and the store.", when,
+    (run.why || "Each item was read back from the TV and the store.") + receptionOf(run), when,
     h("div", {class: "buttons"}, offers(),
       run.remedies.length ? run.remedies.map((remedy) => remedyButton(remedy, run))
         : ["done", "open"].includes(run.outcome) ? null
