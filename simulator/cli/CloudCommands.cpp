@@ -1,8 +1,13 @@
 // The commands on the cloud store.
 #include <algorithm>
+#include <filesystem>
+#include <functional>
 #include <memory>
+#include <utility>
 
+#include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
+#include "simulator/base/Files.h"
 #include "simulator/cli/Command.h"
 #include "simulator/cli/Side.h"
 #include "simulator/lineup/Application.h"
@@ -16,51 +21,138 @@ namespace {
 void printBackup(const sim::StoredBackup& backup, std::size_t columns) {
     const std::string services = backup.services ? std::to_string(*backup.services) : "?";
     if (backup.damage.empty()) {
-        print("{:<{}} {:<21} {:>10} {:>9}  {:<16} {:<32} {}/{}/{}\n", backup.id, columns, backup.time, backup.size,
+        print("{:<{}} {:<21} {:>10} {:>9}  {:<16} {:<32} {}/{}/{}{}\n", backup.id, columns, backup.time, backup.size,
               services, backup.device.empty() ? "?" : backup.device, sim::antennaOf(backup), backup.account,
-              backup.clientId, backup.category);
+              backup.clientId, backup.category, backup.isPinned ? " pinned" : "");
     } else {
         print("{:<{}} {:<21} {}: {}\n", backup.id, columns, "DAMAGED", backup.path(), backup.damage);
     }
 }
 
-void printBackups(const std::vector<sim::StoredBackup>& backups, const std::string& cloud) {
-    if (backups.empty()) {
-        print("No backup in {}.\n", cloud);
-        return;
+struct ListOptions {
+    std::string account;
+    std::size_t last = 0;  // of each category; 0: all
+};
+
+// What is listed, and what comes of it.
+class Listing {
+public:
+    Listing(const Session& session, const ListOptions& options)
+        : m_open([&session] { return session.openStore(); }), m_store(m_open()) {
+        sim::StoreContent content = m_store->contentOf(options.account);
+        m_foreign = std::move(content.foreign);
+        for (const std::vector<sim::BackupName>& category : sim::byCategory(content.backups)) {
+            const std::size_t count = options.last > 0 ? std::min(options.last, category.size()) : category.size();
+            m_names.insert(m_names.end(), category.end() - static_cast<std::ptrdiff_t>(count), category.end());
+        }
     }
-    std::size_t columns = 8;
-    for (const sim::StoredBackup& backup : backups) {
-        columns = std::max(columns, backup.id.size());
+
+    const std::string place() const { return m_store->place(); }
+    const std::vector<sim::BackupName>& names() const { return m_names; }
+    const std::vector<std::string>& foreign() const { return m_foreign; }
+
+    void visit(const std::function<void(const sim::StoredBackup&)>& visit) {
+        sim::visitBackups(m_open, m_names, [&](const sim::StoredBackup& backup) {
+            m_isDamaged = m_isDamaged || !backup.damage.empty();
+            m_shrinkages.add(backup);
+            visit(backup);
+        });
     }
-    print("{:<{}} {:<21} {:>10} {:>9}  {:<16} {:<32} {}\n", "backup", columns, "time", "bytes", "channels", "set",
-          "antenna", "account/client/category");
-    for (const sim::StoredBackup& backup : backups) {
-        printBackup(backup, columns);
+
+    // Of what was visited.
+    std::vector<std::string> warnings() { return m_shrinkages.finish(); }
+    bool isDamaged() const { return m_isDamaged; }
+
+private:
+    std::function<std::unique_ptr<sim::CloudStore>()> m_open;
+    std::unique_ptr<sim::CloudStore> m_store;
+    std::vector<sim::BackupName> m_names;
+    std::vector<std::string> m_foreign;
+    sim::Shrinkages m_shrinkages;
+    bool m_isDamaged = false;
+};
+
+void printListing(const Session& session, Listing& listing) {
+    if (listing.names().empty()) {
+        print("No backup in {}.\n", listing.place());
+    } else {
+        std::size_t columns = 8;
+        for (const sim::BackupName& name : listing.names()) {
+            columns = std::max(columns, name.id.size());
+        }
+        print("{:<{}} {:<21} {:>10} {:>9}  {:<16} {:<32} {}\n", "backup", columns, "time", "bytes", "channels", "set",
+              "antenna", "account/client/category");
+        listing.visit([&](const sim::StoredBackup& backup) { printBackup(backup, columns); });
+    }
+    printLines(stdout, "warning: ", listing.warnings());
+    if (session.isVerbose) {
+        printLines(stdout, "foreign: ", listing.foreign());
     }
 }
 
-int listStore(const Session& session) {
-    const std::unique_ptr<sim::CloudStore> store = session.openStore();
-    const sim::StoreContent content = store->content();
-    const std::vector<sim::StoredBackup> backups = sim::lookAt(*store, content.backups);
-    const std::vector<std::string> warnings = sim::shrinkages(backups);
-    Json::Value json = sim::object({{"backups", backups}, {"cloud", store->place()}, {"warnings", warnings}});
+// The members come in the order of their names: warnings are known once all backups have been visited.
+void printListingAsJson(const Session& session, Listing& listing) {
+    sim::JsonDocument document;
+    document.object = sim::object({{"cloud", listing.place()},
+                                   {"backups", Json::Value(Json::arrayValue)},
+                                   {"warnings", Json::Value(Json::arrayValue)}});
     if (session.isVerbose) {
-        json["foreign"] = sim::toJson(content.foreign);
+        document.object["foreign"] = sim::toJson(listing.foreign());
     }
-    answer(session, json, [&] {
-        printBackups(backups, store->place());
-        printLines(stdout, "warning: ", warnings);
-        if (session.isVerbose) {
-            for (const std::string& name : content.foreign) {
-                print("foreign: {}\n", name);
-            }
+    document.lists["backups"] = [&](const auto& take) {
+        listing.visit([&](const sim::StoredBackup& backup) { take(sim::toJson(backup)); });
+    };
+    document.lists["warnings"] = [&](const auto& take) {
+        for (const std::string& warning : listing.warnings()) {
+            take(sim::toJson(warning));
         }
-    });
-    const bool isDamaged = std::any_of(backups.begin(), backups.end(),
-                                       [](const sim::StoredBackup& backup) { return !backup.damage.empty(); });
-    return isDamaged ? DAMAGED : DONE;
+    };
+    printJson(document);
+}
+
+int listStore(const Session& session, const ListOptions& options) {
+    Listing listing(session, options);
+    if (session.isJson) {
+        printListingAsJson(session, listing);
+    } else {
+        printListing(session, listing);
+    }
+    return listing.isDamaged() ? DAMAGED : DONE;
+}
+
+// The bundle's file appears last, when all of it is there.
+int get(const Session& session, const std::string& id, const std::string& file) {
+    const std::unique_ptr<sim::CloudStore> store = session.openStore();
+    const sim::BackupName name = sim::chooseBackup(*store, id, accountOf(session));
+    std::filesystem::path target = sim::normalised(file);
+    const sim::ScratchFolder scratch(sim::isFolder(target) ? target : target.parent_path());
+    const sim::StoredBackup backup = store->fetch(name, scratch.path());
+    if (!backup.damage.empty()) {
+        throw DamagedBundle(fmt::format("backup {} is damaged: {}", backup.id, backup.damage));
+    }
+    target = sim::isFolder(target) ? target / backup.name : target;
+    const std::filesystem::path metadata = target.string() + sim::application::METADATA_SUFFIX;
+    for (const std::filesystem::path& each : {target, metadata}) {
+        if (sim::pathExists(each)) {
+            throw sim::Error(fmt::format("{} is there already; give another name", each.string()));
+        }
+    }
+    sim::writeFile(scratch / "metadata", backup.metadata);
+    sim::putInPlace(scratch / "metadata", metadata);
+    sim::putInPlace(scratch / backup.name, target);
+    return answer(session,
+                  sim::object({{"backup", backup.id}, {"file", target.string()}, {"metadata", metadata.string()}}),
+                  [&] { print("{}\n{}\n", target.string(), metadata.string()); });
+}
+
+int pin(const Session& session, const std::string& id, bool isPinned) {
+    const std::unique_ptr<sim::CloudStore> store = session.openStore();
+    const sim::BackupName name = sim::chooseBackup(*store, id, accountOf(session));
+    store->pin(name, isPinned);
+    if (session.isJson) {
+        printJson(sim::object({{"backup", name.id}, {"isPinned", isPinned}}));
+    }
+    return DONE;
 }
 
 struct ImportOptions {
@@ -99,7 +191,7 @@ int import(const Session& session, const ImportOptions& options) {
 int remove(const Session& session, const std::string& id) {
     const std::unique_ptr<sim::CloudStore> store = session.openStore();
     const sim::BackupName backup = sim::chooseBackup(*store, id, accountOf(session));
-    store->remove(backup);
+    sim::removeUnpinned(*store, backup);
     if (session.isJson) {
         printJson(sim::object({{"backup", backup.id}}));
     }
@@ -119,8 +211,28 @@ void addCloudCommands(CLI::App& app, Action& chosen) {
                    }
                    return DONE;
                });
-    addCommand(*store, "list", "List the backups, each with its set, antenna inputs and number of channels",
-               "halcyon-tv cloud list --json", chosen, &listStore);
+    const auto listed = std::make_shared<ListOptions>();
+    CLI::App* listing =
+        addCommand(*store, "list", "List the backups, each with its set, antenna inputs and number of channels",
+                   "halcyon-tv cloud list --account living-room --last 3", chosen,
+                   [listed](const Session& session) { return listStore(session, *listed); });
+    listing->add_option("--account", listed->account, "only the backups of this account");
+    listing->add_option("--last", listed->last, "only the newest of each account, client and category, so many");
+
+    const auto wanted = std::make_shared<std::pair<std::string, std::string>>("", ".");
+    CLI::App* getting =
+        addCommand(*store, "get", "Write a backup to a file, with its metadata in FILE.json beside it",
+                   "halcyon-tv cloud get 000001 customer.zip", chosen,
+                   [wanted](const Session& session) { return get(session, wanted->first, wanted->second); });
+    getting->add_option("backup", wanted->first, "its id")->required();
+    getting->add_option("file", wanted->second, "file to make, or a folder for it (default: the working folder)");
+
+    const auto pinned = std::make_shared<std::pair<std::string, bool>>();
+    CLI::App* pinning = addCommand(
+        *store, "pin", "Keep a backup, whatever is to be forgotten or removed", "halcyon-tv cloud pin 000001", chosen,
+        [pinned](const Session& session) { return pin(session, pinned->first, !pinned->second); });
+    pinning->add_option("backup", pinned->first, "its id")->required();
+    pinning->add_flag("--off", pinned->second, "keep it no longer");
 
     const auto options = std::make_shared<ImportOptions>();
     CLI::App* importing = addCommand(*store, "import", "Put a bundle file into the store as a new backup",
@@ -135,6 +247,7 @@ void addCloudCommands(CLI::App& app, Action& chosen) {
                [id](const Session& session) { return remove(session, *id); })
         ->add_option("backup", *id, "its id")
         ->required();
+    addCloudCareCommands(*store, chosen);
 }
 
 }  // namespace cli

@@ -81,6 +81,7 @@ void addBundleCommands(CLI::App& app, Action& chosen);
 void addFleetCommand(CLI::App& app, Action& chosen);
 void addPlayCommand(CLI::App& app, Action& chosen);
 void addCloudCommands(CLI::App& app, Action& chosen);
+void addCloudCareCommands(CLI::App& store, Action& chosen);  // of the group of those
 void addCompareCommands(CLI::App& app, Action& chosen);
 void addSweepCommand(CLI::App& app, Action& chosen);
 void addServeCommand(CLI::App& app, Action& chosen);

@@ -32,9 +32,11 @@ int exitCodeFor(sim::Error::Kind kind) {
 }
 
 // Commands of earlier versions, and what does their work now.
-const std::map<std::string, const char*> RENAMED = {{"bundle diff", "diff"},       {"bundle export", "export"},
-                                                    {"cloud show", "bundle show"}, {"cloud verify", "bundle verify"},
-                                                    {"cloud diff", "diff"},        {"cloud export", "export"}};
+const std::map<std::string, const char*> RENAMED = {{"bundle diff", "diff"},
+                                                    {"bundle export", "export"},
+                                                    {"cloud show", "bundle show"},
+                                                    {"cloud diff", "diff"},
+                                                    {"cloud export", "export"}};
 
 // The names of a command's subcommands, and of the options that it takes.
 std::vector<std::string> namesAfter(const CLI::App* command) {

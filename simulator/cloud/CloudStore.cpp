@@ -3,6 +3,11 @@
 #include <fmt/format.h>
 #include <json/value.h>
 
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <mutex>
+#include <thread>
 #include <utility>
 
 #include "simulator/base/Clock.h"
@@ -26,18 +31,90 @@ void requireOwn(const Json::Value& info, const Address& address) {
     }
 }
 
+// Nothing if it was removed after the listing.
+std::optional<StoredBackup> lookIfThere(const CloudStore& store, const BackupName& name) {
+    try {
+        return store.look(name);
+    } catch (const Error& error) {
+        if (error.kind() != Error::Kind::Missing) {
+            throw;
+        }
+        return std::nullopt;
+    }
+}
+
+// Some backups that are looked at together.
+class Batch {
+public:
+    explicit Batch(std::vector<BackupName> names) : m_names(std::move(names)), m_found(m_names.size()) {}
+
+    // Looks at one after the other until none is left; on any thread.
+    void work(const CloudStore& store) {
+        try {
+            for (std::size_t i = m_next++; i < m_names.size(); i = m_next++) {
+                m_found[i] = lookIfThere(store, m_names[i]);
+            }
+        } catch (...) {  // one that leaves a thread would end the process
+            const std::lock_guard guard(m_mutex);
+            m_failure = std::current_exception();
+        }
+    }
+
+    void visit(const std::function<void(const StoredBackup&)>& visit) const {
+        if (m_failure) {
+            std::rethrow_exception(m_failure);
+        }
+        for (const std::optional<StoredBackup>& backup : m_found) {
+            if (backup) {
+                visit(*backup);
+            }
+        }
+    }
+
+private:
+    std::vector<BackupName> m_names;
+    std::vector<std::optional<StoredBackup>> m_found;
+    std::atomic<std::size_t> m_next{0};
+    std::mutex m_mutex;
+    std::exception_ptr m_failure;
+};
+
 }  // namespace
+
+void visitBackups(const std::function<std::unique_ptr<CloudStore>()>& open, const std::vector<BackupName>& names,
+                  const std::function<void(const StoredBackup&)>& visit) {
+    constexpr std::size_t BATCH = 64;
+    constexpr std::size_t THREADS = 8;  // a store on another machine takes its time, and not this one's
+    std::vector<std::unique_ptr<CloudStore>> stores;
+    for (std::size_t begin = 0; begin < names.size(); begin += BATCH) {
+        const auto first = names.begin() + static_cast<std::ptrdiff_t>(begin);
+        const std::size_t size = std::min(BATCH, names.size() - begin);
+        Batch batch({first, first + static_cast<std::ptrdiff_t>(size)});
+        stores.resize(std::max<std::size_t>(stores.size(), 1));
+        stores[0] = stores[0] ? std::move(stores[0]) : open();
+        const std::size_t wanted = stores[0]->isRemote() ? std::min(THREADS, size) : 1;
+        while (stores.size() < wanted) {
+            stores.push_back(open());
+        }
+        std::vector<std::thread> threads;
+        threads.reserve(wanted);
+        for (std::size_t i = 1; i < wanted; ++i) {
+            threads.emplace_back([&batch, &store = *stores[i]] { batch.work(store); });
+        }
+        batch.work(*stores[0]);
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        batch.visit(visit);
+    }
+}
 
 std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<BackupName>& names) {
     std::vector<StoredBackup> backups;
     backups.reserve(names.size());
     for (const BackupName& name : names) {
-        try {
-            backups.push_back(store.look(name));
-        } catch (const Error& error) {
-            if (error.kind() != Error::Kind::Missing) {  // else it was removed after the listing
-                throw;
-            }
+        if (std::optional<StoredBackup> backup = lookIfThere(store, name)) {
+            backups.push_back(std::move(*backup));
         }
     }
     return backups;

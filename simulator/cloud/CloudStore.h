@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,8 +23,9 @@ struct Address {
 };
 
 struct BackupName : Address {
-    std::string id;    // begins with digits that count up within the category: the newest is the last
-    std::string etag;  // changes if another backup takes the name; empty: not known
+    std::string id;         // begins with digits that count up within the category: the newest is the last
+    std::string etag;       // changes if another backup takes the name; empty: not known
+    bool isPinned = false;  // it shall stay; known of what is listed
 
     std::string path() const { return account + "/" + clientId + "/" + category + "/" + id; }
 };
@@ -54,6 +56,12 @@ struct StoreContent {
     std::vector<std::string> foreign;  // paths or keys of everything else
 };
 
+struct StoreTrial {
+    std::string what;
+    bool isFit;
+    std::string detail;
+};
+
 // Called after each try of a request to a remote store, with one line each for the request and its outcome.
 using RequestObserver = std::function<void(const std::string& request, const std::string& outcome)>;
 
@@ -75,6 +83,9 @@ public:
     // The local folders that the store writes to, which are created if they are missing.
     virtual std::vector<std::filesystem::path> makeLocalFolders() const = 0;
 
+    // Whether it does what backups need, found out by trying.
+    virtual std::vector<StoreTrial> examine() const = 0;
+
     // What is set to lead to the store and has no effect, in words.
     virtual std::vector<std::string> unusedSettings() const { return {}; }
 
@@ -88,6 +99,9 @@ public:
     // Removes a backup, whole or not at all; its id is never used again. Throws Error (Missing) if there is no such
     // backup.
     virtual void remove(const BackupName& backup) = 0;
+
+    // Notes that a backup shall stay, or need not any more. remove() does not look at that.
+    virtual void pin(const BackupName& backup, bool isPinned) = 0;
 
     // The newest backup at an address, damaged or not; nothing if there is none.
     virtual std::optional<BackupName> newest(const Address& address) const = 0;
@@ -105,7 +119,12 @@ public:
     virtual StoredBackup fetch(const BackupName& name, const std::filesystem::path& folder) const = 0;
 };
 
-// What is known of those of the named backups that are still there.
+// Visits what is known of those of the named backups that are still there, in their order. Several are looked at
+// at the same time, each thread with a store of its own that `open` opens.
+void visitBackups(const std::function<std::unique_ptr<CloudStore>()>& open, const std::vector<BackupName>& names,
+                  const std::function<void(const StoredBackup&)>& visit);
+
+// The same of one store, as a list.
 std::vector<StoredBackup> lookAt(const CloudStore& store, const std::vector<BackupName>& names);
 
 // For stores: what they throw if there is no such backup, and if the newest backup has the bundle that shall be stored.

@@ -22,6 +22,7 @@ namespace {
 
 constexpr std::size_t MIN_ID_DIGITS = 6;
 constexpr char REMOVED[] = ".removed";
+constexpr char PINNED[] = ".pinned";
 // Tells the folders of accounts from those of the default account's clients, which stand beside them.
 constexpr char ACCOUNT_MARK = '@';
 
@@ -74,9 +75,9 @@ bool isAccount(const fs::path& member) {
     return member.filename().string().front() == ACCOUNT_MARK && isFolder(member);
 }
 
-// What the store itself keeps beside backups: the marks of removed ones, and what is being built.
+// What the store itself keeps beside backups: the marks of removed and pinned ones, and what is being built.
 bool isOwn(const fs::path& member) {
-    return member.extension() == REMOVED || isScratch(member);
+    return member.extension() == REMOVED || member.extension() == PINNED || isScratch(member);
 }
 
 }  // namespace
@@ -95,6 +96,23 @@ FolderStore::FolderStore(fs::path folder) : m_folder(std::move(folder)) {
 std::vector<fs::path> FolderStore::makeLocalFolders() const {
     makePrivateFolder(m_folder);
     return {m_folder};
+}
+
+std::vector<StoreTrial> FolderStore::examine() const {
+    std::vector<StoreTrial> trials;
+    try {
+        const ScratchFolder scratch(m_folder);
+        makeFolders(scratch / "built");
+        writeFile(scratch / "built/file", "");
+        putInPlace(scratch / "built", scratch / "placed");
+        trials.push_back({"writing", true, "a folder can be made, and put in place"});
+        std::error_code error;
+        constexpr std::uint64_t MEBIBYTE = 1U << 20;
+        trials.push_back({"room", true, fmt::format("{} MiB", fs::space(m_folder, error).available / MEBIBYTE)});
+    } catch (const Error& error) {
+        trials.push_back({"writing", false, error.what()});
+    }
+    return trials;
 }
 
 std::string FolderStore::put(const NewBackup& backup, const fs::path& bundle) {
@@ -128,6 +146,15 @@ void FolderStore::remove(const BackupName& backup) {
     const ScratchFolder scratch(folder.parent_path());
     reserve(backup);
     putInPlace(folder, scratch / "removed");
+}
+
+void FolderStore::pin(const BackupName& backup, bool isPinned) {
+    const fs::path mark = existingFolderOf(backup).string() + PINNED;
+    if (isPinned) {
+        writeFile(mark, "");
+    } else {
+        removeFile(mark);
+    }
 }
 
 void FolderStore::reserve(const BackupName& backup) const {
@@ -169,7 +196,7 @@ std::vector<fs::path> FolderStore::foldersIn(const fs::path& folder, StoreConten
 
 void FolderStore::addCategory(const Address& address, const fs::path& folder, StoreContent& content) const {
     for (const std::string& id : backupIds(folder)) {
-        content.backups.push_back({address, id, ""});
+        content.backups.push_back({address, id, "", pathExists(folder / (id + PINNED))});
     }
     for (const fs::path& member : foldersIn(folder, content)) {
         if (!numberOf(member.filename())) {

@@ -2,6 +2,7 @@
 //
 //   [@<account>/]<client id>/<category>/<backup id>/{bundle.zip, metadata.json, info.json}
 //   [@<account>/]<client id>/<category>/<backup id>.removed
+//   [@<account>/]<client id>/<category>/<backup id>.pinned
 //
 // The default account has no folder of its own. The empty file <backup id>.removed keeps the id of a removed backup
 // from being used again.
@@ -24,10 +25,12 @@ public:
     bool isRemote() const override { return false; }
     std::vector<std::filesystem::path> makeLocalFolders() const override;
     void create() override { makeLocalFolders(); }
+    std::vector<StoreTrial> examine() const override;
     std::string put(const NewBackup& backup, const std::filesystem::path& bundle) override;
     void remove(const BackupName& backup) override;
     // Marks an id as used, as if its backup had been removed: the next backup gets a higher one.
     void reserve(const BackupName& backup) const;
+    void pin(const BackupName& backup, bool isPinned) override;
     std::optional<BackupName> newest(const Address& address) const override;
     StoreContent contentOf(const std::string& account) const override;
     StoredBackup look(const BackupName& name) const override;

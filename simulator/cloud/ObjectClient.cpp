@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cctype>
+#include <ctime>
 #include <exception>
 #include <pugixml.hpp>
 #include <random>
@@ -152,10 +153,35 @@ std::string proxyBehind(const std::string& detail, const std::string& endpoint) 
     return "";
 }
 
+// Of a header: Sun, 06 Nov 1994 08:49:37 GMT
+std::optional<std::time_t> timeOf(const std::string& text) {
+    std::tm parts = {};
+    return ::strptime(text.c_str(), "%a, %d %b %Y %H:%M:%S GMT", &parts) != nullptr ? std::optional(::timegm(&parts))
+                                                                                    : std::nullopt;
+}
+
 std::chrono::milliseconds randomUpTo(std::chrono::milliseconds most) {
     std::random_device random;
     return std::chrono::milliseconds(
         std::uniform_int_distribution<std::chrono::milliseconds::rep>(0, most.count())(random));
+}
+
+// Returns what keeps the keys of a page from being those that follow `after`; empty if nothing does.
+std::string takeKeys(const pugi::xml_node& page, const std::string& prefix, const std::string& after,
+                     std::vector<ObjectClient::Object>& objects) {
+    std::string last = after;
+    for (const pugi::xml_node& each : page.children("Contents")) {
+        const std::string key = percentDecoded(each.child("Key").text().get());
+        if (key.compare(0, prefix.size(), prefix) != 0) {
+            return fmt::format("its list has the key '{}', which was not asked for", shown(key));
+        }
+        if (key <= last) {
+            return fmt::format("its list does not move on: the key '{}' comes after '{}'", shown(key), shown(last));
+        }
+        objects.push_back({key, each.child("ETag").text().get()});
+        last = key;
+    }
+    return "";
 }
 
 }  // namespace
@@ -171,6 +197,7 @@ struct ObjectClient::Request {
     // Of a response of success: why it is none all the same; empty if it is one.
     std::function<std::string(const Response&)> flawOf = nullptr;
     const char* wellCode = nullptr;  // of a refusal that is as good as success
+    const char* header = nullptr;    // one more
 };
 
 struct ObjectClient::Response {
@@ -179,6 +206,7 @@ struct ObjectClient::Response {
     CURLcode transfer = CURLE_OK;
     long status = 0;
     bool hasEtag = false;
+    std::optional<std::time_t> date;
     std::optional<std::uint64_t> objectSize;
     std::uint64_t taken = 0;         // bytes that went to the sink
     std::string text;                // what does not go there
@@ -223,6 +251,8 @@ struct ObjectClient::Response {
         std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
         if (name == "etag") {
             response->hasEtag = true;
+        } else if (name == "date") {
+            response->date = timeOf(std::string(line.substr(line.find_first_not_of(" :", colon))));
         } else if (name == "content-range") {  // bytes 0-99/1000
             const std::size_t begin = line.find('/') + 1;
             response->objectSize =
@@ -286,9 +316,13 @@ struct ObjectClient::Response {
 };
 
 ObjectClient::ObjectClient(std::string bucket, RequestObserver observer, std::filesystem::path notes)
+    : ObjectClient(std::move(bucket), std::move(observer), readObjectSettings(), std::move(notes)) {}
+
+ObjectClient::ObjectClient(std::string bucket, RequestObserver observer, ObjectSettings settings,
+                           std::filesystem::path notes)
     : m_bucket(std::move(bucket)),
       m_observer(std::move(observer)),
-      m_settings(readObjectSettings()),
+      m_settings(std::move(settings)),
       m_endpoints(m_settings.endpoints, std::move(notes)),
       m_handle(curl().easy_init(), curl().easy_cleanup) {}
 
@@ -333,6 +367,9 @@ ObjectClient::Response ObjectClient::attempt(const Request& request, const std::
         // The list keeps its first element.
         curl().slist_append(headers.get(), fmt::format("x-amz-security-token: {}", m_settings.token).c_str());
     }
+    if (request.header != nullptr) {
+        curl().slist_append(headers.get(), request.header);
+    }
     curl().easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
     std::optional<Upload> upload;
     if (request.body != nullptr) {
@@ -364,6 +401,9 @@ void ObjectClient::complete(Response& response, const char* detail) {
     curl().easy_getinfo(response.handle, CURLINFO_RETRY_AFTER, &seconds);
     response.retryAfter = std::chrono::seconds(seconds);
     response.detail = detail;
+    if (response.date) {
+        m_clockAhead = std::chrono::seconds(*response.date - std::time(nullptr));
+    }
     if (response.thrown) {
         std::rethrow_exception(response.thrown);
     }
@@ -372,9 +412,18 @@ void ObjectClient::complete(Response& response, const char* detail) {
     }
     if (response.transfer == CURLE_OK && response.status / 100 != 2) {
         response.refusal.emplace(response.status, response.text);
-    } else if (response.isSuccess() && response.request->flawOf) {
+    }
+    if (response.isSuccess() && response.request->flawOf) {
         response.flaw = response.request->flawOf(response);
     }
+}
+
+std::string ObjectClient::outcomeOf(const Response& response, const std::string& endpoint) {
+    if (response.isDown()) {
+        m_endpoints.markDown(endpoint);
+    }
+    return response.isSuccess() ? std::to_string(response.status)
+                                : fmt::format("{}: {}", endpoint, failureOf(response, endpoint));
 }
 
 // What went wrong, in words that tell what to do.
@@ -428,8 +477,7 @@ void ObjectClient::perform(const Request& request) {
         const std::string& endpoint = endpoints[tries % endpoints.size()];
         const Response response = attempt(request, endpoint, std::max(left(), std::chrono::milliseconds(1)));
         ++tries;
-        outcome = response.isSuccess() ? std::to_string(response.status)
-                                       : fmt::format("{}: {}", endpoint, failureOf(response, endpoint));
+        outcome = outcomeOf(response, endpoint);
         if (m_observer) {
             m_observer(request.summary + (tries == 1 ? "" : fmt::format(", try {}", tries)), outcome);
         }
@@ -438,9 +486,6 @@ void ObjectClient::perform(const Request& request) {
         }
         if (!response.isTransient()) {
             throw Error(response.kind(), outcome);
-        }
-        if (response.isDown()) {
-            m_endpoints.markDown(endpoint);
         }
         const std::optional<std::chrono::milliseconds> pause = pauseAfter(response, tries, endpoints.size());
         isOver = tries == most || !pause || *pause >= left() || !triesAgain().take();
@@ -484,7 +529,6 @@ ObjectClient::Page ObjectClient::page(const std::string& prefix, const std::stri
     Request request{"GET", fmt::format("LIST {}*{}", prefix, after.empty() ? "" : " after " + after), "", ""};
     request.query = fmt::format("encoding-type=url&list-type=2&max-keys={}&prefix={}&start-after={}", maxKeys,
                                 percentEncoded(prefix, QUERY_CHARACTERS), percentEncoded(after, QUERY_CHARACTERS));
-    // Returns what keeps the response from being a page that follows `after`.
     request.flawOf = [&](const Response& response) -> std::string {
         pugi::xml_document document;
         const bool isXml = document.load_buffer(response.text.data(), response.text.size());
@@ -495,19 +539,10 @@ ObjectClient::Page ObjectClient::page(const std::string& prefix, const std::stri
                 startOfPage(response.text));
         }
         page.hasMore = result.child("IsTruncated").text().as_bool();
-        for (const pugi::xml_node& each : result.children("Contents")) {
-            Object object{percentDecoded(each.child("Key").text().get()), each.child("ETag").text().get()};
-            if (object.key.compare(0, prefix.size(), prefix) != 0) {
-                return fmt::format("its list has the key '{}', which was not asked for", shown(object.key));
-            }
-            const std::string& last = page.objects.empty() ? after : page.objects.back().key;
-            if (object.key <= last && !last.empty()) {
-                return fmt::format("its list does not move on: the key '{}' comes after '{}'", shown(object.key),
-                                   shown(last));
-            }
-            page.objects.push_back(std::move(object));
-        }
-        return page.hasMore && page.objects.empty() ? "its list does not move on: it has more, and shows nothing" : "";
+        std::string flaw = takeKeys(result, prefix, after, page.objects);
+        return flaw.empty() && page.hasMore && page.objects.empty()
+                   ? "its list does not move on: it has more, and shows nothing"
+                   : flaw;
     };
     perform(request);
     return page;
@@ -522,6 +557,45 @@ void ObjectClient::put(const std::string& key, const Body& body) {
                    : "the response is not that of an object store: it has no ETag, but " + startOfPage(response.text);
     };
     perform(request);
+}
+
+bool ObjectClient::putIfAbsent(const std::string& key, const Body& body) {
+    Request request{"PUT", "PUT if absent " + key, key, "", &body};
+    request.header = "If-None-Match: *";
+    bool isThere = false;
+    request.flawOf = [&](const Response& response) {
+        isThere = response.refusal.has_value();
+        return "";
+    };
+    request.wellCode = "PreconditionFailed";
+    try {
+        perform(request);
+    } catch (const Error& error) {
+        if (error.kind() != Error::Kind::Denied) {
+            throw;
+        }
+        return false;
+    }
+    return !isThere;
+}
+
+std::string ObjectClient::configuration(const std::string& name) {
+    std::string word;
+    Request request{"GET", fmt::format("GET {} of the bucket", name), "", name + "="};
+    request.flawOf = [&](const Response& response) {
+        pugi::xml_document document;
+        document.load_buffer(response.text.data(), response.text.size());
+        word = document.first_child().first_child().text().get();
+        return "";
+    };
+    try {
+        perform(request);
+    } catch (const Error& error) {
+        if (error.kind() != Error::Kind::Denied) {
+            throw;
+        }
+    }
+    return word.empty() ? "none" : shown(word);
 }
 
 void ObjectClient::get(const std::string& key, std::uint64_t maxBytes, const Sink& sink) {

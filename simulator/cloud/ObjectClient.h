@@ -30,6 +30,8 @@ class ObjectClient {
 public:
     // For `notes`, see Endpoints. Throws Error if the settings lack something.
     ObjectClient(std::string bucket, RequestObserver observer, std::filesystem::path notes = {});
+    ObjectClient(std::string bucket, RequestObserver observer, ObjectSettings settings,
+                 std::filesystem::path notes = {});
 
     const ObjectSettings& settings() const { return m_settings; }
 
@@ -56,6 +58,9 @@ public:
     // Stores an object, whole or not at all, replacing one of the same key.
     void put(const std::string& key, const Body& body);
 
+    // The same, but only if there is no object of the key. Returns false if there is one, or if the store cannot tell.
+    bool putIfAbsent(const std::string& key, const Body& body);
+
     // What receives an object: before each try `restart` is called, then `begin` with the size of the whole object,
     // then `take` for each piece. What they throw ends the request and comes out of it.
     struct Sink {
@@ -73,6 +78,13 @@ public:
     // Creates the bucket, in the region of the settings, if there is none yet.
     void makeBucket();
 
+    // How the bucket is set up, in a word such as "Enabled"; "none" if it is not. `name` is that of a part of the
+    // interface, such as "versioning".
+    std::string configuration(const std::string& name);
+
+    // How far the store's clock was ahead of this machine's at the last response; nothing if it did not say.
+    std::optional<std::chrono::seconds> clockAhead() const { return m_clockAhead; }
+
 private:
     struct Request;
     struct Response;
@@ -85,7 +97,8 @@ private:
     void perform(const Request& request);
     void prepare(const Request& request, const std::string& endpoint, std::chrono::milliseconds limit);
     Response attempt(const Request& request, const std::string& endpoint, std::chrono::milliseconds limit);
-    static void complete(Response& response, const char* detail);
+    void complete(Response& response, const char* detail);
+    std::string outcomeOf(const Response& response, const std::string& endpoint);
     std::string failureOf(const Response& response, const std::string& endpoint) const;
     std::optional<std::chrono::milliseconds> pauseAfter(const Response& response, std::size_t tries,
                                                         std::size_t endpoints) const;
@@ -95,6 +108,7 @@ private:
     ObjectSettings m_settings;
     Endpoints m_endpoints;
     std::string m_account;
+    std::optional<std::chrono::seconds> m_clockAhead;
     std::unique_ptr<void, void (*)(void*)> m_handle;  // of libcurl; keeps its connection from one request to the next
 };
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <random>
+#include <set>
 #include <utility>
 
 #include "simulator/base/Descriptor.h"
@@ -15,6 +16,7 @@
 #include "simulator/base/Json.h"
 #include "simulator/base/Limits.h"
 #include "simulator/base/Text.h"
+#include "simulator/cloud/Examination.h"
 
 namespace fs = std::filesystem;
 
@@ -29,6 +31,8 @@ constexpr std::uint64_t MAX_SEQUENCE = 99'999'999;
 constexpr std::size_t RANDOM_DIGITS = 8;
 // Older objects have another form of key, and are foreign.
 constexpr std::string_view KEY_VERSION = "v2-";
+// Behind those of backups in a listing, the first of which is the newest.
+constexpr std::string_view PIN = "~pin-";
 
 constexpr int PAGE_SIZE = 1000;       // stores list no more at once
 constexpr int SHORT_PAGE_SIZE = 100;  // if the first name is likely to be the one
@@ -84,6 +88,10 @@ ObjectClient::Body bodyOf(const NewBackup& backup, const fs::path& bundle) {
     body.size = body.header.size() + bundleSize;
     body.sha256 = Digest().addBytes(body.header).addFile(bundle).hex();
     return body;
+}
+
+ObjectClient::Body bodyOf(const std::string& text) {
+    return {text, "", text.size(), Digest().addBytes(text).hex()};
 }
 
 // Reads an object as it arrives: the header into memory, the bundle into a file.
@@ -256,6 +264,7 @@ ObjectStore::ObjectStore(const std::string& place, RequestObserver observer, fs:
     }
     m_place = fmt::format("{}{}{}{}", SCHEME, bucket, m_prefix.empty() ? "" : "/", m_prefix);
     m_prefix += m_prefix.empty() ? "" : "/";
+    m_bucket = bucket;
     m_client = std::make_unique<ObjectClient>(bucket, std::move(observer), std::move(notes));
 }
 
@@ -268,24 +277,28 @@ std::string ObjectStore::folderOf(const Address& address) const {
     return fmt::format("{}{}/{}/{}/", m_prefix, address.account, address.clientId, address.category);
 }
 
-std::string ObjectStore::keyOf(const BackupName& name) const {
+std::string ObjectStore::keyOf(const BackupName& name, std::string_view kind) const {
     if (!isId(name.id)) {
         throw missingBackup(*this, name);
     }
-    return fmt::format("{}{}{}", folderOf(name), KEY_VERSION, mirrored(name.id));
+    return fmt::format("{}{}{}", folderOf(name), kind, mirrored(name.id));
 }
 
-std::optional<BackupName> ObjectStore::nameIn(const ObjectClient::Object& object) const {
+std::optional<BackupName> ObjectStore::nameIn(const ObjectClient::Object& object, std::string_view kind) const {
     const std::vector<std::string> parts = split(std::string_view(object.key).substr(m_prefix.size()), '/');
     constexpr std::size_t PARTS = 4;
-    if (parts.size() != PARTS || parts[3].compare(0, KEY_VERSION.size(), KEY_VERSION) != 0 ||
+    if (parts.size() != PARTS || parts[3].compare(0, kind.size(), kind) != 0 ||
         std::any_of(parts.begin(), parts.end(), [](const std::string& part) { return part.empty(); })) {
         return std::nullopt;
     }
-    const std::string countedDown = parts[3].substr(KEY_VERSION.size());
+    const std::string countedDown = parts[3].substr(kind.size());
     return isId(countedDown)
                ? std::optional(BackupName{{parts[0], parts[1], parts[2]}, mirrored(countedDown), object.etag})
                : std::nullopt;
+}
+
+std::vector<StoreTrial> ObjectStore::examine() const {
+    return examineObjectStore(m_bucket, m_prefix, m_client->settings());
 }
 
 void ObjectStore::create() {
@@ -296,7 +309,7 @@ void ObjectStore::create() {
 std::optional<BackupName> ObjectStore::newest(const Address& address) const {
     std::optional<BackupName> newest;
     clientFor(address).list(folderOf(address), SHORT_PAGE_SIZE, [&](const ObjectClient::Object& object) {
-        newest = nameIn(object);
+        newest = nameIn(object, KEY_VERSION);
         return !newest;
     });
     return newest;
@@ -321,28 +334,43 @@ std::string ObjectStore::put(const NewBackup& backup, const fs::path& bundle) {
     // Two writers may see the same newest backup and take the same number. The random part keeps their objects apart.
     const BackupName name{
         backup, fmt::format("{:0{}}-{:0{}x}", number, SEQUENCE_DIGITS, std::random_device()(), RANDOM_DIGITS), ""};
-    clientFor(backup).put(keyOf(name), bodyOf(backup, bundle));
+    clientFor(backup).put(keyOf(name, KEY_VERSION), bodyOf(backup, bundle));
     return name.id;
 }
 
 // The store does not say if it had nothing to remove: it is asked before.
 void ObjectStore::remove(const BackupName& backup) {
     look(backup);
-    clientFor(backup).remove(keyOf(backup));
+    clientFor(backup).remove(keyOf(backup, KEY_VERSION));
+}
+
+void ObjectStore::pin(const BackupName& backup, bool isPinned) {
+    look(backup);
+    if (isPinned) {
+        clientFor(backup).put(keyOf(backup, PIN), bodyOf(std::string("pinned\n")));
+    } else {
+        clientFor(backup).remove(keyOf(backup, PIN));
+    }
 }
 
 StoreContent ObjectStore::contentOf(const std::string& account) const {
     StoreContent content;
+    std::set<std::string> pinned;  // their paths
     m_client->prefer(account);
     m_client->list(m_prefix + account + (account.empty() ? "" : "/"), PAGE_SIZE,
                    [&](const ObjectClient::Object& object) {
-                       if (std::optional<BackupName> name = nameIn(object)) {
+                       if (std::optional<BackupName> name = nameIn(object, KEY_VERSION)) {
                            content.backups.push_back(std::move(*name));
+                       } else if (const std::optional<BackupName> pin = nameIn(object, PIN)) {
+                           pinned.insert(pin->path());
                        } else {
                            content.foreign.push_back(object.key);
                        }
                        return true;
                    });
+    for (BackupName& name : content.backups) {
+        name.isPinned = pinned.count(name.path()) > 0;
+    }
     // The listing has the newest of a category first.
     for (auto first = content.backups.begin(); first != content.backups.end();) {
         const auto last = std::find_if(first, content.backups.end(),
@@ -357,16 +385,16 @@ StoreContent ObjectStore::contentOf(const std::string& account) const {
 StoredBackup ObjectStore::look(const BackupName& name) const {
     ObjectReader reader(name, "");
     return described(*this, name, reader, [&] {
-        clientFor(name).get(keyOf(name), TYPICAL_HEADER_BYTES, reader.sink());
+        clientFor(name).get(keyOf(name, KEY_VERSION), TYPICAL_HEADER_BYTES, reader.sink());
         if (!reader.hasHeader()) {
-            clientFor(name).get(keyOf(name), MAX_HEADER_BYTES, reader.sink());
+            clientFor(name).get(keyOf(name, KEY_VERSION), MAX_HEADER_BYTES, reader.sink());
         }
     });
 }
 
 StoredBackup ObjectStore::fetch(const BackupName& name, const fs::path& folder) const {
     ObjectReader reader(name, folder);
-    return described(*this, name, reader, [&] { clientFor(name).get(keyOf(name), 0, reader.sink()); });
+    return described(*this, name, reader, [&] { clientFor(name).get(keyOf(name, KEY_VERSION), 0, reader.sink()); });
 }
 
 }  // namespace sim

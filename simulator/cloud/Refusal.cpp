@@ -87,16 +87,12 @@ std::string startOfPage(const std::string& text) {
     std::string plain;
     bool isMarkup = false;
     for (const char c : text) {
-        if (c == '<' || c == '>') {
-            isMarkup = c == '<';
-        }
-        const bool isBlank = c == '>' || std::isspace(static_cast<unsigned char>(c)) != 0;
-        if (isMarkup || (isBlank && (plain.empty() || plain.back() == ' '))) {
-            continue;
-        }
-        plain += isBlank ? ' ' : c;
-        if (plain.size() > SHOWN_BYTES) {
-            break;
+        isMarkup = c == '<' || (isMarkup && c != '>');
+        const bool isBlank = c == '>' || c == '<' || isMarkup || std::isspace(static_cast<unsigned char>(c)) != 0;
+        if (!isBlank) {
+            plain += c;
+        } else if (!plain.empty() && plain.back() != ' ') {
+            plain += ' ';
         }
     }
     plain.erase(plain.find_last_not_of(' ') + 1);

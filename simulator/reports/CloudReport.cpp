@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <tuple>
+#include <utility>
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Files.h"
@@ -68,6 +69,11 @@ BackupName chooseBackup(const CloudStore& store, const std::string& id, const st
 
 namespace {
 
+bool isOfSameCategory(const Address& left, const Address& right) {
+    return std::tie(left.account, left.clientId, left.category) ==
+           std::tie(right.account, right.clientId, right.category);
+}
+
 bool isWhole(const CloudStore& store, const BackupName& name) {
     try {
         return fetchBundle(store, name).bundle.fatalProblems().empty();
@@ -96,9 +102,7 @@ std::optional<BackupName> wholeBefore(const CloudStore& store, const BackupName&
     constexpr std::size_t MAX_READ = 10;
     try {
         std::vector<BackupName> backups = store.contentOf(name.account).backups;
-        const auto isOther = [&](const BackupName& each) {
-            return std::tie(each.clientId, each.category) != std::tie(name.clientId, name.category);
-        };
+        const auto isOther = [&](const BackupName& each) { return !isOfSameCategory(each, name); };
         backups.erase(std::remove_if(backups.begin(), backups.end(), isOther), backups.end());
         auto each = std::find_if(backups.rbegin(), backups.rend(),
                                  [&](const BackupName& backup) { return backup.id == name.id; });
@@ -147,19 +151,40 @@ std::string shrinkage(const StoredBackup& backup, const StoredBackup& before) {
         before.id);
 }
 
-std::vector<std::string> shrinkages(const std::vector<StoredBackup>& backups) {
-    const auto placeOf = [](const StoredBackup& backup) {
-        return std::tie(backup.account, backup.clientId, backup.category);
-    };
-    std::vector<std::string> warnings;
-    for (std::size_t i = 1; i < backups.size(); ++i) {
-        const bool isNewest = i + 1 == backups.size() || placeOf(backups[i + 1]) != placeOf(backups[i]);
-        if (isNewest && placeOf(backups[i - 1]) == placeOf(backups[i])) {
-            warnings.push_back(shrinkage(backups[i], backups[i - 1]));
-        }
+void Shrinkages::add(const StoredBackup& backup) {
+    const bool isOfSame = m_newest && isOfSameCategory(*m_newest, backup);
+    if (m_newest && !isOfSame) {
+        finish();
     }
-    warnings.erase(std::remove(warnings.begin(), warnings.end(), ""), warnings.end());
-    return warnings;
+    m_before = isOfSame ? std::move(m_newest) : std::nullopt;
+    m_newest = backup;
+}
+
+std::vector<std::string> Shrinkages::finish() {
+    if (m_before) {
+        const std::string warning = shrinkage(*m_newest, *m_before);
+        m_warnings.insert(m_warnings.end(), warning.empty() ? 0 : 1, warning);
+    }
+    m_before.reset();
+    return m_warnings;
+}
+
+std::vector<std::vector<BackupName>> byCategory(const std::vector<BackupName>& names) {
+    std::vector<std::vector<BackupName>> categories;
+    for (const BackupName& name : names) {
+        if (categories.empty() || !isOfSameCategory(categories.back().front(), name)) {
+            categories.emplace_back();
+        }
+        categories.back().push_back(name);
+    }
+    return categories;
+}
+
+void removeUnpinned(CloudStore& store, const BackupName& name) {
+    if (name.isPinned) {
+        throw Error(fmt::format("backup {} is pinned; first: halcyon-tv cloud pin {} --off", name.id, name.path()));
+    }
+    store.remove(name);
 }
 
 std::string importBundle(CloudStore& store, const Bundle& bundle, const std::filesystem::path& file,

@@ -52,7 +52,23 @@ std::optional<Reason> incompatibility(const Metadata& metadata, const std::set<i
 std::string shrinkage(const StoredBackup& backup, const StoredBackup& before);
 
 // Such warnings of the newest backup of each account, client and category.
-std::vector<std::string> shrinkages(const std::vector<StoredBackup>& backups);
+class Shrinkages {
+public:
+    // Backups come as a store lists them: those of a category together, oldest first.
+    void add(const StoredBackup& backup);
+    std::vector<std::string> finish();
+
+private:
+    std::optional<StoredBackup> m_before;
+    std::optional<StoredBackup> m_newest;
+    std::vector<std::string> m_warnings;
+};
+
+// Of backups as a store lists them, those of each account, client and category; each group is not empty.
+std::vector<std::vector<BackupName>> byCategory(const std::vector<BackupName>& names);
+
+// Removes a backup that chooseBackup() has found. Throws Error if it is pinned.
+void removeUnpinned(CloudStore& store, const BackupName& name);
 
 // Puts the bundle file into the store as a new backup of an account, and returns its id. A bundle without metadata gets
 // some that `tv`, which may be null otherwise, accepts, and that leave its viewing state alone. Throws Error: Damaged

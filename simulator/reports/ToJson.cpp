@@ -161,7 +161,18 @@ Json::Value toJson(const StoredBackup& backup) {
                    {"set", backup.device},
                    {"antenna", antennaOf(backup)},
                    {"services", backup.services},
+                   {"isPinned", backup.isPinned},
                    {"damage", backup.damage}});
+}
+
+Json::Value toJson(const StoreTrial& trial) {
+    return object({{"what", trial.what}, {"isFit", trial.isFit}, {"detail", trial.detail}});
+}
+
+Json::Value toJson(const DamagedBackup& damaged) {
+    return object({{"backup", damaged.name.path()},
+                   {"why", damaged.why},
+                   {"whole", damaged.whole ? toJson(damaged.whole->path()) : Json::Value()}});
 }
 
 Json::Value toJson(const ItemDifference& item) {

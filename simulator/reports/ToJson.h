@@ -18,6 +18,7 @@
 #include "simulator/cloud/CloudStore.h"
 #include "simulator/lineup/Bundle.h"
 #include "simulator/lineup/Difference.h"
+#include "simulator/reports/CloudCare.h"
 #include "simulator/reports/CloudReport.h"
 #include "simulator/reports/Foresight.h"
 #include "simulator/reports/Remedy.h"
@@ -69,6 +70,8 @@ Json::Value toJson(const ChannelCounts& counts);
 Json::Value toJson(const Bundle& bundle);
 Json::Value toJson(const Foresight& foresight);
 Json::Value toJson(const StoredBackup& backup);
+Json::Value toJson(const StoreTrial& trial);
+Json::Value toJson(const DamagedBackup& damaged);
 Json::Value toJson(const ItemDifference& item);
 Json::Value toJson(const Difference& difference);
 Json::Value toJson(const TvReport& report);

@@ -39,7 +39,7 @@ Json::Value showBackup(const Lab& lab, const ApiRequest& request) {
 
 Json::Value removeBackup(const Lab& lab, const ApiRequest& request) {
     const std::unique_ptr<CloudStore> store = openCloud(lab.cloud());
-    store->remove(chooseBackup(*store, pathIn(request), ""));
+    removeUnpinned(*store, chooseBackup(*store, pathIn(request), ""));
     return listAll(lab, request);
 }
 

@@ -73,6 +73,7 @@ std::vector<StoredBackup> Lab::backups() const {
             if (backup.damage.empty()) {  // only the transfer may have been damaged: read it again the next time
                 read.emplace(key, backup);
             }
+            backup.isPinned = name.isPinned;
             backups.push_back(std::move(backup));
         }
     }

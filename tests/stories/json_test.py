@@ -42,6 +42,11 @@ class Json(Story):
         bundle = next(self.folder.glob("cloud/*/*/000001/bundle.zip"))
         imported = check("cloud import", b.tv("--json", "cloud", "import", bundle).json)["backup"]
         self.assertEqual(check("cloud remove", b.tv("--json", "cloud", "remove", "2").json)["backup"], imported)
+        for name, words in [("cloud pin", "cloud pin 1"), ("cloud get", "cloud get 1 got.zip"), ("cloud check", ""),
+                            ("cloud verify", "cloud verify --all"), ("cloud copy", "cloud copy other"),
+                            ("cloud forget", "cloud forget --all-accounts --keep-last 1 --dry-run")]:
+            with self.subTest(name):
+                check(name, b.tv("--json", *(words or name).split()).json)
         check("sweep", b.tv("sweep", "--operation", "backup", "--json").json)
         check("fleet run", b.tv("fleet", "run", "--tvs", 2, "--json").json)
         check("play", b.tv("play", *(DATA / "scenarios").glob("*.yaml"), "--json").json)

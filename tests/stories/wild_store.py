@@ -1,5 +1,6 @@
 """An object store in memory, on the loopback, that misbehaves as the name of a bucket says."""
 import http.server
+import os
 import re
 import socket
 import threading
@@ -112,6 +113,14 @@ class Request(http.server.BaseHTTPRequestHandler):
             self.answer(status=204)
         else:
             self.answer()
+
+
+def environment_of(store):
+    """What leads to it and to nothing else; no test waits for it."""
+    clean = {name: "" for name in os.environ if name.startswith("AWS_")}
+    return {**clean, "AWS_ENDPOINT_URL": store.address, "AWS_ACCESS_KEY_ID": "key", "AWS_SECRET_ACCESS_KEY": "secret",
+            "AWS_CONFIG_FILE": "/nowhere", "AWS_SHARED_CREDENTIALS_FILE": "/nowhere", "HALCYON_CLOUD_STALL": "1",
+            "HALCYON_CLOUD_LIMIT": "2", "HALCYON_CLOUD_PAUSE": "0"}
 
 
 def of(*kinds):

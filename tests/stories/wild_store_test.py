@@ -8,7 +8,7 @@ import unittest
 import unittest.mock
 
 from halcyon import Tv
-from wild_store import WildStore
+from wild_store import WildStore, environment_of
 
 VERBS = {"backup": "run -q", "restore": "run -q operation=restore", "list": "cloud list", "remove": "cloud remove {id}",
          "verify": "bundle verify {id}"}
@@ -68,13 +68,9 @@ class Misbehaving(unittest.TestCase):
         cls.folder = pathlib.Path(temporary.name)
         cls.store = WildStore()
         cls.addClassCleanup(cls.store.stop)
-        before = dict(os.environ)
-        cls.addClassCleanup(lambda: (os.environ.clear(), os.environ.update(before)))
-        for name in [name for name in os.environ if name.startswith("AWS_")]:
-            del os.environ[name]
-        os.environ.update(AWS_ENDPOINT_URL=cls.store.address, AWS_ACCESS_KEY_ID="key", AWS_SECRET_ACCESS_KEY="secret",
-                          HOME=temporary.name, HALCYON_CLOUD_STALL="1", HALCYON_CLOUD_LIMIT="2",
-                          HALCYON_CLOUD_PAUSE="0")
+        patch = unittest.mock.patch.dict(os.environ, environment_of(cls.store))
+        patch.start()
+        cls.addClassCleanup(patch.stop)
         maker = Tv(cls.folder, "maker", cloud="s3://good/p")
         cls.backup = maker.tv("run", "--json").json["backup"]
         cls.store.template = dict(cls.store.bucket("good")[0])
@@ -105,7 +101,8 @@ class Misbehaving(unittest.TestCase):
         return problems
 
     def test_a_run_whose_verdict_cannot_be_read_back_has_an_outcome_of_its_own(self):
-        for name, words in ("verdict-lost", "Later.\" (3 tries)"), ("backup-removed", "s3://backup-removed/p holds no backup"):
+        for name, words in [("verdict-lost", "Later.\" (3 tries)"),
+                            ("backup-removed", "s3://backup-removed/p holds no backup")]:
             with self.subTest(name):
                 tv = Tv(self.folder, name, cloud=f"s3://{name}/p")
                 report = tv.tv("run", "--json", "operation=restore", code=10)
