@@ -47,7 +47,7 @@ public:
         }
     }
 
-    const std::string place() const { return m_store->place(); }
+    std::string place() const { return m_store->place(); }
     const std::vector<sim::BackupName>& names() const { return m_names; }
     const std::vector<std::string>& foreign() const { return m_foreign; }
 

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <exception>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -60,6 +61,23 @@ public:
         }
     }
 
+    // The same on a thread for each store.
+    void workOnAll(const std::vector<std::unique_ptr<CloudStore>>& stores) {
+        std::vector<std::thread> threads;
+        threads.reserve(stores.size());
+        for (std::size_t i = 1; i < stores.size(); ++i) {
+            try {
+                threads.emplace_back([this, &store = *stores[i]] { work(store); });
+            } catch (const std::system_error&) {  // those that there are do all the work
+                break;
+            }
+        }
+        work(*stores[0]);
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+
     void visit(const std::function<void(const StoredBackup&)>& visit) const {
         if (m_failure) {
             std::rethrow_exception(m_failure);
@@ -90,21 +108,10 @@ void visitBackups(const std::function<std::unique_ptr<CloudStore>()>& open, cons
         const auto first = names.begin() + static_cast<std::ptrdiff_t>(begin);
         const std::size_t size = std::min(BATCH, names.size() - begin);
         Batch batch({first, first + static_cast<std::ptrdiff_t>(size)});
-        stores.resize(std::max<std::size_t>(stores.size(), 1));
-        stores[0] = stores[0] ? std::move(stores[0]) : open();
-        const std::size_t wanted = stores[0]->isRemote() ? std::min(THREADS, size) : 1;
-        while (stores.size() < wanted) {
+        while (stores.empty() || (stores[0]->isRemote() && stores.size() < std::min(THREADS, size))) {
             stores.push_back(open());
         }
-        std::vector<std::thread> threads;
-        threads.reserve(wanted);
-        for (std::size_t i = 1; i < wanted; ++i) {
-            threads.emplace_back([&batch, &store = *stores[i]] { batch.work(store); });
-        }
-        batch.work(*stores[0]);
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        batch.workOnAll(stores);
         batch.visit(visit);
     }
 }

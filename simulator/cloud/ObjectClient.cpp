@@ -114,7 +114,11 @@ private:
 class TriesAgain {
 public:
     // One more request earns a fifth of a try again.
-    void earn() { m_fifths = std::min(m_fifths + 1, MOST * FIFTHS); }
+    void earn() {
+        if (m_fifths < MOST * FIFTHS) {
+            ++m_fifths;
+        }
+    }
 
     bool take() {
         int fifths = m_fifths;
@@ -252,7 +256,8 @@ struct ObjectClient::Response {
         if (name == "etag") {
             response->hasEtag = true;
         } else if (name == "date") {
-            response->date = timeOf(std::string(line.substr(line.find_first_not_of(" :", colon))));
+            response->date =
+                timeOf(std::string(line.substr(std::min(line.find_first_not_of(" :", colon), line.size()))));
         } else if (name == "content-range") {  // bytes 0-99/1000
             const std::size_t begin = line.find('/') + 1;
             response->objectSize =
@@ -298,8 +303,11 @@ struct ObjectClient::Response {
         return !isEnough();
     }
 
-    // Some stores send the whole object if a part is asked for.
-    bool isEnough() const { return request->maxBytes > 0 && status != STATUS_PARTIAL && taken >= request->maxBytes; }
+    // Some stores send the whole object if a part is asked for, and others more than that part. One that sends just the
+    // part keeps its connection.
+    bool isEnough() const {
+        return request->maxBytes > 0 && taken >= request->maxBytes + (status == STATUS_PARTIAL ? 1 : 0);
+    }
 
     // Without it, a body without an end could not be told from one that is long.
     std::uint64_t sizeOfObject() const {

@@ -280,6 +280,26 @@ class Stories(TwoTvs):
         self.assert_restored()
 
 
+class Tokens(TwoTvs):
+    def test_a_key_of_one_account_reaches_no_other(self):
+        tokens = Cluster("--tokens")
+        self.addCleanup(tokens.stop)
+        with unittest.mock.patch.dict(os.environ, tokens.environment):
+            tokens.create("lab")
+            for tv, account in (self.a, "alice"), (self.b, "bob"):
+                tv.tv("set", "account", account)
+            self.b.tv("run", "-q")
+            lines = tokens.run("token", "alice", self.cloud).splitlines()
+            os.environ.update(line.removeprefix("export ").split("=", 1) for line in lines)
+            self.a.tv("run", "-q")
+            self.a.tv("run", "-q", "operation=restore")
+            self.assertEqual(len(self.a.tv("cloud", "list", "--account", "alice", "--json").json["backups"]), 1)
+            for tv, words in ((self.b, "run -q"), (self.b, "run -q operation=restore"),
+                              (self.a, "cloud list --account bob"), (self.a, "cloud list")):
+                answer = tv.tv(*words.split(), code=7)
+                self.assertIn("AccessDenied", answer.text + answer.errors)
+
+
 class Contract(unittest.TestCase):
     def test_the_store_keeps_the_contract(self):
         cluster.create("contract")

@@ -106,7 +106,7 @@ class Stories(TwoTvs):
         self.addCleanup(os.environ.update, cluster.environment)
         os.environ["AWS_ENDPOINT_URL"] = "http://127.0.0.1:1," + cluster.endpoints[0]
         self.assertEqual(self.a.tv("run", "-q", "--json").json["outcome"], "done")
-        self.assertEqual(self.requests(self.a), ["LIST", "LIST", "PUT"])
+        self.assertEqual(self.requests(self.a)[-2:], ["LIST", "PUT"])
 
     def test_what_is_no_place_is_told_before_anything_is_done(self):
         for place, words in [("s3://", "a bucket's name is"), ("s3://A_B", "a bucket's name is"),

@@ -55,6 +55,7 @@ class Request(http.server.BaseHTTPRequestHandler):
         kind = self.command if self.key else "BUCKET" if self.command == "PUT" else "LIST"
         self.kind = "HEAD" if kind == "GET" and "Range" in self.headers else kind
         self.log.append(self.kind)
+        self.server.store.headers = self.headers
         misbehave = getattr(Misbehaviour, bucket.partition(".")[0].replace("-", "_"), None)
         if misbehave is None or misbehave(self) is None:
             self.behave()
@@ -78,9 +79,9 @@ class Request(http.server.BaseHTTPRequestHandler):
         self.close_connection = True
         return True
 
-    def pour(self, *heads, **headers):
+    def pour(self, *heads, status=200, **headers):
         """A body without an end; `poured` counts it."""
-        self.send_response(200)
+        self.send_response(status)
         for name, value in headers.items():
             self.send_header(name.replace("_", "-"), value)
         self.end_headers()
@@ -184,6 +185,11 @@ class Misbehaviour:
     def range_ignored(self):
         return self.pour(self.objects[self.key], Content_Length=str(HUGE))
 
+    @of("HEAD")
+    def range_endless(self):
+        whole = self.objects[self.key]
+        return self.pour(whole, status=206, Content_Range=f"bytes 0-8191/{len(whole)}", Content_Length=str(HUGE))
+
     @of(*READ)
     def size_huge(self):
         body = re.sub(rb'"bundle":\d+', b'"bundle":%d' % HUGE, self.objects[self.key])
@@ -270,6 +276,7 @@ class WildStore:
     def __init__(self):
         self.template = {}
         self.poured = 0
+        self.headers = None  # of the last request
         self.over = threading.Event()
         self._buckets = {}
         self._lock = threading.Lock()

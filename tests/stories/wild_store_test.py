@@ -30,6 +30,7 @@ CASES = {
     "endless-body": {"list": (7, "the store does not say how long the object is"),
                      "restore": (7, "does not say how long"), "verify": (7, "does not say how long")},
     "range-ignored": {"list": (6, "the object has 1000000000000000000 bytes, and should have")},
+    "range-endless": {"list": (0, "channels")},
     "size-huge": {"list": (6, "1000000000000000000, and the limit is"), "restore": (6, "and the limit is")},
     "size-lies": {"list": (6, "bytes, and should have"), "restore": (6, "bytes, and should have")},
     "body-cut": {"list": (7, "Transferred a partial file (3 tries)"), "restore": (7, "Transferred a partial file")},
@@ -135,6 +136,24 @@ class Misbehaving(unittest.TestCase):
         tv = Tv(self.folder, "fleets", cloud="s3://full/p")
         answer = tv.tv("fleet", "run", "--tvs", 3, "--lab", self.folder / "fleet", code=1)
         self.assertRegex(answer.text, r"3 TVs: .*p/TV/.*v2-ID: .*QuotaExceeded")
+
+    def test_an_address_that_is_down_is_passed_over_by_the_next_process(self):
+        tv = Tv(self.folder, "two-addresses", cloud="s3://two/p")
+        with unittest.mock.patch.dict(os.environ, AWS_ENDPOINT_URL=f"http://127.0.0.1:1,{self.store.address}"):
+            for number in range(30):  # each account has an order of its own
+                tv.tv("cloud", "list", "--account", f"account-{number}")
+                if (tv.home / "down-addresses").exists():
+                    break
+            self.assertIn(" http://127.0.0.1:1\n", (tv.home / "down-addresses").read_text())
+            tv.tv("run", "-q")
+            calls = tv.tv("record", "--call", "cloud_request", "--json").json["timeline"]
+            self.assertEqual([call["call"]["arguments"].split()[0] for call in calls], ["LIST", "PUT"])
+
+    def test_a_temporary_key_is_sent_and_signed(self):
+        with unittest.mock.patch.dict(os.environ, AWS_SESSION_TOKEN="a+b/c="):
+            Tv(self.folder, "temporary", cloud="s3://temporary/p").tv("cloud", "list")
+        self.assertEqual(self.store.headers["x-amz-security-token"], "a+b/c=")
+        self.assertRegex(self.store.headers["Authorization"], "SignedHeaders=[^,]*x-amz-security-token")
 
     def test_what_is_set_in_vain_is_said_once(self):
         tv = Tv(self.folder, "vain", cloud="s3://vain/p")
