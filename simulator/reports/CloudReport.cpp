@@ -18,6 +18,37 @@
 
 namespace sim {
 
+namespace {
+
+// An id may leave out zeros before its number, or be the end of the backup's path; an empty one means any.
+bool isMeant(const BackupName& backup, const std::string& id, const std::string& account) {
+    if (id == backup.path()) {
+        return true;
+    }
+    const std::optional<std::uint64_t> number = toNumber<std::uint64_t>(id);
+    const bool isId = id.empty() || id == backup.id || (number && number == toNumber<std::uint64_t>(backup.id)) ||
+                      id == fmt::format("{}/{}/{}", backup.clientId, backup.category, backup.id);
+    return isId && (account.empty() || backup.account == account);
+}
+
+bool isOfSameCategory(const Address& left, const Address& right) {
+    return std::tie(left.account, left.clientId, left.category) ==
+           std::tie(right.account, right.clientId, right.category);
+}
+
+bool isWhole(const CloudStore& store, const BackupName& name) {
+    try {
+        return fetchBundle(store, name).bundle.fatalProblems().empty();
+    } catch (const Error& error) {
+        if (error.kind() != Error::Kind::Damaged && error.kind() != Error::Kind::Missing) {
+            throw;
+        }
+        return false;
+    }
+}
+
+}  // namespace
+
 std::string metadataFor(const std::set<int>& antenna) {
     // As the application writes what it could not read: a restore then leaves the TV's viewing state as it is.
     Json::Value setting;
@@ -40,18 +71,11 @@ std::string ofAccount(const std::string& account) {
 }
 
 BackupName chooseBackup(const CloudStore& store, const std::string& id, const std::string& account) {
-    const std::optional<std::uint64_t> number = toNumber<std::uint64_t>(id);  // zeros before it may be left out
     const std::vector<std::string> parts = split(id, '/');
     constexpr std::size_t PARTS_WITH_ACCOUNT = 4;
-    std::vector<BackupName> found;
-    for (const BackupName& backup : store.contentOf(parts.size() == PARTS_WITH_ACCOUNT ? parts[0] : account).backups) {
-        const std::string path = fmt::format("{}/{}/{}", backup.clientId, backup.category, backup.id);
-        const bool isOfAccount = account.empty() || backup.account == account;
-        const bool isNumber = number && number == toNumber<std::uint64_t>(backup.id);
-        if (id == backup.path() || (isOfAccount && (id.empty() || isNumber || id == backup.id || id == path))) {
-            found.push_back(backup);
-        }
-    }
+    std::vector<BackupName> found = store.contentOf(parts.size() == PARTS_WITH_ACCOUNT ? parts[0] : account).backups;
+    const auto isOther = [&](const BackupName& name) { return !isMeant(name, id, account); };
+    found.erase(std::remove_if(found.begin(), found.end(), isOther), found.end());
     // A restore of a damaged backup can only fail: the newest one that it can succeed with is meant.
     while (id.empty() && !found.empty() && !store.look(found.back()).damage.empty()) {
         found.pop_back();
@@ -66,26 +90,6 @@ BackupName chooseBackup(const CloudStore& store, const std::string& id, const st
     }
     return found.back();
 }
-
-namespace {
-
-bool isOfSameCategory(const Address& left, const Address& right) {
-    return std::tie(left.account, left.clientId, left.category) ==
-           std::tie(right.account, right.clientId, right.category);
-}
-
-bool isWhole(const CloudStore& store, const BackupName& name) {
-    try {
-        return fetchBundle(store, name).bundle.fatalProblems().empty();
-    } catch (const Error& error) {
-        if (error.kind() != Error::Kind::Damaged && error.kind() != Error::Kind::Missing) {
-            throw;
-        }
-        return false;
-    }
-}
-
-}  // namespace
 
 FetchedBackup fetchBundle(const CloudStore& store, const BackupName& name) {
     // A bundle is read whole when it is opened, so that its file need not stay.
