@@ -1,5 +1,5 @@
-// Writes the manual pages and the shell's completions from the command lines themselves.
-//   halcyon-manual man|bash halcyon-tv|halcyon-lineup
+// Writes the manual pages from the command lines themselves.
+//   halcyon-manual halcyon-tv|halcyon-lineup
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <CLI/CLI.hpp>
@@ -8,10 +8,14 @@
 #include <cctype>
 #include <cstdio>
 #include <exception>
+#include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "simulator/base/Environment.h"
+#include "simulator/base/ExitCodes.h"
 #include "simulator/cli/Command.h"
 #include "simulator/device/LaunchOptions.h"
 
@@ -41,142 +45,197 @@ std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
     return app.get_subcommands([](const CLI::App*) { return true; });
 }
 
-// One without a group is for programs, and help does not show it either.
+// One without a group is for programs, and help does not show it either. Every command has --help.
 std::vector<const CLI::Option*> shownOptions(const CLI::App& app) {
-    return app.get_options([](const CLI::Option* option) { return !option->get_group().empty(); });
+    const CLI::Option* common = app.get_parent() == nullptr ? nullptr : app.get_help_ptr();
+    return app.get_options(
+        [common](const CLI::Option* option) { return !option->get_group().empty() && option != common; });
+}
+
+struct Entry {
+    std::string name;
+    std::string meaning;
+};
+
+void writeEntries(const std::vector<Entry>& entries) {
+    for (const Entry& entry : entries) {
+        fmt::print(".TP\n.B {}\n{}\n", roff(entry.name), roff(entry.meaning));
+    }
+}
+
+// The name of an option's value, and, after a colon, what the command line checks of it.
+std::pair<std::string, std::string> valueOf(const CLI::Option& option) {
+    const std::string type = option.get_type_name();
+    const std::size_t end = std::min(type.find(':'), type.size());
+    return {type.substr(0, end), type.substr(std::min(end + 1, type.size()))};
+}
+
+std::string meaningOf(const CLI::Option& option) {
+    std::string meaning = option.get_description();
+    const std::string checks = valueOf(option).second;
+    if (checks.find('{') == 0) {
+        const std::vector<std::string> members = sim::split(checks.substr(1, checks.size() - 2), ',');
+        meaning += fmt::format("; one of {}", fmt::join(members, ", "));
+    }
+    if (!option.get_default_str().empty()) {
+        meaning += fmt::format(" (default: {})", option.get_default_str());
+    }
+    return meaning;
 }
 
 void writeOptions(const CLI::App& app) {
     for (const CLI::Option* option : shownOptions(app)) {
-        const std::string names = option->get_name(option->get_positional(), true);
-        fmt::print(".TP\n.B {}\n{}\n", roff(names), roff(option->get_description()));
+        const std::string value = option->get_items_expected_max() > 0 ? valueOf(*option).first : "";
+        std::vector<std::string> names;
+        for (const std::string& name : option->get_snames()) {
+            names.push_back("-" + name);
+        }
+        for (const std::string& name : option->get_lnames()) {
+            names.push_back("--" + name);
+        }
+        const std::string shown = fmt::format("{}", fmt::join(names, ", "));
+        fmt::print(".TP\n{}{}{}\n{}\n", names.empty() ? "" : "\\fB" + roff(shown) + "\\fR",
+                   names.empty() || value.empty() ? "" : " ", value.empty() ? "" : "\\fI" + roff(value) + "\\fR",
+                   roff(meaningOf(*option)));
     }
 }
 
-// The lines of a footer, each as it stands.
-void writeFooter(const CLI::App& app) {
-    fmt::print(".PP\n.nf\n{}\n.fi\n", roff(app.get_footer()));
+// What follows the name of a command: options that must be there, and values, in brackets if they need not.
+std::string usageOf(const CLI::App& app) {
+    std::vector<std::string> words;
+    for (const CLI::Option* option : shownOptions(app)) {
+        const std::string value = valueOf(*option).first + (option->get_expected_max() > 1 ? "..." : "");
+        if (option->get_positional()) {
+            words.push_back(option->get_required() ? value : "[" + value + "]");
+        } else if (option->get_required()) {
+            words.push_back(option->get_name() + " " + value);
+        } else if (words.empty() || words.front() != "[OPTION...]") {
+            words.insert(words.begin(), "[OPTION...]");
+        }
+    }
+    return fmt::format("{}", fmt::join(words, " "));
+}
+
+// The example stands at the end of a help text.
+std::string exampleOf(const CLI::App& app) {
+    const std::string footer = app.get_footer();
+    const std::size_t begin = footer.find("Example: ");
+    return begin == std::string::npos ? "" : footer.substr(begin);
 }
 
 // A command of `path`, or those of a group.
 void writeCommand(const CLI::App& app, const std::string& path) {
-    const std::string name = path.empty() ? app.get_name() : path + " " + app.get_name();
+    const std::string name = path + " " + app.get_name();
     const std::vector<const CLI::App*> commands = commandsOf(app);
     if (commands.empty()) {
-        fmt::print(".SS {}\n{}\n", roff(name), roff(app.get_description()));
+        fmt::print(".SS {0}\n\\fB{0}\\fR {1}\n.PP\n{2}.\n", roff(name), roff(usageOf(app)),
+                   roff(app.get_description()));
         writeOptions(app);
-        writeFooter(app);
+        fmt::print(".PP\n{}\n", roff(exampleOf(app)));
     }
     for (const CLI::App* command : commands) {
         writeCommand(*command, name);
     }
 }
 
-void writeManual(const CLI::App& app, const std::string& summary, const std::string& other) {
+const std::vector<Entry> TOOL_ENVIRONMENT = {
+    {sim::HOME_VARIABLE, "folder of the TV, if --home is not given"},
+    {"XDG_STATE_HOME", "holds halcyon-tv/tv, the folder of the TV, if neither is; otherwise ~/.local/state does"},
+    {sim::CLOUD_VARIABLE, "the cloud store, if --cloud is not given; otherwise the folder cloud beside the TV"},
+    {"AWS_ENDPOINT_URL_S3, AWS_ENDPOINT_URL", "addresses of an object store's gateways, with commas between them"},
+    {"AWS_ACCESS_KEY_ID, AWS_SECRET_ACCESS_KEY, AWS_SESSION_TOKEN", "its key"},
+    {"AWS_REGION, AWS_DEFAULT_REGION", "its region"},
+    {"AWS_PROFILE, AWS_SHARED_CREDENTIALS_FILE, AWS_CONFIG_FILE",
+     "a profile, and the files with profiles, that say what of these is not set"},
+    {"AWS_CA_BUNDLE", "file with the certificate of the authority that signed the store's"},
+    {sim::STALL_VARIABLE, "seconds that a try of a request may take without getting on"},
+    {sim::LIMIT_VARIABLE, "seconds that all tries of a request, or a whole listing, may take"},
+    {sim::PAUSE_VARIABLE, "seconds of the pause before the second try, at most"},
+    {"TMPDIR", "folder for temporary files (default: /tmp)"}};
+const std::vector<Entry> APPLICATION_ENVIRONMENT = {
+    {sim::HOME_VARIABLE, "folder of the TV, as for halcyon-tv"},
+    {sim::CLOUD_VARIABLE, "the cloud store, as for halcyon-tv"},
+    {sim::WAIT_VARIABLE, "seconds to wait for another run on the TV to end (default: 0)"},
+    {sim::KEEP_VARIABLE, "how many runs' records are kept, this one included (default: 200)"},
+    {sim::SANDBOX_VARIABLE, "off: the application is not confined"}};
+
+// Below the folder of a TV, except those that begin with '/'.
+const std::vector<Entry> FILES = {
+    {"tv.db", "state, settings and fault rules of the TV, in SQLite"},
+    {"runs/000042.jsonl", "the record of run 42, a JSON object on each line"},
+    {"runs/000042.before/", "the TV as it was before that run, of the newest ten that halcyon-tv has launched"},
+    {"service-db/, iss.db, ci/", "the channel database, the iss database and the CI module's files"},
+    {"apps/, tmp/", "the folders of the application"},
+    {"snapshots/", "earlier states of the TV, by name"},
+    {"/usr/share/halcyon-tv/", "channel lists to begin with: channels.conf and factory.conf"},
+    {"/usr/share/doc/halcyon-tv-doc/html/index.html", "the documentation, if halcyon-tv-doc is installed"}};
+
+struct Program {
+    std::string summary;
+    std::string other;
+    std::vector<Entry> environment;
+    std::set<int> exitCodes;  // empty: all
+    std::string ends;         // how else it ends
+};
+
+const Program TOOL = {
+    "make simulated TVs, back them up and restore them, and look inside", "halcyon-lineup", TOOL_ENVIRONMENT, {}, ""};
+const Program APPLICATION = {
+    "back a TV's channel set-up up to the cloud, or restore it",
+    "halcyon-tv",
+    APPLICATION_ENVIRONMENT,
+    {sim::exit_code::DONE, sim::exit_code::USAGE, sim::exit_code::UNUSABLE, sim::exit_code::BUSY},
+    "0 says that the main loop has ended, whatever it did. An exception that leaves the application ends it by "
+    "SIGABRT."};
+
+void writeManual(const CLI::App& app, const Program& program) {
     std::string title = app.get_name();
     std::transform(title.begin(), title.end(), title.begin(),
                    [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
     fmt::print(".TH {} 1 \"\" \"halcyon\\-lineup {}\" \"User Commands\"\n", roff(title), roff(HALCYON_VERSION));
-    fmt::print(".SH NAME\n{} \\- {}\n", roff(app.get_name()), roff(summary));
+    fmt::print(".SH NAME\n{} \\- {}\n", roff(app.get_name()), roff(program.summary));
     fmt::print(".SH SYNOPSIS\n.B {}\n{}\n", roff(app.get_name()),
-               commandsOf(app).empty() ? "[OPTION...] [KEY=VALUE...]" : "[OPTION...] COMMAND [OPTION...]");
+               roff(commandsOf(app).empty() ? usageOf(app) : "[OPTION...] COMMAND [OPTION...] [VALUE...]"));
     fmt::print(".SH DESCRIPTION\n{}\n.SH OPTIONS\n", roff(app.get_description()));
     writeOptions(app);
     if (!commandsOf(app).empty()) {
-        fmt::print(".SH COMMANDS\n");
+        fmt::print(".SH COMMANDS\nThe options above may stand behind a command, too.\n");
     }
     for (const CLI::App* command : commandsOf(app)) {
-        writeCommand(*command, "");
+        writeCommand(*command, app.get_name());
     }
-    fmt::print(".SH NOTES\n");
-    writeFooter(app);
-    fmt::print(".SH SEE ALSO\n.BR {} (1)\n", roff(other));
-}
-
-struct Completion {
-    std::string path;  // "verb" or "group verb"
-    std::vector<std::string> words;
-};
-
-// What may follow on the command line, for each command.
-void collect(const CLI::App& app, const std::string& path, std::vector<Completion>& completions) {
-    Completion completion{path, {}};
-    for (const CLI::App* command : commandsOf(app)) {
-        completion.words.push_back(command->get_name());
-    }
-    for (const CLI::App* each = &app; each != nullptr; each = each->get_parent()) {
-        for (const CLI::Option* option : shownOptions(*each)) {
-            for (const std::string& name : option->get_lnames()) {
-                completion.words.push_back("--" + name);
-            }
+    fmt::print(".SH EXIT STATUS\n");
+    for (const sim::exit_code::ExitCode& each : sim::exit_code::ALL) {
+        if (program.exitCodes.empty() || program.exitCodes.count(each.code) > 0) {
+            writeEntries({{std::to_string(each.code), each.meaning}});
         }
     }
-    completions.push_back(completion);
-    for (const CLI::App* command : commandsOf(app)) {
-        collect(*command, path.empty() ? command->get_name() : path + " " + command->get_name(), completions);
+    if (!program.ends.empty()) {
+        fmt::print(".PP\n{}\n", roff(program.ends));
     }
-}
-
-// `fault add` completes the names of calls, for which the script asks the program; if nothing fits, files are offered.
-void writeCompletion(const CLI::App& app) {
-    std::string function = "_" + app.get_name();
-    std::replace(function.begin(), function.end(), '-', '_');
-    std::vector<Completion> completions;
-    collect(app, "", completions);
-    std::vector<std::string> paths;
-    paths.reserve(completions.size());
-    for (const Completion& completion : completions) {
-        paths.push_back("'" + completion.path + "'");
-    }
-    fmt::print(R"(# bash completion for {0}
-{1}() {{
-    local current=${{COMP_WORDS[COMP_CWORD]}} path= word words=
-    COMPREPLY=()
-    for word in "${{COMP_WORDS[@]:1:COMP_CWORD-1}}"; do
-        case ${{path:+$path }}$word in
-            {2}) path=${{path:+$path }}$word ;;
-        esac
-    done
-    case $path in
-)",
-               app.get_name(), function, fmt::join(paths, " | "));
-    for (const Completion& completion : completions) {
-        fmt::print("        '{}') words='{}' ;;\n", completion.path, fmt::join(completion.words, " "));
-    }
-    fmt::print(R"(    esac
-    if [ "$path" = 'fault add' ] && [[ $current != -* ]]; then
-        words=$({0} fault calls 2>/dev/null | cut -d ' ' -f 1)
-    fi
-    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
-    [ ${{#COMPREPLY[@]}} -gt 0 ] || mapfile -t COMPREPLY < <(compgen -f -- "$current")
-}}
-complete -o filenames -F {1} {0}
-)",
-               app.get_name(), function);
+    fmt::print(".SH ENVIRONMENT\n");
+    writeEntries(program.environment);
+    fmt::print(".SH FILES\nIn the folder of the TV, if they do not begin with '/':\n");
+    writeEntries(FILES);
+    fmt::print(".SH EXAMPLES\n{}\n", roff(exampleOf(app)));
+    fmt::print(".SH SEE ALSO\n.BR {} (1)\n", roff(program.other));
 }
 
 int write(const std::vector<std::string_view>& words) {
     CLI::App app;
-    cli::Session session;
-    std::string home;
-    cli::Action chosen;
-    sim::LaunchOptions options;
-    const bool isTool = words.size() == 2 && words[1] == "halcyon-tv";
-    if (words.size() != 2 || (!isTool && words[1] != "halcyon-lineup") || (words[0] != "man" && words[0] != "bash")) {
-        fmt::print(stderr, "usage: halcyon-manual man|bash halcyon-tv|halcyon-lineup\n");
-        return 2;
-    }
-    if (isTool) {
+    if (words.size() == 1 && words[0] == "halcyon-tv") {
+        cli::Session session;
+        std::string home;
+        cli::Action chosen;
         cli::describe(app, session, home, chosen);
-    } else {
+        writeManual(app, TOOL);
+    } else if (words.size() == 1 && words[0] == "halcyon-lineup") {
+        sim::LaunchOptions options;
         sim::describe(app, options);
-    }
-    if (words[0] == "bash") {
-        writeCompletion(app);
-    } else if (isTool) {
-        writeManual(app, "make simulated TVs, back them up and restore them, and look inside", "halcyon-lineup");
+        writeManual(app, APPLICATION);
     } else {
-        writeManual(app, "back a TV's channel set-up up to the cloud, or restore it", "halcyon-tv");
+        fmt::print(stderr, "usage: halcyon-manual halcyon-tv|halcyon-lineup\n");
+        return 2;
     }
     return 0;
 }

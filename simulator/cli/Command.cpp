@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <set>
 #include <utility>
 
 #include "simulator/base/Environment.h"
@@ -18,6 +20,56 @@ constexpr char PLACES[] =
     "a folder, or an object store's s3://BUCKET[/PREFIX], which AWS_ENDPOINT_URL, AWS_ACCESS_KEY_ID,\n"
     "AWS_SECRET_ACCESS_KEY, AWS_SESSION_TOKEN, AWS_REGION and AWS_CA_BUNDLE lead to, or AWS_PROFILE.\n";
 constexpr char EXAMPLE[] = "Example: halcyon-tv init --channels list.conf && halcyon-tv run && halcyon-tv record";
+
+// What help texts, manual pages and completions call the values of options: of "COMMAND OPTION", else of all of a name.
+struct ValueName {
+    const char* value;
+    std::set<std::string> options;
+};
+const std::vector<ValueName> VALUE_NAMES = {
+    {"ADDRESS", {"--vdr"}},
+    {"BACKUP", {"--backup", "backup"}},
+    {"BUNDLE", {"bundle"}},
+    {"CALL", {"--call", "call"}},
+    {"COMMAND", {"--vdr-start", "--vdr-stop", "--wrap"}},
+    {"DURATION", {"--limit"}},
+    {"FAILURE", {"failure"}},
+    {"FILE", {"--app", "--channels", "--junit", "--metadata", "file", "files"}},
+    {"FOLDER",
+     {"--as-scenario", "--for", "--home", "--lab", "--page", "--scenarios", "--vdr-cache", "--vdr-config",
+      "play --keep"}},
+    {"FORMAT", {"--format"}},
+    {"KEY=VALUE", {"extra"}},
+    {"NAME", {"--account", "--serial"}},
+    {"NUMBER",
+     {"--jobs", "--nth", "--port", "--priority", "--run", "--seed", "--sequences", "--times", "--tvs", "run --keep"}},
+    {"OPERATION", {"--operation"}},
+    {"RULE", {"rule"}},
+    {"RUN", {"run", "record other"}},
+    {"SECONDS", {"--wait"}},
+    {"SETTING", {"set name"}},
+    {"SIDE", {"side", "diff other"}},
+    {"SNAPSHOT", {"reset name", "snapshot name"}},
+    {"STORE", {"--cloud"}},
+    {"TEXT", {"--grep"}},
+    {"TIME", {"--now"}},
+    {"VALUE", {"value", "word", "words"}},
+    {"ZONE", {"--zone"}}};
+
+void nameValues(CLI::App& app) {
+    for (CLI::Option* option : app.get_options()) {
+        const std::string name = option->get_name();
+        const auto found = std::find_if(VALUE_NAMES.begin(), VALUE_NAMES.end(), [&](const ValueName& each) {
+            return each.options.count(name) + each.options.count(app.get_name() + " " + name) > 0;
+        });
+        if (found != VALUE_NAMES.end()) {
+            option->type_name(found->value);
+        }
+    }
+    for (CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+        nameValues(*command);
+    }
+}
 
 std::string footer() {
     std::string text = std::string(PLACES) + "Exit codes:\n";
@@ -96,6 +148,7 @@ void describe(CLI::App& app, Session& session, std::string& home, Action& chosen
           &addCompareCommands, &addFleetCommand, &addSweepCommand, &addPlayCommand, &addServeCommand}) {
         addCommands(app, chosen);
     }
+    nameValues(app);
 }
 
 }  // namespace cli

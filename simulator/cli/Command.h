@@ -90,6 +90,12 @@ void addServeCommand(CLI::App& app, Action& chosen);
 bool isService(int argc, char** argv);
 int service(int argc, char** argv);
 
+// Whether a command line asks what can be typed next; and prints that: a line "files" or "folders" if paths may stand
+// there, else an empty one; and on a line each the words, a tab, and what they mean. `words` are those of a command
+// line from the program's name on, without quotes; the last is the one that is being typed, as far as it goes.
+bool isCompletion(int argc, char** argv);
+int complete(const std::vector<std::string>& words);
+
 // Adds everything to the command line. Parsing fills in `session` as far as options were given, `home` as it was
 // written, and `chosen`.
 void describe(CLI::App& app, Session& session, std::string& home, Action& chosen);

@@ -103,7 +103,9 @@ int main(int argc, char** argv) {
     sim::reserveStandardStreams();
     std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes is an error like a full disk
     try {
-        const int code = cli::isService(argc, argv) ? cli::service(argc, argv) : dispatch(argc, argv);
+        const int code = cli::isService(argc, argv)      ? cli::service(argc, argv)
+                         : cli::isCompletion(argc, argv) ? cli::complete({argv + 2, argv + argc})
+                                                         : dispatch(argc, argv);
         // That the disk is full, or the pipe closed, shows only when the last of the output is written.
         if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
             throw sim::Error("cannot write to standard output; nothing else is wrong");

@@ -51,10 +51,12 @@ void describe(CLI::App& app, LaunchOptions& options) {
         "Example: halcyon-lineup operation=restore scan_activated=0 --reply");
     app.set_version_flag("--version", "halcyon-lineup " HALCYON_VERSION);
     app.add_option("extra", options.extras, "extra values of the launch request, each key=value")
+        ->type_name("KEY=VALUE")
         ->check(&application::checkExtra);
     app.add_flag("--reply", options.replyRequested, "request a reply");
-    app.add_option("--caller", options.caller, "id of the caller")->capture_default_str();
-    app.add_option("--backup", options.backup, "id of the backup to restore (default: the newest)");
+    app.add_option("--caller", options.caller, "id of the caller")->type_name("NAME")->capture_default_str();
+    app.add_option("--backup", options.backup, "id of the backup to restore (default: the newest)")
+        ->type_name("BACKUP");
     app.add_flag("--refuse-duplicates", options.refuseDuplicates,
                  "make the cloud refuse a bundle that is identical to that of its newest backup");
     app.add_flag("--realtime", options.realtime, "take as long as a TV would");
