@@ -27,7 +27,8 @@ READS = {
     "application-tests": FLOWS,
     "central-class-tests": FLOWS,
     "simulator-tests": FLOWS,
-    "python3": FLOWS + ["tests/stories", "kit", "data", "docs", "scripts", "simulator/web/page"],
+    "python3": FLOWS + ["bin/halcyon-manual", "tests/stories", "kit", "data", "docs", "scripts", "packaging/completion",
+                        "simulator/web/page", "CHANGELOG.md", "README.md", "SECURITY.md"],
 }
 
 
