@@ -10,7 +10,7 @@ trap 'rm -rf "$scratch"' EXIT
 
 rm -rf "$build/packages"
 {
-    cmake --build "$build" --target bill
+    cmake --build "$build" --target bill site
     cmake --build "$build" --target package
 } >"$scratch/log" || { cat "$scratch/log" >&2; exit 1; }
 lintian --fail-on error "$build"/packages/*.deb
@@ -18,8 +18,9 @@ for package in "$build"/packages/*.deb; do
     dpkg-deb --extract "$package" "$scratch/root"
 done
 for file in bin/halcyon-tv bin/halcyon-lineup share/man/man1/halcyon-tv.1.gz share/man/man1/halcyon-lineup.1.gz \
-    share/bash-completion/completions/halcyon-tv share/doc/halcyon-tv/halcyon-tv.spdx.json \
-    src/halcyon-lineup/src/AppMain.cpp; do
+    share/bash-completion/completions/halcyon-tv share/zsh/vendor-completions/_halcyon-tv \
+    share/fish/vendor_completions.d/halcyon-tv.fish share/doc/halcyon-tv/halcyon-tv.spdx.json \
+    share/doc/halcyon-tv-doc/html/index.html src/halcyon-lineup/src/AppMain.cpp; do
     [ -f "$scratch/root/usr/$file" ] || { echo "check-package: no /usr/$file in the packages" >&2; exit 1; }
 done
 "$root/scripts/demo.sh" "$scratch/root/usr/bin" >"$scratch/log" || { cat "$scratch/log" >&2; exit 1; }
