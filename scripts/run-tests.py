@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Runs the tests of a build, except those that passed before with the very same files.
 
-usage: run-tests.py [--all] BUILD [FILTER]
+usage: run-tests.py [--all | --quick] BUILD [FILTER]
 
-FILTER: a regular expression; all tests whose names match it are run. --all, or CI=true, runs all. What a test depends
+FILTER: a regular expression; all tests whose names match it are run. --all, or CI=true, runs all; --quick leaves out
+what takes long, a browser or an object store. What a test depends
 on is listed below; one that is not listed there always runs. BUILD/passed.json keeps a digest of it for each test that
 has passed.
 """
@@ -28,8 +29,10 @@ READS = {
     "central-class-tests": FLOWS,
     "simulator-tests": FLOWS,
     "python3": FLOWS + ["bin/halcyon-manual", "tests/stories", "kit", "data", "docs", "scripts", "packaging/completion",
-                        "simulator/web/page", "CHANGELOG.md", "README.md", "SECURITY.md"],
+                        "simulator/web/page", "CHANGELOG.md", "CONTRIBUTING.md", "README.md", "SECURITY.md"],
 }
+
+SLOW = r"^Stories\.(bench|json|object_store|page|site|stories|tool)$|CrashPoint|Sweep|MutatedArchive"
 
 
 def files_of(path):
@@ -90,6 +93,7 @@ def print_sums(log):
 def main():
     parser = argparse.ArgumentParser(usage=__doc__)
     parser.add_argument("--all", action="store_true")
+    parser.add_argument("--quick", action="store_true")
     parser.add_argument("build")
     parser.add_argument("filter", nargs="?")
     options = parser.parse_args()
@@ -109,6 +113,8 @@ def main():
         known = set()
     chosen = [number for number, test in enumerate(tests, 1)
               if test["name"] not in known and re.search(options.filter or "", test["name"])]
+    slow = [number for number in chosen if options.quick and re.search(SLOW, tests[number - 1]["name"])]
+    chosen = [number for number in chosen if number not in slow]
     if not chosen and not known:
         sys.exit(f"run-tests: no test matches {options.filter}; see: ctest --test-dir {options.build} -N")
     code = 0
@@ -123,6 +129,8 @@ def main():
             json.dump(passed, file, indent=1)
         os.replace(memory + ".new", memory)
         print_sums(os.path.join(build, "Testing/Temporary/LastTest.log"))
+    if slow:
+        print(f"left out: {len(slow)} tests that take long, a browser or an object store; ./dev test runs them")
     if known:
         print(f"{len(known)} tests passed before with the same files; ./dev test --all runs them again")
     sys.exit(code)
