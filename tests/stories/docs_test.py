@@ -14,7 +14,7 @@ import markdown_it
 from halcyon import DATA, ROOT, Story, Tv, halcyon_tv
 
 PAGES = ["README.md", "CONTRIBUTING.md"] + ["docs/" + name + ".md" for name in (
-    "building", "cloud", "http", "json", "scenarios", "testing", "tutorial")]
+    "building", "cloud", "formats", "http", "json", "scenarios", "testing", "tutorial", "vdr")]
 
 
 def blocks(page):
