@@ -99,11 +99,13 @@ class Documents(Story):
         self.assertGreater(counts["docs/tutorial.md"], 10)
         self.assertGreater(counts["README.md"], 15)
 
-    def test_exit_codes_are_those_of_the_program(self):
-        self.folder.joinpath("tv").mkdir()
+    def test_tables_agree_with_the_program(self):
         shown = re.findall(r"^  (\d+) +(.*)$", halcyon_tv("--help", folder=self.folder).text, re.MULTILINE)
         table = re.findall(r"^\| (\d+) \| (.*?) \|$", (ROOT / "README.md").read_text(), re.MULTILINE)
         self.assertEqual([(code, meaning.replace("`", "")) for code, meaning in table], shown)
+        formats = re.search(r"--format .*\{(.*)\}", halcyon_tv("export", "--help", folder=self.folder).text)[1]
+        rows = re.findall(r"^\| `(\w+)`:.*\| (.*)\|$", (ROOT / "docs/formats.md").read_text(), re.MULTILINE)
+        self.assertEqual({name for name, written in rows if written}, set(formats.split(",")))
 
 
 if __name__ == "__main__":
