@@ -4,9 +4,8 @@
 usage: run-tests.py [--all | --quick] BUILD [FILTER]
 
 FILTER: a regular expression; all tests whose names match it are run. --all, or CI=true, runs all; --quick leaves out
-what takes long, a browser or an object store. What a test depends
-on is listed below; one that is not listed there always runs. BUILD/passed.json keeps a digest of it for each test that
-has passed.
+what takes long, a browser or an object store. What a test depends on is listed below; one that is not listed there
+always runs. BUILD/passed.json keeps a digest of it for each test that has passed.
 """
 import argparse
 import collections
