@@ -34,6 +34,19 @@ bool isLoopback(const sockaddr* address) {
     return (ntohl(reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr) >> 24U) == IN_LOOPBACKNET;
 }
 
+// Returns the error number, or 0.
+int connectTo(const addrinfo& place, const Descriptor& socket) {
+    if (::connect(socket.get(), place.ai_addr, place.ai_addrlen) != 0 && errno != EINPROGRESS) {
+        return errno;
+    }
+    if (!waitForDescriptor(socket, POLLOUT, Clock::now() + CONNECT_LIMIT)) {
+        return ETIMEDOUT;
+    }
+    int error = 0;
+    socklen_t size = sizeof error;
+    return ::getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 ? error : errno;
+}
+
 }  // namespace
 
 bool waitForDescriptor(const Descriptor& descriptor, short events, Clock::time_point end) {
@@ -85,15 +98,7 @@ void Svdrp::connect() {
     int error = 0;
     for (const addrinfo* each = found; each != nullptr; each = each->ai_next) {
         m_socket = Descriptor(::socket(each->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-        if (::connect(m_socket.get(), each->ai_addr, each->ai_addrlen) == 0 || errno == EINPROGRESS) {
-            error = waitForDescriptor(m_socket, POLLOUT, Clock::now() + CONNECT_LIMIT) ? 0 : ETIMEDOUT;
-            socklen_t size = sizeof error;
-            if (error == 0) {
-                ::getsockopt(m_socket.get(), SOL_SOCKET, SO_ERROR, &error, &size);
-            }
-        } else {
-            error = errno;
-        }
+        error = connectTo(*each, m_socket);
         if (error == 0) {
             m_isLocal = isLoopback(each->ai_addr);
             return;

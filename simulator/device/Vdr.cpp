@@ -114,12 +114,8 @@ private:
             done
             [ -z "$stopped" ] || exec sh -c "$1" >/dev/null 2>&1 </dev/null)";
         ProcessOptions options;
-        options.words = {"env",  "--default-signal",
-                         "-u",   "AWS_ACCESS_KEY_ID",
-                         "-u",   "AWS_SECRET_ACCESS_KEY",
-                         "sh",   "-c",
-                         SCRIPT, stop,
-                         start};
+        options.words = {"env", "--default-signal", "--unset=AWS_ACCESS_KEY_ID", "--unset=AWS_SECRET_ACCESS_KEY"};
+        options.words.insert(options.words.end(), {"sh", "-c", SCRIPT, stop, start});
         options.output = socket;
         options.hasOwnGroup = true;
         return options;
@@ -132,7 +128,7 @@ private:
 // Closes the gaps that channels which are gone have left in the favourite lists.
 void closeGaps(std::vector<Service>& services) {
     for (int Service::*const place : FAVOURITE_PLACES) {
-        std::map<int, Service*> places;
+        std::multimap<int, Service*> places;
         for (Service& service : services) {
             if (service.*place != 0) {
                 places.emplace(service.*place, &service);
@@ -222,14 +218,14 @@ public:
     std::vector<fs::path> folders() const override;
 
 private:
-    VdrList readNow() const;
-    VdrList readSettled(std::string& difference) const;
+    VdrChannels readNow() const;
+    VdrChannels readSettled(std::string& difference) const;
     ChannelList fileNow() const;
     bool answers() const;
     void refreshCi(const Tv& tv) const;
     void restore(Tv& tv, const fs::path& archive, const Services& received) const;
-    std::string merged(const VdrList& before, const Services& received) const;
-    void store(Tv& tv, VdrList list) const;
+    std::string merged(const VdrChannels& before, const Services& received) const;
+    void store(Tv& tv, VdrChannels list) const;
     void exchange(const fs::path& target, const std::string& text, const std::function<void()>& check) const;
     void stop() const;
     void start() const;
@@ -261,6 +257,9 @@ Vdr::Vdr(const Keeper& keeper, const Say& say) : m_say(say) {
     }
     m_stop = option(STOP);
     m_start = option(START);
+    if (m_stop.empty() != m_start.empty()) {
+        throw Error("VDR has to be stopped and started for a restore: give both --vdr-stop and --vdr-start");
+    }
     if (!m_stop.empty()) {
         m_switch = std::make_unique<Switch>(m_stop, m_start);
     }
@@ -274,20 +273,18 @@ std::vector<fs::path> Vdr::folders() const {
     return folders;
 }
 
-VdrList Vdr::readNow() const {
+VdrChannels Vdr::readNow() const {
     Svdrp vdr(m_address);
-    return readVdrList(vdr);
+    return readVdrChannels(vdr);
 }
 
 ChannelList Vdr::fileNow() const {
-    ChannelList list;
-    readChannelList(m_file, list);
-    return list;
+    return parseVdrLines(readFile(m_file, limits::CHANNEL_LIST_BYTES));
 }
 
 // Waits until VDR's file has what its list has, and says where they still differ.
-VdrList Vdr::readSettled(std::string& difference) const {
-    VdrList list;
+VdrChannels Vdr::readSettled(std::string& difference) const {
+    VdrChannels list;
     waitFor(SAVE_LIMIT, [&] {
         list = readNow();
         difference = firstDifference(list.all, fileNow());
@@ -306,7 +303,7 @@ ChannelSource Vdr::list() {
 
 void Vdr::refresh(Tv& tv) {
     std::string difference;
-    const VdrList list = readSettled(difference);
+    const VdrChannels list = readSettled(difference);
     if (!difference.empty()) {
         m_say(
             fmt::format("VDR's list has changes that {} lacks, and the list counts: {}", m_file.string(), difference));
@@ -319,7 +316,7 @@ void Vdr::refresh(Tv& tv) {
 }
 
 // Leaves what means the same as it is.
-void Vdr::store(Tv& tv, VdrList list) const {
+void Vdr::store(Tv& tv, VdrChannels list) const {
     const Services known = tv.services();
     takeKnown(list.shared, known);
     std::string own;
@@ -370,16 +367,19 @@ std::optional<ReplaceStatus> Vdr::replace(Tv& tv, const fs::path& archive) {
 
 void Vdr::restore(Tv& tv, const fs::path& archive, const Services& received) const {
     std::string difference;
-    const VdrList before = readSettled(difference);
-    if (!difference.empty()) {
-        throw Error(
-            fmt::format("VDR's list and {} differ: {}; wait until VDR has saved it", m_file.string(), difference));
+    const VdrChannels before = readSettled(difference);
+    if (const std::string misplaced = firstMisplaced(fileNow(), before.all); !misplaced.empty()) {
+        throw Error(fmt::format("{} is not VDR's list: {}; wait until VDR has saved it, or give another folder",
+                                m_file.string(), misplaced));
     }
     const std::string text = merged(before, received);
     const ChannelList wanted = parseVdrLines(text);
     const auto adopt = [&] {
-        VdrList now = readSettled(difference);
-        difference = difference.empty() ? firstDifference(wanted, now.all) : difference;
+        VdrChannels now = readNow();
+        difference = firstDifference(wanted, fileNow());
+        if (difference.empty()) {
+            difference = firstMisplaced(wanted, now.all);
+        }
         if (!difference.empty()) {
             throw Error(fmt::format("VDR has not taken the restored list: {}", difference));
         }
@@ -395,7 +395,7 @@ void Vdr::restore(Tv& tv, const fs::path& archive, const Services& received) con
     }
 }
 
-std::string Vdr::merged(const VdrList& before, const Services& received) const {
+std::string Vdr::merged(const VdrChannels& before, const Services& received) const {
     std::vector<StayingChannel> staying = before.own;
     const ServiceFinder inReceived = received.finder();
     for (const auto& [service, scheduled] : before.scheduled) {
@@ -404,7 +404,7 @@ std::string Vdr::merged(const VdrList& before, const Services& received) const {
             staying.push_back(scheduled);
         }
     }
-    std::string text = mergedVdrList(received, std::move(staying), m_say);
+    std::string text = mergedVdrChannels(received, std::move(staying), m_say);
     if (text.empty()) {
         throw Error("the backup has no channel that VDR can have");
     }

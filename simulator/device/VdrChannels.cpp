@@ -10,34 +10,41 @@
 
 #include "simulator/base/Error.h"
 #include "simulator/base/Text.h"
-#include "simulator/lineup/ChannelExport.h"
 #include "simulator/lineup/VdrList.h"
 
 namespace sim {
 
 namespace {
 
-// Reads lines as VDR has them into a list.
-class Lines {
+// Reads lines into a list. What is not understood is left out.
+class Reading {
 public:
-    Lines(const char* name, ChannelList& list) : m_intake(name, "", list), m_reader(m_intake) {}
+    explicit Reading(ChannelList& list) : m_intake("", "", list) {}
 
-    void take(const std::string& line) { m_reader.take(toUtf8(line)); }
+    void take(std::string_view line) { m_reader.take(toUtf8(line.substr(0, line.find_last_not_of(" \t\r") + 1))); }
 
 private:
     ListIntake m_intake;
-    VdrReader m_reader;
+    VdrReader m_reader{m_intake};
 };
 
 // The service that a line stands for; nothing if it is not understood, or a group.
 std::optional<Service> serviceOf(const std::string& line) {
     ChannelList list;
-    Lines("", list).take(line);
+    Reading(list).take(line);
     return list.services.empty() ? std::nullopt : std::optional(list.services.front());
 }
 
 bool isIpTelevision(const Service& service) {
     return service.source.front() == 'I';
+}
+
+// A text up to its first blank, which is cut off it together with that blank.
+std::string cutWord(std::string& text) {
+    const std::size_t blank = std::min(text.find(' '), text.size());
+    std::string word = text.substr(0, blank);
+    text.erase(0, blank + 1);
+    return word;
 }
 
 std::set<std::string> idsWithTimer(Svdrp& vdr) {
@@ -152,58 +159,79 @@ private:
     int m_counted = 1;  // what VDR takes for it
 };
 
+// Sorts the lines of VDR's list.
+class Sorting {
+public:
+    // `on` is the number of the channel that is on.
+    Sorting(VdrChannels& list, std::set<std::string> idsWithTimer, std::string on)
+        : m_list(list), m_idsWithTimer(std::move(idsWithTimer)), m_on(std::move(on)) {}
+
+    // "0 :GROUP", or "NUMBER ID CHANNEL".
+    void take(std::string text) {
+        const std::string number = cutWord(text);
+        if (number == "0") {
+            m_all.take(text);
+            m_shared.take(text);
+            return;
+        }
+        const std::string id = cutWord(text);
+        m_all.take(text);
+        const StayingChannel staying{toNumber<int>(number).value_or(0), text,
+                                     m_list.all.groups.empty() ? "" : m_list.all.groups.back()};
+        const std::optional<Service> service = serviceOf(text);
+        if (!service || isIpTelevision(*service)) {
+            takeOwn(staying, service.has_value());
+            return;
+        }
+        takeShared(staying);
+        if (m_idsWithTimer.count(id) != 0) {
+            m_list.scheduled.emplace_back(*service, staying);
+        }
+        if (number == m_on) {
+            m_list.current = service->identity;
+        }
+    }
+
+private:
+    void takeOwn(const StayingChannel& channel, bool isUnderstood) {
+        if (!isUnderstood) {
+            m_list.notUnderstood.push_back(channel.line);
+        }
+        m_list.own.push_back(channel);
+        m_isGap = true;
+    }
+
+    // Without those between, it keeps its number by a header.
+    void takeShared(const StayingChannel& channel) {
+        if (m_isGap) {
+            m_shared.take(fmt::format(":@{}", channel.number));
+            m_isGap = false;
+        }
+        m_shared.take(channel.line);
+    }
+
+    VdrChannels& m_list;
+    const std::set<std::string> m_idsWithTimer;
+    const std::string m_on;
+    Reading m_all{m_list.all};
+    Reading m_shared{m_list.shared};
+    bool m_isGap = false;  // the channel before was an own one
+};
+
 }  // namespace
 
-VdrList readVdrList(Svdrp& vdr) {
+VdrChannels readVdrChannels(Svdrp& vdr) {
     const Svdrp::Answer answer = vdr.ask("LSTC :ids :groups");
     if (answer.code != 250) {
         throw Error(
             fmt::format("VDR lists no channels: {}; it reads its channels.conf whole or not at all: see its log",
                         inQuotes(answer.lines.front())));
     }
-    const std::set<std::string> timers = idsWithTimer(vdr);
-    const std::vector<std::string> on = split(vdr.ask("CHAN").lines.front(), ' ');
-    VdrList list;
-    Lines all("", list.all);
-    Lines shared("VDR's list", list.shared);
-    std::string group;
-    bool isGap = false;
-    for (const std::string& text : answer.lines) {
-        // "0 :GROUP", or "NUMBER ID LINE".
-        const std::size_t blank = std::min(text.find(' '), text.size() - 1);
-        const std::string number = text.substr(0, blank);
-        std::string line = text.substr(blank + 1);
-        if (number == "0") {
-            all.take(line);
-            shared.take(line);
-            group = line.substr(line.compare(0, 2, ":@") == 0 ? std::min(line.find(' '), line.size() - 1) + 1 : 1);
-            continue;
-        }
-        const std::size_t idEnd = std::min(line.find(' '), line.size() - 1);
-        const std::string id = line.substr(0, idEnd);
-        line.erase(0, idEnd + 1);
-        all.take(line);
-        const StayingChannel staying{toNumber<int>(number).value_or(0), line, group};
-        const std::optional<Service> service = serviceOf(line);
-        if (!service || isIpTelevision(*service)) {
-            if (!service) {
-                list.notUnderstood.push_back(line);
-            }
-            list.own.push_back(staying);
-            isGap = true;
-            continue;
-        }
-        if (isGap) {
-            shared.take(fmt::format(":@{}", staying.number));
-            isGap = false;
-        }
-        shared.take(line);
-        if (timers.count(id) != 0) {
-            list.scheduled.emplace_back(*service, staying);
-        }
-        if (number == on.front()) {
-            list.current = service->identity;
-        }
+    VdrChannels list;
+    std::string on = vdr.ask("CHAN").lines.front();
+    Sorting sorting(list, idsWithTimer(vdr), cutWord(on));
+    for (const std::string& line : answer.lines) {
+        sorting.take(line);
     }
     return list;
 }
@@ -227,21 +255,35 @@ std::string firstDifference(const ChannelList& left, const ChannelList& right) {
                : fmt::format("{} and {}", plural(left.groups.size(), "group"), right.groups.size());
 }
 
+std::string firstMisplaced(const ChannelList& wanted, const ChannelList& list) {
+    const auto lacking =
+        std::mismatch(wanted.services.begin(), wanted.services.end(), list.services.begin(), list.services.end(),
+                      [](const Service& left, const Service& right) {
+                          return left.identity == right.identity && left.number == right.number;
+                      })
+            .first;
+    return lacking == wanted.services.end() ? ""
+                                            : fmt::format("channel {}, {}", lacking->number, inQuotes(lacking->name));
+}
+
 ChannelList parseVdrLines(const std::string& text) {
     ChannelList list;
-    Lines lines("", list);
+    Reading reading(list);
     for (const std::string& line : split(text, '\n')) {
-        lines.take(line);
+        reading.take(line);
     }
     return list;
 }
 
-std::string mergedVdrList(const Services& restored, std::vector<StayingChannel> staying, const Say& say) {
+std::string mergedVdrChannels(const Services& restored, std::vector<StayingChannel> staying, const Say& say) {
     Merge merge(std::move(staying), say);
-    const auto take = [&](std::string_view line) { merge.take(std::string(line.substr(0, line.size() - 1))); };
-    for (const std::string& remark : exportChannels(restored, "vdr", take)) {
-        say(remark);
-    }
+    ListOutput output;
+    output.write = [&](std::string_view line) { merge.take(std::string(line.substr(0, line.size() - 1))); };
+    output.see = [](const Service& /*service*/) {};
+    output.leaveOut = [&](const Service& service, const std::string& reason) {
+        say(fmt::format("left out of VDR's list: {}: {}", inQuotes(service.name), reason));
+    };
+    writeVdr(restored, output);
     return merge.finish();
 }
 

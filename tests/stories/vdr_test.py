@@ -245,6 +245,7 @@ class Stories(Story):
                       init(*vdr.options[:2], "--vdr-config", self.folder))
         self.assertIn("--vdr requires --vdr-config", init(*vdr.options[:2], code=2))
         self.assertIn("is not HOST:PORT", init("--vdr", "localhost", "--vdr-config", config))
+        self.assertIn("give both --vdr-stop and --vdr-start", init(*vdr.options[:4], "--vdr-stop", "true"))
         # Without the commands, a restore changes nothing.
         tv = Tv(self.folder, "tv", keeper=vdr.options[:6])
         tv.run()
@@ -286,7 +287,7 @@ class Hostile(Story):
                 (answers(greeting=b"221 too many\r\n"), "does not let this machine in: 'too many'"),
                 (answers(greeting=b"220 " + b"x" * 40000), "bytes of a line of VDR's"),
                 (answers(b"250-1 S\r\n\x1b[2J\r\n"), "what answers is no VDR: '\\x1b[2J'"),
-                (answers(b"250-\r\n250- \r\n250-0\r\n250 1\r\n"), "holds no service"),
+                (answers(b"250-\r\n250- \r\n250-0 \r\n250-0\r\n250 1\r\n"), "holds no service"),
                 (answers(b"501 Unknown option\r\n"), "VDR lists no channels: 'Unknown option'"),
                 (answers(b"250-99999999999 a \x1b[2J\r\n250 1 a " + line + b"\r\n"), "is not understood, and in no")]:
             self.addCleanup(server.server_close)
