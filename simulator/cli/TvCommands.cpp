@@ -77,6 +77,8 @@ int init(const Session& session, const InitOptions& options) {
         const sim::Services::Counts counts = tv.services().counts();
         list.services = counts.services;
         list.groups = counts.groups;
+        list.format = options.keeper.kind;
+        list.unit = "line";
     }
     const Json::Value json = sim::object({{"home", session.home.string()},
                                           {"services", list.services},
@@ -252,9 +254,7 @@ void addKeeperOptions(CLI::App& making, const sim::KeeperKind& kind, const std::
     }
 }
 
-}  // namespace
-
-void addTvCommands(CLI::App& app, Action& chosen) {
+void addInit(CLI::App& app, Action& chosen) {
     const auto options = std::make_shared<InitOptions>();
     CLI::App* making =
         addCommand(app, "init", "Make a factory-fresh TV with a channel list", "halcyon-tv init --channels list.conf",
@@ -277,6 +277,24 @@ void addTvCommands(CLI::App& app, Action& chosen) {
         "the TV's time, such as 2026-01-31T18:00:00Z, 2026-01-31 or +1d, which runs move on (default: the machine's)");
     making->add_flag("--still", options->isStill, "its clock stands: runs do not move it on")->needs(now);
     making->add_option("--zone", options->zone, "its time zone, such as Europe/Berlin (default: the machine's)");
+}
+
+void addRescan(CLI::App& app, Action& chosen) {
+    const auto scanning = std::make_shared<RescanOptions>();
+    CLI::App* scan =
+        addCommand(app, "rescan", "Scan the channels: a list is what is on the air now", "halcyon-tv rescan new.conf",
+                   chosen, [scanning](const Session& session) { return rescan(session, *scanning); });
+    scan->add_option("list", scanning->list,
+                     "channel list, as for init; what stays keeps its number and what its owner has set")
+        ->required();
+    addListOptions(*scan, scanning->options);
+}
+
+}  // namespace
+
+void addTvCommands(CLI::App& app, Action& chosen) {
+    addInit(app, chosen);
+    addRescan(app, chosen);
 
     const auto withServices = std::make_shared<bool>(false);
     addCommand(app, "status", "Show the TV", "halcyon-tv status --services", chosen,
@@ -297,15 +315,6 @@ void addTvCommands(CLI::App& app, Action& chosen) {
     changing->add_option_function<std::vector<std::string>>(
         "words", [add](const std::vector<std::string>& words) { std::for_each(words.begin(), words.end(), add); });
     changing->add_flag("--still", setting->isStill, "a clock that is set stands: runs do not move it on");
-
-    const auto scanning = std::make_shared<RescanOptions>();
-    CLI::App* scan =
-        addCommand(app, "rescan", "Scan the channels: a list is what is on the air now", "halcyon-tv rescan new.conf",
-                   chosen, [scanning](const Session& session) { return rescan(session, *scanning); });
-    scan->add_option("list", scanning->list,
-                     "channel list, as for init; what stays keeps its number and what its owner has set")
-        ->required();
-    addListOptions(*scan, scanning->options);
 
     const auto name = std::make_shared<std::string>();
     addCommand(app, "snapshot", "Save the TV's state under a name, or list the names", "halcyon-tv snapshot before",
