@@ -232,6 +232,8 @@ TEST_P(Rescan, KeepsWhatIsTheOwners) {
         if (step == 'b') {
             EXPECT_TRUE(tv.backUp().succeeded());
         } else if (step == 'c') {
+            EXPECT_THROW(tv.open().rescan([](sim::ChannelSink&) { throw sim::Error("no list"); }), sim::Error);
+            EXPECT_FALSE(tv.open().onAir()) << "a scan that failed has found nothing";
             const sim::ScanResult result = rescan();
             EXPECT_EQ(sim::words(result),
                       "3 gone, 2 new, 2 renamed by their broadcasters (1 keeping the owner's name), 2 moved to another "

@@ -244,6 +244,10 @@ void ServiceDb::create(const ChannelSource& list, const std::string& ipServices)
     putInPlace(scratch / "ipsrv", ipsrv());
 }
 
+bool ServiceDb::exists() const {
+    return pathExists(database());
+}
+
 void ServiceDb::store(const ChannelSource& list) const {
     const ScratchFolder scratch(m_folder);
     {
