@@ -102,7 +102,7 @@ private:
 // The file of a folder of Enigma2; empty if the folder is none.
 fs::path lamedbIn(const fs::path& folder) {
     for (const char* name : {"lamedb", "lamedb5"}) {
-        if (isRegularFile(folder / name)) {
+        if (isPlainFile(folder / name)) {
             return folder / name;
         }
     }

@@ -326,9 +326,7 @@ private:
     // The file may be anything. `take` gets its lines with their numbers.
     template <typename Take>
     void forEachLineOf(const fs::path& file, Take take) {
-        std::error_code ignored;
-        // A link could lead out of the folder.
-        if (fs::symlink_status(file, ignored).type() != fs::file_type::regular) {
+        if (!isPlainFile(file)) {
             return;
         }
         int line = 0;

@@ -103,6 +103,11 @@ private:
 
 }  // namespace
 
+bool isPlainFile(const std::filesystem::path& path) {
+    std::error_code ignored;
+    return std::filesystem::symlink_status(path, ignored).type() == std::filesystem::file_type::regular;
+}
+
 std::size_t forEachTextLine(const std::filesystem::path& file, const std::string& encoding,
                             const std::function<void(const std::string&)>& take) {
     TextLines lines(file, encoding, take);

@@ -8,6 +8,9 @@
 
 namespace sim {
 
+// Whether the path is that of a regular file, and not of a link to one, which could lead out of its folder.
+bool isPlainFile(const std::filesystem::path& path);
+
 // Passes each line of a file of any kind to `take`, in UTF-8, without its end and blanks before that. The text is in
 // `encoding`; or if that is empty, in what a byte order mark says, else in UTF-8. Lines that are not are read as ISO
 // 8859-1; returns how many they are: lists that were merged have lines in both encodings. Throws Error if the file
