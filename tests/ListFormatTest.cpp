@@ -279,7 +279,7 @@ TEST_F(ListFormats, ReadsTheObjectsOfTvheadend) {
         R"("sid":11100,"svcname":"Das Erste HD","provider":"ARD","dvb_servicetype":25,"stream":[)"
         R"({"pid":5101,"type":"H264"},{"pid":5102,"type":"MPEG2AUDIO","language":"deu"},{"pid":5103,"type":"AC3"},)"
         R"({"pid":5104,"type":"TELETEXT"},{"pid":1,"type":"CA","caidlist":[{"caid":5890}]}])";
-    const std::string channel = R"("number":7,"name":"My first","services":["s1"],"tags":["t1"])";
+    const std::string channel = R"("number":"7","name":"My first","services":["s1"],"tags":["t1"])";
     const Strings expected = {
         "7 My first [News] S19.2E-1-1011-11100-0 11361750 22000 HC23M5O35S1 5101|5102=deu;5103|5104 1702 tv of ARD, "
         "was "

@@ -38,7 +38,8 @@ constexpr Words GUARDS = " 4=1/4 8=1/8 16=1/16 32=1/32 128=1/128 19128=19/128 19
 constexpr Words ROLLOFFS = " 20=20 25=25 35=35 20=0.20 25=0.25 35=0.35 ";
 constexpr Words PILOTS = " 0=OFF 1=ON ";
 constexpr Words HIERARCHIES = " 0=NONE 1=1 2=2 4=4 ";
-constexpr Words SOURCES = " S=DVBS S=DVBS2 T=DVBT T=DVBT2 C=DVBC C=DVBC/ANNEX_A C=DVBC/ANNEX_C A=ATSC ";
+constexpr Words SOURCES =
+    " S=DVBS S=DVBS2 T=DVBT T=DVBT2 C=DVBC C=DVBC/ANNEX_A C=DVBC/ANNEX_C C=DVBC_ANNEX_A C=DVBC_ANNEX_AC A=ATSC ";
 constexpr Words GENERATIONS = " 0=DVBS 1=DVBS2 0=DVBT 1=DVBT2 ";
 
 // A text, or a whole number as one. jsoncpp ends a number with a line break.
@@ -234,9 +235,9 @@ public:
     }
 
 private:
-    // Numbers of ATSC such as 2.1 are none here.
+    // A number, or a text of one; those of ATSC such as 2.1 are none here.
     static int numberOf(const Json::Value& channel) {
-        return channel["number"].isInt() ? std::max(channel["number"].asInt(), 0) : 0;
+        return std::max(toNumber<int>(textOf(channel, "number")).value_or(0), 0);
     }
 
     // Channels without a number come last.
