@@ -20,15 +20,16 @@ loader.exec_module(site)
 class Site(Story):
     def test_it_names_what_leads_nowhere(self):
         (self.folder / "README.md").write_text(
-            "# A\n\n[b](b.md#there) [c](b.md#missing) [d](d.md) [e](#nowhere)\n\n"
+            "# A\n\n[b](b.md#there-x) [c](b.md#missing) [d](d.md) [e](#nowhere)\n\n"
             "<img src='https://example.org/x.png'>\n\n## Documentation\n\n- [b](b.md)\n")
-        (self.folder / "b.md").write_text("# B\n\n## There\n\n[up](README.md#documentation)\n")
+        (self.folder / "b.md").write_text("# B\n\n## There `x`\n\n[up](README.md#documentation)\n")
         (self.folder / "orphan.md").write_text("# C\n")
         self.assertEqual(site.build(self.folder, self.folder / "site", {}), [
             "README.md: no file d.md", "orphan.md: nothing leads there from the README",
             "index.html: no heading #missing in b.html",
             "index.html: no file d.md", "index.html: no heading #nowhere in index.html",
             "index.html: loads https://example.org/x.png"])
+        self.assertIn('["b.html", "B", "there-x", "There x", "up"]', (self.folder / "site/sections.js").read_text())
 
     def test_it_is_whole_and_can_be_searched_from_files(self):
         programs = pathlib.Path(shutil.which("halcyon-manual")).parent
