@@ -31,7 +31,8 @@ READS = {
                         "simulator/web/page", "CHANGELOG.md", "CONTRIBUTING.md", "README.md", "SECURITY.md"],
 }
 
-SLOW = r"^Stories\.(bench|json|object_store|page|site|stories|tool)$|CrashPoint|Sweep|MutatedArchive"
+SLOW = (r"^Stories\.(bench|json|object_store|page|play|server|site|stories|tool|wild_store)$"
+        r"|CrashPoint|EndlessFile|MutatedArchive|Sweep")
 
 
 def files_of(path):
