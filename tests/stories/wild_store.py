@@ -265,6 +265,10 @@ class Misbehaviour:
         self.objects.clear()
         return True
 
+    @of("HEAD")
+    def overloaded(self):
+        return self.refuse(503, "SlowDown")
+
     @of("PUT")
     def full(self):
         return self.refuse(403, "QuotaExceeded", Message="No room for you.")

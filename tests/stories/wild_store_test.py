@@ -149,6 +149,13 @@ class Misbehaving(unittest.TestCase):
             calls = tv.tv("record", "--call", "cloud_request", "--json").json["timeline"]
             self.assertEqual([call["call"]["arguments"].split()[0] for call in calls], ["LIST", "PUT"])
 
+    def test_an_overloaded_store_is_not_asked_again_by_each_of_many_requests(self):
+        objects, log = self.store.bucket("overloaded")
+        (key, body), = objects.items()
+        objects.update({key.replace("v2-99999998", f"v2-{number:08}"): body for number in range(100)})
+        Tv(self.folder, "overloaded", cloud="s3://overloaded/p").tv("cloud", "list", code=7)
+        self.assertLessEqual(log.count("HEAD"), 8 + 10, "eight at a time, and ten tries again in all")
+
     def test_a_temporary_key_is_sent_and_signed(self):
         with unittest.mock.patch.dict(os.environ, AWS_SESSION_TOKEN="a+b/c="):
             Tv(self.folder, "temporary", cloud="s3://temporary/p").tv("cloud", "list")
