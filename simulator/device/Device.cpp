@@ -37,8 +37,8 @@ std::unique_ptr<ListKeeper> openRefreshed(Tv& tv) {
     struct stat status = {};
     // Its commands are run as this process's user.
     if (!kept.kind.empty() && (::stat(tv.home().c_str(), &status) != 0 || status.st_uid != ::geteuid())) {
-        throw Error(fmt::format("the TV at {} is another user's, and names commands: run it as that user",
-                                tv.home().string()));
+        throw Error(
+            fmt::format("the TV at {} is another user's, and names commands: run it as that user", tv.home().string()));
     }
     std::unique_ptr<ListKeeper> keeper = openKeeper(kept, &complain);
     if (keeper) {
