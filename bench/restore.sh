@@ -21,8 +21,8 @@ unzip -q "$work/bundle/ServiceDB.zip" -d "$work/received"
 sqlite3 -readonly "$work/received/services.db" "PRAGMA integrity_check(1)" | grep -qx ok
 sqlite3 "$home/service-db/services.db" .schema >"$work/schema.sql"
 columns="id, number, identity, name, short_name, provider, type, channel_group, source, frequency_hz, symbol_rate,
-parameters, video_pid, audio_pids, text_pids, conditional_access, sid, nid, tid, rid, favourite1, favourite2, favourite3,
-favourite4, favourite5, locked, hidden, renamed, broadcast_name, frequency_unit, list_fields"
+parameters, video_pid, audio_pids, text_pids, conditional_access, sid, nid, tid, rid, favourite1, favourite2,
+favourite3, favourite4, favourite5, locked, hidden, renamed, broadcast_name, frequency_unit, list_fields"
 sqlite3 -bail "$work/services.db" >/dev/null <<SQL
 PRAGMA journal_mode = MEMORY;
 PRAGMA synchronous = OFF;

@@ -244,7 +244,7 @@ void ServiceDb::create(const ChannelSource& list, const std::string& ipServices)
     putInPlace(scratch / "ipsrv", ipsrv());
 }
 
-bool ServiceDb::exists() const {
+bool ServiceDb::isThere() const {
     return pathExists(database());
 }
 

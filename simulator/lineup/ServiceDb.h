@@ -91,7 +91,7 @@ public:
     // has changed. Throws Error if there is no room to build it.
     std::optional<ReplaceStatus> replace(const std::filesystem::path& archive) const;
 
-    bool exists() const;
+    bool isThere() const;
     Services services() const { return Services(database()); }
     std::string ipServices() const;
 

@@ -352,7 +352,7 @@ ScanResult Tv::rescan(const ChannelSource& list) {
 
 std::optional<Services> Tv::onAir() const {
     const ServiceDb air(m_home / ON_AIR);
-    return air.exists() ? std::optional(air.services()) : std::nullopt;
+    return air.isThere() ? std::optional(air.services()) : std::nullopt;
 }
 
 Setup Tv::setup() const {
