@@ -94,6 +94,12 @@ class Stories(Page):
         self.until_text("#panel", "Nothing differs")
         self.b.tv("set", "favname1", "Other")
         self.until_text("#panel", "favourites 1")
+        self.b.tv("set", "favourite", 2, "add", 22, 1)
+        self.b.tv("set", "lock", 22, "on")
+        self.until_text("#panel", "favourite list 2")
+        self.b.tv("set", "category", "1/2/0")
+        self.until(lambda: self.listed() == ["22 Bergsport 24 favourite 2:1, locked · scrambled",
+                                             "1 Nordlicht Eins favourite 2:2"], "the favourites in their order")
         self.assertEqual(self.problems(), [])
 
     def test_a_refused_restore_is_mended_by_its_remedy(self):
