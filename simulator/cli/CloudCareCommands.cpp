@@ -9,6 +9,7 @@
 #include "simulator/base/Environment.h"
 #include "simulator/base/Error.h"
 #include "simulator/cli/Command.h"
+#include "simulator/cli/Side.h"
 #include "simulator/cloud/OpenCloud.h"
 #include "simulator/reports/CloudCare.h"
 #include "simulator/reports/CloudReport.h"
@@ -29,6 +30,7 @@ std::function<void()> progressOf(const Session& session, std::size_t all) {
 }
 
 struct VerifyOptions {
+    std::vector<std::string> ids;  // empty: those that the rest says
     std::string account;
     bool all = false;
     std::string part = "1/1";
@@ -46,14 +48,26 @@ std::pair<std::size_t, std::size_t> partIn(const std::string& text) {
     return {numberAt(0), numberAt(1)};
 }
 
-int verify(const Session& session, const VerifyOptions& options) {
+std::vector<sim::BackupName> namesFor(const Session& session, const sim::CloudStore& store,
+                                      const VerifyOptions& options) {
     const auto [part, parts] = partIn(options.part);
-    const std::unique_ptr<sim::CloudStore> store = session.openStore();
     std::vector<sim::BackupName> names;
-    for (const std::vector<sim::BackupName>& category : sim::byCategory(store->contentOf(options.account).backups)) {
+    names.reserve(options.ids.size());
+    for (const std::string& id : options.ids) {
+        names.push_back(sim::chooseBackup(store, id, accountOf(session)));
+    }
+    if (!names.empty()) {
+        return names;
+    }
+    for (const std::vector<sim::BackupName>& category : sim::byCategory(store.contentOf(options.account).backups)) {
         names.insert(names.end(), options.all ? category.begin() : category.end() - 1, category.end());
     }
-    names = sim::partOf(names, part, parts);
+    return sim::partOf(names, part, parts);
+}
+
+int verify(const Session& session, const VerifyOptions& options) {
+    const std::unique_ptr<sim::CloudStore> store = session.openStore();
+    const std::vector<sim::BackupName> names = namesFor(session, *store, options);
     const std::vector<sim::DamagedBackup> damaged =
         sim::verifyBackups(*store, names, progressOf(session, names.size()));
     answer(session, sim::object({{"cloud", store->place()}, {"verified", names.size()}, {"damaged", damaged}}), [&] {
@@ -170,6 +184,7 @@ void addCloudCareCommands(CLI::App& store, Action& chosen) {
         addCommand(store, "verify", "Read each byte of the newest backup of each account, client and category",
                    "halcyon-tv cloud verify --all --part 1/7", chosen,
                    [verified](const Session& session) { return verify(session, *verified); });
+    verifying->add_option("backup", verified->ids, "ids; only these backups");
     verifying->add_flag("--all", verified->all, "of all backups");
     verifying->add_option("--part", verified->part, "N/M: the Nth of M parts, such as one for each day of a week");
     verifying->add_option("--account", verified->account, "only the backups of this account");

@@ -19,7 +19,7 @@ namespace sim {
 
 namespace {
 
-// A store, or somebody in it, may hand out the backup of another. Those of version 1 do not say whose they are.
+// A store, or somebody in it, may hand out the backup of another. Older ones do not say whose they are.
 void requireOwn(const Json::Value& info, const Address& address) {
     const std::pair<const char*, const std::string&> members[] = {
         {"account", address.account}, {"client", address.clientId}, {"category", address.category}};

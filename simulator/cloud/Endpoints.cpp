@@ -70,9 +70,8 @@ Endpoints::Endpoints(std::vector<std::string> addresses, fs::path notes)
     : m_addresses(std::move(addresses)), m_notes(std::move(notes)) {}
 
 std::vector<std::string> Endpoints::orderFor(const std::string& account) const {
-    std::vector<std::string> order = m_addresses;
-    if (order.size() == 1) {
-        return order;
+    if (m_addresses.size() == 1) {
+        return m_addresses;
     }
     readNotes(m_notes);
     const std::map<std::string, std::int64_t> down = downAddresses().all();
@@ -83,11 +82,18 @@ std::vector<std::string> Endpoints::orderFor(const std::string& account) const {
         return found != down.end() && found->second <= now &&
                now - found->second < std::chrono::milliseconds(MEMORY).count();
     };
-    const auto rank = [&](const std::string& address) {
-        return std::tuple(isDown(address), std::hash<std::string>()(address + " " + account));
-    };
-    std::sort(order.begin(), order.end(),
-              [&](const std::string& left, const std::string& right) { return rank(left) < rank(right); });
+    std::vector<std::tuple<bool, std::size_t, std::string>> ranked;
+    ranked.reserve(m_addresses.size());
+    for (std::size_t i = 0; i < m_addresses.size(); ++i) {
+        const std::size_t rank = std::hash<std::string>()(account + " " + std::to_string(i));
+        ranked.emplace_back(isDown(m_addresses[i]), rank, m_addresses[i]);
+    }
+    std::sort(ranked.begin(), ranked.end());
+    std::vector<std::string> order;
+    order.reserve(ranked.size());
+    for (const auto& [isLast, rank, address] : ranked) {
+        order.push_back(address);
+    }
     return order;
 }
 

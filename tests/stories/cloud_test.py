@@ -75,6 +75,7 @@ class Care(Story):
         self.assertEqual((found["verified"], [each["backup"].split("/")[-1] for each in found["damaged"]]),
                          (1, [ids[3]]))
         self.assertEqual(found["damaged"][0]["whole"].split("/")[-1], ids[2])
+        self.assertEqual(tv.tv("cloud", "verify", ids[0], ids[1], "--json").json["verified"], 2)
         parts = [tv.tv("cloud", "verify", "--all", "--part", f"{n}/3", "--json", code=None) for n in (1, 2, 3)]
         self.assertEqual((sum(part.json["verified"] for part in parts), sorted(part.code for part in parts)),
                          (4, [0, 0, 6]))

@@ -235,7 +235,7 @@ class Stories(TwoTvs):
         before = shutil.copytree(self.b.home, self.folder / "before")
         files = module_files(self.b)
         with reached(self.proxy(cluster.endpoints[0], "down", flip)):
-            report = self.restore(code=7)
+            report = self.restore(code=6)
             self.assertEqual(report["outcome"], "failed")
             self.assertIn("its bytes are not those that were stored", report["why"])
             self.b.tv("diff", before)

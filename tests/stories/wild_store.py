@@ -158,6 +158,10 @@ class Misbehaviour:
         return self.answer(page([""]))
 
     @of("LIST")
+    def no_number_left(self):
+        return self.answer(page([self.query["prefix"] + "v2-00000000-0000000a"]))
+
+    @of("LIST")
     def list_cut(self):
         return self.answer(page(sorted(self.objects))[:-40])
 

@@ -21,6 +21,7 @@ CASES = {
     "key-outside": {"list": (7, "the key 'z/of/somebody/else', which was not asked for"),
                     "backup": (7, "which was not asked for"), "restore": (7, "which was not asked for")},
     "key-shorter": {"restore": (7, "the key '', which was not asked for")},
+    "no-number-left": {"backup": (7, "is full: no number follows that of backup 99999999-0000000a; remove it")},
     "list-cut": {"list": (7, "the response is not a list of objects"), "restore": (7, "not a list of objects")},
     "list-nothing": {"list": (7, "not a list of objects, but nothing"), "backup": (7, "objects, but nothing")},
     "portal": {"list": (7, "but \"Guests Please log in\"; check that AWS_ENDPOINT_URL"),
@@ -161,6 +162,12 @@ class Misbehaving(unittest.TestCase):
             Tv(self.folder, "temporary", cloud="s3://temporary/p").tv("cloud", "list")
         self.assertEqual(self.store.headers["x-amz-security-token"], "a+b/c=")
         self.assertRegex(self.store.headers["Authorization"], "SignedHeaders=[^,]*x-amz-security-token")
+
+    def test_a_proxy_that_is_down_is_named(self):
+        with unittest.mock.patch.dict(os.environ, AWS_ENDPOINT_URL="http://store.invalid", no_proxy="", NO_PROXY="",
+                                      http_proxy="http://127.0.0.1:1"):
+            answer = Tv(self.folder, "proxy", cloud="s3://proxy/p").tv("cloud", "list", code=7)
+        self.assertIn("by way of the proxy that http_proxy names", answer.errors)
 
     def test_what_is_set_in_vain_is_said_once(self):
         tv = Tv(self.folder, "vain", cloud="s3://vain/p")
