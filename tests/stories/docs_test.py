@@ -107,6 +107,15 @@ class Documents(Story):
         rows = re.findall(r"^\| `(\w+)`:.*\| (.*)\|$", (ROOT / "docs/formats.md").read_text(), re.MULTILINE)
         self.assertEqual({name for name, written in rows if written}, set(formats.split(",")))
 
+    def test_the_manual_has_each_value_and_variable(self):
+        manuals = [subprocess.check_output(["halcyon-manual", program], text=True)
+                   for program in ("halcyon-tv", "halcyon-lineup")]
+        for manual in manuals:
+            self.assertEqual(re.findall(r".*(?<!grep\\fR )\\fI(?:TEXT|INT|UINT|FLOAT)\\fR", manual), [])
+        variables = set(re.findall(r'"(HALCYON_\w+)"', (ROOT / "simulator/base/Environment.h").read_text()))
+        between = {"HALCYON_TV_LOCK", "HALCYON_TV_SOCKET"}  # the two programs, for nobody else
+        self.assertEqual({name for name in variables - between if name not in "".join(manuals)}, set())
+
 
 if __name__ == "__main__":
     unittest.main()
