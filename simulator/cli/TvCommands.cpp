@@ -304,8 +304,8 @@ void addTvCommands(CLI::App& app, Action& chosen) {
         ->add_flag("--services", *withServices, "with its channel list");
 
     const auto setting = std::make_shared<SetOptions>();
-    CLI::App* changing = addCommand(app, "set", "Set a part of the TV's state", "halcyon-tv set antenna 0,2", chosen,
-                                    [setting](const Session& session) { return set(session, *setting); });
+    CLI::App* changing = addCommand(app, "set", "Set a part of the TV's state", "halcyon-tv set favourite 2 add 22 23",
+                                    chosen, [setting](const Session& session) { return set(session, *setting); });
     changing->add_option("name", setting->name, sim::settableHelp())->required();
     // Each by an option of its own, as far as a new name may stand: a list of words would take the brackets off
     // "[News]".
