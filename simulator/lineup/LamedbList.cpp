@@ -138,44 +138,51 @@ struct Entry {
     Service service;
 };
 
-// "c:00" + pid and so on, "p:" + provider, "C:" + CA system.
-void readFlags(std::string_view text, Service& service) {
-    std::vector<std::string> audio;
+struct AudioPids {
+    std::vector<std::string> plain;
     std::vector<std::string> dolby;
+};
+
+// Two digits that say whose pid it is, and the pid.
+void readPid(std::string_view text, Service& service, AudioPids& audio) {
+    const std::string pid = fmt::format("{}", toNumber<std::uint16_t>(text.substr(2), 16).value_or(0));
+    switch (toNumber<int>(text.substr(0, 2), 16).value_or(-1)) {
+        case 0:
+            service.videoPid = pid;
+            break;
+        case 1:
+            audio.plain.push_back(pid);
+            break;
+        case 2:
+            service.textPids = pid;
+            break;
+        case 4:
+            audio.dolby.push_back(pid);
+            break;
+        default:
+            break;
+    }
+}
+
+// "p:" + provider, "c:00" + pid and so on, "C:" + CA system.
+void readFlags(std::string_view text, Service& service) {
+    AudioPids audio;
     std::vector<std::string> systems;
     for (const std::string& flag : split(text, ',')) {
         const std::string value = flag.size() > 2 && flag[1] == ':' ? flag.substr(2) : "";
-        if (value.empty()) {
-            continue;
-        }
-        if (flag.front() == 'p') {
+        const char kind = value.empty() ? '\0' : flag.front();
+        if (kind == 'p') {
             service.provider = value;
-        } else if (flag.front() == 'C' && toNumber<std::uint16_t>(value, 16)) {
+        } else if (kind == 'C' && toNumber<std::uint16_t>(value, 16)) {
             systems.push_back(value);
-        } else if (flag.front() == 'c' && value.size() > 2) {
-            const std::string pid =
-                fmt::format("{}", toNumber<std::uint16_t>(std::string_view(value).substr(2), 16).value_or(0));
-            switch (toNumber<int>(std::string_view(value).substr(0, 2), 16).value_or(-1)) {
-                case 0:
-                    service.videoPid = pid;
-                    break;
-                case 1:
-                    audio.push_back(pid);
-                    break;
-                case 2:
-                    service.textPids = pid;
-                    break;
-                case 4:
-                    dolby.push_back(pid);
-                    break;
-                default:
-                    break;
-            }
+        } else if (kind == 'c' && value.size() > 2) {
+            readPid(value, service, audio);
         }
     }
-    service.audioPids = fmt::format("{}", fmt::join(audio, ","));
-    if (!dolby.empty()) {
-        service.audioPids = fmt::format("{};{}", audio.empty() ? "0" : service.audioPids, fmt::join(dolby, ","));
+    service.audioPids = fmt::format("{}", fmt::join(audio.plain, ","));
+    if (!audio.dolby.empty()) {
+        service.audioPids =
+            fmt::format("{};{}", audio.plain.empty() ? "0" : service.audioPids, fmt::join(audio.dolby, ","));
     }
     service.conditionalAccess = fmt::format("{}", fmt::join(systems, ","));
 }
@@ -359,31 +366,43 @@ private:
         }
     }
 
+    struct Bouquet {
+        std::string name;
+        int group = 0;               // 0: it has no service yet
+        Entry* described = nullptr;  // is added behind its description
+    };
+
     void takeBouquet(const fs::path& file) {
-        std::string name = file.filename().string();
-        Entry* described = nullptr;
-        int group = 0;
-        const auto addDescribed = [&] {
-            if (described != nullptr) {
-                if (group == 0) {
-                    group = m_intake.addGroup(name);
-                }
-                described->service.group = group;
-                add(*described);
-                described = nullptr;
-            }
+        Bouquet bouquet;
+        bouquet.name = file.filename().string();
+        forEachLineOf(file, [&](const std::string& line) { takeLine(line, bouquet); });
+        addDescribed(bouquet);
+    }
+
+    void takeLine(const std::string& line, Bouquet& bouquet) {
+        const auto withoutColon = [](std::string_view text) {
+            return trimmed(text.substr(text.front() == ':' ? 1 : 0));
         };
-        forEachLineOf(file, [&](const std::string& line) {
-            if (const auto text = textBehind(line, "#NAME "); !text.empty()) {
-                name = text;
-            } else if (const auto own = textBehind(line, "#DESCRIPTION"); !own.empty() && described != nullptr) {
-                giveOwnName(described->service, trimmed(own.substr(own.front() == ':' ? 1 : 0)));
-            } else if (const auto reference = textBehind(line, "#SERVICE"); !reference.empty()) {
-                addDescribed();
-                described = find(trimmed(reference.substr(reference.front() == ':' ? 1 : 0)));
-            }
-        });
-        addDescribed();
+        if (const auto text = textBehind(line, "#NAME "); !text.empty()) {
+            bouquet.name = text;
+        } else if (const auto own = textBehind(line, "#DESCRIPTION"); !own.empty() && bouquet.described != nullptr) {
+            giveOwnName(bouquet.described->service, withoutColon(own));
+        } else if (const auto reference = textBehind(line, "#SERVICE"); !reference.empty()) {
+            addDescribed(bouquet);
+            bouquet.described = find(withoutColon(reference));
+        }
+    }
+
+    void addDescribed(Bouquet& bouquet) {
+        if (bouquet.described == nullptr) {
+            return;
+        }
+        if (bouquet.group == 0) {
+            bouquet.group = m_intake.addGroup(bouquet.name);
+        }
+        bouquet.described->service.group = bouquet.group;
+        add(*bouquet.described);
+        bouquet.described = nullptr;
     }
 
     static std::string_view textBehind(std::string_view line, std::string_view key) {
