@@ -332,7 +332,8 @@ void Vdr::store(Tv& tv, VdrChannels list) const {
         tv.serviceDb().create(source, own);
     }
     const Services services = tv.services();
-    const Service* on = services.finder()(list.current);
+    const ServiceFinder inServices = services.finder();
+    const Service* on = inServices(list.current);
     const std::uint64_t id = tv.viewing().serviceId;
     if (const std::uint64_t now = on != nullptr ? on->id : (services.find(id) ? id : services.first()); now != id) {
         tv.changeViewing([&](Viewing& viewing) { viewing.serviceId = now; });
