@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <string_view>
 #include <type_traits>
@@ -11,11 +12,6 @@
 #include <vector>
 
 #include "simulator/base/Text.h"
-
-#include <algorithm>
-#include <iterator>
-#include <string_view>
-#include <type_traits>
 
 namespace sim {
 
