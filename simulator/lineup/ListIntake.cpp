@@ -16,7 +16,7 @@ namespace {
 void completeFields(Service& service) {
     for (std::string* field : {&service.videoPid, &service.audioPids, &service.textPids, &service.conditionalAccess}) {
         if (field->empty()) {
-            *field = "0";
+            *field = '0';
         }
     }
     if (service.type.empty()) {
