@@ -4,6 +4,7 @@
 #include <iconv.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <utility>
 
 #include "simulator/base/Error.h"
@@ -33,7 +34,7 @@ std::string encodingByMark(std::string_view text) {
 
 Decoder::Decoder(std::string name, std::string file)
     : m_name(std::move(name)), m_file(std::move(file)), m_converter(::iconv_open("UTF-8", m_name.c_str())) {
-    if (m_converter == reinterpret_cast<iconv_t>(-1)) {
+    if (reinterpret_cast<std::intptr_t>(m_converter) == -1) {
         throw Error(fmt::format("{} is no encoding that this machine knows; see: iconv --list", inQuotes(m_name)));
     }
 }

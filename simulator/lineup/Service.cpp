@@ -30,14 +30,16 @@ std::string cutAt(std::string& text, char character) {
     return before;
 }
 
-std::string videoInFull(std::string text) {
+std::string videoInFull(const std::string& given) {
+    std::string text = given;
     std::string pids = cutAt(text, '=');
     const std::string pid = cutAt(pids, '+');
     const std::string type = text.empty() ? std::to_string(USUAL_VIDEO) : text;
     return pid == "0" ? pid : fmt::format("{}+{}={}", pid, pids.empty() ? pid : pids, type);
 }
 
-std::string audioInFull(std::string text) {
+std::string audioInFull(const std::string& given) {
+    std::string text = given;
     std::vector<std::string> pids;
     for (const int usual : {USUAL_AUDIO, USUAL_DOLBY}) {
         for (std::string pid : split(cutAt(text, ';'), ',')) {
@@ -53,7 +55,7 @@ std::string audioInFull(std::string text) {
     return fmt::format("{}", fmt::join(pids, ","));
 }
 
-std::string systemsInFull(std::string text) {
+std::string systemsInFull(const std::string& text) {
     std::vector<std::string> systems;
     for (const std::string& system : split(text, ',')) {
         const std::optional<int> number = toNumber<int>(system, 16);
@@ -62,13 +64,13 @@ std::string systemsInFull(std::string text) {
     return fmt::format("{}", fmt::join(systems, ","));
 }
 
-std::string withoutMargin(std::string text) {
-    return text.erase(0, std::min(text.find_first_not_of(' '), text.size()));
+std::string withoutMargin(const std::string& text) {
+    return text.substr(std::min(text.find_first_not_of(' '), text.size()));
 }
 
 // Columns that lists write in more than one way, each with its one form to compare: programs write a list that they
 // have read in their own.
-const std::pair<std::string Service::*, std::string (*)(std::string)> FORMS[] = {
+const std::pair<std::string Service::*, std::string (*)(const std::string&)> FORMS[] = {
     {&Service::groupName, &withoutMargin},
     {&Service::videoPid, &videoInFull},
     {&Service::audioPids, &audioInFull},
