@@ -87,7 +87,8 @@ void readBoth(Stream& output, Stream& errors, Answer& answer) {
 
 // The list beside the program: bin/halcyon-tv, share/halcyon-tv/factory.conf.
 fs::path factoryList(const std::string& program) {
-    std::istringstream places(program.find('/') == std::string::npos ? std::getenv("PATH") : "");
+    const char* const path = program.find('/') == std::string::npos ? std::getenv("PATH") : nullptr;
+    std::istringstream places(path != nullptr ? path : "");
     std::error_code error;
     for (std::string place; std::getline(places, place, ':');) {
         if (fs::exists(fs::path(place) / program, error)) {
