@@ -5,11 +5,11 @@
 #include <unistd.h>
 
 int main(int count, char** words) {
-    if (count < 2)
+    if (count < 2) {
         return 0;
+    }
     pid_t other = 0;
-    if (posix_spawnp(&other, words[1], nullptr, nullptr, words + 1, environ) != 0)
-        return 1;
     int status = 0;
-    return waitpid(other, &status, 0) == other && status == 0 ? 0 : 1;
+    const bool isStarted = posix_spawnp(&other, words[1], nullptr, nullptr, words + 1, environ) == 0;
+    return isStarted && waitpid(other, &status, 0) == other && status == 0 ? 0 : 1;
 }

@@ -69,9 +69,9 @@ bool contains(const std::vector<std::string>& words, const std::string& word) {
 }
 
 // Reads the file value by value. What is wrong is noted with its place, and the rest is read all the same.
-class Reader {
+class ScenarioReader {
 public:
-    explicit Reader(fs::path file) : m_file(std::move(file)) {}
+    explicit ScenarioReader(fs::path file) : m_file(std::move(file)) {}
 
     Scenario read();
 
@@ -119,7 +119,7 @@ private:
     std::vector<std::string> m_problems;
 };
 
-std::optional<std::string> Reader::textOf(const YAML::Node& node) {
+std::optional<std::string> ScenarioReader::textOf(const YAML::Node& node) {
     if (!node.IsScalar()) {
         note(node, "a text belongs here");
         return std::nullopt;
@@ -127,8 +127,8 @@ std::optional<std::string> Reader::textOf(const YAML::Node& node) {
     return node.Scalar();
 }
 
-std::optional<std::string> Reader::oneOf(const std::vector<std::string>& words, const std::string& what,
-                                         const YAML::Node& node) {
+std::optional<std::string> ScenarioReader::oneOf(const std::vector<std::string>& words, const std::string& what,
+                                                 const YAML::Node& node) {
     std::optional<std::string> text = textOf(node);
     if (text && !contains(words, *text)) {
         note(node, fmt::format("{} is no {}{}; one of: {}", inQuotes(*text), what, didYouMean(*text, words),
@@ -138,7 +138,7 @@ std::optional<std::string> Reader::oneOf(const std::vector<std::string>& words, 
     return text;
 }
 
-std::optional<std::string> Reader::numberOf(const YAML::Node& node) {
+std::optional<std::string> ScenarioReader::numberOf(const YAML::Node& node) {
     const std::optional<std::string> text = textOf(node);
     const std::optional<int> number = text ? toNumber<int>(*text) : std::nullopt;
     if (text && !number) {
@@ -147,7 +147,7 @@ std::optional<std::string> Reader::numberOf(const YAML::Node& node) {
     return number ? std::optional(std::to_string(*number)) : std::nullopt;
 }
 
-void Reader::forEach(const YAML::Node& node, const Take& take) {
+void ScenarioReader::forEach(const YAML::Node& node, const Take& take) {
     if (!node.IsSequence()) {
         note(node, "a list belongs here");
         return;
@@ -157,8 +157,8 @@ void Reader::forEach(const YAML::Node& node, const Take& take) {
     }
 }
 
-void Reader::forEachPair(const YAML::Node& node,
-                         const std::function<void(const YAML::Node& key, const YAML::Node& value)>& take) {
+void ScenarioReader::forEachPair(const YAML::Node& node,
+                                 const std::function<void(const YAML::Node& key, const YAML::Node& value)>& take) {
     if (!node.IsMap()) {
         note(node, "pairs of a name and a value belong here");
         return;
@@ -170,7 +170,7 @@ void Reader::forEachPair(const YAML::Node& node,
     }
 }
 
-void Reader::takeKeys(const YAML::Node& node, const std::string& what, const Keys& keys) {
+void ScenarioReader::takeKeys(const YAML::Node& node, const std::string& what, const Keys& keys) {
     std::vector<std::string> names;
     for (const Key& key : keys) {
         names.emplace_back(key.name);
@@ -196,23 +196,23 @@ void Reader::takeKeys(const YAML::Node& node, const std::string& what, const Key
     }
 }
 
-Take Reader::into(Word& word) {
+Take ScenarioReader::into(Word& word) {
     return [&](const YAML::Node& node) { word = {textOf(node).value_or(""), placeOf(node)}; };
 }
 
-Take Reader::into(std::string& text) {
+Take ScenarioReader::into(std::string& text) {
     return [&](const YAML::Node& node) { text = textOf(node).value_or(""); };
 }
 
-Take Reader::into(bool& flag) {
+Take ScenarioReader::into(bool& flag) {
     return [&](const YAML::Node& node) { flag = oneOf({"true", "false"}, "truth value", node) == "true"; };
 }
 
-Take Reader::into(int& number) {
+Take ScenarioReader::into(int& number) {
     return [&](const YAML::Node& node) { number = toNumber<int>(numberOf(node).value_or("")).value_or(number); };
 }
 
-Take Reader::path(Word& word, bool (*isThere)(const fs::path&), const char* kind) {
+Take ScenarioReader::path(Word& word, bool (*isThere)(const fs::path&), const char* kind) {
     return [this, &word, isThere, kind](const YAML::Node& node) {
         if (const std::optional<std::string> text = textOf(node)) {
             word = {m_file.parent_path() / *text, placeOf(node)};
@@ -223,7 +223,7 @@ Take Reader::path(Word& word, bool (*isThere)(const fs::path&), const char* kind
     };
 }
 
-Take Reader::settings(std::vector<ScenarioSetting>& settings) {
+Take ScenarioReader::settings(std::vector<ScenarioSetting>& settings) {
     return [this, &settings](const YAML::Node& node) {
         forEachPair(node, [&](const YAML::Node& name, const YAML::Node& value) {
             setting(settings, name.Scalar().c_str())(value);
@@ -231,13 +231,13 @@ Take Reader::settings(std::vector<ScenarioSetting>& settings) {
     };
 }
 
-Take Reader::setting(std::vector<ScenarioSetting>& settings, const char* name) {
+Take ScenarioReader::setting(std::vector<ScenarioSetting>& settings, const char* name) {
     return [this, &settings, name = std::string(name)](const YAML::Node& node) {
         settings.push_back({name, {textOf(node).value_or(""), placeOf(node)}});
     };
 }
 
-void Reader::takeTv(const YAML::Node& name, const YAML::Node& node) {
+void ScenarioReader::takeTv(const YAML::Node& name, const YAML::Node& node) {
     ScenarioTv tv;
     tv.name = {name.Scalar(), placeOf(name)};
     tv.serial = name.Scalar();
@@ -273,13 +273,13 @@ void Reader::takeTv(const YAML::Node& name, const YAML::Node& node) {
     m_scenario.tvs.push_back(std::move(tv));
 }
 
-Take Reader::extra(RunStep& step, const char* key) {
+Take ScenarioReader::extra(RunStep& step, const char* key) {
     return [this, &step, key = std::string(key)](const YAML::Node& node) {
         step.extras.push_back(fmt::format("{}={}", key, textOf(node).value_or("")));
     };
 }
 
-void Reader::takeRun(const YAML::Node& node) {
+void ScenarioReader::takeRun(const YAML::Node& node) {
     RunStep step;
     bool isExpected = false;
     takeKeys(node, "a run",
@@ -311,7 +311,7 @@ void Reader::takeRun(const YAML::Node& node) {
     m_scenario.steps.emplace_back(std::move(step));
 }
 
-void Reader::takeExpectations(const YAML::Node& node, std::vector<Expectation>& expectations) {
+void ScenarioReader::takeExpectations(const YAML::Node& node, std::vector<Expectation>& expectations) {
     const auto add = [&](const YAML::Node& at, Aspect aspect, const std::optional<std::string>& value,
                          const std::string& of = "") {
         if (value) {
@@ -359,7 +359,7 @@ void Reader::takeExpectations(const YAML::Node& node, std::vector<Expectation>& 
 }
 
 // Null, with a note, if there is no such call.
-const PlatformCall* Reader::callOf(const Word& call) {
+const PlatformCall* ScenarioReader::callOf(const Word& call) {
     const PlatformCall* known = findPlatformCall(call.text);
     if (known == nullptr && !call.text.empty()) {
         note(call.place, fmt::format("the platform has no call {}{}", inQuotes(call.text), nearCall(call.text)));
@@ -367,7 +367,7 @@ const PlatformCall* Reader::callOf(const Word& call) {
     return known;
 }
 
-void Reader::takeCall(const YAML::Node& node, std::vector<Expectation>& expectations) {
+void ScenarioReader::takeCall(const YAML::Node& node, std::vector<Expectation>& expectations) {
     Word call;
     std::optional<std::string> count = SOME;
     if (node.IsScalar()) {
@@ -383,7 +383,7 @@ void Reader::takeCall(const YAML::Node& node, std::vector<Expectation>& expectat
     }
 }
 
-void Reader::takeFaults(const YAML::Node& node, std::vector<Expectation>& expectations) {
+void ScenarioReader::takeFaults(const YAML::Node& node, std::vector<Expectation>& expectations) {
     std::set<int> rules;
     forEach(node, [&](const YAML::Node& rule) {
         int number = 0;
@@ -395,7 +395,7 @@ void Reader::takeFaults(const YAML::Node& node, std::vector<Expectation>& expect
 }
 
 // They are kept in the order of the promises, in which a run's are found.
-void Reader::takeBroken(const YAML::Node& node, std::vector<Expectation>& expectations) {
+void ScenarioReader::takeBroken(const YAML::Node& node, std::vector<Expectation>& expectations) {
     std::vector<std::string> promises;
     for (const Invariant& each : invariants()) {
         promises.emplace_back(each.name);
@@ -410,7 +410,7 @@ void Reader::takeBroken(const YAML::Node& node, std::vector<Expectation>& expect
 }
 
 // One, or a list, as makeRule() takes them.
-Take Reader::failures(std::string& texts) {
+Take ScenarioReader::failures(std::string& texts) {
     return [this, &texts](const YAML::Node& node) {
         const Take add = [&](const YAML::Node& each) {
             texts += (texts.empty() ? "" : " ") + textOf(each).value_or("");
@@ -423,7 +423,7 @@ Take Reader::failures(std::string& texts) {
     };
 }
 
-void Reader::takeFault(const YAML::Node& node) {
+void ScenarioReader::takeFault(const YAML::Node& node) {
     FaultStep step;
     Word call;
     Word failure;
@@ -455,25 +455,25 @@ void Reader::takeFault(const YAML::Node& node) {
     m_scenario.steps.emplace_back(std::move(step));
 }
 
-void Reader::takeSet(const YAML::Node& node) {
+void ScenarioReader::takeSet(const YAML::Node& node) {
     SetStep step;
     takeKeys(node, "a setting", {{"set", into(step.tv)}, {"to", settings(step.settings), REQUIRED}});
     m_scenario.steps.emplace_back(std::move(step));
 }
 
-void Reader::takeBundle(const YAML::Node& node) {
+void ScenarioReader::takeBundle(const YAML::Node& node) {
     BundleStep step;
     takeKeys(node, "a bundle", {{"bundle", path(step.file, &isRegularFile, "bundle file")}, {"for", into(step.tv)}});
     m_scenario.steps.emplace_back(std::move(step));
 }
 
-void Reader::takeStep(const YAML::Node& node) {
-    using Taker = void (Reader::*)(const YAML::Node&);
+void ScenarioReader::takeStep(const YAML::Node& node) {
+    using Taker = void (ScenarioReader::*)(const YAML::Node&);
     constexpr std::pair<const char*, Taker> KINDS[] = {
-        {"run", &Reader::takeRun},
-        {"fault", &Reader::takeFault},
-        {"set", &Reader::takeSet},
-        {"bundle", &Reader::takeBundle},
+        {"run", &ScenarioReader::takeRun},
+        {"fault", &ScenarioReader::takeFault},
+        {"set", &ScenarioReader::takeSet},
+        {"bundle", &ScenarioReader::takeBundle},
     };
     for (const auto& [name, take] : KINDS) {
         if (node.IsMap() && node[name]) {
@@ -485,7 +485,7 @@ void Reader::takeStep(const YAML::Node& node) {
 }
 
 // A bundle is the first TV's if the file names none.
-void Reader::checkTvs(Step& step) {
+void ScenarioReader::checkTvs(Step& step) {
     std::vector<std::string> names;
     for (const ScenarioTv& tv : m_scenario.tvs) {
         names.push_back(tv.name.text);
@@ -510,7 +510,7 @@ void Reader::checkTvs(Step& step) {
     }
 }
 
-Scenario Reader::read() {
+Scenario ScenarioReader::read() {
     m_scenario.file = m_file;
     m_scenario.name = m_file.stem();
     try {
@@ -544,7 +544,7 @@ std::string placeIn(const fs::path& file, const Place& place) {
 }
 
 Scenario readScenario(const fs::path& file) {
-    return Reader(file).read();
+    return ScenarioReader(file).read();
 }
 
 }  // namespace sim
