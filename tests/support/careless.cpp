@@ -12,8 +12,8 @@ int __wrap_bnr_report_failure(const char* id);
 
 int __wrap_bnr_deinit(const char* id) {
     const int status = __real_bnr_deinit(id);
-    while (status != 0) {
-        ::pause();
+    for (int interrupted = status; interrupted != 0;) {
+        interrupted = ::pause();
     }
     return status;
 }
