@@ -16,8 +16,6 @@
 #include "simulator/launch/Workers.h"
 #include "tests/support/Invariants.h"
 
-namespace fs = std::filesystem;
-
 namespace {
 
 using sim::RunEnd;
