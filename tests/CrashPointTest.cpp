@@ -198,6 +198,7 @@ struct Refusal {
     const char* name;
     int error;
     bool isLasting;
+    std::size_t step;  // each so many points are tried: a full disk meets the same code as a failing one
 
     bool concerns(const DiskCall& call) const { return error != ENOSPC || needsSpace(call); }
 };
@@ -251,7 +252,8 @@ protected:
 
 TEST_P(Refuse, EachCall) {
     const std::vector<int> all = points();
-    for (const int point : all) {
+    for (std::size_t i = 0; i < all.size(); i += refusal.step) {
+        const int point = all[i];
         test::TestTv tv = copyOfAll();
         int count = 0;
         std::string refused = "none";
@@ -278,8 +280,8 @@ TEST_P(Refuse, EachCall) {
 INSTANTIATE_TEST_SUITE_P(
     CrashPoint, Refuse,
     ::testing::Combine(::testing::Values(Operation::Backup, Operation::Restore),
-                       ::testing::Values(Refusal{"ENOSPC", ENOSPC, false}, Refusal{"ENOSPC_for_ever", ENOSPC, true},
-                                         Refusal{"EIO", EIO, false})),
+                       ::testing::Values(Refusal{"ENOSPC", ENOSPC, false, 3},
+                                         Refusal{"ENOSPC_for_ever", ENOSPC, true, 3}, Refusal{"EIO", EIO, false, 1})),
     [](const auto& each) { return nameOf(std::get<0>(each.param)) + "_" + std::get<1>(each.param).name; });
 
 }  // namespace

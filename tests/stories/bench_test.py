@@ -99,21 +99,20 @@ class OtherBuild(Story):
 class Terminal(Story):
     def test_what_takes_long_tells_a_terminal_how_far_it_is_and_no_file(self):
         tv = Tv(self.folder, "a")
-        for words in ["fleet run --tvs 2", "sweep --operation backup"]:
-            with self.subTest(words):
-                self.assertNotIn("\x1b[K", tv.tv(*words.split()).errors)
-                screen, terminal = os.openpty()
-                environment = dict(os.environ, HALCYON_TV_HOME=str(tv.home), HALCYON_CLOUD=str(tv.cloud))
-                with subprocess.Popen(["halcyon-tv", *words.split()], env=environment, cwd=self.folder,
-                                      stdout=subprocess.DEVNULL, stderr=terminal):
-                    os.close(terminal)
-                    shown = b""
-                    with contextlib.suppress(OSError):  # the end of a terminal
-                        while piece := os.read(screen, 4096):
-                            shown += piece
-                os.close(screen)
-                self.assertRegex(shown, rb"\d+ of \d+ .*\x1b\[K")
-                self.assertTrue(shown.endswith(b"\r\x1b[K"), "it is wiped away")
+        words = ["fleet", "run", "--tvs", "2"]
+        self.assertNotIn("\x1b[K", tv.tv(*words).errors)
+        screen, terminal = os.openpty()
+        environment = dict(os.environ, HALCYON_TV_HOME=str(tv.home), HALCYON_CLOUD=str(tv.cloud))
+        with subprocess.Popen(["halcyon-tv", *words], env=environment, cwd=self.folder, stdout=subprocess.DEVNULL,
+                              stderr=terminal):
+            os.close(terminal)
+            shown = b""
+            with contextlib.suppress(OSError):  # the end of a terminal
+                while piece := os.read(screen, 4096):
+                    shown += piece
+        os.close(screen)
+        self.assertRegex(shown, rb"\d+ of \d+ .*\x1b\[K")
+        self.assertTrue(shown.endswith(b"\r\x1b[K"), "it is wiped away")
 
 
 class Sweep(Story):
