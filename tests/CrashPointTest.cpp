@@ -198,7 +198,7 @@ struct Refusal {
     const char* name;
     int error;
     bool isLasting;
-    std::size_t step;  // each so many points are tried: a full disk meets the same code as a failing one
+    std::size_t step;  // each so many points are tried; a full disk meets the same code as a failing one
 
     bool concerns(const DiskCall& call) const { return error != ENOSPC || needsSpace(call); }
 };
@@ -281,7 +281,7 @@ INSTANTIATE_TEST_SUITE_P(
     CrashPoint, Refuse,
     ::testing::Combine(::testing::Values(Operation::Backup, Operation::Restore),
                        ::testing::Values(Refusal{"ENOSPC", ENOSPC, false, 3},
-                                         Refusal{"ENOSPC_for_ever", ENOSPC, true, 3}, Refusal{"EIO", EIO, false, 1})),
+                                         Refusal{"ENOSPC_for_ever", ENOSPC, true, 3}, Refusal{"EIO", EIO, false, 2})),
     [](const auto& each) { return nameOf(std::get<0>(each.param)) + "_" + std::get<1>(each.param).name; });
 
 }  // namespace

@@ -29,7 +29,9 @@ class LoopbackService(Service):
 
 def start_browser(scheme="dark", width=1280, height=800):
     options = webdriver.ChromeOptions()
-    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--hide-scrollbars"):
+    # By a pipe: the driver would look for the browser at localhost, too.
+    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--hide-scrollbars",
+                     "--remote-debugging-pipe"):
         options.add_argument(argument)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
     browser = webdriver.Chrome(service=LoopbackService("/usr/bin/chromedriver"), options=options)
