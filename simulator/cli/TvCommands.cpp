@@ -75,8 +75,8 @@ int init(const Session& session, const InitOptions& options) {
         sim::Tv tv(session.home);
         keeper->refresh(tv);
         const sim::Services::Counts counts = tv.services().counts();
-        list.services = counts.services;
-        list.groups = counts.groups;
+        list.services = static_cast<std::size_t>(counts.services);
+        list.groups = static_cast<std::size_t>(counts.groups);
         list.format = options.keeper.kind;
         list.unit = "line";
     }
