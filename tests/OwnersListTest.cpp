@@ -252,7 +252,7 @@ TEST_P(Rescan, KeepsWhatIsTheOwners) {
     EXPECT_EQ(textOf(tv.open().services()), joined(isOldBack ? &Change::ownersBefore : &Change::ownersAfter, ", "));
     ASSERT_EQ(reception.has_value(), order != "brc") << "a TV that has never scanned knows nothing of the air";
     if (reception) {
-        const std::size_t all = tv.open().services().counts().services;
+        const std::uint64_t all = tv.open().services().counts().services;
         EXPECT_EQ(reception->onAir, isOldBack ? count(Received::AsBefore) : all);
         EXPECT_EQ(reception->moved, isOldBack ? count(Received::Elsewhere) : 0);
         EXPECT_EQ(reception->gone, isOldBack ? count(Received::Not) : 0);
