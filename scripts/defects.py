@@ -22,10 +22,10 @@ CASES = PLACE / "cases"
 def plant(defect):
     """The application built with the defect."""
     copy = PLACE / "tree"
-    for folder in "src", "platform", "simulator", "cmake", "packaging", "data":
-        shutil.copytree(ROOT / folder, copy / folder, dirs_exist_ok=True)
-    for file in "CMakeLists.txt", "CMakePresets.json":
-        shutil.copy(ROOT / file, copy / file)
+    files = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, check=True, capture_output=True, text=True).stdout
+    for file in filter(None, files.split("\0")):
+        (copy / file).parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy2(ROOT / file, copy / file)
     for change in defect["changes"]:
         source = copy / change["file"]
         text = source.read_text(encoding="utf-8")

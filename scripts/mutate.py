@@ -22,12 +22,12 @@ COPY = "build/mutate"
 # The stories that a change in a folder concerns.
 STORIES = {
     "simulator/base": ["stories", "tool"],
-    "simulator/cli": ["bench", "json", "stories", "tool", "tutorial"],
-    "simulator/cloud": ["object_store", "tool"],
+    "simulator/cli": ["bench", "cloud", "completion", "docs", "json", "play", "stories", "tool"],
+    "simulator/cloud": ["cloud", "object_store", "tool", "wild_store"],
     "simulator/device": ["bench", "stories"],
-    "simulator/launch": ["bench", "object_store", "tool"],
+    "simulator/launch": ["bench", "object_store", "play", "tool"],
     "simulator/lineup": ["json", "stories", "tool"],
-    "simulator/reports": ["bench", "json", "stories", "tool", "tutorial"],
+    "simulator/reports": ["bench", "cloud", "docs", "json", "stories", "tool"],
     "simulator/tv": ["bench", "json", "stories", "tool"],
     "simulator/web": ["page", "server"],
 }
