@@ -118,6 +118,10 @@ INSTANTIATE_TEST_SUITE_P(
                 "ALTER TABLE services DROP COLUMN broadcast_name",
                 std::nullopt},
         Hostile{"OtherColumn", "ALTER TABLE services RENAME COLUMN tid TO other", ReplaceStatus::TablesDiffer},
+        Hostile{"HeaderThatIsNone",
+                "CREATE TABLE loose AS SELECT * FROM list_headers; DROP TABLE list_headers; "
+                "ALTER TABLE loose RENAME TO list_headers; INSERT INTO list_headers VALUES(0, '')",
+                ReplaceStatus::TablesDiffer},
         Hostile{"NoGroups", "PRAGMA foreign_keys = OFF; DROP TABLE channel_groups", ReplaceStatus::TablesDiffer},
         Hostile{"WithItsOwnLog", "PRAGMA journal_mode = WAL", std::nullopt}),
     &nameOf);

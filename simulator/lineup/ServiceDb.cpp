@@ -73,7 +73,7 @@ std::string schema() {
         "CREATE TABLE meta(service_count INTEGER NOT NULL) STRICT;"
         "CREATE TABLE channel_groups(number INTEGER PRIMARY KEY, name TEXT NOT NULL) STRICT;"
         "CREATE TABLE services({}) STRICT;"
-        "CREATE TABLE list_headers(before INTEGER NOT NULL, line TEXT NOT NULL) STRICT;",
+        "CREATE TABLE list_headers(before INTEGER NOT NULL, line TEXT NOT NULL CHECK(line GLOB ':*')) STRICT;",
         listColumns([](const ServiceColumn& column) { return fmt::format("{} {}", column.sql, column.declaration); }));
 }
 
