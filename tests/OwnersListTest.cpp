@@ -93,6 +93,20 @@ TEST_F(OwnersList, IsSetStepByStep) {
     EXPECT_EQ(textOf(tv.open().services()), last) << "what is refused changes nothing";
 }
 
+// What another program keeps would have its own numbers again after the next run.
+TEST_F(OwnersList, IsNumberedByWhoKeepsIt) {
+    const std::string made = folder / "kept";
+    test::write(folder / "list.conf", LIST);
+    sim::Tv::create(made, [&](sim::ChannelSink& sink) { sim::readChannelList(folder / "list.conf", sink); }, "kept", {},
+                    "default", false, {"vdr", {}});
+    sim::Tv kept(made);
+    EXPECT_THAT([&] { sim::setByName(kept, "move", "2 1"); },
+                ::testing::ThrowsMessage<sim::Error>(::testing::HasSubstr("are those of vdr; move them with that")));
+    EXPECT_THROW(kept.rescan([](sim::ChannelSink&) { ADD_FAILURE() << "the list is read"; }), sim::Error);
+    sim::setByName(kept, "lock", "2 on");
+    EXPECT_TRUE(kept.services().find(2)->locked);
+}
+
 TEST_F(OwnersList, BeginsWithTheGroupsAsFavourites) {
     const std::filesystem::path home = folder / "groups";
     const auto read = [&](sim::ChannelSink& sink) { sim::readChannelList(folder / "a.conf", sink); };

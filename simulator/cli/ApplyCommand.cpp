@@ -21,6 +21,7 @@ int apply(const Session& session, const ApplyOptions& options) {
     // Not during a run, as for `set`.
     const sim::FolderLock lock = sim::lockTv(session.home, std::chrono::seconds(0));
     sim::Tv tv(session.home);
+    tv.requireOwnChannels("edit them");
     sim::TableEdit edit;
     tv.serviceDb().change([&](sim::Database& database) {
         edit = sim::applyTable(database, tv.services(), options.table, options.encoding, options.removesMissing);

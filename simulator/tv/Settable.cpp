@@ -207,6 +207,7 @@ void moveChannel(Tv& tv, const Words& words) {
     if (!to || *to < 1 || *to > MAX_NUMBER) {
         failAtForm(words, "CHANNEL NUMBER, with a number from 1 to 999999");
     }
+    tv.requireOwnChannels("move them");
     const Service service = chooseService(tv.services(), words[0]);
     tv.serviceDb().change([&](Database& database) { moveService(database, service, *to); });
 }

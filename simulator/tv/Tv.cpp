@@ -336,10 +336,15 @@ void Tv::setScanning(bool scanning) {
     m_database.change("UPDATE state SET scanning = ?", scanning ? 1 : 0);
 }
 
-ScanResult Tv::rescan(const ChannelSource& list) {
+void Tv::requireOwnChannels(const char* what) const {
     if (const std::string kind = keeper().kind; !kind.empty()) {
-        throw Error(fmt::format("the channels of the TV at {} are those of {}; scan with that", m_home.string(), kind));
+        throw Error(
+            fmt::format("the channels of the TV at {} are those of {}; {} with that", m_home.string(), kind, what));
     }
+}
+
+ScanResult Tv::rescan(const ChannelSource& list) {
+    requireOwnChannels("scan");
     const ServiceDb air(m_home / ON_AIR);
     // First, so that a kill between the two leaves a TV that has not scanned yet.
     air.store(list);

@@ -112,6 +112,9 @@ public:
 
     Services services() const { return m_serviceDb.services(); }
 
+    // Throws Error if another program keeps the channels; `what` is what is to be done with that instead.
+    void requireOwnChannels(const char* what) const;
+
     // Scans the channels: a list is what is on the air now. What was watched stays, if it is there, else the service
     // with the lowest number is. Throws Error, also what the list throws.
     ScanResult rescan(const ChannelSource& list);
