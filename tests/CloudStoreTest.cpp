@@ -123,6 +123,23 @@ TEST_F(Contract, TheNewestIsTheLastOfItsAccountAndCategory) {
                                      "default of another category", "other of another"));
 }
 
+TEST_F(Contract, AnyNumberIsLookedAtInOrder) {
+    for (const char* content : {"1", "2", "3"}) {
+        put(HOME, content);
+    }
+    const std::vector<sim::BackupName> there = store->content().backups;
+    std::vector<sim::BackupName> names;
+    for (int i = 0; i < 150; ++i) {  // more than are asked for at a time
+        names.push_back(there[static_cast<std::size_t>(i % 3)]);
+    }
+    std::vector<std::string> wanted;
+    std::transform(names.begin(), names.end(), std::back_inserter(wanted), [](const auto& name) { return name.id; });
+    std::vector<std::string> visited;
+    sim::visitBackups([&] { return sim::openCloud(place); }, names,
+                      [&](const sim::StoredBackup& backup) { visited.push_back(backup.id); });
+    EXPECT_EQ(visited, wanted);
+}
+
 TEST_F(Contract, WhatIsRemovedIsGoneAndItsIdToo) {
     put(HOME, "1");
     const std::string second = put(HOME, "2");
