@@ -194,6 +194,10 @@ class Misbehaviour:
         whole = self.objects[self.key]
         return self.pour(whole, status=206, Content_Range=f"bytes 0-8191/{len(whole)}", Content_Length=str(HUGE))
 
+    @of("HEAD")
+    def range_unsaid(self):
+        return self.answer(self.objects[self.key][:4096], 206)
+
     @of(*READ)
     def size_huge(self):
         body = re.sub(rb'"bundle":\d+', b'"bundle":%d' % HUGE, self.objects[self.key])

@@ -32,6 +32,7 @@ CASES = {
                      "restore": (7, "does not say how long"), "verify": (7, "does not say how long")},
     "range-ignored": {"list": (6, "the object has 1000000000000000000 bytes, and should have")},
     "range-endless": {"list": (0, "channels")},
+    "range-unsaid": {"list": (7, "the store does not say how long the object is")},
     "size-huge": {"list": (6, "1000000000000000000, and the limit is"), "restore": (6, "and the limit is")},
     "size-lies": {"list": (6, "bytes, and should have"), "restore": (6, "bytes, and should have")},
     "body-cut": {"list": (7, "Transferred a partial file (3 tries)"), "restore": (7, "Transferred a partial file")},
