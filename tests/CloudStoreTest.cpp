@@ -128,12 +128,15 @@ TEST_F(Contract, AnyNumberIsLookedAtInOrder) {
         put(HOME, content);
     }
     const std::vector<sim::BackupName> there = store->content().backups;
+    constexpr std::size_t MANY = 150;  // more than are asked for at a time
     std::vector<sim::BackupName> names;
-    for (int i = 0; i < 150; ++i) {  // more than are asked for at a time
-        names.push_back(there[static_cast<std::size_t>(i % 3)]);
-    }
     std::vector<std::string> wanted;
-    std::transform(names.begin(), names.end(), std::back_inserter(wanted), [](const auto& name) { return name.id; });
+    names.reserve(MANY);
+    wanted.reserve(MANY);
+    for (std::size_t i = 0; i < MANY; ++i) {
+        names.push_back(there[i % there.size()]);
+        wanted.push_back(names.back().id);
+    }
     std::vector<std::string> visited;
     sim::visitBackups([&] { return sim::openCloud(place); }, names,
                       [&](const sim::StoredBackup& backup) { visited.push_back(backup.id); });
